@@ -1,0 +1,53 @@
+#pragma once
+
+#include <FileSystem/Export.h>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace FileSystem {
+
+/// The mutexes that guard a handle: those of its ancestors, root first, then its own.
+///
+/// Every handle locks in this one order, so two threads that want handles of one tree cannot
+/// deadlock; two trees share no mutex and never wait for each other. The mutexes are shared along
+/// the chain and therefore outlive a parent that is destroyed before its child. Immutable after
+/// construction; any thread may use it.
+class FILESYSTEM_EXPORT HandleMutexChain
+{
+public:
+    /// \param ancestors chain of the parent handle; null for a root.
+    explicit HandleMutexChain(const HandleMutexChain* ancestors);
+
+    /// Blocks until every mutex of the chain is this thread's. Recursive: a thread that holds the
+    /// chain may lock it, or the chain of an ancestor, again. Throws std::system_error, holding
+    /// nothing, when the operating system refuses a lock.
+    void lock() const;
+
+    /// Undoes one lock() of this thread.
+    void unlock() const noexcept;
+
+private:
+    void unlockFirst(std::size_t count) const noexcept;
+
+    std::vector<std::shared_ptr<std::recursive_mutex>> mutexes_;
+};
+
+/// Holds a handle's mutex chain locked for as long as it lives. To be destroyed by the thread that
+/// made it. Keeps the chain alive, so the handle itself may go first.
+class FILESYSTEM_EXPORT HandleLock
+{
+public:
+    /// Locks; blocks until the chain is free.
+    explicit HandleLock(std::shared_ptr<const HandleMutexChain> chain);
+    /// Unlocks.
+    ~HandleLock();
+    HandleLock(const HandleLock&) = delete;
+    HandleLock& operator=(const HandleLock&) = delete;
+
+private:
+    std::shared_ptr<const HandleMutexChain> chain_;
+};
+
+} // namespace FileSystem

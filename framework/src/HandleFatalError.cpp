@@ -1,0 +1,13 @@
+#include <FileSystem/HandleFatalError.h>
+
+namespace FileSystem {
+
+handle_fatal_error::handle_fatal_error(const char* text)
+    : std::runtime_error(text)
+{}
+
+// Out of line: the class needs one home for its type information, or it could not be caught across
+// library boundaries.
+handle_fatal_error::~handle_fatal_error() = default;
+
+} // namespace FileSystem

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <Tarnis/Export.h>
+#include <Tarnis/RemoteSessionState.h>
+
+#include <memory>
+#include <string>
+
+namespace Tarnis {
+
+class HostAuthenticator;
+class HostAuthenticatorResponse;
+class UserAuthenticator;
+class UserAuthenticatorResponse;
+
+/// A session with a remote machine, whatever the protocol below it. SSHSession is the
+/// implementation; this class adds no behaviour of its own and is never owned through: its
+/// destructor is protected.
+///
+/// The road of a session: setHostName() and setUserName(), connect(), hostAuthenticate(),
+/// userAuthenticate(). Each step runs only in the state that the step before it reached; a step
+/// that fails leaves the state, so it can be tried again.
+///
+/// Threads: a session and everything made from it form one unit. Any thread may call any operation;
+/// the calls take turns, so one waits while another one blocks.
+class TARNIS_EXPORT RemoteSession
+{
+public:
+    RemoteSession(const RemoteSession&) = delete;
+    RemoteSession& operator=(const RemoteSession&) = delete;
+
+    /// Connects to the server and exchanges keys. Blocks until that is done or failed, at most
+    /// about 100 seconds; resolving the host name comes on top of it.
+    ///
+    /// True: the state is HostAuthenticating. False: the session was not Disconnected (nothing was
+    /// done), or the attempt failed (the state is Disconnected and connect() may be called again).
+    bool connect();
+
+    /// Ends the connection. Everything made from the session (processes, file systems) becomes
+    /// invalid. Blocks only while another thread is in a call on the session, and for up to half a
+    /// second while data that was written and not yet sent is handed to the network.
+    ///
+    /// True: the state is Disconnected. False: it already was; nothing was done.
+    bool disconnect();
+
+    /// The state. A connection that was lost is noticed here: the state is then Disconnected.
+    /// Does not wait for the network.
+    RemoteSessionState getState();
+
+    /// Whether there is a live connection, authenticated or not. As getState(), does not wait for
+    /// the network and notices a lost connection.
+    bool isConnected() const;
+
+    /// Whether there is a live connection on which the host or the user is still to be
+    /// authenticated.
+    bool isAuthenticating() const;
+
+    /// Whether there is a live connection and the user has been accepted.
+    bool isAuthenticated() const;
+
+    /// Sets the server's host name or address; "user@host" sets the user name too. Takes effect at
+    /// the next connect(). Does not block on the network. False: libssh refuses the name, nothing
+    /// was changed.
+    bool setHostName(const std::string& hostName);
+
+    /// The host name as set; empty when none was. Does not block on the network.
+    std::string getHostName();
+
+    /// Sets the name to log in with; without it libssh takes the local user's at connect(). Does
+    /// not block on the network. False: libssh refuses the name, nothing was changed.
+    bool setUserName(const std::string& userName);
+
+    /// The user name as set, or as connect() chose it; empty when there is none yet. Does not block
+    /// on the network.
+    std::string getUserName();
+
+    /// Sets the server's TCP port, 22 when never called. Takes effect at the next connect(). Does
+    /// not block on the network. False: libssh refuses the number, nothing was changed.
+    bool setPortNumber(unsigned short port);
+
+    /// The port in use; 0 when libssh cannot tell. Does not block on the network.
+    unsigned short getPortNumber() const;
+
+    /// Decides whether the server is to be trusted, in the way that `authenticator` says. Runs only
+    /// in state HostAuthenticating. Does not wait for the network; reads and, if asked, writes the
+    /// known-hosts file.
+    ///
+    /// Null: the state was another one, nothing was done. A response whose result is Accepted:
+    /// the state is UserAuthenticating. Any other result: the state is unchanged and another
+    /// authenticator may be tried.
+    std::unique_ptr<HostAuthenticatorResponse>
+    hostAuthenticate(const HostAuthenticator& authenticator);
+
+    /// Proves who the user is, in the way that `authenticator` says. Runs only in state
+    /// UserAuthenticating. Blocks until the server has answered, at most about 100 seconds.
+    ///
+    /// Null: the state was another one, nothing was done. A response whose result is Success: the
+    /// state is Authenticated. Any other result: the state is unchanged; after Partial the server
+    /// expects a further method, after Denied another one may be tried.
+    std::unique_ptr<UserAuthenticatorResponse>
+    userAuthenticate(const UserAuthenticator& authenticator);
+
+protected:
+    RemoteSession() = default;
+    // Not virtual: sessions are destroyed through their own type.
+    ~RemoteSession() = default;
+
+    virtual bool do_isConnected() const;
+    virtual bool do_isAuthenticating() const;
+    virtual bool do_isAuthenticated() const;
+    virtual bool do_connect() = 0;
+    virtual bool do_disconnect() = 0;
+    virtual RemoteSessionState do_getState() = 0;
+    virtual bool do_setUserName(const std::string& userName) = 0;
+    virtual std::string do_getUserName() = 0;
+    virtual bool do_setHostName(const std::string& hostName) = 0;
+    virtual std::string do_getHostName() = 0;
+    virtual bool do_setPortNumber(unsigned short port) = 0;
+    virtual unsigned short do_getPortNumber() const = 0;
+    virtual std::unique_ptr<HostAuthenticatorResponse>
+    do_hostAuthenticate(const HostAuthenticator& authenticator) = 0;
+    virtual std::unique_ptr<UserAuthenticatorResponse>
+    do_userAuthenticate(const UserAuthenticator& authenticator) = 0;
+};
+
+} // namespace Tarnis

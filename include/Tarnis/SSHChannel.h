@@ -1,0 +1,135 @@
+#pragma once
+
+#include <Tarnis/Export.h>
+#include <Tarnis/SSHChannelTransfer.h>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Tarnis {
+
+class SSHHandleChannel;
+
+/// One channel of a session: a stream of input to a remote command and two streams of output from
+/// it. Made by SSHSession::createProcess, as an SSHProcess.
+///
+/// Failures: when the session was disconnected or destroyed, every operation but isValid() and the
+/// destructor throws FileSystem::handle_fatal_error("invalid"). Everything else is told by results;
+/// SSHSession::getLastError() says why.
+///
+/// Threads: any thread may call any operation. All channels of a session take turns with it: a
+/// call waits for those of other threads on the same session. "Blocks on the server" below means
+/// for as long as the server likes; SSHSession::interrupt() frees such a call.
+///
+/// Flow control: output and error output share one window. Whoever reads only one of them can
+/// bring both to a halt; SSHSession::execute drains both.
+class TARNIS_EXPORT SSHChannel
+{
+public:
+    /// Takes the handle over, leaving `channel` empty. The channel is not opened.
+    explicit SSHChannel(std::shared_ptr<SSHHandleChannel>&& channel);
+    SSHChannel(const SSHChannel&) = delete;
+    SSHChannel& operator=(const SSHChannel&) = delete;
+
+    /// Closes the channel if it is open, without waiting for the server, and frees it. Never
+    /// throws. Input that was written and not yet sent is sent on by later calls on the session.
+    virtual ~SSHChannel();
+
+    /// Whether the channel can be used: false once its session was disconnected or destroyed. Does
+    /// not block, does not throw.
+    bool isValid() const;
+
+    /// Opens the channel. Blocks on the server. False: the server refused it, or the connection is
+    /// lost; the channel stays closed.
+    bool open();
+
+    /// Whether the channel is open: opened, closed by neither side, connection alive as far as the
+    /// last exchange with the server showed. Does not wait for the network.
+    bool isOpen() const;
+
+    /// Closes the channel. Blocks until the request is sent. True also when it was closed before.
+    /// False: it could not be sent, or the channel was never opened.
+    bool close();
+
+    /// Whether the remote side has ended both streams and everything was read. Does not wait for
+    /// the network.
+    bool isEOF() const;
+
+    /// Tells the remote side that no more input comes. Blocks until the request is sent, at most
+    /// about 100 seconds. True also when it was told before. False: it could not be sent.
+    bool sendEOF() const;
+
+    /// Sends a signal to the remote command.
+    /// \param signalName without "SIG", for example "INT"; passed on as given.
+    /// Blocks until the request is sent, at most about 100 seconds. True: it was sent; whether the
+    /// server heeds it is not told. False: it could not be sent.
+    bool sendSignal(const std::string& signalName) const;
+
+    /// The exit code of the remote command. Does not wait for it. Empty: none was reported yet. A
+    /// negative number: the channel is closed and none was reported, as for a command that was
+    /// ended by a signal.
+    std::optional<int> getExitCode();
+
+    /// Bytes that can be read at once. Waits up to a millisecond for some to arrive. 0: none, or
+    /// the stream has ended, or the connection is lost.
+    /// \param isStderr the error output when true, the output otherwise.
+    std::size_t bytesAvailable(bool isStderr) const;
+
+    /// Reads into `buffer`, waiting up to a millisecond.
+    ///
+    /// Careful: the result counts what was asked for, not what arrived. It is `size` unless libssh
+    /// reports an error; bytes beyond those that arrived are left as they were. Ask
+    /// bytesAvailable() first and read no more than that, or use readSome().
+    /// \param size bytes that `buffer` has room for.
+    /// \return bytes counted; less than `size` after an error.
+    std::size_t read(char* buffer, std::size_t size, bool isStderr) const;
+
+    /// Writes to the remote command's input.
+    ///
+    /// Careful: the result counts what was given, not what was sent. It is `size` unless libssh
+    /// reports an error, though only the first bytes may fit the peer's window. Use writeSome(),
+    /// which tells.
+    /// \return bytes counted; less than `size` after an error.
+    std::size_t write(const char* data, std::size_t size) const;
+
+    /// What can be read at once, as bytesAvailable() counts it; possibly nothing. Waits up to a
+    /// millisecond.
+    std::string readAll(bool isStderr);
+
+    /// Reads what is there, waiting for the first byte up to `timeout`; other threads may use the
+    /// session meanwhile.
+    /// \param size    bytes that `buffer` has room for; 0 transfers nothing and reads as TimedOut
+    ///                unless the stream has ended.
+    /// \param timeout zero or less does not wait.
+    /// \return how many bytes really arrived, or why none did. Bytes that had arrived before the
+    ///         connection broke may be lost with it: an Error means that the stream is incomplete.
+    SSHChannelTransfer readSome(char* buffer, std::size_t size, bool isStderr,
+                                std::chrono::milliseconds timeout) const;
+
+    /// Writes as much as the peer's window takes, waiting for room up to `timeout`; other threads
+    /// may use the session meanwhile.
+    /// \param size    bytes at `data`; 0 transfers nothing and reads as TimedOut.
+    /// \param timeout zero or less does not wait.
+    /// \return how many bytes were really taken, from the front, or why none were.
+    SSHChannelTransfer writeSome(const char* data, std::size_t size,
+                                 std::chrono::milliseconds timeout) const;
+
+protected:
+    /// Another reference to the handle.
+    std::shared_ptr<SSHHandleChannel> getChannel();
+
+    /// The exit status as libssh has it: negative while none was reported. Does not wait for it.
+    int queryExitStatus() const;
+
+    virtual bool do_open();
+    virtual bool do_isOpen() const;
+    virtual bool do_close();
+
+private:
+    std::shared_ptr<SSHHandleChannel> channel_;
+};
+
+} // namespace Tarnis

@@ -1,0 +1,140 @@
+#pragma once
+
+#include <Tarnis/Export.h>
+#include <Tarnis/RemoteSession.h>
+#include <Tarnis/SSHExecuteResult.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct ssh_session_struct;
+
+namespace Tarnis {
+
+class SSHHandleSession;
+class SSHProcess;
+class SSHSessionConnection;
+
+/// An object of the caller's that can be attached to a session. The library stores the pointer and
+/// does nothing else with it.
+class SSHSessionInterface;
+
+/// A session over SSH.
+///
+/// Ownership: the session owns the connection and every SSH object made on it. Processes and file
+/// systems made from a session may outlive it; they are invalid from then on, and their operations
+/// throw FileSystem::handle_fatal_error or answer false, as each says.
+///
+/// Configuration is by calls alone: neither the user's nor the system's ssh configuration file is
+/// read. Still taken from the environment, by libssh: the agent's socket (SSH_AUTH_SOCK), and the
+/// default keys and the default known-hosts file of the user's home directory.
+///
+/// Failures: every operation throws FileSystem::handle_fatal_error("invalid") when libssh could
+/// not create a session object (out of memory); everything else is told by results, and
+/// getLastError() says why.
+///
+/// Threads: as RemoteSession says. The library starts no thread. interrupt() is the one operation
+/// that never waits for another thread. A process that writes to a connection that its peer has
+/// closed gets no SIGPIPE.
+class TARNIS_EXPORT SSHSession final : public RemoteSession
+{
+public:
+    /// A session in state Disconnected, with libssh's default options. Does not touch the network.
+    SSHSession();
+
+    /// Disconnects if connected, then frees the connection. Objects made from the session become
+    /// invalid. Blocks as disconnect() does; never throws.
+    ~SSHSession();
+
+    /// Ends the connection without telling the server, and makes everything created from the
+    /// session invalid. Waits for no answer; blocks only while another thread is in a call on the
+    /// session. The next getState() says Disconnected.
+    void silentDisconnect();
+
+    /// Frees every call that is blocked on this session, in any thread, by shutting its connection
+    /// down: a connect() under way, an authentication, a read, a transfer. Each of them fails
+    /// within moments and the session reads as Disconnected; connect() may then be called again.
+    /// Does nothing when there is no connection. Call it from any thread, at any time during the
+    /// session's life; it does not block and does not wait for the session's lock. A host name
+    /// that is being resolved is not interrupted: connect() fails once the resolver returns.
+    void interrupt() noexcept;
+
+    /// Sets the known-hosts file that hostAuthenticate() reads and writes; without it, the user's.
+    /// "~" at the start is the home directory, "%%" is a percent sign. Does not block on the
+    /// network. False: libssh refuses the path, nothing was changed.
+    bool setKnownHostsFile(const std::string& path);
+
+    /// The known-hosts file as set, or as connect() chose it; empty when there is none yet.
+    std::string getKnownHostsFile() const;
+
+    /// libssh's message for the last failure on this session; empty when there was none. After a
+    /// failed connect() it says why until the next connect() starts. Takes no lock, so that it can
+    /// be asked while another thread is in a call; ask it from the thread whose call failed, before
+    /// another call is made on the session.
+    std::string getLastError() const;
+
+    /// The server's public key in base64, as it stands in a known-hosts line; empty when not
+    /// connected. Does not block on the network.
+    std::string getPublicServerKeyB64() const;
+
+    /// Attaches an object of the caller's, not owned, which must outlive the session or be replaced
+    /// by null. Takes no lock.
+    void attachSSHSessionInterface(SSHSessionInterface* sessionInterface);
+
+    /// A process, not yet started, that will run `commandLine` on the server through the user's
+    /// shell. Does not touch the network. Null: libssh could not create a channel.
+    std::unique_ptr<SSHProcess> createProcess(const std::string& commandLine);
+
+    /// As a time limit of execute(): none.
+    static constexpr std::chrono::milliseconds noTimeout = std::chrono::milliseconds::max();
+
+    /// Runs one command line to its end: sends `input` to its standard input, then the end of file,
+    /// and collects its output and error output, all at once, so that neither side can wait for
+    /// the other for ever. Blocks until the command has ended or `timeout` is over; other threads
+    /// may use the session meanwhile.
+    ///
+    /// The command has ended when the server closed its channel, or when it reported an exit code
+    /// and has nothing more to say: a background child that keeps the channel open does not hold
+    /// the call up, and what it writes later is lost.
+    ///
+    /// \param input   sent as it is; lent for the duration of the call.
+    /// \param timeout counted from the call; when it is over, the command is sent KILL and its
+    ///                channel is closed. Zero or less gives up at the first wait.
+    /// \return what came of it, never an exception for a failure of the command or of the network;
+    ///         see SSHExecuteResult::Outcome.
+    SSHExecuteResult execute(const std::string& commandLine, std::string_view input = {},
+                             std::chrono::milliseconds timeout = noTimeout);
+
+private:
+    bool do_isConnected() const override;
+    bool do_isAuthenticating() const override;
+    bool do_isAuthenticated() const override;
+    bool do_connect() override;
+    bool do_disconnect() override;
+    RemoteSessionState do_getState() override;
+    bool do_setUserName(const std::string& userName) override;
+    std::string do_getUserName() override;
+    bool do_setHostName(const std::string& hostName) override;
+    std::string do_getHostName() override;
+    bool do_setPortNumber(unsigned short port) override;
+    unsigned short do_getPortNumber() const override;
+    std::unique_ptr<HostAuthenticatorResponse>
+    do_hostAuthenticate(const HostAuthenticator& authenticator) override;
+    std::unique_ptr<UserAuthenticatorResponse>
+    do_userAuthenticate(const UserAuthenticator& authenticator) override;
+
+    bool isSessionConnected() const;
+    void setBlocking(bool blocking);
+    bool isBlocking() const;
+    int runConnect();
+    void endConnection(void (*disconnectCall)(ssh_session_struct*));
+
+    std::unique_ptr<SSHHandleSession> session_;
+    std::shared_ptr<std::atomic<RemoteSessionState>> state_;
+    std::unique_ptr<SSHSessionConnection> connection_;
+};
+
+} // namespace Tarnis

@@ -1,0 +1,18 @@
+#pragma once
+
+/// Every public header of the library.
+
+#include <Tarnis/HostAuthenticator.h>
+#include <Tarnis/HostAuthenticatorResponse.h>
+#include <Tarnis/RemoteSession.h>
+#include <Tarnis/RemoteSessionState.h>
+#include <Tarnis/SSHChannel.h>
+#include <Tarnis/SSHChannelTransfer.h>
+#include <Tarnis/SSHDefaultDeleter.h>
+#include <Tarnis/SSHExecuteResult.h>
+#include <Tarnis/SSHProcess.h>
+#include <Tarnis/SSHSession.h>
+#include <Tarnis/SessionBlockingGuard.h>
+#include <Tarnis/UserAuthenticator.h>
+#include <Tarnis/UserAuthenticatorResponse.h>
+#include <Tarnis/Version.h>

@@ -1,0 +1,121 @@
+#include "auth/SSHSessionUserAuthenticator.h"
+
+#include "handles/CString.h"
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSession.h"
+
+#include <Tarnis/SSHDefaultDeleter.h>
+
+#include <utility>
+
+namespace Tarnis {
+
+namespace {
+
+/// libssh takes the name set on the session.
+constexpr const char* sessionUserName = nullptr;
+
+AuthenticateUserResult resultOf(int answer)
+{
+    switch (answer) {
+    case SSH_AUTH_SUCCESS:
+        return AuthenticateUserResult::Success;
+    case SSH_AUTH_ERROR:
+        return AuthenticateUserResult::Error;
+    case SSH_AUTH_PARTIAL:
+        return AuthenticateUserResult::Partial;
+    default:
+        return AuthenticateUserResult::Denied;
+    }
+}
+
+const char* nullIfEmpty(const std::string& text)
+{
+    return text.empty() ? nullptr : text.c_str();
+}
+
+/// Given to libssh's key import, so that it never asks anyone for a pass phrase.
+int refusePrompt(const char* /*prompt*/, char* /*buffer*/, size_t /*length*/, int /*echo*/,
+                 int /*verify*/, void* /*userData*/)
+{
+    return -1;
+}
+
+} // namespace
+
+std::unique_ptr<UserAuthenticatorResponse>
+SSHSessionUserAuthenticator::run(SSHHandleSession& session, SharedState state,
+                                 const UserAuthenticator& authenticator)
+{
+    SSHSessionUserAuthenticator procedure(session, std::move(state));
+    authenticator.accept(procedure);
+    return std::move(procedure.response_);
+}
+
+SSHSessionUserAuthenticator::SSHSessionUserAuthenticator(SSHHandleSession& session,
+                                                         SharedState state)
+    : session_(&session)
+    , state_(std::move(state))
+{}
+
+void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKeyAuto& authenticator)
+{
+    response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyAuto>(
+        askWithSecret(ssh_userauth_publickey_auto, authenticator.getPassPhrase()));
+}
+
+void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKeyFile& authenticator)
+{
+    response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyFile>(
+        askWithKey(ssh_pki_import_privkey_file, authenticator.getPrivateKeyFile(),
+                   authenticator.getPassPhrase()));
+}
+
+void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKey& authenticator)
+{
+    response_ = std::make_unique<UserAuthenticatorResponsePrivateKey>(
+        askWithKey(ssh_pki_import_privkey_base64, authenticator.getPrivateKeyB64(),
+                   authenticator.getPassPhrase()));
+}
+
+void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPassword& authenticator)
+{
+    response_ = std::make_unique<UserAuthenticatorResponsePassword>(
+        askWithSecret(ssh_userauth_password, authenticator.getPassword()));
+}
+
+void SSHSessionUserAuthenticator::visit(const UserAuthenticatorNone& /*authenticator*/)
+{
+    response_ = std::make_unique<UserAuthenticatorResponseNone>(ask(ssh_userauth_none));
+}
+
+template <class Function, class... Args>
+AuthenticateUserResult SSHSessionUserAuthenticator::ask(Function function, Args... args)
+{
+    return resultOf(callUnblocked<SSH_AUTH_AGAIN>(*session_, function, sessionUserName, args...));
+}
+
+template <class Function>
+AuthenticateUserResult SSHSessionUserAuthenticator::askWithSecret(Function function,
+                                                                  const std::string& secret)
+{
+    return fitsCString(secret) ? ask(function, nullIfEmpty(secret))
+                               : AuthenticateUserResult::Denied;
+}
+
+AuthenticateUserResult SSHSessionUserAuthenticator::askWithKey(KeyImport import,
+                                                               const std::string& source,
+                                                               const std::string& passPhrase)
+{
+    if (!fitsCString(source) || !fitsCString(passPhrase)) {
+        return AuthenticateUserResult::Denied;
+    }
+    ssh_key rawKey = nullptr;
+    const int imported =
+        import(nullIfEmpty(source), nullIfEmpty(passPhrase), refusePrompt, nullptr, &rawKey);
+    const std::unique_ptr<ssh_key_struct, ssh_default_deleter<ssh_key_struct>> key(rawKey);
+    return imported == SSH_OK ? ask(ssh_userauth_publickey, key.get())
+                              : AuthenticateUserResult::Denied;
+}
+
+} // namespace Tarnis

@@ -1,0 +1,22 @@
+#include "handles/SSHCallLimits.h"
+
+namespace Tarnis {
+
+std::atomic<SSHCallLimits::Ticks::rep> SSHCallLimits::retryLimit_{defaultRetryLimit.count()};
+
+SSHCallLimits::Ticks SSHCallLimits::retryLimit() noexcept
+{
+    return Ticks(retryLimit_.load());
+}
+
+void SSHCallLimits::setRetryLimit(Ticks limit) noexcept
+{
+    retryLimit_.store(limit.count());
+}
+
+SSHCallLimits::Ticks SSHCallLimits::now()
+{
+    return std::chrono::duration_cast<Ticks>(std::chrono::system_clock::now().time_since_epoch());
+}
+
+} // namespace Tarnis

@@ -1,0 +1,56 @@
+#include "handles/SSHHandleChannel.h"
+
+#include "handles/SSHCall.h"
+#include "handles/SSHChannelClose.h"
+
+#include <Tarnis/SessionBlockingGuard.h>
+
+namespace Tarnis {
+
+std::shared_ptr<SSHHandleChannel> SSHHandleChannel::create(SSHHandleSession& session)
+{
+    const auto lock = session.getLock();
+    ssh_channel channel = callLocked(session, ssh_channel_new);
+    if (channel == nullptr) {
+        return nullptr;
+    }
+    return makeChildHandle<SSHHandleChannel>(session, channel);
+}
+
+SSHHandleChannel::SSHHandleChannel(SSHHandleSession* session, ssh_channel channel)
+    : SSHHandleObjectWrapper(session, channel)
+{}
+
+SSHHandleChannel::~SSHHandleChannel()
+{
+    invalidateQuietly();
+}
+
+bool SSHHandleChannel::renew()
+{
+    const auto lock = getLock();
+    if (!isValid()) {
+        return false;
+    }
+    ssh_channel fresh = ssh_channel_new(ssh_channel_get_session(getResource()));
+    if (fresh == nullptr) {
+        return false;
+    }
+    releaseWithoutWaiting(exchangeResource(fresh));
+    return true;
+}
+
+void SSHHandleChannel::do_invalidate()
+{
+    HandleObjectCore::do_invalidate();
+    releaseWithoutWaiting(exchangeResource(nullptr));
+}
+
+void SSHHandleChannel::releaseWithoutWaiting(ssh_channel channel) noexcept
+{
+    const SessionBlockingGuard guard(channel, 0);
+    queueChannelClose(channel);
+    release(channel);
+}
+
+} // namespace Tarnis

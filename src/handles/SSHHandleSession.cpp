@@ -1,0 +1,52 @@
+#include "handles/SSHHandleSession.h"
+
+#include "handles/SSHHandleChannel.h"
+
+#include <Tarnis/SessionBlockingGuard.h>
+
+#include <algorithm>
+
+namespace Tarnis {
+
+SSHHandleSession::SSHHandleSession(ssh_session session)
+    : SSHHandleObjectWrapper(nullptr, session)
+{}
+
+SSHHandleSession::~SSHHandleSession()
+{
+    // Here rather than in the base, where this class's do_invalidate() is out of reach.
+    invalidateQuietly();
+}
+
+void SSHHandleSession::retireChildren()
+{
+    const auto lock = getLock();
+    const SessionBlockingGuard guard(getResource(), 0);
+    invalidateChildren();
+}
+
+void SSHHandleSession::replaceSession(ssh_session fresh)
+{
+    const auto lock = getLock();
+    retireChildren();
+    release(exchangeResource(fresh));
+}
+
+bool SSHHandleSession::mayHaveUnreadOutput() const
+{
+    return std::any_of(children().begin(), children().end(), [](const auto& child) {
+        const auto* const channel = dynamic_cast<const SSHHandleChannel*>(child.get());
+        return channel == nullptr || ssh_channel_is_eof(channel->getResource()) == 0;
+    });
+}
+
+void SSHHandleSession::do_invalidate()
+{
+    if (getResource() != nullptr) {
+        retireChildren();
+    }
+    text_.reset();
+    SSHHandleObjectWrapper::do_invalidate();
+}
+
+} // namespace Tarnis

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "handles/SSHHandleObjectWrapper.h"
+
+#include <FileSystem/HandleObjectGeneric.h>
+#include <Tarnis/SSHDefaultDeleter.h>
+
+#include <libssh/libssh.h>
+
+#include <optional>
+#include <string>
+
+namespace Tarnis {
+
+class SSHSessionInterface;
+
+/// The root handle of a session: owns the ssh_session, keeps the handles of the channels and SFTP
+/// sessions made on it.
+class SSHHandleSession final
+    : public SSHHandleObjectWrapper<FileSystem::HandleObjectCompositeEx<
+          SSHHandleSession, ssh_session_struct, ssh_default_deleter<ssh_session_struct>,
+          FileSystem::HandleObjectCoreComposite>>
+{
+public:
+    /// Takes the session over. With a null session the handle is invalid from the start.
+    explicit SSHHandleSession(ssh_session session);
+    ~SSHHandleSession() override;
+
+    using HandleObjectCoreComposite::addChild;
+
+    /// Retires every channel and SFTP session, as libssh is about to free their memory together
+    /// with the connection's; the session itself stays valid. Waits for nothing on the network.
+    void retireChildren();
+
+    /// Puts a fresh libssh session in the place of the used one, retiring what was made from that.
+    void replaceSession(ssh_session fresh);
+
+    /// Whether anything below may still be read from a connection that has come to its end: false
+    /// once every channel was read to the end of its streams. To be called under the lock.
+    bool mayHaveUnreadOutput() const;
+
+    void setSessionInterface(SSHSessionInterface* sessionInterface) noexcept
+    {
+        sessionInterface_ = sessionInterface;
+    }
+
+    SSHSessionInterface* getSessionInterface() const noexcept { return sessionInterface_; }
+
+protected:
+    void do_invalidate() override;
+
+private:
+    SSHSessionInterface* sessionInterface_ = nullptr;
+    std::optional<std::string> text_;
+};
+
+} // namespace Tarnis

@@ -1,0 +1,63 @@
+#include <Tarnis/SessionBlockingGuard.h>
+
+#include <libssh/libssh.h>
+#include <libssh/sftp.h>
+
+namespace Tarnis {
+
+namespace {
+
+ssh_session sessionOf(ssh_channel channel)
+{
+    return channel != nullptr ? ssh_channel_get_session(channel) : nullptr;
+}
+
+ssh_session sessionOf(sftp_session sftp)
+{
+    return sftp != nullptr ? sftp->session : nullptr;
+}
+
+} // namespace
+
+SessionBlockingGuard::SessionBlockingGuard(ssh_session_struct* session)
+    : session_(session)
+    , savedBlocking_(session != nullptr ? ssh_is_blocking(session) : 0)
+{}
+
+SessionBlockingGuard::SessionBlockingGuard(ssh_channel_struct* channel)
+    : SessionBlockingGuard(sessionOf(channel))
+{}
+
+SessionBlockingGuard::SessionBlockingGuard(sftp_session_struct* sftp)
+    : SessionBlockingGuard(sessionOf(sftp))
+{}
+
+SessionBlockingGuard::SessionBlockingGuard(ssh_session_struct* session, int blocking)
+    : SessionBlockingGuard(session)
+{
+    if (session_ != nullptr) {
+        ssh_set_blocking(session_, blocking);
+    }
+}
+
+SessionBlockingGuard::SessionBlockingGuard(ssh_channel_struct* channel, int blocking)
+    : SessionBlockingGuard(sessionOf(channel), blocking)
+{}
+
+SessionBlockingGuard::SessionBlockingGuard(sftp_session_struct* sftp, int blocking)
+    : SessionBlockingGuard(sessionOf(sftp), blocking)
+{}
+
+SessionBlockingGuard::~SessionBlockingGuard()
+{
+    if (session_ == nullptr) {
+        return;
+    }
+    try {
+        ssh_set_blocking(session_, savedBlocking_);
+    } catch (...) {
+        // A destructor has nobody to tell.
+    }
+}
+
+} // namespace Tarnis

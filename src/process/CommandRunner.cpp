@@ -1,0 +1,212 @@
+#include "process/CommandRunner.h"
+
+#include "handles/CString.h"
+#include "handles/SSHCall.h"
+#include "process/ChannelTransfer.h"
+
+#include <FileSystem/HandleFatalError.h>
+#include <Tarnis/SessionBlockingGuard.h>
+
+#include <algorithm>
+#include <utility>
+
+#include <sys/ioctl.h>
+
+namespace Tarnis {
+
+namespace {
+
+// libssh reads this much off the connection at once.
+constexpr int bytesPerRound = 4096;
+// Then other threads have their turn.
+constexpr int mostRounds = 256;
+
+/// How often libssh must read to take in what has arrived; at least once, to notice an end.
+int roundsToRead(ssh_channel channel)
+{
+    int arrived = 0;
+    const int socket = ssh_get_fd(ssh_channel_get_session(channel));
+    if (::ioctl(socket, FIONREAD, &arrived) != 0) {
+        arrived = 0;
+    }
+    return std::clamp(arrived / bytesPerRound + 1, 1, mostRounds);
+}
+
+} // namespace
+
+CommandRunner::CommandRunner(std::shared_ptr<SSHHandleChannel> channel, std::string_view input,
+                             std::chrono::milliseconds timeout)
+    : channel_(std::move(channel))
+    , recorder_(channel_)
+    , wait_(SSHSocketWait::deadlineAfter(timeout))
+    , input_(input)
+{}
+
+CommandRunner::~CommandRunner()
+{
+    recorder_.stop();
+    try {
+        channel_->deleteMe();
+    } catch (...) {
+        // A destructor has nobody to tell; the session frees what is left.
+    }
+}
+
+SSHExecuteResult CommandRunner::run(const std::string& commandLine)
+{
+    Outcome outcome = Outcome::ConnectionLost;
+    try {
+        outcome = runPhases(commandLine);
+        if (outcome == Outcome::TimedOut) {
+            killCommand();
+        }
+    } catch (const FileSystem::handle_fatal_error&) {
+        // Another thread disconnected the session.
+    }
+    return collect(outcome);
+}
+
+CommandRunner::Outcome CommandRunner::runPhases(const std::string& commandLine)
+{
+    const std::string line = commandLine + '\n';
+    Step step = fitsCString(commandLine) ? Step::Done : Step::Failed;
+    if (step == Step::Done) {
+        step = repeat([this](ssh_channel channel) { return open(channel); });
+    }
+    if (step == Step::Done) {
+        step = repeat([&](ssh_channel channel) { return exec(channel, line.c_str()); });
+    }
+    if (step == Step::Failed) {
+        return Outcome::NotStarted;
+    }
+    if (step == Step::Done) {
+        step = repeat([this](ssh_channel channel) { return transfer(channel); });
+    }
+    switch (step) {
+    case Step::Done:
+        return Outcome::Completed;
+    case Step::Again:
+        return Outcome::TimedOut;
+    default:
+        return Outcome::ConnectionLost;
+    }
+}
+
+/// Repeats a step until it is through with its phase. Again: the time is up.
+template <class StepFunction>
+CommandRunner::Step CommandRunner::repeat(StepFunction stepFunction)
+{
+    for (;;) {
+        const Step step = takeStep(stepFunction);
+        if (step != Step::Again || !wait_.wait(*channel_)) {
+            return step;
+        }
+    }
+}
+
+template <class StepFunction>
+CommandRunner::Step CommandRunner::takeStep(StepFunction stepFunction)
+{
+    return callLocked(*channel_, [&](ssh_channel channel) {
+        const SessionBlockingGuard guard(channel, 0);
+        const auto before = recorder_.progress() + inputConsumed_;
+        const Step step = stepFunction(channel);
+        recorder_.rethrowFailure();
+        if (recorder_.progress() + inputConsumed_ != before) {
+            wait_.progressed();
+        }
+        const bool lost = ssh_is_connected(ssh_channel_get_session(channel)) == 0;
+        return lost && step != Step::Done ? Step::Lost : step;
+    });
+}
+
+CommandRunner::Step CommandRunner::open(ssh_channel channel) const
+{
+    const int result = ssh_channel_open_session(channel);
+    return result == SSH_AGAIN ? Step::Again : result == SSH_OK ? Step::Done : Step::Failed;
+}
+
+CommandRunner::Step CommandRunner::exec(ssh_channel channel, const char* line) const
+{
+    const int result = ssh_channel_request_exec(channel, line);
+    if (result == SSH_AGAIN) {
+        // A server that closes the channel instead of answering does not answer any more.
+        return recorder_.closed ? Step::Failed : Step::Again;
+    }
+    return result == SSH_OK ? Step::Done : Step::Failed;
+}
+
+CommandRunner::Step CommandRunner::transfer(ssh_channel channel)
+{
+    feedInput(channel);
+    pump(channel);
+    return isComplete(channel) ? Step::Done : Step::Again;
+}
+
+void CommandRunner::feedInput(ssh_channel channel)
+{
+    using Status = SSHChannelTransfer::Status;
+    while (!inputEnded_) {
+        if (inputConsumed_ == input_.size()) {
+            static_cast<void>(ssh_channel_send_eof(channel));
+            inputEnded_ = true;
+            return;
+        }
+        const auto transfer =
+            writeAccepted(channel, input_.data() + inputConsumed_, input_.size() - inputConsumed_);
+        inputConsumed_ += transfer.count;
+        // A command is free not to read its input; it may still have much to say.
+        inputEnded_ = transfer.status == Status::EndOfStream || transfer.status == Status::Error;
+        if (transfer.status != Status::Transferred) {
+            return;
+        }
+    }
+}
+
+void CommandRunner::pump(ssh_channel channel) const
+{
+    for (int rounds = roundsToRead(channel); rounds > 0 && !recorder_.closed; --rounds) {
+        // After the end of the streams a poll does not look at the connection any more, while the
+        // exit code and the close may still be to come.
+        const int result = recorder_.endOfStreams ? ssh_channel_get_exit_status(channel)
+                                                  : ssh_channel_poll(channel, 0);
+        if (result == SSH_ERROR) {
+            return;
+        }
+    }
+}
+
+bool CommandRunner::isComplete(ssh_channel channel)
+{
+    if (recorder_.closed) {
+        return true;
+    }
+    if (!recorder_.hasExit()) {
+        return false;
+    }
+    return recorder_.endOfStreams || quietProbe_.isDrained(channel, recorder_.progress());
+}
+
+void CommandRunner::killCommand()
+{
+    static_cast<void>(callLocked(*channel_, [](ssh_channel channel) {
+        const SessionBlockingGuard guard(channel, 0);
+        return ssh_channel_is_open(channel) == 1 ? ssh_channel_request_send_signal(channel, "KILL")
+                                                 : SSH_OK;
+    }));
+}
+
+SSHExecuteResult CommandRunner::collect(Outcome outcome)
+{
+    const auto lock = channel_->getLock();
+    SSHExecuteResult result;
+    result.outcome = outcome;
+    result.output = std::move(recorder_.output);
+    result.errorOutput = std::move(recorder_.errorOutput);
+    result.exitCode = recorder_.exitStatus;
+    result.exitSignal = std::move(recorder_.exitSignal);
+    result.inputConsumed = inputConsumed_;
+    return result;
+}
+
+} // namespace Tarnis

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "handles/SSHHandleChannel.h"
+#include "handles/SSHSocketWait.h"
+#include "process/CommandRecorder.h"
+#include "process/QuietProbe.h"
+
+#include <Tarnis/SSHExecuteResult.h>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace Tarnis {
+
+/// Runs one command line to its end on a channel of its own, as SSHSession::execute promises. Holds
+/// the session's lock for one step at a time, never while it waits.
+class CommandRunner
+{
+public:
+    /// \param channel new, not opened.
+    /// \param input   lent until run() returns.
+    CommandRunner(std::shared_ptr<SSHHandleChannel> channel, std::string_view input,
+                  std::chrono::milliseconds timeout);
+    CommandRunner(const CommandRunner&) = delete;
+    CommandRunner& operator=(const CommandRunner&) = delete;
+
+    /// Closes the channel and retires it, without waiting.
+    ~CommandRunner();
+
+    /// To be called once. What goes wrong with the command or the connection is told by the result;
+    /// throws only when there is no memory for it.
+    SSHExecuteResult run(const std::string& commandLine);
+
+private:
+    using Outcome = SSHExecuteResult::Outcome;
+
+    /// How one step of a phase went.
+    enum class Step
+    {
+        Again,
+        Done,
+        Failed,
+        Lost
+    };
+
+    Outcome runPhases(const std::string& commandLine);
+    template <class StepFunction>
+    Step repeat(StepFunction stepFunction);
+    template <class StepFunction>
+    Step takeStep(StepFunction stepFunction);
+
+    Step open(ssh_channel channel) const;
+    Step exec(ssh_channel channel, const char* line) const;
+    Step transfer(ssh_channel channel);
+    void feedInput(ssh_channel channel);
+    void pump(ssh_channel channel) const;
+    bool isComplete(ssh_channel channel);
+    void killCommand();
+    SSHExecuteResult collect(Outcome outcome);
+
+    std::shared_ptr<SSHHandleChannel> channel_;
+    CommandRecorder recorder_;
+    SSHSocketWait wait_;
+    QuietProbe quietProbe_;
+    std::string_view input_;
+    std::size_t inputConsumed_ = 0;
+    bool inputEnded_ = false;
+};
+
+} // namespace Tarnis

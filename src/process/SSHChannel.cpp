@@ -1,0 +1,205 @@
+#include "handles/CString.h"
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleChannel.h"
+#include "handles/SSHSocketWait.h"
+#include "process/ChannelTransfer.h"
+
+#include <Tarnis/SSHChannel.h>
+#include <Tarnis/SessionBlockingGuard.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+namespace Tarnis {
+
+namespace {
+
+constexpr std::size_t largestChunk = 0x7FFFFFFF;
+constexpr int readTimeoutMilliseconds = 1;
+constexpr int pollTimeoutMilliseconds = 1;
+
+SSHHandleChannel& valid(const std::shared_ptr<SSHHandleChannel>& channel)
+{
+    if (channel == nullptr) {
+        throw FileSystem::handle_fatal_error("invalid");
+    }
+    return *channel;
+}
+
+/// Moves `size` bytes in chunks, each by one call that is given the offset and the chunk's size.
+/// A chunk counts whole however little of it the call moved; only an error does not count.
+template <class MoveChunk>
+std::size_t moveInChunks(std::size_t size, MoveChunk moveChunk)
+{
+    std::size_t done = 0;
+    for (;;) {
+        const std::size_t chunk = std::min(size - done, largestChunk);
+        const int moved = moveChunk(done, static_cast<std::uint32_t>(chunk));
+        if (moved < 0) {
+            return done;
+        }
+        done += chunk;
+        if (moved == 0 || static_cast<std::size_t>(moved) < chunk || done >= size) {
+            return done;
+        }
+    }
+}
+
+/// Repeats one step of a transfer until it moves something, fails, or the time is up.
+template <class Step>
+SSHChannelTransfer transferWithin(std::chrono::milliseconds timeout, SSHHandleChannel& channel,
+                                  Step step)
+{
+    SSHSocketWait wait(SSHSocketWait::deadlineAfter(timeout));
+    SSHChannelTransfer transfer;
+    do {
+        transfer = callLocked(channel, step);
+    } while (transfer.status == SSHChannelTransfer::Status::TimedOut && wait.wait(channel));
+    return transfer;
+}
+
+} // namespace
+
+SSHChannel::SSHChannel(std::shared_ptr<SSHHandleChannel>&& channel)
+    : channel_(std::exchange(channel, nullptr))
+{}
+
+SSHChannel::~SSHChannel()
+{
+    try {
+        SSHHandleChannel& channel = valid(channel_);
+        const auto lock = channel.getLock();
+        // In blocking mode, closing would wait for a server that has stopped reading.
+        const SessionBlockingGuard guard(channel.getResource(), 0);
+        if (SSHChannel::do_isOpen()) {
+            SSHChannel::do_close();
+        }
+        channel.deleteMe();
+    } catch (...) {
+        // The session is gone, and the channel with it.
+    }
+}
+
+std::shared_ptr<SSHHandleChannel> SSHChannel::getChannel()
+{
+    return channel_;
+}
+
+bool SSHChannel::isValid() const
+{
+    return channel_ != nullptr && channel_->isValid();
+}
+
+bool SSHChannel::open()
+{
+    return do_open();
+}
+
+bool SSHChannel::isOpen() const
+{
+    return do_isOpen();
+}
+
+bool SSHChannel::close()
+{
+    return do_close();
+}
+
+bool SSHChannel::do_open()
+{
+    return callLocked(valid(channel_), ssh_channel_open_session) == SSH_OK;
+}
+
+bool SSHChannel::do_isOpen() const
+{
+    return callLocked(valid(channel_), ssh_channel_is_open) == 1;
+}
+
+bool SSHChannel::do_close()
+{
+    return callLocked(valid(channel_), ssh_channel_close) == SSH_OK;
+}
+
+bool SSHChannel::isEOF() const
+{
+    return callLocked(valid(channel_), ssh_channel_is_eof) != 0;
+}
+
+bool SSHChannel::sendEOF() const
+{
+    return callUnblocked(valid(channel_), ssh_channel_send_eof) == SSH_OK;
+}
+
+bool SSHChannel::sendSignal(const std::string& signalName) const
+{
+    SSHHandleChannel& channel = valid(channel_);
+    return fitsCString(signalName) &&
+           callUnblocked(channel, ssh_channel_request_send_signal, signalName.c_str()) == SSH_OK;
+}
+
+std::optional<int> SSHChannel::getExitCode()
+{
+    const int status = queryExitStatus();
+    if (status < 0 && do_isOpen()) {
+        return std::nullopt;
+    }
+    return status;
+}
+
+int SSHChannel::queryExitStatus() const
+{
+    return callUnblocked(valid(channel_), ssh_channel_get_exit_status);
+}
+
+std::size_t SSHChannel::bytesAvailable(bool isStderr) const
+{
+    const int available = callLocked(valid(channel_), ssh_channel_poll_timeout,
+                                     pollTimeoutMilliseconds, isStderr ? 1 : 0);
+    return available < 0 ? 0 : static_cast<std::size_t>(available);
+}
+
+std::size_t SSHChannel::read(char* buffer, std::size_t size, bool isStderr) const
+{
+    SSHHandleChannel& channel = valid(channel_);
+    return moveInChunks(size, [&](std::size_t done, std::uint32_t chunk) {
+        return callUnblocked(channel, ssh_channel_read_timeout, buffer + done, chunk,
+                             isStderr ? 1 : 0, readTimeoutMilliseconds);
+    });
+}
+
+std::size_t SSHChannel::write(const char* data, std::size_t size) const
+{
+    SSHHandleChannel& channel = valid(channel_);
+    return moveInChunks(size, [&](std::size_t done, std::uint32_t chunk) {
+        return callUnblocked(channel, ssh_channel_write, data + done, chunk);
+    });
+}
+
+std::string SSHChannel::readAll(bool isStderr)
+{
+    std::string text(bytesAvailable(isStderr), '\0');
+    if (text.empty()) {
+        return text;
+    }
+    const std::size_t count = read(text.data(), text.size(), isStderr);
+    text.resize(count);
+    return text;
+}
+
+SSHChannelTransfer SSHChannel::readSome(char* buffer, std::size_t size, bool isStderr,
+                                        std::chrono::milliseconds timeout) const
+{
+    return transferWithin(timeout, valid(channel_), [=](ssh_channel channel) {
+        return readArrived(channel, buffer, size, isStderr);
+    });
+}
+
+SSHChannelTransfer SSHChannel::writeSome(const char* data, std::size_t size,
+                                         std::chrono::milliseconds timeout) const
+{
+    return transferWithin(timeout, valid(channel_),
+                          [=](ssh_channel channel) { return writeAccepted(channel, data, size); });
+}
+
+} // namespace Tarnis

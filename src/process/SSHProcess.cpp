@@ -1,0 +1,144 @@
+#include "handles/CString.h"
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleChannel.h"
+
+#include <Tarnis/SSHProcess.h>
+
+#include <thread>
+#include <utility>
+
+namespace Tarnis {
+
+using State = SSHCommandLineProcessState;
+
+SSHProcess::SSHProcess(std::shared_ptr<SSHHandleChannel>&& channel)
+    : SSHProcess(std::string(), std::move(channel))
+{}
+
+SSHProcess::SSHProcess(const std::string& commandLine, std::shared_ptr<SSHHandleChannel>&& channel)
+    : SSHChannel(std::move(channel))
+    , commandLine_(commandLine)
+    , state_(State::NotStarted)
+{}
+
+SSHProcess::~SSHProcess() = default;
+
+std::string SSHProcess::getCommandLine()
+{
+    return commandLine_;
+}
+
+bool SSHProcess::setCommandLine(const std::string& commandLine)
+{
+    if (!isRunning() && !isFinished() && &commandLine != &commandLine_) {
+        commandLine_ = commandLine;
+    }
+    // False either way: hosts have come to rely on it, so it cannot begin to mean anything.
+    return false;
+}
+
+bool SSHProcess::start()
+{
+    if (isRunning() || isFinished()) {
+        return false;
+    }
+    return open();
+}
+
+bool SSHProcess::start(const std::string& commandLine)
+{
+    setCommandLine(commandLine);
+    return start();
+}
+
+bool SSHProcess::isRunning() const
+{
+    checkState();
+    return state_.load() == State::Running;
+}
+
+bool SSHProcess::isFinished() const
+{
+    checkState();
+    return state_.load() == State::Finished;
+}
+
+State SSHProcess::getProcessState()
+{
+    checkState();
+    return state_.load();
+}
+
+bool SSHProcess::waitForFinished(std::chrono::milliseconds timeout) const
+{
+    const auto start = SSHCallLimits::now();
+    const auto longest = SSHCallLimits::Ticks::max() - start;
+    const auto deadline = timeout >= longest ? SSHCallLimits::Ticks::max() : start + timeout;
+    while (!hasEnded() && SSHCallLimits::now() < deadline) {
+        std::this_thread::sleep_for(SSHCallLimits::pause);
+    }
+    return hasEnded();
+}
+
+bool SSHProcess::kill()
+{
+    return sendSignal("KILL");
+}
+
+bool SSHProcess::terminate()
+{
+    return sendSignal("TERM");
+}
+
+bool SSHProcess::do_open()
+{
+    const State previous = state_.exchange(State::Starting);
+    const bool running = runOnChannel(previous);
+    state_.exchange(running ? State::Running : State::Failed);
+    return running;
+}
+
+bool SSHProcess::runOnChannel(State previous)
+{
+    const std::shared_ptr<SSHHandleChannel> channel = getChannel();
+    if (channel == nullptr || !fitsCString(commandLine_)) {
+        return false;
+    }
+    // libssh opens a channel only once. One that an earlier start left open is used again.
+    const bool startedBefore = previous != State::NotStarted && previous != State::Starting;
+    if (startedBefore && !SSHChannel::do_isOpen() && !channel->renew()) {
+        return false;
+    }
+    if (!SSHChannel::do_open()) {
+        return false;
+    }
+    const std::string line = commandLine_ + '\n';
+    return callUnblocked(*channel, ssh_channel_request_exec, line.c_str()) == SSH_OK;
+}
+
+bool SSHProcess::do_isOpen() const
+{
+    return SSHChannel::do_isOpen();
+}
+
+bool SSHProcess::do_close()
+{
+    if (isRunning()) {
+        static_cast<void>(sendEOF());
+    }
+    return SSHChannel::do_close();
+}
+
+void SSHProcess::checkState() const
+{
+    if (state_.load() == State::Running && hasEnded()) {
+        state_.exchange(State::Finished);
+    }
+}
+
+bool SSHProcess::hasEnded() const
+{
+    return queryExitStatus() >= 0 || !do_isOpen();
+}
+
+} // namespace Tarnis

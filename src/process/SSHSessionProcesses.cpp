@@ -1,0 +1,36 @@
+// The remote commands that a session hands out and runs.
+
+#include "handles/SSHHandleChannel.h"
+#include "handles/SSHHandleSession.h"
+#include "process/CommandRunner.h"
+
+#include <Tarnis/SSHProcess.h>
+#include <Tarnis/SSHSession.h>
+
+#include <utility>
+
+namespace Tarnis {
+
+std::unique_ptr<SSHProcess> SSHSession::createProcess(const std::string& commandLine)
+{
+    auto channel = SSHHandleChannel::create(*session_);
+    if (channel == nullptr) {
+        return nullptr;
+    }
+    return std::make_unique<SSHProcess>(commandLine, std::move(channel));
+}
+
+SSHExecuteResult SSHSession::execute(const std::string& commandLine, std::string_view input,
+                                     std::chrono::milliseconds timeout)
+{
+    if (!isAuthenticated()) {
+        return {};
+    }
+    auto channel = SSHHandleChannel::create(*session_);
+    if (channel == nullptr) {
+        return {};
+    }
+    return CommandRunner(std::move(channel), input, timeout).run(commandLine);
+}
+
+} // namespace Tarnis

@@ -1,0 +1,78 @@
+#include "session/ConnectionSocket.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace Tarnis {
+
+namespace {
+
+void closeIfOpen(int& descriptor) noexcept
+{
+    if (descriptor >= 0) {
+        ::close(descriptor);
+        descriptor = -1;
+    }
+}
+
+} // namespace
+
+ConnectionSocket::~ConnectionSocket()
+{
+    closeIfOpen(socket_);
+}
+
+void ConnectionSocket::expect()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    closeIfOpen(socket_);
+    interrupted_ = false;
+}
+
+void ConnectionSocket::attach(int socket)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (socket < 0 || socket_ >= 0) {
+        return;
+    }
+    socket_ = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
+    if (interrupted_) {
+        ::shutdown(socket, SHUT_RDWR);
+    }
+}
+
+void ConnectionSocket::detach() noexcept
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    closeIfOpen(socket_);
+}
+
+void ConnectionSocket::interrupt() noexcept
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    interrupted_ = true;
+    if (socket_ >= 0) {
+        ::shutdown(socket_, SHUT_RDWR);
+    }
+}
+
+bool ConnectionSocket::isAtEnd() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (socket_ < 0) {
+        return false;
+    }
+    pollfd socket{socket_, POLLRDHUP, 0};
+    return ::poll(&socket, 1, 0) > 0;
+}
+
+bool ConnectionSocket::hasUnread() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    char byte = 0;
+    return socket_ >= 0 && ::recv(socket_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+}
+
+} // namespace Tarnis

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <mutex>
+
+namespace Tarnis {
+
+/// A second descriptor of a connection's socket, through which any thread can break the connection
+/// without the session's lock, while another thread holds that lock inside libssh.
+///
+/// Any thread may call any operation; none blocks.
+class ConnectionSocket
+{
+public:
+    ConnectionSocket() = default;
+    ConnectionSocket(const ConnectionSocket&) = delete;
+    ConnectionSocket& operator=(const ConnectionSocket&) = delete;
+    ~ConnectionSocket();
+
+    /// A new attempt to connect begins: whatever was interrupted before is over. Lets go of the
+    /// socket of an earlier connection.
+    void expect();
+
+    /// Duplicates the attempt's socket; it is shut down at once when interrupt() came meanwhile.
+    /// Does nothing for a negative descriptor, or when there is a socket already.
+    void attach(int socket);
+
+    /// Lets go of the socket. Without this, the peer would not see that the connection was closed.
+    void detach() noexcept;
+
+    /// Shuts the connection down, now or as soon as it is attached.
+    void interrupt() noexcept;
+
+    /// Whether the peer has closed the connection, or it was shut down or broke: nothing will
+    /// arrive after what has arrived. False without a socket.
+    bool isAtEnd() const;
+
+    /// Whether something has arrived that was not read yet. False without a socket.
+    bool hasUnread() const;
+
+private:
+    mutable std::mutex mutex_;
+    int socket_ = -1;
+    bool interrupted_ = false;
+};
+
+} // namespace Tarnis

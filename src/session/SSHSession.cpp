@@ -1,0 +1,199 @@
+#include "handles/CString.h"
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSession.h"
+#include "session/SSHSessionConnection.h"
+#include "session/SSHSessionOptions.h"
+
+#include <Tarnis/HostAuthenticatorResponse.h>
+#include <Tarnis/SSHDefaultDeleter.h>
+#include <Tarnis/SSHSession.h>
+#include <Tarnis/SessionBlockingGuard.h>
+#include <Tarnis/UserAuthenticatorResponse.h>
+
+#include <cstdint>
+
+namespace Tarnis {
+
+namespace {
+
+constexpr std::uint32_t connectedBit = 2;
+
+bool saysConnected(RemoteSessionState state)
+{
+    return (static_cast<std::uint32_t>(state) & connectedBit) != 0;
+}
+
+} // namespace
+
+SSHSession::SSHSession()
+    : session_(std::make_unique<SSHHandleSession>(ssh_new()))
+    , state_(std::make_shared<std::atomic<RemoteSessionState>>(RemoteSessionState::Disconnected))
+    , connection_(std::make_unique<SSHSessionConnection>())
+{}
+
+SSHSession::~SSHSession()
+{
+    try {
+        if (do_isConnected()) {
+            do_disconnect();
+        }
+        session_->deleteMe();
+    } catch (...) {
+        // A destructor has nobody to tell; the handle frees what is left.
+    }
+}
+
+bool SSHSession::do_isConnected() const
+{
+    return RemoteSession::do_isConnected() && isSessionConnected();
+}
+
+bool SSHSession::do_isAuthenticating() const
+{
+    return RemoteSession::do_isAuthenticating() && isSessionConnected();
+}
+
+bool SSHSession::do_isAuthenticated() const
+{
+    return RemoteSession::do_isAuthenticated() && isSessionConnected();
+}
+
+RemoteSessionState SSHSession::do_getState()
+{
+    if (saysConnected(state_->load()) && !isSessionConnected()) {
+        connection_->release();
+        state_->exchange(RemoteSessionState::Disconnected);
+    }
+    return state_->load();
+}
+
+bool SSHSession::do_connect()
+{
+    if (do_getState() != RemoteSessionState::Disconnected) {
+        return false;
+    }
+    const RemoteSessionState previous = state_->exchange(RemoteSessionState::Connecting);
+    if (previous != RemoteSessionState::Disconnected) {
+        // Another thread came in between; its state stands.
+        state_->exchange(previous);
+        return false;
+    }
+    const int result = runConnect();
+    state_->exchange(result == SSH_OK ? RemoteSessionState::HostAuthenticating
+                                      : RemoteSessionState::Disconnected);
+    return result == SSH_OK;
+}
+
+int SSHSession::runConnect()
+{
+    const auto lock = session_->getLock();
+    if (!connection_->prepare(*session_)) {
+        return SSH_ERROR;
+    }
+    const int result = callUnblocked(
+        *session_, [this](ssh_session session) { return connection_->tryConnect(session); });
+    if (result == SSH_OK) {
+        callLocked(*session_, SSHSessionConnection::tuneSocket);
+    } else {
+        connection_->release();
+    }
+    return result;
+}
+
+bool SSHSession::do_disconnect()
+{
+    setBlocking(true);
+    if (state_->load() == RemoteSessionState::Disconnected) {
+        return false;
+    }
+    state_->exchange(RemoteSessionState::Disconnecting);
+    endConnection([](ssh_session session) {
+        SSHSessionConnection::flush(session);
+        ssh_disconnect(session);
+    });
+    state_->exchange(RemoteSessionState::Disconnected);
+    return true;
+}
+
+void SSHSession::silentDisconnect()
+{
+    setBlocking(true);
+    endConnection(ssh_silent_disconnect);
+}
+
+void SSHSession::endConnection(void (*disconnectCall)(ssh_session_struct*))
+{
+    const auto lock = session_->getLock();
+    // libssh frees every channel together with the connection.
+    session_->retireChildren();
+    callLocked(*session_, disconnectCall);
+    connection_->release();
+}
+
+void SSHSession::interrupt() noexcept
+{
+    connection_->interrupt();
+}
+
+bool SSHSession::isSessionConnected() const
+{
+    return connection_->isAlive(*session_);
+}
+
+void SSHSession::setBlocking(bool blocking)
+{
+    session_->checkFatalError();
+    const auto lock = session_->getLock();
+    ssh_set_blocking(session_->getResource(), blocking ? 1 : 0);
+    session_->checkFatalError();
+}
+
+bool SSHSession::isBlocking() const
+{
+    session_->checkFatalError();
+    const auto lock = session_->getLock();
+    ssh_session session = session_->getResource();
+    const bool blocking = session != nullptr && ssh_is_blocking(session) == 1;
+    session_->checkFatalError();
+    return blocking;
+}
+
+bool SSHSession::do_setHostName(const std::string& hostName)
+{
+    return fitsCString(hostName) &&
+           callLocked(*session_, ssh_options_set, SSH_OPTIONS_HOST, hostName.c_str()) == SSH_OK;
+}
+
+bool SSHSession::do_setUserName(const std::string& userName)
+{
+    return fitsCString(userName) &&
+           callLocked(*session_, ssh_options_set, SSH_OPTIONS_USER, userName.c_str()) == SSH_OK;
+}
+
+bool SSHSession::do_setPortNumber(unsigned short port)
+{
+    const unsigned int widened = port;
+    return callLocked(*session_, ssh_options_set, SSH_OPTIONS_PORT, &widened) == SSH_OK;
+}
+
+std::string SSHSession::do_getHostName()
+{
+    char* text = nullptr;
+    // The text stays libssh's loss: it was never released here, and nothing relies on a change.
+    const int result = callLocked(*session_, ssh_options_get, SSH_OPTIONS_HOST, &text);
+    return result == SSH_OK && text != nullptr ? std::string(text) : std::string();
+}
+
+std::string SSHSession::do_getUserName()
+{
+    return readTextOption(*session_, SSH_OPTIONS_USER);
+}
+
+unsigned short SSHSession::do_getPortNumber() const
+{
+    unsigned int port = 0;
+    const int result = callLocked(*session_, ssh_options_get_port, &port);
+    return result == SSH_OK ? static_cast<unsigned short>(port) : 0;
+}
+
+} // namespace Tarnis

@@ -1,0 +1,127 @@
+#include "session/SSHSessionConnection.h"
+
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSession.h"
+
+#include <Tarnis/SSHDefaultDeleter.h>
+
+#include <memory>
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace Tarnis {
+
+namespace {
+
+using OwnedSession = std::unique_ptr<ssh_session_struct, ssh_default_deleter<ssh_session_struct>>;
+
+// A peer that vanished answers neither probes nor data. Together at most 105 seconds of silence on
+// an idle connection, 110 with data under way.
+constexpr int idleSecondsBeforeProbes = 45;
+constexpr int secondsBetweenProbes = 15;
+constexpr int unansweredProbes = 4;
+constexpr unsigned int unacknowledgedMilliseconds = 110'000;
+
+constexpr int flushMilliseconds = 500;
+
+template <class Value>
+void setSocketOption(int socket, int level, int name, Value value)
+{
+    // A platform that refuses one of these still has a connection that works.
+    static_cast<void>(::setsockopt(socket, level, name, &value, sizeof value));
+}
+
+void keepAlive(int socket)
+{
+    setSocketOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    setSocketOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, idleSecondsBeforeProbes);
+    setSocketOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, secondsBetweenProbes);
+    setSocketOption(socket, IPPROTO_TCP, TCP_KEEPCNT, unansweredProbes);
+    setSocketOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, unacknowledgedMilliseconds);
+}
+
+bool setFlag(ssh_session session, ssh_options_e option, int value)
+{
+    return ssh_options_set(session, option, &value) == SSH_OK;
+}
+
+/// A fresh libssh session with the options of a used one.
+OwnedSession copyOf(ssh_session used)
+{
+    ssh_session copy = nullptr;
+    if (ssh_options_copy(used, &copy) != SSH_OK) {
+        return nullptr;
+    }
+    ssh_set_blocking(copy, ssh_is_blocking(used));
+    return OwnedSession(copy);
+}
+
+} // namespace
+
+bool SSHSessionConnection::prepare(SSHHandleSession& session)
+{
+    socket_.expect();
+    if (used_ && !renew(session)) {
+        return false;
+    }
+    used_ = true;
+    return callLocked(session, [](ssh_session s) {
+        const bool processConfig = false;
+        return ssh_options_set(s, SSH_OPTIONS_PROCESS_CONFIG, &processConfig) == SSH_OK &&
+               setFlag(s, SSH_OPTIONS_NODELAY, 1);
+    });
+}
+
+bool SSHSessionConnection::renew(SSHHandleSession& session)
+{
+    OwnedSession fresh = callLocked(session, copyOf);
+    if (fresh == nullptr) {
+        return false;
+    }
+    if (knownHostsFile_.has_value() &&
+        ssh_options_set(fresh.get(), SSH_OPTIONS_KNOWNHOSTS, knownHostsFile_->c_str()) != SSH_OK) {
+        return false;
+    }
+    session.replaceSession(fresh.release());
+    return true;
+}
+
+int SSHSessionConnection::tryConnect(ssh_session session)
+{
+    const int result = ssh_connect(session);
+    socket_.attach(ssh_get_fd(session));
+    return result;
+}
+
+void SSHSessionConnection::tuneSocket(ssh_session session)
+{
+    const int socket = ssh_get_fd(session);
+    keepAlive(socket);
+    // libssh sends only after the socket was found ready, but leaves it in blocking mode, where
+    // sending more than fits waits for a server that may have stopped reading.
+    const int flags = ::fcntl(socket, F_GETFL);
+    if (flags >= 0) {
+        static_cast<void>(::fcntl(socket, F_SETFL, flags | O_NONBLOCK));
+    }
+}
+
+bool SSHSessionConnection::isAlive(SSHHandleSession& session) const
+{
+    const auto lock = session.getLock();
+    if (callLocked(session, ssh_is_connected) != 1) {
+        return false;
+    }
+    return !socket_.isAtEnd() || (socket_.hasUnread() && session.mayHaveUnreadOutput());
+}
+
+void SSHSessionConnection::flush(ssh_session session)
+{
+    if (ssh_is_connected(session) != 0) {
+        static_cast<void>(ssh_blocking_flush(session, flushMilliseconds));
+    }
+}
+
+} // namespace Tarnis

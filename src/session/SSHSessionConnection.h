@@ -1,0 +1,59 @@
+#pragma once
+
+#include "session/ConnectionSocket.h"
+
+#include <libssh/libssh.h>
+
+#include <optional>
+#include <string>
+
+namespace Tarnis {
+
+class SSHHandleSession;
+
+/// Makes and unmakes the connection of a session: what has to be done around ssh_connect and
+/// ssh_disconnect so that both can be done again and again, and broken off.
+///
+/// The session's lock must be held for every operation but interrupt().
+class SSHSessionConnection
+{
+public:
+    /// Gets the handle's libssh session ready for an attempt: a fresh one with the same options
+    /// where the present one was used before, as libssh connects each only once; no configuration
+    /// files; no delayed sends. False: there is no memory for it; the present one is still in
+    /// place. Throws handle_fatal_error("invalid") when the handle is invalid.
+    bool prepare(SSHHandleSession& session);
+
+    /// One try of ssh_connect, in the session's blocking mode; its result.
+    int tryConnect(ssh_session session);
+
+    /// Settings of the socket of a connection that stands: a peer that vanished is noticed within
+    /// two minutes, and sending never blocks.
+    static void tuneSocket(ssh_session session);
+
+    /// Whether the connection stands. libssh takes note of its end only when it reads; this looks
+    /// at the socket too, without reading: what a command sent before the end must stay readable.
+    bool isAlive(SSHHandleSession& session) const;
+
+    /// Gives what was written and not yet sent half a second to leave.
+    static void flush(ssh_session session);
+
+    /// Lets go of the connection's socket, which libssh has closed.
+    void release() noexcept { socket_.detach(); }
+
+    /// Shuts the connection down, from any thread.
+    void interrupt() noexcept { socket_.interrupt(); }
+
+    /// Keeps the known-hosts path as the caller gave it: libssh replaces the escapes in its own
+    /// copy at the first attempt, and would do so again in a copy of that copy.
+    void setKnownHostsFile(const std::string& path) { knownHostsFile_ = path; }
+
+private:
+    bool renew(SSHHandleSession& session);
+
+    ConnectionSocket socket_;
+    std::optional<std::string> knownHostsFile_;
+    bool used_ = false;
+};
+
+} // namespace Tarnis
