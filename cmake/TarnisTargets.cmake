@@ -45,7 +45,8 @@ function(tarnis_library_target target)
         ${target}
         PROPERTIES VERSION ${PROJECT_VERSION}
                    SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
-                   EXPORT_NAME ${target})
+                   # The two libraries lie side by side and find each other.
+                   INSTALL_RPATH $ORIGIN)
     # Clang leaves the sanitizer's own symbols of a shared library to the program.
     if(NOT TARNIS_SANITIZE)
         target_link_options(${target} PRIVATE -Wl,--no-undefined)

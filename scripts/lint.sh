@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Formatting, static analysis and the promises that documents make. Called by scripts/test.sh lint,
+# which installs what this needs.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+jobs=$(nproc)
+mapfile -t cpp_files < <(git ls-files '*.h' '*.cpp')
+mapfile -t shell_files < <(git ls-files '*.sh' .ci/run)
+
+check_format() {
+    echo "-- clang-format"
+    clang-format --dry-run --Werror "${cpp_files[@]}"
+}
+
+check_shell() {
+    echo "-- shellcheck"
+    shellcheck -x "${shell_files[@]}"
+}
+
+check_tidy() {
+    echo "-- clang-tidy"
+    cmake --preset lint >/dev/null
+    # Generated headers must be there before anything can be analysed.
+    printf '%s\n' "${cpp_files[@]}" | grep '\.cpp$' |
+        grep -v '^tests/packaging/consumer/' |
+        xargs -P "$jobs" -n 4 clang-tidy -p build/lint --quiet 2>build/lint/tidy.log ||
+        { cat build/lint/tidy.log; return 1; }
+}
+
+check_presets() {
+    echo "-- presets"
+    cmake --list-presets >/dev/null
+}
+
+check_layers() {
+    echo "-- layers: includes point downwards only"
+    scripts/lint/layers.sh
+}
+
+check_documents() {
+    echo "-- documents"
+    scripts/lint/documents.sh
+}
+
+check_format
+check_shell
+check_presets
+check_layers
+check_documents
+check_tidy
+echo "lint: clean"

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# What the documents promise: the README's program is the one that is compiled, the changelog leads
+# with the current version, links lead somewhere, and nothing is left for later.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+status=0
+
+fail() {
+    echo "$1" >&2
+    status=1
+}
+
+readme_program() {
+    awk '/^```cpp$/ { inside = 1; next } /^```$/ { if (inside) exit } inside' README.md
+}
+
+diff <(readme_program) examples/readme.cpp >/dev/null ||
+    fail "README.md: its first program is not examples/readme.cpp"
+
+version=$(sed -n 's/^ *VERSION \([0-9.]*\)$/\1/p' CMakeLists.txt)
+grep -m1 '^## ' CHANGELOG.md | grep -q "$version" ||
+    fail "CHANGELOG.md: the first entry is not version $version"
+
+for document in README.md CHANGELOG.md docs/*.md; do
+    # Relative links only: `](path)` or `](path#anchor)`.
+    while read -r link; do
+        [ -e "$(dirname "$document")/${link%%#*}" ] || fail "$document: broken link $link"
+    done < <(grep -oE '\]\([^)]+\)' "$document" | sed 's/^](//; s/)$//' | grep -vE '^(https?:|#)')
+done
+
+leftovers=$(git grep -nIE '\b(TODO|FIXME|XXX|HACK)\b' -- . ':!scripts/lint/documents.sh' || true)
+[ -z "$leftovers" ] || fail "left for later:
+$leftovers"
+
+exit "$status"

@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Builds and runs the tests. Installs what is missing (Debian packages) first.
+#
+# Usage: scripts/test.sh [dev|clang|asan|tsan|valgrind|lint|coverage|all]
+#   dev       (default) every test, with GCC
+#   clang     every test, with Clang
+#   asan      every test under the address and undefined-behaviour sanitizers
+#   tsan      every test under the thread sanitizer
+#   valgrind  the tests of the libraries under valgrind
+#   lint      formatting, clang-tidy, shell scripts, documents
+#   coverage  every test, then the line coverage of src/ and framework/
+#   all       all of them
+set -euo pipefail
+cd "$(dirname "$0")/.."
+# shellcheck source=scripts/lib/packages.sh
+. scripts/lib/packages.sh
+
+jobs=$(nproc)
+# Most tests wait for a server most of the time.
+test_jobs=$((jobs * 2))
+
+build() { # PRESET
+    cmake --preset "$1" >/dev/null
+    cmake --build --preset "$1" -j "$jobs"
+}
+
+run_tests() { # PRESET [CTEST ARGUMENTS...]
+    local preset=$1
+    shift
+    ctest --preset "$preset" -j "$test_jobs" --no-tests=error "$@"
+}
+
+lane_plain() { # PRESET
+    ensure_packages test
+    build "$1"
+    run_tests "$1"
+}
+
+lane_valgrind() {
+    ensure_packages valgrind
+    build valgrind
+    run_tests valgrind -LE 'slow|tool|packaging|abi'
+}
+
+lane_coverage() {
+    ensure_packages coverage
+    build coverage
+    find build/coverage -name '*.gcda' -delete
+    run_tests coverage
+    gcovr --root . --filter 'src/' --filter 'framework/' --exclude-throw-branches \
+        --fail-under-line 95 --print-summary build/coverage
+}
+
+lane_lint() {
+    ensure_packages lint
+    scripts/lint.sh
+}
+
+lane() {
+    echo "== $1"
+    case $1 in
+    dev | clang | asan | tsan) lane_plain "$1" ;;
+    valgrind) lane_valgrind ;;
+    coverage) lane_coverage ;;
+    lint) lane_lint ;;
+    all)
+        local each
+        for each in lint dev clang asan tsan valgrind coverage; do
+            lane "$each"
+        done
+        ;;
+    *)
+        sed -n '4,13s/^# \{0,1\}//p' "$0" >&2
+        exit 2
+        ;;
+    esac
+}
+
+lane "${1:-dev}"
