@@ -5,9 +5,9 @@
 #include "support/SystemError.h"
 
 #include <array>
+#include <csignal>
 #include <stdexcept>
 
-#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -112,7 +112,10 @@ ChildProcess::ChildProcess(const Command& command)
     }
 }
 
-ChildProcess::~ChildProcess() { kill(); }
+ChildProcess::~ChildProcess()
+{
+    kill();
+}
 
 void ChildProcess::start(const Command& command, const std::string& inputFile)
 {
@@ -135,8 +138,8 @@ void ChildProcess::start(const Command& command, const std::string& inputFile)
     }
     std::vector<std::string> arguments = supervisorArguments(command);
     const std::vector<char*> pointers = pointersTo(arguments);
-    const int rc = ::posix_spawn(&supervisor_, pointers[0], actions.get(), nullptr, pointers.data(),
-                                 environ);
+    const int rc =
+        ::posix_spawn(&supervisor_, pointers[0], actions.get(), nullptr, pointers.data(), environ);
     if (rc != 0) {
         throw std::system_error(rc, std::generic_category(), "cannot start the supervisor");
     }
@@ -149,7 +152,8 @@ void ChildProcess::awaitStart()
         throw std::runtime_error("the supervisor does not answer: " + errorOutput());
     }
     if (message->kind == SupervisorMessage::CouldNotStart) {
-        throw std::system_error(message->value, std::generic_category(), "cannot start the command");
+        throw std::system_error(message->value, std::generic_category(),
+                                "cannot start the command");
     }
     pid_ = message->value;
 }
@@ -213,11 +217,20 @@ std::optional<ExitStatus> ChildProcess::wait(std::chrono::milliseconds limit)
     return status_;
 }
 
-bool ChildProcess::isRunning() { return !wait(std::chrono::milliseconds(0)).has_value(); }
+bool ChildProcess::isRunning()
+{
+    return !wait(std::chrono::milliseconds(0)).has_value();
+}
 
-std::string ChildProcess::output() const { return readFile(files_.file(kOutputFile)); }
+std::string ChildProcess::output() const
+{
+    return readFile(files_.file(kOutputFile));
+}
 
-std::string ChildProcess::errorOutput() const { return readFile(files_.file(kErrorFile)); }
+std::string ChildProcess::errorOutput() const
+{
+    return readFile(files_.file(kErrorFile));
+}
 
 CommandResult runCommand(const Command& command, std::chrono::milliseconds limit)
 {

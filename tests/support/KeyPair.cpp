@@ -65,8 +65,15 @@ KeyPair generateKey(const TemporaryDirectory& directory, const std::string& name
     KeyPair key;
     key.privatePath = directory.file(name);
     key.publicPath = key.privatePath + ".pub";
-    std::vector<std::string> arguments{"-q", "-f", key.privatePath, "-N", passPhrase,
-                                       "-t", keyTypeName(type),     "-m", formatName(format)};
+    std::vector<std::string> arguments{"-q",
+                                       "-f",
+                                       key.privatePath,
+                                       "-N",
+                                       passPhrase,
+                                       "-t",
+                                       keyTypeName(type),
+                                       "-m",
+                                       formatName(format)};
     if (type == KeyType::Rsa) {
         arguments.insert(arguments.end(), {"-b", "2048"});
     }

@@ -99,14 +99,18 @@ void setNonBlocking(const UniqueFd& socket)
     }
 }
 
-WakeUp::WakeUp() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+WakeUp::WakeUp()
+    : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!event_.isOpen()) {
         throwErrno("eventfd");
     }
 }
 
-void WakeUp::signal() { (void)::eventfd_write(event_.get(), 1); }
+void WakeUp::signal()
+{
+    (void)::eventfd_write(event_.get(), 1);
+}
 
 void WakeUp::clear()
 {

@@ -25,7 +25,10 @@ public:
     /// Returns when the server listens on all its ports.
     PasswordSshServer();
 
-    std::uint16_t port(Login login) const { return process_.ports().at(static_cast<int>(login)); }
+    std::uint16_t port(Login login) const
+    {
+        return process_.ports().at(static_cast<std::size_t>(login));
+    }
 
     std::string user() const { return users_.user(); }
 

@@ -1,23 +1,26 @@
 #include "support/ProcessTree.h"
 
+#include <cctype>
+#include <csignal>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
 
-#include <cctype>
-#include <csignal>
 #include <dirent.h>
 
 namespace TarnisTest {
 
 namespace {
 
-bool isProcessName(const char* name) { return std::isdigit(static_cast<unsigned char>(*name)) != 0; }
+bool isProcessName(const char* name)
+{
+    return std::isdigit(static_cast<unsigned char>(*name)) != 0;
+}
 
-// /proc/PID/stat reads "pid (command) state parent ...", and the command may hold anything. A zombie
-// has no children and nothing left to signal, so it counts as gone.
+// /proc/PID/stat reads "pid (command) state parent ...", and the command may hold anything. A
+// zombie has no children and nothing left to signal, so it counts as gone.
 pid_t parentOf(const std::string& pid)
 {
     std::ifstream stream("/proc/" + pid + "/stat");
@@ -50,21 +53,31 @@ std::multimap<pid_t, pid_t> childrenByParent()
     return children;
 }
 
+void appendChildren(std::vector<pid_t>& found, const std::multimap<pid_t, pid_t>& family,
+                    pid_t parent)
+{
+    const auto [first, last] = family.equal_range(parent);
+    for (auto it = first; it != last; ++it) {
+        found.push_back(it->second);
+    }
+}
+
 } // namespace
+
+std::vector<pid_t> childrenOf(pid_t parent)
+{
+    std::vector<pid_t> found;
+    appendChildren(found, childrenByParent(), parent);
+    return found;
+}
 
 std::vector<pid_t> descendantsOf(pid_t root)
 {
-    const auto children = childrenByParent();
+    const auto family = childrenByParent();
     std::vector<pid_t> found;
-    const auto addChildrenOf = [&](pid_t parent) {
-        const auto [first, last] = children.equal_range(parent);
-        for (auto it = first; it != last; ++it) {
-            found.push_back(it->second);
-        }
-    };
-    addChildrenOf(root);
+    appendChildren(found, family, root);
     for (std::size_t next = 0; next < found.size(); ++next) {
-        addChildrenOf(found[next]);
+        appendChildren(found, family, found[next]);
     }
     return found;
 }

@@ -6,6 +6,9 @@
 
 namespace TarnisTest {
 
+/// The processes that `parent` started itself and that still run.
+std::vector<pid_t> childrenOf(pid_t parent);
+
 /// The processes that descend from `root`, which is not among them, as /proc shows them now:
 /// parents before their children. A process whose parent ended counts only if it was adopted by
 /// one of them.

@@ -41,7 +41,8 @@ struct Sha256::State
     Context context{EVP_MD_CTX_new()};
 };
 
-Sha256::Sha256() : state_(std::make_unique<State>())
+Sha256::Sha256()
+    : state_(std::make_unique<State>())
 {
     check(EVP_DigestInit_ex(state_->context.get(), EVP_sha256(), nullptr));
 }

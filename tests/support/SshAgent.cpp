@@ -24,16 +24,24 @@ bool isSocket(const std::string& path)
 
 } // namespace
 
-SshAgent::SshAgent() : socketPath_(directory_.file("agent")), process_(agentCommand(socketPath_))
+SshAgent::SshAgent()
+    : socketPath_(directory_.file("agent"))
+    , process_(agentCommand(socketPath_))
 {
     if (!waitUntil([this] { return isSocket(socketPath_); })) {
         throw std::runtime_error("ssh-agent does not come up: " + process_.errorOutput());
     }
 }
 
-void SshAgent::add(const KeyPair& key) { control({"-q", key.privatePath}); }
+void SshAgent::add(const KeyPair& key)
+{
+    control({"-q", key.privatePath});
+}
 
-void SshAgent::removeAll() { control({"-q", "-D"}); }
+void SshAgent::removeAll()
+{
+    control({"-q", "-D"});
+}
 
 void SshAgent::control(std::vector<std::string> arguments)
 {

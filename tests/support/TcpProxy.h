@@ -99,7 +99,6 @@ private:
     void count(Direction direction, std::size_t bytes);
     void acceptConnections();
     void accept();
-    void removeEnded();
 
     const std::uint16_t targetPort_;
     mutable std::mutex mutex_;

@@ -2,13 +2,14 @@
 
 #include "support/SystemError.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <system_error>
 
-#include <cstdlib>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace TarnisTest {
 
@@ -27,7 +28,8 @@ void setMode(const std::string& path, mode_t mode)
 void makeRemovable(const fs::path& root)
 {
     std::error_code ignored;
-    for (fs::recursive_directory_iterator it(root, ignored), end; it != end; it.increment(ignored)) {
+    for (fs::recursive_directory_iterator it(root, ignored), end; it != end;
+         it.increment(ignored)) {
         if (it->is_directory(ignored) && !it->is_symlink(ignored)) {
             fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
         }
@@ -37,6 +39,7 @@ void makeRemovable(const fs::path& root)
 } // namespace
 
 TemporaryDirectory::TemporaryDirectory()
+    : owner_(::getpid())
 {
     std::string pattern = (fs::temp_directory_path() / "tarnis-test-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) {
@@ -47,6 +50,10 @@ TemporaryDirectory::TemporaryDirectory()
 
 TemporaryDirectory::~TemporaryDirectory()
 {
+    // A forked copy of the program must leave the directory to the original.
+    if (::getpid() != owner_) {
+        return;
+    }
     makeRemovable(path_);
     std::error_code ignored;
     fs::remove_all(path_, ignored);
@@ -74,7 +81,10 @@ std::string TemporaryDirectory::makeDirectory(std::string_view name, mode_t mode
     return target;
 }
 
-void TemporaryDirectory::allowEveryone() const { setMode(path_.string(), 0755); }
+void TemporaryDirectory::allowEveryone() const
+{
+    setMode(path_.string(), 0755);
+}
 
 std::string readFile(const fs::path& path)
 {

@@ -34,6 +34,7 @@ public:
     void allowEveryone() const;
 
 private:
+    const pid_t owner_;
     std::filesystem::path path_;
 };
 

@@ -1,0 +1,121 @@
+#include "support/HomeOverride.h"
+
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <mutex>
+
+#include <dlfcn.h>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace TarnisTest {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class Home
+{
+public:
+    Home()
+    {
+        for (const char* const name : {"SSH_AUTH_SOCK", "SSH_AGENT_PID", "SSH_ASKPASS"}) {
+            ::unsetenv(name);
+        }
+        std::string pattern = (fs::temp_directory_path() / "tarnis-test-home-XXXXXX").string();
+        initial_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : "/nonexistent";
+        set(initial_);
+    }
+
+    // Valid for ever: a passwd entry that somebody keeps points to it.
+    const std::string& path()
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return paths_.back();
+    }
+
+    void set(const std::string& path)
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        paths_.push_back(path);
+        ::setenv("HOME", path.c_str(), 1);
+    }
+
+    void removeInitial() const
+    {
+        // A forked copy of the program must leave the directory to the original.
+        if (::getpid() == owner_) {
+            std::error_code ignored;
+            fs::remove_all(initial_, ignored);
+        }
+    }
+
+private:
+    const pid_t owner_ = ::getpid();
+    std::string initial_;
+    std::mutex mutex_;
+    std::deque<std::string> paths_;
+};
+
+// Lives until the process is gone, since other objects' destructors may still ask for the home.
+Home& home()
+{
+    static Home* const instance = [] {
+        auto* const created = new Home;
+        std::atexit([] { home().removeInitial(); });
+        return created;
+    }();
+    return *instance;
+}
+
+// Sets the environment up before main begins.
+[[maybe_unused]] const Home& atStartUp = home();
+
+void redirect(passwd* entry)
+{
+    if (entry != nullptr && entry->pw_uid == ::getuid()) {
+        // The C structure has no const; nobody writes to it.
+        entry->pw_dir = const_cast<char*>(home().path().c_str());
+    }
+}
+
+// The function that would have been called without ours.
+template <typename Function>
+Function* next(const char* name)
+{
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+std::string homeDirectory()
+{
+    return home().path();
+}
+
+void setHomeDirectory(const std::string& path)
+{
+    home().set(path);
+}
+
+} // namespace TarnisTest
+
+extern "C" {
+
+[[gnu::visibility("default")]] passwd* getpwuid(uid_t uid)
+{
+    passwd* const entry = TarnisTest::next<decltype(getpwuid)>("getpwuid")(uid);
+    TarnisTest::redirect(entry);
+    return entry;
+}
+
+[[gnu::visibility("default")]] int getpwuid_r(uid_t uid, passwd* entry, char* buffer, size_t size,
+                                              passwd** result)
+{
+    const int rc =
+        TarnisTest::next<decltype(getpwuid_r)>("getpwuid_r")(uid, entry, buffer, size, result);
+    TarnisTest::redirect(rc == 0 ? *result : nullptr);
+    return rc;
+}
+}

@@ -1,0 +1,99 @@
+#include "support/HomeOverride.h"
+
+#include "support/TemporaryDirectory.h"
+#include "support/selftest/SshClient.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace TarnisTest {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Puts the home back, whatever the test does.
+class HomeOverrideTest : public testing::Test
+{
+protected:
+    ~HomeOverrideTest() override { setHomeDirectory(former_); }
+
+    const std::string former_ = homeDirectory();
+};
+
+// What libssh makes of "~", seen through an option that expands it.
+std::string homeOfLibssh()
+{
+    const ClientSession session(1);
+    ssh_options_set(session.get(), SSH_OPTIONS_SSH_DIR, "~/.ssh");
+    ssh_options_set(session.get(), SSH_OPTIONS_ADD_IDENTITY, "%d/key");
+    ssh_options_set(session.get(), SSH_OPTIONS_IDENTITY, "~/key");
+    char* path = nullptr;
+    ssh_options_get(session.get(), SSH_OPTIONS_IDENTITY, &path);
+    const std::string expanded = path != nullptr ? path : "";
+    ssh_string_free_char(path);
+    return expanded;
+}
+
+TEST_F(HomeOverrideTest, BeginsWithAnEmptyDirectory)
+{
+    EXPECT_TRUE(fs::is_directory(homeDirectory()));
+    EXPECT_TRUE(fs::is_empty(homeDirectory()));
+    EXPECT_EQ(std::string(std::getenv("HOME")), homeDirectory());
+}
+
+TEST_F(HomeOverrideTest, LeavesNoAgentInTheEnvironment)
+{
+    EXPECT_EQ(std::getenv("SSH_AUTH_SOCK"), nullptr);
+}
+
+TEST_F(HomeOverrideTest, ChangesTheHomeAloneInTheUsersEntry)
+{
+    const TemporaryDirectory directory;
+    setHomeDirectory(directory.path().string());
+    const passwd* const entry = ::getpwuid(::getuid());
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(std::string(entry->pw_dir), directory.path().string());
+    EXPECT_EQ(entry->pw_uid, ::getuid());
+    EXPECT_NE(std::string(entry->pw_name), "");
+}
+
+TEST_F(HomeOverrideTest, LeavesOtherUsersAlone)
+{
+    const passwd* const nobody = ::getpwnam("nobody");
+    ASSERT_NE(nobody, nullptr);
+    const uid_t uid = nobody->pw_uid;
+    const std::string home = nobody->pw_dir;
+    if (uid != ::getuid()) {
+        EXPECT_EQ(std::string(::getpwuid(uid)->pw_dir), home);
+    }
+}
+
+TEST_F(HomeOverrideTest, IsWhereLibsshLooksForKeysAndKnownHosts)
+{
+    const TemporaryDirectory directory;
+    setHomeDirectory(directory.path().string());
+    EXPECT_EQ(homeOfLibssh(), directory.path().string() + "/key");
+}
+
+// A server is known exactly when its key stands in the known-hosts file of the new home.
+TEST_F(HomeOverrideTest, HoldsTheKnownHostsFileThatLibsshReads)
+{
+    const TemporaryDirectory directory;
+    setHomeDirectory(directory.path().string());
+    const ClientSession session(1);
+    ssh_options_parse_config(session.get(), "/dev/null");
+    EXPECT_EQ(ssh_session_has_known_hosts_entry(session.get()), SSH_KNOWN_HOSTS_NOT_FOUND);
+    directory.makeDirectory(".ssh");
+    directory.write(".ssh/known_hosts",
+                    "[127.0.0.1]:1 ssh-ed25519 "
+                    "AAAAC3NzaC1lZDI1NTE5AAAAIOMqqnkVzrm0SdG6UOoqKLsabgH5C9okWi0dh2l9GKJl\n");
+    EXPECT_EQ(ssh_session_has_known_hosts_entry(session.get()), SSH_KNOWN_HOSTS_OK);
+}
+
+} // namespace
+} // namespace TarnisTest
