@@ -71,9 +71,9 @@ public:
     std::string getKnownHostsFile() const;
 
     /// libssh's message for the last failure on this session; empty when there was none. After a
-    /// failed connect() it says why until the next connect() starts. Takes no lock, so that it can
-    /// be asked while another thread is in a call; ask it from the thread whose call failed, before
-    /// another call is made on the session.
+    /// failed connect() it says why until the next connect() starts. Takes no lock and does not
+    /// block. It reads what the last call wrote: ask it from the thread whose call failed, while no
+    /// other thread is in a call on the session.
     std::string getLastError() const;
 
     /// The server's public key in base64, as it stands in a known-hosts line; empty when not

@@ -19,4 +19,16 @@ SSHCallLimits::Ticks SSHCallLimits::now()
     return std::chrono::duration_cast<Ticks>(std::chrono::system_clock::now().time_since_epoch());
 }
 
+SSHCallLimits::Ticks SSHCallLimits::deadlineAfter(std::chrono::milliseconds timeout)
+{
+    const auto start = now();
+    if (timeout <= std::chrono::milliseconds::zero()) {
+        return start;
+    }
+    // Compared in the coarser unit: the longest time-outs do not fit the finer one.
+    const auto longest =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Ticks::max() - start);
+    return timeout >= longest ? Ticks::max() : start + timeout;
+}
+
 } // namespace Tarnis

@@ -24,6 +24,10 @@ public:
     /// The wall clock in ticks.
     static Ticks now();
 
+    /// The moment `timeout` from now, or the end of time when that is beyond it. Zero or less is
+    /// now.
+    static Ticks deadlineAfter(std::chrono::milliseconds timeout);
+
 private:
     static std::atomic<Ticks::rep> retryLimit_;
 };

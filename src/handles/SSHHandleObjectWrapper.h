@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Tarnis/SSHDefaultDeleter.h>
+
 #include <memory>
 #include <utility>
 
@@ -22,8 +24,10 @@ public:
 template <class Child, class Parent, class Resource>
 std::shared_ptr<Child> makeChildHandle(Parent& parent, Resource* resource)
 {
-    return std::static_pointer_cast<Child>(
-        parent.addChild(std::make_unique<Child>(&parent, resource)));
+    std::unique_ptr<Resource, ssh_default_deleter<Resource>> owned(resource);
+    auto child = std::make_unique<Child>(&parent, owned.get());
+    static_cast<void>(owned.release());
+    return std::static_pointer_cast<Child>(parent.addChild(std::move(child)));
 }
 
 } // namespace Tarnis

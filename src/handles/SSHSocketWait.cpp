@@ -31,6 +31,9 @@ pollfd duplicateSocket(ssh_channel channel)
 SSHSocketWait::Clock::time_point SSHSocketWait::deadlineAfter(std::chrono::milliseconds timeout)
 {
     const auto now = Clock::now();
+    if (timeout <= std::chrono::milliseconds::zero()) {
+        return now;
+    }
     const auto longest =
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - now);
     return timeout >= longest ? Clock::time_point::max() : now + timeout;

@@ -71,9 +71,7 @@ State SSHProcess::getProcessState()
 
 bool SSHProcess::waitForFinished(std::chrono::milliseconds timeout) const
 {
-    const auto start = SSHCallLimits::now();
-    const auto longest = SSHCallLimits::Ticks::max() - start;
-    const auto deadline = timeout >= longest ? SSHCallLimits::Ticks::max() : start + timeout;
+    const auto deadline = SSHCallLimits::deadlineAfter(timeout);
     while (!hasEnded() && SSHCallLimits::now() < deadline) {
         std::this_thread::sleep_for(SSHCallLimits::pause);
     }
