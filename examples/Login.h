@@ -4,7 +4,6 @@
 
 #include <Tarnis/Tarnis.h>
 
-#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -23,7 +22,7 @@ struct Login
     /// \param arguments at least argumentCount of them.
     static Login fromArguments(char** arguments)
     {
-        return {arguments[0], static_cast<unsigned short>(std::atoi(arguments[1])), arguments[2],
+        return {arguments[0], static_cast<unsigned short>(std::stoul(arguments[1])), arguments[2],
                 arguments[3], arguments[4]};
     }
 };

@@ -3,6 +3,8 @@
 
 #include "Login.h"
 
+#include <cstdlib>
+
 namespace {
 
 Tarnis::AuthenticateUserResult tryKey(Tarnis::SSHSession& session, const std::string& keyFile,

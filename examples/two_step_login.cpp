@@ -2,6 +2,8 @@
 
 #include "Login.h"
 
+#include <cstdlib>
+
 int main(int argc, char** argv)
 {
     if (argc != 1 + Login::argumentCount) {

@@ -92,10 +92,10 @@ class TARNIS_EXPORT HostAuthenticatorNone : public HostAuthenticator
 {
 public:
     HostAuthenticatorNone();
-    HostAuthenticatorNone(const HostAuthenticatorNone&);
-    HostAuthenticatorNone(HostAuthenticatorNone&&) noexcept;
-    HostAuthenticatorNone& operator=(const HostAuthenticatorNone&);
-    HostAuthenticatorNone& operator=(HostAuthenticatorNone&&) noexcept;
+    HostAuthenticatorNone(const HostAuthenticatorNone& other);
+    HostAuthenticatorNone(HostAuthenticatorNone&& other) noexcept;
+    HostAuthenticatorNone& operator=(const HostAuthenticatorNone& other);
+    HostAuthenticatorNone& operator=(HostAuthenticatorNone&& other) noexcept;
     ~HostAuthenticatorNone() override;
 
 private:
@@ -112,10 +112,10 @@ public:
     /// \param hostKeys accepted public keys in base64, as SSHSession::getPublicServerKeyB64() and a
     ///                 known-hosts line have them; copied. An empty set trusts nobody.
     explicit HostAuthenticatorHostKey(const std::set<std::string>& hostKeys);
-    HostAuthenticatorHostKey(const HostAuthenticatorHostKey&);
-    HostAuthenticatorHostKey(HostAuthenticatorHostKey&&) noexcept;
-    HostAuthenticatorHostKey& operator=(const HostAuthenticatorHostKey&);
-    HostAuthenticatorHostKey& operator=(HostAuthenticatorHostKey&&) noexcept;
+    HostAuthenticatorHostKey(const HostAuthenticatorHostKey& other);
+    HostAuthenticatorHostKey(HostAuthenticatorHostKey&& other) noexcept;
+    HostAuthenticatorHostKey& operator=(const HostAuthenticatorHostKey& other);
+    HostAuthenticatorHostKey& operator=(HostAuthenticatorHostKey&& other) noexcept;
     ~HostAuthenticatorHostKey() override;
 
     /// The accepted keys; lent for this object's life.
@@ -151,10 +151,10 @@ public:
     /// \param updateKnownHostFile whether a server that is accepted without being vouched for is
     ///                            added to the file. That it could not be is not reported.
     HostAuthenticatorKnownHostFile(AutoMode autoMode, bool updateKnownHostFile);
-    HostAuthenticatorKnownHostFile(const HostAuthenticatorKnownHostFile&);
-    HostAuthenticatorKnownHostFile(HostAuthenticatorKnownHostFile&&) noexcept;
-    HostAuthenticatorKnownHostFile& operator=(const HostAuthenticatorKnownHostFile&);
-    HostAuthenticatorKnownHostFile& operator=(HostAuthenticatorKnownHostFile&&) noexcept;
+    HostAuthenticatorKnownHostFile(const HostAuthenticatorKnownHostFile& other);
+    HostAuthenticatorKnownHostFile(HostAuthenticatorKnownHostFile&& other) noexcept;
+    HostAuthenticatorKnownHostFile& operator=(const HostAuthenticatorKnownHostFile& other);
+    HostAuthenticatorKnownHostFile& operator=(HostAuthenticatorKnownHostFile&& other) noexcept;
     ~HostAuthenticatorKnownHostFile() override;
 
     AutoMode getAutoMode() const { return autoMode_; }

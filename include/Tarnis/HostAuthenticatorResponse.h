@@ -108,10 +108,10 @@ class TARNIS_EXPORT HostAuthenticatorResponseNone : public HostAuthenticatorResp
 {
 public:
     explicit HostAuthenticatorResponseNone(AuthenticateHostResult result);
-    HostAuthenticatorResponseNone(const HostAuthenticatorResponseNone&);
-    HostAuthenticatorResponseNone(HostAuthenticatorResponseNone&&) noexcept;
-    HostAuthenticatorResponseNone& operator=(const HostAuthenticatorResponseNone&);
-    HostAuthenticatorResponseNone& operator=(HostAuthenticatorResponseNone&&) noexcept;
+    HostAuthenticatorResponseNone(const HostAuthenticatorResponseNone& other);
+    HostAuthenticatorResponseNone(HostAuthenticatorResponseNone&& other) noexcept;
+    HostAuthenticatorResponseNone& operator=(const HostAuthenticatorResponseNone& other);
+    HostAuthenticatorResponseNone& operator=(HostAuthenticatorResponseNone&& other) noexcept;
     ~HostAuthenticatorResponseNone() override;
 
 private:
@@ -125,10 +125,10 @@ class TARNIS_EXPORT HostAuthenticatorResponseHostKey : public HostAuthenticatorR
 {
 public:
     explicit HostAuthenticatorResponseHostKey(AuthenticateHostResult result);
-    HostAuthenticatorResponseHostKey(const HostAuthenticatorResponseHostKey&);
-    HostAuthenticatorResponseHostKey(HostAuthenticatorResponseHostKey&&) noexcept;
-    HostAuthenticatorResponseHostKey& operator=(const HostAuthenticatorResponseHostKey&);
-    HostAuthenticatorResponseHostKey& operator=(HostAuthenticatorResponseHostKey&&) noexcept;
+    HostAuthenticatorResponseHostKey(const HostAuthenticatorResponseHostKey& other);
+    HostAuthenticatorResponseHostKey(HostAuthenticatorResponseHostKey&& other) noexcept;
+    HostAuthenticatorResponseHostKey& operator=(const HostAuthenticatorResponseHostKey& other);
+    HostAuthenticatorResponseHostKey& operator=(HostAuthenticatorResponseHostKey&& other) noexcept;
     ~HostAuthenticatorResponseHostKey() override;
 
 private:
@@ -156,12 +156,12 @@ public:
     /// \param hostKeyB64 the server's public key in base64, empty where none was fetched; copied.
     HostAuthenticatorResponseKnownHostFile(AuthenticateHostResult result, Reason reason,
                                            const std::string& hostKeyB64);
-    HostAuthenticatorResponseKnownHostFile(const HostAuthenticatorResponseKnownHostFile&);
-    HostAuthenticatorResponseKnownHostFile(HostAuthenticatorResponseKnownHostFile&&) noexcept;
+    HostAuthenticatorResponseKnownHostFile(const HostAuthenticatorResponseKnownHostFile& other);
+    HostAuthenticatorResponseKnownHostFile(HostAuthenticatorResponseKnownHostFile&& other) noexcept;
     HostAuthenticatorResponseKnownHostFile&
-    operator=(const HostAuthenticatorResponseKnownHostFile&);
+    operator=(const HostAuthenticatorResponseKnownHostFile& other);
     HostAuthenticatorResponseKnownHostFile&
-    operator=(HostAuthenticatorResponseKnownHostFile&&) noexcept;
+    operator=(HostAuthenticatorResponseKnownHostFile&& other) noexcept;
     ~HostAuthenticatorResponseKnownHostFile() override;
 
     Reason getReason() const { return reason_; }

@@ -100,10 +100,10 @@ class TARNIS_EXPORT UserAuthenticatorNone : public UserAuthenticator
 {
 public:
     UserAuthenticatorNone();
-    UserAuthenticatorNone(const UserAuthenticatorNone&);
-    UserAuthenticatorNone(UserAuthenticatorNone&&) noexcept;
-    UserAuthenticatorNone& operator=(const UserAuthenticatorNone&);
-    UserAuthenticatorNone& operator=(UserAuthenticatorNone&&) noexcept;
+    UserAuthenticatorNone(const UserAuthenticatorNone& other);
+    UserAuthenticatorNone(UserAuthenticatorNone&& other) noexcept;
+    UserAuthenticatorNone& operator=(const UserAuthenticatorNone& other);
+    UserAuthenticatorNone& operator=(UserAuthenticatorNone&& other) noexcept;
     ~UserAuthenticatorNone() override;
 
 private:
@@ -119,10 +119,10 @@ class TARNIS_EXPORT UserAuthenticatorPassword : public UserAuthenticator
 public:
     /// \param password copied; in UTF-8. An empty one is sent as no password at all.
     explicit UserAuthenticatorPassword(const std::string& password);
-    UserAuthenticatorPassword(const UserAuthenticatorPassword&);
-    UserAuthenticatorPassword(UserAuthenticatorPassword&&) noexcept;
-    UserAuthenticatorPassword& operator=(const UserAuthenticatorPassword&);
-    UserAuthenticatorPassword& operator=(UserAuthenticatorPassword&&) noexcept;
+    UserAuthenticatorPassword(const UserAuthenticatorPassword& other);
+    UserAuthenticatorPassword(UserAuthenticatorPassword&& other) noexcept;
+    UserAuthenticatorPassword& operator=(const UserAuthenticatorPassword& other);
+    UserAuthenticatorPassword& operator=(UserAuthenticatorPassword&& other) noexcept;
     ~UserAuthenticatorPassword() override;
 
     /// The password; lent for this object's life.
@@ -145,10 +145,10 @@ public:
     ///                      OpenSSH, PEM or PKCS#8 form.
     /// \param passPhrase    of an encrypted key; empty for none. Nobody is ever asked for one.
     UserAuthenticatorPrivateKey(const std::string& privateKeyB64, const std::string& passPhrase);
-    UserAuthenticatorPrivateKey(const UserAuthenticatorPrivateKey&);
-    UserAuthenticatorPrivateKey(UserAuthenticatorPrivateKey&&) noexcept;
-    UserAuthenticatorPrivateKey& operator=(const UserAuthenticatorPrivateKey&);
-    UserAuthenticatorPrivateKey& operator=(UserAuthenticatorPrivateKey&&) noexcept;
+    UserAuthenticatorPrivateKey(const UserAuthenticatorPrivateKey& other);
+    UserAuthenticatorPrivateKey(UserAuthenticatorPrivateKey&& other) noexcept;
+    UserAuthenticatorPrivateKey& operator=(const UserAuthenticatorPrivateKey& other);
+    UserAuthenticatorPrivateKey& operator=(UserAuthenticatorPrivateKey&& other) noexcept;
     ~UserAuthenticatorPrivateKey() override;
 
     /// The key's text; lent for this object's life.
@@ -175,10 +175,10 @@ public:
     /// \param passPhrase     of an encrypted key; empty for none. Nobody is ever asked for one.
     UserAuthenticatorPrivateKeyFile(const std::string& privateKeyFile,
                                     const std::string& passPhrase);
-    UserAuthenticatorPrivateKeyFile(const UserAuthenticatorPrivateKeyFile&);
-    UserAuthenticatorPrivateKeyFile(UserAuthenticatorPrivateKeyFile&&) noexcept;
-    UserAuthenticatorPrivateKeyFile& operator=(const UserAuthenticatorPrivateKeyFile&);
-    UserAuthenticatorPrivateKeyFile& operator=(UserAuthenticatorPrivateKeyFile&&) noexcept;
+    UserAuthenticatorPrivateKeyFile(const UserAuthenticatorPrivateKeyFile& other);
+    UserAuthenticatorPrivateKeyFile(UserAuthenticatorPrivateKeyFile&& other) noexcept;
+    UserAuthenticatorPrivateKeyFile& operator=(const UserAuthenticatorPrivateKeyFile& other);
+    UserAuthenticatorPrivateKeyFile& operator=(UserAuthenticatorPrivateKeyFile&& other) noexcept;
     ~UserAuthenticatorPrivateKeyFile() override;
 
     /// The key's path; lent for this object's life.
@@ -206,10 +206,10 @@ public:
     /// asked
     ///                   for one. libssh writes a missing public half beside a default key.
     explicit UserAuthenticatorPrivateKeyAuto(const std::string& passPhrase = "");
-    UserAuthenticatorPrivateKeyAuto(const UserAuthenticatorPrivateKeyAuto&);
-    UserAuthenticatorPrivateKeyAuto(UserAuthenticatorPrivateKeyAuto&&) noexcept;
-    UserAuthenticatorPrivateKeyAuto& operator=(const UserAuthenticatorPrivateKeyAuto&);
-    UserAuthenticatorPrivateKeyAuto& operator=(UserAuthenticatorPrivateKeyAuto&&) noexcept;
+    UserAuthenticatorPrivateKeyAuto(const UserAuthenticatorPrivateKeyAuto& other);
+    UserAuthenticatorPrivateKeyAuto(UserAuthenticatorPrivateKeyAuto&& other) noexcept;
+    UserAuthenticatorPrivateKeyAuto& operator=(const UserAuthenticatorPrivateKeyAuto& other);
+    UserAuthenticatorPrivateKeyAuto& operator=(UserAuthenticatorPrivateKeyAuto&& other) noexcept;
     ~UserAuthenticatorPrivateKeyAuto() override;
 
     /// The pass phrase; lent for this object's life.

@@ -114,10 +114,10 @@ class TARNIS_EXPORT UserAuthenticatorResponseNone : public UserAuthenticatorResp
 {
 public:
     explicit UserAuthenticatorResponseNone(AuthenticateUserResult result);
-    UserAuthenticatorResponseNone(const UserAuthenticatorResponseNone&);
-    UserAuthenticatorResponseNone(UserAuthenticatorResponseNone&&) noexcept;
-    UserAuthenticatorResponseNone& operator=(const UserAuthenticatorResponseNone&);
-    UserAuthenticatorResponseNone& operator=(UserAuthenticatorResponseNone&&) noexcept;
+    UserAuthenticatorResponseNone(const UserAuthenticatorResponseNone& other);
+    UserAuthenticatorResponseNone(UserAuthenticatorResponseNone&& other) noexcept;
+    UserAuthenticatorResponseNone& operator=(const UserAuthenticatorResponseNone& other);
+    UserAuthenticatorResponseNone& operator=(UserAuthenticatorResponseNone&& other) noexcept;
     ~UserAuthenticatorResponseNone() override;
 
 private:
@@ -131,10 +131,11 @@ class TARNIS_EXPORT UserAuthenticatorResponsePassword : public UserAuthenticator
 {
 public:
     explicit UserAuthenticatorResponsePassword(AuthenticateUserResult result);
-    UserAuthenticatorResponsePassword(const UserAuthenticatorResponsePassword&);
-    UserAuthenticatorResponsePassword(UserAuthenticatorResponsePassword&&) noexcept;
-    UserAuthenticatorResponsePassword& operator=(const UserAuthenticatorResponsePassword&);
-    UserAuthenticatorResponsePassword& operator=(UserAuthenticatorResponsePassword&&) noexcept;
+    UserAuthenticatorResponsePassword(const UserAuthenticatorResponsePassword& other);
+    UserAuthenticatorResponsePassword(UserAuthenticatorResponsePassword&& other) noexcept;
+    UserAuthenticatorResponsePassword& operator=(const UserAuthenticatorResponsePassword& other);
+    UserAuthenticatorResponsePassword&
+    operator=(UserAuthenticatorResponsePassword&& other) noexcept;
     ~UserAuthenticatorResponsePassword() override;
 
 private:
@@ -148,10 +149,12 @@ class TARNIS_EXPORT UserAuthenticatorResponsePrivateKey : public UserAuthenticat
 {
 public:
     explicit UserAuthenticatorResponsePrivateKey(AuthenticateUserResult result);
-    UserAuthenticatorResponsePrivateKey(const UserAuthenticatorResponsePrivateKey&);
-    UserAuthenticatorResponsePrivateKey(UserAuthenticatorResponsePrivateKey&&) noexcept;
-    UserAuthenticatorResponsePrivateKey& operator=(const UserAuthenticatorResponsePrivateKey&);
-    UserAuthenticatorResponsePrivateKey& operator=(UserAuthenticatorResponsePrivateKey&&) noexcept;
+    UserAuthenticatorResponsePrivateKey(const UserAuthenticatorResponsePrivateKey& other);
+    UserAuthenticatorResponsePrivateKey(UserAuthenticatorResponsePrivateKey&& other) noexcept;
+    UserAuthenticatorResponsePrivateKey&
+    operator=(const UserAuthenticatorResponsePrivateKey& other);
+    UserAuthenticatorResponsePrivateKey&
+    operator=(UserAuthenticatorResponsePrivateKey&& other) noexcept;
     ~UserAuthenticatorResponsePrivateKey() override;
 
 private:
@@ -165,12 +168,13 @@ class TARNIS_EXPORT UserAuthenticatorResponsePrivateKeyFile : public UserAuthent
 {
 public:
     explicit UserAuthenticatorResponsePrivateKeyFile(AuthenticateUserResult result);
-    UserAuthenticatorResponsePrivateKeyFile(const UserAuthenticatorResponsePrivateKeyFile&);
-    UserAuthenticatorResponsePrivateKeyFile(UserAuthenticatorResponsePrivateKeyFile&&) noexcept;
+    UserAuthenticatorResponsePrivateKeyFile(const UserAuthenticatorResponsePrivateKeyFile& other);
+    UserAuthenticatorResponsePrivateKeyFile(
+        UserAuthenticatorResponsePrivateKeyFile&& other) noexcept;
     UserAuthenticatorResponsePrivateKeyFile&
-    operator=(const UserAuthenticatorResponsePrivateKeyFile&);
+    operator=(const UserAuthenticatorResponsePrivateKeyFile& other);
     UserAuthenticatorResponsePrivateKeyFile&
-    operator=(UserAuthenticatorResponsePrivateKeyFile&&) noexcept;
+    operator=(UserAuthenticatorResponsePrivateKeyFile&& other) noexcept;
     ~UserAuthenticatorResponsePrivateKeyFile() override;
 
 private:
@@ -184,12 +188,13 @@ class TARNIS_EXPORT UserAuthenticatorResponsePrivateKeyAuto : public UserAuthent
 {
 public:
     explicit UserAuthenticatorResponsePrivateKeyAuto(AuthenticateUserResult result);
-    UserAuthenticatorResponsePrivateKeyAuto(const UserAuthenticatorResponsePrivateKeyAuto&);
-    UserAuthenticatorResponsePrivateKeyAuto(UserAuthenticatorResponsePrivateKeyAuto&&) noexcept;
+    UserAuthenticatorResponsePrivateKeyAuto(const UserAuthenticatorResponsePrivateKeyAuto& other);
+    UserAuthenticatorResponsePrivateKeyAuto(
+        UserAuthenticatorResponsePrivateKeyAuto&& other) noexcept;
     UserAuthenticatorResponsePrivateKeyAuto&
-    operator=(const UserAuthenticatorResponsePrivateKeyAuto&);
+    operator=(const UserAuthenticatorResponsePrivateKeyAuto& other);
     UserAuthenticatorResponsePrivateKeyAuto&
-    operator=(UserAuthenticatorResponsePrivateKeyAuto&&) noexcept;
+    operator=(UserAuthenticatorResponsePrivateKeyAuto&& other) noexcept;
     ~UserAuthenticatorResponsePrivateKeyAuto() override;
 
 private:

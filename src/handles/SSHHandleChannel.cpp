@@ -42,7 +42,8 @@ bool SSHHandleChannel::renew()
 
 void SSHHandleChannel::do_invalidate()
 {
-    HandleObjectCore::do_invalidate();
+    // Past the base that would release the channel in whatever mode the session is in.
+    HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
     releaseWithoutWaiting(exchangeResource(nullptr));
 }
 

@@ -12,9 +12,9 @@ namespace {
 using Status = SSHChannelTransfer::Status;
 
 // libssh grows a channel's window to whatever is asked for at once.
-constexpr std::size_t largestRead = 64U * 1024 * 1024;
+constexpr std::size_t largestRead = std::size_t{64} * 1024 * 1024;
 // libssh queues whatever the peer's window allows, in memory.
-constexpr std::size_t largestWrite = 256U * 1024;
+constexpr std::size_t largestWrite = std::size_t{256} * 1024;
 
 SSHChannelTransfer moved(int count)
 {
