@@ -1,0 +1,179 @@
+// Runs the programs of examples/ as a reader would: against a server, looking at what they print.
+
+#include "support/ChildProcess.h"
+#include "support/OpenSshServer.h"
+#include "support/PasswordSshServer.h"
+#include "support/RequireServer.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace TarnisTest;
+using testing::HasSubstr;
+
+/// Where an example logs in, as its first five arguments.
+struct Account
+{
+    std::uint16_t port;
+    std::string user;
+    std::string keyFile;
+};
+
+std::string knownHostsLine(std::uint16_t port, const KeyPair& hostKey)
+{
+    return "[127.0.0.1]:" + std::to_string(port) + ' ' + hostKey.publicLine + '\n';
+}
+
+CommandResult runExample(const std::string& name, std::vector<std::string> arguments,
+                         const std::vector<std::string>& environment = {},
+                         const std::string& input = "")
+{
+    Command command;
+    command.arguments = {std::string(EXAMPLES_DIRECTORY) + "/example_" + name};
+    command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
+    command.environment = environment;
+    command.input = input;
+    return runCommand(command);
+}
+
+class Examples : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (requireServer(OpenSshServer::availability())) {
+            server_ = std::make_unique<OpenSshServer>();
+            knownHosts_ = directory_.write("known_hosts",
+                                           knownHostsLine(server_->port(), server_->hostKey()));
+        }
+    }
+
+    Account account() const
+    {
+        return {server_->port(), server_->user(), server_->clientKey().privatePath};
+    }
+
+    std::vector<std::string> arguments(const Account& account,
+                                       const std::vector<std::string>& more = {}) const
+    {
+        std::vector<std::string> all{"127.0.0.1", std::to_string(account.port), account.user,
+                                     knownHosts_, account.keyFile};
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    }
+
+    TemporaryDirectory directory_;
+    std::unique_ptr<OpenSshServer> server_;
+    std::string knownHosts_;
+};
+
+TEST_F(Examples, RunCommandShowsOutputErrorOutputAndExitCode)
+{
+    const auto result =
+        runExample("run_command", arguments(account(), {"cat; echo problem >&2; exit 7"}));
+    EXPECT_EQ(result.output, "what the command finds on its standard input\n");
+    EXPECT_EQ(result.errorOutput, "problem\n");
+    EXPECT_EQ(result.status.code, 7);
+}
+
+TEST_F(Examples, RunCommandRefusesAServerThatItDoesNotKnow)
+{
+    knownHosts_ = directory_.write("empty", "");
+    const auto result = runExample("run_command", arguments(account(), {"echo never"}));
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.status.code, 255);
+}
+
+TEST_F(Examples, TrustOnFirstUseAsksOnceAndRemembers)
+{
+    knownHosts_ = directory_.file("new_known_hosts");
+    const auto first = runExample("trust_on_first_use", arguments(account()), {}, "yes\n");
+    EXPECT_THAT(first.output, HasSubstr(server_->hostPublicKeyBase64()));
+    EXPECT_THAT(first.output, HasSubstr("trusted\n"));
+    EXPECT_TRUE(first.succeeded());
+    EXPECT_THAT(readFile(knownHosts_), HasSubstr(server_->hostPublicKeyBase64()));
+
+    const auto second = runExample("trust_on_first_use", arguments(account()));
+    EXPECT_EQ(second.output, "known server\ntrusted\n");
+}
+
+TEST_F(Examples, TrustOnFirstUseTakesNoForAnAnswer)
+{
+    knownHosts_ = directory_.file("new_known_hosts");
+    const auto result = runExample("trust_on_first_use", arguments(account()), {}, "no\n");
+    EXPECT_THAT(result.output, HasSubstr("not trusted\n"));
+    EXPECT_EQ(result.status.code, 1);
+    EXPECT_EQ(readFile(knownHosts_), "");
+}
+
+TEST_F(Examples, TrustOnFirstUseRefusesAChangedKey)
+{
+    const KeyPair other = generateKey(directory_, "other");
+    knownHosts_ = directory_.write("known_hosts", knownHostsLine(server_->port(), other));
+    const auto result = runExample("trust_on_first_use", arguments(account()), {}, "yes\n");
+    EXPECT_THAT(result.errorOutput, HasSubstr("has changed"));
+    EXPECT_EQ(result.status.code, 1);
+}
+
+TEST_F(Examples, KeyLoginTriesThePassPhraseOnceTheKeyAloneWasNotEnough)
+{
+    const KeyPair key =
+        generateKey(directory_, "encrypted", KeyType::Ed25519, KeyFormat::OpenSsh, "a pass phrase");
+    OpenSshOptions options;
+    options.authorizedKeys = {key.publicLine};
+    const OpenSshServer server(options);
+    knownHosts_ = directory_.write("known_hosts", knownHostsLine(server.port(), server.hostKey()));
+    const Account encrypted{server.port(), server.user(), key.privatePath};
+
+    const auto denied = runExample("key_login", arguments(encrypted));
+    EXPECT_EQ(denied.output, "denied\n");
+    EXPECT_EQ(denied.status.code, 1);
+
+    const auto accepted =
+        runExample("key_login", arguments(encrypted), {"KEY_PASS_PHRASE=a pass phrase"});
+    EXPECT_EQ(accepted.output,
+              "trying again with the pass phrase\nlogged in as " + server.user() + "\n");
+    EXPECT_TRUE(accepted.succeeded());
+}
+
+TEST_F(Examples, TwoStepLoginGoesOnFromTheKeyToThePassword)
+{
+    if (!requireServer(PasswordSshServer::availability())) {
+        return;
+    }
+    const PasswordSshServer server;
+    const std::uint16_t port = server.port(Login::KeyThenPassword);
+    knownHosts_ = directory_.write("known_hosts", knownHostsLine(port, server.hostKey()));
+    const Account twoSteps{port, server.user(), server.clientKey().privatePath};
+
+    const auto result =
+        runExample("two_step_login", arguments(twoSteps), {"LOGIN_PASSWORD=" + server.password()});
+    EXPECT_EQ(result.output, "the key was accepted, the server wants more\nlogged in\n");
+    EXPECT_TRUE(result.succeeded()) << result.errorOutput;
+
+    const auto wrong = runExample("two_step_login", arguments(twoSteps), {"LOGIN_PASSWORD=wrong"});
+    EXPECT_EQ(wrong.status.code, 1);
+}
+
+TEST_F(Examples, CancelBreaksOffACommandAndConnectsAgain)
+{
+    const auto result = runExample("cancel", arguments(account()));
+    EXPECT_EQ(result.output, "cancelled\nconnected again\n");
+    EXPECT_TRUE(result.succeeded()) << result.errorOutput;
+}
+
+TEST_F(Examples, TheProgramOfTheReadmeFailsHonestlyWhereNobodyAnswers)
+{
+    // A loopback address that no server of a test listens on; whoever does is not known.
+    const auto result = runExample("readme", {"127.255.255.254"});
+    EXPECT_EQ(result.status.code, 255);
+    EXPECT_NE(result.output, "");
+}
+
+} // namespace
