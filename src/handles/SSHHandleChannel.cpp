@@ -37,6 +37,7 @@ bool SSHHandleChannel::renew()
         return false;
     }
     releaseWithoutWaiting(exchangeResource(fresh));
+    opened_ = false;
     return true;
 }
 

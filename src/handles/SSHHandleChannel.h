@@ -31,11 +31,19 @@ public:
     /// channel is still in place.
     bool renew();
 
+    /// To be told when the channel was opened. Under the lock, as the next one.
+    void markOpened() noexcept { opened_ = true; }
+
+    /// Whether the channel was ever opened, and so has a number that it may be closed by.
+    bool wasOpened() const noexcept { return opened_; }
+
 protected:
     void do_invalidate() override;
 
 private:
     static void releaseWithoutWaiting(ssh_channel channel) noexcept;
+
+    bool opened_ = false;
 };
 
 } // namespace Tarnis

@@ -27,8 +27,8 @@ public:
     CommandRecorder& operator=(const CommandRecorder&) = delete;
     ~CommandRecorder();
 
-    /// Ends the recording. Must come before the channel is retired: libssh keeps a channel until the
-    /// server closes it too, and would go on calling in.
+    /// Ends the recording. Must come before the channel is retired: libssh keeps a channel until
+    /// the server closes it too, and would go on calling in.
     void stop() noexcept;
 
     std::string output;

@@ -2,6 +2,7 @@
 
 #include "handles/CString.h"
 #include "handles/SSHCall.h"
+#include "process/ChannelRequests.h"
 #include "process/ChannelTransfer.h"
 
 #include <FileSystem/HandleFatalError.h>
@@ -120,20 +121,26 @@ CommandRunner::Step CommandRunner::takeStep(StepFunction stepFunction)
     });
 }
 
+CommandRunner::Step CommandRunner::stepOf(int status)
+{
+    switch (status) {
+    case SSH_OK:
+        return Step::Done;
+    case SSH_AGAIN:
+        return Step::Again;
+    default:
+        return Step::Failed;
+    }
+}
+
 CommandRunner::Step CommandRunner::open(ssh_channel channel) const
 {
-    const int result = ssh_channel_open_session(channel);
-    return result == SSH_AGAIN ? Step::Again : result == SSH_OK ? Step::Done : Step::Failed;
+    return stepOf(openChannel(channel));
 }
 
 CommandRunner::Step CommandRunner::exec(ssh_channel channel, const char* line) const
 {
-    const int result = ssh_channel_request_exec(channel, line);
-    if (result == SSH_AGAIN) {
-        // A server that closes the channel instead of answering does not answer any more.
-        return recorder_.closed ? Step::Failed : Step::Again;
-    }
-    return result == SSH_OK ? Step::Done : Step::Failed;
+    return stepOf(requestExec(channel, line));
 }
 
 CommandRunner::Step CommandRunner::transfer(ssh_channel channel)
@@ -148,7 +155,7 @@ void CommandRunner::feedInput(ssh_channel channel)
     using Status = SSHChannelTransfer::Status;
     while (!inputEnded_) {
         if (inputConsumed_ == input_.size()) {
-            static_cast<void>(ssh_channel_send_eof(channel));
+            static_cast<void>(requestEndOfFile(channel));
             inputEnded_ = true;
             return;
         }
@@ -191,8 +198,7 @@ void CommandRunner::killCommand()
 {
     static_cast<void>(callLocked(*channel_, [](ssh_channel channel) {
         const SessionBlockingGuard guard(channel, 0);
-        return ssh_channel_is_open(channel) == 1 ? ssh_channel_request_send_signal(channel, "KILL")
-                                                 : SSH_OK;
+        return requestSignal(channel, "KILL");
     }));
 }
 

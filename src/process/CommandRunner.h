@@ -52,6 +52,7 @@ private:
     template <class StepFunction>
     Step takeStep(StepFunction stepFunction);
 
+    static Step stepOf(int status);
     Step open(ssh_channel channel) const;
     Step exec(ssh_channel channel, const char* line) const;
     Step transfer(ssh_channel channel);

@@ -2,6 +2,7 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHSocketWait.h"
+#include "process/ChannelRequests.h"
 #include "process/ChannelTransfer.h"
 
 #include <Tarnis/SSHChannel.h>
@@ -108,7 +109,13 @@ bool SSHChannel::close()
 
 bool SSHChannel::do_open()
 {
-    return callLocked(valid(channel_), ssh_channel_open_session) == SSH_OK;
+    SSHHandleChannel& channel = valid(channel_);
+    const auto lock = channel.getLock();
+    if (callLocked(channel, openChannel) != SSH_OK) {
+        return false;
+    }
+    channel.markOpened();
+    return true;
 }
 
 bool SSHChannel::do_isOpen() const
@@ -118,7 +125,11 @@ bool SSHChannel::do_isOpen() const
 
 bool SSHChannel::do_close()
 {
-    return callLocked(valid(channel_), ssh_channel_close) == SSH_OK;
+    SSHHandleChannel& channel = valid(channel_);
+    // libssh would close channel number 0 of the server, whosever it is.
+    return callLocked(channel, [&channel](ssh_channel c) {
+               return channel.wasOpened() ? ssh_channel_close(c) : SSH_ERROR;
+           }) == SSH_OK;
 }
 
 bool SSHChannel::isEOF() const
@@ -128,14 +139,14 @@ bool SSHChannel::isEOF() const
 
 bool SSHChannel::sendEOF() const
 {
-    return callUnblocked(valid(channel_), ssh_channel_send_eof) == SSH_OK;
+    return callUnblocked(valid(channel_), requestEndOfFile) == SSH_OK;
 }
 
 bool SSHChannel::sendSignal(const std::string& signalName) const
 {
     SSHHandleChannel& channel = valid(channel_);
     return fitsCString(signalName) &&
-           callUnblocked(channel, ssh_channel_request_send_signal, signalName.c_str()) == SSH_OK;
+           callUnblocked(channel, requestSignal, signalName.c_str()) == SSH_OK;
 }
 
 std::optional<int> SSHChannel::getExitCode()

@@ -1,6 +1,7 @@
 #include "handles/CString.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleChannel.h"
+#include "process/ChannelRequests.h"
 
 #include <Tarnis/SSHProcess.h>
 
@@ -111,7 +112,7 @@ bool SSHProcess::runOnChannel(State previous)
         return false;
     }
     const std::string line = commandLine_ + '\n';
-    return callUnblocked(*channel, ssh_channel_request_exec, line.c_str()) == SSH_OK;
+    return callUnblocked(*channel, requestExec, line.c_str()) == SSH_OK;
 }
 
 bool SSHProcess::do_isOpen() const

@@ -1,0 +1,41 @@
+#include "process/ChannelRequests.h"
+
+namespace Tarnis {
+
+namespace {
+
+bool isOpen(ssh_channel channel)
+{
+    return ssh_channel_is_open(channel) == 1;
+}
+
+} // namespace
+
+int openChannel(ssh_channel channel)
+{
+    if (ssh_is_connected(ssh_channel_get_session(channel)) == 0) {
+        return SSH_ERROR;
+    }
+    return ssh_channel_open_session(channel);
+}
+
+int requestExec(ssh_channel channel, const char* line)
+{
+    if (!isOpen(channel)) {
+        return SSH_ERROR;
+    }
+    const int result = ssh_channel_request_exec(channel, line);
+    return result == SSH_AGAIN && !isOpen(channel) ? SSH_ERROR : result;
+}
+
+int requestEndOfFile(ssh_channel channel)
+{
+    return isOpen(channel) ? ssh_channel_send_eof(channel) : SSH_ERROR;
+}
+
+int requestSignal(ssh_channel channel, const char* name)
+{
+    return isOpen(channel) ? ssh_channel_request_send_signal(channel, name) : SSH_ERROR;
+}
+
+} // namespace Tarnis

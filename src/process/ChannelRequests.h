@@ -1,0 +1,24 @@
+#pragma once
+
+#include <libssh/libssh.h>
+
+namespace Tarnis {
+
+// libssh's requests on a channel, refused where libssh would do harm: it sends them whatever state
+// the channel is in, to a channel number that is 0 before the channel was opened and may belong to
+// another channel once it was closed. A signal would end somebody else's command. Each returns
+// libssh's status, SSH_ERROR when refused. To be called under the session's lock.
+
+/// Opens the channel. On a session that was never connected, libssh crashes.
+int openChannel(ssh_channel channel);
+
+/// Sends the command line. A server that closes the channel instead of answering is a refusal.
+int requestExec(ssh_channel channel, const char* line);
+
+/// Tells the other side that no more input comes.
+int requestEndOfFile(ssh_channel channel);
+
+/// Sends a signal, named without "SIG".
+int requestSignal(ssh_channel channel, const char* name);
+
+} // namespace Tarnis
