@@ -305,8 +305,6 @@ void ScriptedConnection::openSession()
     }
     ssh_set_blocking(session_, 0);
     ssh_set_message_callback(session_, &ScriptedConnection::onMessage, this);
-    poll_ = ssh_event_new();
-    ssh_event_add_session(poll_, session_);
 }
 
 // Waits without the lock; false when the connection is over.
@@ -337,14 +335,16 @@ bool ScriptedConnection::isFinished() const
 
 void ScriptedConnection::takePacketsIn()
 {
-    if (keysExchanged_) {
+    if (poll_ != nullptr) {
         failed_ = ssh_event_dopoll(poll_, 0) == SSH_ERROR;
         return;
     }
     const int rc = ssh_handle_key_exchange(session_);
     failed_ = rc == SSH_ERROR;
     if (rc == SSH_OK) {
-        keysExchanged_ = true;
+        // Not sooner: the session has nothing to poll before it has begun to talk.
+        poll_ = ssh_event_new();
+        ssh_event_add_session(poll_, session_);
         record({Kind::KeyExchangeDone});
     }
 }

@@ -102,8 +102,8 @@ private:
     bool ended_ = false;
     ssh_bind bind_ = nullptr;
     ssh_session session_ = nullptr;
+    /// Made when the keys have been exchanged.
     ssh_event poll_ = nullptr;
-    bool keysExchanged_ = false;
     bool failed_ = false;
     bool issueBannerSent_ = false;
     std::string lastUser_;

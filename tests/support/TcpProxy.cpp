@@ -422,6 +422,8 @@ void TcpProxy::refuseNew()
 {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
+        // Closing alone would keep it listening while the acceptor's poll() holds on to it.
+        ::shutdown(listener_.get(), SHUT_RDWR);
         listener_.reset();
     }
     wakeUp_.signal();

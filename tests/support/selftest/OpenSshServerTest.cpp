@@ -23,9 +23,8 @@ CommandResult run(const OpenSshServer& server, const std::string& command)
 // A connection that stays open until it is broken, seen from the server.
 std::unique_ptr<ChildProcess> connectForLong(const OpenSshServer& server)
 {
-    auto client = SshCommand(server.port(), server.user())
-                      .withKey(server.clientKey())
-                      .start("echo ready; sleep 1000");
+    SshCommand command(server.port(), server.user());
+    auto client = command.withKey(server.clientKey()).start("echo ready; sleep 1000");
     EXPECT_TRUE(waitUntil([&] { return client->output() == "ready\n"; })) << server.log();
     return client;
 }
@@ -158,9 +157,9 @@ TEST_F(OpenSshServerTest, CountsAndKillsItsConnections)
 TEST_F(OpenSshServerTest, FreezesAndThaws)
 {
     OpenSshServer server;
-    auto client = SshCommand(server.port(), server.user())
-                      .withKey(server.clientKey())
-                      .start("echo ready; while sleep 0.01; do echo; done");
+    SshCommand command(server.port(), server.user());
+    const auto client =
+        command.withKey(server.clientKey()).start("echo ready; while sleep 0.01; do echo; done");
     ASSERT_TRUE(waitUntil([&] { return !client->output().empty(); })) << server.log();
     server.suspendAll();
     std::size_t size = 0;

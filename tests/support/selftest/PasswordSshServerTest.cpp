@@ -96,9 +96,8 @@ TEST(PasswordSshServer, LeavesNothingOfTheWrapperBehind)
     {
         PasswordSshServer server;
         ourDirectory = std::filesystem::path(server.hostKey().privatePath).parent_path();
-        auto client = SshCommand(server.port(Login::Password), server.user())
-                          .withPassword(server.password())
-                          .start("echo ready; sleep 1000");
+        SshCommand command(server.port(Login::Password), server.user());
+        const auto client = command.withPassword(server.password()).start("echo ready; sleep 1000");
         ASSERT_TRUE(waitUntil([&] { return !client->output().empty(); })) << server.log();
         server.killConnections();
         EXPECT_EQ(client->wait()->code, 255);

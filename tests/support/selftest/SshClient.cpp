@@ -14,7 +14,6 @@ SshCommand::SshCommand(std::uint16_t port, std::string user)
     withOption("IdentitiesOnly=yes");
     withOption("IdentityAgent=none");
     withOption("NumberOfPasswordPrompts=1");
-    withOption("LogLevel=ERROR");
 }
 
 SshCommand& SshCommand::withKey(const KeyPair& key)
@@ -37,6 +36,12 @@ SshCommand& SshCommand::withOption(const std::string& option)
     return *this;
 }
 
+SshCommand& SshCommand::withVerbosity()
+{
+    logLevel_ = "DEBUG2";
+    return *this;
+}
+
 SshCommand& SshCommand::withInput(std::string input)
 {
     input_ = std::move(input);
@@ -46,7 +51,15 @@ SshCommand& SshCommand::withInput(std::string input)
 Command SshCommand::command(const std::string& remoteCommand) const
 {
     Command command;
-    command.arguments = {"ssh", "-F", "none", "-p", std::to_string(port_), "-l", user_};
+    command.arguments = {"ssh",
+                         "-F",
+                         "none",
+                         "-p",
+                         std::to_string(port_),
+                         "-l",
+                         user_,
+                         "-o",
+                         "LogLevel=" + logLevel_};
     for (const std::string& option : options_) {
         command.arguments.insert(command.arguments.end(), {"-o", option});
     }

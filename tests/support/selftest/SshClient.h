@@ -24,11 +24,13 @@ public:
     SshCommand& withPassword(const std::string& password);
     /// "-o" option, as in the client's configuration file.
     SshCommand& withOption(const std::string& option);
+    /// Makes the client tell on its error output what it does.
+    SshCommand& withVerbosity();
     SshCommand& withInput(std::string input);
 
     /// Runs the client to its end.
     CommandResult run(const std::string& remoteCommand) const;
-    /// Starts the client and lets it run.
+    /// Starts the client and lets it run. It may need this object's files until it has logged in.
     std::unique_ptr<ChildProcess> start(const std::string& remoteCommand) const;
 
 private:
@@ -39,6 +41,7 @@ private:
     std::string user_;
     std::vector<std::string> options_;
     std::vector<std::string> environment_;
+    std::string logLevel_ = "ERROR";
     std::string input_;
 };
 

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <memory>
@@ -44,8 +44,10 @@ void send(const UniqueFd& socket, std::string_view bytes)
     }
 }
 
+constexpr std::size_t kPiece = 65536;
+
 // One read: what came, or nothing at the end of the stream or on an error, which errno then tells.
-std::string receiveOnce(const UniqueFd& socket, std::size_t most = 65536)
+std::string receiveOnce(const UniqueFd& socket, std::size_t most = kPiece)
 {
     std::string bytes(most, '\0');
     errno = 0;
@@ -54,14 +56,13 @@ std::string receiveOnce(const UniqueFd& socket, std::size_t most = 65536)
     return bytes;
 }
 
+// As many bytes as asked for, or those up to the end of the stream.
 std::string receive(const UniqueFd& socket, std::size_t size)
 {
     std::string all;
-    while (all.size() < size) {
-        const std::string piece = receiveOnce(socket, size - all.size());
-        if (piece.empty()) {
-            break;
-        }
+    for (std::string piece;
+         all.size() < size &&
+         !(piece = receiveOnce(socket, std::min(size - all.size(), kPiece))).empty();) {
         all += piece;
     }
     return all;
@@ -69,7 +70,7 @@ std::string receive(const UniqueFd& socket, std::size_t size)
 
 std::string receiveToEnd(const UniqueFd& socket)
 {
-    return receive(socket, std::numeric_limits<std::size_t>::max() / 4);
+    return receive(socket, std::numeric_limits<std::size_t>::max());
 }
 
 bool isReadable(const UniqueFd& socket, int milliseconds)
