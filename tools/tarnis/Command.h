@@ -1,0 +1,41 @@
+#pragma once
+
+#include "ExitCode.h"
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+#include <vector>
+
+namespace TarnisTool {
+
+/// One sub-command of the program.
+class Command
+{
+public:
+    /// Declares the sub-command on the program's command line.
+    Command(CLI::App& program, const std::string& name, const std::string& description);
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+    virtual ~Command() = default;
+
+    /// Whether the command line asks for this one.
+    bool isChosen() const { return commandLine_.parsed(); }
+
+    /// Carries it out and returns the program's exit code. Throws UsageError, or Failure for
+    /// everything else that went wrong.
+    /// \param words what follows "--" on the command line, untouched.
+    virtual int run(const std::vector<std::string>& words) = 0;
+
+    /// The program's exit code after a Failure.
+    virtual int failureCode() const { return ExitCode::failure; }
+
+protected:
+    /// For declaring options.
+    CLI::App& commandLine() { return commandLine_; }
+
+private:
+    CLI::App& commandLine_;
+};
+
+} // namespace TarnisTool

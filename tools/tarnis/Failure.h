@@ -1,0 +1,56 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace TarnisTool {
+
+/// What kind of thing went wrong. Scripts see one exit code for all of them; the advice that the
+/// program gives differs.
+enum class FailureKind
+{
+    UnknownHostName,
+    ConnectionRefused,
+    ConnectionTimedOut,
+    HostUnreachable,
+    NoCommonAlgorithm,
+    NotAnSshServer,
+    HostKeyUnknown,
+    HostKeyChanged,
+    HostKeyNotChecked,
+    LoginDenied,
+    ConnectionLost,
+    CommandRefused,
+    CommandTimedOut,
+    LocalProblem,
+};
+
+/// Ends a sub-command: the program prints the text as its one line on standard error and exits with
+/// the sub-command's failure code.
+class Failure : public std::runtime_error
+{
+public:
+    /// The line reads "<what> <where>: <why>", for example "cannot connect to host: Connection
+    /// refused".
+    Failure(FailureKind kind, const std::string& what, const std::string& where,
+            const std::string& why);
+
+    FailureKind kind() const noexcept { return kind_; }
+
+    /// The reason alone.
+    const std::string& reason() const noexcept { return reason_; }
+
+private:
+    FailureKind kind_;
+    std::string reason_;
+};
+
+/// The command line, or something that it names, cannot be right: exit code 2, and nothing was
+/// done.
+class UsageError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+} // namespace TarnisTool

@@ -1,0 +1,92 @@
+#include "Program.h"
+
+#include "Commands.h"
+#include "ExitCode.h"
+#include "Failure.h"
+#include "Messages.h"
+
+#include <Tarnis/Version.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <exception>
+#include <iostream>
+#include <iterator>
+#include <utility>
+
+namespace TarnisTool {
+
+namespace {
+
+/// Takes what follows the first "--" out of the arguments. The parser must not see it: it would
+/// look for options and sub-commands in there.
+std::vector<std::string> splitOffWords(std::vector<std::string>& arguments)
+{
+    const auto mark = std::find(arguments.begin(), arguments.end(), "--");
+    std::vector<std::string> words;
+    if (mark != arguments.end()) {
+        words.assign(std::make_move_iterator(mark + 1), std::make_move_iterator(arguments.end()));
+        arguments.erase(mark, arguments.end());
+    }
+    return words;
+}
+
+int usageError(const std::string& why)
+{
+    report(why + " (tarnis --help tells more)");
+    return ExitCode::usage;
+}
+
+/// Runs one sub-command; tells the user why it failed, if it did.
+int runCommand(Command& command, const std::vector<std::string>& words)
+{
+    try {
+        return command.run(words);
+    } catch (const UsageError& error) {
+        return usageError(error.what());
+    } catch (const std::exception& error) {
+        report(error.what());
+        return command.failureCode();
+    }
+}
+
+/// What the parser ended with: a request for help or the version, or a mistake of the user's.
+int answerParseEnd(const CLI::App& program, const CLI::ParseError& end)
+{
+    if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        return program.exit(end);
+    }
+    const std::vector<std::string> unknown = program.remaining();
+    if (program.get_subcommands().empty() && !unknown.empty()) {
+        // The parser only says that there is no sub-command.
+        return usageError("there is no sub-command \"" + unknown.front() + "\"");
+    }
+    return usageError(end.what());
+}
+
+} // namespace
+
+int runProgram(std::vector<std::string> arguments)
+{
+    const std::vector<std::string> words = splitOffWords(arguments);
+    CLI::App program("Remote commands over SSH, and what keeps you from them.", "tarnis");
+    program.set_version_flag("--version", std::string("tarnis ") + TARNIS_VERSION);
+    program.require_subcommand(1);
+    const auto commands = makeCommands(program);
+    try {
+        // The parser wants them last to first.
+        std::reverse(arguments.begin(), arguments.end());
+        program.parse(std::move(arguments));
+    } catch (const CLI::ParseError& end) {
+        return answerParseEnd(program, end);
+    }
+    for (const auto& command : commands) {
+        if (command->isChosen()) {
+            return runCommand(*command, words);
+        }
+    }
+    return usageError("no sub-command was given");
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <string>
+
+#include <string.h>
+
+namespace TarnisTool {
+
+/// A password or a pass phrase. Its memory is overwritten when it is no longer needed, moved-from
+/// short strings included. What an authenticator copies from it is out of reach.
+class Secret
+{
+public:
+    /// So long a secret never makes the string grow, which would leave copies behind.
+    static constexpr std::size_t longest = 4096;
+
+    Secret() { text_.reserve(longest); }
+
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+
+    Secret(Secret&& other) noexcept
+        : text_(std::move(other.text_))
+    {
+        other.wipe();
+    }
+
+    Secret& operator=(Secret&& other) noexcept
+    {
+        if (this != &other) {
+            wipe();
+            text_.swap(other.text_);
+        }
+        return *this;
+    }
+
+    ~Secret() { wipe(); }
+
+    /// False: there is no room for another character.
+    bool append(char character)
+    {
+        if (text_.size() >= longest) {
+            return false;
+        }
+        text_.push_back(character);
+        return true;
+    }
+
+    const std::string& text() const noexcept { return text_; }
+
+    bool isEmpty() const noexcept { return text_.empty(); }
+
+private:
+    void wipe() noexcept
+    {
+        text_.resize(text_.capacity());
+        ::explicit_bzero(text_.data(), text_.size());
+        text_.clear();
+    }
+
+    std::string text_;
+};
+
+} // namespace TarnisTool

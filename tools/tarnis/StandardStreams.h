@@ -1,0 +1,13 @@
+#pragma once
+
+namespace TarnisTool {
+
+/// To be called first. Opens /dev/null in the place of standard streams that are closed, or the
+/// connection could end up with their numbers and get what was meant for them; and makes writing to
+/// a pipe without a reader an error instead of the program's end.
+void prepareStandardStreams();
+
+/// Puts /dev/null in the place of standard input.
+void closeStandardInput();
+
+} // namespace TarnisTool
