@@ -173,13 +173,11 @@ wait_for_line() { # FILE TEXT
 demo_kill() {
     title "a command that ignores TERM: Ctrl-C once, then again"
     local status=0
-    # A script's background jobs ignore Ctrl-C, unless it controls its jobs.
-    set -m
-    "$tarnis" exec "$target" "${options[@]}" --host-key-policy known -- \
+    # A script's background jobs are started with Ctrl-C ignored.
+    env --default-signal=INT "$tarnis" exec "$target" "${options[@]}" --host-key-policy known -- \
         "trap 'echo \"got TERM, going on\"' TERM; echo started; while :; do sleep 0.1; done" \
         </dev/null >"$scratch/kill.out" 2>&1 &
     client_pid=$!
-    set +m
     wait_for_line "$scratch/kill.out" started
     kill -INT "$client_pid"
     wait_for_line "$scratch/kill.out" "got TERM"
