@@ -63,7 +63,7 @@ Home& home()
 {
     static Home* const instance = [] {
         auto* const created = new Home;
-        std::atexit([] { home().removeInitial(); });
+        (void)std::atexit([] { home().removeInitial(); });
         return created;
     }();
     return *instance;
@@ -110,11 +110,11 @@ extern "C" {
     return entry;
 }
 
-[[gnu::visibility("default")]] int getpwuid_r(uid_t uid, passwd* entry, char* buffer, size_t size,
-                                              passwd** result)
+[[gnu::visibility("default")]] int getpwuid_r(uid_t uid, passwd* resultbuf, char* buffer,
+                                              size_t buflen, passwd** result)
 {
-    const int rc =
-        TarnisTest::next<decltype(getpwuid_r)>("getpwuid_r")(uid, entry, buffer, size, result);
+    const int rc = TarnisTest::next<decltype(getpwuid_r)>("getpwuid_r")(uid, resultbuf, buffer,
+                                                                        buflen, result);
     TarnisTest::redirect(rc == 0 ? *result : nullptr);
     return rc;
 }

@@ -108,6 +108,7 @@ AuthReply decideByDefault(const ServerEvent& attempt)
 void askPrompts(ssh_message message, const AuthReply& reply)
 {
     std::vector<const char*> texts;
+    texts.reserve(reply.prompts.size());
     std::string echoes;
     for (const Prompt& prompt : reply.prompts) {
         texts.push_back(prompt.text.c_str());

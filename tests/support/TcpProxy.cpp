@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <deque>
 #include <string>
 #include <system_error>
@@ -99,6 +100,7 @@ private:
     bool connectToTarget();
     void forward();
     bool step();
+    bool carry(Flow& flow, const Settings& settings);
     void waitForWork(const Settings& settings);
     static void watch(const Flow& flow, const Line& line, pollfd& from, pollfd& to, int& timeout);
     bool take(Flow& flow, const Line& line);
@@ -158,18 +160,21 @@ void TcpProxy::Connection::forward()
 bool TcpProxy::Connection::step()
 {
     const Settings settings = proxy_.settings();
-    for (Flow* const flow : {&toServer_, &toClient_}) {
-        const Line& line = settings.lines[flow->direction];
-        if (line.stalled || cutNow_) {
-            continue;
-        }
-        if (!take(*flow, line) || !give(*flow, line)) {
-            return false;
-        }
-        passEndOn(*flow);
-        if (line.cutAfter && flow->forwarded >= *line.cutAfter) {
-            end(settings.cutAfterBytes);
-        }
+    return carry(toServer_, settings) && carry(toClient_, settings);
+}
+
+bool TcpProxy::Connection::carry(Flow& flow, const Settings& settings)
+{
+    const Line& line = settings.lines[flow.direction];
+    if (line.stalled || cutNow_) {
+        return true;
+    }
+    if (!take(flow, line) || !give(flow, line)) {
+        return false;
+    }
+    passEndOn(flow);
+    if (line.cutAfter && flow.forwarded >= *line.cutAfter) {
+        end(settings.cutAfterBytes);
     }
     return true;
 }
@@ -262,7 +267,7 @@ bool TcpProxy::Connection::give(Flow& flow, const Line& line)
         if (size == 0) {
             return true;
         }
-        const ssize_t sent = ::send(flow.to.get(), bytes.data(), size, MSG_NOSIGNAL);
+        const ssize_t sent = proxy_.send(flow.direction, flow.to, {bytes.data(), size});
         if (sent < 0) {
             return wouldBlock();
         }
@@ -273,7 +278,6 @@ bool TcpProxy::Connection::give(Flow& flow, const Line& line)
         }
         flow.inTransitBytes -= given;
         flow.forwarded += given;
-        proxy_.count(flow.direction, given);
         if (line.bytesPerSecond > 0) {
             flow.lineFree = Clock::now() +
                             std::chrono::nanoseconds(given * 1'000'000'000U / line.bytesPerSecond);
@@ -460,10 +464,18 @@ std::size_t TcpProxy::openConnectionCount() const
                       [](const auto& connection) { return connection->isOpen(); }));
 }
 
-void TcpProxy::count(Direction direction, std::size_t bytes)
+// Under the lock, so that nobody who has the bytes sees a count without them, and that nothing goes
+// out after stall() has returned.
+ssize_t TcpProxy::send(Direction direction, const UniqueFd& socket, std::string_view bytes)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    forwarded_[direction] += bytes;
+    if (settings_.lines[direction].stalled) {
+        errno = EAGAIN;
+        return -1;
+    }
+    const ssize_t sent = ::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    forwarded_[direction] += static_cast<std::uint64_t>(std::max<ssize_t>(sent, 0));
+    return sent;
 }
 
 void TcpProxy::acceptConnections()

@@ -9,7 +9,10 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <thread>
+
+#include <sys/types.h>
 
 namespace TarnisTest {
 
@@ -96,7 +99,7 @@ private:
     template <typename Change>
     void change(Change apply);
     Settings settings() const;
-    void count(Direction direction, std::size_t bytes);
+    ssize_t send(Direction direction, const UniqueFd& socket, std::string_view bytes);
     void acceptConnections();
     void accept();
 

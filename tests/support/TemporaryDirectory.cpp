@@ -62,7 +62,7 @@ TemporaryDirectory::~TemporaryDirectory()
 std::string TemporaryDirectory::write(std::string_view name, std::string_view text,
                                       mode_t mode) const
 {
-    const std::string target = file(name);
+    std::string target = file(name);
     std::ofstream stream(target, std::ios::binary | std::ios::trunc);
     stream.write(text.data(), static_cast<std::streamsize>(text.size()));
     stream.close();
@@ -75,7 +75,7 @@ std::string TemporaryDirectory::write(std::string_view name, std::string_view te
 
 std::string TemporaryDirectory::makeDirectory(std::string_view name, mode_t mode) const
 {
-    const std::string target = file(name);
+    std::string target = file(name);
     fs::create_directories(target);
     setMode(target, mode);
     return target;

@@ -131,7 +131,7 @@ void WrappedUsers::writeAccounts() const
 {
     const std::string ids = nobodyIds();
     std::ostringstream accounts;
-    accounts << "root:x:0:0:root:/root:/bin/sh\n"
+    accounts << "root:x:0:0:root:/nonexistent:/bin/sh\n"
              << "nobody:x:" << ids << ":nobody:/nonexistent:/usr/sbin/nologin\n"
              << "sshd:x:" << ids << ":sshd:/run/sshd:/usr/sbin/nologin\n";
     std::ostringstream shadow;

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <system_error>
 
@@ -164,9 +166,11 @@ TEST(ChildProcess, DoesNotOutliveATestProgramThatIsKilled)
     const std::string pidFile = directory.file("pid");
     const pid_t program = ::fork();
     if (program == 0) {
+        // It cannot clean up after itself, so its files go where ours are cleaned up.
+        ::setenv("TMPDIR", directory.path().c_str(), 1);
         const ChildProcess child(shell("sleep 1000"));
         std::ofstream(pidFile + ".new") << child.pid();
-        ::rename((pidFile + ".new").c_str(), pidFile.c_str());
+        std::filesystem::rename(pidFile + ".new", pidFile);
         ::pause();
         ::_exit(0);
     }

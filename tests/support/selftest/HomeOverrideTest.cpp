@@ -30,7 +30,7 @@ TEST_F(HomeOverrideTest, BeginsWithAnEmptyDirectory)
 {
     EXPECT_TRUE(fs::is_directory(homeDirectory()));
     EXPECT_TRUE(fs::is_empty(homeDirectory()));
-    EXPECT_EQ(std::string(std::getenv("HOME")), homeDirectory());
+    EXPECT_STREQ(std::getenv("HOME"), homeDirectory().c_str());
 }
 
 TEST_F(HomeOverrideTest, LeavesNoAgentInTheEnvironment)
