@@ -46,7 +46,8 @@ TEST(ProcessOnAScriptedServer, SendsTheSignalNamesWithoutAnyPrefix)
     EXPECT_TRUE(process->kill());
     EXPECT_TRUE(process->terminate());
     EXPECT_TRUE(process->sendSignal("USR1"));
-    ASSERT_TRUE(scripted.events().waitFor(Event::Signal, 3));
+    ASSERT_TRUE(scripted.events().waitFor(Event::Signal, 3))
+        << ::testing::PrintToString(scripted.events().all());
     const auto signals = scripted.events().ofKind(Event::Signal);
     EXPECT_EQ(signals[0].text, "KILL");
     EXPECT_EQ(signals[1].text, "TERM");
@@ -159,6 +160,23 @@ TEST(ProcessOnAScriptedServer, OpenRunsAFinishedCommandOnceMore)
     ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
     EXPECT_EQ(process->getExitCode(), 2);
     EXPECT_EQ(process->getProcessState(), State::Finished);
+}
+
+TEST(ProcessOnAScriptedServer, OpenRunsAFinishedCommandOnceMoreThoughItsChannelIsStillOpen)
+{
+    ScriptedSession scripted([](ScriptedChannel& channel) {
+        channel.writeOutput("run " + std::to_string(channel.number()));
+        channel.sendExitStatus(channel.number());
+        channel.waitForClose();
+    });
+    const auto process = startProcess(scripted.session(), "x");
+    EXPECT_EQ(readExactly(*process, 5, standardOutput), "run 1");
+    ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getProcessState(), State::Finished);
+
+    ASSERT_TRUE(process->open()) << scripted.session().getLastError();
+    EXPECT_EQ(readExactly(*process, 5, standardOutput), "run 2");
+    EXPECT_TRUE(waitUntil([&] { return process->getExitCode() == 2; }));
 }
 
 TEST(ProcessOnAScriptedServer, ReadsAsStartingWhileTheServerIsSilentAndAsFailedOnceInterrupted)
@@ -279,13 +297,46 @@ TEST_F(ProcessTest, RunsItsCommandLineThroughTheShell)
     EXPECT_EQ(process->getProcessState(), State::Finished);
 }
 
-TEST_F(ProcessTest, FailsToStartOnASessionThatIsNotConnected)
+TEST_F(ProcessTest, IsNotMadeOnASessionThatIsNotConnected)
 {
     Tarnis::SSHSession unconnected;
-    const auto process = unconnected.createProcess("true");
-    ASSERT_NE(process, nullptr);
-    EXPECT_FALSE(process->start());
-    EXPECT_EQ(process->getProcessState(), State::Failed);
+    EXPECT_EQ(unconnected.createProcess("true"), nullptr);
+}
+
+TEST_F(ProcessTest, FailsToStartOnceItsSessionWasDisconnected)
+{
+    EXPECT_TRUE(session().disconnect());
+    const auto process = session().createProcess("true");
+    if (process != nullptr) {
+        EXPECT_FALSE(process->start());
+        EXPECT_EQ(process->getProcessState(), State::Failed);
+    }
+}
+
+TEST_F(ProcessTest, OpenRunsAFinishedCommandOnceMoreThoughABackgroundChildHoldsItsChannel)
+{
+    const auto process = startProcess(session(), "sleep 300 & echo run; exit 3");
+    EXPECT_EQ(readExactly(*process, 4, standardOutput), "run\n");
+    ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getProcessState(), State::Finished);
+    EXPECT_TRUE(process->isOpen());
+
+    ASSERT_TRUE(process->open()) << session().getLastError();
+    EXPECT_EQ(readExactly(*process, 4, standardOutput), "run\n");
+    EXPECT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getExitCode(), 3);
+}
+
+TEST_F(ProcessTest, OpenRunsARunningCommandOnceMore)
+{
+    const auto process = startProcess(session(), "echo run; cat");
+    EXPECT_EQ(readExactly(*process, 4, standardOutput), "run\n");
+    ASSERT_TRUE(process->open()) << session().getLastError();
+    EXPECT_EQ(process->getProcessState(), State::Running);
+    EXPECT_EQ(readExactly(*process, 4, standardOutput), "run\n");
+    EXPECT_TRUE(process->sendEOF());
+    EXPECT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getExitCode(), 0);
 }
 
 class OneSessionTest : public OpenSshSessionTest

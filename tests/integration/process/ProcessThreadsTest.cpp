@@ -160,6 +160,33 @@ TEST_F(ProcessThreadsTest, MayReadBothStreamsAndWriteTheInputOfOneProcess)
     EXPECT_EQ(sha256(errors), sha256(data));
 }
 
+TEST(ExecuteBesideAnotherThread, IsRightThoughTheOtherThreadReadsItsAnswersOffTheConnection)
+{
+    ScriptedSession scripted([](ScriptedChannel& channel) {
+        if (channel.command() == "stay\n") {
+            channel.waitForClose();
+        } else {
+            channel.writeOutput("done");
+            channel.finish(4);
+        }
+    });
+    const auto staying = startProcess(scripted.session(), "stay");
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        while (!done) {
+            EXPECT_EQ(staying->readAll(standardOutput), "");
+        }
+    });
+    for (int round = 0; round < 300; ++round) {
+        const auto result = scripted.session().execute("x", {}, kGenerousLimit);
+        EXPECT_EQ(result.outcome, Outcome::Completed) << round << ": " << describe(result);
+        EXPECT_EQ(result.output, "done");
+        EXPECT_EQ(result.exitCode, 4);
+    }
+    done = true;
+    reader.join();
+}
+
 TEST_F(ProcessThreadsTest, AllLoseTheConnectionWhenOneDisconnects)
 {
     std::atomic<int> begun{0};

@@ -219,9 +219,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Combine(
         ::testing::Values(Order::ProcessesFirst, Order::SessionFirst,
                           Order::DisconnectThenProcesses, Order::DisconnectThenSession,
-                          Order::SilentDisconnectThenProcesses,
-                          Order::SilentDisconnectThenSession, Order::CloseThenSession,
-                          Order::InterruptThenProcesses),
+                          Order::SilentDisconnectThenProcesses, Order::SilentDisconnectThenSession,
+                          Order::CloseThenSession, Order::InterruptThenProcesses),
         ::testing::Values(ServerState::Alive, ServerState::Killed, ServerState::Stopped,
                           ServerState::StoppedWithAFullSocket)),
     [](const auto& order) {
