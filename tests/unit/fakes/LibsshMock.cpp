@@ -101,6 +101,18 @@ void LibsshMock::behaveAsOneChannel()
 {
     ON_CALL(*this, ssh_channel_new(_)).WillByDefault(Return(fakeChannel()));
     ON_CALL(*this, ssh_channel_get_session(_)).WillByDefault(Return(fakeSession()));
+    ON_CALL(*this, ssh_channel_open_session(_)).WillByDefault([this](ssh_channel) {
+        channelOpen = 1;
+        return SSH_OK;
+    });
+    ON_CALL(*this, ssh_channel_close(_)).WillByDefault([this](ssh_channel) {
+        channelOpen = 0;
+        return SSH_OK;
+    });
+    ON_CALL(*this, ssh_channel_is_open(_)).WillByDefault([this](ssh_channel) -> int {
+        return channelOpen;
+    });
+    ON_CALL(*this, ssh_channel_get_exit_status(_)).WillByDefault(Return(-1));
 }
 
 } // namespace TarnisTest

@@ -13,8 +13,8 @@ namespace TarnisTest {
 /// beside this class, come before libssh's own, and end up in the one object that exists.
 ///
 /// Without expectations it behaves as a session that can be connected and whose every call
-/// succeeds at once; reads and polls find nothing. Each test says how strict it is by choosing
-/// NiceMock or StrictMock.
+/// succeeds at once; reads and polls find nothing, and no command has reported an exit status. Each
+/// test says how strict it is by choosing NiceMock or StrictMock.
 class LibsshMock
 {
 public:
@@ -30,6 +30,8 @@ public:
     std::atomic<int> blocking{1};
     /// What ssh_is_connected answers; ssh_connect sets it, the disconnects clear it.
     std::atomic<int> connected{0};
+    /// What ssh_channel_is_open answers; opening and closing a channel sets it.
+    std::atomic<int> channelOpen{0};
 
     MOCK_METHOD(ssh_session, ssh_new, ());
     MOCK_METHOD(void, ssh_free, (ssh_session));
