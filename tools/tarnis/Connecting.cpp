@@ -55,8 +55,9 @@ void configure(Tarnis::SSHSession& session, const Target& target)
 
 [[noreturn]] void throwTimedOut(const Target& target, std::chrono::seconds limit)
 {
-    const std::string within =
-        limit > limit.zero() ? " within " + std::to_string(limit.count()) + " seconds" : "";
+    const std::string within = limit > std::chrono::seconds::zero()
+                                   ? " within " + std::to_string(limit.count()) + " seconds"
+                                   : "";
     throw Failure(FailureKind::ConnectionTimedOut, "cannot connect to", target.display(),
                   "no answer" + within);
 }

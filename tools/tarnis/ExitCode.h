@@ -1,9 +1,7 @@
 #pragma once
 
-namespace TarnisTool {
-
 /// What the program answers to its caller, besides the exit code of a remote command.
-namespace ExitCode {
+namespace TarnisTool::ExitCode {
 
 constexpr int success = 0;
 constexpr int failure = 1;
@@ -12,6 +10,4 @@ constexpr int usage = 2;
 /// command uses, the same as with ssh.
 constexpr int execFailure = 255;
 
-} // namespace ExitCode
-
-} // namespace TarnisTool
+} // namespace TarnisTool::ExitCode

@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include <fcntl.h>
-#include <string.h>
 
 namespace TarnisTool {
 

@@ -1,6 +1,7 @@
 #include "InputForwarder.h"
 
 #include "Messages.h"
+#include "TryWrite.h"
 
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHProcess.h>
@@ -17,7 +18,7 @@ namespace TarnisTool {
 namespace {
 
 // More than a pipe holds.
-constexpr std::size_t bufferSize = 128U * 1024;
+constexpr std::size_t bufferSize = std::size_t{128} * 1024;
 // Between two looks at whether to stop, while the remote side takes nothing.
 constexpr std::chrono::milliseconds patience{50};
 
@@ -32,7 +33,7 @@ InputForwarder::InputForwarder(Tarnis::SSHProcess& process)
 InputForwarder::~InputForwarder()
 {
     stopping_ = true;
-    static_cast<void>(!::write(stop_.writeEnd.get(), "", 1));
+    tryWrite(stop_.writeEnd.get(), "x");
     thread_.join();
 }
 

@@ -2,6 +2,7 @@
 
 #include "ExitCode.h"
 #include "Pipe.h"
+#include "TryWrite.h"
 
 #include <Tarnis/SSHProcess.h>
 
@@ -27,7 +28,7 @@ extern "C" void countInterrupt(int /*number*/)
     if (interruptCount >= interruptsToLeave) {
         ::_exit(ExitCode::execFailure);
     }
-    static_cast<void>(!::write(wakeUpWriteEnd, "", 1));
+    tryWrite(wakeUpWriteEnd, "x");
     errno = savedErrno;
 }
 
@@ -59,7 +60,8 @@ void Interrupts::deliverTo(Tarnis::SSHProcess& process)
         return;
     }
     std::array<char, interruptsToLeave> wakeUps{};
-    static_cast<void>(!::read(readEnd_.get(), wakeUps.data(), wakeUps.size()));
+    while (::read(readEnd_.get(), wakeUps.data(), wakeUps.size()) > 0) {
+    }
     while (delivered_ < interruptCount) {
         ++delivered_;
         // Whether the server heeds it is seen by the command's end, or by the next Ctrl-C.

@@ -2,7 +2,7 @@
 
 #include "FileDescriptor.h"
 
-#include <signal.h>
+#include <csignal>
 
 namespace Tarnis {
 class SSHProcess;

@@ -1,6 +1,6 @@
 #include "Messages.h"
 
-#include <unistd.h>
+#include "TryWrite.h"
 
 namespace TarnisTool {
 
@@ -31,8 +31,7 @@ std::string printable(std::string_view text)
 void report(std::string_view text)
 {
     const std::string line = "tarnis: " + printable(text) + "\n";
-    // There is nowhere left to complain when standard error is gone.
-    static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+    tryWrite(STDERR_FILENO, line);
 }
 
 } // namespace TarnisTool

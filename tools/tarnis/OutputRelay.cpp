@@ -17,7 +17,7 @@ namespace TarnisTool {
 
 namespace {
 
-constexpr std::size_t bufferSize = 256U * 1024;
+constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 
 /// A pipe that is ready takes this much without waiting; a file takes anything. Making the
 /// descriptor non-blocking instead would change it for every process that shares it.

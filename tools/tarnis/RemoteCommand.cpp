@@ -63,8 +63,8 @@ private:
 
 RemoteCommand::Run::Run(const RemoteCommand& command, const std::string& commandLine)
     : command_(command)
-    , deadline_(command.timeout_ > command.timeout_.zero() ? Clock::now() + command.timeout_
-                                                           : Clock::time_point::max())
+    , deadline_(command.timeout_ > std::chrono::seconds::zero() ? Clock::now() + command.timeout_
+                                                                : Clock::time_point::max())
     , process_(command.session_.createProcess(commandLine))
 {}
 

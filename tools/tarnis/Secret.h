@@ -1,8 +1,7 @@
 #pragma once
 
+#include <cstring>
 #include <string>
-
-#include <string.h>
 
 namespace TarnisTool {
 

@@ -26,8 +26,8 @@ bool isIgnored(const struct sigaction& action)
 
 SilentInput::SilentInput(int terminal)
     : terminal_(terminal)
-    , hasAttributes_(::tcgetattr(terminal, &attributes_) == 0)
 {
+    hasAttributes_ = ::tcgetattr(terminal_, &attributes_) == 0;
     arrivedSignal = 0;
     sigset_t mask{};
     sigemptyset(&mask);

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <array>
+#include <csignal>
 
-#include <signal.h>
 #include <termios.h>
 
 namespace TarnisTool {
@@ -27,8 +27,8 @@ private:
     static constexpr std::array<int, 5> heldBack{SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
 
     int terminal_;
-    bool hasAttributes_;
     termios attributes_{};
+    bool hasAttributes_ = false;
     sigset_t formerMask_{};
     std::array<struct sigaction, heldBack.size()> formerActions_{};
 };

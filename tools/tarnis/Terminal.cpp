@@ -1,6 +1,7 @@
 #include "Terminal.h"
 
 #include "SilentInput.h"
+#include "TryWrite.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -67,8 +68,8 @@ std::optional<Terminal> Terminal::open()
 
 void Terminal::write(std::string_view text) const
 {
-    // A terminal that is gone shows nothing, and the question that follows gets no answer.
-    static_cast<void>(!::write(descriptor_.get(), text.data(), text.size()));
+    // The question to a terminal that is gone gets no answer.
+    tryWrite(descriptor_.get(), text);
 }
 
 std::optional<std::string> Terminal::ask(std::string_view question) const

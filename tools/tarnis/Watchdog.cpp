@@ -5,7 +5,7 @@ namespace TarnisTool {
 Watchdog::Watchdog(Tarnis::SSHSession& session, std::chrono::milliseconds limit)
     : session_(session)
 {
-    if (limit > limit.zero()) {
+    if (limit > std::chrono::milliseconds::zero()) {
         thread_ = std::thread([this, limit] { watch(limit); });
     }
 }

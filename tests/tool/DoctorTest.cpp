@@ -1,0 +1,208 @@
+// `tarnis doctor`: what it finds, and what it advises.
+
+#include "support/OpenSshServer.h"
+#include "support/RequireServer.h"
+#include "support/ScriptedServer.h"
+#include "tool/ToolTest.h"
+
+#include <regex>
+
+namespace TarnisTest {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class DoctorTest : public ToolTest
+{
+protected:
+    /// A visit with the password at hand.
+    ToolResult examine(std::uint16_t port, const std::vector<std::string>& options = {}) const
+    {
+        ToolSetup setup;
+        setup.arguments = {"doctor", target(port), "--password-env", "SECRET"};
+        setup.arguments.insert(setup.arguments.end(), options.begin(), options.end());
+        setup.environment = {std::string("SECRET=") + ScriptedPolicy::kPassword};
+        return run(setup);
+    }
+
+    ToolResult examine(const ScriptedServer& server,
+                       const std::vector<std::string>& options = {}) const
+    {
+        trust(server.port(), ScriptedServer::hostPublicKeyBase64());
+        return examine(server.port(), options);
+    }
+
+    /// Every step up to this one went well, this one did not, and the rest was left alone.
+    static void expectFailureAt(const std::string& failed, const ToolResult& result)
+    {
+        EXPECT_EQ(result.exitCode, 1);
+        bool isBefore = true;
+        for (const std::string& step :
+             std::vector<std::string>{"name", "connect", "host key", "login", "command"}) {
+            const bool isFailed = step == failed;
+            const std::string verdict = isFailed   ? "FAILED +[0-9.]+ ms"
+                                        : isBefore ? "ok +[0-9.]+ ms"
+                                                   : "- +not tried";
+            EXPECT_TRUE(std::regex_search(result.output, std::regex("  " + step + " +" + verdict)))
+                << step << " in:\n"
+                << result.output;
+            isBefore = isBefore && !isFailed;
+        }
+    }
+};
+
+ScriptedPolicy policyWith(std::function<void(ScriptedChannel&)> script)
+{
+    ScriptedPolicy policy;
+    policy.run = std::move(script);
+    return policy;
+}
+
+TEST_F(DoctorTest, FindsEverythingInOrder)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    const OpenSshServer server;
+    trust(server.port(), server.hostPublicKeyBase64());
+    const ToolResult result = run({"doctor", target(server.port(), server.user()), "--identity",
+                                   server.clientKey().privatePath});
+    EXPECT_EQ(result.exitCode, 0) << result.output << result.errorOutput;
+    EXPECT_EQ(result.errorOutput, "");
+    const std::string time = " +ok +[0-9]+\\.[0-9] ms  ";
+    for (const std::string& finding :
+         {"name" + time + "127\\.0\\.0\\.1", "connect" + time + "port ",
+          "host key" + time + "ssh-ed25519 SHA256:.*, known",
+          "login" + time + server.user() + "; key .*: accepted",
+          "command" + time + "the shell runs commands"}) {
+        EXPECT_TRUE(std::regex_search(result.output, std::regex(finding))) << finding << " in:\n"
+                                                                           << result.output;
+    }
+    EXPECT_THAT(result.output, HasSubstr(server.hostKey().fingerprint));
+    EXPECT_THAT(result.output, Not(HasSubstr("\x1b"))) << "there is no terminal to colour";
+}
+
+TEST_F(DoctorTest, AdvisesOnAnUnknownHostName)
+{
+    const ToolResult result = run({"doctor", "no-such-host.invalid"});
+    expectFailureAt("name", result);
+    EXPECT_THAT(result.output, HasSubstr("Check the spelling of no-such-host.invalid"));
+}
+
+TEST_F(DoctorTest, AdvisesOnARefusedConnection)
+{
+    const RefusingPort port;
+    const ToolResult result = examine(port.number());
+    expectFailureAt("connect", result);
+    EXPECT_THAT(result.output, HasSubstr("Connection refused"));
+    EXPECT_THAT(result.output, HasSubstr("no server listens on port"));
+}
+
+TEST_F(DoctorTest, AdvisesOnAServerThatDoesNotAnswer)
+{
+    ScriptedPolicy policy;
+    policy.handshake = Handshake::SendNothing;
+    const ScriptedServer server(policy);
+    const ToolResult result = examine(server, {"--connect-timeout", "1"});
+    expectFailureAt("connect", result);
+    EXPECT_THAT(result.output, HasSubstr("no answer within 1 seconds"));
+    EXPECT_THAT(result.output, HasSubstr("a firewall drops the connection"));
+}
+
+TEST_F(DoctorTest, AdvisesOnAServerThatHangsUp)
+{
+    ScriptedPolicy policy;
+    policy.handshake = Handshake::CloseAtOnce;
+    const ScriptedServer server(policy);
+    const ToolResult result = examine(server);
+    expectFailureAt("connect", result);
+    EXPECT_THAT(result.output, HasSubstr("does not speak SSH"));
+}
+
+TEST_F(DoctorTest, AdvisesOnAnUnknownServer)
+{
+    const ScriptedServer server;
+    const ToolResult result = examine(server.port());
+    expectFailureAt("host key", result);
+    EXPECT_THAT(result.output, HasSubstr(ScriptedServer::hostKeyFingerprint()));
+    EXPECT_THAT(result.output, HasSubstr("--host-key-policy new"));
+}
+
+TEST_F(DoctorTest, AdvisesOnAChangedHostKey)
+{
+    const ScriptedServer server;
+    trust(server.port(), "AAAAC3NzaC1lZDI1NTE5AAAAIAABAgMEBQYHCAkKCwwNDg8QERITFBUWFxgZGhscHR4f");
+    const ToolResult result =
+        examine(server.port(), {"--known-hosts", knownHostsFile(), "--host-key-policy", "known"});
+    expectFailureAt("host key", result);
+    EXPECT_THAT(result.output,
+                HasSubstr("ssh-keygen -R '[127.0.0.1]:" + std::to_string(server.port()) + "' -f '" +
+                          knownHostsFile() + "'"));
+}
+
+TEST_F(DoctorTest, AdvisesOnADeniedLogin)
+{
+    ScriptedPolicy policy;
+    policy.authenticate = [](const ServerEvent&) { return AuthReply::deny(); };
+    const ScriptedServer server(policy);
+    const ToolResult result = examine(server);
+    expectFailureAt("login", result);
+    EXPECT_THAT(result.output, HasSubstr("agent and default keys: denied; password: denied"));
+    EXPECT_THAT(result.output, HasSubstr("Check the user name (tester)"));
+    EXPECT_THAT(result.output, Not(HasSubstr(ScriptedPolicy::kPassword)));
+}
+
+TEST_F(DoctorTest, AdvisesOnKeyboardInteractiveOnly)
+{
+    ScriptedPolicy policy;
+    policy.offeredMethods = {AuthMethod::KeyboardInteractive};
+    const ScriptedServer server(policy);
+    const ToolResult result = examine(server);
+    expectFailureAt("login", result);
+    EXPECT_THAT(result.output, HasSubstr("does not answer keyboard-interactive questions"));
+}
+
+TEST_F(DoctorTest, AdvisesOnAServerWithoutCommands)
+{
+    ScriptedPolicy policy;
+    policy.channelRequest = [](const ServerEvent&) { return Answer::Refuse; };
+    const ScriptedServer server(policy);
+    const ToolResult result = examine(server);
+    expectFailureAt("command", result);
+    EXPECT_THAT(result.output, HasSubstr("the account is for file transfer only"));
+}
+
+TEST_F(DoctorTest, AdvisesOnAShellThatRefuses)
+{
+    const ScriptedServer server(policyWith([](ScriptedChannel& channel) {
+        channel.writeOutput("This account is \x1b[31mnot available.\n");
+        channel.finish(1);
+    }));
+    const ToolResult result = examine(server);
+    expectFailureAt("command", result);
+    EXPECT_THAT(result.output, HasSubstr("exit code 1, it says \"This account is ?[31mnot avail"));
+}
+
+TEST_F(DoctorTest, WarnsOfAShellThatTalks)
+{
+    const ScriptedServer server(policyWith([](ScriptedChannel& channel) {
+        channel.writeOutput("Welcome!\ntarnis\n");
+        channel.finish(0);
+    }));
+    const ToolResult result = examine(server);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr("disturbs file transfer: \"Welcome! tarnis\""));
+}
+
+TEST_F(DoctorTest, ReportsAConnectionThatBreaks)
+{
+    const ScriptedServer server(
+        policyWith([](ScriptedChannel& channel) { channel.dropConnection(); }));
+    const ToolResult result = examine(server);
+    expectFailureAt("command", result);
+    EXPECT_THAT(result.output, HasSubstr("The connection broke."));
+}
+
+} // namespace
+} // namespace TarnisTest

@@ -1,0 +1,214 @@
+// Which servers the program trusts.
+
+#include "support/KeyPair.h"
+#include "support/ScriptedServer.h"
+#include "tool/ToolTest.h"
+
+#include <algorithm>
+
+namespace TarnisTest {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// A well-formed key that is no server's.
+constexpr const char* kOtherKey =
+    "AAAAC3NzaC1lZDI1NTE5AAAAIAABAgMEBQYHCAkKCwwNDg8QERITFBUWFxgZGhscHR4f";
+
+class HostKeyPolicyTest : public ToolTest
+{
+protected:
+    /// \param policy empty: none is given.
+    ToolSetup withPolicy(const std::string& policy) const
+    {
+        ToolSetup setup = exec(server_.port(), "x");
+        const auto option =
+            std::find(setup.arguments.begin(), setup.arguments.end(), "--host-key-policy");
+        if (policy.empty()) {
+            setup.arguments.erase(option, option + 2);
+        } else {
+            *(option + 1) = policy;
+        }
+        return setup;
+    }
+
+    /// A user at a terminal who is asked about the key.
+    std::unique_ptr<ToolRun> startAsking()
+    {
+        ToolSetup setup = withPolicy("");
+        setup.hasTerminal = true;
+        auto tool = start(setup);
+        EXPECT_TRUE(tool->waitForScreen("(yes/no) ")) << tool->errorOutput();
+        EXPECT_THAT(tool->screen(), HasSubstr(ScriptedServer::hostKeyFingerprint()));
+        return tool;
+    }
+
+    std::string line() const
+    {
+        return "[127.0.0.1]:" + std::to_string(server_.port()) + " ssh-ed25519 " +
+               ScriptedServer::hostPublicKeyBase64() + "\n";
+    }
+
+    std::string otherLine() const
+    {
+        return "[127.0.0.1]:" + std::to_string(server_.port()) + " ssh-ed25519 " + kOtherKey + "\n";
+    }
+
+    void trustTheServer() const { trust(server_.port(), ScriptedServer::hostPublicKeyBase64()); }
+
+    void trustAnotherKey() const { trust(server_.port(), kOtherKey); }
+
+    ScriptedServer server_;
+};
+
+TEST_F(HostKeyPolicyTest, EveryPolicyTakesAKnownServerWithoutAWord)
+{
+    trustTheServer();
+    for (const char* const policy : {"", "ask", "new", "known", "all"}) {
+        const ToolResult result = run(withPolicy(policy));
+        EXPECT_EQ(result.exitCode, 0) << policy;
+        EXPECT_THAT(result.errorOutput, IsEmpty());
+    }
+    EXPECT_EQ(knownHosts(), line());
+}
+
+TEST_F(HostKeyPolicyTest, NewRecordsAnUnknownServer)
+{
+    const ToolResult result = run(withPolicy("new"));
+    EXPECT_EQ(result.exitCode, 0) << result.errorOutput;
+    EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: recorded the ssh-ed25519 key of "));
+    EXPECT_EQ(knownHosts(), line());
+}
+
+TEST_F(HostKeyPolicyTest, NewRefusesAChangedKey)
+{
+    trustAnotherKey();
+    const ToolResult result = run(withPolicy("new"));
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_THAT(result.errorOutput, HasSubstr("WARNING"));
+    EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: refused the host key of "));
+    EXPECT_THAT(result.errorOutput, HasSubstr("ssh-keygen -R"));
+    EXPECT_EQ(knownHosts(), otherLine());
+}
+
+TEST_F(HostKeyPolicyTest, KnownRefusesAnUnknownServer)
+{
+    const ToolResult result = run(withPolicy("known"));
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_THAT(result.errorOutput, HasSubstr("the server is not in the known-hosts file"));
+    EXPECT_THAT(result.errorOutput, HasSubstr(ScriptedServer::hostKeyFingerprint()));
+    EXPECT_EQ(knownHosts(), "");
+}
+
+TEST_F(HostKeyPolicyTest, KnownRefusesAChangedKey)
+{
+    trustAnotherKey();
+    EXPECT_EQ(run(withPolicy("known")).exitCode, 255);
+    EXPECT_EQ(knownHosts(), otherLine());
+}
+
+TEST_F(HostKeyPolicyTest, AllRecordsAnUnknownServer)
+{
+    EXPECT_EQ(run(withPolicy("all")).exitCode, 0);
+    EXPECT_EQ(knownHosts(), line());
+}
+
+TEST_F(HostKeyPolicyTest, AllWarnsOfAChangedKeyAndDoesNotRecordIt)
+{
+    trustAnotherKey();
+    const ToolResult result = run(withPolicy("all"));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.errorOutput, HasSubstr("WARNING"));
+    EXPECT_EQ(knownHosts(), otherLine());
+}
+
+TEST_F(HostKeyPolicyTest, AServerKnownByAKeyOfAnotherTypeIsNotNew)
+{
+    const KeyPair other = generateKey(home(), "other", KeyType::Ecdsa);
+    trust(server_.port(), other.publicBase64, "ecdsa-sha2-nistp256");
+    const ToolResult result = run(withPolicy("new"));
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_THAT(result.errorOutput, HasSubstr("it is not the one in the known-hosts file"));
+}
+
+TEST_F(HostKeyPolicyTest, AskRefusesWithoutATerminalAndNamesTheWayOut)
+{
+    const ToolResult result = run(withPolicy(""));
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_THAT(result.errorOutput, HasSubstr("no terminal to ask at"));
+    EXPECT_THAT(result.errorOutput, HasSubstr("--host-key-policy new"));
+    EXPECT_EQ(lineCount(result.errorOutput), 1U);
+    EXPECT_EQ(knownHosts(), "");
+}
+
+TEST_F(HostKeyPolicyTest, AskRecordsAnUnknownServerThatTheUserAccepts)
+{
+    const auto tool = startAsking();
+    tool->type("yes\n");
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+    EXPECT_EQ(knownHosts(), line());
+}
+
+TEST_F(HostKeyPolicyTest, AskTakesTheFingerprintForAYes)
+{
+    const auto tool = startAsking();
+    tool->type(ScriptedServer::hostKeyFingerprint() + "\n");
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+}
+
+TEST_F(HostKeyPolicyTest, AskTakesAnythingElseForANo)
+{
+    for (const char* const answer : {"no\n", "\n", "yeah\n", "\x04"}) {
+        const auto tool = startAsking();
+        tool->type(answer);
+        EXPECT_EQ(tool->wait(), 255) << answer;
+        EXPECT_THAT(tool->errorOutput(), HasSubstr("it was not accepted at the terminal"));
+    }
+    EXPECT_EQ(knownHosts(), "");
+    EXPECT_EQ(server_.events().count(ServerEvent::Kind::Authentication), 0U);
+}
+
+TEST_F(HostKeyPolicyTest, AskWarnsOfAChangedKeyAndWantsTheWholeWord)
+{
+    trustAnotherKey();
+    const auto tool = startAsking();
+    EXPECT_THAT(tool->screen(), HasSubstr("WARNING"));
+    EXPECT_THAT(tool->screen(),
+                HasSubstr("ssh-keygen -R '[127.0.0.1]:" + std::to_string(server_.port()) + "'"));
+    tool->type("y\n");
+    EXPECT_EQ(tool->wait(), 255);
+    EXPECT_EQ(knownHosts(), otherLine());
+}
+
+TEST_F(HostKeyPolicyTest, AskTakesAChangedKeyForYes)
+{
+    trustAnotherKey();
+    const auto tool = startAsking();
+    tool->type("yes\n");
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+    EXPECT_EQ(knownHosts(), otherLine() + line());
+}
+
+TEST_F(HostKeyPolicyTest, ChecksAndRecordsInTheFileThatIsNamed)
+{
+    const std::string file = home().file("elsewhere");
+    ToolSetup setup = withPolicy("new");
+    setup.arguments.insert(setup.arguments.begin() + 2, {"--known-hosts", file});
+    EXPECT_EQ(run(setup).exitCode, 0);
+    EXPECT_EQ(readFile(file), line());
+    EXPECT_EQ(knownHosts(), "");
+    EXPECT_THAT(run(setup).errorOutput, IsEmpty());
+}
+
+TEST_F(HostKeyPolicyTest, SaysWhenTheKeyCannotBeRecorded)
+{
+    ToolSetup setup = withPolicy("new");
+    setup.arguments.insert(setup.arguments.begin() + 2, {"--known-hosts", "/dev/null"});
+    const ToolResult result = run(setup);
+    EXPECT_EQ(result.exitCode, 0) << result.errorOutput;
+    EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: could not record the ssh-ed25519 key of "));
+}
+
+} // namespace
+} // namespace TarnisTest
