@@ -2,6 +2,7 @@
 
 #include "support/KexInit.h"
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 
@@ -77,6 +78,7 @@ std::vector<std::string> answersIn(ssh_session session)
 {
     std::vector<std::string> answers;
     const int count = ssh_userauth_kbdint_getnanswers(session);
+    answers.reserve(static_cast<std::size_t>(std::max(count, 0)));
     for (int i = 0; i < count; ++i) {
         answers.push_back(
             toString(ssh_userauth_kbdint_getanswer(session, static_cast<unsigned>(i))));
@@ -346,6 +348,15 @@ void ScriptedConnection::takePacketsIn()
         // Not sooner: the session has nothing to poll before it has begun to talk.
         poll_ = ssh_event_new();
         ssh_event_add_session(poll_, session_);
+        recordKeyExchangeOnce();
+    }
+}
+
+// The first request may arrive together with the last packet of the key exchange.
+void ScriptedConnection::recordKeyExchangeOnce()
+{
+    if (!keyExchangeRecorded_) {
+        keyExchangeRecorded_ = true;
         record({Kind::KeyExchangeDone});
     }
 }
@@ -387,6 +398,7 @@ int ScriptedConnection::onMessage(ssh_session /*session*/, ssh_message message, 
 
 bool ScriptedConnection::handle(ssh_message message)
 {
+    recordKeyExchangeOnce();
     switch (ssh_message_type(message)) {
     case SSH_REQUEST_SERVICE:
         return handleService(message);

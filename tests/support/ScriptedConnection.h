@@ -64,6 +64,7 @@ private:
     bool isFinished() const;
     bool waitForTraffic();
     void takePacketsIn();
+    void recordKeyExchangeOnce();
     void answerCloses();
     void finish();
     void sendRaw(std::string_view bytes);
@@ -105,6 +106,7 @@ private:
     /// Made when the keys have been exchanged.
     ssh_event poll_ = nullptr;
     bool failed_ = false;
+    bool keyExchangeRecorded_ = false;
     bool issueBannerSent_ = false;
     std::string lastUser_;
     std::vector<std::unique_ptr<ScriptedChannel>> channels_;

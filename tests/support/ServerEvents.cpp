@@ -54,9 +54,14 @@ const char* toString(ServerEvent::Kind kind)
     return "unknown";
 }
 
+std::ostream& operator<<(std::ostream& out, ServerEvent::Kind kind)
+{
+    return out << toString(kind);
+}
+
 std::ostream& operator<<(std::ostream& out, const ServerEvent& event)
 {
-    out << toString(event.kind) << "(connection " << event.connection;
+    out << event.kind << "(connection " << event.connection;
     if (event.channel != 0) {
         out << ", channel " << event.channel;
     }

@@ -72,6 +72,7 @@ struct ServerEvent
 const char* toString(ServerEvent::Kind kind);
 
 /// For messages of failed assertions.
+std::ostream& operator<<(std::ostream& out, ServerEvent::Kind kind);
 std::ostream& operator<<(std::ostream& out, const ServerEvent& event);
 
 /// The events of a server in the order in which they happened. Any thread may call any member.
