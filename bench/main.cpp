@@ -1,0 +1,139 @@
+// Runs the measurements and prints one table. Every ratio compares contestants of the same run on
+// the same server; the figures themselves tell about the machine as much as about anybody's code.
+
+#include "Benchmarks.h"
+#include "support/Probe.h"
+
+#include <libssh/libssh.h>
+
+#include <algorithm>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <thread>
+
+namespace TarnisBench {
+
+Effort Effort::quick()
+{
+    Effort effort;
+    effort.commandRounds = 30;
+    effort.connectRounds = 10;
+    effort.transferRounds = 1;
+    effort.transferBytes = std::size_t{64} << 20U;
+    effort.idleSessions = 10;
+    effort.idleChannels = 100;
+    return effort;
+}
+
+namespace {
+
+struct Measurement
+{
+    const char* name;
+    Sections (*run)(const Bench& bench);
+};
+
+constexpr Measurement measurements[] = {
+    {"command", measureOpenSessionCommand},
+    {"connect", measureConnectAndLogIn},
+    {"throughput", measureThroughput},
+    {"calls", measureGuardedCalls},
+    {"memory", measureMemory},
+};
+
+struct Request
+{
+    Effort effort;
+    std::vector<std::string> names;
+
+    bool wants(const std::string& name) const
+    {
+        return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
+    }
+};
+
+bool isMeasurement(const std::string& name)
+{
+    return std::any_of(std::begin(measurements), std::end(measurements),
+                       [&name](const auto& each) { return name == each.name; });
+}
+
+/// False: there is something on the command line that means nothing.
+bool parse(const std::vector<std::string>& arguments, Request& request)
+{
+    for (const std::string& argument : arguments) {
+        if (argument == "--quick") {
+            request.effort = Effort::quick();
+        } else if (isMeasurement(argument)) {
+            request.names.push_back(argument);
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+void usage(const char* program)
+{
+    std::cerr << "usage: " << program << " [--quick] [NAME...]\nmeasurements:";
+    for (const auto& each : measurements) {
+        std::cerr << ' ' << each.name;
+    }
+    std::cerr << '\n';
+}
+
+std::string openSshVersion()
+{
+    std::string version = runProbe({"ssh", "-V"}).errorOutput;
+    return version.substr(0, version.find(','));
+}
+
+/// What the figures depend on.
+void printSurroundings(std::ostream& out)
+{
+    out << std::thread::hardware_concurrency()
+        << " processors, client and server on loopback; libssh " << ssh_version(0) << ", "
+        << openSshVersion() << "\n\n";
+}
+
+Sections runAll(const Request& request)
+{
+    const BenchServer server;
+    const Bench bench{server, request.effort};
+    Sections all;
+    for (const auto& each : measurements) {
+        if (request.wants(each.name)) {
+            std::cerr << "measuring: " << each.name << std::endl;
+            const Sections sections = each.run(bench);
+            all.insert(all.end(), sections.begin(), sections.end());
+        }
+    }
+    return all;
+}
+
+} // namespace
+
+} // namespace TarnisBench
+
+int main(int argc, char** argv)
+{
+    using namespace TarnisBench;
+    Request request;
+    if (!parse({argv + 1, argv + argc}, request)) {
+        usage(argv[0]);
+        return 2;
+    }
+    // libssh used directly needs this; the library takes care of itself.
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    try {
+        const Sections sections = runAll(request);
+        printSurroundings(std::cout);
+        printTable(std::cout, sections);
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << argv[0] << ": " << error.what() << '\n';
+        return 1;
+    }
+}

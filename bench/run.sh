@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds the benchmarks, runs them and prints one table. Installs what is missing (Debian packages)
+# first.
+#
+# Usage: bench/run.sh [--quick] [NAME...]
+#   --quick  a small run of a few seconds, to see whether everything works; its figures are coarse
+#   NAME     only these: command connect throughput calls memory
+set -euo pipefail
+cd "$(dirname "$0")/.."
+# shellcheck source=scripts/lib/packages.sh
+. scripts/lib/packages.sh
+
+ensure_packages bench
+cmake --preset release >/dev/null
+cmake --build --preset release --target tarnis_bench -j "$(nproc)"
+exec build/release/bench/tarnis_bench "$@"
