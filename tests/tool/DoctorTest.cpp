@@ -33,21 +33,27 @@ protected:
         return examine(server.port(), options);
     }
 
+    /// The report has a line for this step that goes on like that.
+    static void expectLine(const ToolResult& result, const std::string& step,
+                           const std::string& rest)
+    {
+        const std::regex line("\n  " + step + " +" + rest);
+        EXPECT_TRUE(std::regex_search(result.output, line)) << step << rest << " in:\n"
+                                                            << result.output;
+    }
+
     /// Every step up to this one went well, this one did not, and the rest was left alone.
     static void expectFailureAt(const std::string& failed, const ToolResult& result)
     {
         EXPECT_EQ(result.exitCode, 1);
-        bool isBefore = true;
-        for (const std::string& step :
-             std::vector<std::string>{"name", "connect", "host key", "login", "command"}) {
-            const bool isFailed = step == failed;
-            const std::string verdict = isFailed   ? "FAILED +[0-9.]+ ms"
-                                        : isBefore ? "ok +[0-9.]+ ms"
-                                                   : "- +not tried";
-            EXPECT_TRUE(std::regex_search(result.output, std::regex("  " + step + " +" + verdict)))
-                << step << " in:\n"
-                << result.output;
-            isBefore = isBefore && !isFailed;
+        std::string verdict = "ok +[0-9.]+ ms";
+        for (const char* const step : {"name", "connect", "host key", "login", "command"}) {
+            if (step == failed) {
+                expectLine(result, step, "FAILED +[0-9.]+ ms");
+                verdict = "- +not tried";
+            } else {
+                expectLine(result, step, verdict);
+            }
         }
     }
 };
@@ -70,17 +76,30 @@ TEST_F(DoctorTest, FindsEverythingInOrder)
                                    server.clientKey().privatePath});
     EXPECT_EQ(result.exitCode, 0) << result.output << result.errorOutput;
     EXPECT_EQ(result.errorOutput, "");
-    const std::string time = " +ok +[0-9]+\\.[0-9] ms  ";
-    for (const std::string& finding :
-         {"name" + time + "127\\.0\\.0\\.1", "connect" + time + "port ",
-          "host key" + time + "ssh-ed25519 SHA256:.*, known",
-          "login" + time + server.user() + "; key .*: accepted",
-          "command" + time + "the shell runs commands"}) {
-        EXPECT_TRUE(std::regex_search(result.output, std::regex(finding))) << finding << " in:\n"
-                                                                           << result.output;
-    }
+    const std::string good = "ok +[0-9]+.[0-9] ms  ";
+    expectLine(result, "name", good + "127.0.0.1\n");
+    expectLine(result, "connect", good + "port ");
+    expectLine(result, "host key", good + "ssh-ed25519 SHA256:.*, known\n");
+    expectLine(result, "login", good + server.user() + "; key .*: accepted\n");
+    expectLine(result, "command", good + "the shell runs commands\n");
     EXPECT_THAT(result.output, HasSubstr(server.hostKey().fingerprint));
     EXPECT_THAT(result.output, Not(HasSubstr("\x1b"))) << "there is no terminal to colour";
+}
+
+TEST_F(DoctorTest, ColoursItsVerdictsAtATerminal)
+{
+    ToolSetup setup;
+    setup.arguments = {"doctor", "no-such-host.invalid"};
+    setup.hasTerminal = true;
+    setup.outputsToTerminal = true;
+    const auto tool = start(setup);
+    EXPECT_TRUE(tool->waitForScreen("\x1b[31mFAILED\x1b[0m"));
+    EXPECT_EQ(tool->wait(), 1);
+    setup.environment = {"NO_COLOR=1"};
+    const auto plain = start(setup);
+    EXPECT_TRUE(plain->waitForScreen("  name      FAILED"));
+    EXPECT_EQ(plain->wait(), 1);
+    EXPECT_THAT(plain->screen(), Not(HasSubstr("\x1b")));
 }
 
 TEST_F(DoctorTest, AdvisesOnAnUnknownHostName)

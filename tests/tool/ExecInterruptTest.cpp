@@ -28,7 +28,7 @@ protected:
         server_ = std::make_unique<ScriptedServer>(policy);
     }
 
-    std::unique_ptr<ToolRun> startCommand(ToolSetup setup) const
+    std::unique_ptr<ToolRun> startCommand(const ToolSetup& setup) const
     {
         auto tool = start(setup);
         EXPECT_TRUE(tool->waitForOutput("begun\n")) << tool->errorOutput();

@@ -16,7 +16,7 @@
 namespace TarnisTest {
 namespace {
 
-constexpr std::size_t kMebibyte = 1024U * 1024U;
+constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
 
 /// Against a real shell on a real server.
 class ExecStreamsTest : public ToolTest

@@ -4,13 +4,13 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <string_view>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <pwd.h>
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -85,6 +85,7 @@ std::vector<std::string> shieldedEnvironment(const TemporaryDirectory& home,
 std::vector<char*> pointersTo(std::vector<std::string>& strings)
 {
     std::vector<char*> pointers;
+    pointers.reserve(strings.size() + 1);
     for (std::string& text : strings) {
         pointers.push_back(text.data());
     }
@@ -97,8 +98,11 @@ void resetSignals(bool ignoresInterrupts)
     sigset_t none{};
     sigemptyset(&none);
     ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
-    ::signal(SIGINT, ignoresInterrupts ? SIG_IGN : SIG_DFL);
-    ::signal(SIGPIPE, SIG_DFL);
+    struct sigaction action = {};
+    action.sa_handler = SIG_DFL;
+    ::sigaction(SIGPIPE, &action, nullptr);
+    action.sa_handler = ignoresInterrupts ? SIG_IGN : SIG_DFL;
+    ::sigaction(SIGINT, &action, nullptr);
 }
 
 } // namespace
@@ -177,7 +181,13 @@ void ToolRun::openStreams(const ToolSetup& setup, Launch& launch)
     } else if (setup.inputKind != Input::Closed) {
         input = launch.keep(openInput(setup));
     }
-    output = setup.outputDescriptor ? *setup.outputDescriptor : launch.keep(openOutput("output"));
+    if (setup.outputsToTerminal) {
+        output = Launch::terminal;
+    } else if (setup.outputDescriptor) {
+        output = *setup.outputDescriptor;
+    } else {
+        output = launch.keep(openOutput("output"));
+    }
     errorOutput = launch.keep(openOutput("errors"));
     for (const auto& [number, text] : setup.descriptors) {
         const PipeEnds pipe = makePipe();

@@ -36,6 +36,8 @@ struct ToolSetup
     std::string input{};
     /// Whether there is a controlling terminal.
     bool hasTerminal = false;
+    /// Whether standard output goes there.
+    bool outputsToTerminal = false;
     /// More open descriptors, by number: pipes that hold the text and then end.
     std::map<int, std::string> descriptors{};
     /// Where standard output goes instead of into a file; lent. Negative: it is closed.

@@ -37,6 +37,16 @@ public:
     Reason reason = Reason::CheckFailed;
 };
 
+/// For a shell: the command is there to be copied.
+std::string quoted(const std::string& word)
+{
+    std::string result = "'";
+    for (const char character : word) {
+        result += character == '\'' ? std::string(R"('\'')") : std::string(1, character);
+    }
+    return result + "'";
+}
+
 bool fileContains(const std::string& path, const std::string& text)
 {
     std::ifstream file(path, std::ios::binary);
@@ -60,8 +70,8 @@ HostKey HostKey::of(const Tarnis::SSHSession& session, const Target& target)
 
 std::string removalCommandFor(const Target& target, const std::string& knownHostsFile)
 {
-    const std::string file = knownHostsFile.empty() ? "" : " -f '" + knownHostsFile + "'";
-    return "ssh-keygen -R '" + target.knownHostsName() + "'" + file;
+    const std::string file = knownHostsFile.empty() ? "" : " -f " + quoted(knownHostsFile);
+    return "ssh-keygen -R " + quoted(target.knownHostsName()) + file;
 }
 
 HostKeyCheck::HostKeyCheck(Tarnis::SSHSession& session, const Target& target,

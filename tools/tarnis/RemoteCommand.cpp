@@ -86,6 +86,10 @@ void RemoteCommand::Run::start()
 
 int RemoteCommand::Run::finish()
 {
+    // The last resort, for a server that has stopped altogether.
+    const Watchdog watchdog(command_.session_, command_.timeout_ > std::chrono::seconds::zero()
+                                                   ? command_.timeout_ + lastWordLimit
+                                                   : std::chrono::seconds::zero());
     interrupts_.emplace();
     output_.emplace(*process_, false, STDOUT_FILENO);
     errorOutput_.emplace(*process_, true, STDERR_FILENO);
@@ -114,6 +118,8 @@ void RemoteCommand::Run::relayOutput()
         attendToUser();
     }
     if (output_->isIncomplete() || errorOutput_->isIncomplete()) {
+        // It may have been our own watchdog.
+        checkDeadline();
         throwConnectionLost(command_.session_, command_.target_, "lost the connection to");
     }
 }

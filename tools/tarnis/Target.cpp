@@ -31,7 +31,7 @@ void parseBracketed(std::string_view place, std::string_view text, Target& targe
 {
     const auto close = place.find(']');
     if (close == std::string_view::npos) {
-        refuse(text, "\"]\" is missing");
+        refuse(text, R"("]" is missing)");
     }
     target.host = place.substr(1, close - 1);
     const auto rest = place.substr(close + 1);
