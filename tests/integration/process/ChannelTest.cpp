@@ -154,7 +154,7 @@ TEST(ChannelOnAScriptedServer, WriteCountsWhatWasGivenThoughTheWindowTookLess)
         channel.finish(0);
     });
     const auto process = startProcess(scripted.session(), "x");
-    const std::string much(16U * 1024 * 1024, 'm');
+    const std::string much(16 * kMebibyte, 'm');
     EXPECT_EQ(process->write(much.data(), much.size()), much.size());
     reads = true;
     EXPECT_TRUE(process->sendEOF());

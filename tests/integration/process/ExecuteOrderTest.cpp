@@ -91,7 +91,7 @@ TEST_P(ExecuteOrderTest, GivesEverythingThoughTheInputWasNeverRead)
         perform(channel, GetParam());
         channel.waitForClose();
     });
-    const std::string input(8U * 1024 * 1024, 'i');
+    const std::string input(8 * kMebibyte, 'i');
     expectEverything(scripted.session().execute("x", input, kGenerousLimit));
 }
 

@@ -40,7 +40,7 @@ TEST_F(ExecuteTimeoutTest, KillsACommandThatIgnoresTheEndOfItsInputAndTalksOn)
 
 TEST_F(ExecuteTimeoutTest, EndsACommandThatDoesNotReadItsInput)
 {
-    const std::string input(16U * 1024 * 1024, 'x');
+    const std::string input(16 * kMebibyte, 'x');
     const auto result = session().execute("exec sleep 300", input, milliseconds(500));
     EXPECT_EQ(result.outcome, Outcome::TimedOut) << describe(result);
     EXPECT_LT(result.inputConsumed, input.size());

@@ -9,6 +9,8 @@ namespace TarnisTest {
 
 namespace {
 
+using std::chrono::milliseconds;
+
 std::string execRequest(const ScriptedSession& scripted, std::size_t index)
 {
     return scripted.events().ofKind(Event::ExecRequest).at(index).text;
@@ -129,7 +131,6 @@ TEST(ProcessOnAScriptedServer, StartsAgainAfterItsCommandWasRefused)
     EXPECT_NE(scripted.session().getLastError(), "");
 
     ASSERT_TRUE(process->start("y")) << scripted.session().getLastError();
-    EXPECT_EQ(process->getProcessState(), State::Running);
     EXPECT_EQ(readToEnd(*process, standardOutput), "ran y\n");
     EXPECT_EQ(scripted.events().count(Event::ExecRequest), 2U);
 }
@@ -222,14 +223,13 @@ TEST(ProcessOnAScriptedServer, WaitingForZeroOrLessOnlyLooks)
 {
     ScriptedSession scripted([](ScriptedChannel& channel) { channel.waitForClose(); });
     const auto process = startProcess(scripted.session(), "x");
-    for (const int milliseconds : {0, -1, -100000}) {
-        EXPECT_TRUE(returnsWithinASecond([&] {
-            EXPECT_FALSE(process->waitForFinished(std::chrono::milliseconds(milliseconds)));
-        })) << milliseconds;
+    for (const milliseconds timeout : {milliseconds(0), milliseconds(-1), milliseconds::min()}) {
+        EXPECT_TRUE(returnsWithinASecond([&] { EXPECT_FALSE(process->waitForFinished(timeout)); }))
+            << timeout.count();
     }
     EXPECT_TRUE(process->close());
-    EXPECT_TRUE(process->waitForFinished(std::chrono::milliseconds(0)));
-    EXPECT_TRUE(process->waitForFinished(std::chrono::milliseconds(-1)));
+    EXPECT_TRUE(process->waitForFinished(milliseconds(0)));
+    EXPECT_TRUE(process->waitForFinished(milliseconds(-1)));
     EXPECT_EQ(process->getProcessState(), State::Finished);
 }
 
@@ -237,7 +237,7 @@ TEST(ProcessOnAScriptedServer, WaitingGivesUpWhenTheTimeIsUp)
 {
     ScriptedSession scripted([](ScriptedChannel& channel) { channel.waitForClose(); });
     const auto process = startProcess(scripted.session(), "x");
-    EXPECT_FALSE(process->waitForFinished(std::chrono::milliseconds(50)));
+    EXPECT_FALSE(process->waitForFinished(milliseconds(50)));
     EXPECT_EQ(process->getProcessState(), State::Running);
 }
 
@@ -248,9 +248,8 @@ TEST(ProcessOnAScriptedServer, WaitingWithoutLimitLetsOtherThreadsWork)
         channel.finish(0);
     });
     const auto process = startProcess(scripted.session(), "x");
-    auto waited = std::async(std::launch::async, [&] {
-        return process->waitForFinished(std::chrono::milliseconds::max());
-    });
+    auto waited = std::async(std::launch::async,
+                             [&] { return process->waitForFinished(milliseconds::max()); });
     EXPECT_EQ(process->write("some input", 10), 10U);
     EXPECT_TRUE(process->sendEOF());
     EXPECT_TRUE(waited.get());
@@ -361,6 +360,8 @@ TEST_F(OneSessionTest, RefusesASecondProcessUntilThereIsRoomForIt)
     const auto second = session().createProcess("echo second");
     EXPECT_FALSE(second->start());
     EXPECT_EQ(second->getProcessState(), State::Failed);
+    EXPECT_NE(session().getLastError(), "");
+    EXPECT_EQ(session().execute("echo third").outcome, Outcome::NotStarted);
     EXPECT_NE(session().getLastError(), "");
     EXPECT_TRUE(session().isAuthenticated());
 

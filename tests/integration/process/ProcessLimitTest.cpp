@@ -63,7 +63,7 @@ TEST_F(StoppedServerLimitTest, EndsAnEndOfFileThatCannotBeSent)
 {
     const auto process = startProcess(session(), "cat >/dev/null");
     server().suspendAll();
-    const std::string data(1024U * 1024, 'x');
+    const std::string data(kMebibyte, 'x');
     while (process->writeSome(data.data(), data.size(), milliseconds(20)).status ==
            Status::Transferred) {
     }

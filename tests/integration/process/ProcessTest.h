@@ -34,6 +34,8 @@ using Event = ServerEvent::Kind;
 constexpr bool standardOutput = false;
 constexpr bool errorOutput = true;
 
+inline constexpr std::size_t kMebibyte = 1'048'576;
+
 /// What the library promises to be done "within a second".
 inline constexpr std::chrono::milliseconds kPromptly{1000};
 

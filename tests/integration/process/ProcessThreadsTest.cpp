@@ -42,8 +42,8 @@ protected:
 
     static std::string dataOf(int thread, int round)
     {
-        const auto size = static_cast<std::size_t>(100'000 + 7919 * thread + 104'729 * round);
-        return pseudoRandomBytes(static_cast<std::uint64_t>(100 * thread + round), size);
+        const auto seed = static_cast<std::uint64_t>(thread) * 100 + static_cast<unsigned>(round);
+        return pseudoRandomBytes(seed, 100'000 + 1009 * seed);
     }
 
     void runByExecute(int thread, int round)
@@ -122,8 +122,10 @@ TEST_F(ProcessThreadsTest, MayWatchAProcessThatAnotherOneDrives)
     const std::string data = pseudoRandomBytes(40, 3'000'000);
     const auto process = startProcess(session(), "sha256sum | cut -c1-64");
     std::atomic<bool> done{false};
+    constexpr int watcherCount = 3;
     std::vector<std::thread> watchers;
-    for (int number = 0; number < 3; ++number) {
+    watchers.reserve(watcherCount);
+    for (int number = 0; number < watcherCount; ++number) {
         watchers.emplace_back([&] {
             while (!done) {
                 EXPECT_NE(process->getProcessState(), State::Failed);

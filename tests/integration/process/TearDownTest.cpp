@@ -140,7 +140,7 @@ private:
     /// Writes until neither the windows of the four nor the socket take any more.
     void fillSocket()
     {
-        const std::string data(1024U * 1024, 'x');
+        const std::string data(kMebibyte, 'x');
         for (std::size_t index = 0; index < 4; ++index) {
             while (processes_.at(index)
                        ->writeSome(data.data(), data.size(), milliseconds(20))
@@ -240,7 +240,7 @@ protected:
         const std::string path = directory_.file("running");
         executed_ = std::async(std::launch::async, [this, path] {
             return session().execute("touch " + path + "; exec cat >/dev/null",
-                                     std::string(64U * 1024 * 1024, 'x'));
+                                     std::string(64 * kMebibyte, 'x'));
         });
         ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(path); }));
     }

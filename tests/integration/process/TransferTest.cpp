@@ -198,7 +198,7 @@ TEST(WriteSome, TimesOutWhenTheWindowIsFullAndDeliversExactlyWhatItTook)
         channel.finish(0);
     });
     const auto process = startProcess(scripted.session(), "x");
-    const std::string data = pseudoRandomBytes(1, 16U * 1024 * 1024);
+    const std::string data = pseudoRandomBytes(1, 16 * kMebibyte);
     std::size_t taken = 0;
     auto part = process->writeSome(data.data(), data.size(), milliseconds(200));
     while (part.status == Status::Transferred) {
@@ -261,10 +261,10 @@ class TransferTest : public OpenSshSessionTest
 
 TEST_F(TransferTest, CarriesMoreThanTheWindowThroughACommandAndBack)
 {
-    const std::string data = pseudoRandomBytes(2, 12U * 1024 * 1024);
+    const std::string data = pseudoRandomBytes(2, 12 * kMebibyte);
     const auto process = startProcess(session(), "cat");
     std::string back;
-    std::vector<char> buffer(1024U * 1024);
+    std::vector<char> buffer(kMebibyte);
     std::size_t sent = 0;
     while (back.size() < data.size()) {
         if (sent < data.size()) {
@@ -301,7 +301,7 @@ TEST_F(TransferTest, LetsOtherThreadsUseTheSessionWhileOneWaitsForOutput)
 TEST_F(TransferTest, LetsOtherThreadsUseTheSessionWhileOneWaitsForRoom)
 {
     const auto process = startProcess(session(), "read line; cat | wc -c");
-    const std::string data(8U * 1024 * 1024, 'x');
+    const std::string data(8 * kMebibyte, 'x');
     auto writing = std::async(std::launch::async, [&] { return writeAll(*process, data); });
     for (int round = 0; round < 5; ++round) {
         expectOutput(session().execute("echo meanwhile"), "meanwhile\n");
