@@ -5,11 +5,10 @@
 #include "support/ScriptedServer.h"
 #include "tool/ToolTest.h"
 
-#include <regex>
-
 namespace TarnisTest {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -37,9 +36,7 @@ protected:
     static void expectLine(const ToolResult& result, const std::string& step,
                            const std::string& rest)
     {
-        const std::regex line("\n  " + step + " +" + rest);
-        EXPECT_TRUE(std::regex_search(result.output, line)) << step << rest << " in:\n"
-                                                            << result.output;
+        EXPECT_THAT(result.output, ContainsRegex("\n  " + step + " +" + rest));
     }
 
     /// Every step up to this one went well, this one did not, and the rest was left alone.
