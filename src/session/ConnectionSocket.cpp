@@ -37,6 +37,8 @@ void ConnectionSocket::attach(int socket)
     if (socket < 0 || socket_ >= 0) {
         return;
     }
+    // A child process of the host must not keep the connection open.
+    static_cast<void>(::fcntl(socket, F_SETFD, FD_CLOEXEC));
     socket_ = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
     if (interrupted_) {
         ::shutdown(socket, SHUT_RDWR);

@@ -20,7 +20,8 @@ public:
     /// socket of an earlier connection.
     void expect();
 
-    /// Duplicates the attempt's socket; it is shut down at once when interrupt() came meanwhile.
+    /// Duplicates the attempt's socket and keeps both from child processes; it is shut down at once
+    /// when interrupt() came meanwhile.
     /// Does nothing for a negative descriptor, or when there is a socket already.
     void attach(int socket);
 

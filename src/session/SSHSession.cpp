@@ -1,4 +1,3 @@
-#include "handles/CString.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
 #include "session/SSHSessionConnection.h"
@@ -95,7 +94,8 @@ int SSHSession::runConnect()
     if (result == SSH_OK) {
         callLocked(*session_, SSHSessionConnection::tuneSocket);
     } else {
-        connection_->release();
+        callLocked(*session_,
+                   [this, result](ssh_session session) { connection_->giveUp(session, result); });
     }
     return result;
 }
@@ -160,13 +160,13 @@ bool SSHSession::isBlocking() const
 
 bool SSHSession::do_setHostName(const std::string& hostName)
 {
-    return fitsCString(hostName) &&
+    return isOptionText(hostName) &&
            callLocked(*session_, ssh_options_set, SSH_OPTIONS_HOST, hostName.c_str()) == SSH_OK;
 }
 
 bool SSHSession::do_setUserName(const std::string& userName)
 {
-    return fitsCString(userName) &&
+    return isOptionText(userName) &&
            callLocked(*session_, ssh_options_set, SSH_OPTIONS_USER, userName.c_str()) == SSH_OK;
 }
 

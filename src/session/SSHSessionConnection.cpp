@@ -2,8 +2,10 @@
 
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
+#include "session/SSHSessionOptions.h"
 
 #include <Tarnis/SSHDefaultDeleter.h>
+#include <Tarnis/SessionBlockingGuard.h>
 
 #include <memory>
 
@@ -41,6 +43,29 @@ void keepAlive(int socket)
     setSocketOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, secondsBetweenProbes);
     setSocketOption(socket, IPPROTO_TCP, TCP_KEEPCNT, unansweredProbes);
     setSocketOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, unacknowledgedMilliseconds);
+}
+
+std::string withEscapedPercentSigns(const std::string& path)
+{
+    std::string escaped;
+    for (const char c : path) {
+        escaped += c;
+        if (c == '%') {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+/// libssh has a text for an attempt that took too long, but only in blocking mode.
+void explainTimeOut(ssh_session session)
+{
+    constexpr long oneMillisecond = 1000;
+    constexpr long none = 0;
+    const SessionBlockingGuard guard(session, 1);
+    static_cast<void>(ssh_options_set(session, SSH_OPTIONS_TIMEOUT_USEC, &oneMillisecond));
+    static_cast<void>(ssh_connect(session));
+    static_cast<void>(ssh_options_set(session, SSH_OPTIONS_TIMEOUT_USEC, &none));
 }
 
 bool setFlag(ssh_session session, ssh_options_e option, int value)
@@ -81,12 +106,27 @@ bool SSHSessionConnection::renew(SSHHandleSession& session)
     if (fresh == nullptr) {
         return false;
     }
-    if (knownHostsFile_.has_value() &&
-        ssh_options_set(fresh.get(), SSH_OPTIONS_KNOWNHOSTS, knownHostsFile_->c_str()) != SSH_OK) {
+    const auto knownHostsFile = knownHostsFileOf(session);
+    if (knownHostsFile.has_value() &&
+        ssh_options_set(fresh.get(), SSH_OPTIONS_KNOWNHOSTS, knownHostsFile->c_str()) != SSH_OK) {
         return false;
     }
     session.replaceSession(fresh.release());
     return true;
+}
+
+/// The known-hosts path with its escapes: as the caller gave it, or else the default that libssh
+/// has worked out, which may have a percent sign of its own.
+std::optional<std::string> SSHSessionConnection::knownHostsFileOf(SSHHandleSession& used) const
+{
+    if (knownHostsFile_.has_value()) {
+        return knownHostsFile_;
+    }
+    const std::string expanded = readTextOption(used, SSH_OPTIONS_KNOWNHOSTS);
+    if (expanded.empty()) {
+        return std::nullopt;
+    }
+    return withEscapedPercentSigns(expanded);
 }
 
 int SSHSessionConnection::tryConnect(ssh_session session)
@@ -94,6 +134,15 @@ int SSHSessionConnection::tryConnect(ssh_session session)
     const int result = ssh_connect(session);
     socket_.attach(ssh_get_fd(session));
     return result;
+}
+
+void SSHSessionConnection::giveUp(ssh_session session, int result)
+{
+    if (result == SSH_AGAIN) {
+        explainTimeOut(session);
+    }
+    ssh_silent_disconnect(session);
+    socket_.detach();
 }
 
 void SSHSessionConnection::tuneSocket(ssh_session session)

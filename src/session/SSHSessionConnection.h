@@ -27,6 +27,10 @@ public:
     /// One try of ssh_connect, in the session's blocking mode; its result.
     int tryConnect(ssh_session session);
 
+    /// Gives a failed attempt up: closes its socket, and leaves an error text where libssh has
+    /// none, as when the time was up.
+    void giveUp(ssh_session session, int result);
+
     /// Settings of the socket of a connection that stands: a peer that vanished is noticed within
     /// two minutes, and sending never blocks.
     static void tuneSocket(ssh_session session);
@@ -50,6 +54,7 @@ public:
 
 private:
     bool renew(SSHHandleSession& session);
+    std::optional<std::string> knownHostsFileOf(SSHHandleSession& used) const;
 
     ConnectionSocket socket_;
     std::optional<std::string> knownHostsFile_;

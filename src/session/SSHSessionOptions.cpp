@@ -1,5 +1,6 @@
 #include "session/SSHSessionOptions.h"
 
+#include "handles/CString.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
 
@@ -8,6 +9,11 @@
 #include <memory>
 
 namespace Tarnis {
+
+bool isOptionText(const std::string& text)
+{
+    return !text.empty() && fitsCString(text);
+}
 
 std::string readTextOption(SSHHandleSession& session, ssh_options_e option)
 {

@@ -3,7 +3,6 @@
 
 #include "auth/SSHSessionHostAuthenticator.h"
 #include "auth/SSHSessionUserAuthenticator.h"
-#include "handles/CString.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHServerKey.h"
@@ -21,7 +20,7 @@ namespace Tarnis {
 bool SSHSession::setKnownHostsFile(const std::string& path)
 {
     const auto lock = session_->getLock();
-    if (!fitsCString(path) ||
+    if (!isOptionText(path) ||
         callLocked(*session_, ssh_options_set, SSH_OPTIONS_KNOWNHOSTS, path.c_str()) != SSH_OK) {
         return false;
     }
