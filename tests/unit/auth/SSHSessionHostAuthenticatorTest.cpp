@@ -146,9 +146,8 @@ protected:
         serverHasKey();
         // That the file cannot be written changes nothing.
         ON_CALL(libssh, ssh_session_update_known_hosts).WillByDefault(Return(SSH_ERROR));
-        const Expectation check =
-            EXPECT_CALL(libssh, ssh_session_is_known_server(fakeSession()))
-                .WillOnce(Return(static_cast<ssh_known_hosts_e>(row().answer)));
+        const Expectation check = EXPECT_CALL(libssh, ssh_session_is_known_server(fakeSession()))
+                                      .WillOnce(Return(row().answer));
         const Expectation fetch = EXPECT_CALL(libssh, ssh_get_server_publickey(fakeSession(), _))
                                       .Times(fetchesKey() ? 1 : 0)
                                       .After(check);

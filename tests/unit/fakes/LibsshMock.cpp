@@ -205,7 +205,8 @@ int ssh_options_copy(ssh_session source, ssh_session* copy)
 
 ssh_known_hosts_e ssh_session_is_known_server(ssh_session session)
 {
-    return LibsshMock::active().ssh_session_is_known_server(session);
+    return static_cast<ssh_known_hosts_e>(
+        LibsshMock::active().ssh_session_is_known_server(session));
 }
 
 int ssh_session_update_known_hosts(ssh_session session)

@@ -51,7 +51,8 @@ public:
     MOCK_METHOD(int, ssh_options_get_port, (ssh_session, unsigned int*));
     MOCK_METHOD(int, ssh_options_copy, (ssh_session, ssh_session*));
 
-    MOCK_METHOD(ssh_known_hosts_e, ssh_session_is_known_server, (ssh_session));
+    // An int, so that it can answer what no version of the enumeration has.
+    MOCK_METHOD(int, ssh_session_is_known_server, (ssh_session));
     MOCK_METHOD(int, ssh_session_update_known_hosts, (ssh_session));
     MOCK_METHOD(int, ssh_get_server_publickey, (ssh_session, ssh_key*));
     MOCK_METHOD(int, ssh_pki_export_pubkey_base64, (ssh_key, char**));

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -169,7 +170,7 @@ TEST_F(Transfer, OfAReadEndsItsWaitAtAnyTimeout)
 TEST_F(Transfer, OfAReadWaitsWithoutTheLock)
 {
     std::unique_ptr<Background> other;
-    bool otherEnded = false;
+    std::atomic<bool> otherEnded{false};
     EXPECT_CALL(libssh, ssh_channel_read_timeout)
         .WillOnce([&](auto...) {
             other = std::make_unique<Background>([&] {

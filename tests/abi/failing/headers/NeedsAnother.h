@@ -1,0 +1,4 @@
+#pragma once
+
+// Does not include what declares std::string.
+std::string gives();
