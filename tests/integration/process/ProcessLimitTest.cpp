@@ -3,6 +3,8 @@
 #include "handles/SSHCallLimits.h"
 #include "integration/process/ProcessTest.h"
 
+#include <utility>
+
 namespace TarnisTest {
 
 namespace {
@@ -24,13 +26,19 @@ public:
     }
 };
 
-TEST(ProcessRetryLimit, EndsAStartThatTheServerNeverAnswers)
+/// A policy that never answers to the first command.
+ScriptedPolicy silentAtFirst()
 {
     ScriptedPolicy policy;
     policy.channelRequest = [first = std::make_shared<bool>(true)](const ServerEvent&) {
         return std::exchange(*first, false) ? Answer::Silence : Answer::Accept;
     };
-    ScriptedSession scripted(policy);
+    return policy;
+}
+
+TEST(ProcessRetryLimit, EndsAStartThatTheServerNeverAnswers)
+{
+    ScriptedSession scripted(silentAtFirst());
     const ShortRetryLimit limit;
     const auto process = scripted.session().createProcess("x");
     EXPECT_FALSE(process->start());
@@ -39,13 +47,23 @@ TEST(ProcessRetryLimit, EndsAStartThatTheServerNeverAnswers)
     EXPECT_TRUE(process->isOpen()) << "the channel was opened, and stays so";
 }
 
-TEST(ProcessRetryLimit, EndsAStartOnceAndNotTheNextOneOfAnotherProcess)
+TEST(ProcessRetryLimit, LetsAProcessStartAgain)
 {
-    ScriptedPolicy policy;
-    policy.channelRequest = [first = std::make_shared<bool>(true)](const ServerEvent&) {
-        return std::exchange(*first, false) ? Answer::Silence : Answer::Accept;
-    };
-    ScriptedSession scripted(policy);
+    ScriptedSession scripted(silentAtFirst());
+    const auto process = scripted.session().createProcess("x");
+    {
+        const ShortRetryLimit limit;
+        EXPECT_FALSE(process->start());
+    }
+    EXPECT_TRUE(process->start("y")) << scripted.session().getLastError();
+    EXPECT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getExitCode(), 0);
+    EXPECT_EQ(scripted.events().ofKind(Event::ExecRequest).back().text, "y\n");
+}
+
+TEST(ProcessRetryLimit, LetsAnotherProcessStart)
+{
+    ScriptedSession scripted(silentAtFirst());
     {
         const ShortRetryLimit limit;
         EXPECT_FALSE(scripted.session().createProcess("x")->start());
