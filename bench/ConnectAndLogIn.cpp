@@ -21,8 +21,7 @@ Duration timeToLogIn(LogIn logIn)
 Sections measureConnectAndLogIn(const Bench& bench)
 {
     const Login& login = bench.server.login();
-    const auto algorithms = negotiatedAlgorithms(logInDirectly(login).get());
-    const OpenSshClient client(login, algorithms);
+    const OpenSshClient client(login, negotiatedAlgorithms(logInDirectly(login).get()));
 
     Interleaved runner({
         {"libssh", [&] { return timeToLogIn([&] { return logInDirectly(login); }); }},
@@ -30,7 +29,7 @@ Sections measureConnectAndLogIn(const Bench& bench)
         {"ssh", [&] { return timeToLogIn([&] { return logInWithOpenSsh(client); }); }},
     });
     runner.run(bench.effort.connectRounds);
-    return {runner.section("Connecting and logging in (" + algorithms.keyExchange + ")")};
+    return {runner.section("Connecting and logging in")};
 }
 
 } // namespace TarnisBench

@@ -116,13 +116,10 @@ Row rowOf(const TransferContestant& contestant, const TransferContestant& peer, 
             medianOf(peer.results, &Transfer::seconds) / seconds};
 }
 
-Section sectionOf(const std::vector<TransferContestant>& contestants, const Bench& bench,
-                  const std::string& cipher)
+Section sectionOf(const std::vector<TransferContestant>& contestants, std::size_t bytes)
 {
     constexpr unsigned bytesToMibShift = 20;
-    const std::size_t bytes = bench.effort.transferBytes;
-    Section section{std::to_string(bytes >> bytesToMibShift) + " MiB through `cat` and back (" +
-                        cipher + ")",
+    Section section{std::to_string(bytes >> bytesToMibShift) + " MiB through `cat` and back",
                     "speed",
                     "CPU, peak memory",
                     "of speeds",
@@ -137,8 +134,8 @@ Section sectionOf(const std::vector<TransferContestant>& contestants, const Benc
 
 Sections measureThroughput(const Bench& bench)
 {
-    const auto algorithms = negotiatedAlgorithms(logInDirectly(bench.server.login()).get());
-    const OpenSshClient client(bench.server.login(), algorithms);
+    const Login& login = bench.server.login();
+    const OpenSshClient client(login, negotiatedAlgorithms(logInDirectly(login).get()));
     const std::string from = writeInputFile(bench);
     const std::string to = bench.server.directory().file("output");
 
@@ -155,7 +152,7 @@ Sections measureThroughput(const Bench& bench)
     }
     std::filesystem::remove(from);
     std::filesystem::remove(to);
-    return {sectionOf(contestants, bench, algorithms.cipher)};
+    return {sectionOf(contestants, bench.effort.transferBytes)};
 }
 
 } // namespace TarnisBench

@@ -2,6 +2,7 @@
 // the same server; the figures themselves tell about the machine as much as about anybody's code.
 
 #include "Benchmarks.h"
+#include "support/DirectSession.h"
 #include "support/Probe.h"
 
 #include <libssh/libssh.h>
@@ -91,14 +92,16 @@ std::string openSshVersion()
 }
 
 /// What the figures depend on.
-void printSurroundings(std::ostream& out)
+void printSurroundings(std::ostream& out, const Login& login)
 {
-    out << std::thread::hardware_concurrency()
-        << " processors, client and server on loopback; libssh " << ssh_version(0) << ", "
-        << openSshVersion() << "\n\n";
+    const auto algorithms = negotiatedAlgorithms(logInDirectly(login).get());
+    out << std::thread::hardware_concurrency() << " processors, client and server on loopback\n"
+        << "libssh " << ssh_version(0) << ", " << openSshVersion() << '\n'
+        << algorithms.keyExchange << ", " << algorithms.cipher
+        << (algorithms.mac.empty() ? "" : ", ") << algorithms.mac << "\n\n";
 }
 
-Sections runAll(const Request& request)
+void run(const Request& request, std::ostream& out)
 {
     const BenchServer server;
     const Bench bench{server, request.effort};
@@ -110,7 +113,8 @@ Sections runAll(const Request& request)
             all.insert(all.end(), sections.begin(), sections.end());
         }
     }
-    return all;
+    printSurroundings(out, server.login());
+    printTable(out, all);
 }
 
 } // namespace
@@ -128,9 +132,7 @@ int main(int argc, char** argv)
     // libssh used directly needs this; the library takes care of itself.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     try {
-        const Sections sections = runAll(request);
-        printSurroundings(std::cout);
-        printTable(std::cout, sections);
+        run(request, std::cout);
         return 0;
     } catch (const std::exception& error) {
         std::cerr << argv[0] << ": " << error.what() << '\n';
