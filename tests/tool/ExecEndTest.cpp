@@ -143,18 +143,18 @@ TEST_F(ExecEndTest, GivesUpConnectingWhenTheTimeIsOver)
 
 TEST_F(ExecEndTest, KillsACommandThatTakesTooLong)
 {
-    std::vector<std::string> signals;
-    const ToolResult result = runScript(
-        [&](ScriptedChannel& channel) {
-            channel.writeOutput("begun");
-            signals.push_back(channel.waitForSignal());
-            channel.waitForClose();
-        },
-        {"--timeout", "1"});
+    ScriptedPolicy policy;
+    policy.run = [](ScriptedChannel& channel) {
+        channel.writeOutput("begun");
+        channel.waitForClose();
+    };
+    const ScriptedServer server(policy);
+    const ToolResult result = run(exec(server.port(), "endless", {"--timeout", "1"}));
     EXPECT_EQ(result.exitCode, 255);
     EXPECT_EQ(result.output, "begun");
     EXPECT_THAT(result.errorOutput, HasSubstr("it did not end within 1 seconds\n"));
-    EXPECT_THAT(signals, testing::ElementsAre("KILL"));
+    ASSERT_TRUE(server.events().waitFor(ServerEvent::Kind::Signal));
+    EXPECT_EQ(server.events().ofKind(ServerEvent::Kind::Signal).front().text, "KILL");
 }
 
 TEST_F(ExecEndTest, GivesUpACommandThatIsNeverAnswered)

@@ -5,6 +5,7 @@
 #include "support/ScriptedServer.h"
 #include "tool/ToolTest.h"
 
+#include <atomic>
 #include <csignal>
 
 namespace TarnisTest {
@@ -35,7 +36,8 @@ protected:
         return tool;
     }
 
-    int signalsToEnd_ = 1000;
+    // Read by the server's thread.
+    std::atomic<int> signalsToEnd_{1000};
     std::unique_ptr<ScriptedServer> server_;
 };
 

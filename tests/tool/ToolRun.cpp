@@ -10,7 +10,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pwd.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -59,24 +58,15 @@ UniqueFd openFile(const std::string& path, int flags)
     return file;
 }
 
-/// The SSH library looks a home directory up in the accounts, not in HOME: only the wrapper keeps
-/// it from the real user's keys.
-std::vector<std::string> shieldedEnvironment(const TemporaryDirectory& home,
-                                             const TemporaryDirectory& files)
+/// Nothing of the test's own environment, and no way to the real user's keys.
+std::vector<std::string> shieldedEnvironment(const TemporaryDirectory& home)
 {
-    const std::string ids = std::to_string(::getuid()) + ":" + std::to_string(::getgid());
-    const passwd* const account = ::getpwuid(::getuid());
-    const std::string name = account != nullptr ? account->pw_name : "tester";
-    files.write("passwd", name + ":x:" + ids + "::" + home.path().string() + ":/bin/sh\n");
-    files.write("group", name + ":x:" + std::to_string(::getgid()) + ":\n");
     return {
         "PATH=/usr/local/bin:/usr/bin:/bin",
         "HOME=" + home.path().string(),
         "TERM=xterm",
-        std::string("LD_PRELOAD=") + TARNIS_NSS_WRAPPER,
-        "NSS_WRAPPER_PASSWD=" + files.file("passwd"),
-        "NSS_WRAPPER_GROUP=" + files.file("group"),
-        // The preloaded wrapper comes before the sanitizer's own library, and does no harm there.
+        std::string("LD_PRELOAD=") + TARNIS_HOME_SHIELD,
+        // The shield comes before the sanitizer's own library, and does no harm there.
         "ASAN_OPTIONS=verify_asan_link_order=0",
     };
 }
@@ -158,7 +148,7 @@ ToolRun::ToolRun(const TemporaryDirectory& home, const ToolSetup& setup)
 {
     std::vector<std::string> arguments = setup.arguments;
     arguments.insert(arguments.begin(), TARNIS_TOOL);
-    std::vector<std::string> environment = shieldedEnvironment(home, files_);
+    std::vector<std::string> environment = shieldedEnvironment(home);
     environment.insert(environment.end(), setup.environment.begin(), setup.environment.end());
     if (setup.hasTerminal) {
         openTerminal();

@@ -1,13 +1,11 @@
 #include "tool/ToolTest.h"
 
 #include "support/LoopbackSocket.h"
-#include "support/RequireServer.h"
 #include "support/ScriptedPolicy.h"
 #include "support/SystemError.h"
 
 #include <algorithm>
 #include <fstream>
-#include <string_view>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -16,10 +14,6 @@ namespace TarnisTest {
 
 void ToolTest::SetUp()
 {
-    if (std::string_view(TARNIS_NSS_WRAPPER).empty() &&
-        !requireServer(Availability::no("libnss_wrapper is not installed"))) {
-        return;
-    }
     home_.makeDirectory(".ssh");
 }
 
