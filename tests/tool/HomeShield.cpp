@@ -18,13 +18,13 @@ GetPwuidR* systemFunction()
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) int
-getpwuid_r(uid_t user, passwd* entry, char* buffer, std::size_t size, passwd** result)
+extern "C" [[gnu::visibility("default")]] int getpwuid_r(uid_t uid, passwd* resultbuf, char* buffer,
+                                                         size_t buflen, passwd** result)
 {
-    const int error = systemFunction()(user, entry, buffer, size, result);
+    const int error = systemFunction()(uid, resultbuf, buffer, buflen, result);
     char* const home = std::getenv("HOME");
     if (error == 0 && *result != nullptr && home != nullptr) {
-        entry->pw_dir = home;
+        resultbuf->pw_dir = home;
     }
     return error;
 }

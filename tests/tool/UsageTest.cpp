@@ -74,7 +74,7 @@ TEST_F(UsageTest, RefusesTargetsThatCannotBe)
     expectRefused({"hostkey", "[]:22"}, "the host name is empty");
     expectRefused({"hostkey", "@host"}, "the user name before \"@\" is empty");
     expectRefused({"hostkey", "[::1"}, R"("]" is missing)");
-    expectRefused({"hostkey", "[::1]22"}, "only \":port\" may follow \"]\"");
+    expectRefused({"hostkey", "[::1]22"}, R"(only ":port" may follow "]")");
     expectRefused({"hostkey", "two words"}, "blanks or control characters");
     expectRefused({"hostkey", "host;reboot"}, "characters that a host or user name cannot have");
 }

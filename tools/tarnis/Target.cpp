@@ -39,7 +39,7 @@ void parseBracketed(std::string_view place, std::string_view text, Target& targe
         return;
     }
     if (rest.front() != ':') {
-        refuse(text, "only \":port\" may follow \"]\"");
+        refuse(text, R"(only ":port" may follow "]")");
     }
     target.port = parsePort(rest.substr(1), text);
 }
