@@ -63,7 +63,7 @@ TYPED_TEST_SUITE(EveryHostResponse, Concretes);
 
 TYPED_TEST(EveryHostResponse, ShowsItselfToAVisitorAsItsOwnClass)
 {
-    TypeParam response = sample<TypeParam>(AuthenticateHostResult::Accepted);
+    auto response = sample<TypeParam>(AuthenticateHostResult::Accepted);
     StrictMock<Visitor> visitor;
     EXPECT_CALL(visitor, visit(Matcher<TypeParam&>(Ref(response))));
     static_cast<HostAuthenticatorResponse&>(response).accept(visitor);
@@ -71,7 +71,7 @@ TYPED_TEST(EveryHostResponse, ShowsItselfToAVisitorAsItsOwnClass)
 
 TYPED_TEST(EveryHostResponse, ShowsItselfToAConstVisitorAsItsOwnClass)
 {
-    const TypeParam response = sample<TypeParam>(AuthenticateHostResult::Accepted);
+    const auto response = sample<TypeParam>(AuthenticateHostResult::Accepted);
     StrictMock<VisitorConst> visitor;
     EXPECT_CALL(visitor, visit(Matcher<const TypeParam&>(Ref(response))));
     static_cast<const HostAuthenticatorResponse&>(response).accept(visitor);
@@ -91,12 +91,12 @@ TYPED_TEST(EveryHostResponse, CanBeCopiedAndMoved)
     EXPECT_TRUE(std::is_nothrow_move_assignable_v<TypeParam>);
     EXPECT_TRUE(std::has_virtual_destructor_v<TypeParam>);
     EXPECT_TRUE((std::is_base_of_v<HostAuthenticatorResponseBase, TypeParam>));
-    const TypeParam original = sample<TypeParam>(AuthenticateHostResult::Undecided);
+    const auto original = sample<TypeParam>(AuthenticateHostResult::Undecided);
     TypeParam copy(original);
     EXPECT_EQ(copy.getResult(), AuthenticateHostResult::Undecided);
     const TypeParam moved(std::move(copy));
     EXPECT_EQ(moved.getResult(), AuthenticateHostResult::Undecided);
-    TypeParam assigned = sample<TypeParam>(AuthenticateHostResult::Rejected);
+    auto assigned = sample<TypeParam>(AuthenticateHostResult::Rejected);
     assigned = original;
     EXPECT_EQ(assigned.getResult(), AuthenticateHostResult::Undecided);
     assigned = sample<TypeParam>(AuthenticateHostResult::Accepted);

@@ -77,7 +77,7 @@ bool areEqualBothWays(const HostAuthenticator& one, const HostAuthenticator& oth
 
 TYPED_TEST(EveryHostAuthenticator, ShowsItselfToAVisitorAsItsOwnClass)
 {
-    TypeParam authenticator = sample<TypeParam>();
+    auto authenticator = sample<TypeParam>();
     StrictMock<Visitor> visitor;
     EXPECT_CALL(visitor, visit(Matcher<TypeParam&>(Ref(authenticator))));
     static_cast<HostAuthenticator&>(authenticator).accept(visitor);
@@ -85,18 +85,17 @@ TYPED_TEST(EveryHostAuthenticator, ShowsItselfToAVisitorAsItsOwnClass)
 
 TYPED_TEST(EveryHostAuthenticator, ShowsItselfToAConstVisitorAsItsOwnClass)
 {
-    const TypeParam authenticator = sample<TypeParam>();
+    const auto authenticator = sample<TypeParam>();
     StrictMock<VisitorConst> visitor;
     EXPECT_CALL(visitor, visit(Matcher<const TypeParam&>(Ref(authenticator))));
     static_cast<const HostAuthenticator&>(authenticator).accept(visitor);
 }
 
-TYPED_TEST(EveryHostAuthenticator, EqualsItselfAndItsCopy)
+TYPED_TEST(EveryHostAuthenticator, EqualsItselfAndOneMadeAlike)
 {
-    const TypeParam original = sample<TypeParam>();
-    const TypeParam copy(original);
-    EXPECT_TRUE(original.isEqual(original));
-    EXPECT_TRUE(areEqualBothWays(original, copy));
+    const auto authenticator = sample<TypeParam>();
+    EXPECT_TRUE(authenticator.isEqual(authenticator));
+    EXPECT_TRUE(areEqualBothWays(authenticator, sample<TypeParam>()));
 }
 
 TYPED_TEST(EveryHostAuthenticator, CanBeCopiedAndMoved)
@@ -106,10 +105,10 @@ TYPED_TEST(EveryHostAuthenticator, CanBeCopiedAndMoved)
     EXPECT_TRUE(std::is_nothrow_move_constructible_v<TypeParam>);
     EXPECT_TRUE(std::is_nothrow_move_assignable_v<TypeParam>);
     EXPECT_TRUE(std::has_virtual_destructor_v<TypeParam>);
-    TypeParam source = sample<TypeParam>();
-    const TypeParam moved(std::move(source));
+    TypeParam copy(sample<TypeParam>());
+    const TypeParam moved(std::move(copy));
     EXPECT_TRUE(moved.isEqual(sample<TypeParam>()));
-    TypeParam assigned = sample<TypeParam>();
+    auto assigned = sample<TypeParam>();
     assigned = TypeParam(moved);
     EXPECT_TRUE(assigned.isEqual(moved));
     assigned = moved;

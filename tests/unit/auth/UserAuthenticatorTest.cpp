@@ -112,7 +112,7 @@ protected:
 
 TYPED_TEST(EveryUserAuthenticator, ShowsItselfToAVisitorAsItsOwnClass)
 {
-    TypeParam authenticator = sample<TypeParam>();
+    auto authenticator = sample<TypeParam>();
     StrictMock<Visitor> visitor;
     EXPECT_CALL(visitor, visit(Matcher<TypeParam&>(Ref(authenticator))));
     static_cast<UserAuthenticator&>(authenticator).accept(visitor);
@@ -120,7 +120,7 @@ TYPED_TEST(EveryUserAuthenticator, ShowsItselfToAVisitorAsItsOwnClass)
 
 TYPED_TEST(EveryUserAuthenticator, ShowsItselfToAConstVisitorAsItsOwnClass)
 {
-    const TypeParam authenticator = sample<TypeParam>();
+    const auto authenticator = sample<TypeParam>();
     StrictMock<VisitorConst> visitor;
     EXPECT_CALL(visitor, visit(Matcher<const TypeParam&>(Ref(authenticator))));
     static_cast<const UserAuthenticator&>(authenticator).accept(visitor);
@@ -137,12 +137,12 @@ TYPED_TEST(EveryUserAuthenticator, CanBeCopiedAndMoved)
     EXPECT_TRUE(std::is_nothrow_move_constructible_v<TypeParam>);
     EXPECT_TRUE(std::is_nothrow_move_assignable_v<TypeParam>);
     EXPECT_TRUE(std::has_virtual_destructor_v<TypeParam>);
-    const TypeParam original = sample<TypeParam>();
+    const auto original = sample<TypeParam>();
     TypeParam copy(original);
     EXPECT_TRUE(original.isEqual(copy));
     const TypeParam moved(std::move(copy));
     EXPECT_TRUE(moved.isEqual(original));
-    TypeParam assigned = sample<TypeParam>("other key", "other secret");
+    auto assigned = sample<TypeParam>("other key", "other secret");
     assigned = original;
     EXPECT_TRUE(assigned.isEqual(original));
     assigned = sample<TypeParam>("third key", "third secret");

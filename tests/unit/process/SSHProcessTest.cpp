@@ -208,14 +208,15 @@ TEST_F(Process, StartsAgainOnANewChannelAfterItsChannelWasRefused)
     EXPECT_EQ(process.getProcessState(), State::Running);
 }
 
-TEST_F(Process, StartsAgainOnItsOpenChannelAfterTheCommandWasRefused)
+TEST_F(Process, StartsAgainAfterTheCommandWasRefused)
 {
-    EXPECT_CALL(libssh, ssh_channel_request_exec)
+    EXPECT_CALL(libssh, ssh_channel_open_session).Times(2).WillRepeatedly(DoDefault());
+    EXPECT_CALL(libssh, ssh_channel_request_exec(_, StrEq("ls\n")))
         .WillOnce(Return(SSH_ERROR))
         .WillOnce(Return(SSH_OK));
     EXPECT_FALSE(process.start());
-    EXPECT_CALL(libssh, ssh_channel_new).Times(0);
     EXPECT_TRUE(process.start());
+    EXPECT_EQ(process.getProcessState(), State::Running);
 }
 
 TEST_F(Process, FailsWithoutAnyCallWhenTheLineWouldBeCut)

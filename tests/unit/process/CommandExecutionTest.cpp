@@ -1,22 +1,34 @@
-#include "process/CommandRunner.h"
+// SSHSession::execute.
 
-#include "process/ChannelFixture.h"
+#include "fakes/LibsshMock.h"
+#include "util/Background.h"
+
+#include <Tarnis/HostAuthenticator.h>
+#include <Tarnis/HostAuthenticatorResponse.h>
+#include <Tarnis/SSHSession.h>
+#include <Tarnis/UserAuthenticator.h>
+#include <Tarnis/UserAuthenticatorResponse.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 
-using Tarnis::CommandRunner;
+using Tarnis::HostAuthenticatorNone;
 using Tarnis::SSHExecuteResult;
-using TarnisTest::ChannelFixture;
+using Tarnis::SSHSession;
+using Tarnis::UserAuthenticatorNone;
+using TarnisTest::Background;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
+using TarnisTest::LibsshMock;
 using ::testing::_;
 using ::testing::InSequence;
+using ::testing::NiceMock;
 using ::testing::Return;
 using ::testing::StrEq;
 using namespace std::chrono_literals;
@@ -26,7 +38,7 @@ using Outcome = SSHExecuteResult::Outcome;
 namespace {
 
 /// A server that does the next thing of a list whenever libssh reads off the connection.
-class Command : public ChannelFixture
+class Command : public ::testing::Test
 {
 protected:
     using Event = std::function<void()>;
@@ -52,11 +64,14 @@ protected:
                 written.append(static_cast<const char*>(data), size);
                 return static_cast<int>(size);
             });
+        session.connect();
+        session.hostAuthenticate(HostAuthenticatorNone());
+        session.userAuthenticate(UserAuthenticatorNone());
     }
 
     SSHExecuteResult run(const std::string& input = "", std::chrono::milliseconds timeout = 1h)
     {
-        return CommandRunner(makeHandle(), input, timeout).run("command");
+        return session.execute("command", input, timeout);
     }
 
     int next(int result)
@@ -115,6 +130,8 @@ protected:
         return [this] { libssh.connected = 0; };
     }
 
+    NiceMock<LibsshMock> libssh;
+    SSHSession session;
     ssh_channel_callbacks callbacks = nullptr;
     std::deque<Event> events;
     std::string written;
@@ -247,8 +264,7 @@ TEST_F(Command, IsNotSentWhenItWouldBeCut)
 {
     EXPECT_CALL(libssh, ssh_channel_open_session).Times(0);
     EXPECT_CALL(libssh, ssh_channel_request_exec).Times(0);
-    CommandRunner runner(makeHandle(), "", 1h);
-    EXPECT_EQ(runner.run(std::string("ls\0rm", 5)).outcome, Outcome::NotStarted);
+    EXPECT_EQ(session.execute(std::string("ls\0rm", 5)).outcome, Outcome::NotStarted);
 }
 
 TEST_F(Command, IsOpenedAndSentWithPatience)
@@ -289,9 +305,13 @@ TEST_F(Command, OnALostConnectionBringsWhatCameBefore)
 
 TEST_F(Command, OnASessionThatIsDisconnectedMeanwhileIsLost)
 {
-    events = {says("so far"), [this] { session.retireChildren(); }};
-    // The next look finds the handle invalid.
+    std::unique_ptr<Background> other;
+    const auto disconnects = [&] {
+        other = std::make_unique<Background>([this] { session.disconnect(); });
+    };
+    events = {says("so far"), disconnects};
     const SSHExecuteResult result = run();
+    EXPECT_TRUE(other->ends());
     EXPECT_EQ(result.outcome, Outcome::ConnectionLost);
     EXPECT_EQ(result.output, "so far");
 }
