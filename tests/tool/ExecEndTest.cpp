@@ -167,7 +167,7 @@ TEST_F(ExecEndTest, GivesUpACommandThatIsNeverAnswered)
     EXPECT_THAT(result.errorOutput, HasSubstr("it did not end within 1 seconds\n"));
 }
 
-TEST_F(ExecEndTest, CannotBeFooledByControlCharactersOfTheServer)
+TEST_F(ExecEndTest, ReportsAServerThatLetsNobodyIn)
 {
     ScriptedPolicy policy;
     policy.offeredMethods = {};
@@ -175,7 +175,9 @@ TEST_F(ExecEndTest, CannotBeFooledByControlCharactersOfTheServer)
     const ScriptedServer server(policy);
     const ToolResult result = run(exec(server.port(), "true"));
     EXPECT_EQ(result.exitCode, 255);
-    EXPECT_EQ(lineCount(withoutRecording(result.errorOutput)), 1U);
+    const std::string message = withoutRecording(result.errorOutput);
+    EXPECT_THAT(message, StartsWith("tarnis: cannot log in to " + target(server.port()) + ": "));
+    EXPECT_EQ(lineCount(message), 1U);
 }
 
 TEST_F(ExecEndTest, WaitsForABackgroundChildThatHoldsTheOutput)
