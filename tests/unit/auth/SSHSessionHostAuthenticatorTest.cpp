@@ -9,6 +9,7 @@
 
 #include <array>
 #include <memory>
+#include <ostream>
 #include <set>
 #include <string>
 #include <tuple>
@@ -80,6 +81,11 @@ struct Row
     char knownOnly;
     char acceptNew;
 };
+
+void PrintTo(const Row& row, std::ostream* out)
+{
+    *out << row.answer;
+}
 
 constexpr std::array<Row, 9> rows{{
     {"Known", 1, Reason::Known, 'A', 'A', 'A', 'A'},

@@ -183,6 +183,11 @@ const char* ssh_get_error(void* error)
     return LibsshMock::active().ssh_get_error(error);
 }
 
+int ssh_set_callbacks(ssh_session session, ssh_callbacks callbacks)
+{
+    return LibsshMock::active().ssh_set_callbacks(session, callbacks);
+}
+
 int ssh_options_set(ssh_session session, ssh_options_e type, const void* value)
 {
     return LibsshMock::active().ssh_options_set(session, type, value);

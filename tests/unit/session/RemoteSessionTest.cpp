@@ -9,6 +9,7 @@
 
 #include <array>
 #include <memory>
+#include <ostream>
 #include <string>
 
 using Tarnis::HostAuthenticator;
@@ -70,6 +71,11 @@ struct Expected
     bool authenticating;
     bool authenticated;
 };
+
+void PrintTo(const Expected& expected, std::ostream* out)
+{
+    *out << expected.number;
+}
 
 constexpr std::array<Expected, 6> states{{
     {"Disconnected", RemoteSessionState::Disconnected, 512, false, false, false},
