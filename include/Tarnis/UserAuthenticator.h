@@ -117,7 +117,7 @@ private:
 class TARNIS_EXPORT UserAuthenticatorPassword : public UserAuthenticator
 {
 public:
-    /// \param password copied; in UTF-8. An empty one is sent as no password at all.
+    /// \param password copied; in UTF-8. An empty one is denied without asking the server.
     explicit UserAuthenticatorPassword(const std::string& password);
     UserAuthenticatorPassword(const UserAuthenticatorPassword& other);
     UserAuthenticatorPassword(UserAuthenticatorPassword&& other) noexcept;

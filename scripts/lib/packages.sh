@@ -6,13 +6,13 @@ packages_for() {
     local build="g++ cmake ninja-build pkg-config libssh-dev libssl-dev libcli11-dev"
     local server="openssh-server openssh-client libnss-wrapper"
     local test="$build $server googletest libgtest-dev libgmock-dev libpam-wrapper
-        openssh-sftp-server dropbear-bin clang git"
+        openssh-sftp-server dropbear-bin python3 python3-asyncssh clang git"
     case $1 in
     demo) echo "$build $server" ;;
     test) echo "$test" ;;
     valgrind) echo "$test valgrind" ;;
     coverage) echo "$test gcovr" ;;
-    lint) echo "$test libbenchmark-dev clang-format clang-tidy shellcheck" ;;
+    lint) echo "$test clang-format clang-tidy shellcheck" ;;
     bench) echo "$build $server libgtest-dev libgmock-dev valgrind" ;;
     *)
         echo "packages_for: unknown purpose $1" >&2

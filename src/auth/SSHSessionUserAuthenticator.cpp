@@ -6,6 +6,8 @@
 
 #include <Tarnis/SSHDefaultDeleter.h>
 
+#include <libssh/callbacks.h>
+
 #include <utility>
 
 namespace Tarnis {
@@ -41,6 +43,19 @@ int refusePrompt(const char* /*prompt*/, char* /*buffer*/, size_t /*length*/, in
     return -1;
 }
 
+/// Makes libssh's search for a key refuse as well: without a callback, an encrypted key in PEM or
+/// PKCS#8 form makes the cryptographic library ask at the terminal.
+ssh_callbacks_struct makePromptRefusal()
+{
+    ssh_callbacks_struct callbacks{};
+    callbacks.size = sizeof callbacks;
+    callbacks.auth_function = refusePrompt;
+    return callbacks;
+}
+
+// libssh keeps a pointer to it for as long as the session lives.
+ssh_callbacks_struct promptRefusal = makePromptRefusal();
+
 } // namespace
 
 std::unique_ptr<UserAuthenticatorResponse>
@@ -60,6 +75,7 @@ SSHSessionUserAuthenticator::SSHSessionUserAuthenticator(SSHHandleSession& sessi
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKeyAuto& authenticator)
 {
+    static_cast<void>(callLocked(*session_, ssh_set_callbacks, &promptRefusal));
     response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyAuto>(
         askWithSecret(ssh_userauth_publickey_auto, authenticator.getPassPhrase()));
 }
@@ -80,8 +96,11 @@ void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKey& authe
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPassword& authenticator)
 {
+    // libssh crashes on a null password.
+    const std::string& password = authenticator.getPassword();
     response_ = std::make_unique<UserAuthenticatorResponsePassword>(
-        askWithSecret(ssh_userauth_password, authenticator.getPassword()));
+        password.empty() ? AuthenticateUserResult::Denied
+                         : askWithSecret(ssh_userauth_password, password));
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorNone& /*authenticator*/)
@@ -92,7 +111,15 @@ void SSHSessionUserAuthenticator::visit(const UserAuthenticatorNone& /*authentic
 template <class Function, class... Args>
 AuthenticateUserResult SSHSessionUserAuthenticator::ask(Function function, Args... args)
 {
-    return resultOf(callUnblocked<SSH_AUTH_AGAIN>(*session_, function, sessionUserName, args...));
+    bool asked = false;
+    const auto attempt = [&](ssh_session session) {
+        // libssh goes on waiting for an answer when the connection has ended.
+        if (std::exchange(asked, true) && ssh_is_connected(session) == 0) {
+            return static_cast<int>(SSH_AUTH_ERROR);
+        }
+        return function(session, sessionUserName, args...);
+    };
+    return resultOf(callUnblocked<SSH_AUTH_AGAIN>(*session_, attempt));
 }
 
 template <class Function>

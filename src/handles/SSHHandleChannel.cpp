@@ -10,6 +10,7 @@ namespace Tarnis {
 std::shared_ptr<SSHHandleChannel> SSHHandleChannel::create(SSHHandleSession& session)
 {
     const auto lock = session.getLock();
+    session.reapAbandoned();
     ssh_channel channel = callLocked(session, ssh_channel_new);
     if (channel == nullptr) {
         return nullptr;
@@ -39,6 +40,17 @@ bool SSHHandleChannel::renew()
     releaseWithoutWaiting(exchangeResource(fresh));
     opened_ = false;
     return true;
+}
+
+void SSHHandleChannel::abandon(const std::shared_ptr<SSHHandleChannel>& channel)
+{
+    const auto lock = channel->getLock();
+    auto* const session = static_cast<SSHHandleSession*>(channel->getParent());
+    if (session != nullptr && channel->isValid()) {
+        session->abandon(channel);
+    } else {
+        channel->deleteMe();
+    }
 }
 
 void SSHHandleChannel::do_invalidate()

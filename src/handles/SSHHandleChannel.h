@@ -31,6 +31,10 @@ public:
     /// channel is still in place.
     bool renew();
 
+    /// Gives up a channel whose opening the server has not answered yet: the session closes it once
+    /// it has.
+    static void abandon(const std::shared_ptr<SSHHandleChannel>& channel);
+
     /// To be told when the channel was opened. Under the lock, as the next one.
     void markOpened() noexcept { opened_ = true; }
 

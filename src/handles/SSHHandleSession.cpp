@@ -5,6 +5,7 @@
 #include <Tarnis/SessionBlockingGuard.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Tarnis {
 
@@ -23,6 +24,27 @@ void SSHHandleSession::retireChildren()
     const auto lock = getLock();
     const SessionBlockingGuard guard(getResource(), 0);
     invalidateChildren();
+    abandoned_.clear();
+}
+
+void SSHHandleSession::abandon(std::shared_ptr<SSHHandleChannel> channel)
+{
+    const auto lock = getLock();
+    abandoned_.push_back(std::move(channel));
+}
+
+void SSHHandleSession::reapAbandoned()
+{
+    const auto lock = getLock();
+    const SessionBlockingGuard guard(getResource(), 0);
+    const auto answered = std::partition(
+        abandoned_.begin(), abandoned_.end(), [](const std::shared_ptr<SSHHandleChannel>& channel) {
+            // An opening under way is not begun again.
+            return channel->isValid() &&
+                   ssh_channel_open_session(channel->getResource()) == SSH_AGAIN;
+        });
+    std::for_each(answered, abandoned_.end(), [](const auto& channel) { channel->deleteMe(); });
+    abandoned_.erase(answered, abandoned_.end());
 }
 
 void SSHHandleSession::replaceSession(ssh_session fresh)

@@ -7,12 +7,15 @@
 
 #include <libssh/libssh.h>
 
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Tarnis {
 
 class SSHSessionInterface;
+class SSHHandleChannel;
 
 /// The root handle of a session: owns the ssh_session, keeps the handles of the channels and SFTP
 /// sessions made on it.
@@ -46,12 +49,20 @@ public:
 
     SSHSessionInterface* getSessionInterface() const noexcept { return sessionInterface_; }
 
+    /// Keeps a channel whose opening the server has not answered yet: it would stay open over there
+    /// if nobody were left here to close it.
+    void abandon(std::shared_ptr<SSHHandleChannel> channel);
+
+    /// Closes those abandoned channels that have been answered by now.
+    void reapAbandoned();
+
 protected:
     void do_invalidate() override;
 
 private:
     SSHSessionInterface* sessionInterface_ = nullptr;
     std::optional<std::string> text_;
+    std::vector<std::shared_ptr<SSHHandleChannel>> abandoned_;
 };
 
 } // namespace Tarnis

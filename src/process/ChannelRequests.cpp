@@ -19,9 +19,9 @@ int openChannel(ssh_channel channel)
     return ssh_channel_open_session(channel);
 }
 
-int requestExec(ssh_channel channel, const char* line)
+int requestExec(ssh_channel channel, const char* line, bool sent)
 {
-    if (!isOpen(channel)) {
+    if (!sent && !isOpen(channel)) {
         return SSH_ERROR;
     }
     const int result = ssh_channel_request_exec(channel, line);

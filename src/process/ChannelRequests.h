@@ -12,8 +12,11 @@ namespace Tarnis {
 /// Opens the channel. On a session that was never connected, libssh crashes.
 int openChannel(ssh_channel channel);
 
-/// Sends the command line. A server that closes the channel instead of answering is a refusal.
-int requestExec(ssh_channel channel, const char* line);
+/// Sends the command line, or, once it was sent, only asks for the answer. A server that closes the
+/// channel instead of answering is a refusal.
+/// \param sent whether an earlier call answered SSH_AGAIN. The channel may be closed again by then:
+///             another thread may have taken in the answer together with the command's end.
+int requestExec(ssh_channel channel, const char* line, bool sent);
 
 /// Tells the other side that no more input comes.
 int requestEndOfFile(ssh_channel channel);

@@ -21,6 +21,7 @@ namespace {
 constexpr int bytesPerRound = 4096;
 // Then other threads have their turn.
 constexpr int mostRounds = 256;
+constexpr int mostPieces = 4;
 
 /// How often libssh must read to take in what has arrived; at least once, to notice an end.
 int roundsToRead(ssh_channel channel)
@@ -47,7 +48,11 @@ CommandRunner::~CommandRunner()
 {
     recorder_.stop();
     try {
-        channel_->deleteMe();
+        if (opening_) {
+            SSHHandleChannel::abandon(channel_);
+        } else {
+            channel_->deleteMe();
+        }
     } catch (...) {
         // A destructor has nobody to tell; the session frees what is left.
     }
@@ -133,14 +138,18 @@ CommandRunner::Step CommandRunner::stepOf(int status)
     }
 }
 
-CommandRunner::Step CommandRunner::open(ssh_channel channel) const
+CommandRunner::Step CommandRunner::open(ssh_channel channel)
 {
-    return stepOf(openChannel(channel));
+    const int result = openChannel(channel);
+    opening_ = result == SSH_AGAIN;
+    return stepOf(result);
 }
 
-CommandRunner::Step CommandRunner::exec(ssh_channel channel, const char* line) const
+CommandRunner::Step CommandRunner::exec(ssh_channel channel, const char* line)
 {
-    return stepOf(requestExec(channel, line));
+    const int result = requestExec(channel, line, execSent_);
+    execSent_ = result == SSH_AGAIN;
+    return stepOf(result);
 }
 
 CommandRunner::Step CommandRunner::transfer(ssh_channel channel)
@@ -153,7 +162,7 @@ CommandRunner::Step CommandRunner::transfer(ssh_channel channel)
 void CommandRunner::feedInput(ssh_channel channel)
 {
     using Status = SSHChannelTransfer::Status;
-    while (!inputEnded_) {
+    for (int pieces = mostPieces; pieces > 0 && !inputEnded_; --pieces) {
         if (inputConsumed_ == input_.size()) {
             static_cast<void>(requestEndOfFile(channel));
             inputEnded_ = true;

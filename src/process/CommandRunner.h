@@ -53,8 +53,8 @@ private:
     Step takeStep(StepFunction stepFunction);
 
     static Step stepOf(int status);
-    Step open(ssh_channel channel) const;
-    Step exec(ssh_channel channel, const char* line) const;
+    Step open(ssh_channel channel);
+    Step exec(ssh_channel channel, const char* line);
     Step transfer(ssh_channel channel);
     void feedInput(ssh_channel channel);
     void pump(ssh_channel channel) const;
@@ -63,11 +63,13 @@ private:
     SSHExecuteResult collect(Outcome outcome);
 
     std::shared_ptr<SSHHandleChannel> channel_;
+    bool opening_ = false;
     CommandRecorder recorder_;
     SSHSocketWait wait_;
     QuietProbe quietProbe_;
     std::string_view input_;
     std::size_t inputConsumed_ = 0;
+    bool execSent_ = false;
     bool inputEnded_ = false;
 };
 

@@ -145,8 +145,13 @@ bool SSHChannel::sendEOF() const
 bool SSHChannel::sendSignal(const std::string& signalName) const
 {
     SSHHandleChannel& channel = valid(channel_);
+    const auto lock = channel.getLock();
+    // libssh only queues the request while an earlier one is on its way.
     return fitsCString(signalName) &&
-           callUnblocked(channel, requestSignal, signalName.c_str()) == SSH_OK;
+           callUnblocked(channel, requestSignal, signalName.c_str()) == SSH_OK &&
+           callUnblocked(channel, [](ssh_channel c) {
+               return ssh_blocking_flush(ssh_channel_get_session(c), 0);
+           }) == SSH_OK;
 }
 
 std::optional<int> SSHChannel::getExitCode()

@@ -103,16 +103,20 @@ bool SSHProcess::runOnChannel(State previous)
     if (channel == nullptr || !fitsCString(commandLine_)) {
         return false;
     }
-    // libssh opens a channel only once. One that an earlier start left open is used again.
-    const bool startedBefore = previous != State::NotStarted && previous != State::Starting;
-    if (startedBefore && !SSHChannel::do_isOpen() && !channel->renew()) {
+    // A channel is opened once and takes one command.
+    if (previous != State::NotStarted && channel->isValid() && !channel->renew()) {
         return false;
     }
     if (!SSHChannel::do_open()) {
         return false;
     }
     const std::string line = commandLine_ + '\n';
-    return callUnblocked(*channel, requestExec, line.c_str()) == SSH_OK;
+    auto request = [sent = false, text = line.c_str()](ssh_channel c) mutable {
+        const int result = requestExec(c, text, sent);
+        sent = result == SSH_AGAIN;
+        return result;
+    };
+    return callUnblocked(*channel, request) == SSH_OK;
 }
 
 bool SSHProcess::do_isOpen() const
