@@ -40,6 +40,8 @@ protected:
         line_.emplace(server().port());
         address(session(), line_->port(), server().user());
         ASSERT_TRUE(connectTrusting(session())) << session().getLastError();
+        // An answer of the server tells that everything sent before has passed the line.
+        EXPECT_EQ(authenticate(session(), UserAuthenticatorNone()), Result::Denied);
     }
 
     std::optional<Result> tryFile(const std::string& path, const std::string& passPhrase = "")
@@ -55,8 +57,6 @@ protected:
     /// The key is denied both as text and as file, without a word to the server.
     void expectUnusable(const KeyPair& key, const std::string& passPhrase)
     {
-        // An answer of the server tells that everything sent before has passed the line.
-        EXPECT_EQ(authenticate(session(), UserAuthenticatorNone()), Result::Denied);
         const auto before = line_->forwardedBytes(TcpProxy::ToServer);
         EXPECT_EQ(tryFile(key.privatePath, passPhrase), Result::Denied);
         EXPECT_EQ(tryText(key.privateText, passPhrase), Result::Denied);
