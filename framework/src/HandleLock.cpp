@@ -38,15 +38,14 @@ void HandleMutexChain::unlockFirst(std::size_t count) const noexcept
     }
 }
 
-HandleLock::HandleLock(std::shared_ptr<const HandleMutexChain> chain)
+HandleUnlock::HandleUnlock(std::shared_ptr<const HandleMutexChain> chain) noexcept
     : chain_(std::move(chain))
-{
-    chain_->lock();
-}
+{}
 
-HandleLock::~HandleLock()
+HandleLock lockChain(const std::shared_ptr<const HandleMutexChain>& chain)
 {
-    chain_->unlock();
+    chain->lock();
+    return {chain.get(), HandleUnlock(chain)};
 }
 
 } // namespace FileSystem

@@ -62,9 +62,9 @@ bool HandleObjectCore::do_isValid() const
     return valid_.load(std::memory_order_acquire);
 }
 
-std::unique_ptr<HandleLock> HandleObjectCore::getLock() const
+HandleLock HandleObjectCore::getLock() const
 {
-    return std::make_unique<HandleLock>(mutexes_);
+    return lockChain(mutexes_);
 }
 
 void HandleObjectCore::checkFatalError()

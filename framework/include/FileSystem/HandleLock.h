@@ -2,6 +2,7 @@
 
 #include <FileSystem/Export.h>
 
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -34,20 +35,25 @@ private:
     std::vector<std::shared_ptr<std::recursive_mutex>> mutexes_;
 };
 
-/// Holds a handle's mutex chain locked for as long as it lives. To be destroyed by the thread that
-/// made it. Keeps the chain alive, so the handle itself may go first.
-class FILESYSTEM_EXPORT HandleLock
+/// Unlocks a chain when its HandleLock goes. Keeps the chain alive, so the handle may go first.
+class FILESYSTEM_EXPORT HandleUnlock
 {
 public:
-    /// Locks; blocks until the chain is free.
-    explicit HandleLock(std::shared_ptr<const HandleMutexChain> chain);
-    /// Unlocks.
-    ~HandleLock();
-    HandleLock(const HandleLock&) = delete;
-    HandleLock& operator=(const HandleLock&) = delete;
+    HandleUnlock() = default;
+    explicit HandleUnlock(std::shared_ptr<const HandleMutexChain> chain) noexcept;
+
+    void operator()(const HandleMutexChain* chain) const noexcept { chain->unlock(); }
 
 private:
     std::shared_ptr<const HandleMutexChain> chain_;
 };
+
+/// Holds a handle's mutex chain locked for as long as it lives. To be destroyed by the thread that
+/// made it. Points to the chain itself: a lock is taken for every call into libssh, and allocates
+/// nothing.
+using HandleLock = std::unique_ptr<const HandleMutexChain, HandleUnlock>;
+
+/// Locks `chain`; blocks until it is free. Throws as HandleMutexChain::lock() does.
+FILESYSTEM_EXPORT HandleLock lockChain(const std::shared_ptr<const HandleMutexChain>& chain);
 
 } // namespace FileSystem

@@ -54,7 +54,7 @@ public:
 protected:
     /// Locks the handle, its ancestors first, until the returned object is destroyed. Blocks. The
     /// thread that holds the lock may take it again.
-    std::unique_ptr<HandleLock> getLock() const;
+    HandleLock getLock() const;
 
     /// Throws what do_checkFatalError() throws; returns when no fatal error is recorded.
     void checkFatalError();
