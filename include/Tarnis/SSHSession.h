@@ -98,7 +98,8 @@ public:
     ///
     /// The command has ended when the server closed its channel, or when it reported an exit code
     /// and has nothing more to say: a background child that keeps the channel open does not hold
-    /// the call up, and what it writes later is lost.
+    /// the call up, and what it writes later is lost. One that goes on writing is heard out for 5
+    /// seconds, or for 30 when it never pauses.
     ///
     /// \param input   sent as it is; lent for the duration of the call.
     /// \param timeout counted from the call; when it is over, the command is sent KILL and its

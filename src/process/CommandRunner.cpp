@@ -200,7 +200,8 @@ bool CommandRunner::isComplete(ssh_channel channel)
     if (!recorder_.hasExit()) {
         return false;
     }
-    return recorder_.endOfStreams || quietProbe_.isDrained(channel, recorder_.progress());
+    return recorder_.endOfStreams ||
+           quietProbe_.isDrained(channel, recorder_.progress(), QuietProbe::Clock::now());
 }
 
 void CommandRunner::killCommand()

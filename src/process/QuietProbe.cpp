@@ -10,26 +10,35 @@ constexpr const char* probeVariable = "TARNIS_PROBE";
 
 } // namespace
 
-bool QuietProbe::isDrained(ssh_channel channel, std::uint64_t progress)
+bool QuietProbe::isDrained(ssh_channel channel, std::uint64_t progress, Clock::time_point now)
 {
-    const auto now = Clock::now();
-    if (progress != lastProgress_) {
+    if (!commandEnded_ || progress != lastProgress_) {
+        commandEnded_ = commandEnded_.value_or(now);
         lastProgress_ = progress;
         lastChange_ = now;
         quietAnswers_ = 0;
     }
-    if (now - lastChange_ >= quietWithoutAnswer) {
+    if (isOver(now)) {
         return true;
     }
-    if (!asked_ && now - lastChange_ < quietBeforeAsking) {
-        return false;
-    }
-    asked_ = true;
-    if (ssh_channel_request_env(channel, probeVariable, "") != SSH_AGAIN) {
+    // A question under way is followed up whatever happens, or libssh would take its answer for
+    // that of another request.
+    asked_ = asked_ || isToAsk(now);
+    if (asked_ && ssh_channel_request_env(channel, probeVariable, "") != SSH_AGAIN) {
         ++quietAnswers_;
         asked_ = false;
     }
     return quietAnswers_ >= answersNeeded;
+}
+
+bool QuietProbe::isOver(Clock::time_point now) const
+{
+    return now - lastChange_ >= silenceWithoutAnswer || now - *commandEnded_ >= mostAfterTheEnd;
+}
+
+bool QuietProbe::isToAsk(Clock::time_point now) const
+{
+    return now - lastChange_ >= silenceBeforeAsking || now - *commandEnded_ >= patience;
 }
 
 } // namespace Tarnis

@@ -177,6 +177,16 @@ TEST_F(ExecuteTest, KeepsWhatABackgroundChildWritesWithoutAPause)
     EXPECT_EQ(sha256(result.output), sha256(output));
 }
 
+TEST_F(ExecuteTest, DoesNotWaitForABackgroundChildThatGoesOnWriting)
+{
+    const auto result =
+        session().execute("(while sleep 0.05; do echo more; done) & echo hello; exit 6");
+    EXPECT_EQ(result.outcome, Outcome::Completed) << describe(result);
+    EXPECT_EQ(result.output.substr(0, 6), "hello\n");
+    EXPECT_EQ(result.exitCode, 6);
+    expectOutput(session().execute("echo next"), "next\n");
+}
+
 TEST_F(ExecuteTest, FeedsInputToACommandThatLeavesABackgroundChild)
 {
     const std::string input = pseudoRandomBytes(11, 4 * kMebibyte);

@@ -19,7 +19,6 @@ using TarnisTest::Background;
 using TarnisTest::ChannelFixture;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
-using ::testing::_;
 using ::testing::Return;
 using namespace std::chrono_literals;
 
@@ -40,6 +39,9 @@ bool operator==(const SSHChannelTransfer& one, const SSHChannelTransfer& other)
 } // namespace Tarnis
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 constexpr SSHChannelTransfer moved(std::size_t count)
 {

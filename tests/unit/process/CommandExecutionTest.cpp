@@ -26,7 +26,6 @@ using TarnisTest::Background;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
-using ::testing::_;
 using ::testing::InSequence;
 using ::testing::NiceMock;
 using ::testing::Return;
@@ -36,6 +35,9 @@ using namespace std::chrono_literals;
 using Outcome = SSHExecuteResult::Outcome;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 /// A server that does the next thing of a list whenever libssh reads off the connection.
 class Command : public ::testing::Test

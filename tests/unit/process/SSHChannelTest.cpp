@@ -26,9 +26,6 @@ using TarnisTest::Background;
 using TarnisTest::ChannelFixture;
 using TarnisTest::fakeChannel;
 using TarnisTest::RetryLimit;
-using ::testing::_;
-using ::testing::AnyNumber;
-using ::testing::AtLeast;
 using ::testing::DoDefault;
 using ::testing::InSequence;
 using ::testing::Return;
@@ -36,6 +33,9 @@ using ::testing::StrEq;
 using ::testing::Throw;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 constexpr std::uint32_t largestChunk = 0x7FFFFFFF;
 

@@ -10,12 +10,10 @@
 #include <string>
 
 using FileSystem::handle_fatal_error;
-using Tarnis::SSHHandleChannel;
 using Tarnis::SSHProcess;
 using TarnisTest::ChannelFixture;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
-using ::testing::_;
 using ::testing::DoDefault;
 using ::testing::InSequence;
 using ::testing::Mock;
@@ -26,6 +24,9 @@ using namespace std::chrono_literals;
 using State = Tarnis::SSHCommandLineProcessState;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 class Process : public ChannelFixture
 {
