@@ -28,8 +28,7 @@ build() { # PRESET
 run_tests() { # PRESET [CTEST ARGUMENTS...]
     local preset=$1
     shift
-    # A second try for a test that a busy machine made fail; the first failure stays in the output.
-    ctest --preset "$preset" -j "$test_jobs" --no-tests=error --repeat until-pass:2 "$@"
+    ctest --preset "$preset" -j "$test_jobs" --no-tests=error "$@"
 }
 
 lane_plain() { # PRESET
