@@ -1,8 +1,9 @@
 #include "support/HomeOverride.h"
 
+#include "support/ScratchRoot.h"
+
 #include <cstdlib>
 #include <deque>
-#include <filesystem>
 #include <mutex>
 
 #include <dlfcn.h>
@@ -10,8 +11,6 @@
 #include <unistd.h>
 
 namespace TarnisTest {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -23,9 +22,7 @@ public:
         for (const char* const name : {"SSH_AUTH_SOCK", "SSH_AGENT_PID", "SSH_ASKPASS"}) {
             ::unsetenv(name);
         }
-        std::string pattern = (fs::temp_directory_path() / "tarnis-test-home-XXXXXX").string();
-        initial_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : "/nonexistent";
-        set(initial_);
+        set(makeScratchDirectory("home-"));
     }
 
     // Valid for ever: a passwd entry that somebody keeps points to it.
@@ -42,18 +39,7 @@ public:
         ::setenv("HOME", path.c_str(), 1);
     }
 
-    void removeInitial() const
-    {
-        // A forked copy of the program must leave the directory to the original.
-        if (::getpid() == owner_) {
-            std::error_code ignored;
-            fs::remove_all(initial_, ignored);
-        }
-    }
-
 private:
-    const pid_t owner_ = ::getpid();
-    std::string initial_;
     std::mutex mutex_;
     std::deque<std::string> paths_;
 };
@@ -61,11 +47,7 @@ private:
 // Lives until the process is gone, since other objects' destructors may still ask for the home.
 Home& home()
 {
-    static Home* const instance = [] {
-        auto* const created = new Home;
-        (void)std::atexit([] { home().removeInitial(); });
-        return created;
-    }();
+    static auto* const instance = new Home;
     return *instance;
 }
 

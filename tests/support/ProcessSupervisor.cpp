@@ -6,7 +6,7 @@
 // (a "subreaper"), so that everything that descends from the command can be found. All of it is
 // killed when the command ends, when the test process asks for it by closing its end of the
 // lifeline, and when the test process dies in whatever way, which closes that end too. Stopped
-// processes are no exception.
+// processes are no exception. When the supervisor itself is killed, the command goes with it.
 
 #include "support/ProcessTree.h"
 #include "support/SupervisorProtocol.h"
@@ -16,8 +16,8 @@
 #include <csignal>
 #include <cstring>
 
+#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -44,26 +44,49 @@ int openChildSignals()
     return ::signalfd(-1, &mask, SFD_CLOEXEC);
 }
 
-// Zero on success, like posix_spawn itself; the command starts with default signal handling.
+void resetSignals()
+{
+    for (int number = 1; number < NSIG; ++number) {
+        (void)std::signal(number, SIG_DFL);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+// Returns only when the command cannot be run.
+void becomeCommand(pid_t supervisor, char** command, char** environment)
+{
+    // When even this process is killed, nobody else is left to end the command.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != supervisor) {
+        return;
+    }
+    ::setpgid(0, 0);
+    resetSignals();
+    ::execvpe(command[0], command, environment);
+}
+
+// Zero on success, errno otherwise.
 int spawnCommand(char** command, char** environment, pid_t& pid)
 {
-    sigset_t none;
-    sigset_t all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
-                                              POSIX_SPAWN_SETSIGDEF);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addclose(&actions, kLifelineFd);
-    const int rc = ::posix_spawnp(&pid, command[0], &actions, &attributes, command, environment);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    return rc;
+    std::array<int, 2> failure{};
+    if (::pipe2(failure.data(), O_CLOEXEC) != 0) {
+        return errno;
+    }
+    const pid_t supervisor = ::getpid();
+    pid = ::fork();
+    if (pid == 0) {
+        becomeCommand(supervisor, command, environment);
+        (void)!::write(failure[1], &errno, sizeof errno);
+        ::_exit(127);
+    }
+    int error = pid < 0 ? errno : 0;
+    ::close(failure[1]);
+    // Nothing but the end comes once the command runs.
+    (void)!::read(failure[0], &error, sizeof error);
+    ::close(failure[0]);
+    return error;
 }
 
 // Reaps whatever has ended; true once the command itself has, with its status.
@@ -118,6 +141,7 @@ int supervise(char** command, char** environment)
 {
     // Sockets of the test process that came along would keep its connections open.
     ::closefrom(kLifelineFd + 1);
+    ::fcntl(kLifelineFd, F_SETFD, FD_CLOEXEC);
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     const int childSignals = openChildSignals();
     pid_t pid = -1;

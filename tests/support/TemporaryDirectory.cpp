@@ -1,8 +1,8 @@
 #include "support/TemporaryDirectory.h"
 
+#include "support/ScratchRoot.h"
 #include "support/SystemError.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -40,13 +40,8 @@ void makeRemovable(const fs::path& root)
 
 TemporaryDirectory::TemporaryDirectory()
     : owner_(::getpid())
-{
-    std::string pattern = (fs::temp_directory_path() / "tarnis-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throwErrno("mkdtemp " + pattern);
-    }
-    path_ = fs::canonical(pattern);
-}
+    , path_(makeScratchDirectory())
+{}
 
 TemporaryDirectory::~TemporaryDirectory()
 {

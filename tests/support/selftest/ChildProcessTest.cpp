@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -158,28 +157,72 @@ TEST(ChildProcess, TakesItsDescendantsWithItWhenItEnds)
     EXPECT_FALSE(exists(pidIn(child.output())));
 }
 
-// A process of its own, which starts a child and is then killed: nothing can clean up but the
-// supervisor.
-TEST(ChildProcess, DoesNotOutliveATestProgramThatIsKilled)
+// A test program of its own, which has started a child and now waits. It cannot clean up after
+// itself: it is only ever killed.
+class ProgramWithChild : public ::testing::Test
 {
-    const TemporaryDirectory directory;
-    const std::string pidFile = directory.file("pid");
-    const pid_t program = ::fork();
-    if (program == 0) {
-        // It cannot clean up after itself, so its files go where ours are cleaned up.
-        ::setenv("TMPDIR", directory.path().c_str(), 1);
-        const ChildProcess child(shell("sleep 1000"));
-        std::ofstream(pidFile + ".new") << child.pid();
-        std::filesystem::rename(pidFile + ".new", pidFile);
-        ::pause();
-        ::_exit(0);
+protected:
+    void SetUp() override
+    {
+        program_ = ::fork();
+        if (program_ == 0) {
+            run();
+        }
+        ASSERT_TRUE(waitUntil([&] { return !readFile(pidFile()).empty(); }));
+        child_ = pidIn(readFile(pidFile()));
+        ASSERT_TRUE(exists(child_));
     }
-    ASSERT_TRUE(waitUntil([&] { return !readFile(pidFile).empty(); }));
-    const pid_t child = pidIn(readFile(pidFile));
-    ASSERT_TRUE(exists(child));
-    ::kill(program, SIGKILL);
-    ASSERT_EQ(::waitpid(program, nullptr, 0), program);
-    EXPECT_TRUE(waitUntil([&] { return !exists(child); }));
+
+    void TearDown() override { killProgram(); }
+
+    void killProgram()
+    {
+        if (program_ > 0) {
+            ::kill(program_, SIGKILL);
+            EXPECT_EQ(::waitpid(program_, nullptr, 0), program_);
+        }
+        program_ = 0;
+    }
+
+    pid_t supervisor() const { return childrenOf(program_).at(0); }
+
+    bool childIsGone() const
+    {
+        // Whoever adopts it may never fetch its status.
+        return waitUntil([this] { return !exists(child_) || stateOf(child_) == 'Z'; });
+    }
+
+private:
+    [[noreturn]] void run() const
+    {
+        const ChildProcess child(shell("sleep 1000"));
+        std::ofstream(pidFile() + ".new") << child.pid();
+        std::filesystem::rename(pidFile() + ".new", pidFile());
+        while (true) {
+            ::pause();
+        }
+    }
+
+    std::string pidFile() const { return directory_.file("pid"); }
+
+    TemporaryDirectory directory_;
+    pid_t program_ = 0;
+    pid_t child_ = 0;
+};
+
+TEST_F(ProgramWithChild, IsNotOutlivedByTheChildWhenItIsKilled)
+{
+    killProgram();
+    EXPECT_TRUE(childIsGone());
+}
+
+TEST_F(ProgramWithChild, IsNotOutlivedByTheChildWhenTheSupervisorIsKilledToo)
+{
+    const pid_t watched = supervisor();
+    ::kill(watched, SIGSTOP); // It must not come first.
+    killProgram();
+    ::kill(watched, SIGKILL);
+    EXPECT_TRUE(childIsGone());
 }
 
 TEST(ChildProcess, InheritsNoDescriptorOfTheTest)
