@@ -32,7 +32,6 @@ using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
 using AutoMode = HostAuthenticatorKnownHostFile::AutoMode;
 using Reason = HostAuthenticatorResponseKnownHostFile::Reason;
-using ::testing::_;
 using ::testing::Combine;
 using ::testing::DoAll;
 using ::testing::Expectation;
@@ -44,6 +43,9 @@ using ::testing::Values;
 using ::testing::ValuesIn;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 class HostAuthentication : public ::testing::Test
 {

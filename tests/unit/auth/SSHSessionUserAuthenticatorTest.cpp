@@ -41,7 +41,6 @@ using TarnisTest::fakeKey;
 using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
 using TarnisTest::RetryLimit;
-using ::testing::_;
 using ::testing::AtMost;
 using ::testing::Combine;
 using ::testing::DoAll;
@@ -56,6 +55,9 @@ using ::testing::Throw;
 using ::testing::ValuesIn;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 class UserAuthentication : public ::testing::Test
 {

@@ -45,36 +45,15 @@ public:
 
 /// An authenticator whose text fields are `key` and `secret`, as far as its class has them.
 template <class Concrete>
-Concrete sample(const std::string& key = "key", const std::string& secret = "secret");
-
-template <>
-UserAuthenticatorNone sample(const std::string& /*key*/, const std::string& /*secret*/)
+Concrete sample(const std::string& key = "key", const std::string& secret = "secret")
 {
-    return {};
-}
-
-template <>
-UserAuthenticatorPassword sample(const std::string& /*key*/, const std::string& secret)
-{
-    return UserAuthenticatorPassword(secret);
-}
-
-template <>
-UserAuthenticatorPrivateKey sample(const std::string& key, const std::string& secret)
-{
-    return {key, secret};
-}
-
-template <>
-UserAuthenticatorPrivateKeyFile sample(const std::string& key, const std::string& secret)
-{
-    return {key, secret};
-}
-
-template <>
-UserAuthenticatorPrivateKeyAuto sample(const std::string& /*key*/, const std::string& secret)
-{
-    return UserAuthenticatorPrivateKeyAuto(secret);
+    if constexpr (std::is_constructible_v<Concrete, std::string, std::string>) {
+        return Concrete(key, secret);
+    } else if constexpr (std::is_constructible_v<Concrete, std::string>) {
+        return Concrete(secret);
+    } else {
+        return Concrete();
+    }
 }
 
 template <class Concrete>

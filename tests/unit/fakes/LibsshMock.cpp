@@ -2,8 +2,8 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace TarnisTest {
 
@@ -69,7 +69,7 @@ LibsshMock& LibsshMock::active()
 {
     LibsshMock* const mock = activeMock;
     if (mock == nullptr) {
-        std::fputs("libssh is called outside a test\n", stderr);
+        std::cerr << "libssh is called outside a test" << std::endl;
         std::abort();
     }
     return *mock;

@@ -147,9 +147,9 @@ TEST(HandleObjectCore, AnOverrideDecidesWhatACheckThrows)
 TEST(HandleFatalError, CarriesItsText)
 {
     const std::string text = "invalid";
-    const FileSystem::handle_fatal_error error(text.c_str());
-    const FileSystem::handle_fatal_error copy = error;
-    EXPECT_EQ(copy.what(), text);
+    FileSystem::handle_fatal_error error("something else");
+    error = FileSystem::handle_fatal_error(text.c_str());
+    EXPECT_EQ(error.what(), text);
 }
 
 TEST(HandleFatalError, IsCaughtAsRuntimeErrorAndAsException)

@@ -11,7 +11,6 @@
 
 using FileSystem::HandleObjectCompositeEx;
 using FileSystem::HandleObjectCore;
-using FileSystem::HandleObjectCoreComposite;
 using FileSystem::HandleObjectGeneric;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

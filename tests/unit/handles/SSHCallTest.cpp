@@ -23,9 +23,7 @@ using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
 using TarnisTest::RetryLimit;
 using ::testing::ElementsAre;
-using ::testing::InSequence;
 using ::testing::NiceMock;
-using ::testing::Return;
 
 namespace {
 

@@ -16,7 +16,6 @@ using Tarnis::SSHHandleSession;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
-using ::testing::_;
 using ::testing::InSequence;
 using ::testing::Mock;
 using ::testing::NiceMock;

@@ -20,7 +20,6 @@ using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
 using TarnisTest::fakeString;
 using TarnisTest::LibsshMock;
-using ::testing::_;
 using ::testing::InSequence;
 using ::testing::NiceMock;
 using ::testing::Return;

@@ -15,8 +15,6 @@ using Tarnis::SSHHandleSFTPSession;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
-using ::testing::_;
-using ::testing::AtLeast;
 using ::testing::InSequence;
 using ::testing::NiceMock;
 using ::testing::Return;

@@ -17,13 +17,15 @@ using TarnisTest::Background;
 using TarnisTest::fakeKey;
 using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
-using ::testing::_;
 using ::testing::DoAll;
 using ::testing::NiceMock;
 using ::testing::Return;
 using ::testing::SetArgPointee;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 class ServerKey : public ::testing::Test
 {

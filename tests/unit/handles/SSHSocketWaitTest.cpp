@@ -48,6 +48,7 @@ std::function<void()> duringPoll;
 std::vector<int> pollTimeouts()
 {
     std::vector<int> timeouts;
+    timeouts.reserve(polls.size());
     for (const Poll& poll : polls) {
         timeouts.push_back(poll.timeout);
     }

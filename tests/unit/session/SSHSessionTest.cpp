@@ -46,7 +46,6 @@ using TarnisTest::listenOnLoopback;
 using TarnisTest::localPort;
 using TarnisTest::RetryLimit;
 using TarnisTest::UniqueFd;
-using ::testing::_;
 using ::testing::DoAll;
 using ::testing::DoDefault;
 using ::testing::InSequence;
@@ -58,6 +57,9 @@ using ::testing::StrEq;
 using ::testing::Throw;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 const std::string textWithNul("cut\0off", 7);
 

@@ -16,7 +16,6 @@ using Tarnis::RemoteSessionState;
 using Tarnis::SSHExecuteResult;
 using Tarnis::SSHSession;
 using TarnisTest::LibsshMock;
-using ::testing::_;
 using ::testing::AnyNumber;
 using ::testing::IsNull;
 using ::testing::NiceMock;
@@ -24,6 +23,9 @@ using ::testing::Return;
 using ::testing::StrictMock;
 
 namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
 
 std::string textThrownBy(const std::function<void()>& operation)
 {
