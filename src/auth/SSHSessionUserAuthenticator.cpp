@@ -56,6 +56,13 @@ ssh_callbacks_struct makePromptRefusal()
 // libssh keeps a pointer to it for as long as the session lives.
 ssh_callbacks_struct promptRefusal = makePromptRefusal();
 
+/// Whether the connection has ended, or the server broke the protocol and libssh listens to it no
+/// more. In both cases libssh itself goes on waiting for an answer.
+bool canNeverAnswer(ssh_session session)
+{
+    return ssh_is_connected(session) == 0 || (ssh_get_status(session) & SSH_CLOSED_ERROR) != 0;
+}
+
 } // namespace
 
 std::unique_ptr<UserAuthenticatorResponse>
@@ -113,8 +120,7 @@ AuthenticateUserResult SSHSessionUserAuthenticator::ask(Function function, Args.
 {
     bool asked = false;
     const auto attempt = [&](ssh_session session) {
-        // libssh goes on waiting for an answer when the connection has ended.
-        if (std::exchange(asked, true) && ssh_is_connected(session) == 0) {
+        if (std::exchange(asked, true) && canNeverAnswer(session)) {
             return static_cast<int>(SSH_AUTH_ERROR);
         }
         return function(session, sessionUserName, args...);

@@ -223,6 +223,18 @@ TEST_P(EveryUserAuthentication, TriesOnceMoreWhenTheTimeIsOver)
     EXPECT_EQ(calls, 2);
 }
 
+TEST_P(EveryUserAuthentication, IsAnErrorWhenTheServerBrokeTheProtocol)
+{
+    ON_CALL(libssh, ssh_get_status(fakeSession())).WillByDefault(Return(SSH_CLOSED_ERROR));
+    int calls = 0;
+    everyCallAnswers([&] {
+        ++calls;
+        return SSH_AUTH_AGAIN;
+    });
+    EXPECT_EQ(run(*authenticator)->getResult(), AuthenticateUserResult::Error);
+    EXPECT_EQ(calls, 1);
+}
+
 TEST_P(EveryUserAuthentication, RunsInNonBlockingModeAndRestoresTheFormerOne)
 {
     int mode = -1;

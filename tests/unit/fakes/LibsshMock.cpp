@@ -153,6 +153,11 @@ int ssh_is_connected(ssh_session session)
     return LibsshMock::active().ssh_is_connected(session);
 }
 
+int ssh_get_status(ssh_session session)
+{
+    return LibsshMock::active().ssh_get_status(session);
+}
+
 int ssh_is_blocking(ssh_session session)
 {
     return LibsshMock::active().ssh_is_blocking(session);

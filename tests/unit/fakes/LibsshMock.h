@@ -39,6 +39,7 @@ public:
     MOCK_METHOD(void, ssh_disconnect, (ssh_session));
     MOCK_METHOD(void, ssh_silent_disconnect, (ssh_session));
     MOCK_METHOD(int, ssh_is_connected, (ssh_session));
+    MOCK_METHOD(int, ssh_get_status, (ssh_session));
     MOCK_METHOD(int, ssh_is_blocking, (ssh_session));
     MOCK_METHOD(void, ssh_set_blocking, (ssh_session, int));
     MOCK_METHOD(int, ssh_blocking_flush, (ssh_session, int));
