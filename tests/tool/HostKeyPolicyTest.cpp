@@ -1,6 +1,8 @@
 // Which servers the program trusts.
 
 #include "support/KeyPair.h"
+#include "support/OpenSshServer.h"
+#include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
 #include "tool/ToolTest.h"
 
@@ -208,6 +210,77 @@ TEST_F(HostKeyPolicyTest, SaysWhenTheKeyCannotBeRecorded)
     const ToolResult result = run(setup);
     EXPECT_EQ(result.exitCode, 0) << result.errorOutput;
     EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: could not record the ssh-ed25519 key of "));
+}
+
+/// A server with a key of every type, of which the user knows one.
+class ServerWithSeveralKeysTest : public ToolTest
+{
+protected:
+    static constexpr KeyType types[] = {KeyType::Ed25519, KeyType::Ecdsa, KeyType::Rsa};
+
+    void SetUp() override
+    {
+        ToolTest::SetUp();
+        if (!requireServer(OpenSshServer::availability())) {
+            return;
+        }
+        OpenSshOptions options;
+        options.hostKeyTypes.assign(std::begin(types), std::end(types));
+        server_ = std::make_unique<OpenSshServer>(options);
+    }
+
+    /// A known-hosts file with this key alone. Its name is one that an escape could be seen in.
+    std::string fileWith(KeyType type) const
+    {
+        return home().write("100%known hosts of " + keyTypeName(type),
+                            "[127.0.0.1]:" + std::to_string(server_->port()) + " " +
+                                server_->hostKey(type).publicLine + "\n");
+    }
+
+    /// A sub-command that logs in, with a policy that takes nothing but the known key.
+    std::vector<std::string> visit(const std::string& command, KeyType known) const
+    {
+        return {command,
+                target(server_->port(), server_->user()),
+                "--known-hosts",
+                fileWith(known),
+                "--identity",
+                server_->clientKey().privatePath,
+                "--host-key-policy",
+                "known"};
+    }
+
+    std::unique_ptr<OpenSshServer> server_;
+};
+
+TEST_F(ServerWithSeveralKeysTest, ExecIsShownTheOneThatTheNamedFileHas)
+{
+    for (const KeyType type : types) {
+        std::vector<std::string> arguments = visit("exec", type);
+        arguments.insert(arguments.end(), {"--", "echo in"});
+        const ToolResult result = run(arguments);
+        EXPECT_EQ(result.exitCode, 0) << keyTypeName(type) << ": " << result.errorOutput;
+        EXPECT_EQ(result.output, "in\n");
+    }
+}
+
+TEST_F(ServerWithSeveralKeysTest, DoctorIsShownTheOneThatTheNamedFileHas)
+{
+    for (const KeyType type : types) {
+        const ToolResult result = run(visit("doctor", type));
+        EXPECT_EQ(result.exitCode, 0) << keyTypeName(type) << ": " << result.output;
+        EXPECT_THAT(result.output, HasSubstr(server_->hostKey(type).fingerprint + ", known\n"));
+    }
+}
+
+TEST_F(ServerWithSeveralKeysTest, HostKeyIsShownTheOneThatTheNamedFileHas)
+{
+    const std::string place = "127.0.0.1:" + std::to_string(server_->port());
+    for (const KeyType type : types) {
+        const ToolResult result = run({"hostkey", place, "--known-hosts", fileWith(type)});
+        EXPECT_EQ(result.exitCode, 0) << keyTypeName(type) << ": " << result.errorOutput;
+        EXPECT_THAT(result.output, HasSubstr(server_->hostKey(type).fingerprint));
+    }
 }
 
 } // namespace

@@ -11,7 +11,7 @@ std::string adviceForChangedKey(const Target& target, const LoginOptions& option
     return "Either the server was set up anew, or somebody is posing as it. Ask its administrator "
            "for the fingerprint. Only if it is the one above, remove the old key with\n"
            "  " +
-           removalCommandFor(target, options.knownHostsFile) + "\nand connect again.";
+           removalCommandFor(target, options.reach.knownHostsFile) + "\nand connect again.";
 }
 
 std::string adviceForLogin(const Failure& failure, const Target& target)

@@ -43,13 +43,27 @@ FailureKind kindOf(std::string_view reason)
     return FailureKind::ConnectionLost;
 }
 
-void configure(Tarnis::SSHSession& session, const Target& target)
+/// The file with exactly this name: the library takes percent signs for the beginning of an escape.
+std::string withEscapedPercentSigns(const std::string& path)
+{
+    std::string escaped;
+    for (const char character : path) {
+        escaped += character == '%' ? std::string("%%") : std::string(1, character);
+    }
+    return escaped;
+}
+
+void configure(Tarnis::SSHSession& session, const Target& target, const ReachOptions& options)
 {
     const bool accepted = session.setHostName(target.host) && session.setPortNumber(target.port) &&
                           (target.user.empty() || session.setUserName(target.user));
     if (!accepted) {
         throw UsageError("\"" + target.display() + "\" names no target: it has characters that a " +
                          "host or user name cannot have");
+    }
+    const std::string& file = options.knownHostsFile;
+    if (!file.empty() && !session.setKnownHostsFile(withEscapedPercentSigns(file))) {
+        throw UsageError("\"" + file + "\" cannot be a known-hosts file");
     }
 }
 
@@ -66,7 +80,7 @@ void configure(Tarnis::SSHSession& session, const Target& target)
 
 void connectTo(Tarnis::SSHSession& session, Target& target, const ReachOptions& options)
 {
-    configure(session, target);
+    configure(session, target, options);
     const Watchdog watchdog(session, options.connectTimeout);
     if (!session.connect()) {
         const std::string reason = session.getLastError();

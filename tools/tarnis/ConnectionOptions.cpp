@@ -46,11 +46,6 @@ void declareHostKeyOptions(CLI::App& command, LoginOptions& options)
         ->transform(CLI::Transformer(modes).description(""))
         ->type_name("ask|new|known|all")
         ->group(hostKeyGroup);
-    command
-        .add_option("--known-hosts", options.knownHostsFile,
-                    "Known-hosts file to check and to record in, instead of ~/.ssh/known_hosts")
-        ->type_name("FILE")
-        ->group(hostKeyGroup);
 }
 
 } // namespace
@@ -65,6 +60,11 @@ void declareReachOptions(CLI::App& command, ReachOptions& options)
             },
             "Give up connecting after this long")
         ->type_name("SECONDS");
+    command
+        .add_option("--known-hosts", options.knownHostsFile,
+                    "Known-hosts file to go by, and to record in, instead of ~/.ssh/known_hosts")
+        ->type_name("FILE")
+        ->group(hostKeyGroup);
 }
 
 void declareLoginOptions(CLI::App& command, LoginOptions& options)

@@ -24,6 +24,9 @@ struct ReachOptions
 {
     /// For connecting and for the key exchange together; 0: the library's own limit.
     std::chrono::seconds connectTimeout{0};
+    /// Empty: the user's own file. Part of connecting, since a server with several keys shows one
+    /// of a kind that the file has.
+    std::string knownHostsFile;
 };
 
 /// The options that all sub-commands with a login have in common.
@@ -31,8 +34,6 @@ struct LoginOptions
 {
     ReachOptions reach;
     std::vector<std::string> identities;
-    /// Empty: the user's own file.
-    std::string knownHostsFile;
     HostKeyMode hostKeyMode = HostKeyMode::Ask;
     SecretSource password;
     SecretSource passPhrase;

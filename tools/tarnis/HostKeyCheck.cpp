@@ -103,9 +103,6 @@ void HostKeyCheck::run()
 /// every policy. A server that is known is accepted by this already.
 HostKeyCheck::Reason HostKeyCheck::check()
 {
-    if (!options_.knownHostsFile.empty() && !session_.setKnownHostsFile(options_.knownHostsFile)) {
-        throw UsageError("\"" + options_.knownHostsFile + "\" cannot be a known-hosts file");
-    }
     const auto response =
         session_.hostAuthenticate(KnownHostFile(KnownHostFile::AutoMode::Ask, false));
     if (response == nullptr) {

@@ -20,6 +20,7 @@ HostKeyCommand::HostKeyCommand(CLI::App& program)
     declareReachOptions(commandLine(), options_);
     commandLine().footer(
         "Prints two lines: the key as a known-hosts file has it, and its SHA-256 fingerprint.\n"
+        "Of a server with several keys it is one of a kind that the known-hosts file has.\n"
         "Nothing vouches for the key: whoever is on the line can show another one. Compare the\n"
         "fingerprint with one that you have from a safe source.");
 }
