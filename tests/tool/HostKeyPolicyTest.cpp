@@ -4,19 +4,28 @@
 #include "support/OpenSshServer.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
+#include "support/SystemError.h"
 #include "tool/ToolTest.h"
 
 #include <algorithm>
+#include <array>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace TarnisTest {
 namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 /// A well-formed key that is no server's.
 constexpr const char* kOtherKey =
     "AAAAC3NzaC1lZDI1NTE5AAAAIAABAgMEBQYHCAkKCwwNDg8QERITFBUWFxgZGhscHR4f";
+
+constexpr std::array<KeyType, 3> kKeyTypes{KeyType::Ed25519, KeyType::Ecdsa, KeyType::Rsa};
 
 class HostKeyPolicyTest : public ToolTest
 {
@@ -212,12 +221,89 @@ TEST_F(HostKeyPolicyTest, SaysWhenTheKeyCannotBeRecorded)
     EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: could not record the ssh-ed25519 key of "));
 }
 
+/// A file that can be opened for writing, even by root, and never written to.
+class SealedFile
+{
+public:
+    explicit SealedFile(const std::string& text)
+        : file_(::memfd_create("sealed", MFD_CLOEXEC | MFD_ALLOW_SEALING))
+    {
+        const auto size = static_cast<ssize_t>(text.size());
+        if (::write(file_.get(), text.data(), text.size()) != size ||
+            ::fcntl(file_.get(), F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_GROW) != 0) {
+            throwErrno("memfd_create");
+        }
+    }
+
+    /// A name that other processes of the user can open it by.
+    std::string path() const
+    {
+        return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(file_.get());
+    }
+
+private:
+    UniqueFd file_;
+};
+
+TEST_F(HostKeyPolicyTest, DoesNotTakeTheSameKeyOfAnotherServerForTheRecordedOne)
+{
+    const SealedFile file("elsewhere.example ssh-ed25519 " + ScriptedServer::hostPublicKeyBase64() +
+                          "\n# " + line());
+    ToolSetup setup = withPolicy("new");
+    setup.arguments.insert(setup.arguments.begin() + 2, {"--known-hosts", file.path()});
+    const ToolResult result = run(setup);
+    EXPECT_EQ(result.exitCode, 0) << result.errorOutput;
+    EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: could not record the ssh-ed25519 key of "));
+}
+
+TEST_F(HostKeyPolicyTest, RecordsAfterALastLineWithoutAnEnd)
+{
+    const std::string kept = "elsewhere.example ssh-ed25519 " + std::string(kOtherKey);
+    home().write(".ssh/known_hosts", kept);
+    const ToolResult result = run(withPolicy("new"));
+    EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: recorded the ssh-ed25519 key of "));
+    EXPECT_EQ(knownHosts(), kept + "\n" + line());
+    EXPECT_EQ(run(withPolicy("known")).exitCode, 0);
+}
+
+TEST_F(HostKeyPolicyTest, LeavesAFileAsItIsWhenItRecordsNothing)
+{
+    const std::string kept = "elsewhere.example ssh-ed25519 " + std::string(kOtherKey);
+    home().write(".ssh/known_hosts", kept);
+    EXPECT_EQ(run(withPolicy("known")).exitCode, 255);
+    EXPECT_EQ(knownHosts(), kept);
+}
+
+TEST_F(HostKeyPolicyTest, RecordsAServerByItsNameInSmallLetters)
+{
+    ToolSetup setup = withPolicy("new");
+    setup.arguments[1] = "tester@LocalHost:" + std::to_string(server_.port());
+    const ToolResult result = run(setup);
+    EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: recorded the ssh-ed25519 key of "));
+    EXPECT_THAT(knownHosts(), StartsWith("[localhost]:"));
+}
+
+TEST_F(HostKeyPolicyTest, RecordsEveryTypeOfKey)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    for (const KeyType type : kKeyTypes) {
+        OpenSshOptions options;
+        options.hostKeyTypes = {type};
+        const OpenSshServer server(options);
+        const ToolResult result =
+            run({"exec", target(server.port(), server.user()), "--identity",
+                 server.clientKey().privatePath, "--host-key-policy", "new", "--", "exit"});
+        EXPECT_THAT(result.errorOutput, StartsWith("tarnis: recorded the "));
+        EXPECT_THAT(knownHosts(), HasSubstr(server.hostKey(type).publicLine));
+    }
+}
+
 /// A server with a key of every type, of which the user knows one.
 class ServerWithSeveralKeysTest : public ToolTest
 {
 protected:
-    static constexpr KeyType types[] = {KeyType::Ed25519, KeyType::Ecdsa, KeyType::Rsa};
-
     void SetUp() override
     {
         ToolTest::SetUp();
@@ -225,7 +311,7 @@ protected:
             return;
         }
         OpenSshOptions options;
-        options.hostKeyTypes.assign(std::begin(types), std::end(types));
+        options.hostKeyTypes.assign(kKeyTypes.begin(), kKeyTypes.end());
         server_ = std::make_unique<OpenSshServer>(options);
     }
 
@@ -255,7 +341,7 @@ protected:
 
 TEST_F(ServerWithSeveralKeysTest, ExecIsShownTheOneThatTheNamedFileHas)
 {
-    for (const KeyType type : types) {
+    for (const KeyType type : kKeyTypes) {
         std::vector<std::string> arguments = visit("exec", type);
         arguments.insert(arguments.end(), {"--", "echo in"});
         const ToolResult result = run(arguments);
@@ -266,7 +352,7 @@ TEST_F(ServerWithSeveralKeysTest, ExecIsShownTheOneThatTheNamedFileHas)
 
 TEST_F(ServerWithSeveralKeysTest, DoctorIsShownTheOneThatTheNamedFileHas)
 {
-    for (const KeyType type : types) {
+    for (const KeyType type : kKeyTypes) {
         const ToolResult result = run(visit("doctor", type));
         EXPECT_EQ(result.exitCode, 0) << keyTypeName(type) << ": " << result.output;
         EXPECT_THAT(result.output, HasSubstr(server_->hostKey(type).fingerprint + ", known\n"));
@@ -276,7 +362,7 @@ TEST_F(ServerWithSeveralKeysTest, DoctorIsShownTheOneThatTheNamedFileHas)
 TEST_F(ServerWithSeveralKeysTest, HostKeyIsShownTheOneThatTheNamedFileHas)
 {
     const std::string place = "127.0.0.1:" + std::to_string(server_->port());
-    for (const KeyType type : types) {
+    for (const KeyType type : kKeyTypes) {
         const ToolResult result = run({"hostkey", place, "--known-hosts", fileWith(type)});
         EXPECT_EQ(result.exitCode, 0) << keyTypeName(type) << ": " << result.errorOutput;
         EXPECT_THAT(result.output, HasSubstr(server_->hostKey(type).fingerprint));

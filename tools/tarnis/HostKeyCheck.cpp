@@ -8,8 +8,9 @@
 
 #include <Tarnis/HostAuthenticator.h>
 
+#include <algorithm>
+#include <cctype>
 #include <fstream>
-#include <iterator>
 
 namespace TarnisTool {
 
@@ -47,11 +48,41 @@ std::string quoted(const std::string& word)
     return result + "'";
 }
 
-bool fileContains(const std::string& path, const std::string& text)
+/// The line that libssh adds for a server; it writes every name in small letters.
+std::string knownHostsLine(const Target& target, const HostKey& key)
+{
+    std::string name = target.knownHostsName();
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char character) {
+        return static_cast<char>(std::tolower(character));
+    });
+    return name + " " + key.type + " " + key.base64;
+}
+
+bool hasLine(const std::string& path, const std::string& wanted)
 {
     std::ifstream file(path, std::ios::binary);
-    const std::string content{std::istreambuf_iterator<char>(file), {}};
-    return content.find(text) != std::string::npos;
+    for (std::string line; std::getline(file, line);) {
+        if (line == wanted) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Gives the last line of a file the line end that it lacks, as after an edit by hand: libssh would
+/// write the next entry onto it and spoil both. A file that cannot be read or written stays as it
+/// is, which shows when the entry is looked for.
+void endLastLine(const std::string& path)
+{
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary | std::ios::ate);
+    if (file.tellg() <= 0) {
+        return;
+    }
+    file.seekg(-1, std::ios::end);
+    if (file.get() != '\n') {
+        file.seekp(0, std::ios::end);
+        file.put('\n');
+    }
 }
 
 } // namespace
@@ -173,6 +204,9 @@ void HostKeyCheck::decideByAsking()
 
 void HostKeyCheck::accept(bool record)
 {
+    if (record) {
+        endLastLine(session_.getKnownHostsFile());
+    }
     const auto response =
         session_.hostAuthenticate(KnownHostFile(KnownHostFile::AutoMode::AcceptAll, record));
     if (response == nullptr || response->getResult() != AuthenticateHostResult::Accepted) {
@@ -190,7 +224,7 @@ void HostKeyCheck::reportRecording() const
 {
     const std::string file = session_.getKnownHostsFile();
     const std::string what = "the " + key_.type + " key of " + target_.display();
-    if (fileContains(file, key_.base64)) {
+    if (hasLine(file, knownHostsLine(target_, key_))) {
         report("recorded " + what + " in " + file);
     } else {
         report("could not record " + what + " in " + file);
