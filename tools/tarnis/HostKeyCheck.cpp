@@ -158,14 +158,15 @@ void HostKeyCheck::decide()
         return;
     case HostKeyMode::New:
         if (isMismatch()) {
-            report(warningForMismatch());
-            refuse("it is not the one in the known-hosts file");
+            refuseMismatch();
         }
         accept(true);
         return;
     case HostKeyMode::Known:
-        refuse(isMismatch() ? "it is not the one in the known-hosts file"
-                            : "the server is not in the known-hosts file (see --host-key-policy)");
+        if (isMismatch()) {
+            refuseMismatch();
+        }
+        refuse("the server is not in the known-hosts file (see --host-key-policy)");
     case HostKeyMode::All:
         if (isMismatch()) {
             report(warningForMismatch());
@@ -179,11 +180,12 @@ void HostKeyCheck::decide()
 void HostKeyCheck::decideByAsking()
 {
     const auto terminal = Terminal::open();
+    if (!terminal && isMismatch()) {
+        refuseMismatch();
+    }
     if (!terminal) {
-        refuse(describeProblem() +
-               (isMismatch() ? ", and there is no terminal to ask at"
-                             : ", and there is no terminal to ask at; --host-key-policy new "
-                               "accepts and records an unknown server"));
+        refuse(describeProblem() + ", and there is no terminal to ask at; --host-key-policy new "
+                                   "accepts and records an unknown server");
     }
     if (isMismatch()) {
         terminal->write("\n" + warningForMismatch() + "\n\n");
@@ -231,12 +233,18 @@ void HostKeyCheck::reportRecording() const
     }
 }
 
-void HostKeyCheck::refuse(const std::string& why) const
+void HostKeyCheck::refuse(const std::string& why, const std::string& advice) const
 {
     const FailureKind kind =
         isMismatch() ? FailureKind::HostKeyChanged : FailureKind::HostKeyUnknown;
     throw Failure(kind, "refused the host key of", target_.display(),
-                  why + " (" + key_.type + " " + key_.fingerprint + ")");
+                  why + " (" + key_.type + " " + key_.fingerprint + ")" + advice);
+}
+
+/// The warning is part of the refusal: a failure has one line.
+void HostKeyCheck::refuseMismatch() const
+{
+    refuse("WARNING: it is not the one in the known-hosts file", ". " + adviceOnMismatch());
 }
 
 std::string HostKeyCheck::describeProblem() const
@@ -261,14 +269,14 @@ std::string HostKeyCheck::describeProblem() const
 std::string HostKeyCheck::warningForMismatch() const
 {
     return "WARNING: " + target_.display() + " SHOWS ANOTHER HOST KEY (" + key_.type + " " +
-           key_.fingerprint + ") THAN THE ONE THAT IS KNOWN. " +
-           "Somebody may be listening in, or the server was set up anew. Ask its " +
-           "administrator; if it is right, remove the old key: " + removalCommand();
+           key_.fingerprint + ") THAN THE ONE THAT IS KNOWN. " + adviceOnMismatch();
 }
 
-std::string HostKeyCheck::removalCommand() const
+std::string HostKeyCheck::adviceOnMismatch() const
 {
-    return removalCommandFor(target_, session_.getKnownHostsFile());
+    return "Somebody may be listening in, or the server was set up anew. Ask its administrator; if "
+           "it is right, remove the old key: " +
+           removalCommandFor(target_, session_.getKnownHostsFile());
 }
 
 } // namespace TarnisTool

@@ -44,10 +44,11 @@ private:
     void decideByAsking();
     void accept(bool record);
     void reportRecording() const;
-    [[noreturn]] void refuse(const std::string& why) const;
+    [[noreturn]] void refuse(const std::string& why, const std::string& advice = {}) const;
+    [[noreturn]] void refuseMismatch() const;
     std::string describeProblem() const;
     std::string warningForMismatch() const;
-    std::string removalCommand() const;
+    std::string adviceOnMismatch() const;
 
     Tarnis::SSHSession& session_;
     const Target& target_;
