@@ -114,7 +114,8 @@ Result Login::tryMethod(LoginMethod& method)
         return Result::Denied;
     }
     const Result result = method.attempt(context_);
-    record(method.name(), describe(result));
+    const std::string hitch = result == Result::Denied ? method.obstacle() : std::string();
+    record(method.name(), hitch.empty() ? describe(result) : "not tried, " + hitch);
     return result;
 }
 

@@ -3,7 +3,6 @@
 #include "Connecting.h"
 #include "Failure.h"
 #include "IdentityFile.h"
-#include "Messages.h"
 #include "Terminal.h"
 
 #include <Tarnis/UserAuthenticator.h>
@@ -19,6 +18,8 @@ using Result = Tarnis::AuthenticateUserResult;
 
 // As often as users are used to.
 constexpr int typingAttempts = 3;
+
+constexpr const char* noneFits = "no pass phrase that fits was typed";
 
 /// Puts another message in the place of the last one, and returns it: a denial in the same words as
 /// the one before could not be told from no denial otherwise. The port zero is refused and changes
@@ -106,32 +107,34 @@ std::string NamedKey::obstacle() const
 Result NamedKey::attempt(LoginContext& context)
 {
     if (!isEncrypted_) {
-        return attemptWith(context, {});
+        return attemptWith(context, {}, "it holds no key that can be used");
     }
-    if (passPhrase_ == nullptr) {
-        return typed_ ? attemptWith(context, typed_->text()) : askAndAttempt(context);
+    if (passPhrase_ != nullptr) {
+        return attemptWith(context, passPhrase_->text(), "the given pass phrase does not fit");
     }
-    const Result result = attemptWith(context, passPhrase_->text());
-    if (!context.wasServerAsked()) {
-        report("the pass phrase does not fit the key " + path_);
-    }
-    return result;
+    return typed_ ? attemptWith(context, typed_->text(), noneFits) : askAndAttempt(context);
 }
 
-Result NamedKey::attemptWith(LoginContext& context, const std::string& passPhrase) const
+/// \param problem what it means that the key never reaches the server.
+Result NamedKey::attemptWith(LoginContext& context, const std::string& passPhrase,
+                             const char* problem)
 {
-    return context.attempt(Tarnis::UserAuthenticatorPrivateKeyFile(path_, passPhrase));
+    const Result result =
+        context.attempt(Tarnis::UserAuthenticatorPrivateKeyFile(path_, passPhrase));
+    problem_ = context.wasServerAsked() ? "" : problem;
+    return result;
 }
 
 Result NamedKey::askAndAttempt(LoginContext& context)
 {
+    problem_ = noneFits;
     const auto terminal = Terminal::open();
     for (int i = 0; terminal && i < typingAttempts; ++i) {
         auto passPhrase = terminal->askSecret("Pass phrase for the key " + path_ + ": ");
         if (!passPhrase || passPhrase->isEmpty()) {
             break;
         }
-        const Result result = attemptWith(context, passPhrase->text());
+        const Result result = attemptWith(context, passPhrase->text(), noneFits);
         if (context.wasServerAsked()) {
             typed_ = std::move(passPhrase);
             return result;

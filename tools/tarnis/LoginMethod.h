@@ -62,7 +62,8 @@ public:
     /// "publickey" or "password".
     virtual std::string protocolName() const = 0;
 
-    /// Why the method cannot be tried at all; empty where it can.
+    /// Why the method cannot be tried, as far as is known: an attempt may show that a pass phrase
+    /// does not fit. Empty where it can.
     virtual std::string obstacle() const { return {}; }
 
     virtual Tarnis::AuthenticateUserResult attempt(LoginContext& context) = 0;
@@ -103,8 +104,8 @@ public:
     Tarnis::AuthenticateUserResult attempt(LoginContext& context) override;
 
 private:
-    Tarnis::AuthenticateUserResult attemptWith(LoginContext& context,
-                                               const std::string& passPhrase) const;
+    Tarnis::AuthenticateUserResult attemptWith(LoginContext& context, const std::string& passPhrase,
+                                               const char* problem);
     Tarnis::AuthenticateUserResult askAndAttempt(LoginContext& context);
 
     std::string path_;
