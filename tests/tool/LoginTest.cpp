@@ -221,6 +221,109 @@ TEST_F(LoginTest, ReportsADenialInOneLineWithWhatWasTried)
     EXPECT_THAT(result.errorOutput, HasSubstr("password: not tried, the server does not take it"));
 }
 
+/// A user whose default keys are encrypted.
+class DefaultKeyLoginTest : public LoginTest
+{
+protected:
+    static constexpr const char* prompt = "Pass phrase for the key ";
+
+    /// \param hasPublicHalf whether the public key lies beside it: the server can be asked about it
+    ///                      without the pass phrase then.
+    std::string makeDefault(const std::string& name, const KeyPair& key, bool hasPublicHalf) const
+    {
+        const std::string path = home().file(".ssh/" + name);
+        std::filesystem::copy(key.privatePath, path);
+        if (hasPublicHalf) {
+            std::filesystem::copy(key.publicPath, path + ".pub");
+        }
+        return path;
+    }
+
+    std::unique_ptr<ToolRun> startAtTerminal(ToolSetup setup) const
+    {
+        setup.hasTerminal = true;
+        return start(setup);
+    }
+};
+
+TEST_F(DefaultKeyLoginTest, AsksForThePassPhrase)
+{
+    for (const bool hasPublicHalf : {false, true}) {
+        const std::string path = makeDefault("id_ed25519", encryptedKey_, hasPublicHalf);
+        const auto tool = startAtTerminal(login({}));
+        ASSERT_TRUE(tool->waitForScreen(prompt + path + ": ")) << tool->errorOutput();
+        tool->type(std::string(kPassPhrase) + "\n");
+        EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+        EXPECT_EQ(tool->output(), "in\n");
+        std::filesystem::remove(path);
+    }
+}
+
+TEST_F(DefaultKeyLoginTest, AsksForEachUntilOneIsAccepted)
+{
+    const KeyPair other =
+        generateKey(home(), "other", KeyType::Ecdsa, KeyFormat::OpenSsh, kPassPhrase);
+    const std::string first = makeDefault("id_ecdsa", other, true);
+    // Default keys go by name, whatever is in them.
+    const std::string second = makeDefault("id_rsa", encryptedKey_, true);
+    const auto tool = startAtTerminal(login({}));
+    ASSERT_TRUE(tool->waitForScreen(prompt + first + ": ")) << tool->errorOutput();
+    tool->type(std::string(kPassPhrase) + "\n");
+    ASSERT_TRUE(tool->waitForScreen(prompt + second + ": ")) << tool->errorOutput();
+    tool->type(std::string(kPassPhrase) + "\n");
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+}
+
+TEST_F(DefaultKeyLoginTest, AsksNothingWhenAnotherKeyIsAccepted)
+{
+    makeDefault("id_ed25519", encryptedKey_, true);
+    makeDefault("id_ecdsa", server_->clientKey(), true);
+    const auto tool = startAtTerminal(login({}));
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+    EXPECT_EQ(tool->screen(), "");
+}
+
+TEST_F(DefaultKeyLoginTest, TakesAGivenPassPhrase)
+{
+    makeDefault("id_ed25519", encryptedKey_, true);
+    ToolSetup setup = login({"--passphrase-env", "PHRASE"});
+    setup.environment = {std::string("PHRASE=") + kPassPhrase};
+    expectIn(setup);
+}
+
+TEST_F(DefaultKeyLoginTest, AsksBeforeItAsksForThePassword)
+{
+    const std::string path = makeDefault("id_ed25519", encryptedKey_, true);
+    ScriptedPolicy policy;
+    policy.offeredMethods = {AuthMethod::PublicKey, AuthMethod::Password};
+    policy.authenticate = [](const ServerEvent& attempt) {
+        return attempt.password == "secret" ? AuthReply::accept() : AuthReply::deny();
+    };
+    const ScriptedServer server(policy);
+    trust(server.port(), ScriptedServer::hostPublicKeyBase64());
+    const auto tool = startAtTerminal(loginTo(server.port(), "tester", {}));
+    ASSERT_TRUE(tool->waitForScreen(prompt + path + ": ")) << tool->errorOutput();
+    EXPECT_THAT(tool->screen(), Not(HasSubstr("Password of ")));
+    // An empty line passes the key over.
+    tool->type("\n");
+    ASSERT_TRUE(tool->waitForScreen("Password of ")) << tool->errorOutput();
+    tool->type("secret\n");
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+}
+
+TEST_F(DefaultKeyLoginTest, SaysWithoutATerminalThatTheKeyIsEncrypted)
+{
+    const std::string path = makeDefault("id_ed25519", encryptedKey_, true);
+    const ToolResult result = run(login({}));
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_EQ(lineCount(result.errorOutput), 1U);
+    EXPECT_THAT(result.errorOutput,
+                HasSubstr("default key " + path +
+                          ": not tried, the key is encrypted, and there is no terminal to ask for "
+                          "its pass phrase (--identity takes it, with --passphrase-fd or "
+                          "--passphrase-env)"));
+}
+
 /// Where passwords are wanted.
 class PasswordLoginTest : public LoginTest
 {

@@ -6,10 +6,14 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace TarnisTool {
 
@@ -49,6 +53,21 @@ bool isEncryptedPemKey(std::string_view text)
            contains(text, "Proc-Type: 4,ENCRYPTED");
 }
 
+/// As libssh finds it: HOME counts only for a user without an account.
+std::string homeDirectory()
+{
+    constexpr std::size_t ample = 16384;
+    std::array<char, ample> buffer{};
+    passwd account{};
+    passwd* found = nullptr;
+    if (::getpwuid_r(::getuid(), &account, buffer.data(), buffer.size(), &found) == 0 &&
+        found != nullptr) {
+        return found->pw_dir;
+    }
+    const char* const home = std::getenv("HOME");
+    return home != nullptr ? home : "";
+}
+
 } // namespace
 
 IdentityFile IdentityFile::inspect(const std::string& path)
@@ -69,6 +88,18 @@ IdentityFile IdentityFile::inspect(const std::string& path)
     // Of a key that is not encrypted, part of the secret itself was just read.
     ::explicit_bzero(buffer.data(), buffer.size());
     return result;
+}
+
+std::vector<std::string> encryptedDefaultKeys()
+{
+    std::vector<std::string> encrypted;
+    for (const char* const name : {"id_ed25519", "id_ecdsa", "id_rsa"}) {
+        std::string path = homeDirectory() + "/.ssh/" + name;
+        if (IdentityFile::inspect(path).isEncrypted) {
+            encrypted.push_back(std::move(path));
+        }
+    }
+    return encrypted;
 }
 
 } // namespace TarnisTool

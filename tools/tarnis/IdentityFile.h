@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace TarnisTool {
 
@@ -16,5 +17,9 @@ struct IdentityFile
     /// Whether its key needs a pass phrase.
     bool isEncrypted = false;
 };
+
+/// The paths of those default keys of the user that need a pass phrase, in the order in which
+/// libssh tries them.
+std::vector<std::string> encryptedDefaultKeys();
 
 } // namespace TarnisTool

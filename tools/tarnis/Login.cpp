@@ -1,7 +1,7 @@
 #include "Login.h"
 
 #include "Failure.h"
-#include "Messages.h"
+#include "IdentityFile.h"
 
 #include <Tarnis/UserAuthenticator.h>
 
@@ -53,12 +53,24 @@ Login::Login(Tarnis::SSHSession& session, const Target& target, const LoginOptio
     , context_(session, target)
 {
     if (options.identities.empty()) {
-        methods_.push_back(std::make_unique<DefaultKeys>(lend(secrets_.passPhrase)));
+        addDefaultKeys();
     }
     for (const std::string& path : options.identities) {
         methods_.push_back(std::make_unique<NamedKey>(path, lend(secrets_.passPhrase)));
     }
     methods_.push_back(std::make_unique<Password>(lend(secrets_.password)));
+}
+
+void Login::addDefaultKeys()
+{
+    methods_.push_back(std::make_unique<DefaultKeys>(lend(secrets_.passPhrase)));
+    if (secrets_.passPhrase) {
+        // The encrypted ones are tried with it among the others.
+        return;
+    }
+    for (const std::string& path : encryptedDefaultKeys()) {
+        methods_.push_back(std::make_unique<EncryptedDefaultKey>(path));
+    }
 }
 
 void Login::run()

@@ -46,6 +46,7 @@ private:
         Denied
     };
 
+    void addDefaultKeys();
     RoundResult tryEachMethod();
     Tarnis::AuthenticateUserResult tryMethod(LoginMethod& method);
     void record(const std::string& what, const std::string& result);

@@ -21,9 +21,16 @@ constexpr int typingAttempts = 3;
 
 constexpr const char* noneFits = "no pass phrase that fits was typed";
 
-/// Puts another message in the place of the last one, and returns it: a denial in the same words as
-/// the one before could not be told from no denial otherwise. The port zero is refused and changes
-/// nothing.
+/// Puts another message in the place of the session's last one, and returns it.
+///
+/// The library answers Denied both when the server refused a key and when the key could not even be
+/// decrypted. What tells the two apart is whether libssh has a new message: it writes one for every
+/// denial by a server, and none about a key file, which it reads without the session. Two denials
+/// have the same words, though, so the old message has to go first. Only a call that fails replaces
+/// it, and this one always does: a port of zero is refused before anything is changed or sent.
+///
+/// Should it ever leave the message alone, a second denial in the same words passes for a pass
+/// phrase that does not fit: the user is asked again, or told so. Nobody gets in by that.
 std::string forgetLastError(Tarnis::SSHSession& session)
 {
     static_cast<void>(session.setPortNumber(0));
@@ -98,10 +105,15 @@ NamedKey::NamedKey(std::string path, const Secret* passPhrase)
 std::string NamedKey::obstacle() const
 {
     if (problem_.empty() && isEncrypted_ && passPhrase_ == nullptr && !Terminal::open()) {
-        return "the key is encrypted, and there is no terminal to ask for its pass phrase "
-               "(see --passphrase-fd and --passphrase-env)";
+        return "the key is encrypted, and there is no terminal to ask for its pass phrase (" +
+               wayOut() + ")";
     }
     return problem_;
+}
+
+std::string NamedKey::wayOut() const
+{
+    return "see --passphrase-fd and --passphrase-env";
 }
 
 Result NamedKey::attempt(LoginContext& context)
@@ -142,6 +154,11 @@ Result NamedKey::askAndAttempt(LoginContext& context)
         terminal->write("That is not it.\n");
     }
     return Result::Denied;
+}
+
+std::string EncryptedDefaultKey::wayOut() const
+{
+    return "--identity takes it, with --passphrase-fd or --passphrase-env";
 }
 
 Password::Password(const Secret* password)

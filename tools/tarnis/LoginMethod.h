@@ -72,7 +72,8 @@ public:
     bool isUsed = false;
 };
 
-/// The keys of the agent, then the default ones of the user's home directory.
+/// The keys of the agent, then the default ones of the user's home directory. Without a pass
+/// phrase, encrypted ones are passed over.
 class DefaultKeys : public LoginMethod
 {
 public:
@@ -104,6 +105,8 @@ public:
     Tarnis::AuthenticateUserResult attempt(LoginContext& context) override;
 
 private:
+    /// What to do where there is nobody to ask.
+    virtual std::string wayOut() const;
     Tarnis::AuthenticateUserResult attemptWith(LoginContext& context, const std::string& passPhrase,
                                                const char* problem);
     Tarnis::AuthenticateUserResult askAndAttempt(LoginContext& context);
@@ -114,6 +117,20 @@ private:
     const Secret* passPhrase_;
     /// Typed by the user and known to fit; kept for a server that wants the key at a later step.
     std::optional<Secret> typed_;
+};
+
+/// A default key that needs a pass phrase, for the user at the terminal to type.
+class EncryptedDefaultKey : public NamedKey
+{
+public:
+    explicit EncryptedDefaultKey(const std::string& path)
+        : NamedKey(path, nullptr)
+    {}
+
+    std::string name() const override { return "default " + NamedKey::name(); }
+
+private:
+    std::string wayOut() const override;
 };
 
 /// The user's password on the server.
