@@ -112,7 +112,8 @@ TEST_F(DoctorTest, AdvisesOnARefusedConnection)
     const ToolResult result = examine(port.number());
     expectFailureAt("connect", result);
     EXPECT_THAT(result.output, HasSubstr("Connection refused"));
-    EXPECT_THAT(result.output, HasSubstr("no server listens on port"));
+    EXPECT_THAT(result.output,
+                HasSubstr("no server listens on port " + std::to_string(port.number()) + ". "));
 }
 
 TEST_F(DoctorTest, AdvisesOnAServerThatDoesNotAnswer)

@@ -2,10 +2,81 @@
 
 #include "HostKeyCheck.h"
 
+#include <array>
+#include <string_view>
+
 namespace TarnisTool {
 
 namespace {
 
+struct KnownAdvice
+{
+    FailureKind kind;
+    /// With {user}, {host} and {port} for those of the target.
+    std::string_view text;
+};
+
+constexpr std::array<KnownAdvice, 12> knownAdvice{{
+    {FailureKind::UnknownHostName,
+     "Check the spelling of {host}, and that this machine's name service works: getent hosts "
+     "{host}"},
+    {FailureKind::ConnectionRefused,
+     "The machine answers, but no server listens on port {port}. Check that the SSH server runs "
+     "there, and that the port is right (host:port names another one)."},
+    {FailureKind::ConnectionTimedOut,
+     "Nothing answers on port {port}. The machine is off or hangs, or a firewall drops the "
+     "connection. Check the address, and whether a VPN or another network is needed."},
+    {FailureKind::HostUnreachable,
+     "No network leads there. Check this machine's network, its routes and its VPN."},
+    {FailureKind::NoCommonAlgorithm,
+     "Server and client share no algorithm, which is usual with very old servers. The server's "
+     "software has to be brought up to date."},
+    {FailureKind::NotAnSshServer,
+     "What listens on port {port} closed the connection or does not speak SSH. Check the port; if "
+     "it is right, see the server's log (too many connections, or this address is blocked)."},
+    {FailureKind::HostKeyUnknown,
+     "Compare the fingerprint with one from a safe source. If it is right, run this at a terminal, "
+     "or use --host-key-policy new."},
+    {FailureKind::HostKeyNotChecked,
+     "Check that the known-hosts file can be read and that its lines are whole."},
+    {FailureKind::LoginDenied,
+     "Check the user name ({user}). The public half of the key must stand in "
+     "~/.ssh/authorized_keys of that user on the server, in a file that nobody else may write. "
+     "Name a key with --identity, a password with --password-fd or --password-env."},
+    {FailureKind::ConnectionLost,
+     "The connection broke. Try again; if it breaks at the same place, see the server's log."},
+    {FailureKind::CommandRefused,
+     "The server lets the user in but runs no commands: the account is for file transfer only, its "
+     "shell is not allowed, or the server limits sessions. The server's administrator can tell."},
+    {FailureKind::CommandTimedOut,
+     "The user's shell on the server does not get to its command. Check its start-up files."},
+}};
+
+constexpr std::string_view noKeyboardInteractive =
+    " This program does not answer keyboard-interactive questions: a server that takes nothing "
+    "else for passwords must allow PasswordAuthentication or a key.";
+
+std::string valueOf(std::string_view placeholder, const Target& target)
+{
+    if (placeholder == "{port}") {
+        return std::to_string(target.port);
+    }
+    return placeholder == "{host}" ? target.host : target.user;
+}
+
+std::string fillIn(std::string_view text, const Target& target)
+{
+    std::string result;
+    for (auto open = text.find('{'); open != std::string_view::npos; open = text.find('{')) {
+        const auto close = text.find('}', open);
+        result += text.substr(0, open);
+        result += valueOf(text.substr(open, close + 1 - open), target);
+        text.remove_prefix(close + 1);
+    }
+    return result + std::string(text);
+}
+
+/// With the command on a line of its own, to be copied.
 std::string adviceForChangedKey(const Target& target, const LoginOptions& options)
 {
     return "Either the server was set up anew, or somebody is posing as it. Ask its administrator "
@@ -14,66 +85,24 @@ std::string adviceForChangedKey(const Target& target, const LoginOptions& option
            removalCommandFor(target, options.reach.knownHostsFile) + "\nand connect again.";
 }
 
-std::string adviceForLogin(const Failure& failure, const Target& target)
+std::string_view supplementFor(const Failure& failure)
 {
-    std::string advice = "Check the user name (" + target.user +
-                         "). The public half of the key must stand in ~/.ssh/authorized_keys of "
-                         "that user on the server, in a file that nobody else may write. Name a "
-                         "key with --identity, a password with --password-fd or --password-env.";
-    if (failure.reason().find("keyboard-interactive") != std::string::npos) {
-        advice += " This program does not answer keyboard-interactive questions: a server that "
-                  "takes nothing else for passwords must allow PasswordAuthentication or a key.";
-    }
-    return advice;
+    const bool wantsAnswers = failure.kind() == FailureKind::LoginDenied &&
+                              failure.reason().find("keyboard-interactive") != std::string::npos;
+    return wantsAnswers ? noKeyboardInteractive : std::string_view();
 }
 
 } // namespace
 
 std::string adviceFor(const Failure& failure, const Target& target, const LoginOptions& options)
 {
-    const std::string port = std::to_string(target.port);
-    switch (failure.kind()) {
-    case FailureKind::UnknownHostName:
-        return "Check the spelling of " + target.host +
-               ", and that this machine's name service works: getent hosts " + target.host;
-    case FailureKind::ConnectionRefused:
-        return "The machine answers, but no server listens on port " + port +
-               ". Check that the SSH server runs there, and that the port is right "
-               "(host:port names another one).";
-    case FailureKind::ConnectionTimedOut:
-        return "Nothing answers on port " + port +
-               ". The machine is off or hangs, or a firewall drops the connection. Check the "
-               "address, and whether a VPN or another network is needed.";
-    case FailureKind::HostUnreachable:
-        return "No network leads there. Check this machine's network, its routes and its VPN.";
-    case FailureKind::NoCommonAlgorithm:
-        return "Server and client share no algorithm, which is usual with very old servers. The "
-               "server's software has to be brought up to date.";
-    case FailureKind::NotAnSshServer:
-        return "What listens on port " + port +
-               " closed the connection or does not speak SSH. Check the port; if it is right, see "
-               "the server's log (too many connections, or this address is blocked).";
-    case FailureKind::HostKeyUnknown:
-        return "Compare the fingerprint with one from a safe source. If it is right, run this at a "
-               "terminal, or use --host-key-policy new.";
-    case FailureKind::HostKeyChanged:
+    if (failure.kind() == FailureKind::HostKeyChanged) {
         return adviceForChangedKey(target, options);
-    case FailureKind::HostKeyNotChecked:
-        return "Check that the known-hosts file can be read and that its lines are whole.";
-    case FailureKind::LoginDenied:
-        return adviceForLogin(failure, target);
-    case FailureKind::ConnectionLost:
-        return "The connection broke. Try again; if it breaks at the same place, see the server's "
-               "log.";
-    case FailureKind::CommandRefused:
-        return "The server lets the user in but runs no commands: the account is for file transfer "
-               "only, its shell is not allowed, or the server limits sessions. The server's "
-               "administrator can tell.";
-    case FailureKind::CommandTimedOut:
-        return "The user's shell on the server does not get to its command. Check its start-up "
-               "files.";
-    case FailureKind::LocalProblem:
-        break;
+    }
+    for (const KnownAdvice& advice : knownAdvice) {
+        if (advice.kind == failure.kind()) {
+            return fillIn(advice.text, target) + std::string(supplementFor(failure));
+        }
     }
     return {};
 }
