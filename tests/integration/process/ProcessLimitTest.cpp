@@ -3,7 +3,10 @@
 #include "handles/SSHCallLimits.h"
 #include "integration/process/ProcessTest.h"
 
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace TarnisTest {
 
@@ -74,22 +77,69 @@ TEST(ProcessRetryLimit, LetsAnotherProcessStart)
     EXPECT_EQ(next->getExitCode(), 0);
 }
 
+/// A server that no longer reads, behind sockets that are full.
 class StoppedServerLimitTest : public OpenSshSessionTest
-{};
-
-TEST_F(StoppedServerLimitTest, EndsAnEndOfFileThatCannotBeSent)
 {
-    const auto process = startProcess(session(), "cat >/dev/null");
-    server().suspendAll();
-    const std::string data(kMebibyte, 'x');
-    while (process->writeSome(data.data(), data.size(), milliseconds(20)).status ==
-           Status::Transferred) {
+protected:
+    void SetUp() override
+    {
+        OpenSshSessionTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        counter_ = startProcess(session(), "wc -c");
+        // The server's windows for all of them are more than the sockets of a connection hold.
+        for (int i = 0; i < 8; ++i) {
+            ballast_.push_back(startProcess(session(), "cat >/dev/null"));
+        }
+        server().suspendAll();
+        written_ = fill(*counter_);
+        for (const auto& process : ballast_) {
+            fill(*process);
+        }
+        ASSERT_EQ(fill(*ballast_.back()), 0U);
     }
+
+    /// Writes for as long as anything is taken. The number of bytes.
+    static std::size_t fill(const Tarnis::SSHProcess& process)
+    {
+        const std::string data(kMebibyte, 'x');
+        std::size_t total = 0;
+        for (;;) {
+            const auto written = process.writeSome(data.data(), data.size(), milliseconds(20));
+            total += written.count;
+            if (written.status != Status::Transferred) {
+                return total;
+            }
+        }
+    }
+
+    /// Counts its input, of which it was given this much.
+    std::unique_ptr<Tarnis::SSHProcess> counter_;
+    std::size_t written_ = 0;
+
+private:
+    std::vector<std::unique_ptr<Tarnis::SSHProcess>> ballast_;
+};
+
+TEST_F(StoppedServerLimitTest, AnEndOfFileThatCannotBeSentIsSentLater)
+{
+    {
+        const ShortRetryLimit limit;
+        EXPECT_TRUE(counter_->sendEOF()) << session().getLastError();
+        EXPECT_EQ(counter_->getProcessState(), State::Running);
+    }
+    server().resumeAll();
+    EXPECT_EQ(readToEnd(*counter_, standardOutput), std::to_string(written_) + "\n");
+    EXPECT_TRUE(counter_->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(counter_->getExitCode(), 0);
+}
+
+TEST_F(StoppedServerLimitTest, ASignalThatCannotBeSentFails)
+{
     const ShortRetryLimit limit;
-    // Whether they fit into the socket is the system's business; that they return is the point.
-    process->sendEOF();
-    process->sendSignal("TERM");
-    EXPECT_EQ(process->getProcessState(), State::Running);
+    EXPECT_FALSE(counter_->sendSignal("TERM"));
+    EXPECT_EQ(counter_->getProcessState(), State::Running);
 }
 
 } // namespace
