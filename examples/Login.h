@@ -27,10 +27,11 @@ struct Login
     }
 };
 
-/// Says on standard error what failed and why. Always false.
+/// Says on standard error what failed, and libssh's reason where it has one. Always false.
 inline bool failed(const Tarnis::SSHSession& session, const char* step)
 {
-    std::cerr << step << " failed: " << session.getLastError() << '\n';
+    const std::string reason = session.getLastError();
+    std::cerr << step << " failed" << (reason.empty() ? "" : ": " + reason) << '\n';
     return false;
 }
 

@@ -4,11 +4,13 @@
 #include "support/OpenSshServer.h"
 #include "support/PasswordSshServer.h"
 #include "support/RequireServer.h"
+#include "support/ScriptedServer.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -168,12 +170,75 @@ TEST_F(Examples, CancelBreaksOffACommandAndConnectsAgain)
     EXPECT_TRUE(result.succeeded()) << result.errorOutput;
 }
 
-TEST_F(Examples, TheProgramOfTheReadmeFailsHonestlyWhereNobodyAnswers)
+/// The README's program, which takes the user's own key and known hosts: those of a user whose home
+/// directory is the test's.
+class ReadmeExample : public Examples
 {
-    // A loopback address that no server of a test listens on; whoever does is not known.
-    const auto result = runExample("readme", {"127.255.255.254"});
-    EXPECT_EQ(result.status.code, 255);
-    EXPECT_NE(result.output, "");
+protected:
+    void SetUp() override
+    {
+        Examples::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        home_.makeDirectory(".ssh");
+        home_.write(".ssh/known_hosts", readFile(knownHosts_));
+        home_.write(".ssh/id_ed25519", server_->clientKey().privateText);
+    }
+
+    CommandResult visit(std::uint16_t port) const
+    {
+        return runExample("readme", {server_->user() + "@127.0.0.1", std::to_string(port)},
+                          {"HOME=" + home_.path().string(),
+                           std::string("LD_PRELOAD=") + TARNIS_HOME_SHIELD,
+                           // The shield comes before the sanitizer's own library.
+                           "ASAN_OPTIONS=verify_asan_link_order=0"});
+    }
+
+    CommandResult visit() const { return visit(server_->port()); }
+
+    static void expectFailure(const CommandResult& result, const std::string& message)
+    {
+        EXPECT_EQ(result.status.code, 255);
+        EXPECT_EQ(result.output, "");
+        EXPECT_THAT(result.errorOutput, HasSubstr(message));
+    }
+
+    TemporaryDirectory home_;
+};
+
+TEST_F(ReadmeExample, RunsItsCommand)
+{
+    const auto result = visit();
+    EXPECT_THAT(result.output, HasSubstr("Linux"));
+    EXPECT_EQ(result.errorOutput, "");
+    EXPECT_EQ(result.status.code, 0);
+}
+
+TEST_F(ReadmeExample, SaysWhyItDoesNotConnect)
+{
+    ScriptedPolicy policy;
+    policy.handshake = Handshake::CloseAtOnce;
+    const ScriptedServer server(policy);
+    expectFailure(visit(server.port()), "not connected, or not logged in: Socket error: ");
+}
+
+TEST_F(ReadmeExample, SaysThatItDoesNotKnowTheServer)
+{
+    home_.write(".ssh/known_hosts", "");
+    expectFailure(visit(), "the known-hosts file does not vouch for this server\n");
+}
+
+TEST_F(ReadmeExample, SaysThatItsKeyIsNotTaken)
+{
+    home_.write(".ssh/id_ed25519", generateKey(directory_, "stranger").privateText);
+    expectFailure(visit(), "not connected, or not logged in: Access denied for 'publickey'");
+}
+
+TEST_F(ReadmeExample, SaysThatThereIsNoKeyToTake)
+{
+    std::filesystem::remove(home_.file(".ssh/id_ed25519"));
+    expectFailure(visit(), "not connected, or not logged in: ");
 }
 
 } // namespace
