@@ -43,8 +43,9 @@ public:
     /// True: the state is Disconnected. False: it already was; nothing was done.
     bool disconnect();
 
-    /// The state. A connection that was lost is noticed here: the state is then Disconnected.
-    /// Does not wait for the network.
+    /// The state. A connection that was lost is noticed here: the state is then Disconnected. While
+    /// a running process has output that arrived before the loss and was not read yet, the state
+    /// stays, so that it can be. Does not wait for the network.
     RemoteSessionState getState();
 
     /// Whether there is a live connection, authenticated or not. As getState(), does not wait for
@@ -58,9 +59,10 @@ public:
     /// Whether there is a live connection and the user has been accepted.
     bool isAuthenticated() const;
 
-    /// Sets the server's host name or address; "user@host" sets the user name too. Takes effect at
-    /// the next connect(). Does not block on the network. False: libssh refuses the name, nothing
-    /// was changed.
+    /// Sets the server's host name or address; "user@host" sets the user name too. The next
+    /// connect() goes there. On a session that is connected it changes the name whose known-hosts
+    /// entry hostAuthenticate() looks up, so do not set it between the two. Does not block on the
+    /// network. False: libssh refuses the name, nothing was changed.
     bool setHostName(const std::string& hostName);
 
     /// The host name as set; empty when none was. Does not block on the network.
@@ -74,8 +76,9 @@ public:
     /// on the network.
     std::string getUserName();
 
-    /// Sets the server's TCP port, 22 when never called. Takes effect at the next connect(). Does
-    /// not block on the network. False: libssh refuses the number, nothing was changed.
+    /// Sets the server's TCP port, 22 when never called. As setHostName(): for the next connect(),
+    /// and at once for the known-hosts entry that is looked up. Does not block on the network.
+    /// False: libssh refuses the number, nothing was changed.
     bool setPortNumber(unsigned short port);
 
     /// The port in use; 0 when libssh cannot tell. Does not block on the network.
@@ -92,7 +95,8 @@ public:
     hostAuthenticate(const HostAuthenticator& authenticator);
 
     /// Proves who the user is, in the way that `authenticator` says. Runs only in state
-    /// UserAuthenticating. Blocks until the server has answered, at most about 100 seconds.
+    /// UserAuthenticating. Blocks until the server has answered, at most about 100 seconds; with an
+    /// agent, for as long as that takes to answer.
     ///
     /// Null: the state was another one, nothing was done. A response whose result is Success: the
     /// state is Authenticated. Any other result: the state is unchanged; after Partial the server

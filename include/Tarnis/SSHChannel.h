@@ -16,9 +16,9 @@ class SSHHandleChannel;
 /// One channel of a session: a stream of input to a remote command and two streams of output from
 /// it. Made by SSHSession::createProcess, as an SSHProcess.
 ///
-/// Failures: when the session was disconnected or destroyed, every operation but isValid() and the
-/// destructor throws FileSystem::handle_fatal_error("invalid"). Everything else is told by results;
-/// SSHSession::getLastError() says why.
+/// Failures: when the session was disconnected or destroyed, every operation that needs it, here
+/// all but isValid() and the destructor, throws FileSystem::handle_fatal_error("invalid").
+/// Everything else is told by results; SSHSession::getLastError() has libssh's reason.
 ///
 /// Threads: any thread may call any operation. All channels of a session take turns with it: a
 /// call waits for those of other threads on the same session. "Blocks on the server" below means
@@ -58,8 +58,9 @@ public:
     /// the network.
     bool isEOF() const;
 
-    /// Tells the remote side that no more input comes. Blocks until the request is sent, at most
-    /// about 100 seconds. True also when it was told before. False: it could not be sent.
+    /// Tells the remote side that no more input comes. Blocks until the request is sent, or taken
+    /// over by libssh, whose later calls send it; at most about 100 seconds. True also when it was
+    /// told before. False: it could not be sent, or the channel is not open.
     bool sendEOF() const;
 
     /// Sends a signal to the remote command.

@@ -25,8 +25,9 @@ struct SSHExecuteResult
     /// Everything that the command wrote to its standard error, byte for byte.
     std::string errorOutput;
 
-    /// The command's exit code; empty when the server reported none: the command was ended by a
-    /// signal, or `outcome` is not Completed.
+    /// The command's exit code; empty when the server reported none, as for a command that was
+    /// ended by a signal. Set beside TimedOut or ConnectionLost when the command itself had ended
+    /// before, and a background child kept its channel open.
     std::optional<int> exitCode;
 
     /// Name of the signal that ended the command, without "SIG" ("KILL", "TERM"); empty when none

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace Tarnis {
@@ -25,7 +26,8 @@ enum class SSHCommandLineProcessState : std::uint32_t
 ///
 /// Its output, error output and input are read and written with the operations of SSHChannel.
 /// Threads and failures as there; one thread may ask for the state while another one drives the
-/// process.
+/// process. Before the start and after the end, asking for the command line or the state needs no
+/// session and does not throw.
 class TARNIS_EXPORT SSHProcess : public SSHChannel
 {
 public:
@@ -48,7 +50,8 @@ public:
 
     /// Opens the channel and sends the command line followed by a line feed. Blocks on the server.
     /// True: the command runs. False: it is running or finished already (nothing was done), or the
-    /// channel or the command was refused (the state is Failed; start() may be called again).
+    /// channel or the command was refused (the state is Failed; start() may be called again). When
+    /// it throws, as on a session that is gone, the state stays Starting.
     bool start();
 
     /// setCommandLine(), then start().
@@ -66,7 +69,8 @@ public:
     /// Waits until the command has ended, at most `timeout`; zero or less only looks. Does not read
     /// its output: a command that waits for somebody to read does not end, and the end of one that
     /// was killed shows once its output was read. Other threads may use the session meanwhile.
-    /// True: it has ended, or its channel is closed. Does not change the state.
+    /// True: it has ended, or its channel is closed, as it is before the start. Does not change the
+    /// state.
     bool waitForFinished(std::chrono::milliseconds timeout) const;
 
     /// Sends the signal KILL. As SSHChannel::sendSignal.
@@ -86,6 +90,7 @@ private:
     bool runOnChannel(SSHCommandLineProcessState previous);
 
     std::string commandLine_;
+    mutable std::mutex commandLineMutex_;
     mutable std::atomic<SSHCommandLineProcessState> state_;
 };
 

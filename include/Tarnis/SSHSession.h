@@ -32,9 +32,9 @@ class SSHSessionInterface;
 /// read. Still taken from the environment, by libssh: the agent's socket (SSH_AUTH_SOCK), and the
 /// default keys and the default known-hosts file of the user's home directory.
 ///
-/// Failures: every operation throws FileSystem::handle_fatal_error("invalid") when libssh could
-/// not create a session object (out of memory); everything else is told by results, and
-/// getLastError() says why.
+/// Failures: when libssh could not create a session object (out of memory), operations that need
+/// one throw FileSystem::handle_fatal_error("invalid"). Everything else is told by results;
+/// getLastError() has libssh's reason where the failure was libssh's.
 ///
 /// Threads: as RemoteSession says. The library starts no thread. interrupt() is the one operation
 /// that never waits for another thread. A process that writes to a connection that its peer has
@@ -58,13 +58,16 @@ public:
     /// down: a connect() under way, an authentication, a read, a transfer. Each of them fails
     /// within moments and the session reads as Disconnected; connect() may then be called again.
     /// Does nothing when there is no connection. Call it from any thread, at any time during the
-    /// session's life; it does not block and does not wait for the session's lock. A host name
-    /// that is being resolved is not interrupted: connect() fails once the resolver returns.
+    /// session's life; it does not block and does not wait for the session's lock. Two things that
+    /// libssh waits for are not the connection and go on: a host name that is being resolved, and
+    /// an agent that has not answered (UserAuthenticatorPrivateKeyAuto).
     void interrupt() noexcept;
 
     /// Sets the known-hosts file that hostAuthenticate() reads and writes; without it, the user's.
-    /// "~" at the start is the home directory, "%%" is a percent sign. Does not block on the
-    /// network. False: libssh refuses the path, nothing was changed.
+    /// To be set before connect(), which asks a server of several host keys for one that the file
+    /// knows. "~" at the start is the home directory, "%%" is a percent sign; both are resolved by
+    /// connect(), so a path that is set later is taken as it stands. Does not block on the network.
+    /// False: libssh refuses the path, nothing was changed.
     bool setKnownHostsFile(const std::string& path);
 
     /// The known-hosts file as set, or as connect() chose it; empty when there is none yet.
@@ -128,6 +131,7 @@ private:
     do_userAuthenticate(const UserAuthenticator& authenticator) override;
 
     bool isSessionConnected() const;
+    void noticeLostConnection();
     void setBlocking(bool blocking);
     bool isBlocking() const;
     int runConnect();

@@ -198,13 +198,14 @@ private:
 };
 
 /// Proves the user by the first key that the server takes: those of the agent, then the default key
-/// files of the user's home directory.
+/// files of the user's home directory. An agent that does not answer, as one that asks its user,
+/// holds the login up for as long as it likes; SSHSession::interrupt() does not reach it.
 class TARNIS_EXPORT UserAuthenticatorPrivateKeyAuto : public UserAuthenticator
 {
 public:
-    /// \param passPhrase of the default keys that are encrypted; empty for none. Nobody is ever
-    /// asked
-    ///                   for one. libssh writes a missing public half beside a default key.
+    /// libssh writes a missing public half beside a default key. Nobody is ever asked for a pass
+    /// phrase.
+    /// \param passPhrase of the default keys that are encrypted; empty for none.
     explicit UserAuthenticatorPrivateKeyAuto(const std::string& passPhrase = "");
     UserAuthenticatorPrivateKeyAuto(const UserAuthenticatorPrivateKeyAuto& other);
     UserAuthenticatorPrivateKeyAuto(UserAuthenticatorPrivateKeyAuto&& other) noexcept;

@@ -1,5 +1,7 @@
 #include "handles/SSHCallLimits.h"
 
+#include "handles/Deadline.h"
+
 namespace Tarnis {
 
 std::atomic<SSHCallLimits::Ticks::rep> SSHCallLimits::retryLimit_{defaultRetryLimit.count()};
@@ -21,14 +23,7 @@ SSHCallLimits::Ticks SSHCallLimits::now()
 
 SSHCallLimits::Ticks SSHCallLimits::deadlineAfter(std::chrono::milliseconds timeout)
 {
-    const auto start = now();
-    if (timeout <= std::chrono::milliseconds::zero()) {
-        return start;
-    }
-    // Compared in the coarser unit: the longest time-outs do not fit the finer one.
-    const auto longest =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Ticks::max() - start);
-    return timeout >= longest ? Ticks::max() : start + timeout;
+    return Tarnis::deadlineAfter(now(), timeout);
 }
 
 } // namespace Tarnis

@@ -58,7 +58,8 @@ bool SSHHandleSession::mayHaveUnreadOutput() const
 {
     return std::any_of(children().begin(), children().end(), [](const auto& child) {
         const auto* const channel = dynamic_cast<const SSHHandleChannel*>(child.get());
-        return channel == nullptr || ssh_channel_is_eof(channel->getResource()) == 0;
+        return channel != nullptr && channel->wasOpened() &&
+               ssh_channel_is_eof(channel->getResource()) == 0;
     });
 }
 

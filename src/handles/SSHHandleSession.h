@@ -39,7 +39,8 @@ public:
     void replaceSession(ssh_session fresh);
 
     /// Whether anything below may still be read from a connection that has come to its end: false
-    /// once every channel was read to the end of its streams. To be called under the lock.
+    /// once every channel that was opened was read to the end of its streams. SFTP has nothing to
+    /// read but answers, which nobody waits for any more. To be called under the lock.
     bool mayHaveUnreadOutput() const;
 
     void setSessionInterface(SSHSessionInterface* sessionInterface) noexcept

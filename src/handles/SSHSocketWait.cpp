@@ -1,5 +1,6 @@
 #include "handles/SSHSocketWait.h"
 
+#include "handles/Deadline.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleChannel.h"
 
@@ -30,13 +31,7 @@ pollfd duplicateSocket(ssh_channel channel)
 
 SSHSocketWait::Clock::time_point SSHSocketWait::deadlineAfter(std::chrono::milliseconds timeout)
 {
-    const auto now = Clock::now();
-    if (timeout <= std::chrono::milliseconds::zero()) {
-        return now;
-    }
-    const auto longest =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - now);
-    return timeout >= longest ? Clock::time_point::max() : now + timeout;
+    return Tarnis::deadlineAfter(Clock::now(), timeout);
 }
 
 bool SSHSocketWait::wait(SSHHandleChannel& channel)

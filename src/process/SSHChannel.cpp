@@ -19,6 +19,7 @@ namespace {
 constexpr std::size_t largestChunk = 0x7FFFFFFF;
 constexpr int readTimeoutMilliseconds = 1;
 constexpr int pollTimeoutMilliseconds = 1;
+constexpr std::chrono::milliseconds noWait{0};
 
 SSHHandleChannel& valid(const std::shared_ptr<SSHHandleChannel>& channel)
 {
@@ -206,7 +207,7 @@ std::string SSHChannel::readAll(bool isStderr)
 SSHChannelTransfer SSHChannel::readSome(char* buffer, std::size_t size, bool isStderr,
                                         std::chrono::milliseconds timeout) const
 {
-    return transferWithin(timeout, valid(channel_), [=](ssh_channel channel) {
+    return transferWithin(size == 0 ? noWait : timeout, valid(channel_), [=](ssh_channel channel) {
         return readArrived(channel, buffer, size, isStderr);
     });
 }
@@ -214,7 +215,7 @@ SSHChannelTransfer SSHChannel::readSome(char* buffer, std::size_t size, bool isS
 SSHChannelTransfer SSHChannel::writeSome(const char* data, std::size_t size,
                                          std::chrono::milliseconds timeout) const
 {
-    return transferWithin(timeout, valid(channel_),
+    return transferWithin(size == 0 ? noWait : timeout, valid(channel_),
                           [=](ssh_channel channel) { return writeAccepted(channel, data, size); });
 }
 

@@ -26,12 +26,14 @@ SSHProcess::~SSHProcess() = default;
 
 std::string SSHProcess::getCommandLine()
 {
+    const std::lock_guard<std::mutex> lock(commandLineMutex_);
     return commandLine_;
 }
 
 bool SSHProcess::setCommandLine(const std::string& commandLine)
 {
     if (!isRunning() && !isFinished() && &commandLine != &commandLine_) {
+        const std::lock_guard<std::mutex> lock(commandLineMutex_);
         commandLine_ = commandLine;
     }
     // False either way: hosts have come to rely on it, so it cannot begin to mean anything.
@@ -100,7 +102,8 @@ bool SSHProcess::do_open()
 bool SSHProcess::runOnChannel(State previous)
 {
     const std::shared_ptr<SSHHandleChannel> channel = getChannel();
-    if (channel == nullptr || !fitsCString(commandLine_)) {
+    const std::string line = getCommandLine() + '\n';
+    if (channel == nullptr || !fitsCString(line)) {
         return false;
     }
     // A channel is opened once and takes one command.
@@ -110,7 +113,6 @@ bool SSHProcess::runOnChannel(State previous)
     if (!SSHChannel::do_open()) {
         return false;
     }
-    const std::string line = commandLine_ + '\n';
     auto request = [sent = false, text = line.c_str()](ssh_channel c) mutable {
         const int result = requestExec(c, text, sent);
         sent = result == SSH_AGAIN;

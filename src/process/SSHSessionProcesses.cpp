@@ -4,6 +4,7 @@
 #include "handles/SSHHandleSession.h"
 #include "process/CommandRunner.h"
 
+#include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
 
@@ -26,11 +27,16 @@ SSHExecuteResult SSHSession::execute(const std::string& commandLine, std::string
     if (!isAuthenticated()) {
         return {};
     }
-    auto channel = SSHHandleChannel::create(*session_);
-    if (channel == nullptr) {
+    try {
+        auto channel = SSHHandleChannel::create(*session_);
+        if (channel == nullptr) {
+            return {};
+        }
+        return CommandRunner(std::move(channel), input, timeout).run(commandLine);
+    } catch (const FileSystem::handle_fatal_error&) {
+        // Another thread disconnected the session before there was a command.
         return {};
     }
-    return CommandRunner(std::move(channel), input, timeout).run(commandLine);
 }
 
 } // namespace Tarnis

@@ -1,20 +1,12 @@
+#include "session/SessionStateBits.h"
+
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/RemoteSession.h>
 #include <Tarnis/UserAuthenticatorResponse.h>
 
-#include <cstdint>
-
 namespace Tarnis {
 
 namespace {
-
-constexpr std::uint32_t connectedBit = 2;
-constexpr std::uint32_t authenticatingBit = 4;
-
-bool hasBits(RemoteSessionState state, std::uint32_t bits)
-{
-    return (static_cast<std::uint32_t>(state) & bits) == bits;
-}
 
 /// The queries do not change the session for their caller, but they may be what notices that the
 /// connection was lost.

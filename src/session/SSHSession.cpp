@@ -2,6 +2,7 @@
 #include "handles/SSHHandleSession.h"
 #include "session/SSHSessionConnection.h"
 #include "session/SSHSessionOptions.h"
+#include "session/SessionStateBits.h"
 
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/SSHDefaultDeleter.h>
@@ -9,20 +10,7 @@
 #include <Tarnis/SessionBlockingGuard.h>
 #include <Tarnis/UserAuthenticatorResponse.h>
 
-#include <cstdint>
-
 namespace Tarnis {
-
-namespace {
-
-constexpr std::uint32_t connectedBit = 2;
-
-bool saysConnected(RemoteSessionState state)
-{
-    return (static_cast<std::uint32_t>(state) & connectedBit) != 0;
-}
-
-} // namespace
 
 SSHSession::SSHSession()
     : session_(std::make_unique<SSHHandleSession>(ssh_new()))
@@ -59,11 +47,20 @@ bool SSHSession::do_isAuthenticated() const
 
 RemoteSessionState SSHSession::do_getState()
 {
-    if (saysConnected(state_->load()) && !isSessionConnected()) {
+    if (hasBits(state_->load(), connectedBit)) {
+        noticeLostConnection();
+    }
+    return state_->load();
+}
+
+void SSHSession::noticeLostConnection()
+{
+    // Under the lock, or a connection that another thread makes meanwhile would be taken for lost.
+    const auto lock = session_->getLock();
+    if (hasBits(state_->load(), connectedBit) && !isSessionConnected()) {
         connection_->release();
         state_->exchange(RemoteSessionState::Disconnected);
     }
-    return state_->load();
 }
 
 bool SSHSession::do_connect()
@@ -71,21 +68,21 @@ bool SSHSession::do_connect()
     if (do_getState() != RemoteSessionState::Disconnected) {
         return false;
     }
-    const RemoteSessionState previous = state_->exchange(RemoteSessionState::Connecting);
-    if (previous != RemoteSessionState::Disconnected) {
-        // Another thread came in between; its state stands.
-        state_->exchange(previous);
+    const auto lock = session_->getLock();
+    if (state_->load() != RemoteSessionState::Disconnected) {
+        // Another thread came first; its state stands.
         return false;
     }
+    state_->exchange(RemoteSessionState::Connecting);
     const int result = runConnect();
     state_->exchange(result == SSH_OK ? RemoteSessionState::HostAuthenticating
                                       : RemoteSessionState::Disconnected);
     return result == SSH_OK;
 }
 
+/// To be called under the lock.
 int SSHSession::runConnect()
 {
-    const auto lock = session_->getLock();
     if (!connection_->prepare(*session_)) {
         return SSH_ERROR;
     }
@@ -106,6 +103,7 @@ bool SSHSession::do_disconnect()
     if (state_->load() == RemoteSessionState::Disconnected) {
         return false;
     }
+    const auto lock = session_->getLock();
     state_->exchange(RemoteSessionState::Disconnecting);
     endConnection([](ssh_session session) {
         SSHSessionConnection::flush(session);

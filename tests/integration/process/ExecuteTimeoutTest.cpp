@@ -38,6 +38,14 @@ TEST_F(ExecuteTimeoutTest, KillsACommandThatIgnoresTheEndOfItsInputAndTalksOn)
     expectOutput(session().execute("echo next"), "next\n");
 }
 
+TEST_F(ExecuteTimeoutTest, TellsTheExitCodeOfACommandWhoseBackgroundChildTookTheTime)
+{
+    const auto result = session().execute("while :; do echo more; sleep 0.1; done & exit 7", {},
+                                          milliseconds(2000));
+    EXPECT_EQ(result.outcome, Outcome::TimedOut) << describe(result);
+    EXPECT_EQ(result.exitCode, 7);
+}
+
 TEST_F(ExecuteTimeoutTest, EndsACommandThatDoesNotReadItsInput)
 {
     const std::string input(16 * kMebibyte, 'x');

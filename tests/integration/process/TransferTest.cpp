@@ -281,6 +281,15 @@ TEST_F(TransferTest, CarriesMoreThanTheWindowThroughACommandAndBack)
     EXPECT_EQ(sha256(back), sha256(data));
 }
 
+TEST_F(TransferTest, DoesNotWaitToTransferNothing)
+{
+    const auto process = startProcess(session(), "cat");
+    char byte = 'x';
+    const auto forEver = std::chrono::milliseconds::max();
+    EXPECT_EQ(process->readSome(&byte, 0, standardOutput, forEver).status, Status::TimedOut);
+    EXPECT_EQ(process->writeSome(&byte, 0, forEver).status, Status::TimedOut);
+}
+
 TEST_F(TransferTest, LetsOtherThreadsUseTheSessionWhileOneWaitsForOutput)
 {
     const auto process = startProcess(session(), "cat");

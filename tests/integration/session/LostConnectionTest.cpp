@@ -84,6 +84,24 @@ TEST_F(LostConnection, IsNoticedAfterACommandHasRun)
     EXPECT_TRUE(waitUntil([this] { return session().getState() == State::Disconnected; }));
 }
 
+TEST_F(LostConnection, IsNoticedThoughAProcessWasNotStartedYet)
+{
+    OpenSshOptions options;
+    // What the server says last is left unread, as by any idle session.
+    options.extraLines = {"ClientAliveInterval 1", "ClientAliveCountMax 1000"};
+    startServer(options);
+    const TcpProxy line(server().port());
+    ASSERT_TRUE(session().setPortNumber(line.port()));
+    ASSERT_TRUE(logIn()) << session().getLastError();
+    const auto process = session().createProcess("true");
+    ASSERT_NE(process, nullptr);
+    const auto received = line.forwardedBytes(TcpProxy::ToClient);
+    ASSERT_TRUE(waitUntil([&] { return line.forwardedBytes(TcpProxy::ToClient) > received; }));
+
+    server().killAll();
+    EXPECT_TRUE(waitUntil([this] { return session().getState() == State::Disconnected; }));
+}
+
 TEST_F(LostConnection, IsNoticedThoughTheServersLastBytesAreUnread)
 {
     OpenSshOptions options;

@@ -6,13 +6,17 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
+#include <future>
 
 namespace TarnisTest {
 
 using namespace Tarnis;
 
 namespace {
+
+using State = RemoteSessionState;
 
 class SessionReconnect : public OpenSshTest
 {
@@ -206,6 +210,37 @@ TEST_F(SessionReconnect, InvalidatesWhatWasMadeFromTheLostConnection)
     EXPECT_THROW(started->sendEOF(), FileSystem::handle_fatal_error);
     EXPECT_THROW(notStarted->start(), FileSystem::handle_fatal_error);
     EXPECT_TRUE(runsCommands(session()));
+}
+
+TEST_F(SessionReconnect, IsNotUndoneByAnotherThreadThatAsksForTheState)
+{
+    std::atomic<bool> done{false};
+    auto asking = std::async(std::launch::async, [&] {
+        while (!done) {
+            static_cast<void>(session().getState());
+        }
+    });
+    for (int round = 0; round < 10; ++round) {
+        ASSERT_TRUE(session().connect()) << session().getLastError();
+        EXPECT_EQ(session().getState(), State::HostAuthenticating);
+        server().killConnections();
+        ASSERT_TRUE(waitUntil([this] { return session().getState() == State::Disconnected; }));
+    }
+    done = true;
+}
+
+TEST_F(SessionReconnect, WorksAfterThreadsThatTriedToConnectAtTheSameTime)
+{
+    const RefusingPort refusing;
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(session().setPortNumber(refusing.port()));
+        auto other = std::async(std::launch::async, [this] { return session().connect(); });
+        EXPECT_FALSE(session().connect());
+        EXPECT_FALSE(other.get());
+        ASSERT_EQ(session().getState(), State::Disconnected);
+    }
+    ASSERT_TRUE(session().setPortNumber(server().port()));
+    expectConnectsAgain();
 }
 
 TEST_F(SessionReconnect, TellsBetweenTheAttemptsWhyTheLastOneFailed)

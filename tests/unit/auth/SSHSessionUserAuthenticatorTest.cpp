@@ -65,7 +65,6 @@ protected:
     UserAuthentication()
     {
         libssh.connected = 1;
-        libssh.connected = true;
         const auto keyImported = DoAll(SetArgPointee<4>(fakeKey()), Return(SSH_OK));
         ON_CALL(libssh, ssh_pki_import_privkey_base64).WillByDefault(keyImported);
         ON_CALL(libssh, ssh_pki_import_privkey_file).WillByDefault(keyImported);

@@ -147,6 +147,8 @@ TEST_F(SessionHandle, HasUnreadOutputUntilEveryChannelIsAtItsEnd)
 {
     const auto one = makeChannel(0);
     const auto other = makeChannel(1);
+    one->markOpened();
+    other->markOpened();
     EXPECT_CALL(libssh, ssh_channel_is_eof(fakeChannel(0))).WillRepeatedly(Return(1));
     EXPECT_CALL(libssh, ssh_channel_is_eof(fakeChannel(1)))
         .WillOnce(Return(0))
@@ -155,12 +157,18 @@ TEST_F(SessionHandle, HasUnreadOutputUntilEveryChannelIsAtItsEnd)
     EXPECT_FALSE(session.mayHaveUnreadOutput());
 }
 
-TEST_F(SessionHandle, MayHaveUnreadOutputOnAnSftpSession)
+TEST_F(SessionHandle, HasNoUnreadOutputOnAChannelThatWasNotOpened)
+{
+    const auto channel = makeChannel(0);
+    EXPECT_FALSE(session.mayHaveUnreadOutput());
+    channel->markOpened();
+    EXPECT_TRUE(session.mayHaveUnreadOutput());
+}
+
+TEST_F(SessionHandle, HasNoUnreadOutputOnAnSftpSession)
 {
     sftp_session_struct sftp{};
     sftp.session = fakeSession();
     const auto handle = makeChildHandle<SSHHandleSFTPSession>(session, &sftp);
-    EXPECT_TRUE(session.mayHaveUnreadOutput());
-    handle->deleteMe();
     EXPECT_FALSE(session.mayHaveUnreadOutput());
 }

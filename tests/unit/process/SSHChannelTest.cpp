@@ -550,7 +550,8 @@ TEST_F(ChannelFixture, DestroyedUnopenedChannelIsOnlyFreed)
 TEST_F(ChannelFixture, DestroyedChannelLeavesTheTree)
 {
     {
-        const SSHChannel channel(makeHandle());
+        SSHChannel channel(makeHandle());
+        ASSERT_TRUE(channel.open());
         EXPECT_TRUE(session.mayHaveUnreadOutput());
     }
     EXPECT_FALSE(session.mayHaveUnreadOutput());

@@ -31,7 +31,6 @@ using Tarnis::HostAuthenticatorNone;
 using Tarnis::RemoteSessionState;
 using Tarnis::SSHCallLimits;
 using Tarnis::SSHExecuteResult;
-using Tarnis::SSHProcess;
 using Tarnis::SSHSession;
 using Tarnis::UserAuthenticatorNone;
 using Tarnis::UserAuthenticatorPassword;
@@ -53,7 +52,6 @@ using ::testing::Mock;
 using ::testing::NiceMock;
 using ::testing::Return;
 using ::testing::SetArgPointee;
-using ::testing::StrEq;
 using ::testing::Throw;
 
 namespace {
@@ -450,6 +448,7 @@ TEST_F(SessionWithSocket, NoticesThatThePeerHasClosedThoughLibsshDoesNot)
 TEST_F(SessionWithSocket, IsConnectedWhileOutputThatCameBeforeTheEndIsUnread)
 {
     const auto process = session.createProcess("command");
+    ASSERT_TRUE(process->start());
     ASSERT_EQ(::send(server.get(), "x", 1, 0), 1);
     peerCloses();
     EXPECT_TRUE(session.isConnected());
