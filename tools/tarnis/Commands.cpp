@@ -1,8 +1,8 @@
 #include "Commands.h"
 
-#include "DoctorCommand.h"
-#include "ExecCommand.h"
-#include "HostKeyCommand.h"
+#include "doctor/DoctorCommand.h"
+#include "exec/ExecCommand.h"
+#include "login/HostKeyCommand.h"
 
 namespace TarnisTool {
 
