@@ -63,6 +63,9 @@ protected:
     bool do_directoryRemove(const std::string& path) const override;
     bool do_directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
                                           bool failIfLinkExists) const override;
+
+private:
+    bool replaceByLink(const std::string& target, const std::string& linkPath) const;
 };
 
 } // namespace FileSystem
