@@ -2,6 +2,7 @@
 
 #include <bitset>
 #include <cstddef>
+#include <locale>
 #include <string_view>
 #include <unordered_set>
 
@@ -158,10 +159,12 @@ std::regex::flag_type grammar()
 
 std::basic_regex<char> createSearchFilter(const std::string& pattern)
 {
-    if (pattern.size() > longestPattern) {
-        return std::basic_regex<char>(std::string(noByte), grammar());
-    }
-    return std::basic_regex<char>(Translator(pattern).translate(), grammar());
+    std::basic_regex<char> filter;
+    filter.imbue(std::locale::classic());
+    filter.assign(pattern.size() > longestPattern ? std::string(noByte)
+                                                  : Translator(pattern).translate(),
+                  grammar());
+    return filter;
 }
 
 } // namespace FileSystem::DirectoryListing
