@@ -25,11 +25,16 @@ constexpr std::size_t byteOf(char character) noexcept
     return static_cast<unsigned char>(character);
 }
 
-// By its number: no character has a meaning of its own then, in any locale.
+// The expression for one byte. Not by its number: the host's locale would have a say in reading it.
 std::string escaped(std::size_t byte)
 {
-    constexpr std::string_view digits = "0123456789abcdef";
-    return {'\\', 'x', digits[byte / 16], digits[byte % 16]};
+    const char character = static_cast<char>(byte);
+    if (character == '\0') {
+        return "\\x00";
+    }
+    constexpr std::string_view signs = "^$\\.*+?()[]{}|-";
+    const bool isSign = signs.find(character) != std::string_view::npos;
+    return isSign ? std::string{'\\', character} : std::string(1, character);
 }
 
 // Byte by byte: ranges compare characters, which may be signed, and locales may order them anew.
