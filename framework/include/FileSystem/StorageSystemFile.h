@@ -142,8 +142,12 @@ protected:
     void setBulkTransfer(std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer) noexcept;
 
 private:
+    friend class FileCopy;
+
     std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer_;
     StorageSystemFile* copyTarget_ = nullptr;
+    /// Told by whoever knows it already, so that a copy need not ask the system.
+    std::optional<std::uint64_t> knownSize_;
 };
 
 } // namespace FileSystem
