@@ -14,6 +14,7 @@ struct ssh_session_struct;
 
 namespace Tarnis {
 
+class SSHFileSystemSFTP;
 class SSHHandleSession;
 class SSHProcess;
 class SSHSessionConnection;
@@ -108,6 +109,11 @@ public:
     ///         see SSHExecuteResult::Outcome.
     SSHExecuteResult execute(const std::string& commandLine, std::string_view input = {},
                              std::chrono::milliseconds timeout = noTimeout);
+
+    /// A storage system over an SFTP session of its own. Blocks until the server has answered.
+    /// Null: the session is not authenticated, the server refuses another channel or has no SFTP
+    /// subsystem, or the connection is lost; nothing is left open then.
+    std::unique_ptr<SSHFileSystemSFTP> createSFTPFileSystem();
 
 private:
     bool do_isConnected() const override;
