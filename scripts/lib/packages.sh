@@ -3,7 +3,7 @@
 
 # packages_for PURPOSE: names, separated by blanks.
 packages_for() {
-    local build="g++ cmake ninja-build pkg-config libssh-dev libssl-dev libcli11-dev"
+    local build="g++ cmake ninja-build pkg-config libssh-dev libssl-dev libcli11-dev nlohmann-json3-dev"
     local server="openssh-server openssh-client libnss-wrapper"
     local test="$build $server googletest libgtest-dev libgmock-dev libpam-wrapper
         openssh-sftp-server dropbear-bin python3 python3-asyncssh clang git"

@@ -22,6 +22,8 @@ enum class FailureKind
     ConnectionLost,
     CommandRefused,
     CommandTimedOut,
+    FileTransferRefused,
+    FileProblem,
     LocalProblem,
 };
 

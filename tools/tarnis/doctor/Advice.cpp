@@ -72,6 +72,12 @@ std::string adviceFor(const Failure& failure, const Target& target, const LoginO
     case FailureKind::CommandTimedOut:
         return "The user's shell on the server does not get to its command. Check its start-up "
                "files.";
+    case FailureKind::FileTransferRefused:
+        return "The server has no SFTP subsystem, or the user's start-up files on the server write "
+               "to standard output and disturb it. With OpenSSH the server's configuration needs a "
+               "line such as \"Subsystem sftp internal-sftp\".";
+    case FailureKind::FileProblem:
+        return "The user's login directory on the server has to exist and be open to the user.";
     case FailureKind::LocalProblem:
         break;
     }

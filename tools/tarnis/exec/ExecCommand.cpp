@@ -2,8 +2,6 @@
 
 #include "Failure.h"
 #include "exec/RemoteCommand.h"
-#include "login/Connecting.h"
-#include "login/HostKeyCheck.h"
 #include "login/Login.h"
 #include "terminal/StandardStreams.h"
 
@@ -78,9 +76,7 @@ int ExecCommand::run(const std::vector<std::string>& words)
         closeStandardInput();
     }
     Tarnis::SSHSession session;
-    connectTo(session, target, options_.reach);
-    HostKeyCheck(session, target, options_).run();
-    Login(session, target, options_, std::move(secrets)).run();
+    openSession(session, target, options_, std::move(secrets));
     return RemoteCommand(session, target, timeout_).run(line);
 }
 

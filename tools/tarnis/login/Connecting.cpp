@@ -80,6 +80,13 @@ void connectTo(Tarnis::SSHSession& session, Target& target, const ReachOptions& 
     }
 }
 
+std::string forgetLastError(Tarnis::SSHSession& session)
+{
+    // This port is refused and changes nothing but the message.
+    static_cast<void>(session.setPortNumber(0));
+    return session.getLastError();
+}
+
 void throwConnectionLost(const Tarnis::SSHSession& session, const Target& target,
                          const std::string& what)
 {

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace TarnisTool {
-
-/// What base64 text stands for; empty where it is no base64.
-std::optional<std::string> decodeBase64(std::string_view text);
 
 /// The SHA-256 fingerprint of a public key, "SHA256:" and base64 without padding, as OpenSSH's
 /// tools print it.

@@ -1,6 +1,6 @@
 #include "login/IdentityFile.h"
 
-#include "login/Fingerprint.h"
+#include "Base64.h"
 #include "login/SshFields.h"
 #include "terminal/FileDescriptor.h"
 

@@ -1,6 +1,8 @@
 #include "login/Login.h"
 
 #include "Failure.h"
+#include "login/Connecting.h"
+#include "login/HostKeyCheck.h"
 #include "terminal/Messages.h"
 
 #include <Tarnis/UserAuthenticator.h>
@@ -43,6 +45,14 @@ LoginSecrets LoginSecrets::fetch(const LoginOptions& options)
     secrets.passPhrase = options.passPhrase.read("pass phrase");
     secrets.password = options.password.read("password");
     return secrets;
+}
+
+void openSession(Tarnis::SSHSession& session, Target& target, const LoginOptions& options,
+                 LoginSecrets secrets)
+{
+    connectTo(session, target, options.reach);
+    HostKeyCheck(session, target, options).run();
+    Login(session, target, options, std::move(secrets)).run();
 }
 
 Login::Login(Tarnis::SSHSession& session, const Target& target, const LoginOptions& options,

@@ -24,6 +24,11 @@ struct LoginSecrets
     std::optional<Secret> password;
 };
 
+/// All the way to a session that is ready for work: connects to the target, checks the host key and
+/// logs in. Throws Failure.
+void openSession(Tarnis::SSHSession& session, Target& target, const LoginOptions& options,
+                 LoginSecrets secrets);
+
 /// Proves who the user is, by one method after the other until the server is content.
 class Login
 {

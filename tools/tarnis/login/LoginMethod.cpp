@@ -20,15 +20,6 @@ using Result = Tarnis::AuthenticateUserResult;
 // As often as users are used to.
 constexpr int typingAttempts = 3;
 
-/// Puts another message in the place of the last one, and returns it: a denial in the same words as
-/// the one before could not be told from no denial otherwise. The port zero is refused and changes
-/// nothing.
-std::string forgetLastError(Tarnis::SSHSession& session)
-{
-    static_cast<void>(session.setPortNumber(0));
-    return session.getLastError();
-}
-
 } // namespace
 
 LoginContext::LoginContext(Tarnis::SSHSession& session, const Target& target)

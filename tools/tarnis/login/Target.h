@@ -19,6 +19,12 @@ struct Target
     /// For messages: "user@host", with ":port" where it is not the usual one.
     std::string display() const;
 
+    /// Whether both were written to mean the same.
+    bool operator==(const Target& other) const
+    {
+        return user == other.user && host == other.host && port == other.port;
+    }
+
     /// As a known-hosts file names it: "host", or "[host]:port" where the port is not the usual
     /// one.
     std::string knownHostsName() const;
