@@ -58,11 +58,34 @@ public:
 
     void setLinkPathOrder(LinkPathOrder order) noexcept { linkPathOrder_ = order; }
 
+    /// How the writes of a bulk transfer are sent, as far as the first of them has shown.
+    enum class BulkWriting
+    {
+        Unknown,
+        Pipelined,
+        OneByOne,
+    };
+
+    BulkWriting getBulkWriting() const noexcept { return bulkWriting_; }
+
+    void setBulkWriting(BulkWriting how) noexcept { bulkWriting_ = how; }
+
+    /// Counts the bulk transfers that may write. Whoever reads beside them has to keep what it asks
+    /// for within the channel's window: a server that waits for room in there may not take more
+    /// writes meanwhile.
+    void addBulkWriter() noexcept { ++bulkWriters_; }
+
+    void removeBulkWriter() noexcept { --bulkWriters_; }
+
+    bool hasBulkWriters() const noexcept { return bulkWriters_ > 0; }
+
 protected:
     void do_invalidate() override;
 
 private:
     std::atomic<LinkPathOrder> linkPathOrder_{LinkPathOrder::Unknown};
+    std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
+    std::atomic<int> bulkWriters_{0};
 };
 
 } // namespace Tarnis

@@ -117,6 +117,10 @@ int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id
     const Message arrived = takeArrived(file->sftp, id);
     const int result = arrived != nullptr ? takeReply(file, *arrived, data, size)
                                           : sftp_async_read(file, data, size, id);
+    if (result == 0 && file->eof != 0 && file->offset >= size) {
+        // libssh takes a short answer off the position, but not one without anything.
+        file->offset -= size;
+    }
     if (eofBefore != 0) {
         file->eof = eofBefore;
     }

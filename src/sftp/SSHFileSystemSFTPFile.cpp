@@ -1,5 +1,6 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
+#include "sftp/SFTPBulkTransfer.h"
 #include "sftp/SFTPReplies.h"
 
 #include <Tarnis/SSHFileSystemSFTP.h>
@@ -47,10 +48,14 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     , fileSystem_(fileSystem)
     , fileId_(fileId)
     , mode_(mode)
-{}
+{
+    setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, mode));
+}
 
 SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()
 {
+    // It collects what is under way, so it goes while the file is open.
+    setBulkTransfer(nullptr);
     try {
         file_->deleteMe();
     } catch (...) {
