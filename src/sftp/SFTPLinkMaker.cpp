@@ -67,9 +67,11 @@ bool SFTPLinkMaker::findOrder(const std::string& target, const std::string& link
             sftp_.setLinkPathOrder(order);
             return true;
         }
-        if (!targetStood) {
-            removeStray(target, linkPath);
+        if (targetStood) {
+            // Whichever order is the wrong one fails at what stands there, so trying is harmless.
+            continue;
         }
+        removeStray(target, linkPath);
         if (answer == Answer::Refused && trusted) {
             return false;
         }

@@ -1,0 +1,1 @@
+#include "integration/sftp/SftpTest.h"
