@@ -24,6 +24,7 @@ enum class FailureKind
     CommandTimedOut,
     FileTransferRefused,
     FileProblem,
+    Cancelled,
     LocalProblem,
 };
 

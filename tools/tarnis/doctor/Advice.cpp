@@ -78,6 +78,7 @@ std::string adviceFor(const Failure& failure, const Target& target, const LoginO
                "line such as \"Subsystem sftp internal-sftp\".";
     case FailureKind::FileProblem:
         return "The user's login directory on the server has to exist and be open to the user.";
+    case FailureKind::Cancelled:
     case FailureKind::LocalProblem:
         break;
     }

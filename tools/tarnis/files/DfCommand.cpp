@@ -1,6 +1,6 @@
 #include "files/DfCommand.h"
 
-#include "files/Units.h"
+#include "terminal/Units.h"
 
 #include <algorithm>
 #include <cmath>

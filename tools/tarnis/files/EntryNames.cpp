@@ -8,6 +8,21 @@ bool isEntryName(const std::string& name)
            name.find('\0') == std::string::npos;
 }
 
+std::string fileIdOf(const std::string& path)
+{
+    if (path.empty() || path == ".") {
+        return ".";
+    }
+    const bool needsDirectory = path.front() != '/' && path.compare(0, 2, "./") != 0;
+    return needsDirectory ? "./" + path : path;
+}
+
+std::string textOf(const std::string& fileId)
+{
+    const bool hasDirectory = fileId.size() > 2 && fileId.compare(0, 2, "./") == 0;
+    return hasDirectory ? fileId.substr(2) : fileId;
+}
+
 std::string joinPath(const std::string& directory, const std::string& name)
 {
     const bool needsSlash = !directory.empty() && directory.back() != '/';

@@ -8,6 +8,13 @@ namespace TarnisTool {
 /// out of the directory.
 bool isEntryName(const std::string& name);
 
+/// A path as a file system takes it: never empty, and always with a directory in front that
+/// operations on parents can name ("./a" for "a", "." for "").
+std::string fileIdOf(const std::string& path);
+
+/// The same without what fileIdOf() put in front, for messages.
+std::string textOf(const std::string& fileId);
+
 /// The path of an entry below a directory, as the user would write it: the name alone below "".
 std::string joinPath(const std::string& directory, const std::string& name);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Command.h"
+#include "files/EntryNames.h"
 #include "files/RemotePath.h"
 #include "files/RemotePlace.h"
 #include "login/ConnectionOptions.h"

@@ -2,7 +2,7 @@
 
 #include "Base64.h"
 #include "files/EntryText.h"
-#include "files/Units.h"
+#include "terminal/Units.h"
 #include "terminal/Utf8.h"
 
 #include <iostream>

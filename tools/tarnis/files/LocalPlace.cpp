@@ -39,11 +39,11 @@ std::string LocalPlace::writingProblem(const std::string& path)
     }
     const std::string parent = system_.pathParentId(path);
     const std::string directory = parent.empty() ? "." : parent;
+    const std::string refusal = accessProblem(directory, W_OK | X_OK);
     struct statvfs volume = {};
-    if (::statvfs(directory.c_str(), &volume) == 0 && volume.f_bavail == 0) {
-        return std::strerror(ENOSPC);
-    }
-    return accessProblem(directory, W_OK | X_OK);
+    const bool isFull =
+        ::statvfs(directory.c_str(), &volume) == 0 && volume.f_blocks > 0 && volume.f_bavail == 0;
+    return refusal.empty() && isFull ? std::strerror(ENOSPC) : refusal;
 }
 
 } // namespace TarnisTool

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "files/EntryNames.h"
 #include "files/Place.h"
 
 #include <FileSystem/LocalFileSystem.h>
@@ -14,7 +15,7 @@ class LocalPlace : public Place
 public:
     const FileSystem::FileSystem2& system() const override { return system_; }
 
-    std::string display(const std::string& path) const override { return path; }
+    std::string display(const std::string& path) const override { return textOf(path); }
 
     std::string readingProblem(const std::string& path) override;
     std::string writingProblem(const std::string& path) override;

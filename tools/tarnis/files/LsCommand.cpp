@@ -4,7 +4,7 @@
 #include "files/EntryNames.h"
 #include "files/EntryText.h"
 #include "files/Pattern.h"
-#include "files/Units.h"
+#include "terminal/Units.h"
 
 #include <algorithm>
 #include <iomanip>

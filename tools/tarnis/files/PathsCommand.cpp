@@ -43,11 +43,11 @@ int PathsCommand::work(const std::vector<std::string>& operands)
 
 void PathsCommand::note(RemotePlace& place, const Failure& failure)
 {
-    if (failure.kind() == FailureKind::LocalProblem) {
+    if (failure.kind() == FailureKind::LocalProblem || failure.kind() == FailureKind::Cancelled) {
         throw failure;
     }
     hasFailed_ = true;
-    place.requireAlive("lost");
+    place.requireAlive();
     report(failure.what());
 }
 

@@ -37,7 +37,7 @@ FileSystem::StorageSystemFileInfo Place::find(const std::string& path)
     forgetFailures();
     auto info = system().fileInfo(path);
     if (!info) {
-        fail("cannot find", path);
+        fail("cannot find", path, readingProblem(path));
     }
     return std::move(*info);
 }
@@ -49,7 +49,7 @@ std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& di
     // A list that broke off looks like one that ended.
     const std::string reason = joinReasons(readingProblem(directory), lastReason());
     if (!reason.empty()) {
-        requireAlive("cannot list");
+        requireAlive();
         throw Failure(FailureKind::FileProblem, "cannot list", display(directory), reason);
     }
     std::sort(entries.begin(), entries.end(),
@@ -60,7 +60,7 @@ std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& di
 void Place::fail(const std::string& what, const std::string& path, const std::string& hint)
 {
     const std::string reason = lastReason();
-    requireAlive(what);
+    requireAlive();
     throw Failure(FailureKind::FileProblem, what, display(path), joinReasons(hint, reason));
 }
 

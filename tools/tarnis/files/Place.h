@@ -29,8 +29,11 @@ public:
     /// What is known of why the last operation failed; empty for nothing.
     virtual std::string lastReason() { return {}; }
 
-    /// Throws the Failure for a place that is gone altogether, as after a lost connection.
-    virtual void requireAlive(const std::string& what) { static_cast<void>(what); }
+    /// Throws a Failure when the place is gone altogether, as after a lost connection.
+    virtual void requireAlive() {}
+
+    /// Whether it is not.
+    virtual bool isAlive() { return true; }
 
     /// Why what stands at the path cannot be read, or written to; found out by looking. Empty where
     /// nothing speaks against it.

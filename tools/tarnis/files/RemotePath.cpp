@@ -55,15 +55,6 @@ RemotePath parseRemotePath(const std::string& text)
     return {parseTarget(place), std::move(path)};
 }
 
-std::string fileIdOf(const std::string& path)
-{
-    if (path.empty() || path == ".") {
-        return ".";
-    }
-    const bool needsDirectory = path.front() != '/' && path.compare(0, 2, "./") != 0;
-    return needsDirectory ? "./" + path : path;
-}
-
 std::string displayRemote(const Target& target, const std::string& path)
 {
     const bool isIPv6 = target.host.find(':') != std::string::npos;

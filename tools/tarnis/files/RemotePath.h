@@ -23,10 +23,6 @@ struct RemotePath
 /// begins with a colon, is written with "./" in front. Throws UsageError.
 RemotePath parseRemotePath(const std::string& text);
 
-/// The path as a file system takes it: never empty, and always with a directory in front that
-/// operations on parents can name ("./a" for "a", "." for "").
-std::string fileIdOf(const std::string& path);
-
 /// For messages: `user@host[:port]:path`.
 std::string displayRemote(const Target& target, const std::string& path);
 

@@ -1,6 +1,7 @@
 #include "files/RemotePlace.h"
 
 #include "Failure.h"
+#include "files/EntryNames.h"
 #include "files/RemotePath.h"
 #include "login/Connecting.h"
 #include "login/Login.h"
@@ -36,9 +37,7 @@ RemotePlace::RemotePlace(Target target, const LoginOptions& options)
 
 std::string RemotePlace::display(const std::string& path) const
 {
-    // What fileIdOf() put in front.
-    const bool isPlain = path.size() > 2 && path.compare(0, 2, "./") == 0;
-    return displayRemote(target_, isPlain ? path.substr(2) : path);
+    return displayRemote(target_, textOf(path));
 }
 
 void RemotePlace::forgetFailures()
@@ -52,13 +51,18 @@ std::string RemotePlace::lastReason()
     return reason == forgotten_ ? std::string() : reason;
 }
 
-void RemotePlace::requireAlive(const std::string& what)
+bool RemotePlace::isAlive()
+{
+    return session_.isConnected() && system_->isValid();
+}
+
+void RemotePlace::requireAlive()
 {
     if (!session_.isConnected()) {
         throwConnectionLost(session_, target_, "lost the connection to");
     }
     if (!system_->isValid()) {
-        throw Failure(FailureKind::ConnectionLost, what, target_.display(),
+        throw Failure(FailureKind::ConnectionLost, "lost the connection to", target_.display(),
                       "the server ended the file transfer");
     }
 }

@@ -24,7 +24,8 @@ public:
     std::string display(const std::string& path) const override;
     void forgetFailures() override;
     std::string lastReason() override;
-    void requireAlive(const std::string& what) override;
+    bool isAlive() override;
+    void requireAlive() override;
 
     Tarnis::SSHSession& session() noexcept { return session_; }
 

@@ -1,7 +1,7 @@
 #include "files/StatCommand.h"
 
 #include "files/EntryText.h"
-#include "files/Units.h"
+#include "terminal/Units.h"
 
 #include <iostream>
 

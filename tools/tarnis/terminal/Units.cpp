@@ -1,4 +1,4 @@
-#include "files/Units.h"
+#include "terminal/Units.h"
 
 #include "Failure.h"
 
