@@ -510,4 +510,29 @@ bool MemoryFileSystem::do_directoryRemove(const std::string& path) const
            erase(*key);
 }
 
+std::optional<StorageSystemFileInfo> EndlessFileSystem::do_fileInfo(const std::string& path) const
+{
+    StorageSystemFileInfo info;
+    info.name = pathFileName(path);
+    info.fileId = path;
+    info.type = StorageSystemFileTypeFlag::Directory;
+    return info;
+}
+
+std::vector<StorageSystemDirectoryInfo>
+EndlessFileSystem::do_directoryList(const std::string& path, const std::string& /*filter*/,
+                                    StorageSystemDirectoryFilterType /*type*/) const
+{
+    note("list", path);
+    return {{"d", path + "/d", path, StorageSystemFileTypeFlag::Directory}};
+}
+
+std::vector<StorageSystemFileInfo>
+EndlessFileSystem::do_directoryFileInfoList(const std::string& path, const std::string& /*filter*/,
+                                            StorageSystemDirectoryFilterType /*type*/) const
+{
+    note("list", path);
+    return {*fileInfo(path + "/d")};
+}
+
 } // namespace TarnisTest

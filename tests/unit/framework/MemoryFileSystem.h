@@ -194,6 +194,20 @@ protected:
     bool do_hasSymbolicLinks() const override { return false; }
 };
 
+/// One where every path is a directory that holds one more, "d".
+class EndlessFileSystem : public MemoryFileSystem
+{
+protected:
+    std::optional<FileSystem::StorageSystemFileInfo>
+    do_fileInfo(const std::string& path) const override;
+    std::vector<FileSystem::StorageSystemDirectoryInfo>
+    do_directoryList(const std::string& path, const std::string& filter,
+                     FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::vector<FileSystem::StorageSystemFileInfo>
+    do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                             FileSystem::StorageSystemDirectoryFilterType type) const override;
+};
+
 /// The moment that is `ticks` of 100 ns after 1970.
 constexpr FileSystem::StorageSystemTimePoint timeAt(std::int64_t ticks)
 {
