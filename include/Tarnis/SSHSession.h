@@ -1,5 +1,6 @@
 #pragma once
 
+#include <FileSystem/HandleLock.h>
 #include <Tarnis/Export.h>
 #include <Tarnis/RemoteSession.h>
 #include <Tarnis/SSHExecuteResult.h>
@@ -47,12 +48,14 @@ public:
     SSHSession();
 
     /// Disconnects if connected, then frees the connection. Objects made from the session become
-    /// invalid. Blocks as disconnect() does; never throws.
+    /// invalid. Blocks as disconnect() does, and like it breaks a call of another thread off that
+    /// does not end within a moment; never throws.
     ~SSHSession();
 
     /// Ends the connection without telling the server, and makes everything created from the
-    /// session invalid. Waits for no answer; blocks only while another thread is in a call on the
-    /// session. The next getState() says Disconnected.
+    /// session invalid. Waits for no answer, and for a call of another thread only a moment: one
+    /// that has not ended by then is broken off, as by interrupt(). The next getState() says
+    /// Disconnected.
     void silentDisconnect();
 
     /// Frees every call that is blocked on this session, in any thread, by shutting its connection
@@ -137,6 +140,7 @@ private:
     void setBlocking(bool blocking);
     bool isBlocking() const;
     int runConnect();
+    FileSystem::HandleLock lockToEnd();
     void endConnection(void (*disconnectCall)(ssh_session_struct*));
 
     std::unique_ptr<SSHHandleSession> session_;
