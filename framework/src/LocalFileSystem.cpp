@@ -71,10 +71,12 @@ bool setModificationTime(const std::string& path, const timespec& time)
     return ::utimensat(AT_FDCWD, systemPath(path), times.data(), AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// Above a relative path there is the current directory. Empty: errno says why.
 std::optional<StorageSystemStorageInfo> volumeOf(const std::string& path)
 {
     struct statvfs volume = {};
-    if (retryInterrupted([&] { return ::statvfs(systemPath(path), &volume); }) != 0) {
+    const char* const place = path.empty() ? "." : path.c_str();
+    if (retryInterrupted([&] { return ::statvfs(place, &volume); }) != 0) {
         return std::nullopt;
     }
     const std::uint64_t block = volume.f_frsize;
@@ -209,17 +211,14 @@ LocalFileSystem::do_fileStorageInfo(const std::string& path) const
     if (path.empty() || hasNul(path)) {
         return std::nullopt;
     }
-    std::string existing = path;
-    auto attributes = attributesOf(existing);
-    while (!attributes && !existing.empty()) {
-        existing = pathParentId(existing);
-        attributes = attributesOf(existing);
+    // A link stands on the volume that holds it, whatever it leads to.
+    std::string place = isLink(path) ? pathParentId(path) : path;
+    auto info = volumeOf(place);
+    while (!info && !place.empty() && (errno == ENOENT || errno == ENOTDIR)) {
+        place = pathParentId(place);
+        info = volumeOf(place);
     }
-    // The volume of a link is the one that holds the link, not its target.
-    if (attributes && !S_ISDIR(attributes->st_mode)) {
-        existing = pathParentId(existing);
-    }
-    return volumeOf(existing.empty() ? "." : existing);
+    return info;
 }
 
 bool LocalFileSystem::do_fileRemove(const std::string& path) const

@@ -56,7 +56,7 @@ void CopyRouteTest::SetUp()
     underTest_ = GetParam().backend.make();
     const Route route = GetParam().route;
     const auto& system = underTest_->fileSystem();
-    const std::string local = localDirectory_.path().string();
+    const std::string local = localDirectory_.emplace().path().string();
 
     source_ = route == Route::FromLocal ? &local_ : &system;
     sourceRoot_ = (route == Route::FromLocal ? local : underTest_->directory()) + "/source";

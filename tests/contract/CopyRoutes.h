@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -71,7 +72,8 @@ protected:
 
 private:
     std::unique_ptr<StorageSystemUnderTest> underTest_;
-    const TemporaryDirectory localDirectory_;
+    /// Made after the storage system, which may have changed the user that the test runs as.
+    std::optional<TemporaryDirectory> localDirectory_;
     const FileSystem::LocalFileSystem local_;
     const FileSystem::FileSystem2* source_ = nullptr;
     const FileSystem::FileSystem2* target_ = nullptr;

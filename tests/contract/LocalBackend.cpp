@@ -1,9 +1,8 @@
 #include "contract/StorageSystemUnderTest.h"
 #include "support/TemporaryDirectory.h"
+#include "support/UnprivilegedUser.h"
 
 #include <FileSystem/LocalFileSystem.h>
-
-#include <unistd.h>
 
 namespace TarnisTest {
 
@@ -21,7 +20,7 @@ public:
     Capabilities capabilities() const override
     {
         Capabilities capabilities;
-        if (::geteuid() == 0) {
+        if (!user_.permissionsApply()) {
             capabilities.enforcesPermissions =
                 Capability::lacking("the superuser may do what permissions forbid");
         }
@@ -29,6 +28,7 @@ public:
     }
 
 private:
+    const UnprivilegedUser user_; // Before the directory, which is to be that user's.
     const TemporaryDirectory directory_;
     const FileSystem::LocalFileSystem fileSystem_;
     const FileSystem::LocalFileSystem otherFileSystem_;
