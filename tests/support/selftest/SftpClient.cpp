@@ -69,7 +69,7 @@ std::string SftpClient::get(const std::string& path) const
 std::string SftpClient::linkTarget(const std::string& path) const
 {
     char* const target = sftp_readlink(sftp_, path.c_str());
-    const std::string result = target != nullptr ? target : "";
+    std::string result = target != nullptr ? target : "";
     ssh_string_free_char(target);
     return result;
 }

@@ -27,6 +27,7 @@ class ReplyQueue
 public:
     explicit ReplyQueue(const SftpScript& script)
         : script_(script)
+        , random_(script.seed)
     {}
 
     void add(SftpReply reply);

@@ -177,7 +177,7 @@ struct SftpFileService::Opened
     std::size_t told = 0;
 };
 
-SftpFileService::SftpFileService(fs::path root, const SftpScript& script)
+SftpFileService::SftpFileService(const fs::path& root, const SftpScript& script)
     : root_(fs::canonical(root))
     , script_(script)
 {}
@@ -214,16 +214,12 @@ SftpMessage SftpFileService::carryOut(const SftpMessage& request)
         return openDirectory(in);
     case SftpPacket::Readdir:
         return readDirectory(in);
-    case SftpPacket::Remove: {
-        const std::string path = absolute(in.text());
-        return outcome(mayChange(path) ? ::unlink(path.c_str()) : -1);
-    }
+    case SftpPacket::Remove:
+        return remove(in, ::unlink);
     case SftpPacket::Mkdir:
         return makeDirectory(in);
-    case SftpPacket::Rmdir: {
-        const std::string path = absolute(in.text());
-        return outcome(mayChange(path) ? ::rmdir(path.c_str()) : -1);
-    }
+    case SftpPacket::Rmdir:
+        return remove(in, ::rmdir);
     case SftpPacket::Realpath:
         return realPath(in);
     case SftpPacket::Rename:
@@ -362,6 +358,12 @@ SftpMessage SftpFileService::readDirectory(SftpReader& in)
     return {SftpPacket::Name, 0, out.bytes()};
 }
 
+SftpMessage SftpFileService::remove(SftpReader& in, int (*how)(const char*)) const
+{
+    const std::string path = absolute(in.text());
+    return outcome(mayChange(path) ? how(path.c_str()) : -1);
+}
+
 SftpMessage SftpFileService::rename(SftpReader& in) const
 {
     const std::string from = absolute(in.text());
@@ -479,7 +481,7 @@ std::vector<std::string> SftpFileService::listing(const std::string& path) const
         {};
 
         if ((isDots ? script_.listsDots : script_.listsRealEntries) &&
-            ::lstat((path + "/" + name).c_str(), &info) == 0) {
+            ::fstatat(::dirfd(directory.get()), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) {
             entries.push_back(nameEntry(name, info));
         }
     }

@@ -19,7 +19,7 @@ class SftpFileService
 {
 public:
     /// The script may change between requests.
-    SftpFileService(std::filesystem::path root, const SftpScript& script);
+    SftpFileService(const std::filesystem::path& root, const SftpScript& script);
     SftpFileService(const SftpFileService&) = delete;
     SftpFileService& operator=(const SftpFileService&) = delete;
     ~SftpFileService();
@@ -41,6 +41,7 @@ private:
     SftpMessage setAttributesOfOpened(SftpReader& in) const;
     SftpMessage openDirectory(SftpReader& in);
     SftpMessage readDirectory(SftpReader& in);
+    SftpMessage remove(SftpReader& in, int (*how)(const char*)) const;
     SftpMessage rename(SftpReader& in) const;
     SftpMessage makeDirectory(SftpReader& in) const;
     SftpMessage realPath(SftpReader& in) const;

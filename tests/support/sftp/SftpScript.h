@@ -55,6 +55,7 @@ struct SftpFakeEntry
     std::uint64_t size = 0;
 };
 
+// NOLINTBEGIN(clang-analyzer-optin.performance.Padding): settings stand with their like.
 /// How a scripted SFTP server behaves. As it stands: a small, correct server. An empty optional
 /// means that there is no such limit.
 struct SftpScript
@@ -114,6 +115,8 @@ struct SftpScript
     /// Further misbehaviour; every rule that matches a request has its effect, in this order.
     std::vector<SftpRule> rules;
 };
+
+// NOLINTEND(clang-analyzer-optin.performance.Padding)
 
 /// The script as text, one setting a line, as tarnis_test_sftp_server reads it.
 std::string toText(const SftpScript& script);

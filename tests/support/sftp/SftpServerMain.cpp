@@ -15,7 +15,7 @@ int main(int argc, char** argv)
         std::cerr << "usage: tarnis_test_sftp_server ROOT SCRIPT LOG\n";
         return 2;
     }
-    std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGPIPE, SIG_IGN);
     try {
         TarnisTest::SftpSession({argv[1], argv[2], argv[3]}).run();
     } catch (const std::exception& error) {
