@@ -84,19 +84,19 @@ public:
     /// Copies a file, a symbolic link as a link, or with Recursive a directory with all below it,
     /// to a path of this or another system. Never follows a link below `path`; never leaves a
     /// half-written file under its final name: the bytes go to a hidden name beside it
-    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete. Between removing a file
-    /// that is replaced and that step nothing stands there, on systems that do not replace on
-    /// renaming.
+    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete. Where a system does not
+    /// replace on renaming, what is replaced is set aside under such a name for that moment. What
+    /// is to be preserved and cannot be makes the copy fail; of a link it is the text alone.
     ///
     /// Target exists: a file or link is replaced, unless FailIfExists; a directory makes the copy
     /// of a file fail, and is filled by the copy of a directory. Parent missing: fails. A pipe, a
     /// socket or a device is not copied but makes the copy fail, as does an entry whose name is no
     /// single component, and a directory that is to be copied into itself.
-    /// \param progress   may be empty. Bytes of all files; see StorageSystemProgress.
+    /// \param progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
+    ///                   while a tree is looked at, before its total is known.
     /// \param bufferSize bytes per step; by default what the systems recommend.
-    /// False: a failure, or `progress` said stop. Files of a tree that were complete stay; nothing
-    /// half-written does, unless the target cannot be reached any more. An exception of `progress`
-    /// leaves the same.
+    /// False: a failure, or `progress` said stop. Complete files of a tree stay, nothing
+    /// half-written does unless the target is out of reach; so too when `progress` throws.
     bool fileCopyAs(const std::string& path, const StorageSystem& target,
                     const std::string& targetPath, const StorageSystemProgress& progress = {},
                     Utilities::Flags<StorageSystemCopyOptionFlag> options = {},
