@@ -1,6 +1,9 @@
 #include "support/ProFtpdServer.h"
 
+#include "support/LoopbackSocket.h"
+
 #include <sstream>
+#include <system_error>
 
 #include <grp.h>
 #include <pwd.h>
@@ -34,8 +37,17 @@ std::string currentGroup()
     return entry != nullptr ? entry->gr_name : "nogroup";
 }
 
-SshdProcess::Startup checkStartup(ChildProcess& process,
-                                  const std::vector<std::uint16_t>& /*ports*/)
+bool acceptsConnections(std::uint16_t port)
+{
+    try {
+        connectToLoopback(port);
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+SshdProcess::Startup checkStartup(ChildProcess& process, const std::vector<std::uint16_t>& ports)
 {
     const bool running = process.isRunning();
     const std::string log = process.errorOutput();
@@ -45,7 +57,9 @@ SshdProcess::Startup checkStartup(ChildProcess& process,
     if (!running) {
         return SshdProcess::Startup::Failed;
     }
-    const bool started = log.find("standalone mode STARTUP") != std::string::npos;
+    // It has bound its socket by the time it says so, and listens a moment later.
+    const bool started = log.find("standalone mode STARTUP") != std::string::npos &&
+                         acceptsConnections(ports.front());
     return started ? SshdProcess::Startup::Listening : SshdProcess::Startup::Pending;
 }
 
