@@ -34,6 +34,11 @@ protected:
     /// For declaring options.
     CLI::App& commandLine() { return commandLine_; }
 
+    const CLI::App& commandLine() const { return commandLine_; }
+
+    /// Shows more behind the options in the help's line of usage.
+    void showInUsage(const std::string& operands);
+
 private:
     CLI::App& commandLine_;
 };

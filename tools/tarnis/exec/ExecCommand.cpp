@@ -23,20 +23,6 @@ std::string join(const std::vector<std::string>& words)
     return line;
 }
 
-/// Shows where the command line goes.
-class ExecFormatter : public CLI::Formatter
-{
-public:
-    std::string make_usage(const CLI::App* app, std::string name) const override
-    {
-        std::string usage = CLI::Formatter::make_usage(app, std::move(name));
-        while (!usage.empty() && usage.back() == '\n') {
-            usage.pop_back();
-        }
-        return usage + " -- command line\n";
-    }
-};
-
 } // namespace
 
 ExecCommand::ExecCommand(CLI::App& program)
@@ -55,7 +41,7 @@ ExecCommand::ExecCommand(CLI::App& program)
     commandLine().add_flag("-n,--no-input", hasNoInput_,
                            "Give the command no input instead of our standard input");
     declareLoginOptions(commandLine(), options_);
-    commandLine().formatter(std::make_shared<ExecFormatter>());
+    showInUsage("-- command line");
     commandLine().footer(
         "Output and error output appear on standard output and standard error as they arrive.\n"
         "The exit code is the command's; 255 when it has none or could not be run; 2 for wrong\n"

@@ -19,13 +19,20 @@ FileCommand::FileCommand(CLI::App& program, const std::string& name, const std::
     , operandNames_(operands)
     , fewestOperands_(fewestOperands)
 {
-    commandLine().add_option("paths", operands_, operands)->type_name("");
+    // The parser would take "[a,b]" for a list of two.
+    commandLine().allow_extras();
+    showInUsage(operands);
     declareLoginOptions(commandLine(), loginOptions_);
 }
 
 int FileCommand::run(const std::vector<std::string>& words)
 {
-    std::vector<std::string> operands = operands_;
+    std::vector<std::string> operands = commandLine().remaining();
+    for (const std::string& operand : operands) {
+        if (operand.size() > 1 && operand.front() == '-') {
+            throw UsageError("there is no option \"" + operand + "\"; names follow \"--\"");
+        }
+    }
     operands.insert(operands.end(), words.begin(), words.end());
     if (operands.size() < fewestOperands_) {
         throw UsageError(name_ + " needs " + operandNames_);

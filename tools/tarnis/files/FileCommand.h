@@ -33,7 +33,6 @@ private:
     std::string name_;
     std::string operandNames_;
     std::size_t fewestOperands_;
-    std::vector<std::string> operands_;
     LoginOptions loginOptions_;
 };
 
