@@ -127,9 +127,4 @@ int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id
     return result;
 }
 
-void dropArrived(sftp_session sftp, std::uint32_t id) noexcept
-{
-    takeArrived(sftp, id).reset();
-}
-
 } // namespace Tarnis

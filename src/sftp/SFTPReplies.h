@@ -17,7 +17,4 @@ namespace Tarnis {
 /// \param size as it was asked for.
 int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept;
 
-/// Drops the reply to a request, if it has arrived.
-void dropArrived(sftp_session sftp, std::uint32_t id) noexcept;
-
 } // namespace Tarnis
