@@ -84,7 +84,11 @@ TEST_F(HostileServerTest, RemovalStaysInsideItsTree)
 std::string nameReply(const std::string& name)
 {
     SftpWriter reply;
-    reply.number(1).text(name).text("").number(SftpAttribute::kPermissions).number(040755);
+    reply.number(1)
+        .text(name)
+        .text("d 1 x x 0 ?")
+        .number(SftpAttribute::kPermissions)
+        .number(040755);
     return reply.bytes();
 }
 
@@ -93,7 +97,8 @@ TEST_F(HostileServerTest, ATreeWithoutAnEndIsLeftSomewhere)
     put("src/f", "");
     SftpScript script;
     script.rules = {{every(SftpPacket::Opendir),
-                     SftpActions::answer(SftpPacket::Handle, SftpWriter().text("h").bytes())}};
+                     SftpActions::answer(SftpPacket::Handle, SftpWriter().text("h").bytes())},
+                    {every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Ok)}};
     for (std::uint64_t level = 0; level < 100; ++level) {
         script.rules.push_back(
             {nth(SftpPacket::Readdir, 2 * level + 1),
