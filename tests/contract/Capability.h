@@ -53,6 +53,8 @@ struct Capabilities
     Capability refusesToOpenDirectories;
     /// Opening a pipe fails at once. Lacking: it may wait for the pipe's other end.
     Capability refusesToOpenPipes;
+    /// Of several that create the same file exclusively at once, one succeeds.
+    Capability createsExclusively;
     /// Names are any bytes but "/" and NUL. Lacking: they are text.
     Capability takesAnyBytesInNames;
     /// Refuses what the permissions forbid.

@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -44,12 +44,21 @@ std::string contentOf(const FileSystem::FileSystem2& system, const std::string& 
 void writeContent(const FileSystem::FileSystem2& system, const std::string& path,
                   std::string_view bytes);
 
+/// Threads that countWinners() starts.
+inline constexpr int contenders = 4;
+
+/// Makes the call on several threads at once and counts how many were answered with true.
+int countWinners(const std::function<bool()>& call);
+
 /// Runs each test on every backend, in a directory of its own. Helpers that make something return
 /// its path and fail the test when they cannot.
 class ContractTest : public testing::TestWithParam<Backend>
 {
 protected:
     void SetUp() override;
+
+    /// Whether the storage system is there, and the test to be run.
+    bool isReady() const { return underTest_ != nullptr && !IsSkipped(); }
 
     const FileSystem::FileSystem2& system() const { return underTest_->fileSystem(); }
 

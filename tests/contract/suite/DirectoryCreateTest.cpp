@@ -37,6 +37,26 @@ TEST_P(DirectoryCreateContract, LeavesAloneWhatStands)
     EXPECT_EQ(contentOf(path("file")), "stays too");
 }
 
+TEST_P(DirectoryCreateContract, MakesADirectoryForOneOfMany)
+{
+    for (int round = 0; round < 20; ++round) {
+        const std::string contested = path("directory" + std::to_string(round));
+        const int winners = countWinners(
+            [this, &contested] { return system().directoryCreateAs(contested, false); });
+        EXPECT_EQ(winners, 1);
+    }
+}
+
+TEST_P(DirectoryCreateContract, MakesAPathForAllOfMany)
+{
+    for (int round = 0; round < 10; ++round) {
+        const std::string contested = path("a" + std::to_string(round) + "/b/c");
+        const int winners = countWinners(
+            [this, &contested] { return system().directoryMakePath(contested, false); });
+        EXPECT_EQ(winners, contenders);
+    }
+}
+
 TEST_P(DirectoryCreateContract, ParentIsNotMade)
 {
     makeFile("file");

@@ -10,7 +10,7 @@ protected:
     void SetUp() override
     {
         ContractTest::SetUp();
-        if (!IsSkipped()) {
+        if (isReady()) {
             makeDirectory("tree");
             makeDirectory("tree/sub");
             makeFile("tree/sub/file", "moved along");

@@ -124,6 +124,31 @@ TEST_P(FileCopyContract, StopsWhenToldAndLeavesWhatItWouldHaveReplaced)
     EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
 }
 
+TEST_P(FileCopyContract, FinalNameAppearsWithTheLastByte)
+{
+    makeSource("file", pseudoRandomBytes(15, 20'000));
+    const auto look = [this](std::uint64_t, std::uint64_t) {
+        EXPECT_FALSE(target().fileInfo(targetPath("copy")));
+        return true;
+    };
+    EXPECT_TRUE(
+        source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"), look, {}, 1'000));
+    EXPECT_EQ(target().fileSize(targetPath("copy")), 20'000U);
+}
+
+TEST_P(FileCopyContract, FileThatIsReplacedStandsUntilTheLastByte)
+{
+    makeSource("file", pseudoRandomBytes(16, 20'000));
+    makeTarget("copy", "before");
+    const auto look = [this](std::uint64_t, std::uint64_t) {
+        EXPECT_EQ(targetContent("copy"), "before");
+        return true;
+    };
+    EXPECT_TRUE(
+        source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"), look, {}, 1'000));
+    EXPECT_EQ(target().fileSize(targetPath("copy")), 20'000U);
+}
+
 TEST_P(FileCopyContract, PassesAnExceptionOnAndLeavesNothing)
 {
     makeSource("file", pseudoRandomBytes(9, 100'000));
