@@ -19,6 +19,8 @@
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/RemoteSession.h>
 #include <Tarnis/SSHChannel.h>
+#include <Tarnis/SSHFileSystemSFTP.h>
+#include <Tarnis/SSHFileSystemSFTPFile.h>
 #include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
 #include <Tarnis/SessionBlockingGuard.h>
