@@ -2,9 +2,12 @@
 
 #include "doctor/Advice.h"
 #include "doctor/Report.h"
+#include "files/RemotePlace.h"
 #include "login/Connecting.h"
 #include "login/HostKeyCheck.h"
+#include "login/Watchdog.h"
 #include "terminal/Messages.h"
+#include "terminal/Units.h"
 
 #include <array>
 #include <chrono>
@@ -13,6 +16,7 @@
 
 #include <netdb.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace TarnisTool {
 
@@ -50,22 +54,37 @@ std::string judge(const Tarnis::SSHExecuteResult& result, const Target& target)
            printable(result.output) + "\"";
 }
 
+/// A list that broke off looks like one that ended; only the session knows.
+std::size_t countEntries(Tarnis::SSHSession& session, const Tarnis::SSHFileSystemSFTP& files,
+                         const Target& target)
+{
+    const std::string before = forgetLastError(session);
+    const std::size_t count = files.directoryList(".").size();
+    const std::string after = session.getLastError();
+    if (after != before) {
+        throw Failure(FailureKind::FileProblem, "cannot list the login directory on",
+                      target.display(), after);
+    }
+    return count;
+}
+
 } // namespace
 
-Doctor::Doctor(Target target, const LoginOptions& options, LoginSecrets secrets)
+Doctor::Doctor(Target target, const LoginOptions& options, LoginSecrets secrets, bool writes)
     : target_(std::move(target))
     , options_(options)
     , secrets_(std::move(secrets))
+    , writes_(writes)
 {}
 
-/// In the order in which they build on one another. A look at file transfer comes after the
-/// command.
+/// In the order in which they build on one another. A server may well run no commands and transfer
+/// files.
 const std::vector<Doctor::Step>& Doctor::steps()
 {
     static const std::vector<Step> all{
-        {"name", &Doctor::resolve},          {"connect", &Doctor::connect},
-        {"host key", &Doctor::checkHostKey}, {"login", &Doctor::logIn},
-        {"command", &Doctor::runCommand},
+        {"name", true, &Doctor::resolve},          {"connect", true, &Doctor::connect},
+        {"host key", true, &Doctor::checkHostKey}, {"login", true, &Doctor::logIn},
+        {"command", false, &Doctor::runCommand},   {"files", false, &Doctor::lookAtFiles},
     };
     return all;
 }
@@ -75,11 +94,13 @@ bool Doctor::run()
     const Report report;
     report.heading(target_.display());
     bool isWell = true;
+    bool leadsOn = true;
     for (const Step& step : steps()) {
-        if (isWell) {
-            isWell = take(step);
-        } else {
+        if (!leadsOn) {
             report.skipped(step.name);
+        } else if (!take(step)) {
+            isWell = false;
+            leadsOn = !step.isOnTheWay && session_.isConnected();
         }
     }
     return isWell;
@@ -156,6 +177,52 @@ std::string Doctor::runCommand()
         break;
     }
     throwConnectionLost(session_, target_, "lost the connection to");
+}
+
+/// Reads only, unless the user has allowed more.
+std::string Doctor::lookAtFiles()
+{
+    const Watchdog watchdog(session_, commandLimit);
+    try {
+        const auto files = startFileTransfer(session_, target_);
+        const std::string count = std::to_string(countEntries(session_, *files, target_));
+        const auto room = files->fileStorageInfo(".");
+        return "SFTP; the login directory has " + count + " entries" +
+               (room ? ", " + humanSize(room->available) + " free of " + humanSize(room->capacity)
+                     : ", the server tells no free room") +
+               (writes_ ? "; " + writeFile(*files) : "");
+    } catch (const Failure&) {
+        if (!watchdog.hasBitten()) {
+            throw;
+        }
+        throw Failure(FailureKind::CommandTimedOut, "gave up file transfer with", target_.display(),
+                      "no answer within " + std::to_string(commandLimit.count()) + " seconds");
+    }
+}
+
+std::string Doctor::writeFile(const Tarnis::SSHFileSystemSFTP& files)
+{
+    using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+    const std::string path = "./.tarnis-doctor-" + std::to_string(::getpid());
+    const std::string text = "written by tarnis doctor, to be removed\n";
+    const std::string before = forgetLastError(session_);
+    auto file = files.fileOpen(path, Mode::Read | Mode::Write | Mode::Create | Mode::Exclusive);
+    std::string back(text.size(), '\0');
+    const bool isWritten = file != nullptr && file->writeFully(text.data(), text.size()) &&
+                           file->seek(0) && file->readFully(back.data(), back.size()).count > 0;
+    const std::string reason = session_.getLastError();
+    const bool isMade = file != nullptr;
+    file.reset();
+    const bool isRemoved = !isMade || files.fileRemove(path);
+    if (!isWritten || back != text) {
+        throw Failure(FailureKind::FileProblem, "cannot write a file on", target_.display(),
+                      reason == before ? "what was read back is not what was written" : reason);
+    }
+    if (!isRemoved) {
+        throw Failure(FailureKind::FileProblem, "cannot remove " + path + " on", target_.display(),
+                      session_.getLastError());
+    }
+    return "a file was written, read back and removed";
 }
 
 } // namespace TarnisTool

@@ -5,6 +5,7 @@
 #include "login/Login.h"
 #include "login/Target.h"
 
+#include <Tarnis/SSHFileSystemSFTP.h>
 #include <Tarnis/SSHSession.h>
 
 #include <string>
@@ -16,7 +17,8 @@ namespace TarnisTool {
 class Doctor
 {
 public:
-    Doctor(Target target, const LoginOptions& options, LoginSecrets secrets);
+    /// \param writes whether a small file may be written on the server, and removed again.
+    Doctor(Target target, const LoginOptions& options, LoginSecrets secrets, bool writes);
 
     /// True: every step went well.
     bool run();
@@ -25,6 +27,8 @@ private:
     struct Step
     {
         const char* name;
+        /// Whether the later ones make no sense without it.
+        bool isOnTheWay;
         /// Returns what it found; throws Failure.
         std::string (Doctor::*examine)();
     };
@@ -37,10 +41,13 @@ private:
     std::string checkHostKey();
     std::string logIn();
     std::string runCommand();
+    std::string lookAtFiles();
+    std::string writeFile(const Tarnis::SSHFileSystemSFTP& files);
 
     Target target_;
     const LoginOptions& options_;
     LoginSecrets secrets_;
+    bool writes_;
     Tarnis::SSHSession session_;
 };
 

@@ -13,10 +13,14 @@ DoctorCommand::DoctorCommand(CLI::App& program)
         .add_option("target", targetText_, "The server: [user@]host[:port]")
         ->required()
         ->type_name("");
+    commandLine().add_flag("--write", writes_,
+                           "Also write a small hidden file to the login directory, read it back "
+                           "and remove it; without this, nothing on the server is changed");
     declareLoginOptions(commandLine(), options_);
     commandLine().footer(
-        "Goes the way to the server step by step (name, connection, host key, login, command),\n"
-        "and says what each step found and how long it took; where one fails, also what to do.\n"
+        "Goes the way to the server step by step (name, connection, host key, login, command,\n"
+        "files), and says what each step found and how long it took; where one fails, also what\n"
+        "to do.\n"
         "Exit code 0 when all is well, 1 when a step failed.");
 }
 
@@ -27,7 +31,7 @@ int DoctorCommand::run(const std::vector<std::string>& words)
     }
     Target target = parseTarget(targetText_);
     LoginSecrets secrets = LoginSecrets::fetch(options_);
-    Doctor doctor(std::move(target), options_, std::move(secrets));
+    Doctor doctor(std::move(target), options_, std::move(secrets), writes_);
     return doctor.run() ? ExitCode::success : ExitCode::failure;
 }
 

@@ -16,6 +16,7 @@ public:
 private:
     std::string targetText_;
     LoginOptions options_;
+    bool writes_ = false;
 };
 
 } // namespace TarnisTool
