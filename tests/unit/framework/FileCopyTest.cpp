@@ -274,6 +274,7 @@ TEST_F(FileCopying, NeverReplacesADirectory)
 {
     target.addDirectory("/there/file");
     EXPECT_FALSE(copy());
+    EXPECT_THAT(source.calls(), Not(Contains("open /file")));
     EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/file"));
     EXPECT_TRUE(target.directoryExists("/there/file", false));
 }

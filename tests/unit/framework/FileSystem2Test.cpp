@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,7 @@ TEST_F(Creating, AFileWhereADirectoryStandsFails)
     system.addDirectory("/directory");
     EXPECT_EQ(system.fileCreate("/", "directory", false, true), nullptr);
     EXPECT_EQ(system.fileCreate("/", "directory", true, true), nullptr);
+    EXPECT_EQ(std::count(system.calls().begin(), system.calls().end(), "open /directory"), 2);
 }
 
 TEST_F(Creating, AFileMakesTheWayToItWhenAskedTo)

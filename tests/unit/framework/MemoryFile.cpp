@@ -156,7 +156,7 @@ std::uint64_t MemoryFile::do_read(char* buffer, std::uint64_t size) const
     }
     const auto count = readAt(position_, buffer, std::min(size, system_.behaviour.longestRead));
     position_ += count;
-    eof_ = count == 0 && position_ >= node_->bytes.size();
+    eof_ = (count == 0 || system_.behaviour.endsEarly) && position_ >= node_->bytes.size();
     return count;
 }
 

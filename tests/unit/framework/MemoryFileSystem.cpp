@@ -165,7 +165,8 @@ std::optional<std::string> MemoryFileSystem::resolve(const std::string& path, bo
     const auto components = split(path);
     auto key = root;
     for (std::size_t index = 0; index < components.size(); ++index) {
-        if (!isDirectory(find(key))) {
+        const auto directory = find(key);
+        if (!isDirectory(directory) || !may(Permission::OwnerExecute, *directory)) {
             return std::nullopt;
         }
         const auto& component = components[index];
@@ -193,11 +194,16 @@ std::shared_ptr<MemoryNode> MemoryFileSystem::existing(const std::string& path,
     return key ? find(*key) : nullptr;
 }
 
+bool MemoryFileSystem::may(Permission permission, const MemoryNode& node) const
+{
+    return behaviour.isSuperuser || node.permissions.has(permission);
+}
+
 bool MemoryFileSystem::mayChangeEntriesOf(const std::string& directory) const
 {
     const auto node = find(directory);
-    return isDirectory(node) && node->permissions.has(Permission::OwnerWrite) &&
-           node->permissions.has(Permission::OwnerExecute);
+    return isDirectory(node) && may(Permission::OwnerWrite, *node) &&
+           may(Permission::OwnerExecute, *node);
 }
 
 bool MemoryFileSystem::insert(const std::string& key, const std::shared_ptr<MemoryNode>& node) const
@@ -262,8 +268,7 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
             return nullptr;
         }
     } else if (node == nullptr || node->kind != MemoryNode::Kind::File ||
-               (creates && mode.has(Mode::Exclusive)) ||
-               !node->permissions.has(Permission::OwnerRead)) {
+               (creates && mode.has(Mode::Exclusive)) || !may(Permission::OwnerRead, *node)) {
         return nullptr;
     }
     if (mode.has(Mode::Truncate)) {
@@ -357,7 +362,7 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
     std::vector<StorageSystemFileInfo> entries;
     const auto key = resolve(path, true);
     const auto directory = key ? find(*key) : nullptr;
-    if (!isDirectory(directory) || !directory->permissions.has(Permission::OwnerRead)) {
+    if (!isDirectory(directory) || !may(Permission::OwnerRead, *directory)) {
         return entries;
     }
     const auto pattern = type == StorageSystemDirectoryFilterType::SearchPattern

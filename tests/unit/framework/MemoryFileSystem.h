@@ -35,6 +35,8 @@ struct MemoryNode
 struct MemoryBehaviour
 {
     bool isValid = true;
+    /// Directories need not be searchable, nor files and directories readable.
+    bool isSuperuser = false;
     /// Renaming onto something replaces it. Otherwise it fails.
     bool renamingReplaces = false;
     /// Renames that are refused, by their two paths.
@@ -53,6 +55,8 @@ struct MemoryBehaviour
     std::uint64_t unwritableFrom = std::numeric_limits<std::uint64_t>::max();
     /// Reads and writes claim one byte more than they were asked for.
     bool overcounts = false;
+    /// The end of a file is told with its last byte and not by a read behind it.
+    bool endsEarly = false;
     /// Closing a file drops what lies beyond this length.
     std::uint64_t keptOnClosing = std::numeric_limits<std::uint64_t>::max();
 
@@ -168,6 +172,7 @@ private:
     std::optional<std::string> resolve(const std::string& path, bool followLast,
                                        int links = 0) const;
     std::shared_ptr<MemoryNode> existing(const std::string& path, bool followLast) const;
+    bool may(FileSystem::PosixFilePermissionFlag permission, const MemoryNode& node) const;
     bool mayChangeEntriesOf(const std::string& directory) const;
     bool insert(const std::string& key, const std::shared_ptr<MemoryNode>& node) const;
     bool erase(const std::string& key) const;

@@ -177,6 +177,20 @@ TEST_F(OpenFile, ReadFullyOfExactlyTheRestIsComplete)
     EXPECT_FALSE(file->eof());
 }
 
+TEST_F(OpenFile, ReadFullyIsCompleteThoughTheEndIsToldWithTheLastByte)
+{
+    const auto file = openWith("12345");
+    system.behaviour.endsEarly = true;
+    std::string buffer(6, '\0');
+    EXPECT_EQ(file->readFully(buffer.data(), 5).status, Status::Complete);
+    ASSERT_TRUE(file->seek(0));
+    system.calls().clear();
+    const auto result = file->readFully(buffer.data(), 6);
+    EXPECT_EQ(result.status, Status::EndOfFile);
+    EXPECT_EQ(result.count, 5U);
+    EXPECT_THAT(system.calls(), ElementsAre("read 6 /file"));
+}
+
 TEST_F(OpenFile, ReadFullyTellsAFailureFromTheEnd)
 {
     const auto file = openWith("1234567890");

@@ -179,6 +179,18 @@ TEST_F(TreeCopying, PreservesPermissionsAndTimes)
     }
 }
 
+TEST_F(TreeCopying, PreservesPermissionsThatLockTheWayBehindIt)
+{
+    source.behaviour.isSuperuser = true;
+    source.addFile("/tree/locked/file", "bytes");
+    source.addDirectory("/tree/locked", 0600);
+    source.addDirectory("/tree", 0);
+    EXPECT_TRUE(copy(preserveAll));
+    EXPECT_EQ(target.at("/copy").permissions.raw(), 0U);
+    EXPECT_EQ(target.at("/copy/locked").permissions.raw(), 0600U);
+    EXPECT_EQ(target.at("/copy/locked").modTime, source.at("/tree/locked").modTime);
+}
+
 TEST_F(TreeCopying, ShowsADirectoryToNobodyElseBeforeItHasItsPermissions)
 {
     source.addFile("/tree/file", "bytes");
