@@ -138,12 +138,12 @@ bool isEntryName(const std::string& name)
            name.find(separator) == std::string::npos && hasNoNul(name);
 }
 
-bool isWithin(const std::string& directory, const std::string& path)
+bool isWithin(const std::string& outer, const std::string& inner)
 {
-    const auto inside = canonize(path);
-    const auto outside = canonize(directory);
-    const auto prefix = ensureTrailingSlash(outside);
-    return inside == outside || inside.compare(0, prefix.size(), prefix) == 0;
+    const auto path = canonize(inner);
+    const auto directory = canonize(outer);
+    const auto prefix = ensureTrailingSlash(directory);
+    return path == directory || path.compare(0, prefix.size(), prefix) == 0;
 }
 
 } // namespace FileSystem::PathText

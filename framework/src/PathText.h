@@ -44,7 +44,7 @@ bool hasNoNul(const std::string& text);
 /// not "", "." or "..", and holds neither a slash nor a NUL byte.
 bool isEntryName(const std::string& name);
 
-/// Whether `path` is `directory` or something below it, as far as the texts tell.
-bool isWithin(const std::string& directory, const std::string& path);
+/// Whether `inner` is `outer` or something below it, as far as the texts tell.
+bool isWithin(const std::string& outer, const std::string& inner);
 
 } // namespace FileSystem::PathText

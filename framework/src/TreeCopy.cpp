@@ -5,6 +5,7 @@
 
 #include <FileSystem/StorageSystem.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -85,14 +86,13 @@ bool TreeCopy::copyDirectories()
 
 bool TreeCopy::copyEntries(const TreeDirectory& directory, const std::string& targetPath) const
 {
-    for (const auto& entry : directory.entries) {
-        const FileCopy copy(task_, entry, PathText::childId(directory.path, {entry.name}),
-                            targetPath, entry.name);
-        if (!(isSymbolicLink(entry.type) ? copy.copyLink() : copy.copyFile())) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(directory.entries.begin(), directory.entries.end(),
+                       [&](const StorageSystemFileInfo& entry) {
+                           const FileCopy copy(task_, entry,
+                                               PathText::childId(directory.path, {entry.name}),
+                                               targetPath, entry.name);
+                           return isSymbolicLink(entry.type) ? copy.copyLink() : copy.copyFile();
+                       });
 }
 
 // When everything is in place: what is put into a directory changes its time, and takes permissions

@@ -90,7 +90,7 @@ protected:
         const std::string& path,
         const Utilities::Flags<FileSystem::PosixFilePermissionFlag>& permissions) const override;
     bool do_fileSetModTime(const std::string& path,
-                           const FileSystem::StorageSystemTimePoint time) const override;
+                           FileSystem::StorageSystemTimePoint time) const override;
     std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
     bool do_fileSymbolicLinkRemove(const std::string& path) const override;
     std::vector<FileSystem::StorageSystemDirectoryInfo>

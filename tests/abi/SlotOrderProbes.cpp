@@ -219,8 +219,7 @@ struct FileSystem2 : Remove<void, Remove<bool, FileSystem::FileSystem2>>
     bool do_fileSetPermissions(
         const std::string& path,
         const Utilities::Flags<PosixFilePermissionFlag>& permissions) const override;
-    bool do_fileSetModTime(const std::string& path,
-                           const StorageSystemTimePoint time) const override;
+    bool do_fileSetModTime(const std::string& path, StorageSystemTimePoint time) const override;
     std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
     bool do_fileSymbolicLinkRemove(const std::string& path) const override;
     std::vector<StorageSystemDirectoryInfo>

@@ -210,7 +210,7 @@ protected:
     std::optional<StorageSystemTimePoint>
     do_directoryGetModTime(const std::string& path) const override;
     bool do_directorySetModTime(const std::string& path,
-                                const StorageSystemTimePoint time) const override;
+                                StorageSystemTimePoint time) const override;
     std::optional<std::string> do_directorySymbolicLinkCreate(const std::string& linkDirectory,
                                                               const std::string& name,
                                                               const std::string& target,

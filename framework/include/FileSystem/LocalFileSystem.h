@@ -38,8 +38,7 @@ protected:
     bool do_fileSetPermissions(
         const std::string& path,
         const Utilities::Flags<PosixFilePermissionFlag>& permissions) const override;
-    bool do_fileSetModTime(const std::string& path,
-                           const StorageSystemTimePoint time) const override;
+    bool do_fileSetModTime(const std::string& path, StorageSystemTimePoint time) const override;
     std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
     bool do_fileSymbolicLinkRemove(const std::string& path) const override;
     std::vector<StorageSystemDirectoryInfo>

@@ -334,8 +334,7 @@ protected:
     do_fileSetPermissions(const std::string& path,
                           const Utilities::Flags<PosixFilePermissionFlag>& permissions) const = 0;
     virtual std::optional<StorageSystemTimePoint> do_fileGetModTime(const std::string& path) const;
-    virtual bool do_fileSetModTime(const std::string& path,
-                                   const StorageSystemTimePoint time) const = 0;
+    virtual bool do_fileSetModTime(const std::string& path, StorageSystemTimePoint time) const = 0;
     virtual std::optional<std::string> do_fileSymbolicLinkCreate(const std::string& linkDirectory,
                                                                  const std::string& name,
                                                                  const std::string& target,
@@ -379,7 +378,7 @@ protected:
     virtual std::optional<StorageSystemTimePoint>
     do_directoryGetModTime(const std::string& path) const = 0;
     virtual bool do_directorySetModTime(const std::string& path,
-                                        const StorageSystemTimePoint time) const = 0;
+                                        StorageSystemTimePoint time) const = 0;
     virtual std::optional<std::string>
     do_directorySymbolicLinkCreate(const std::string& linkDirectory, const std::string& name,
                                    const std::string& target, bool failIfLinkExists) const = 0;

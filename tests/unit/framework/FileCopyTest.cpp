@@ -13,7 +13,6 @@
 #include <vector>
 
 using TarnisTest::MemoryFileSystem;
-using testing::AnyOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;

@@ -174,7 +174,7 @@ std::optional<std::string> MemoryFileSystem::resolve(const std::string& path, bo
             key = component == "." ? key : parentOf(key);
             continue;
         }
-        const auto next = key + "/" + component;
+        const auto next = pathChildId(key + "/", {component});
         const auto node = find(next);
         const bool isLast = index + 1 == components.size() && path.back() != '/';
         if (node != nullptr && node->kind == MemoryNode::Kind::Link && (followLast || !isLast)) {

@@ -39,27 +39,17 @@ struct MemoryBehaviour
     bool isSuperuser = false;
     /// Renaming onto something replaces it. Otherwise it fails.
     bool renamingReplaces = false;
-    /// Renames that are refused, by their two paths.
-    std::function<bool(const std::string&, const std::string&)> refusesRename;
+    bool refusesTimes = false;
+    bool refusesPermissions = false;
     bool refusesLinks = false;
     /// Links are made, but do not read back as they were meant.
     bool rewritesLinks = false;
-    std::set<std::string> refusesToRemove;
-    bool refusesTimes = false;
-    bool refusesPermissions = false;
-
-    std::uint64_t longestRead = std::numeric_limits<std::uint64_t>::max();
-    std::uint64_t longestWrite = std::numeric_limits<std::uint64_t>::max();
-    /// Position in a file from which on reading, or writing, fails.
-    std::uint64_t unreadableFrom = std::numeric_limits<std::uint64_t>::max();
-    std::uint64_t unwritableFrom = std::numeric_limits<std::uint64_t>::max();
+    /// Listings give no types.
+    bool listsWithoutTypes = false;
     /// Reads and writes claim one byte more than they were asked for.
     bool overcounts = false;
     /// The end of a file is told with its last byte and not by a read behind it.
     bool endsEarly = false;
-    /// Closing a file drops what lies beyond this length.
-    std::uint64_t keptOnClosing = std::numeric_limits<std::uint64_t>::max();
-
     /// Files offer a bulk transfer.
     bool hasBulkTransfer = false;
     bool bulkStartFails = false;
@@ -67,6 +57,17 @@ struct MemoryBehaviour
     /// A bulk transfer says Complete whatever it read.
     bool bulkReadsClaimComplete = false;
 
+    std::uint64_t longestRead = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t longestWrite = std::numeric_limits<std::uint64_t>::max();
+    /// Position in a file from which on reading, or writing, fails.
+    std::uint64_t unreadableFrom = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t unwritableFrom = std::numeric_limits<std::uint64_t>::max();
+    /// Closing a file drops what lies beyond this length.
+    std::uint64_t keptOnClosing = std::numeric_limits<std::uint64_t>::max();
+
+    std::set<std::string> refusesToRemove;
+    /// Renames that are refused, by their two paths.
+    std::function<bool(const std::string&, const std::string&)> refusesRename;
     /// Entries that listings of a directory name besides its own, with a type.
     std::map<std::string,
              std::vector<
@@ -74,9 +75,6 @@ struct MemoryBehaviour
         inventedEntries;
     /// Types that listings give for a path, instead of its own.
     std::map<std::string, Utilities::Flags<FileSystem::StorageSystemFileTypeFlag>> listedTypes;
-    /// Listings give no types.
-    bool listsWithoutTypes = false;
-
     /// Called before every operation with its name and path; may throw.
     std::function<void(const std::string&, const std::string&)> onCall;
 };
@@ -141,7 +139,7 @@ protected:
     bool do_fileRemove(const std::string& path) const override;
     bool do_fileSetPermissions(const std::string& path,
                                const Permissions& permissions) const override;
-    bool do_fileSetModTime(const std::string& path, const Time time) const override;
+    bool do_fileSetModTime(const std::string& path, Time time) const override;
     std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
     bool do_fileSymbolicLinkRemove(const std::string& path) const override;
     std::vector<FileSystem::StorageSystemDirectoryInfo>

@@ -70,13 +70,16 @@ TEST_F(TreeCopying, BringsAwkwardNames)
     const std::vector<std::string> names{
         " ",  "'\"", "a\nb", "\xFF\xFE", "-rf", "*?[x]", "...", "..a", std::string(255, 'n'),
         "\\", "~"};
+    const auto below = [this](const std::string& directory, const std::string& name) {
+        return source.pathChildId(directory, {name, name});
+    };
     for (const auto& name : names) {
-        source.addFile("/tree/" + name + "/" + name, name);
+        source.addFile(below("/tree", name), name);
     }
     EXPECT_TRUE(copy());
     for (const auto& name : names) {
-        ASSERT_TRUE(target.has("/copy/" + name + "/" + name)) << name;
-        EXPECT_EQ(target.bytesOf("/copy/" + name + "/" + name), name);
+        ASSERT_TRUE(target.has(below("/copy", name))) << name;
+        EXPECT_EQ(target.bytesOf(below("/copy", name)), name);
     }
     EXPECT_EQ(target.paths().size(), 2 * names.size() + 1);
 }
