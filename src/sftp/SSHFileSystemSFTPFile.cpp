@@ -56,6 +56,9 @@ SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()
 {
     // It collects what is under way, so it goes while the file is open.
     setBulkTransfer(nullptr);
+    if (file_ == nullptr) {
+        return;
+    }
     try {
         file_->deleteMe();
     } catch (...) {

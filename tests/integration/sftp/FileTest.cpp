@@ -195,6 +195,18 @@ TEST(SftpSessionTest, ASessionThatIsNotConnectedHasNoFileSystem)
     EXPECT_EQ(session.createSFTPFileSystem(), nullptr);
 }
 
+TEST(SftpSessionTest, ASessionThatIsNotAuthenticatedHasNoFileSystem)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    const OpenSshServer server;
+    Tarnis::SSHSession session;
+    address(session, server.port(), server.user());
+    ASSERT_TRUE(connectTrusting(session));
+    EXPECT_EQ(session.createSFTPFileSystem(), nullptr);
+}
+
 TEST(SftpSessionTest, AServerWithoutSftpGivesNoFileSystem)
 {
     if (!requireServer(OpenSshServer::availability())) {
