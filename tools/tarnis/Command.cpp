@@ -1,5 +1,7 @@
 #include "Command.h"
 
+#include <CLI/CLI.hpp>
+
 #include <memory>
 #include <utility>
 
@@ -32,6 +34,11 @@ private:
 Command::Command(CLI::App& program, const std::string& name, const std::string& description)
     : commandLine_(*program.add_subcommand(name, description))
 {}
+
+bool Command::isChosen() const
+{
+    return commandLine_.parsed();
+}
 
 void Command::showInUsage(const std::string& operands)
 {

@@ -4,6 +4,8 @@
 #include "doctor/Doctor.h"
 #include "login/Login.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 DoctorCommand::DoctorCommand(CLI::App& program)

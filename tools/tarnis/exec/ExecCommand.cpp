@@ -7,6 +7,8 @@
 
 #include <Tarnis/SSHSession.h>
 
+#include <CLI/CLI.hpp>
+
 #include <utility>
 
 namespace TarnisTool {

@@ -2,6 +2,8 @@
 
 #include "files/PermissionChange.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 ChmodCommand::ChmodCommand(CLI::App& program)

@@ -5,6 +5,8 @@
 #include "files/Pattern.h"
 #include "terminal/Messages.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 CopyCommand::CopyCommand(CLI::App& program, const std::string& name, const std::string& description,

@@ -1,5 +1,7 @@
 #include "files/CpCommand.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 CpCommand::CpCommand(CLI::App& program)

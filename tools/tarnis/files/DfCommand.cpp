@@ -2,6 +2,8 @@
 
 #include "terminal/Units.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <iomanip>

@@ -5,6 +5,8 @@
 
 #include <FileSystem/HandleFatalError.h>
 
+#include <CLI/CLI.hpp>
+
 #include <iostream>
 #include <iterator>
 

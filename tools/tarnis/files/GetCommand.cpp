@@ -2,6 +2,8 @@
 
 #include "files/LocalPlace.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 GetCommand::GetCommand(CLI::App& program)

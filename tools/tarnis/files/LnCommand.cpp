@@ -2,6 +2,8 @@
 
 #include "Failure.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 LnCommand::LnCommand(CLI::App& program)

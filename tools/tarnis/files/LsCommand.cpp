@@ -6,6 +6,8 @@
 #include "files/Pattern.h"
 #include "terminal/Units.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <iomanip>
 #include <iostream>

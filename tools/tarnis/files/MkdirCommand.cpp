@@ -1,5 +1,7 @@
 #include "files/MkdirCommand.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 MkdirCommand::MkdirCommand(CLI::App& program)

@@ -4,6 +4,8 @@
 #include "files/Destination.h"
 #include "terminal/Messages.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 MvCommand::MvCommand(CLI::App& program)

@@ -3,6 +3,8 @@
 #include "Failure.h"
 #include "files/LocalPlace.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 PutCommand::PutCommand(CLI::App& program)

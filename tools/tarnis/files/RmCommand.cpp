@@ -4,6 +4,8 @@
 #include "files/Cancellation.h"
 #include "files/TreeWalk.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 namespace {

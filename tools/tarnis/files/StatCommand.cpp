@@ -3,6 +3,8 @@
 #include "files/EntryText.h"
 #include "terminal/Units.h"
 
+#include <CLI/CLI.hpp>
+
 #include <iostream>
 
 namespace TarnisTool {

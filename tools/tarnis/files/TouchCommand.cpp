@@ -2,6 +2,8 @@
 
 #include "terminal/Units.h"
 
+#include <CLI/CLI.hpp>
+
 namespace TarnisTool {
 
 TouchCommand::TouchCommand(CLI::App& program)

@@ -1,5 +1,7 @@
 #include "login/ConnectionOptions.h"
 
+#include <CLI/CLI.hpp>
+
 #include <climits>
 #include <map>
 

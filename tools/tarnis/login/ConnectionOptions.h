@@ -2,11 +2,13 @@
 
 #include "login/SecretSource.h"
 
-#include <CLI/CLI.hpp>
-
 #include <chrono>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace TarnisTool {
 

@@ -6,6 +6,8 @@
 
 #include <Tarnis/SSHSession.h>
 
+#include <CLI/CLI.hpp>
+
 #include <iostream>
 
 namespace TarnisTool {
