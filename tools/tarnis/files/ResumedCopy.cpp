@@ -1,6 +1,7 @@
 #include "files/ResumedCopy.h"
 
 #include "files/SinkFile.h"
+#include "files/TailFile.h"
 
 #include <FileSystem/StorageSystemFile.h>
 
@@ -19,8 +20,6 @@ using Mode = FileSystem::StorageSystemFileOpenModeFlag;
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 using FileSystem::StorageSystemFile;
 using FileSystem::StorageSystemReadResult;
-
-constexpr std::uint64_t stepSize = 1'000'000;
 
 constexpr std::size_t longestName = 255;
 constexpr const char* suffix = ".tarnis-part";
@@ -219,26 +218,14 @@ bool ResumedCopy::append(StorageSystemFile& part, std::uint64_t start)
     if (source == nullptr) {
         return false;
     }
+    const auto progress = [this, start](std::uint64_t done, std::uint64_t /*total*/) {
+        return progress_(start + done);
+    };
     if (start == 0) {
-        return source->copy(
-            part, [this](std::uint64_t done, std::uint64_t /*total*/) { return progress_(done); });
+        return source->copy(part, progress);
     }
-    if (!source->seek(start) || !part.seek(start)) {
-        return false;
-    }
-    std::vector<char> buffer(stepSize);
-    for (std::uint64_t done = start; progress_(done);) {
-        const StorageSystemReadResult read = source->readFully(buffer.data(), buffer.size());
-        if (read.status == StorageSystemReadResult::Status::Error ||
-            !part.writeFully(buffer.data(), read.count)) {
-            return false;
-        }
-        done += read.count;
-        if (read.status == StorageSystemReadResult::Status::EndOfFile) {
-            return progress_(done);
-        }
-    }
-    return false;
+    TailFile tail(*source, start, std::max(start, info_.size));
+    return part.seek(start) && tail.copy(part, progress);
 }
 
 bool ResumedCopy::setAttributes(const std::string& path) const
