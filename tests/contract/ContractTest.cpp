@@ -93,6 +93,7 @@ int countWinners(const std::function<bool()>& call)
     std::atomic<int> ready{0};
     std::atomic<int> winners{0};
     std::vector<std::thread> threads;
+    threads.reserve(contenders);
     for (int thread = 0; thread < contenders; ++thread) {
         threads.emplace_back([&] {
             ++ready;

@@ -149,6 +149,7 @@ TEST_P(SystemContract, MayBeUsedByManyThreadsAtOnce)
     constexpr int rounds = 10;
     std::atomic<int> right{0};
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int thread = 0; thread < threadCount; ++thread) {
         threads.emplace_back([this, thread, &right] {
             const std::string own = path("thread" + std::to_string(thread));
