@@ -7,7 +7,7 @@
 #include <atomic>
 #include <filesystem>
 #include <future>
-#include <thread>
+#include <ostream>
 
 namespace TarnisTest {
 
@@ -60,6 +60,12 @@ struct ReadBehaviour
     const char* name;
     SftpScript script;
 };
+
+// For the messages of failed assertions.
+void PrintTo(const ReadBehaviour& behaviour, std::ostream* out)
+{
+    *out << behaviour.name;
+}
 
 ReadBehaviour inOrder(const char* name, SftpOrder order, std::uint64_t held)
 {
@@ -179,6 +185,11 @@ struct Mishap
     const char* name;
     SftpScript script;
 };
+
+void PrintTo(const Mishap& mishap, std::ostream* out)
+{
+    *out << mishap.name;
+}
 
 Mishap mishap(const char* name, SftpOccasion occasion, SftpAction action)
 {

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,12 @@ struct ServerKind
     Takes takes;
     int attempts; ///< How many it takes to find the order.
 };
+
+// For the messages of failed assertions.
+void PrintTo(const ServerKind& kind, std::ostream* out)
+{
+    *out << kind.name;
+}
 
 class SftpLinkOrder : public SftpLinks, public ::testing::WithParamInterface<ServerKind>
 {
