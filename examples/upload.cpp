@@ -41,18 +41,18 @@ int main(int argc, char** argv)
     }
     const std::string path = argv[1 + Login::argumentCount];
     // Under another name until it is complete.
-    const std::string part = path + ".part";
-    auto file = remote->fileOpen(part, Mode::Write | Mode::Create | Mode::Truncate);
+    const std::string unfinished = path + ".part";
+    auto file = remote->fileOpen(unfinished, Mode::Write | Mode::Create | Mode::Truncate);
     if (!file || !writeInput(*file, remote->recommendedWriteBufferSize())) {
         failed(session, "writing");
         file.reset();
-        remote->fileRemove(part);
+        remote->fileRemove(unfinished);
         return 1;
     }
     file.reset(); // closes it
-    if (!remote->fileRenameAs(part, path)) {
+    if (!remote->fileRenameAs(unfinished, path)) {
         failed(session, "giving the file its name");
-        remote->fileRemove(part);
+        remote->fileRemove(unfinished);
         return 1;
     }
     return 0;

@@ -10,8 +10,6 @@ namespace TarnisTest {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 class ChangeTest : public FilesTest
 {
