@@ -11,6 +11,7 @@ install(
 install(
     DIRECTORY ${PROJECT_SOURCE_DIR}/include/Tarnis
               ${PROJECT_SOURCE_DIR}/framework/include/FileSystem
+              ${PROJECT_SOURCE_DIR}/framework/include/Utilities
               ${PROJECT_BINARY_DIR}/src/include/Tarnis
               ${PROJECT_BINARY_DIR}/framework/include/FileSystem
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tarnis

@@ -33,6 +33,9 @@ function(tarnis_target target)
     if(TARNIS_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${TARNIS_SANITIZE} -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all)
+        # The checks that sanitizers put in confuse GCC's own: it warns of std::regex.
+        target_compile_options(${target}
+                               PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
         target_link_options(${target} PUBLIC -fsanitize=${TARNIS_SANITIZE})
     endif()
 endfunction()

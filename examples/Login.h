@@ -5,6 +5,7 @@
 #include <Tarnis/Tarnis.h>
 
 #include <iostream>
+#include <memory>
 #include <string>
 
 /// Where to log in, and with what: the first five arguments of most examples.
@@ -62,4 +63,14 @@ inline bool logIn(Tarnis::SSHSession& session, const Login& login)
     }
     session.userAuthenticate(Tarnis::UserAuthenticatorPrivateKeyFile(login.keyFile, ""));
     return session.isAuthenticated() || failed(session, "logging in");
+}
+
+/// The server's files, once logged in; null after a failure.
+inline std::unique_ptr<Tarnis::SSHFileSystemSFTP> openFiles(Tarnis::SSHSession& session)
+{
+    auto files = session.createSFTPFileSystem();
+    if (!files) {
+        failed(session, "starting file transfer");
+    }
+    return files;
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Shows the main job against a real SSH server: builds the library and the program, starts a private
-# server on a loopback port with throwaway keys, connects, verifies its key, logs in, runs commands.
+# server on a loopback port with throwaway keys, connects, verifies its key, logs in, runs commands,
+# copies a tree there and back.
 # Installs what is missing (Debian packages) first; leaves nothing behind but the build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,6 +11,7 @@ cd "$(dirname "$0")/.."
 build_dir=build/demo
 tarnis=$build_dir/tools/tarnis/tarnis
 scratch=
+remote=
 server_pid=
 client_pid=
 port=
@@ -66,7 +68,7 @@ invent_account() {
     printf 'root:x:0:0::/root:/bin/sh\nsshd:x:65533:65534::/:/bin/false\n%s:x:65534:65534::%s:/bin/sh\n' \
         "$account" "$scratch/home" >"$scratch/passwd"
     printf 'root:x:0:\nnogroup:x:65534:\n' >"$scratch/group"
-    chown 65534:65534 "$scratch/home"
+    chown 65534:65534 "$scratch/home" "$remote"
     chmod 755 "$scratch"
     mkdir -p /run/sshd
     server_environment=(LD_PRELOAD=libnss_wrapper.so "NSS_WRAPPER_PASSWD=$scratch/passwd"
@@ -83,11 +85,15 @@ KbdInteractiveAuthentication no
 UsePAM no
 StrictModes no
 PidFile none
+Subsystem sftp internal-sftp
 CONFIG
 }
 
 make_server() {
     scratch=$(mktemp -d)
+    # What the account that logs in may write to.
+    remote=$scratch/remote
+    mkdir "$remote"
     server_environment=()
     [ "$(id -u)" -ne 0 ] || invent_account
     ssh-keygen -q -t ed25519 -N '' -C '' -f "$scratch/host_key"
@@ -189,6 +195,35 @@ demo_kill() {
     [ "$status" -eq 255 ] || fail "a command ended by a signal should give 255"
 }
 
+make_tree() { # DIRECTORY
+    mkdir -p "$1/sub dir/deeper" "$1/empty"
+    printf 'plain\n' >"$1/file"
+    printf 'odd\n' >"$1/sub dir/new
+line \377"
+    head -c 3000000 /dev/urandom >"$1/sub dir/deeper/random"
+    ln -s "../sub dir/deeper" "$1/empty/link"
+    chmod 640 "$1/file"
+    touch -d '2001-02-03 04:05:06' "$1/file" "$1/sub dir"
+}
+
+demo_files() {
+    title "a tree goes up, is looked at, and comes back"
+    make_tree "$scratch/tree"
+    show "$tarnis" put -rp "$scratch/tree" "$target:$remote" "${options[@]}"
+    [ "$shown_status" -eq 0 ] || fail "the tree did not go up"
+    show "$tarnis" ls -lR "$target:$remote/tree" "${options[@]}" | cat -v
+    show "$tarnis" stat --json "$target:$remote/tree/file" "${options[@]}"
+    show "$tarnis" df "$target:$remote" "${options[@]}"
+    show "$tarnis" get -rp "$target:$remote/tree" "$scratch/back" "${options[@]}"
+    [ "$shown_status" -eq 0 ] || fail "the tree did not come back"
+    show diff -r --no-dereference "$scratch/tree" "$scratch/back"
+    [ "$shown_status" -eq 0 ] || fail "the tree came back different"
+    [ "$(stat -c '%a %Y' "$scratch/tree/file")" = "$(stat -c '%a %Y' "$scratch/back/file")" ] ||
+        fail "permissions and time should be the same"
+    show "$tarnis" rm -r "$target:$remote/tree" "${options[@]}"
+    [ ! -e "$remote/tree" ] || fail "the tree should be gone"
+}
+
 ensure_packages demo
 build
 title "starting a server"
@@ -200,5 +235,6 @@ demo_host_key
 demo_doctor
 demo_exec
 demo_transfer
+demo_files
 demo_kill
 title "done: everything above was real, and nothing of it is left"

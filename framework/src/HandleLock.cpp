@@ -9,7 +9,7 @@ HandleMutexChain::HandleMutexChain(const HandleMutexChain* ancestors)
     if (ancestors != nullptr) {
         mutexes_ = ancestors->mutexes_;
     }
-    mutexes_.push_back(std::make_shared<std::recursive_mutex>());
+    mutexes_.push_back(std::make_shared<std::recursive_timed_mutex>());
 }
 
 void HandleMutexChain::lock() const
@@ -24,6 +24,20 @@ void HandleMutexChain::lock() const
         unlockFirst(locked);
         throw;
     }
+}
+
+bool HandleMutexChain::tryLockFor(std::chrono::milliseconds limit) const
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    std::size_t locked = 0;
+    while (locked < mutexes_.size() && mutexes_[locked]->try_lock_until(deadline)) {
+        ++locked;
+    }
+    if (locked < mutexes_.size()) {
+        unlockFirst(locked);
+        return false;
+    }
+    return true;
 }
 
 void HandleMutexChain::unlock() const noexcept
@@ -46,6 +60,12 @@ HandleLock lockChain(const std::shared_ptr<const HandleMutexChain>& chain)
 {
     chain->lock();
     return {chain.get(), HandleUnlock(chain)};
+}
+
+HandleLock lockChainWithin(const std::shared_ptr<const HandleMutexChain>& chain,
+                           std::chrono::milliseconds limit)
+{
+    return chain->tryLockFor(limit) ? HandleLock(chain.get(), HandleUnlock(chain)) : HandleLock();
 }
 
 } // namespace FileSystem

@@ -67,6 +67,11 @@ HandleLock HandleObjectCore::getLock() const
     return lockChain(mutexes_);
 }
 
+HandleLock HandleObjectCore::getLockWithin(std::chrono::milliseconds limit) const
+{
+    return lockChainWithin(mutexes_, limit);
+}
+
 void HandleObjectCore::checkFatalError()
 {
     do_checkFatalError();

@@ -37,8 +37,8 @@ public:
     bool connect();
 
     /// Ends the connection. Everything made from the session (processes, file systems) becomes
-    /// invalid. Blocks only while another thread is in a call on the session, and for up to half a
-    /// second while data that was written and not yet sent is handed to the network.
+    /// invalid. A call of another thread that does not end within a moment is broken off; for up to
+    /// half a second, data that was written and not yet sent is handed to the network.
     ///
     /// True: the state is Disconnected. False: it already was; nothing was done.
     bool disconnect();

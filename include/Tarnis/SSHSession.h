@@ -1,5 +1,6 @@
 #pragma once
 
+#include <FileSystem/HandleLock.h>
 #include <Tarnis/Export.h>
 #include <Tarnis/RemoteSession.h>
 #include <Tarnis/SSHExecuteResult.h>
@@ -14,6 +15,7 @@ struct ssh_session_struct;
 
 namespace Tarnis {
 
+class SSHFileSystemSFTP;
 class SSHHandleSession;
 class SSHProcess;
 class SSHSessionConnection;
@@ -46,12 +48,14 @@ public:
     SSHSession();
 
     /// Disconnects if connected, then frees the connection. Objects made from the session become
-    /// invalid. Blocks as disconnect() does; never throws.
+    /// invalid. Blocks as disconnect() does, and like it breaks a call of another thread off that
+    /// does not end within a moment; never throws.
     ~SSHSession();
 
     /// Ends the connection without telling the server, and makes everything created from the
-    /// session invalid. Waits for no answer; blocks only while another thread is in a call on the
-    /// session. The next getState() says Disconnected.
+    /// session invalid. Waits for no answer, and for a call of another thread only a moment: one
+    /// that has not ended by then is broken off, as by interrupt(). The next getState() says
+    /// Disconnected.
     void silentDisconnect();
 
     /// Frees every call that is blocked on this session, in any thread, by shutting its connection
@@ -112,6 +116,11 @@ public:
     SSHExecuteResult execute(const std::string& commandLine, std::string_view input = {},
                              std::chrono::milliseconds timeout = noTimeout);
 
+    /// A storage system over an SFTP session of its own. Blocks until the server has answered.
+    /// Null: the session is not authenticated, the server refuses another channel or has no SFTP
+    /// subsystem, or the connection is lost; nothing is left open then.
+    std::unique_ptr<SSHFileSystemSFTP> createSFTPFileSystem();
+
 private:
     bool do_isConnected() const override;
     bool do_isAuthenticating() const override;
@@ -135,6 +144,7 @@ private:
     void setBlocking(bool blocking);
     bool isBlocking() const;
     int runConnect();
+    FileSystem::HandleLock lockToEnd();
     void endConnection(void (*disconnectCall)(ssh_session_struct*));
 
     std::unique_ptr<SSHHandleSession> session_;

@@ -10,6 +10,8 @@
 #include <Tarnis/SSHChannelTransfer.h>
 #include <Tarnis/SSHDefaultDeleter.h>
 #include <Tarnis/SSHExecuteResult.h>
+#include <Tarnis/SSHFileSystemSFTP.h>
+#include <Tarnis/SSHFileSystemSFTPFile.h>
 #include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
 #include <Tarnis/SessionBlockingGuard.h>

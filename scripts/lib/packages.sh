@@ -3,10 +3,12 @@
 
 # packages_for PURPOSE: names, separated by blanks.
 packages_for() {
-    local build="g++ cmake ninja-build pkg-config libssh-dev libssl-dev libcli11-dev"
+    local build="g++ cmake ninja-build pkg-config libssh-dev libssl-dev libcli11-dev
+        nlohmann-json3-dev"
     local server="openssh-server openssh-client libnss-wrapper"
     local test="$build $server googletest libgtest-dev libgmock-dev libpam-wrapper
-        openssh-sftp-server dropbear-bin python3 python3-asyncssh clang git"
+        openssh-sftp-server dropbear-bin python3 python3-asyncssh proftpd-core
+        proftpd-mod-crypto clang git"
     case $1 in
     demo) echo "$build $server" ;;
     test) echo "$test" ;;
@@ -45,7 +47,5 @@ ensure_packages() {
         as_root=(sudo)
     fi
     echo "== installing Debian packages: ${missing[*]}"
-    "${as_root[@]}" apt-get update -qq
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+    "${as_root[@]}" "$(dirname "${BASH_SOURCE[0]}")/install_packages.sh" "${missing[@]}"
 }

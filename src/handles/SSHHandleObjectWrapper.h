@@ -15,6 +15,7 @@ class SSHHandleObjectWrapper : public Handle
 public:
     using Handle::checkFatalError;
     using Handle::getLock;
+    using Handle::getLockWithin;
     using Handle::Handle;
 };
 

@@ -1,5 +1,6 @@
 #include "handles/SSHHandleSFTPSession.h"
 
+#include "handles/CString.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHChannelClose.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
@@ -20,6 +21,9 @@ SSHHandleSFTPSession::~SSHHandleSFTPSession()
 std::shared_ptr<SSHHandleSFTPSessionFile>
 SSHHandleSFTPSession::openFile(const std::string& path, int posixFlags, mode_t mode)
 {
+    if (!fitsCString(path)) {
+        return nullptr;
+    }
     const auto lock = getLock();
     sftp_file file = callLocked(*this, sftp_open, path.c_str(), posixFlags, mode);
     if (file == nullptr) {

@@ -9,6 +9,7 @@
 #include <libssh/libssh.h>
 #include <libssh/sftp.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -30,14 +31,61 @@ public:
     using HandleObjectCoreComposite::addChild;
 
     /// Opens a remote file. Blocks until the server has answered. Null: the server refused, or the
-    /// connection is lost. Throws handle_fatal_error("invalid") when this handle is invalid.
+    /// connection is lost, or the path has a NUL byte. Throws handle_fatal_error("invalid") when
+    /// this handle is invalid.
     /// \param posixFlags as open(2) takes them.
     /// \param mode       permissions of a file that is created.
     std::shared_ptr<SSHHandleSFTPSessionFile> openFile(const std::string& path, int posixFlags,
                                                        mode_t mode);
 
+    /// The session that the SFTP session was made on; null once it is gone. To be called under the
+    /// lock, and used for as long as it is held.
+    SSHHandleSession* getSession() const noexcept
+    {
+        return static_cast<SSHHandleSession*>(getParent());
+    }
+
+    /// In which order the server takes the two paths of a symbolic link, as far as links that were
+    /// made before have shown.
+    enum class LinkPathOrder
+    {
+        Unknown,
+        AsLibsshSends,
+        Exchanged, ///< libssh must be given the two the other way round.
+    };
+
+    LinkPathOrder getLinkPathOrder() const noexcept { return linkPathOrder_; }
+
+    void setLinkPathOrder(LinkPathOrder order) noexcept { linkPathOrder_ = order; }
+
+    /// How the writes of a bulk transfer are sent, as far as the first of them has shown.
+    enum class BulkWriting
+    {
+        Unknown,
+        Pipelined,
+        OneByOne,
+    };
+
+    BulkWriting getBulkWriting() const noexcept { return bulkWriting_; }
+
+    void setBulkWriting(BulkWriting how) noexcept { bulkWriting_ = how; }
+
+    /// Counts the bulk transfers that may write. Whoever reads beside them has to keep what it asks
+    /// for within the channel's window: a server that waits for room in there may not take more
+    /// writes meanwhile.
+    void addBulkWriter() noexcept { ++bulkWriters_; }
+
+    void removeBulkWriter() noexcept { --bulkWriters_; }
+
+    bool hasBulkWriters() const noexcept { return bulkWriters_ > 0; }
+
 protected:
     void do_invalidate() override;
+
+private:
+    std::atomic<LinkPathOrder> linkPathOrder_{LinkPathOrder::Unknown};
+    std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
+    std::atomic<int> bulkWriters_{0};
 };
 
 } // namespace Tarnis

@@ -6,6 +6,11 @@ SSHHandleSFTPSessionFile::SSHHandleSFTPSessionFile(SSHHandleSFTPSession* sftp, s
     : SSHHandleObjectWrapper(sftp, file)
 {}
 
+SSHHandleSFTPSessionFile::~SSHHandleSFTPSessionFile()
+{
+    invalidateQuietly();
+}
+
 void SSHHandleSFTPSessionFile::abandon() noexcept
 {
     const sftp_file file = getResource();
@@ -13,6 +18,26 @@ void SSHHandleSFTPSessionFile::abandon() noexcept
         ssh_string_free(file->handle);
         file->handle = nullptr;
     }
+}
+
+bool SSHHandleSFTPSessionFile::isAtEnd() const
+{
+    const std::lock_guard<std::mutex> look(looking_);
+    const sftp_file file = getResource();
+    return file != nullptr && file->eof == 1;
+}
+
+void SSHHandleSFTPSessionFile::do_invalidate()
+{
+    // Past the base that would free the file under the eyes of isAtEnd().
+    HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
+    release(takeFile());
+}
+
+sftp_file SSHHandleSFTPSessionFile::takeFile()
+{
+    const std::lock_guard<std::mutex> nobodyLooks(looking_);
+    return exchangeResource(nullptr);
 }
 
 } // namespace Tarnis

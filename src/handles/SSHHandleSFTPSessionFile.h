@@ -9,6 +9,8 @@
 #include <libssh/libssh.h>
 #include <libssh/sftp.h>
 
+#include <mutex>
+
 namespace Tarnis {
 
 /// Handle of one open remote file. Invalidated on its own, it closes the file and waits for the
@@ -21,10 +23,32 @@ class SSHHandleSFTPSessionFile final
 public:
     /// Takes the file over.
     SSHHandleSFTPSessionFile(SSHHandleSFTPSession* sftp, sftp_file file);
+    ~SSHHandleSFTPSessionFile() override;
 
     /// Forgets the server's handle of the file, so that releasing it asks the server for nothing:
     /// the server closes the file itself when the SFTP session ends. To be called under the lock.
     void abandon() noexcept;
+
+    /// Whether a read has met the end of the file; false when the handle is invalid. Takes no lock,
+    /// so that it answers at once while another thread works on the session.
+    bool isAtEnd() const;
+
+    /// The SFTP session that the file was opened on; null once it is gone. To be called under the
+    /// lock, and used for as long as it is held.
+    SSHHandleSFTPSession* getSftpSession() const noexcept
+    {
+        return static_cast<SSHHandleSFTPSession*>(getParent());
+    }
+
+protected:
+    void do_invalidate() override;
+
+private:
+    sftp_file takeFile();
+
+    // Keeps the file from being freed while somebody looks at it without the lock; held for that
+    // look alone.
+    mutable std::mutex looking_;
 };
 
 } // namespace Tarnis

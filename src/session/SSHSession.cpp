@@ -10,7 +10,17 @@
 #include <Tarnis/SessionBlockingGuard.h>
 #include <Tarnis/UserAuthenticatorResponse.h>
 
+#include <chrono>
+
 namespace Tarnis {
+
+namespace {
+
+// What a call of another thread may take before it has to give way to the end of the session. With
+// the moment that unsent output is given, well within a second.
+constexpr std::chrono::milliseconds patience{300};
+
+} // namespace
 
 SSHSession::SSHSession()
     : session_(std::make_unique<SSHHandleSession>(ssh_new()))
@@ -21,6 +31,7 @@ SSHSession::SSHSession()
 SSHSession::~SSHSession()
 {
     try {
+        const auto lock = lockToEnd();
         if (do_isConnected()) {
             do_disconnect();
         }
@@ -99,11 +110,11 @@ int SSHSession::runConnect()
 
 bool SSHSession::do_disconnect()
 {
+    const auto lock = lockToEnd();
     setBlocking(true);
     if (state_->load() == RemoteSessionState::Disconnected) {
         return false;
     }
-    const auto lock = session_->getLock();
     state_->exchange(RemoteSessionState::Disconnecting);
     endConnection([](ssh_session session) {
         SSHSessionConnection::flush(session);
@@ -115,13 +126,25 @@ bool SSHSession::do_disconnect()
 
 void SSHSession::silentDisconnect()
 {
+    const auto lock = lockToEnd();
     setBlocking(true);
     endConnection(ssh_silent_disconnect);
 }
 
+/// The session's lock, for ending its connection: a call of another thread that holds it for long,
+/// on a server that has stopped answering perhaps, is broken off.
+FileSystem::HandleLock SSHSession::lockToEnd()
+{
+    auto lock = session_->getLockWithin(patience);
+    if (lock == nullptr) {
+        connection_->interrupt();
+        lock = session_->getLock();
+    }
+    return lock;
+}
+
 void SSHSession::endConnection(void (*disconnectCall)(ssh_session_struct*))
 {
-    const auto lock = session_->getLock();
     // libssh frees every channel together with the connection.
     session_->retireChildren();
     callLocked(*session_, disconnectCall);

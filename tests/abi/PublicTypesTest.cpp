@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <memory>
 #include <type_traits>
 
 using namespace Tarnis;
@@ -71,6 +72,8 @@ static_assert(isPinned<SSHSession>);
 static_assert(isPinned<SSHChannel>);
 static_assert(isPinned<SSHProcess>);
 static_assert(isPinned<SessionBlockingGuard>);
+static_assert(isPinned<SSHFileSystemSFTP>);
+static_assert(isPinned<SSHFileSystemSFTPFile>);
 static_assert(isPinned<FileSystem::HandleObjectCore>);
 static_assert(isPinned<FileSystem::HandleObjectCoreComposite>);
 
@@ -83,6 +86,11 @@ static_assert(std::has_virtual_destructor_v<HostAuthenticatorResponse>);
 static_assert(std::has_virtual_destructor_v<UserAuthenticator>);
 static_assert(std::has_virtual_destructor_v<UserAuthenticatorResponse>);
 static_assert(std::is_base_of_v<SSHChannel, SSHProcess>);
+static_assert(std::is_base_of_v<FileSystem::FileSystem2, SSHFileSystemSFTP>);
+static_assert(std::is_base_of_v<FileSystem::FileSystem2File, SSHFileSystemSFTPFile>);
+static_assert(std::has_virtual_destructor_v<FileSystem::StorageSystem>);
+static_assert(std::has_virtual_destructor_v<FileSystem::StorageSystemFile>);
+static_assert(std::is_default_constructible_v<SSHFileSystemSFTP>);
 
 // Numbers that hosts store and pass on.
 static_assert(isUnsigned32Bits<RemoteSessionState>);
@@ -99,6 +107,12 @@ static_assert(isUnsigned32Bits<SSHCommandLineProcessState>);
 TEST(PublicTypes, ADeleterTakesNoRoomInAUniquePointer)
 {
     EXPECT_EQ(sizeof(std::unique_ptr<char, ssh_default_deleter<char>>), sizeof(char*));
+}
+
+TEST(PublicTypes, ARemoteFileSystemIsOneSharedHandle)
+{
+    EXPECT_EQ(sizeof(SSHFileSystemSFTP),
+              sizeof(FileSystem::FileSystem2) + sizeof(std::shared_ptr<void>));
 }
 
 TEST(PublicTypes, RemoteSessionHasNoDataOfItsOwn)

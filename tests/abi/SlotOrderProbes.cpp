@@ -9,20 +9,29 @@
 #include "handles/SSHHandleSFTPSessionFile.h"
 #include "handles/SSHHandleSession.h"
 
+#include <FileSystem/FileSystem2.h>
+#include <FileSystem/FileSystem2File.h>
 #include <FileSystem/HandleObjectCore.h>
 #include <FileSystem/HandleObjectCoreComposite.h>
+#include <FileSystem/LocalFileSystem.h>
+#include <FileSystem/StorageSystemBulkTransfer.h>
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/RemoteSession.h>
 #include <Tarnis/SSHChannel.h>
+#include <Tarnis/SSHFileSystemSFTP.h>
+#include <Tarnis/SSHFileSystemSFTPFile.h>
 #include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
 #include <Tarnis/SessionBlockingGuard.h>
 #include <Tarnis/UserAuthenticator.h>
 #include <Tarnis/UserAuthenticatorResponse.h>
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 // The names of the probes become the names in the list.
 namespace Probe {
@@ -171,3 +180,101 @@ struct RemoteSession : Tarnis::RemoteSession
 };
 
 } // namespace Probe
+
+// The same for the classes of the storage framework.
+namespace FrameworkProbe {
+
+/// Implements one of the two operations that remove a directory: by path and `Argument`, or with
+/// void by path alone.
+template <class Argument, class Base>
+struct Remove : Base
+{
+    using Base::do_directoryRemove;
+
+    bool do_directoryRemove(const std::string& path, Argument recursive) const override;
+};
+
+template <class Base>
+struct Remove<void, Base> : Base
+{
+    using Base::do_directoryRemove;
+
+    bool do_directoryRemove(const std::string& path) const override;
+};
+
+using namespace FileSystem;
+
+struct FileSystem2 : Remove<void, Remove<bool, FileSystem::FileSystem2>>
+{
+    std::string do_hostName() const override;
+    StorageSystemType do_getType() const override;
+    bool do_isValid() const override;
+    std::unique_ptr<StorageSystemFile>
+    do_fileOpen(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                Utilities::Flags<PosixFilePermissionFlag> permissions) const override;
+    std::optional<StorageSystemFileInfo> do_fileInfo(const std::string& path) const override;
+    std::optional<StorageSystemStorageInfo>
+    do_fileStorageInfo(const std::string& path) const override;
+    bool do_fileRemove(const std::string& path) const override;
+    bool do_fileSetPermissions(
+        const std::string& path,
+        const Utilities::Flags<PosixFilePermissionFlag>& permissions) const override;
+    bool do_fileSetModTime(const std::string& path, StorageSystemTimePoint time) const override;
+    std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
+    bool do_fileSymbolicLinkRemove(const std::string& path) const override;
+    std::vector<StorageSystemDirectoryInfo>
+    do_directoryList(const std::string& path, const std::string& filter,
+                     StorageSystemDirectoryFilterType type) const override;
+    std::vector<StorageSystemFileInfo>
+    do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                             StorageSystemDirectoryFilterType type) const override;
+    std::vector<std::string>
+    do_directoryListFileNames(const std::string& path, const std::string& filter,
+                              StorageSystemDirectoryFilterType type) const override;
+    std::optional<std::string>
+    do_directorySymbolicLinkTarget(const std::string& path) const override;
+    bool do_directorySymbolicLinkRemove(const std::string& path) const override;
+    bool do_fileRenameAs(const std::string& path, const std::string& newPath) const override;
+    bool do_fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                     bool failIfLinkExists) const override;
+    bool do_directoryCreateAs(const std::string& path, bool exclusive,
+                              Utilities::Flags<PosixFilePermissionFlag> permissions) const override;
+    bool do_directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                          bool failIfLinkExists) const override;
+};
+
+template <class Base>
+struct OpenFile : Base
+{
+    bool do_isValid() const override;
+    std::string do_fileId() override;
+    Utilities::Flags<StorageSystemFileOpenModeFlag> do_mode() override;
+    bool do_eof() const override;
+    bool do_seek(std::uint64_t offset) const override;
+    std::optional<std::uint64_t> do_tell() override;
+    bool do_error() const override;
+    std::uint64_t do_read(char* buffer, std::uint64_t size) const override;
+    std::uint64_t do_write(const char* buffer, std::uint64_t size) const override;
+};
+
+struct StorageSystemFile : OpenFile<FileSystem::StorageSystemFile>
+{
+    std::string do_parentDirectoryId() override;
+    std::string do_name() override;
+    const StorageSystem& do_storageSystem() override;
+};
+
+struct FileSystem2File : OpenFile<FileSystem::FileSystem2File>
+{
+    const FileSystem::FileSystem2& do_fileSystem() const override;
+};
+
+struct StorageSystemBulkTransfer : FileSystem::StorageSystemBulkTransfer
+{
+    bool start(std::uint64_t offset) override;
+    StorageSystemReadResult read(char* buffer, std::uint64_t size) override;
+    bool write(const char* buffer, std::uint64_t size) override;
+    bool finish() override;
+};
+
+} // namespace FrameworkProbe

@@ -14,11 +14,19 @@ shift
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+# headers DIRECTORY...: their text, each exported function's result and name on one line.
+headers() {
+    find "$@" -name '*.h' -exec cat {} + | sed -E '/_EXPORT/ { /[({;]/! { N; s/\n */ / } }'
+}
+
 # public_names DIRECTORY...: the types that the headers define and the functions that they export,
-# one a line, without namespace. A type that is only declared there may well be internal.
+# one a line, without namespace. A type that is only declared there may well be internal. A
+# namespace below the outermost one is listed as "::NAME".
 public_names() {
-    grep -rhE --include='*.h' '\b(class|struct|enum|TARNIS_EXPORT|FILESYSTEM_EXPORT)\b' "$@" |
+    headers "$@" |
+        grep -E '\b(class|struct|enum|namespace|TARNIS_EXPORT|FILESYSTEM_EXPORT)\b' |
         sed -nE \
+            -e 's/^namespace [A-Za-z]+(::[A-Za-z]+) \{$/\1/p' \
             -e '/^ *(template.*)?(class|struct|enum)\b/!b function' \
             -e '/;$/d' \
             -e 's/^ *(enum )?(class|struct) ([A-Z]+_EXPORT )?([A-Za-z_0-9]+).*/\4/p' \
@@ -53,11 +61,15 @@ awk '
         return 1
     }
     # The name that the symbol begins with; its parameters may well be of internal types.
-    function first_name(text) {
+    function first_name(text,    name) {
+        for (name in namespace_name) {
+            sub(name "::", "::", text)
+        }
         sub(/[^A-Za-z_0-9:].*/, "", text)
         return match(text, /^(Tarnis|FileSystem|Utilities)::[A-Za-z_0-9]+/) \
             ? substr(text, RSTART, RLENGTH) : "Tarnis::-"
     }
+    FNR == NR && /^::/ { namespace_name[$0] = 1; next }
     FNR == NR { public_name[$0] = 1; next }
     # A function template is preceded by what it returns.
     /^([A-Za-z_]+[&*]* )?(std|__gnu_cxx)::/ && all_public($0) { next }

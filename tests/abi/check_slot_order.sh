@@ -34,7 +34,7 @@ slots() {
     awk '
         function operation(text,    argument) {
             argument = ""
-            if (match(text, /^Probe::(Visit|Accept|AcceptConst)</)) {
+            if (match(text, /^(Framework)?Probe::(Visit|Accept|AcceptConst|Remove)</)) {
                 argument = substr(text, RLENGTH + 1)
                 sub(/,.*/, "", argument)
                 gsub(/Tarnis::/, "", argument)
@@ -49,6 +49,7 @@ slots() {
             name = $0
             sub(/^Vtable for /, "", name)
             sub(/^Probe::/, "Tarnis::", name)
+            sub(/^FrameworkProbe::/, "FileSystem::", name)
             slot = -2
             previous = ""
             next

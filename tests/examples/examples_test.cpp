@@ -3,6 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/OpenSshServer.h"
 #include "support/PasswordSshServer.h"
+#include "support/PseudoRandom.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryDirectory.h"
@@ -17,6 +18,7 @@
 namespace {
 
 using namespace TarnisTest;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 /// Where an example logs in, as its first five arguments.
@@ -239,6 +241,85 @@ TEST_F(ReadmeExample, SaysThatThereIsNoKeyToTake)
 {
     std::filesystem::remove(home_.file(".ssh/id_ed25519"));
     expectFailure(visit(), "not connected, or not logged in: ");
+}
+
+TEST_F(Examples, ListDirectoryShowsWhatIsThere)
+{
+    directory_.makeDirectory("d");
+    directory_.write("d/file.txt", "12345");
+    directory_.makeDirectory("d/sub");
+    std::filesystem::create_symlink("nowhere", directory_.file("d/link"));
+    const auto all = runExample("list_directory", arguments(account(), {directory_.file("d")}));
+    EXPECT_TRUE(all.succeeded()) << all.errorOutput;
+    EXPECT_THAT(all.output, ContainsRegex("- +5 [-0-9]+ [:0-9]+ file.txt\n"));
+    EXPECT_THAT(all.output, ContainsRegex("d +[0-9]+ [-0-9]+ [:0-9]+ sub\n"));
+    EXPECT_THAT(all.output, ContainsRegex("l +7 [-0-9]+ [:0-9]+ link\n"));
+
+    const auto some =
+        runExample("list_directory", arguments(account(), {directory_.file("d"), "*.txt"}));
+    EXPECT_THAT(some.output, ContainsRegex("^- +5 [-0-9]+ [:0-9]+ file.txt\n$"));
+
+    const auto none = runExample("list_directory", arguments(account(), {directory_.file("no")}));
+    EXPECT_EQ(none.status.code, 1);
+    EXPECT_THAT(none.errorOutput, HasSubstr("No such file"));
+}
+
+TEST_F(Examples, DownloadBringsEveryByte)
+{
+    const std::string data = pseudoRandomBytes(1, 700'001);
+    const std::string source = directory_.write("source", data, 0640);
+    const auto result =
+        runExample("download", arguments(account(), {source, directory_.file("target")}));
+    EXPECT_TRUE(result.succeeded()) << result.errorOutput;
+    EXPECT_TRUE(readFile(directory_.file("target")) == data);
+    EXPECT_THAT(result.errorOutput, HasSubstr("700001 of 700001 bytes\n"));
+    EXPECT_EQ(std::filesystem::status(directory_.file("target")).permissions(),
+              std::filesystem::status(source).permissions());
+
+    const auto missing = runExample(
+        "download", arguments(account(), {directory_.file("no"), directory_.file("other")}));
+    EXPECT_EQ(missing.status.code, 1);
+    EXPECT_FALSE(std::filesystem::exists(directory_.file("other")));
+}
+
+TEST_F(Examples, UploadWritesStandardInput)
+{
+    const std::string data = pseudoRandomBytes(2, 700'001);
+    const auto result =
+        runExample("upload", arguments(account(), {directory_.file("up")}), {}, data);
+    EXPECT_TRUE(result.succeeded()) << result.errorOutput;
+    EXPECT_TRUE(readFile(directory_.file("up")) == data);
+    EXPECT_FALSE(std::filesystem::exists(directory_.file("up.part")));
+
+    const auto missing =
+        runExample("upload", arguments(account(), {directory_.file("no/up")}), {}, data);
+    EXPECT_EQ(missing.status.code, 1);
+    EXPECT_THAT(missing.errorOutput, HasSubstr("writing failed: SFTP server: No such file"));
+}
+
+TEST_F(Examples, CopyTreeCopiesAWholeTree)
+{
+    directory_.makeDirectory("tree");
+    directory_.makeDirectory("tree/sub");
+    directory_.write("tree/sub/file", "text");
+    const auto result = runExample(
+        "copy_tree", arguments(account(), {directory_.file("tree"), directory_.file("copy")}));
+    EXPECT_EQ(result.output, "copied\n") << result.errorOutput;
+    EXPECT_EQ(readFile(directory_.file("copy/sub/file")), "text");
+
+    const auto missing = runExample(
+        "copy_tree", arguments(account(), {directory_.file("no"), directory_.file("other")}));
+    EXPECT_EQ(missing.status.code, 1);
+}
+
+TEST_F(Examples, FreeSpaceTellsTheRoom)
+{
+    const std::string path = directory_.file("not/there/yet");
+    const auto result = runExample("free_space", arguments(account(), {path}));
+    EXPECT_THAT(
+        result.output,
+        ContainsRegex("^[0-9]+ of [0-9]+ bytes are free on the volume of 127.0.0.1:" + path))
+        << result.errorOutput;
 }
 
 } // namespace

@@ -24,6 +24,9 @@ public:
 
     const KeyPair& clientKey() const { return users_.clientKey(); }
 
+    /// Where the user may write, and where SFTP and commands begin.
+    std::string homeDirectory() const { return users_.homeDirectory(); }
+
     std::string hostPublicKeyBase64() const { return hostPublicKeyBase64_; }
 
     std::string log() const { return process_.log(); }

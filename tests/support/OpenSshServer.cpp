@@ -65,6 +65,12 @@ void OpenSshServer::makeHostKeys()
     }
 }
 
+std::string OpenSshServer::sftpCommand() const
+{
+    return options_.sftpCommand.empty() ? "internal-sftp -d " + directory_.file("home")
+                                        : options_.sftpCommand;
+}
+
 std::string OpenSshServer::configuration(std::uint16_t port) const
 {
     std::ostringstream out;
@@ -83,7 +89,7 @@ std::string OpenSshServer::configuration(std::uint16_t port) const
         << "\n"
         // A shell that reads its start-up files must not find the user's own.
         << "SetEnv HOME=" << directory_.file("home") << "\n"
-        << "Subsystem sftp internal-sftp -d " << directory_.file("home") << "\n"
+        << "Subsystem sftp " << sftpCommand() << "\n"
         << "MaxStartups 1000\n"
         << "MaxSessions " << options_.maxSessions << "\n";
     for (const auto& [type, key] : hostKeys_) {

@@ -17,6 +17,8 @@ struct OpenSshOptions
     int maxSessions = 10;
     /// Runs instead of whatever the client asks for; empty: what the client asks for.
     std::string forceCommand;
+    /// Serves SFTP in place of OpenSSH's own server; empty: OpenSSH's own.
+    std::string sftpCommand;
     /// More lines for the configuration.
     std::vector<std::string> extraLines;
 };
@@ -76,6 +78,7 @@ public:
 
 private:
     void makeHostKeys();
+    std::string sftpCommand() const;
     std::string configuration(std::uint16_t port) const;
 
     OpenSshOptions options_;

@@ -3,7 +3,10 @@
 #include "support/OpenSshServer.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
+#include "support/ScriptedSftpServer.h"
 #include "tool/ToolTest.h"
+
+#include <filesystem>
 
 namespace TarnisTest {
 namespace {
@@ -42,6 +45,13 @@ protected:
     /// Every step up to this one went well, this one did not, and the rest was left alone.
     static void expectFailureAt(const std::string& failed, const ToolResult& result)
     {
+        expectFailureUpTo(failed, result);
+        expectLine(result, "files", "- +not tried");
+    }
+
+    /// The same, but a server without commands may still transfer files.
+    static void expectFailureUpTo(const std::string& failed, const ToolResult& result)
+    {
         EXPECT_EQ(result.exitCode, 1);
         std::string verdict = "ok +[0-9.]+ ms";
         for (const char* const step : {"name", "connect", "host key", "login", "command"}) {
@@ -79,8 +89,51 @@ TEST_F(DoctorTest, FindsEverythingInOrder)
     expectLine(result, "host key", good + "ssh-ed25519 SHA256:.*, known\n");
     expectLine(result, "login", good + server.user() + "; key .*: accepted\n");
     expectLine(result, "command", good + "the shell runs commands\n");
+    expectLine(result, "files",
+               good + "SFTP; the login directory has 0 entries, [0-9.]+ .?B free of [0-9.]+ .?B\n");
     EXPECT_THAT(result.output, HasSubstr(server.hostKey().fingerprint));
     EXPECT_THAT(result.output, Not(HasSubstr("\x1b"))) << "there is no terminal to colour";
+}
+
+TEST_F(DoctorTest, WritesOnlyWhenAsked)
+{
+    if (!requireServer(ScriptedSftpServer::availability())) {
+        return;
+    }
+    const ScriptedSftpServer server;
+    trust(server.ssh().port(), server.ssh().hostPublicKeyBase64());
+    std::vector<std::string> arguments{"doctor", target(server.ssh().port(), server.ssh().user()),
+                                       "--identity", server.ssh().clientKey().privatePath};
+    EXPECT_EQ(run(arguments).exitCode, 0);
+    EXPECT_EQ(server.sftp().requestCount(SftpPacket::Open), 0U);
+    arguments.emplace_back("--write");
+    const ToolResult result = run(arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_THAT(result.output, HasSubstr("a file was written, read back and removed"));
+    EXPECT_EQ(server.sftp().requestCount(SftpPacket::Write), 1U);
+    EXPECT_TRUE(std::filesystem::is_empty(server.sftp().root()));
+    SftpScript full;
+    full.diskSpace = 0;
+    server.sftp().setScript(full);
+    EXPECT_EQ(run(arguments).exitCode, 1);
+    EXPECT_TRUE(std::filesystem::is_empty(server.sftp().root()));
+}
+
+TEST_F(DoctorTest, LooksAtFilesWhereNoCommandsRun)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    OpenSshOptions filesOnly;
+    const TemporaryDirectory loginDirectory;
+    filesOnly.forceCommand = "internal-sftp -d " + loginDirectory.path().string();
+    const OpenSshServer server(filesOnly);
+    trust(server.port(), server.hostPublicKeyBase64());
+    const ToolResult result = run({"doctor", target(server.port(), server.user()), "--identity",
+                                   server.clientKey().privatePath});
+    EXPECT_EQ(result.exitCode, 1);
+    expectLine(result, "command", "FAILED");
+    expectLine(result, "files", "ok");
 }
 
 TEST_F(DoctorTest, ColoursItsVerdictsAtATerminal)
@@ -186,8 +239,10 @@ TEST_F(DoctorTest, AdvisesOnAServerWithoutCommands)
     policy.channelRequest = [](const ServerEvent&) { return Answer::Refuse; };
     const ScriptedServer server(policy);
     const ToolResult result = examine(server);
-    expectFailureAt("command", result);
+    expectFailureUpTo("command", result);
+    expectLine(result, "files", "FAILED");
     EXPECT_THAT(result.output, HasSubstr("the account is for file transfer only"));
+    EXPECT_THAT(result.output, HasSubstr("Subsystem sftp internal-sftp"));
 }
 
 TEST_F(DoctorTest, AdvisesOnAShellThatRefuses)
@@ -197,7 +252,7 @@ TEST_F(DoctorTest, AdvisesOnAShellThatRefuses)
         channel.finish(1);
     }));
     const ToolResult result = examine(server);
-    expectFailureAt("command", result);
+    expectFailureUpTo("command", result);
     EXPECT_THAT(result.output, HasSubstr("exit code 1, it says \"This account is ?[31mnot avail"));
 }
 
@@ -208,7 +263,8 @@ TEST_F(DoctorTest, WarnsOfAShellThatTalks)
         channel.finish(0);
     }));
     const ToolResult result = examine(server);
-    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.exitCode, 1);
+    expectLine(result, "files", "FAILED");
     EXPECT_THAT(result.output, HasSubstr("disturbs file transfer: \"Welcome! tarnis\""));
 }
 

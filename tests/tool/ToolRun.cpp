@@ -114,6 +114,7 @@ struct ToolRun::Launch
     std::vector<char*> arguments{};
     std::vector<char*> environment{};
     const char* terminalName = nullptr;
+    const char* workingDirectory = nullptr;
     /// Standard input, output and error output: a descriptor, `closed` or `terminal`.
     std::array<int, 3> streams{closed, closed, closed};
     /// More of them: what they are, and the numbers that the child has for them.
@@ -140,6 +141,9 @@ void ToolRun::become(const Launch& launch)
     for (const auto& [from, to] : launch.descriptors) {
         ::dup2(from, to);
     }
+    if (launch.workingDirectory != nullptr && ::chdir(launch.workingDirectory) != 0) {
+        ::_exit(126);
+    }
     ::execve(launch.arguments.front(), launch.arguments.data(), launch.environment.data());
     ::_exit(127);
 }
@@ -158,6 +162,8 @@ ToolRun::ToolRun(const TemporaryDirectory& home, const ToolSetup& setup)
     launch.arguments = pointersTo(arguments);
     launch.environment = pointersTo(environment);
     launch.terminalName = setup.hasTerminal ? terminalName_.c_str() : nullptr;
+    launch.workingDirectory =
+        setup.workingDirectory.empty() ? nullptr : setup.workingDirectory.c_str();
     launch.ignoresInterrupts = setup.ignoresInterrupts;
     openStreams(setup, launch);
     start(launch);
@@ -178,7 +184,7 @@ void ToolRun::openStreams(const ToolSetup& setup, Launch& launch)
     } else {
         output = launch.keep(openOutput("output"));
     }
-    errorOutput = launch.keep(openOutput("errors"));
+    errorOutput = setup.errorsToTerminal ? Launch::terminal : launch.keep(openOutput("errors"));
     for (const auto& [number, text] : setup.descriptors) {
         const PipeEnds pipe = makePipe();
         writeAll(pipe.write.get(), text);

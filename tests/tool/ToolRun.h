@@ -38,6 +38,10 @@ struct ToolSetup
     bool hasTerminal = false;
     /// Whether standard output goes there.
     bool outputsToTerminal = false;
+    /// Whether standard error goes there.
+    bool errorsToTerminal = false;
+    /// Where it runs; empty: where the test runs.
+    std::string workingDirectory{};
     /// More open descriptors, by number: pipes that hold the text and then end.
     std::map<int, std::string> descriptors{};
     /// Where standard output goes instead of into a file; lent. Negative: it is closed.

@@ -33,7 +33,9 @@ TEST_F(UsageTest, HelpsWithEverySubCommandAndOption)
 {
     const ToolResult all = run({"--help"});
     EXPECT_EQ(all.exitCode, 0);
-    for (const char* const name : {"exec", "hostkey", "doctor"}) {
+    for (const char* const name :
+         {"exec", "hostkey", "doctor", "ls", "stat", "cat", "get", "put", "cp", "mv", "rm", "mkdir",
+          "rmdir", "ln", "readlink", "chmod", "touch", "df"}) {
         EXPECT_THAT(all.output, HasSubstr(name));
         const ToolResult one = run({name, "--help"});
         EXPECT_EQ(one.exitCode, 0);

@@ -2,10 +2,12 @@
 
 #include "ExitCode.h"
 
-#include <CLI/CLI.hpp>
-
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace TarnisTool {
 
@@ -20,7 +22,7 @@ public:
     virtual ~Command() = default;
 
     /// Whether the command line asks for this one.
-    bool isChosen() const { return commandLine_.parsed(); }
+    bool isChosen() const;
 
     /// Carries it out and returns the program's exit code. Throws UsageError, or Failure for
     /// everything else that went wrong.
@@ -33,6 +35,11 @@ public:
 protected:
     /// For declaring options.
     CLI::App& commandLine() { return commandLine_; }
+
+    const CLI::App& commandLine() const { return commandLine_; }
+
+    /// Shows more behind the options in the help's line of usage.
+    void showInUsage(const std::string& operands);
 
 private:
     CLI::App& commandLine_;

@@ -22,6 +22,9 @@ enum class FailureKind
     ConnectionLost,
     CommandRefused,
     CommandTimedOut,
+    FileTransferRefused,
+    FileProblem,
+    Cancelled,
     LocalProblem,
 };
 

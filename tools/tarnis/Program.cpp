@@ -3,7 +3,7 @@
 #include "Commands.h"
 #include "ExitCode.h"
 #include "Failure.h"
-#include "Messages.h"
+#include "terminal/Messages.h"
 
 #include <Tarnis/Version.h>
 

@@ -1,5 +1,5 @@
 #include "Program.h"
-#include "StandardStreams.h"
+#include "terminal/StandardStreams.h"
 
 #include <string>
 #include <vector>

@@ -2,6 +2,7 @@
 
 #include <FileSystem/Export.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -26,13 +27,16 @@ public:
     /// nothing, when the operating system refuses a lock.
     void lock() const;
 
+    /// As lock(), but gives up after `limit`: false, holding nothing.
+    bool tryLockFor(std::chrono::milliseconds limit) const;
+
     /// Undoes one lock() of this thread.
     void unlock() const noexcept;
 
 private:
     void unlockFirst(std::size_t count) const noexcept;
 
-    std::vector<std::shared_ptr<std::recursive_mutex>> mutexes_;
+    std::vector<std::shared_ptr<std::recursive_timed_mutex>> mutexes_;
 };
 
 /// Unlocks a chain when its HandleLock goes. Keeps the chain alive, so the handle may go first.
@@ -55,5 +59,9 @@ using HandleLock = std::unique_ptr<const HandleMutexChain, HandleUnlock>;
 
 /// Locks `chain`; blocks until it is free. Throws as HandleMutexChain::lock() does.
 FILESYSTEM_EXPORT HandleLock lockChain(const std::shared_ptr<const HandleMutexChain>& chain);
+
+/// Locks `chain` within `limit`. Null: others held it for all that time.
+FILESYSTEM_EXPORT HandleLock lockChainWithin(const std::shared_ptr<const HandleMutexChain>& chain,
+                                             std::chrono::milliseconds limit);
 
 } // namespace FileSystem

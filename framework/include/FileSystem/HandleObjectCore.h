@@ -4,6 +4,7 @@
 #include <FileSystem/HandleLock.h>
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <memory>
 
@@ -55,6 +56,9 @@ protected:
     /// Locks the handle, its ancestors first, until the returned object is destroyed. Blocks. The
     /// thread that holds the lock may take it again.
     HandleLock getLock() const;
+
+    /// As getLock(), but gives up after `limit`: null then.
+    HandleLock getLockWithin(std::chrono::milliseconds limit) const;
 
     /// Throws what do_checkFatalError() throws; returns when no fatal error is recorded.
     void checkFatalError();

@@ -1,7 +1,7 @@
 // One command from its start to its end in one call, against real servers on a good line.
 
 #include "integration/process/ProcessTest.h"
-#include "support/ChildProcess.h"
+#include "support/AsyncSshServer.h"
 #include "support/PseudoRandom.h"
 #include "support/Sha256.h"
 
@@ -373,44 +373,26 @@ TEST_F(DropbearExecuteTest, TellsAPlainProcessItsExitCode)
     EXPECT_TRUE(waitUntil([&] { return process->getExitCode() == 8; }));
 }
 
-/// A server that closes channels without an end of file (echo_server.py).
+/// A server that closes channels without an end of file.
 class CloseWithoutEofTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        if (!requireServer(availability())) {
+        if (!requireServer(AsyncSshServer::availability())) {
             return;
         }
-        Command command;
-        command.arguments = {kPython, "-W", "ignore", TARNIS_ECHO_SERVER};
-        server_ = std::make_unique<ChildProcess>(command);
-        ASSERT_TRUE(waitUntil([this] {
-            return server_->output().find('\n') != std::string::npos || !server_->isRunning();
-        }));
-        ASSERT_TRUE(server_->isRunning()) << server_->errorOutput();
-        const auto port = static_cast<std::uint16_t>(std::stoi(server_->output()));
-        session_ = openSession({port, "anyone", "any password", {}});
+        AsyncSshOptions options;
+        options.echoes = true;
+        server_ = std::make_unique<AsyncSshServer>(options);
+        session_ =
+            openSession({server_->port(), server_->user(), {}, server_->clientKey().privatePath});
     }
 
     Tarnis::SSHSession& session() { return *session_; }
 
 private:
-    // Debian's packages are for Debian's own interpreter.
-    static constexpr const char* kPython = "/usr/bin/python3";
-
-    static Availability availability()
-    {
-        if (findProgram({kPython}).empty()) {
-            return Availability::no("python3 is not installed");
-        }
-        Command command;
-        command.arguments = {kPython, "-W", "ignore", "-c", "import asyncssh"};
-        return runCommand(command).succeeded() ? Availability::yes()
-                                               : Availability::no("asyncssh is not installed");
-    }
-
-    std::unique_ptr<ChildProcess> server_;
+    std::unique_ptr<AsyncSshServer> server_;
     std::unique_ptr<Tarnis::SSHSession> session_;
 };
 

@@ -1,7 +1,7 @@
 #include "support/DropbearServer.h"
 
 #include "support/RequireServer.h"
-#include "support/selftest/SshClient.h"
+#include "support/selftest/SftpClient.h"
 
 #include <gtest/gtest.h>
 
@@ -53,6 +53,15 @@ TEST_F(DropbearServerTest, ShowsItsHostKey)
     ssh_options_set(session.get(), SSH_OPTIONS_KNOWNHOSTS, knownHosts.c_str());
     ASSERT_EQ(session.connect(), SSH_OK);
     EXPECT_EQ(ssh_session_is_known_server(session.get()), SSH_KNOWN_HOSTS_OK);
+}
+
+TEST_F(DropbearServerTest, ServesTheHomeDirectory)
+{
+    const SftpClient client(server_->port(), server_->user(), server_->clientKey());
+    ASSERT_TRUE(client.isReady()) << server_->log();
+    EXPECT_TRUE(client.put("file", "content")) << server_->log();
+    EXPECT_EQ(readFile(server_->homeDirectory() + "/file"), "content");
+    EXPECT_EQ(client.get(server_->homeDirectory() + "/file"), "content");
 }
 
 // The property that makes this server worth having in the tests.

@@ -48,25 +48,49 @@ SshCommand& SshCommand::withInput(std::string input)
     return *this;
 }
 
+std::vector<std::string> SshCommand::commonArguments() const
+{
+    std::vector<std::string> arguments = {"-F", "none"};
+    for (const std::string& option : options_) {
+        arguments.insert(arguments.end(), {"-o", option});
+    }
+    for (const std::string& option :
+         {"Port=" + std::to_string(port_), "User=" + user_, "LogLevel=" + logLevel_}) {
+        arguments.insert(arguments.end(), {"-o", option});
+    }
+    arguments.emplace_back("127.0.0.1");
+    return arguments;
+}
+
 Command SshCommand::command(const std::string& remoteCommand) const
 {
     Command command;
-    command.arguments = {"ssh",
-                         "-F",
-                         "none",
-                         "-p",
-                         std::to_string(port_),
-                         "-l",
-                         user_,
-                         "-o",
-                         "LogLevel=" + logLevel_};
-    for (const std::string& option : options_) {
-        command.arguments.insert(command.arguments.end(), {"-o", option});
-    }
-    command.arguments.insert(command.arguments.end(), {"127.0.0.1", remoteCommand});
+    command.arguments = commonArguments();
+    command.arguments.insert(command.arguments.begin(), "ssh");
+    command.arguments.push_back(remoteCommand);
     command.environment = environment_;
     command.input = input_;
     return command;
+}
+
+Command SshCommand::sftpCommand(const std::string& batch) const
+{
+    Command command;
+    command.arguments = commonArguments();
+    command.arguments.insert(command.arguments.begin(), {"sftp", "-b", "-"});
+    command.environment = environment_;
+    command.input = batch;
+    return command;
+}
+
+CommandResult SshCommand::runSftp(const std::string& batch) const
+{
+    return runCommand(sftpCommand(batch));
+}
+
+std::unique_ptr<ChildProcess> SshCommand::startSftp(const std::string& batch) const
+{
+    return std::make_unique<ChildProcess>(sftpCommand(batch));
 }
 
 CommandResult SshCommand::run(const std::string& remoteCommand) const
@@ -102,6 +126,19 @@ bool ClientSession::logIn(const std::string& password)
 {
     return connect() == SSH_OK &&
            ssh_userauth_password(session_, nullptr, password.c_str()) == SSH_AUTH_SUCCESS;
+}
+
+bool ClientSession::logIn(const KeyPair& key)
+{
+    ssh_key imported = nullptr;
+    if (ssh_pki_import_privkey_file(key.privatePath.c_str(), nullptr, nullptr, nullptr,
+                                    &imported) != SSH_OK) {
+        return false;
+    }
+    const bool isIn = connect() == SSH_OK &&
+                      ssh_userauth_publickey(session_, nullptr, imported) == SSH_AUTH_SUCCESS;
+    ssh_key_free(imported);
+    return isIn;
 }
 
 ClientChannel::ClientChannel(const ClientSession& session)

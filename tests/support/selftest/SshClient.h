@@ -30,11 +30,16 @@ public:
 
     /// Runs the client to its end.
     CommandResult run(const std::string& remoteCommand) const;
+    /// Runs OpenSSH's "sftp" with these lines as its batch, up to the first that fails.
+    CommandResult runSftp(const std::string& batch) const;
+    std::unique_ptr<ChildProcess> startSftp(const std::string& batch) const;
     /// Starts the client and lets it run. It may need this object's files until it has logged in.
     std::unique_ptr<ChildProcess> start(const std::string& remoteCommand) const;
 
 private:
     Command command(const std::string& remoteCommand) const;
+    Command sftpCommand(const std::string& batch) const;
+    std::vector<std::string> commonArguments() const;
 
     TemporaryDirectory directory_;
     std::uint16_t port_;
@@ -61,6 +66,8 @@ public:
 
     /// Connects and logs in with a password; false when either fails.
     bool logIn(const std::string& password);
+    /// The same with a key.
+    bool logIn(const KeyPair& key);
 
 private:
     ssh_session session_;

@@ -57,6 +57,7 @@ LibsshMock::LibsshMock()
 {
     behaveAsOneSession();
     behaveAsOneChannel();
+    behaveAsOneSftpSession();
     activeMock = this;
 }
 
@@ -113,6 +114,19 @@ void LibsshMock::behaveAsOneChannel()
         return channelOpen;
     });
     ON_CALL(*this, ssh_channel_get_exit_status(_)).WillByDefault(Return(-1));
+}
+
+void LibsshMock::behaveAsOneSftpSession()
+{
+    ON_CALL(*this, ssh_get_serverbanner(_)).WillByDefault(Return("SSH-2.0-OpenSSH_9.2"));
+    ON_CALL(*this, ssh_get_openssh_version(_)).WillByDefault(Return(SSH_VERSION_INT(9, 2, 0)));
+    ON_CALL(*this, sftp_extension_supported(_, _, _)).WillByDefault(Return(1));
+    ON_CALL(*this, sftp_seek64(_, _)).WillByDefault([](sftp_file file, std::uint64_t offset) {
+        file->offset = offset;
+        file->eof = 0;
+        return SSH_OK;
+    });
+    ON_CALL(*this, sftp_tell64(_)).WillByDefault([](sftp_file file) { return file->offset; });
 }
 
 } // namespace TarnisTest
@@ -402,5 +416,150 @@ void sftp_attributes_free(sftp_attributes attributes)
 void sftp_statvfs_free(sftp_statvfs_t figures)
 {
     LibsshMock::active().sftp_statvfs_free(figures);
+}
+
+sftp_session sftp_new(ssh_session session)
+{
+    return LibsshMock::active().sftp_new(session);
+}
+
+int sftp_init(sftp_session sftp)
+{
+    return LibsshMock::active().sftp_init(sftp);
+}
+
+int sftp_extension_supported(sftp_session sftp, const char* name, const char* data)
+{
+    return LibsshMock::active().sftp_extension_supported(sftp, name, data);
+}
+
+sftp_attributes sftp_lstat(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_lstat(sftp, path);
+}
+
+sftp_attributes sftp_stat(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_stat(sftp, path);
+}
+
+int sftp_setstat(sftp_session sftp, const char* path, sftp_attributes attributes)
+{
+    return LibsshMock::active().sftp_setstat(sftp, path, attributes);
+}
+
+int sftp_chmod(sftp_session sftp, const char* path, mode_t mode)
+{
+    return LibsshMock::active().sftp_chmod(sftp, path, mode);
+}
+
+int sftp_rename(sftp_session sftp, const char* path, const char* newPath)
+{
+    return LibsshMock::active().sftp_rename(sftp, path, newPath);
+}
+
+int sftp_unlink(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_unlink(sftp, path);
+}
+
+int sftp_mkdir(sftp_session sftp, const char* path, mode_t mode)
+{
+    return LibsshMock::active().sftp_mkdir(sftp, path, mode);
+}
+
+int sftp_rmdir(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_rmdir(sftp, path);
+}
+
+sftp_dir sftp_opendir(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_opendir(sftp, path);
+}
+
+sftp_attributes sftp_readdir(sftp_session sftp, sftp_dir directory)
+{
+    return LibsshMock::active().sftp_readdir(sftp, directory);
+}
+
+int sftp_symlink(sftp_session sftp, const char* target, const char* link)
+{
+    return LibsshMock::active().sftp_symlink(sftp, target, link);
+}
+
+char* sftp_readlink(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_readlink(sftp, path);
+}
+
+sftp_statvfs_t sftp_statvfs(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_statvfs(sftp, path);
+}
+
+int sftp_async_read_begin(sftp_file file, std::uint32_t size)
+{
+    return LibsshMock::active().sftp_async_read_begin(file, size);
+}
+
+int sftp_async_read(sftp_file file, void* data, std::uint32_t size, std::uint32_t id)
+{
+    return LibsshMock::active().sftp_async_read(file, data, size, id);
+}
+
+ssize_t sftp_write(sftp_file file, const void* data, size_t size)
+{
+    return LibsshMock::active().sftp_write(file, data, size);
+}
+
+int sftp_seek64(sftp_file file, std::uint64_t offset)
+{
+    return LibsshMock::active().sftp_seek64(file, offset);
+}
+
+std::uint64_t sftp_tell64(sftp_file file)
+{
+    return LibsshMock::active().sftp_tell64(file);
+}
+
+void ssh_buffer_free(ssh_buffer buffer)
+{
+    LibsshMock::active().ssh_buffer_free(buffer);
+}
+
+void* ssh_buffer_get(ssh_buffer buffer)
+{
+    return LibsshMock::active().ssh_buffer_get(buffer);
+}
+
+std::uint32_t ssh_buffer_get_len(ssh_buffer buffer)
+{
+    return LibsshMock::active().ssh_buffer_get_len(buffer);
+}
+
+void* ssh_string_data(ssh_string string)
+{
+    return LibsshMock::active().ssh_string_data(string);
+}
+
+size_t ssh_string_len(ssh_string string)
+{
+    return LibsshMock::active().ssh_string_len(string);
+}
+
+int ssh_get_openssh_version(ssh_session session)
+{
+    return LibsshMock::active().ssh_get_openssh_version(session);
+}
+
+const char* ssh_get_serverbanner(ssh_session session)
+{
+    return LibsshMock::active().ssh_get_serverbanner(session);
+}
+
+const char* ssh_version(int required)
+{
+    return LibsshMock::active().ssh_version(required);
 }
 }

@@ -13,8 +13,9 @@ namespace TarnisTest {
 /// beside this class, come before libssh's own, and end up in the one object that exists.
 ///
 /// Without expectations it behaves as a session that can be connected and whose every call
-/// succeeds at once; reads and polls find nothing, and no command has reported an exit status. Each
-/// test says how strict it is by choosing NiceMock or StrictMock.
+/// succeeds at once; reads and polls find nothing, and no command has reported an exit status.
+/// Paths stand nowhere, directories are empty, and the server is OpenSSH's. Each test says how
+/// strict it is by choosing NiceMock or StrictMock.
 class LibsshMock
 {
 public:
@@ -96,10 +97,40 @@ public:
     MOCK_METHOD(int, sftp_closedir, (sftp_dir));
     MOCK_METHOD(void, sftp_attributes_free, (sftp_attributes));
     MOCK_METHOD(void, sftp_statvfs_free, (sftp_statvfs_t));
+    MOCK_METHOD(sftp_session, sftp_new, (ssh_session));
+    MOCK_METHOD(int, sftp_init, (sftp_session));
+    MOCK_METHOD(int, sftp_extension_supported, (sftp_session, const char*, const char*));
+    MOCK_METHOD(sftp_attributes, sftp_lstat, (sftp_session, const char*));
+    MOCK_METHOD(sftp_attributes, sftp_stat, (sftp_session, const char*));
+    MOCK_METHOD(int, sftp_setstat, (sftp_session, const char*, sftp_attributes));
+    MOCK_METHOD(int, sftp_chmod, (sftp_session, const char*, mode_t));
+    MOCK_METHOD(int, sftp_rename, (sftp_session, const char*, const char*));
+    MOCK_METHOD(int, sftp_unlink, (sftp_session, const char*));
+    MOCK_METHOD(int, sftp_mkdir, (sftp_session, const char*, mode_t));
+    MOCK_METHOD(int, sftp_rmdir, (sftp_session, const char*));
+    MOCK_METHOD(sftp_dir, sftp_opendir, (sftp_session, const char*));
+    MOCK_METHOD(sftp_attributes, sftp_readdir, (sftp_session, sftp_dir));
+    MOCK_METHOD(int, sftp_symlink, (sftp_session, const char*, const char*));
+    MOCK_METHOD(char*, sftp_readlink, (sftp_session, const char*));
+    MOCK_METHOD(sftp_statvfs_t, sftp_statvfs, (sftp_session, const char*));
+    MOCK_METHOD(int, sftp_async_read_begin, (sftp_file, std::uint32_t));
+    MOCK_METHOD(int, sftp_async_read, (sftp_file, void*, std::uint32_t, std::uint32_t));
+    MOCK_METHOD(ssize_t, sftp_write, (sftp_file, const void*, size_t));
+    MOCK_METHOD(int, sftp_seek64, (sftp_file, std::uint64_t));
+    MOCK_METHOD(std::uint64_t, sftp_tell64, (sftp_file));
+    MOCK_METHOD(void, ssh_buffer_free, (ssh_buffer));
+    MOCK_METHOD(void*, ssh_buffer_get, (ssh_buffer));
+    MOCK_METHOD(std::uint32_t, ssh_buffer_get_len, (ssh_buffer));
+    MOCK_METHOD(void*, ssh_string_data, (ssh_string));
+    MOCK_METHOD(size_t, ssh_string_len, (ssh_string));
+    MOCK_METHOD(int, ssh_get_openssh_version, (ssh_session));
+    MOCK_METHOD(const char*, ssh_get_serverbanner, (ssh_session));
+    MOCK_METHOD(const char*, ssh_version, (int));
 
 private:
     void behaveAsOneSession();
     void behaveAsOneChannel();
+    void behaveAsOneSftpSession();
 };
 
 // Objects to hand to code that calls libssh. Their insides are nobody's business here, so any

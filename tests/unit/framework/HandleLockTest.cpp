@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 
 using TarnisTest::Background;
 using TarnisTest::Leaf;
@@ -26,6 +27,35 @@ TEST(HandleLock, TheThreadThatHoldsItMayTakeItAgain)
     EXPECT_TRUE(other.isHeldUp());
     outer.reset();
     EXPECT_TRUE(other.ends());
+}
+
+TEST(HandleLock, IsTakenWithinALimitWhereItIsFree)
+{
+    Node root;
+    const auto leaf = makeChild<Leaf>(root);
+    auto lock = leaf->getLockWithin(std::chrono::milliseconds(0));
+    ASSERT_NE(lock, nullptr);
+    EXPECT_NE(leaf->getLockWithin(std::chrono::milliseconds(0)), nullptr);
+    const Background other([&root] { root.getLock(); });
+    EXPECT_TRUE(other.isHeldUp());
+    lock.reset();
+    EXPECT_TRUE(other.ends());
+}
+
+TEST(HandleLock, IsGivenUpAfterALimitWithNothingHeld)
+{
+    Node root;
+    const auto leaf = makeChild<Leaf>(root);
+    const auto lock = leaf->getLock();
+    std::atomic<bool> taken{true};
+    const Background other(
+        [&] { taken = leaf->getLockWithin(std::chrono::milliseconds(5)) != nullptr; });
+    EXPECT_TRUE(other.ends());
+    EXPECT_FALSE(taken);
+    const Background again(
+        [&] { taken = root.getLockWithin(std::chrono::milliseconds(5)) != nullptr; });
+    EXPECT_TRUE(again.ends());
+    EXPECT_FALSE(taken);
 }
 
 TEST(HandleLock, TwoChildrenOfOneParentTakeTurns)

@@ -27,6 +27,7 @@ public:
 
     using Base::checkFatalError;
     using Base::getLock;
+    using Base::getLockWithin;
     using Base::getParent;
     using Base::recordFatalError;
 

@@ -1,0 +1,263 @@
+#pragma once
+
+#include <FileSystem/Export.h>
+#include <FileSystem/StorageSystem.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace FileSystem {
+
+/// A storage system whose operations by directory and name are built on operations by path.
+///
+/// Writing a storage system: derive from this class and implement what is abstract here, that is
+/// do_hostName, do_getType, do_isValid, do_fileOpen, do_fileInfo, do_fileStorageInfo,
+/// do_fileRemove, do_fileSetPermissions, do_fileSetModTime, do_fileRenameAs, do_directoryCreateAs,
+/// do_directoryRemove (one argument), the three listings and the symbolic-link operations.
+/// Everything else works on these; override more where a system can do better.
+class FILESYSTEM_EXPORT FileSystem2 : public StorageSystem
+{
+public:
+    ~FileSystem2() override;
+
+    // Paths. These only look at the text: no system is asked, no link is resolved, nothing blocks.
+
+    /// As canonizeFileId().
+    std::string pathCanonize(const std::string& path) const;
+
+    /// The last component, trailing slashes ignored: "/a/b/" gives "b", "/" and "" give "".
+    std::string pathFileName(const std::string& path) const;
+
+    /// Whether the last component is a search pattern: holds "*", "?", "[" or ";".
+    bool pathHasFilterPath(const std::string& path) const;
+
+    /// Whether the path starts at the root.
+    bool pathIsAbsolute(const std::string& path) const;
+
+    /// What follows the last dot of the name; empty without one. A dot in front of the name is part
+    /// of it: ".profile" has no extension.
+    /// \param complete true: what follows the first dot ("tar.gz" of "a.tar.gz").
+    std::string pathFileExtension(const std::string& path, bool complete) const;
+
+    /// The path without its extension and the dot before it.
+    std::string pathFileStripExtension(const std::string& path) const;
+
+    /// The path without its last component: "/a/b" gives "/a", "/a" gives "/"; "/", "a" and "" give
+    /// "".
+    std::string pathParentId(const std::string& path) const;
+
+    /// The path with the names below it, without doubling a slash. Onto "" it is relative.
+    std::string pathChildId(const std::string& path, const std::vector<std::string>& names) const;
+
+    /// The path with a slash in front, unless there is one.
+    std::string pathEnsureLeadingSlash(const std::string& path) const;
+
+    /// The path without slashes in front.
+    std::string pathRemoveLeadingSlash(const std::string& path) const;
+
+    /// The path with a slash at its end, unless there is one.
+    std::string pathEnsureTrailingSlash(const std::string& path) const;
+
+    /// The path without slashes at its end; "/" stays.
+    std::string pathRemoveTrailingSlash(const std::string& path) const;
+
+    // Files
+
+    /// Creates a file and opens it for reading and writing. As fileCreate(), by path.
+    std::unique_ptr<StorageSystemFile> fileCreateAs(
+        const std::string& path, bool failIfExists, bool makePath,
+        Utilities::Flags<PosixFilePermissionFlag> permissions = defaultFilePermissions) const;
+
+    /// Gives a file, a link itself or a directory another path within the system, in one atomic
+    /// step of the system's. Target exists: false where the system can tell in that step; a remote
+    /// system that replaces on renaming does so. False: nothing there, the new parent is missing or
+    /// on another volume, a refusal.
+    bool fileRenameAs(const std::string& path, const std::string& newPath) const;
+
+    /// Moves a file or a link itself: renames it, or where the system cannot (another volume),
+    /// copies it with permissions and time and then removes it. Never replaces what stands at the
+    /// new path. False: nothing there, a directory, the target exists, its parent is missing, a
+    /// refusal; the file is where it was.
+    bool fileMoveAs(const std::string& path, const std::string& newPath) const;
+
+    /// Copies a file, a symbolic link as a link, or with Recursive a directory with all below it,
+    /// to a path of this or another system. Never follows a link below `path`; never leaves a
+    /// half-written file under its final name: the bytes go to a hidden name beside it
+    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete. Where a system does not
+    /// replace on renaming, what is replaced is set aside under such a name for that moment. What
+    /// is to be preserved and cannot be makes the copy fail; of a link it is the text alone.
+    ///
+    /// Target exists: a file or link is replaced, unless FailIfExists; a directory makes the copy
+    /// of a file fail, and is filled by the copy of a directory. Parent missing: fails. A pipe, a
+    /// socket or a device is not copied but makes the copy fail, as does an entry whose name is no
+    /// single component, and a directory that is to be copied into itself.
+    /// \param progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
+    ///                   while a tree is looked at, before its total is known.
+    /// \param bufferSize bytes per step; by default what the systems recommend.
+    /// False: a failure, or `progress` said stop. Complete files of a tree stay, nothing
+    /// half-written does unless the target is out of reach; so too when `progress` throws.
+    bool fileCopyAs(const std::string& path, const StorageSystem& target,
+                    const std::string& targetPath, const StorageSystemProgress& progress = {},
+                    Utilities::Flags<StorageSystemCopyOptionFlag> options = {},
+                    std::optional<std::uint64_t> bufferSize = std::nullopt) const;
+
+    /// Everything that can be told of the path. Empty as for fileInfo().
+    std::optional<FileMetaData> fileMetaData(const std::string& path) const;
+
+    /// Makes a symbolic link to a file.
+    /// Target of the link: `target` is put into the link as it is, relative or not; nothing need
+    /// stand there. What stands at `linkPath`: a symbolic link is replaced, or with
+    /// `failIfLinkExists` left alone, false. A file, or a directory with everything below it, is
+    /// replaced in either case. Not atomic: when the link cannot be made after that, what stood
+    /// there is gone.
+    /// \return true: the link is there and reads back as `target`, byte for byte.
+    bool fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                  bool failIfLinkExists) const;
+
+    // Directories
+
+    /// Makes one directory, in one atomic step.
+    /// Target exists: false with `exclusive`, without asking for more when it is a directory; else
+    /// what the system says, usually false. Parent missing: false.
+    bool directoryCreateAs(
+        const std::string& path, bool exclusive,
+        Utilities::Flags<PosixFilePermissionFlag> permissions = defaultDirectoryPermissions) const;
+
+    /// Makes a directory and every missing one above it; links to directories on the way are
+    /// followed.
+    /// \param exclusive fails when the directory exists already; without, that is a success.
+    /// False: something else stands in the way, a refusal; directories that were made before stay.
+    bool directoryMakePath(
+        const std::string& path, bool exclusive,
+        Utilities::Flags<PosixFilePermissionFlag> permissions = defaultDirectoryPermissions) const;
+
+    using StorageSystem::directoryRemove;
+
+    /// Removes an empty directory, in one atomic step. False: nothing there, not empty, something
+    /// else, a refusal.
+    bool directoryRemove(const std::string& path) const;
+
+    /// As fileRenameAs(), for a directory; false for anything else, and for a new path below
+    /// itself.
+    bool directoryRenameAs(const std::string& path, const std::string& newPath) const;
+
+    /// Moves a directory: renames it, or where the system cannot (another volume), copies it with
+    /// permissions and times and then removes it. Never replaces what stands at the new path.
+    /// False: no directory there, the target exists, its parent is missing, a refusal. After a
+    /// failure the directory is where it was; a failure while it is removed after copying leaves
+    /// both.
+    bool directoryMoveAs(const std::string& path, const std::string& newPath) const;
+
+    /// The names in the directory of the path that match its last component as a search pattern, in
+    /// ascending order of their bytes. A failure gives an empty or shortened list.
+    std::vector<std::string> directoryListFileNamesWithFilterPath(const std::string& path) const;
+
+    /// Makes a symbolic link to a directory. As fileSymbolicLinkCreateAs(), but `failIfLinkExists`
+    /// protects only a link whose target is a directory.
+    bool directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                       bool failIfLinkExists) const;
+
+protected:
+    FileSystem2();
+
+    bool do_isReadable() const override;
+    bool do_isWriteable() const override;
+    bool do_hasSymbolicLinks() const override;
+    std::uint64_t do_recommendedReadBufferSize() const override;
+    std::uint64_t do_recommendedWriteBufferSize() const override;
+    std::string do_canonizeFileId(const std::string& path) const override;
+    std::unique_ptr<StorageSystemFile>
+    do_fileCreate(const std::string& directoryPath, const std::string& name, bool failIfExists,
+                  bool makePath,
+                  Utilities::Flags<PosixFilePermissionFlag> permissions) const override;
+    bool do_fileIsSymbolicLink(const std::string& path) const override;
+    std::optional<std::string> do_fileRename(const std::string& path,
+                                             const std::string& newName) const override;
+    std::optional<std::string> do_fileMove(const std::string& path,
+                                           const std::string& targetDirectory) const override;
+    std::optional<std::string> do_fileCopy(const std::string& path, const StorageSystem& target,
+                                           const std::string& targetDirectory,
+                                           const std::string& name, bool failIfExists,
+                                           const StorageSystemProgress& progress,
+                                           Utilities::Flags<StorageSystemCopyOptionFlag> options,
+                                           std::optional<std::uint64_t> bufferSize) const override;
+    std::optional<std::string> do_fileSymbolicLinkCreate(const std::string& linkDirectory,
+                                                         const std::string& name,
+                                                         const std::string& target,
+                                                         bool failIfLinkExists) const override;
+    std::optional<std::string> do_fileSymbolicLinkTargetFileId(const std::string& path,
+                                                               bool followChain) const override;
+    std::string do_canonizeDirectoryId(const std::string& path) const override;
+    bool do_directoryIsSymbolicLink(const std::string& path) const override;
+    std::optional<StorageSystemFileInfo> do_directoryInfo(const std::string& path) const override;
+    std::optional<std::string>
+    do_directoryCreate(const std::string& parentPath, const std::vector<std::string>& names,
+                       bool exclusive,
+                       Utilities::Flags<PosixFilePermissionFlag> permissions) const override;
+    bool do_directoryRemove(const std::string& path, bool recursive) const override;
+    std::optional<std::string> do_directoryRename(const std::string& path,
+                                                  const std::string& newName) const override;
+    std::optional<std::string> do_directoryMove(const std::string& path,
+                                                const std::string& targetDirectory) const override;
+    std::optional<StorageSystemStorageInfo>
+    do_directoryStorageInfo(const std::string& path) const override;
+    std::optional<Utilities::Flags<PosixFilePermissionFlag>>
+    do_directoryGetPermissions(const std::string& path) const override;
+    bool do_directorySetPermissions(
+        const std::string& path,
+        const Utilities::Flags<PosixFilePermissionFlag>& permissions) const override;
+    std::optional<StorageSystemTimePoint>
+    do_directoryGetModTime(const std::string& path) const override;
+    bool do_directorySetModTime(const std::string& path,
+                                StorageSystemTimePoint time) const override;
+    std::optional<std::string> do_directorySymbolicLinkCreate(const std::string& linkDirectory,
+                                                              const std::string& name,
+                                                              const std::string& target,
+                                                              bool failIfLinkExists) const override;
+    std::optional<std::string>
+    do_directorySymbolicLinkTargetDirectoryId(const std::string& path,
+                                              bool followChain) const override;
+    std::string do_displayPath(const std::string& path) const override;
+
+    virtual std::string do_pathCanonize(const std::string& path) const;
+    virtual std::string do_pathFileName(const std::string& path) const;
+    virtual bool do_pathHasFilterPath(const std::string& path) const;
+    virtual bool do_pathIsAbsolute(const std::string& path) const;
+    virtual std::string do_pathFileExtension(const std::string& path, bool complete) const;
+    virtual std::string do_pathFileStripExtension(const std::string& path) const;
+    virtual std::string do_pathParentId(const std::string& path) const;
+    virtual std::string do_pathChildId(const std::string& path,
+                                       const std::vector<std::string>& names) const;
+    virtual std::string do_pathEnsureLeadingSlash(const std::string& path) const;
+    virtual std::string do_pathRemoveLeadingSlash(const std::string& path) const;
+    virtual std::string do_pathEnsureTrailingSlash(const std::string& path) const;
+    virtual std::string do_pathRemoveTrailingSlash(const std::string& path) const;
+    virtual std::unique_ptr<StorageSystemFile>
+    do_fileCreateAs(const std::string& path, bool failIfExists, bool makePath,
+                    Utilities::Flags<PosixFilePermissionFlag> permissions) const;
+    virtual bool do_fileRenameAs(const std::string& path, const std::string& newPath) const = 0;
+    virtual bool do_fileMoveAs(const std::string& path, const std::string& newPath) const;
+    virtual bool do_fileCopyAs(const std::string& path, const StorageSystem& target,
+                               const std::string& targetPath, const StorageSystemProgress& progress,
+                               Utilities::Flags<StorageSystemCopyOptionFlag> options,
+                               std::optional<std::uint64_t> bufferSize) const;
+    virtual std::optional<FileMetaData> do_fileMetaData(const std::string& path) const;
+    virtual bool do_fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                             bool failIfLinkExists) const = 0;
+    virtual bool
+    do_directoryCreateAs(const std::string& path, bool exclusive,
+                         Utilities::Flags<PosixFilePermissionFlag> permissions) const = 0;
+    virtual bool do_directoryMakePath(const std::string& path, bool exclusive,
+                                      Utilities::Flags<PosixFilePermissionFlag> permissions) const;
+    virtual bool do_directoryRemove(const std::string& path) const = 0;
+    virtual bool do_directoryRenameAs(const std::string& path, const std::string& newPath) const;
+    virtual bool do_directoryMoveAs(const std::string& path, const std::string& newPath) const;
+    virtual std::vector<std::string>
+    do_directoryListFileNamesWithFilterPath(const std::string& path) const;
+    virtual bool do_directorySymbolicLinkCreateAs(const std::string& target,
+                                                  const std::string& linkPath,
+                                                  bool failIfLinkExists) const = 0;
+};
+
+} // namespace FileSystem

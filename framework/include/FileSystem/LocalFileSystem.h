@@ -1,0 +1,70 @@
+#pragma once
+
+#include <FileSystem/Export.h>
+#include <FileSystem/FileSystem2.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace FileSystem {
+
+/// The file system of this machine, as the process sees it. A relative path starts at the process's
+/// current directory. Holds no resources: always valid, and an open file may outlive nothing but
+/// its file system object.
+///
+/// Renaming and moving never replace what stands at the new path.
+///
+/// Threads: any thread may call any operation; calls do not wait for each other.
+class FILESYSTEM_EXPORT LocalFileSystem final : public FileSystem2
+{
+public:
+    LocalFileSystem();
+    ~LocalFileSystem() override;
+
+protected:
+    std::string do_hostName() const override;
+    StorageSystemType do_getType() const override;
+    bool do_isValid() const override;
+    std::unique_ptr<StorageSystemFile>
+    do_fileOpen(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                Utilities::Flags<PosixFilePermissionFlag> permissions) const override;
+    std::optional<StorageSystemFileInfo> do_fileInfo(const std::string& path) const override;
+    std::optional<StorageSystemStorageInfo>
+    do_fileStorageInfo(const std::string& path) const override;
+    bool do_fileRemove(const std::string& path) const override;
+    bool do_fileSetPermissions(
+        const std::string& path,
+        const Utilities::Flags<PosixFilePermissionFlag>& permissions) const override;
+    bool do_fileSetModTime(const std::string& path, StorageSystemTimePoint time) const override;
+    std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
+    bool do_fileSymbolicLinkRemove(const std::string& path) const override;
+    std::vector<StorageSystemDirectoryInfo>
+    do_directoryList(const std::string& path, const std::string& filter,
+                     StorageSystemDirectoryFilterType type) const override;
+    std::vector<StorageSystemFileInfo>
+    do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                             StorageSystemDirectoryFilterType type) const override;
+    std::vector<std::string>
+    do_directoryListFileNames(const std::string& path, const std::string& filter,
+                              StorageSystemDirectoryFilterType type) const override;
+    std::optional<std::string>
+    do_directorySymbolicLinkTarget(const std::string& path) const override;
+    bool do_directorySymbolicLinkRemove(const std::string& path) const override;
+    bool do_fileRenameAs(const std::string& path, const std::string& newPath) const override;
+    bool do_fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                     bool failIfLinkExists) const override;
+    bool do_directoryCreateAs(const std::string& path, bool exclusive,
+                              Utilities::Flags<PosixFilePermissionFlag> permissions) const override;
+    using FileSystem2::do_directoryRemove;
+    bool do_directoryRemove(const std::string& path) const override;
+    bool do_directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                          bool failIfLinkExists) const override;
+
+private:
+    bool replaceByLink(const std::string& target, const std::string& linkPath) const;
+};
+
+} // namespace FileSystem

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <Utilities/Flags.h>
+
+#include <cstdint>
+
+namespace FileSystem {
+
+/// What stands at a path. A symbolic link has the bits SymbolicLink and Regular, whatever it points
+/// to. A pipe, a socket or a device has none of the bits that make it a file, a directory or a link
+/// alone: see isRegularFile(), isDirectory() and isSymbolicLink().
+enum class StorageSystemFileTypeFlag : std::uint32_t
+{
+    Regular = 1,
+    Directory = 2,
+    SymbolicLink = 16,
+};
+
+/// The permission bits of POSIX, with POSIX's values. A set's raw value is a mode.
+enum class PosixFilePermissionFlag : std::uint32_t
+{
+    OwnerRead = 0400,
+    OwnerWrite = 0200,
+    OwnerExecute = 0100,
+    GroupRead = 040,
+    GroupWrite = 020,
+    GroupExecute = 010,
+    OthersRead = 04,
+    OthersWrite = 02,
+    OthersExecute = 01,
+};
+
+/// How a file is opened.
+enum class StorageSystemFileOpenModeFlag : std::uint32_t
+{
+    Read = 1,
+    Write = 2,
+    Append = 4,     ///< Every write goes to the end of the file.
+    Create = 8,     ///< A missing file is created.
+    Truncate = 16,  ///< What the file held is dropped.
+    Exclusive = 32, ///< With Create: fails where something stands already, a link included.
+};
+
+/// How the filter string of a listing is meant. A filter applies to a whole name.
+enum class StorageSystemDirectoryFilterType : std::uint32_t
+{
+    /// A pattern as shells know them; see DirectoryListing::createSearchFilter.
+    SearchPattern = 1,
+    /// An ECMAScript regular expression.
+    RegularExpression = 2,
+};
+
+/// Kind of a storage system.
+enum class StorageSystemType : std::uint32_t
+{
+    Local = 1,
+    SFTP = 2,
+};
+
+/// What a copy does beyond copying bytes.
+enum class StorageSystemCopyOptionFlag : std::uint32_t
+{
+    None = 0,
+    /// The target gets the source's nine permission bits. Without it, the permissions of a new
+    /// file.
+    PreservePermissions = 1,
+    /// The target gets the source's modification time, as exactly as the target's system keeps it.
+    PreserveModTime = 2,
+    /// Fails where something stands at the target's path. Without it, a file or a link there is
+    /// replaced; a directory never is.
+    FailIfExists = 4,
+    /// A directory is copied with everything below it, into a target directory that may exist.
+    /// Without it, copying a directory fails.
+    Recursive = 8,
+};
+
+constexpr Utilities::Flags<StorageSystemFileTypeFlag>
+operator|(StorageSystemFileTypeFlag left, StorageSystemFileTypeFlag right) noexcept
+{
+    return Utilities::Flags<StorageSystemFileTypeFlag>(left) | right;
+}
+
+constexpr Utilities::Flags<PosixFilePermissionFlag>
+operator|(PosixFilePermissionFlag left, PosixFilePermissionFlag right) noexcept
+{
+    return Utilities::Flags<PosixFilePermissionFlag>(left) | right;
+}
+
+constexpr Utilities::Flags<StorageSystemFileOpenModeFlag>
+operator|(StorageSystemFileOpenModeFlag left, StorageSystemFileOpenModeFlag right) noexcept
+{
+    return Utilities::Flags<StorageSystemFileOpenModeFlag>(left) | right;
+}
+
+constexpr Utilities::Flags<StorageSystemCopyOptionFlag>
+operator|(StorageSystemCopyOptionFlag left, StorageSystemCopyOptionFlag right) noexcept
+{
+    return Utilities::Flags<StorageSystemCopyOptionFlag>(left) | right;
+}
+
+/// A symbolic link, whatever it points to.
+constexpr bool isSymbolicLink(Utilities::Flags<StorageSystemFileTypeFlag> type) noexcept
+{
+    return type.has(StorageSystemFileTypeFlag::SymbolicLink);
+}
+
+/// A directory, and no link to one.
+constexpr bool isDirectory(Utilities::Flags<StorageSystemFileTypeFlag> type) noexcept
+{
+    return type == StorageSystemFileTypeFlag::Directory;
+}
+
+/// A regular file, and no link to one.
+constexpr bool isRegularFile(Utilities::Flags<StorageSystemFileTypeFlag> type) noexcept
+{
+    return type == StorageSystemFileTypeFlag::Regular;
+}
+
+/// The permissions of new files and directories, before the umask of whoever creates them.
+constexpr Utilities::Flags<PosixFilePermissionFlag> defaultFilePermissions{0666U};
+constexpr Utilities::Flags<PosixFilePermissionFlag> defaultDirectoryPermissions{0777U};
+
+} // namespace FileSystem

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <utility>
+
+#include <unistd.h>
+
+namespace FileSystem {
+
+/// Owns an open file descriptor; -1 for none.
+class FileDescriptor
+{
+public:
+    explicit FileDescriptor(int descriptor) noexcept
+        : descriptor_(descriptor)
+    {}
+
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : descriptor_(std::exchange(other.descriptor_, -1))
+    {}
+
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(FileDescriptor&&) = delete;
+
+    ~FileDescriptor()
+    {
+        if (descriptor_ != -1) {
+            // Not again after EINTR: the descriptor is gone then, too.
+            static_cast<void>(::close(descriptor_));
+        }
+    }
+
+    int get() const noexcept { return descriptor_; }
+
+private:
+    int descriptor_;
+};
+
+} // namespace FileSystem

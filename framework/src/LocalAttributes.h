@@ -1,0 +1,29 @@
+#pragma once
+
+#include <FileSystem/StorageSystemRecords.h>
+
+#include <ctime>
+#include <optional>
+#include <string>
+
+#include <sys/stat.h>
+
+namespace FileSystem {
+
+/// What stands at `path` below the directory open as `directory` (AT_FDCWD for the current one), a
+/// link itself included. Empty, and errno is set, when it cannot be told.
+std::optional<struct stat> readAttributes(int directory, const char* path);
+
+/// The kind by the file type bits of a mode.
+Utilities::Flags<StorageSystemFileTypeFlag> typeOfMode(mode_t mode) noexcept;
+
+/// Kind, size, time and permissions into `info`. The size is what the system says, for a directory
+/// too.
+void setAttributes(StorageSystemFileInfo& info, const struct stat& attributes) noexcept;
+
+/// The tick that holds the moment; the nearest one there is for a moment beyond the ticks.
+StorageSystemTimePoint toTimePoint(const timespec& moment) noexcept;
+
+timespec toTimespec(StorageSystemTimePoint time) noexcept;
+
+} // namespace FileSystem

@@ -1,0 +1,46 @@
+#include "LocalDirectory.h"
+
+#include "LocalAttributes.h"
+#include "SystemCall.h"
+
+#include <string_view>
+
+#include <sys/stat.h>
+
+namespace FileSystem {
+
+LocalDirectory::LocalDirectory(const std::string& path)
+    : directory_(::opendir(systemPath(path)))
+{}
+
+const dirent* LocalDirectory::next()
+{
+    while (directory_ != nullptr) {
+        const dirent* const entry = ::readdir(directory_.get());
+        if (entry == nullptr) {
+            return nullptr;
+        }
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            return entry;
+        }
+    }
+    return nullptr;
+}
+
+int LocalDirectory::descriptor() const
+{
+    return ::dirfd(directory_.get());
+}
+
+Utilities::Flags<StorageSystemFileTypeFlag> LocalDirectory::typeOf(const dirent& entry) const
+{
+    if (entry.d_type != DT_UNKNOWN) {
+        return typeOfMode(DTTOIF(entry.d_type));
+    }
+    const auto attributes = readAttributes(descriptor(), entry.d_name);
+    return attributes ? typeOfMode(attributes->st_mode)
+                      : Utilities::Flags<StorageSystemFileTypeFlag>();
+}
+
+} // namespace FileSystem

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <FileSystem/StorageSystemFlags.h>
+
+#include <memory>
+#include <string>
+
+#include <dirent.h>
+
+namespace FileSystem {
+
+/// A directory being listed. A link to a directory is followed.
+class LocalDirectory
+{
+public:
+    /// One that cannot be opened has no entries.
+    explicit LocalDirectory(const std::string& path);
+
+    /// The next entry, "." and ".." left out. Null at the end, or when reading fails. Valid until
+    /// the next call.
+    const dirent* next();
+
+    /// For calls relative to the directory. Only while there are entries.
+    int descriptor() const;
+
+    /// The kind of an entry, asked for where the directory does not keep it.
+    Utilities::Flags<StorageSystemFileTypeFlag> typeOf(const dirent& entry) const;
+
+private:
+    struct Close
+    {
+        void operator()(DIR* directory) const noexcept { static_cast<void>(::closedir(directory)); }
+    };
+
+    std::unique_ptr<DIR, Close> directory_;
+};
+
+} // namespace FileSystem

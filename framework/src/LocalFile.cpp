@@ -1,0 +1,120 @@
+#include "LocalFile.h"
+
+#include "SystemCall.h"
+
+#include <FileSystem/LocalFileSystem.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace FileSystem {
+
+namespace {
+
+static_assert(sizeof(off_t) == sizeof(std::int64_t), "files may be larger than 2 GiB");
+
+// No system moves more in one call.
+constexpr std::uint64_t largestStep = 0x40000000;
+
+std::size_t stepOf(std::uint64_t size)
+{
+    return static_cast<std::size_t>(std::min(size, largestStep));
+}
+
+} // namespace
+
+LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
+                     Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                     const LocalFileSystem& fileSystem)
+    : descriptor_(std::move(descriptor))
+    , fileId_(fileId)
+    , mode_(mode)
+    , fileSystem_(fileSystem)
+{}
+
+LocalFile::~LocalFile() = default;
+
+bool LocalFile::do_isValid() const
+{
+    return fileSystem_.isValid();
+}
+
+std::string LocalFile::do_fileId()
+{
+    return fileId_;
+}
+
+Utilities::Flags<StorageSystemFileOpenModeFlag> LocalFile::do_mode()
+{
+    return mode_;
+}
+
+bool LocalFile::do_eof() const
+{
+    return eof_;
+}
+
+bool LocalFile::do_seek(std::uint64_t offset) const
+{
+    if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) ||
+        ::lseek(descriptor_.get(), static_cast<off_t>(offset), SEEK_SET) == -1) {
+        return false;
+    }
+    eof_ = false;
+    return true;
+}
+
+std::optional<std::uint64_t> LocalFile::do_tell()
+{
+    const off_t offset = ::lseek(descriptor_.get(), 0, SEEK_CUR);
+    if (offset == -1) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint64_t>(offset);
+}
+
+bool LocalFile::do_error() const
+{
+    return !do_isValid();
+}
+
+std::uint64_t LocalFile::do_read(char* buffer, std::uint64_t size) const
+{
+    std::uint64_t done = 0;
+    eof_ = false;
+    while (done < size) {
+        const ssize_t count = retryInterrupted(
+            [&] { return ::read(descriptor_.get(), buffer + done, stepOf(size - done)); });
+        if (count <= 0) {
+            eof_ = count == 0;
+            break;
+        }
+        done += static_cast<std::uint64_t>(count);
+    }
+    return done;
+}
+
+std::uint64_t LocalFile::do_write(const char* buffer, std::uint64_t size) const
+{
+    std::uint64_t done = 0;
+    while (done < size) {
+        const ssize_t count = retryInterrupted(
+            [&] { return ::write(descriptor_.get(), buffer + done, stepOf(size - done)); });
+        if (count <= 0) {
+            return 0;
+        }
+        done += static_cast<std::uint64_t>(count);
+    }
+    return done;
+}
+
+const FileSystem2& LocalFile::do_fileSystem() const
+{
+    return fileSystem_;
+}
+
+} // namespace FileSystem

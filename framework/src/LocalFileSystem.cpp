@@ -1,0 +1,397 @@
+#include "FileDescriptor.h"
+#include "LocalAttributes.h"
+#include "LocalDirectory.h"
+#include "LocalFile.h"
+#include "SystemCall.h"
+
+#include <FileSystem/DirectoryListing.h>
+#include <FileSystem/LocalFileSystem.h>
+#include <FileSystem/OpenMode.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <regex>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace FileSystem {
+
+namespace {
+
+constexpr mode_t permissionBits = 0777;
+
+mode_t modeOf(Utilities::Flags<PosixFilePermissionFlag> permissions)
+{
+    return static_cast<mode_t>(permissions.raw()) & permissionBits;
+}
+
+bool hasNul(const std::string& path)
+{
+    return path.find('\0') != std::string::npos;
+}
+
+// Without O_NONBLOCK a pipe that nobody writes to would hold the call up for ever, and without
+// O_NOCTTY a terminal could become the process's own.
+FileDescriptor openDescriptor(const std::string& path, int flags, mode_t mode)
+{
+    flags |= O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    return FileDescriptor(retryInterrupted([&] { return ::open(systemPath(path), flags, mode); }));
+}
+
+bool isRegular(const FileDescriptor& descriptor)
+{
+    struct stat attributes = {};
+    return ::fstat(descriptor.get(), &attributes) == 0 && S_ISREG(attributes.st_mode);
+}
+
+std::optional<struct stat> attributesOf(const std::string& path)
+{
+    return readAttributes(AT_FDCWD, systemPath(path));
+}
+
+bool isLink(const std::string& path)
+{
+    const auto attributes = attributesOf(path);
+    return attributes && S_ISLNK(attributes->st_mode);
+}
+
+// The access time stays as it is.
+bool setModificationTime(const std::string& path, const timespec& time)
+{
+    timespec omitted = {};
+    omitted.tv_nsec = UTIME_OMIT;
+    const std::array<timespec, 2> times = {omitted, time};
+    return ::utimensat(AT_FDCWD, systemPath(path), times.data(), AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// Above a relative path there is the current directory. Empty: errno says why.
+std::optional<StorageSystemStorageInfo> volumeOf(const std::string& path)
+{
+    struct statvfs volume = {};
+    const char* const place = path.empty() ? "." : path.c_str();
+    if (retryInterrupted([&] { return ::statvfs(place, &volume); }) != 0) {
+        return std::nullopt;
+    }
+    const std::uint64_t block = volume.f_frsize;
+    StorageSystemStorageInfo info;
+    info.free = volume.f_bfree * block;
+    info.available = volume.f_bavail * block;
+    info.capacity = volume.f_blocks * block;
+    return info;
+}
+
+// Only ever adds the new name where none stands, but both names stand for a moment.
+bool renameByHardLink(const char* path, const char* newPath)
+{
+    if (::link(path, newPath) != 0) {
+        return false;
+    }
+    if (::unlink(path) != 0) {
+        static_cast<void>(::unlink(newPath));
+        return false;
+    }
+    return true;
+}
+
+// For file systems that cannot refuse to replace: what appears at the new path between looking and
+// renaming can be lost, where there are no hard links either.
+bool renameWhereNothingStands(const char* path, const char* newPath)
+{
+    const auto attributes = readAttributes(AT_FDCWD, path);
+    if (!attributes || readAttributes(AT_FDCWD, newPath) || errno != ENOENT) {
+        return false;
+    }
+    if (!S_ISDIR(attributes->st_mode) && renameByHardLink(path, newPath)) {
+        return true;
+    }
+    return !readAttributes(AT_FDCWD, newPath) && ::rename(path, newPath) == 0;
+}
+
+bool renameWithoutReplacing(const char* path, const char* newPath)
+{
+    if (::renameat2(AT_FDCWD, path, AT_FDCWD, newPath, RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    const bool isUnknownFlag = errno == EINVAL || errno == ENOSYS;
+    return isUnknownFlag && renameWhereNothingStands(path, newPath);
+}
+
+/// Which names of a listing are wanted.
+class NameFilter
+{
+public:
+    /// Throws std::regex_error when a regular expression is none.
+    NameFilter(const std::string& filter, StorageSystemDirectoryFilterType type)
+    {
+        if (filter.empty()) {
+            return;
+        }
+        expression_ = type == StorageSystemDirectoryFilterType::SearchPattern
+                          ? DirectoryListing::createSearchFilter(filter)
+                          : std::regex(filter, std::regex::ECMAScript);
+    }
+
+    bool passes(const char* name) const
+    {
+        return !expression_ || std::regex_match(name, *expression_);
+    }
+
+private:
+    std::optional<std::regex> expression_;
+};
+
+// A path that already ends in a slash gets another one: the entry's id begins with the path as the
+// caller gave it.
+std::string entryId(const std::string& directory, const char* name)
+{
+    return directory + "/" + name;
+}
+
+} // namespace
+
+LocalFileSystem::LocalFileSystem() = default;
+
+LocalFileSystem::~LocalFileSystem() = default;
+
+std::string LocalFileSystem::do_hostName() const
+{
+    return {};
+}
+
+StorageSystemType LocalFileSystem::do_getType() const
+{
+    return StorageSystemType::Local;
+}
+
+bool LocalFileSystem::do_isValid() const
+{
+    return true;
+}
+
+std::unique_ptr<StorageSystemFile>
+LocalFileSystem::do_fileOpen(const std::string& path,
+                             Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                             Utilities::Flags<PosixFilePermissionFlag> permissions) const
+{
+    FileDescriptor descriptor =
+        openDescriptor(path, storageSystemFileOpenModeToPosixMode(mode), modeOf(permissions));
+    if (descriptor.get() == -1 || !isRegular(descriptor)) {
+        return nullptr;
+    }
+    return std::make_unique<LocalFile>(std::move(descriptor), path, mode, *this);
+}
+
+std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::string& path) const
+{
+    const auto attributes = attributesOf(path);
+    if (!attributes) {
+        return std::nullopt;
+    }
+    StorageSystemFileInfo info;
+    info.name = pathFileName(path);
+    info.fileId = path;
+    info.parentDirectoryId = pathParentId(path);
+    setAttributes(info, *attributes);
+    if (isDirectory(info.type)) {
+        info.size = 0;
+    }
+    return info;
+}
+
+std::optional<StorageSystemStorageInfo>
+LocalFileSystem::do_fileStorageInfo(const std::string& path) const
+{
+    if (path.empty() || hasNul(path)) {
+        return std::nullopt;
+    }
+    // A link stands on the volume that holds it, whatever it leads to.
+    std::string place = isLink(path) ? pathParentId(path) : path;
+    auto info = volumeOf(place);
+    while (!info && !place.empty() && (errno == ENOENT || errno == ENOTDIR)) {
+        place = pathParentId(place);
+        info = volumeOf(place);
+    }
+    return info;
+}
+
+bool LocalFileSystem::do_fileRemove(const std::string& path) const
+{
+    return ::unlink(systemPath(path)) == 0;
+}
+
+bool LocalFileSystem::do_fileSetPermissions(
+    const std::string& path, const Utilities::Flags<PosixFilePermissionFlag>& permissions) const
+{
+    return ::chmod(systemPath(path), modeOf(permissions)) == 0;
+}
+
+bool LocalFileSystem::do_fileSetModTime(const std::string& path,
+                                        const StorageSystemTimePoint time) const
+{
+    const auto before = attributesOf(path);
+    const timespec wanted = toTimespec(time);
+    if (!before || !setModificationTime(path, wanted)) {
+        return false;
+    }
+    // A time beyond its range makes a file system take the nearest one that it knows, silently.
+    const auto after = attributesOf(path);
+    if (after && after->st_mtim.tv_sec == wanted.tv_sec) {
+        return true;
+    }
+    static_cast<void>(setModificationTime(path, before->st_mtim));
+    return false;
+}
+
+std::optional<std::string> LocalFileSystem::do_fileSymbolicLinkTarget(const std::string& path) const
+{
+    std::string target(256, '\0');
+    for (;;) {
+        const ssize_t length = ::readlink(systemPath(path), target.data(), target.size());
+        if (length < 0) {
+            return std::nullopt;
+        }
+        const auto size = static_cast<std::size_t>(length);
+        if (size < target.size()) {
+            target.resize(size);
+            return target;
+        }
+        // Full: there may be more.
+        target.resize(target.size() * 2);
+    }
+}
+
+bool LocalFileSystem::do_fileSymbolicLinkRemove(const std::string& path) const
+{
+    return isLink(path) && do_fileRemove(path);
+}
+
+std::vector<StorageSystemDirectoryInfo>
+LocalFileSystem::do_directoryList(const std::string& path, const std::string& filter,
+                                  StorageSystemDirectoryFilterType type) const
+{
+    const NameFilter wanted(filter, type);
+    std::vector<StorageSystemDirectoryInfo> entries;
+    LocalDirectory directory(path);
+    while (const dirent* const entry = directory.next()) {
+        if (wanted.passes(entry->d_name)) {
+            entries.push_back(
+                {entry->d_name, entryId(path, entry->d_name), path, directory.typeOf(*entry)});
+        }
+    }
+    return entries;
+}
+
+std::vector<StorageSystemFileInfo>
+LocalFileSystem::do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                                          StorageSystemDirectoryFilterType type) const
+{
+    const NameFilter wanted(filter, type);
+    std::vector<StorageSystemFileInfo> entries;
+    LocalDirectory directory(path);
+    while (const dirent* const entry = directory.next()) {
+        if (!wanted.passes(entry->d_name)) {
+            continue;
+        }
+        const auto attributes = readAttributes(directory.descriptor(), entry->d_name);
+        if (!attributes && errno == ENOENT) {
+            continue; // Removed since the directory was read.
+        }
+        StorageSystemFileInfo& info = entries.emplace_back();
+        info.name = entry->d_name;
+        info.fileId = entryId(path, entry->d_name);
+        info.parentDirectoryId = path;
+        if (attributes) {
+            setAttributes(info, *attributes);
+        } else {
+            // In a directory that may be read but not entered the kind is all there is to know.
+            info.type = directory.typeOf(*entry);
+        }
+    }
+    return entries;
+}
+
+std::vector<std::string>
+LocalFileSystem::do_directoryListFileNames(const std::string& path, const std::string& filter,
+                                           StorageSystemDirectoryFilterType type) const
+{
+    const NameFilter wanted(filter, type);
+    std::vector<std::string> names;
+    LocalDirectory directory(path);
+    while (const dirent* const entry = directory.next()) {
+        if (wanted.passes(entry->d_name)) {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::optional<std::string>
+LocalFileSystem::do_directorySymbolicLinkTarget(const std::string& path) const
+{
+    return do_fileSymbolicLinkTarget(path);
+}
+
+bool LocalFileSystem::do_directorySymbolicLinkRemove(const std::string& path) const
+{
+    return do_fileSymbolicLinkRemove(path);
+}
+
+bool LocalFileSystem::do_fileRenameAs(const std::string& path, const std::string& newPath) const
+{
+    return renameWithoutReplacing(systemPath(path), systemPath(newPath));
+}
+
+bool LocalFileSystem::do_fileSymbolicLinkCreateAs(const std::string& target,
+                                                  const std::string& linkPath,
+                                                  bool failIfLinkExists) const
+{
+    return !(failIfLinkExists && fileIsSymbolicLink(linkPath)) && replaceByLink(target, linkPath);
+}
+
+bool LocalFileSystem::do_directoryCreateAs(
+    const std::string& path, bool /*exclusive*/,
+    Utilities::Flags<PosixFilePermissionFlag> permissions) const
+{
+    // The system refuses what exists in either case.
+    return ::mkdir(systemPath(path), modeOf(permissions)) == 0;
+}
+
+bool LocalFileSystem::do_directoryRemove(const std::string& path) const
+{
+    return ::rmdir(systemPath(path)) == 0;
+}
+
+bool LocalFileSystem::do_directorySymbolicLinkCreateAs(const std::string& target,
+                                                       const std::string& linkPath,
+                                                       bool failIfLinkExists) const
+{
+    return !(failIfLinkExists && directoryIsSymbolicLink(linkPath)) &&
+           replaceByLink(target, linkPath);
+}
+
+bool LocalFileSystem::replaceByLink(const std::string& target, const std::string& linkPath) const
+{
+    const std::string name = pathFileName(linkPath);
+    // Before anything is removed: no link can be made of these.
+    if (target.empty() || hasNul(target) || name.empty() || name == "." || name == "..") {
+        return false;
+    }
+    if (directoryExists(linkPath, false) && !FileSystem2::do_directoryRemove(linkPath, true)) {
+        return false;
+    }
+    if (fileExists(linkPath, true) && !do_fileRemove(linkPath)) {
+        return false;
+    }
+    return ::symlink(target.c_str(), systemPath(linkPath)) == 0 &&
+           do_fileSymbolicLinkTarget(linkPath) == target;
+}
+
+} // namespace FileSystem

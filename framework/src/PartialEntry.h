@@ -1,0 +1,53 @@
+#pragma once
+
+#include <FileSystem/StorageSystemFile.h>
+#include <FileSystem/StorageSystemFlags.h>
+#include <Utilities/Flags.h>
+
+#include <memory>
+#include <string>
+
+namespace FileSystem {
+
+class StorageSystem;
+
+/// A file or a link in the making: it stands under a hidden name beside its final one, takes that
+/// when it is complete, and is removed when it never is.
+class PartialEntry
+{
+public:
+    /// Creates nothing yet.
+    PartialEntry(const StorageSystem& system, std::string directory, std::string name);
+    PartialEntry(const PartialEntry&) = delete;
+    PartialEntry& operator=(const PartialEntry&) = delete;
+
+    /// Removes what was created and not published. Files of it must be closed by then.
+    ~PartialEntry();
+
+    /// Null: it cannot be created.
+    std::unique_ptr<StorageSystemFile>
+    createFile(Utilities::Flags<PosixFilePermissionFlag> permissions);
+
+    /// False: it cannot be created.
+    bool createLink(const std::string& target);
+
+    /// The path that it has at the moment.
+    const std::string& path() const { return path_; }
+
+    /// Gives it its final name.
+    /// \param replace what stands there, unless it is a directory, makes room; it is back when the
+    ///                name cannot be taken after all. Without: fails when something is there.
+    bool publish(bool replace);
+
+private:
+    bool takeFreeName();
+    bool replaceExisting();
+
+    const StorageSystem& system_;
+    std::string directory_;
+    std::string name_;
+    std::string path_;
+    bool created_ = false;
+};
+
+} // namespace FileSystem

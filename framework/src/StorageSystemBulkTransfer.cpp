@@ -1,0 +1,7 @@
+#include <FileSystem/StorageSystemBulkTransfer.h>
+
+namespace FileSystem {
+
+StorageSystemBulkTransfer::~StorageSystemBulkTransfer() = default;
+
+} // namespace FileSystem

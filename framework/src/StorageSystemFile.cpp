@@ -1,0 +1,258 @@
+#include "ByteStream.h"
+#include "LinkResolution.h"
+
+#include <FileSystem/StorageSystem.h>
+#include <FileSystem/StorageSystemFile.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace FileSystem {
+
+namespace {
+
+// Some servers end the connection at a longer read, or refuse a longer write.
+constexpr std::uint64_t largestRead = 261'120;
+constexpr std::uint64_t largestWrite = 256'000;
+
+constexpr std::uint64_t largestDefaultStep = 4U << 20U;
+constexpr std::uint64_t largestStep = 64U << 20U;
+
+/// Bytes per step of a copy.
+std::uint64_t stepSize(const StorageSystem& source, const StorageSystem& target,
+                       std::optional<std::uint64_t> wanted)
+{
+    if (wanted.value_or(0) != 0) {
+        return std::min(*wanted, largestStep);
+    }
+    const auto recommended =
+        std::max(source.recommendedReadBufferSize(), target.recommendedWriteBufferSize());
+    return std::clamp(recommended, largestRead, largestDefaultStep);
+}
+
+/// Tells the progress of one file.
+class Report
+{
+public:
+    Report(const StorageSystemProgress& progress, std::uint64_t total)
+        : progress_(progress)
+        , total_(total)
+    {}
+
+    /// False: stop.
+    bool operator()(std::uint64_t done) const { return !progress_ || progress_(done, total_); }
+
+private:
+    const StorageSystemProgress& progress_;
+    std::uint64_t total_;
+};
+
+/// Moves all bytes, `step` at a time. False: a failure, or the report said stop.
+bool moveBytes(ByteSource& source, ByteSink& sink, std::uint64_t step, const Report& report)
+{
+    using Status = StorageSystemReadResult::Status;
+    // Not filled with zeros: a tree of small files would pay for every one of them.
+    const std::unique_ptr<char[]> buffer(new char[step]);
+    std::uint64_t done = 0;
+    auto status = Status::Complete;
+    while (status == Status::Complete) {
+        const auto got = source.read(buffer.get(), step);
+        status = got.status;
+        if (status == Status::Error || got.count > step ||
+            (status == Status::Complete && got.count < step)) {
+            return false;
+        }
+        if (got.count == 0) {
+            break;
+        }
+        done += got.count;
+        if (!sink.write(buffer.get(), got.count) || !report(done)) {
+            return false;
+        }
+    }
+    return sink.finish() && report(done);
+}
+
+} // namespace
+
+StorageSystemFile::StorageSystemFile() = default;
+
+StorageSystemFile::~StorageSystemFile() = default;
+
+bool StorageSystemFile::isValid() const
+{
+    return do_isValid();
+}
+
+std::string StorageSystemFile::fileId()
+{
+    return do_fileId();
+}
+
+std::string StorageSystemFile::parentDirectoryId()
+{
+    return do_parentDirectoryId();
+}
+
+std::string StorageSystemFile::name()
+{
+    return do_name();
+}
+
+Utilities::Flags<StorageSystemFileOpenModeFlag> StorageSystemFile::mode()
+{
+    return do_mode();
+}
+
+bool StorageSystemFile::eof() const
+{
+    return do_eof();
+}
+
+bool StorageSystemFile::seek(std::uint64_t offset) const
+{
+    return do_seek(offset);
+}
+
+std::optional<std::uint64_t> StorageSystemFile::tell()
+{
+    return do_tell();
+}
+
+bool StorageSystemFile::error() const
+{
+    return do_error();
+}
+
+std::uint64_t StorageSystemFile::read(char* buffer, std::uint64_t size) const
+{
+    return do_read(buffer, size);
+}
+
+std::uint64_t StorageSystemFile::write(const char* buffer, std::uint64_t size) const
+{
+    return do_write(buffer, size);
+}
+
+StorageSystemReadResult StorageSystemFile::readFully(char* buffer, std::uint64_t size) const
+{
+    using Status = StorageSystemReadResult::Status;
+    std::uint64_t count = 0;
+    while (count < size) {
+        const auto wanted = std::min(size - count, largestRead);
+        const auto got = read(buffer + count, wanted);
+        if (got > wanted) {
+            return {count, Status::Error};
+        }
+        count += got;
+        if (got < wanted && eof()) {
+            return {count, Status::EndOfFile};
+        }
+        if (got == 0) {
+            return {count, Status::Error};
+        }
+    }
+    return {count, Status::Complete};
+}
+
+bool StorageSystemFile::writeFully(const char* buffer, std::uint64_t size) const
+{
+    std::uint64_t count = 0;
+    while (count < size) {
+        const auto wanted = std::min(size - count, largestWrite);
+        const auto written = write(buffer + count, wanted);
+        if (written == 0 || written > wanted) {
+            return false;
+        }
+        count += written;
+    }
+    return true;
+}
+
+Utilities::Flags<PosixFilePermissionFlag> StorageSystemFile::permissions()
+{
+    return do_permissions();
+}
+
+std::uint64_t StorageSystemFile::size()
+{
+    return do_size();
+}
+
+StorageSystemFileInfo StorageSystemFile::fileInfo()
+{
+    return do_fileInfo();
+}
+
+const StorageSystem& StorageSystemFile::storageSystem()
+{
+    return do_storageSystem();
+}
+
+bool StorageSystemFile::copy(StorageSystemFile& target, const StorageSystemProgress& progress,
+                             std::optional<std::uint64_t> bufferSize)
+{
+    if (&target == this) {
+        return false;
+    }
+    // Taken back on every way out.
+    const auto forget = [](StorageSystemFile* file) { file->copyTarget_ = nullptr; };
+    const std::unique_ptr<StorageSystemFile, decltype(forget)> copying(this, forget);
+    copyTarget_ = &target;
+    return do_copy(progress, bufferSize);
+}
+
+Utilities::Flags<PosixFilePermissionFlag> StorageSystemFile::do_permissions()
+{
+    return fileInfo().permissions;
+}
+
+std::uint64_t StorageSystemFile::do_size()
+{
+    return fileInfo().size;
+}
+
+StorageSystemFileInfo StorageSystemFile::do_fileInfo()
+{
+    const auto path = fileId();
+    const auto& system = storageSystem();
+    auto info = system.fileInfo(path);
+    if (info && isSymbolicLink(info->type)) {
+        // What was opened is what the link leads to.
+        const auto end = followLinks(system, path);
+        info = end ? system.fileInfo(end->path) : std::nullopt;
+    }
+    auto known = std::move(info).value_or(StorageSystemFileInfo{});
+    known.name = name();
+    known.fileId = path;
+    known.parentDirectoryId = parentDirectoryId();
+    return known;
+}
+
+bool StorageSystemFile::do_copy(const StorageSystemProgress& progress,
+                                std::optional<std::uint64_t> bufferSize)
+{
+    auto* const target = copyTarget();
+    if (target == nullptr) {
+        return false;
+    }
+    const auto total = !progress ? 0 : knownSize_ ? *knownSize_ : size();
+    const Report report(progress, total);
+    ByteSource source(*this, bulkTransfer_.get());
+    ByteSink sink(*target, target->bulkTransfer_.get());
+    const auto step = stepSize(storageSystem(), target->storageSystem(), bufferSize);
+    return report(0) && source.start() && sink.start() && moveBytes(source, sink, step, report);
+}
+
+StorageSystemFile* StorageSystemFile::copyTarget() const noexcept
+{
+    return copyTarget_;
+}
+
+void StorageSystemFile::setBulkTransfer(
+    std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer) noexcept
+{
+    bulkTransfer_ = std::move(bulkTransfer);
+}
+
+} // namespace FileSystem

@@ -1,0 +1,115 @@
+#include "TreeCopy.h"
+
+#include "FileCopy.h"
+#include "PathText.h"
+
+#include <FileSystem/StorageSystem.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+namespace FileSystem {
+
+using Option = StorageSystemCopyOptionFlag;
+
+TreeCopy::TreeCopy(const CopyTask& task, std::string sourcePath, std::string targetPath)
+    : task_(task)
+    , sourcePath_(std::move(sourcePath))
+    , targetPath_(std::move(targetPath))
+{}
+
+bool TreeCopy::copy(const StorageSystemFileInfo& source)
+{
+    if (leadsIntoItself() || !task_.progress.report()) {
+        return false;
+    }
+    auto tree = scanTree(task_, sourcePath_, source);
+    if (!tree || (tree->hasLinks && !task_.target.hasSymbolicLinks())) {
+        return false;
+    }
+    tree_ = *std::move(tree);
+    return makeRoot() && copyDirectories() && setAttributes() && task_.progress.report();
+}
+
+bool TreeCopy::leadsIntoItself() const
+{
+    // This machine has one tree, whichever object it is reached through.
+    const bool isOneSystem =
+        &task_.source == &task_.target || (task_.source.getType() == StorageSystemType::Local &&
+                                           task_.target.getType() == StorageSystemType::Local);
+    return isOneSystem && PathText::isWithin(sourcePath_, targetPath_);
+}
+
+bool TreeCopy::makeRoot()
+{
+    const bool mayExist = !task_.options.has(Option::FailIfExists);
+    // The root and "." cannot be made, only be there.
+    const bool isMade = PathText::isEntryName(PathText::fileName(targetPath_))
+                            ? makeDirectory(targetPath_, madeTarget_)
+                            : task_.target.directoryExists(targetPath_, false);
+    targets_.push_back(targetPath_);
+    return isMade && (madeTarget_ || mayExist);
+}
+
+// Exclusively: a link to a directory, which would lead elsewhere, must not pass for a directory.
+bool TreeCopy::makeDirectory(const std::string& path, bool& made) const
+{
+    constexpr Utilities::Flags<PosixFilePermissionFlag> ownerOnly(0700U);
+    const auto permissions =
+        task_.options.has(Option::PreservePermissions) ? ownerOnly : defaultDirectoryPermissions;
+    made = task_.target
+               .directoryCreate(PathText::parentId(path), {PathText::fileName(path)}, true,
+                                permissions)
+               .has_value();
+    return made || task_.target.directoryExists(path, false);
+}
+
+bool TreeCopy::copyDirectories()
+{
+    for (std::size_t index = 0; index < tree_.directories.size(); ++index) {
+        const auto& directory = tree_.directories[index];
+        if (index > 0) {
+            bool made = false;
+            targets_.push_back(
+                PathText::childId(targets_[directory.parent], {directory.info.name}));
+            if (!makeDirectory(targets_.back(), made)) {
+                return false;
+            }
+        }
+        if (!copyEntries(directory, targets_[index])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TreeCopy::copyEntries(const TreeDirectory& directory, const std::string& targetPath) const
+{
+    return std::all_of(directory.entries.begin(), directory.entries.end(),
+                       [&](const StorageSystemFileInfo& entry) {
+                           const FileCopy copy(task_, entry,
+                                               PathText::childId(directory.path, {entry.name}),
+                                               targetPath, entry.name);
+                           return isSymbolicLink(entry.type) ? copy.copyLink() : copy.copyFile();
+                       });
+}
+
+// When everything is in place: what is put into a directory changes its time, and takes permissions
+// that it may not be meant to keep. The deepest first, before the way to it closes.
+bool TreeCopy::setAttributes() const
+{
+    for (auto index = targets_.size(); index-- > 0;) {
+        const auto& info = tree_.directories[index].info;
+        const auto& path = targets_[index];
+        if ((task_.options.has(Option::PreserveModTime) &&
+             !task_.target.directorySetModTime(path, info.modTime)) ||
+            (task_.options.has(Option::PreservePermissions) &&
+             !task_.target.directorySetPermissions(path, info.permissions))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace FileSystem

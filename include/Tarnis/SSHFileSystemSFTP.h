@@ -1,0 +1,127 @@
+#pragma once
+
+#include <FileSystem/FileSystem2.h>
+#include <Tarnis/Export.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tarnis {
+
+class SSHHandleSFTPSession;
+
+/// The remote file tree of an SSH session as a storage system, over one SFTP session (protocol
+/// version 3). Made by SSHSession::createSFTPFileSystem. What each inherited operation does, and
+/// what each failure returns, stands in FileSystem::StorageSystem and FileSystem::FileSystem2; this
+/// says what is particular to SFTP.
+///
+/// Ownership: the SSH session owns the SFTP session; this object shares it. When the SSH session is
+/// disconnected or destroyed, this object stays and is invalid: operations answer false, empty or
+/// null, and one that is under way in another thread throws
+/// FileSystem::handle_fatal_error("invalid"). Open files refer to this object and must go before
+/// it.
+///
+/// Failures: told by results, as the base classes say; SSHSession::getLastError() has the server's
+/// message.
+///
+/// Threads: any thread may call any operation, construction and destruction aside. The calls take
+/// turns with everything else made from the SSH session, request by request, and each request
+/// blocks until the server has answered, for as long as it likes; SSHSession::interrupt() frees
+/// such a call. Operations of several requests (listings, setting a time, fileStorageInfo(), making
+/// a link) let others in between and are no snapshot.
+///
+/// Particular to SFTP:
+/// - Paths are bytes and go to the server as they are; a relative one is taken from the directory
+///   that the server starts in, usually the home directory.
+/// - fileRenameAs() onto a file that exists fails with most servers and replaces it with others.
+/// - Times are whole seconds from 1970 to 2106; a time outside is not set. fileSetModTime() asks
+///   the server for the time afterwards: true means that the server has it, to the second. The
+///   time of a symbolic link itself cannot be set.
+/// - fileStorageInfo() has figures only where the server offers the extension
+///   statvfs@openssh.com.
+/// - Servers disagree on the order of the two paths when a link is made. A link is read back after
+///   it was made; where it cannot be made right the operation answers false and leaves no link
+///   behind. What a server with the wrong order has made elsewhere is removed again.
+/// - A file system that was listed while its session ended in another thread throws as above.
+class TARNIS_EXPORT SSHFileSystemSFTP : public FileSystem::FileSystem2
+{
+public:
+    /// A file system without an SFTP session: invalid from the start.
+    SSHFileSystemSFTP();
+
+    /// Takes the handle over, leaving `sftp` empty.
+    explicit SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sftp);
+
+    /// As abort(); never throws.
+    ~SSHFileSystemSFTP() override;
+
+    /// Ends the SFTP session without waiting for the server: this object and every file opened on
+    /// it are invalid from then on. Blocks while another thread is in a call on the session. A
+    /// second call does nothing. Any thread may call it.
+    void abort();
+
+    /// Bytes of the largest read request that this file system recommends: 2,621,440; 0 without an
+    /// SFTP session. Does not block.
+    unsigned long long maxReadPackageSize() const;
+
+    /// Bytes of the largest write request: 262,119; 0 without an SFTP session. Does not block.
+    unsigned long long maxWritePackageSize() const;
+
+protected:
+    using FileSystem2::do_directoryRemove;
+
+    std::string do_hostName() const override;
+    FileSystem::StorageSystemType do_getType() const override;
+    bool do_isValid() const override;
+    std::uint64_t do_recommendedReadBufferSize() const override;
+    std::uint64_t do_recommendedWriteBufferSize() const override;
+    std::unique_ptr<FileSystem::StorageSystemFile>
+    do_fileOpen(const std::string& path,
+                Utilities::Flags<FileSystem::StorageSystemFileOpenModeFlag> mode,
+                Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const override;
+    std::optional<FileSystem::StorageSystemFileInfo>
+    do_fileInfo(const std::string& path) const override;
+    std::optional<FileSystem::StorageSystemStorageInfo>
+    do_fileStorageInfo(const std::string& path) const override;
+    bool do_fileRemove(const std::string& path) const override;
+    bool do_fileSetPermissions(
+        const std::string& path,
+        const Utilities::Flags<FileSystem::PosixFilePermissionFlag>& permissions) const override;
+    bool do_fileSetModTime(const std::string& path,
+                           FileSystem::StorageSystemTimePoint time) const override;
+    std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
+    bool do_fileSymbolicLinkRemove(const std::string& path) const override;
+    std::vector<FileSystem::StorageSystemDirectoryInfo>
+    do_directoryList(const std::string& path, const std::string& filter,
+                     FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::vector<FileSystem::StorageSystemFileInfo>
+    do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                             FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::vector<std::string>
+    do_directoryListFileNames(const std::string& path, const std::string& filter,
+                              FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::optional<std::string>
+    do_directorySymbolicLinkTarget(const std::string& path) const override;
+    bool do_directorySymbolicLinkRemove(const std::string& path) const override;
+    std::string do_displayPath(const std::string& path) const override;
+    bool do_fileRenameAs(const std::string& path, const std::string& newPath) const override;
+    bool do_fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                     bool failIfLinkExists) const override;
+    bool do_directoryCreateAs(
+        const std::string& path, bool exclusive,
+        Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const override;
+    bool do_directoryRemove(const std::string& path) const override;
+    bool do_directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                          bool failIfLinkExists) const override;
+
+private:
+    std::shared_ptr<SSHHandleSFTPSession> handle() const;
+    std::shared_ptr<SSHHandleSFTPSession> validHandle() const;
+    bool replaceByLink(const std::string& target, const std::string& linkPath) const;
+
+    std::shared_ptr<SSHHandleSFTPSession> sftp_;
+};
+
+} // namespace Tarnis

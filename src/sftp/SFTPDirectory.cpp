@@ -1,0 +1,58 @@
+#include "sftp/SFTPDirectory.h"
+
+#include "handles/SSHCall.h"
+
+#include <Tarnis/SSHDefaultDeleter.h>
+
+#include <utility>
+
+namespace Tarnis {
+
+namespace {
+
+/// Forgets the server's handle of the directory: closing it then asks the server for nothing and
+/// only frees memory.
+void abandon(sftp_dir directory) noexcept
+{
+    ssh_string_free(directory->handle);
+    directory->handle = nullptr;
+}
+
+/// To be called under the lock of the SFTP session that the directory was opened on.
+void close(sftp_dir directory, bool sessionIsGone) noexcept
+{
+    if (directory == nullptr) {
+        return;
+    }
+    if (sessionIsGone) {
+        abandon(directory);
+    }
+    ssh_default_deleter<sftp_dir_struct>{}(directory);
+}
+
+} // namespace
+
+SFTPDirectory::SFTPDirectory(std::shared_ptr<SSHHandleSFTPSession> sftp, const std::string& path)
+    : sftp_(std::move(sftp))
+    , directory_(callLocked(*sftp_, sftp_opendir, path.c_str()))
+{}
+
+SFTPDirectory::~SFTPDirectory()
+{
+    try {
+        const auto lock = sftp_->getLock();
+        close(directory_, sftp_->getResource() == nullptr);
+    } catch (...) {
+        // Without the lock, nothing of libssh's may be touched: the memory is lost.
+    }
+}
+
+SFTPAttributes SFTPDirectory::next()
+{
+    if (directory_ == nullptr) {
+        return nullptr;
+    }
+    return SFTPAttributes(callLocked(*sftp_, sftp_readdir, directory_));
+}
+
+} // namespace Tarnis

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPAttributes.h"
+
+#include <libssh/sftp.h>
+
+#include <memory>
+#include <string>
+
+namespace Tarnis {
+
+/// A remote directory that is being read.
+///
+/// Others get their turn on the SFTP session between two entries, and one of them may end it. The
+/// directory is no handle of its own, so it looks at the SFTP session's before each step.
+class SFTPDirectory
+{
+public:
+    /// Opens the directory; blocks until the server has answered. Throws
+    /// handle_fatal_error("invalid") when the handle is invalid.
+    SFTPDirectory(std::shared_ptr<SSHHandleSFTPSession> sftp, const std::string& path);
+    SFTPDirectory(const SFTPDirectory&) = delete;
+    SFTPDirectory& operator=(const SFTPDirectory&) = delete;
+
+    /// Closes the directory and waits for the server's answer, unless the SFTP session is gone.
+    ~SFTPDirectory();
+
+    /// The next entry, in the server's order. Null: there are no more, the reading failed, or the
+    /// directory could not be opened. Blocks and throws as the constructor does.
+    SFTPAttributes next();
+
+private:
+    std::shared_ptr<SSHHandleSFTPSession> sftp_;
+    sftp_dir directory_ = nullptr;
+};
+
+} // namespace Tarnis

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "handles/SSHHandleSFTPSessionFile.h"
+#include "sftp/SFTPWindow.h"
+
+#include <FileSystem/StorageSystemReadResult.h>
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <vector>
+
+namespace Tarnis {
+
+/// Reads a remote file in order with several requests under way.
+///
+/// The bytes handed out have no hole: what a short answer leaves out is asked for again before what
+/// comes behind it is handed out. The file ends where the server says so, whatever later requests
+/// were answered with.
+///
+/// Operations block on the server, letting others in between two requests, and throw
+/// handle_fatal_error("invalid") when the handle is invalid.
+class SFTPReadAhead
+{
+public:
+    explicit SFTPReadAhead(std::shared_ptr<SSHHandleSFTPSessionFile> file)
+        : file_(std::move(file))
+    {}
+
+    /// The next read() begins at this position. Nothing may be under way.
+    void start(std::uint64_t offset);
+
+    FileSystem::StorageSystemReadResult read(char* buffer, std::uint64_t size);
+
+    /// Collects what is under way, so that no answer is left for others to find.
+    void finish();
+
+private:
+    using Result = FileSystem::StorageSystemReadResult;
+
+    struct Request
+    {
+        std::uint32_t id;
+        std::uint64_t offset;
+        std::uint32_t length;
+    };
+
+    struct Reply
+    {
+        int count;
+        bool endOfFile;
+    };
+
+    std::uint64_t takeFromChunk(char* buffer, std::uint64_t size) noexcept;
+    void fill();
+    bool mayAsk(std::size_t bytesAtMost) const noexcept;
+    bool ask(std::uint64_t offset, std::uint32_t length, std::deque<Request>& requests);
+    bool askForMissing(const Request& request, std::uint32_t count);
+    std::uint64_t collectNext(char* buffer, std::uint64_t size);
+    std::uint32_t take(const Request& request, const Reply& reply);
+    Reply collect(const Request& request, char* destination);
+    void learnFromShortReply(std::uint32_t count) noexcept;
+    void end(Result::Status status);
+
+    std::shared_ptr<SSHHandleSFTPSessionFile> file_;
+    std::deque<Request> requests_;
+    std::uint64_t bytesUnderWay_ = 0;
+    std::uint64_t nextOffset_ = 0;
+    std::uint32_t requestSize_ = 0;
+    std::uint32_t shortReply_ = 0;
+    unsigned shortReplies_ = 0;
+    SFTPWindow window_;
+    Result::Status status_ = Result::Status::Complete;
+    std::vector<char> chunk_; ///< An answer of which only a part was wanted so far.
+    std::size_t chunkBegin_ = 0;
+    std::size_t chunkEnd_ = 0;
+};
+
+} // namespace Tarnis

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <libssh/sftp.h>
+
+#include <cstdint>
+
+namespace Tarnis {
+
+// Replies to requests of which several are under way. To be called under the lock.
+
+/// Waits for the reply to a read request and copies its data, as sftp_async_read does; the result
+/// is that function's. What differs: a reply that has arrived already, while another one was waited
+/// for, is taken from there, where sftp_async_read would wait for one more to come; the reply is
+/// fetched also when the file is at its end, as it would lie there for ever; and the end of the
+/// file leaves the position where the file ended.
+///
+/// \param size as it was asked for.
+int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept;
+
+} // namespace Tarnis

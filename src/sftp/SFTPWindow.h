@@ -1,0 +1,37 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+
+namespace Tarnis {
+
+/// How many requests of a transfer may be under way. Begins small and grows with every answer, so
+/// that it doubles with each round trip, as long as answers come soon: on a slow line more requests
+/// bring nothing, and whoever stops the transfer has to wait for all of them.
+class SFTPWindow
+{
+public:
+    std::size_t size() const noexcept { return size_; }
+
+    /// Runs `collect`, which waits for the oldest answer, and learns from how long that takes.
+    template <class Collect>
+    auto watch(Collect collect)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        auto result = collect();
+        if (std::chrono::steady_clock::now() - start < soon) {
+            size_ = std::min(size_ + 1, largest);
+        }
+        return result;
+    }
+
+private:
+    static constexpr std::size_t smallest = 2;
+    static constexpr std::size_t largest = 64;
+    static constexpr std::chrono::milliseconds soon{500};
+
+    std::size_t size_ = smallest;
+};
+
+} // namespace Tarnis

@@ -1,0 +1,177 @@
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSFTPSession.h"
+#include "handles/SSHHandleSFTPSessionFile.h"
+#include "session/SSHSessionOptions.h"
+#include "sftp/SFTPModificationTime.h"
+
+#include <FileSystem/OpenMode.h>
+#include <Tarnis/SSHFileSystemSFTP.h>
+#include <Tarnis/SSHFileSystemSFTPFile.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Tarnis {
+
+using FileSystem::PosixFilePermissionFlag;
+using FileSystem::StorageSystemFileOpenModeFlag;
+
+namespace {
+
+constexpr std::uint64_t readPackageSize = 2'621'440;
+constexpr std::uint64_t writePackageSize = 262'119;
+
+/// The multiple of `package` that a host is to use where the framework proposes `proposed`.
+std::uint64_t wholePackages(std::uint64_t proposed, std::uint64_t package)
+{
+    const std::uint64_t rounded = proposed - proposed % package;
+    return std::min(std::max(rounded, package), package);
+}
+
+} // namespace
+
+SSHFileSystemSFTP::SSHFileSystemSFTP() = default;
+
+SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sftp)
+    : sftp_(std::move(sftp))
+{}
+
+SSHFileSystemSFTP::~SSHFileSystemSFTP()
+{
+    try {
+        abort();
+    } catch (...) {
+        // A destructor has nobody to tell; the session frees what is left.
+    }
+}
+
+void SSHFileSystemSFTP::abort()
+{
+    // Others may ask for the handle meanwhile; they keep what they got alive.
+    const auto sftp = std::atomic_exchange(&sftp_, std::shared_ptr<SSHHandleSFTPSession>());
+    if (sftp != nullptr) {
+        sftp->deleteMe();
+    }
+}
+
+std::shared_ptr<SSHHandleSFTPSession> SSHFileSystemSFTP::handle() const
+{
+    return std::atomic_load(&sftp_);
+}
+
+std::shared_ptr<SSHHandleSFTPSession> SSHFileSystemSFTP::validHandle() const
+{
+    auto sftp = handle();
+    return do_isValid() ? sftp : nullptr;
+}
+
+unsigned long long SSHFileSystemSFTP::maxReadPackageSize() const
+{
+    return handle() != nullptr ? readPackageSize : 0;
+}
+
+unsigned long long SSHFileSystemSFTP::maxWritePackageSize() const
+{
+    return handle() != nullptr ? writePackageSize : 0;
+}
+
+std::string SSHFileSystemSFTP::do_hostName() const
+{
+    const auto sftp = handle();
+    if (sftp == nullptr) {
+        return {};
+    }
+    const auto lock = sftp->getLock();
+    SSHHandleSession* const session = sftp->getSession();
+    return session != nullptr ? readTextOption(*session, SSH_OPTIONS_HOST) : std::string();
+}
+
+FileSystem::StorageSystemType SSHFileSystemSFTP::do_getType() const
+{
+    return FileSystem::StorageSystemType::SFTP;
+}
+
+bool SSHFileSystemSFTP::do_isValid() const
+{
+    const auto sftp = handle();
+    return sftp != nullptr && sftp->isValid();
+}
+
+std::uint64_t SSHFileSystemSFTP::do_recommendedReadBufferSize() const
+{
+    return wholePackages(FileSystem2::do_recommendedReadBufferSize(), readPackageSize);
+}
+
+std::uint64_t SSHFileSystemSFTP::do_recommendedWriteBufferSize() const
+{
+    return wholePackages(FileSystem2::do_recommendedWriteBufferSize(), writePackageSize);
+}
+
+std::string SSHFileSystemSFTP::do_displayPath(const std::string& path) const
+{
+    return hostName() + ":" + path;
+}
+
+std::unique_ptr<FileSystem::StorageSystemFile>
+SSHFileSystemSFTP::do_fileOpen(const std::string& path,
+                               Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                               Utilities::Flags<PosixFilePermissionFlag> permissions) const
+{
+    const auto sftp = handle();
+    if (!isValid() || sftp == nullptr) {
+        return nullptr;
+    }
+    auto file = sftp->openFile(path, FileSystem::storageSystemFileOpenModeToPosixMode(mode),
+                               permissions.raw());
+    if (file == nullptr) {
+        return nullptr;
+    }
+    return std::make_unique<SSHFileSystemSFTPFile>(std::move(file), path, mode, *this);
+}
+
+bool SSHFileSystemSFTP::do_fileRemove(const std::string& path) const
+{
+    const auto sftp = validHandle();
+    return sftp != nullptr && callLocked(*sftp, sftp_unlink, path.c_str()) == SSH_OK;
+}
+
+bool SSHFileSystemSFTP::do_fileRenameAs(const std::string& path, const std::string& newPath) const
+{
+    const auto sftp = validHandle();
+    return sftp != nullptr &&
+           callLocked(*sftp, sftp_rename, path.c_str(), newPath.c_str()) == SSH_OK;
+}
+
+bool SSHFileSystemSFTP::do_fileSetPermissions(
+    const std::string& path, const Utilities::Flags<PosixFilePermissionFlag>& permissions) const
+{
+    const auto sftp = validHandle();
+    return sftp != nullptr &&
+           callLocked(*sftp, sftp_chmod, path.c_str(), permissions.raw()) == SSH_OK;
+}
+
+bool SSHFileSystemSFTP::do_fileSetModTime(const std::string& path,
+                                          const FileSystem::StorageSystemTimePoint time) const
+{
+    const auto sftp = validHandle();
+    return sftp != nullptr && !path.empty() && setModificationTime(*sftp, path, time);
+}
+
+bool SSHFileSystemSFTP::do_directoryCreateAs(
+    const std::string& path, bool exclusive,
+    Utilities::Flags<PosixFilePermissionFlag> permissions) const
+{
+    const auto sftp = validHandle();
+    if (sftp == nullptr || (exclusive && directoryExists(path, true))) {
+        return false;
+    }
+    return callLocked(*sftp, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
+}
+
+bool SSHFileSystemSFTP::do_directoryRemove(const std::string& path) const
+{
+    const auto sftp = validHandle();
+    return sftp != nullptr && callLocked(*sftp, sftp_rmdir, path.c_str()) == SSH_OK;
+}
+
+} // namespace Tarnis

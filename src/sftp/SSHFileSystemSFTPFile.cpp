@@ -1,0 +1,152 @@
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSFTPSessionFile.h"
+#include "sftp/SFTPBulkTransfer.h"
+#include "sftp/SFTPReplies.h"
+
+#include <Tarnis/SSHFileSystemSFTP.h>
+#include <Tarnis/SSHFileSystemSFTPFile.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace Tarnis {
+
+using FileSystem::StorageSystemFileOpenModeFlag;
+
+namespace {
+
+struct ReadRequest
+{
+    std::uint32_t id;
+    std::uint32_t length;
+};
+
+/// Sends a request for each package of the range. False: one could not be sent, nor any after it.
+bool issueReads(SSHHandleSFTPSessionFile& file, std::uint64_t size, std::uint32_t package,
+                std::vector<ReadRequest>& requests)
+{
+    for (std::uint64_t issued = 0; issued < size; issued += package) {
+        const auto length =
+            static_cast<std::uint32_t>(std::min<std::uint64_t>(package, size - issued));
+        const int id = callLocked(file, sftp_async_read_begin, length);
+        if (id < 0) {
+            return false;
+        }
+        requests.push_back({static_cast<std::uint32_t>(id), length});
+    }
+    return true;
+}
+
+} // namespace
+
+SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessionFile>&& file,
+                                             const std::string& fileId,
+                                             Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                                             const SSHFileSystemSFTP& fileSystem)
+    : file_(std::move(file))
+    , fileSystem_(fileSystem)
+    , fileId_(fileId)
+    , mode_(mode)
+{
+    setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, mode));
+}
+
+SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()
+{
+    // It collects what is under way, so it goes while the file is open.
+    setBulkTransfer(nullptr);
+    if (file_ == nullptr) {
+        return;
+    }
+    try {
+        file_->deleteMe();
+    } catch (...) {
+        // A destructor has nobody to tell; the SFTP session closes what is left.
+    }
+}
+
+std::size_t SSHFileSystemSFTPFile::maxReadPackageSize() const
+{
+    return fileSystem_.maxReadPackageSize();
+}
+
+std::size_t SSHFileSystemSFTPFile::maxWritePackageSize() const
+{
+    return fileSystem_.maxWritePackageSize();
+}
+
+bool SSHFileSystemSFTPFile::do_isValid() const
+{
+    return fileSystem_.isValid();
+}
+
+std::string SSHFileSystemSFTPFile::do_fileId()
+{
+    return fileId_;
+}
+
+Utilities::Flags<StorageSystemFileOpenModeFlag> SSHFileSystemSFTPFile::do_mode()
+{
+    return mode_;
+}
+
+bool SSHFileSystemSFTPFile::do_eof() const
+{
+    return file_->isAtEnd();
+}
+
+bool SSHFileSystemSFTPFile::do_seek(std::uint64_t offset) const
+{
+    return callLocked(*file_, sftp_seek64, offset) == SSH_OK;
+}
+
+std::optional<std::uint64_t> SSHFileSystemSFTPFile::do_tell()
+{
+    return callLocked(*file_, sftp_tell64);
+}
+
+bool SSHFileSystemSFTPFile::do_error() const
+{
+    return !do_isValid();
+}
+
+std::uint64_t SSHFileSystemSFTPFile::do_read(char* buffer, std::uint64_t size) const
+{
+    const auto package = static_cast<std::uint32_t>(maxReadPackageSize());
+    std::vector<ReadRequest> requests;
+    bool failed = !issueReads(*file_, size, package, requests);
+    std::uint64_t total = 0;
+    char* destination = buffer;
+    for (const auto& request : requests) {
+        const int count = callLocked(*file_, collectRead, destination, request.length, request.id);
+        destination += request.length;
+        if (count < 0) {
+            failed = true;
+        } else {
+            total += static_cast<std::uint64_t>(count);
+        }
+    }
+    return failed ? 0 : total;
+}
+
+std::uint64_t SSHFileSystemSFTPFile::do_write(const char* buffer, std::uint64_t size) const
+{
+    std::uint64_t done = 0;
+    while (done < size) {
+        const std::size_t length = std::min<std::uint64_t>(size - done, maxWritePackageSize());
+        const ssize_t written = callLocked(*file_, sftp_write, buffer + done, length);
+        if (written < 0) {
+            return 0;
+        }
+        done += static_cast<std::uint64_t>(written);
+    }
+    return done;
+}
+
+const FileSystem::FileSystem2& SSHFileSystemSFTPFile::do_fileSystem() const
+{
+    return fileSystem_;
+}
+
+} // namespace Tarnis

@@ -1,0 +1,90 @@
+// What a path is, and the room on the volume that holds it.
+
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPAttributes.h"
+
+#include <Tarnis/SSHFileSystemSFTP.h>
+
+namespace Tarnis {
+
+using FileSystem::StorageSystemFileInfo;
+using FileSystem::StorageSystemStorageInfo;
+
+namespace {
+
+using SFTPVolume = std::unique_ptr<sftp_statvfs_struct, ssh_default_deleter<sftp_statvfs_struct>>;
+
+/// What stands at the path itself, or else what a link there leads to.
+SFTPAttributes anyAttributes(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    SFTPAttributes attributes(callLocked(sftp, sftp_lstat, path.c_str()));
+    if (attributes == nullptr) {
+        attributes.reset(callLocked(sftp, sftp_stat, path.c_str()));
+    }
+    return attributes;
+}
+
+/// Some servers end the SFTP session at an extension that they did not offer.
+sftp_statvfs_t readVolume(sftp_session sftp, const char* path)
+{
+    return sftp_extension_supported(sftp, "statvfs@openssh.com", "2") != 0
+               ? sftp_statvfs(sftp, path)
+               : nullptr;
+}
+
+StorageSystemStorageInfo figuresOf(const sftp_statvfs_struct& volume) noexcept
+{
+    return {volume.f_bfree * volume.f_frsize, volume.f_bavail * volume.f_frsize,
+            volume.f_blocks * volume.f_frsize};
+}
+
+} // namespace
+
+std::optional<StorageSystemFileInfo> SSHFileSystemSFTP::do_fileInfo(const std::string& path) const
+{
+    const auto sftp = validHandle();
+    if (sftp == nullptr || path.empty()) {
+        return std::nullopt;
+    }
+    const SFTPAttributes attributes(callLocked(*sftp, sftp_lstat, path.c_str()));
+    if (attributes == nullptr) {
+        return std::nullopt;
+    }
+    StorageSystemFileInfo info;
+    info.name = pathFileName(path);
+    info.fileId = path;
+    info.parentDirectoryId = pathParentId(path);
+    describe(*attributes, info);
+    if (hasDirectoryBit(attributes->permissions)) {
+        info.size = 0;
+    }
+    return info;
+}
+
+std::optional<StorageSystemStorageInfo>
+SSHFileSystemSFTP::do_fileStorageInfo(const std::string& path) const
+{
+    const auto sftp = validHandle();
+    if (sftp == nullptr || path.empty()) {
+        return std::nullopt;
+    }
+    std::string existing = path;
+    SFTPAttributes attributes = anyAttributes(*sftp, existing);
+    while (attributes == nullptr) {
+        existing = pathParentId(existing);
+        if (existing.empty()) {
+            return std::nullopt;
+        }
+        attributes = anyAttributes(*sftp, existing);
+    }
+    const std::string directory =
+        hasDirectoryBit(attributes->permissions) ? existing : pathParentId(path);
+    if (directory.empty()) {
+        return std::nullopt;
+    }
+    const SFTPVolume volume(callLocked(*sftp, readVolume, directory.c_str()));
+    return volume != nullptr ? std::optional(figuresOf(*volume)) : std::nullopt;
+}
+
+} // namespace Tarnis

@@ -1,0 +1,80 @@
+// Symbolic links: making, reading and removing them.
+
+#include "handles/CString.h"
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPLinkMaker.h"
+#include "sftp/SFTPLinkTarget.h"
+
+#include <Tarnis/SSHDefaultDeleter.h>
+#include <Tarnis/SSHFileSystemSFTP.h>
+
+namespace Tarnis {
+
+std::optional<std::string> readLinkTarget(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    const std::unique_ptr<char, ssh_default_deleter<char>> text(
+        callLocked(sftp, sftp_readlink, path.c_str()));
+    return text != nullptr ? std::optional<std::string>(text.get()) : std::nullopt;
+}
+
+bool SSHFileSystemSFTP::do_fileSymbolicLinkCreateAs(const std::string& target,
+                                                    const std::string& linkPath,
+                                                    bool failIfLinkExists) const
+{
+    if (failIfLinkExists && fileIsSymbolicLink(linkPath)) {
+        return false;
+    }
+    return replaceByLink(target, linkPath);
+}
+
+bool SSHFileSystemSFTP::do_directorySymbolicLinkCreateAs(const std::string& target,
+                                                         const std::string& linkPath,
+                                                         bool failIfLinkExists) const
+{
+    if (failIfLinkExists && directoryIsSymbolicLink(linkPath)) {
+        return false;
+    }
+    return replaceByLink(target, linkPath);
+}
+
+/// Removes what stands at the link's path, a directory with everything in it, and makes the link.
+bool SSHFileSystemSFTP::replaceByLink(const std::string& target, const std::string& linkPath) const
+{
+    const auto sftp = validHandle();
+    if (sftp == nullptr || !fitsCString(target) || !fitsCString(linkPath)) {
+        return false;
+    }
+    if (directoryExists(linkPath, false) && !do_directoryRemove(linkPath, true)) {
+        return false;
+    }
+    if (fileExists(linkPath, true) && !do_fileRemove(linkPath)) {
+        return false;
+    }
+    return SFTPLinkMaker(*sftp).make(target, linkPath);
+}
+
+std::optional<std::string>
+SSHFileSystemSFTP::do_fileSymbolicLinkTarget(const std::string& path) const
+{
+    const auto sftp = validHandle();
+    return sftp != nullptr ? readLinkTarget(*sftp, path) : std::nullopt;
+}
+
+std::optional<std::string>
+SSHFileSystemSFTP::do_directorySymbolicLinkTarget(const std::string& path) const
+{
+    return do_fileSymbolicLinkTarget(path);
+}
+
+bool SSHFileSystemSFTP::do_fileSymbolicLinkRemove(const std::string& path) const
+{
+    return do_fileRemove(path);
+}
+
+bool SSHFileSystemSFTP::do_directorySymbolicLinkRemove(const std::string& path) const
+{
+    return fileSymbolicLinkRemove(path);
+}
+
+} // namespace Tarnis

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+
+namespace TarnisTest {
+
+/// One point in which storage systems may differ: whether this one does as most do, and if not,
+/// why.
+class Capability
+{
+public:
+    Capability() = default;
+
+    /// This storage system does not, for a reason that a person can check.
+    static Capability lacking(std::string reason) { return Capability(std::move(reason)); }
+
+    bool isPresent() const { return reason_.empty(); }
+
+    /// Empty when present.
+    const std::string& reason() const { return reason_; }
+
+private:
+    explicit Capability(std::string reason)
+        : reason_(std::move(reason))
+    {}
+
+    std::string reason_;
+};
+
+/// What a storage system can do. Everything is present unless a backend says why it is not.
+struct Capabilities
+{
+    /// Makes, reads and describes symbolic links.
+    Capability makesSymbolicLinks;
+    /// Renaming onto something that stands already fails. Lacking: it is replaced.
+    Capability refusesToRenameOntoExisting;
+    /// Tells the room on a volume.
+    Capability tellsVolumeFigures;
+    /// Keeps modification times to 100 ns. Lacking: to the second.
+    Capability keepsSubSecondTimes;
+    /// Keeps modification times before 1970.
+    Capability keepsTimesBefore1970;
+    /// Keeps modification times that 32 bits of seconds cannot hold.
+    Capability keepsTimesAfter2106;
+    /// Setting the modification time of a symbolic link sets the link's own. Lacking: its target's.
+    Capability setsTimesOfLinks;
+    /// fileSymbolicLinkRemove() leaves alone what is no link. Lacking: it removes any file.
+    Capability refusesToRemoveFilesAsLinks;
+    /// Opening a directory as a file fails. Lacking: it opens, and reading fails.
+    Capability refusesToOpenDirectories;
+    /// Opening a pipe fails at once. Lacking: it may wait for the pipe's other end.
+    Capability refusesToOpenPipes;
+    /// Of several that create the same file exclusively at once, one succeeds.
+    Capability createsExclusively;
+    /// Names are any bytes but "/" and NUL. Lacking: they are text.
+    Capability takesAnyBytesInNames;
+    /// Refuses what the permissions forbid.
+    Capability enforcesPermissions;
+    /// Whatever the position, Append writes at the end.
+    Capability appendsWhereverThePositionIs;
+    /// A file opened for reading refuses to be written, one for writing to be read.
+    Capability enforcesTheOpenMode;
+};
+
+/// To be called first in a test: answers whether it can go on. If not, the test has been marked as
+/// skipped and must return at once.
+[[nodiscard]] inline bool require(const Capability& capability)
+{
+    const auto skip = [&] { GTEST_SKIP() << capability.reason(); };
+    if (!capability.isPresent()) {
+        skip();
+    }
+    return capability.isPresent();
+}
+
+} // namespace TarnisTest

@@ -1,0 +1,349 @@
+#include "contract/ContractTest.h"
+#include "contract/CopyRoutes.h"
+#include "support/PseudoRandom.h"
+
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+namespace TarnisTest {
+
+namespace {
+
+using Progress = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+
+class FileCopyContract : public CopyRouteTest
+{
+protected:
+    /// Notes every call, and stops the copy once `limit` bytes are done.
+    static FileSystem::StorageSystemProgress
+    noteInto(Progress& calls, std::uint64_t limit = std::numeric_limits<std::uint64_t>::max())
+    {
+        return [&calls, limit](std::uint64_t done, std::uint64_t total) {
+            calls.emplace_back(done, total);
+            return done < limit;
+        };
+    }
+
+    bool copy(const std::string& name, const std::string& targetName,
+              CopyOptions options = {}) const
+    {
+        return source().fileCopyAs(sourcePath(name), target(), targetPath(targetName), {}, options);
+    }
+};
+
+TEST_P(FileCopyContract, CopiesEveryByte)
+{
+    const std::string bytes = pseudoRandomBytes(4, 2'700'001);
+    makeSource("file", bytes);
+    EXPECT_TRUE(copy("file", "copy"));
+    EXPECT_TRUE(targetContent("copy") == bytes);
+    EXPECT_TRUE(sourceContent("file") == bytes);
+    EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
+}
+
+TEST_P(FileCopyContract, CopiesAnEmptyFile)
+{
+    makeSource("file", "");
+    Progress calls;
+    EXPECT_TRUE(
+        source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"), noteInto(calls)));
+    EXPECT_EQ(targetContent("copy"), "");
+    ASSERT_FALSE(calls.empty());
+    EXPECT_EQ(calls.back(), Progress::value_type(0, 0));
+}
+
+TEST_P(FileCopyContract, CopiesByDirectoryAndName)
+{
+    makeSource("file", "bytes");
+    EXPECT_EQ(source().fileCopy(sourcePath("file"), target(), targetRoot(), "copy", true),
+              targetPath("copy"));
+    EXPECT_EQ(targetContent("copy"), "bytes");
+    EXPECT_FALSE(source().fileCopy(sourcePath("file"), target(), targetRoot(), "copy", true));
+    EXPECT_TRUE(source().fileCopy(sourcePath("file"), target(), targetRoot(), "copy", false));
+}
+
+TEST_P(FileCopyContract, NameIsASingleComponent)
+{
+    makeSource("file", "bytes");
+    makeTarget("kept", "stays");
+    for (const char* name : {"", ".", "..", "a/b", "/a"}) {
+        EXPECT_FALSE(source().fileCopy(sourcePath("file"), target(), targetRoot(), name, false))
+            << name;
+    }
+    EXPECT_THAT(targetNames(), testing::ElementsAre("kept"));
+}
+
+TEST_P(FileCopyContract, BufferMayHaveAnySize)
+{
+    const std::string bytes = pseudoRandomBytes(5, 10'007);
+    makeSource("file", bytes);
+    for (const std::uint64_t bufferSize : {1'000ULL, 4'096ULL, 10'007ULL, 500'000ULL}) {
+        EXPECT_TRUE(source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"), {}, {},
+                                        bufferSize));
+        EXPECT_TRUE(targetContent("copy") == bytes) << bufferSize;
+    }
+}
+
+TEST_P(FileCopyContract, TellsHowFarItIs)
+{
+    makeSource("file", pseudoRandomBytes(6, 10'000));
+    Progress calls;
+    EXPECT_TRUE(source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"),
+                                    noteInto(calls), {}, 1'000));
+    ASSERT_GE(calls.size(), 2U);
+    EXPECT_EQ(calls.back(), Progress::value_type(10'000, 10'000));
+    std::uint64_t before = 0;
+    for (const auto& [done, total] : calls) {
+        EXPECT_EQ(total, 10'000U);
+        EXPECT_GE(done, before);
+        before = done;
+    }
+}
+
+TEST_P(FileCopyContract, StopsWhenToldAndLeavesNothing)
+{
+    makeSource("file", pseudoRandomBytes(7, 100'000));
+    for (const std::uint64_t limit : {0ULL, 1'000ULL, 50'000ULL, 99'000ULL}) {
+        Progress calls;
+        EXPECT_FALSE(source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"),
+                                         noteInto(calls, limit), {}, 1'000));
+        EXPECT_FALSE(calls.empty());
+        EXPECT_TRUE(targetNames().empty()) << limit;
+    }
+}
+
+TEST_P(FileCopyContract, StopsWhenToldAndLeavesWhatItWouldHaveReplaced)
+{
+    makeSource("file", pseudoRandomBytes(8, 100'000));
+    makeTarget("copy", "before");
+    Progress calls;
+    EXPECT_FALSE(source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"),
+                                     noteInto(calls, 50'000), {}, 1'000));
+    EXPECT_EQ(targetContent("copy"), "before");
+    EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
+}
+
+TEST_P(FileCopyContract, FinalNameAppearsWithTheLastByte)
+{
+    makeSource("file", pseudoRandomBytes(15, 20'000));
+    const auto look = [this](std::uint64_t, std::uint64_t) {
+        EXPECT_FALSE(target().fileInfo(targetPath("copy")));
+        return true;
+    };
+    EXPECT_TRUE(
+        source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"), look, {}, 1'000));
+    EXPECT_EQ(target().fileSize(targetPath("copy")), 20'000U);
+}
+
+TEST_P(FileCopyContract, FileThatIsReplacedStandsUntilTheLastByte)
+{
+    makeSource("file", pseudoRandomBytes(16, 20'000));
+    makeTarget("copy", "before");
+    const auto look = [this](std::uint64_t, std::uint64_t) {
+        EXPECT_EQ(targetContent("copy"), "before");
+        return true;
+    };
+    EXPECT_TRUE(
+        source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"), look, {}, 1'000));
+    EXPECT_EQ(target().fileSize(targetPath("copy")), 20'000U);
+}
+
+TEST_P(FileCopyContract, PassesAnExceptionOnAndLeavesNothing)
+{
+    makeSource("file", pseudoRandomBytes(9, 100'000));
+    const auto throwing = [](std::uint64_t done, std::uint64_t) -> bool {
+        if (done >= 50'000) {
+            throw std::domain_error("enough");
+        }
+        return true;
+    };
+    EXPECT_THROW(
+        source().fileCopyAs(sourcePath("file"), target(), targetPath("copy"), throwing, {}, 1'000),
+        std::domain_error);
+    EXPECT_TRUE(targetNames().empty());
+}
+
+TEST_P(FileCopyContract, ReplacesAFile)
+{
+    makeSource("file", "after");
+    makeTarget("copy", "before, and longer");
+    EXPECT_TRUE(copy("file", "copy"));
+    EXPECT_EQ(targetContent("copy"), "after");
+    EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
+}
+
+TEST_P(FileCopyContract, LeavesAFileWhenItMust)
+{
+    makeSource("file", "after");
+    makeTarget("copy", "before");
+    EXPECT_FALSE(copy("file", "copy", CopyOption::FailIfExists));
+    EXPECT_EQ(targetContent("copy"), "before");
+    EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
+    EXPECT_TRUE(copy("file", "new", CopyOption::FailIfExists));
+}
+
+TEST_P(FileCopyContract, NeverReplacesADirectory)
+{
+    makeSource("file", "bytes");
+    ASSERT_TRUE(target().directoryMakePath(targetPath("directory/below"), false));
+    EXPECT_FALSE(copy("file", "directory"));
+    EXPECT_FALSE(copy("file", "directory", CopyOption::Recursive));
+    EXPECT_TRUE(target().directoryExists(targetPath("directory/below"), false));
+    EXPECT_THAT(targetNames(), testing::ElementsAre("directory"));
+}
+
+TEST_P(FileCopyContract, MissingParentIsAFailure)
+{
+    makeSource("file", "bytes");
+    EXPECT_FALSE(copy("file", "missing/copy"));
+    EXPECT_TRUE(targetNames().empty());
+}
+
+TEST_P(FileCopyContract, MissingSourceIsAFailure)
+{
+    makeTarget("copy", "before");
+    EXPECT_FALSE(copy("missing", "copy"));
+    EXPECT_EQ(targetContent("copy"), "before");
+}
+
+TEST_P(FileCopyContract, DirectoryIsCopiedOnlyWhenWanted)
+{
+    ASSERT_TRUE(source().directoryMakePath(sourcePath("directory"), false));
+    EXPECT_FALSE(copy("directory", "copy"));
+    EXPECT_TRUE(targetNames().empty());
+}
+
+TEST_P(FileCopyContract, KeepsPermissionsWhenWanted)
+{
+    makeSource("file", "bytes");
+    for (const std::uint32_t mode : {0640U, 0755U, 0400U, 0604U}) {
+        ASSERT_TRUE(source().fileSetPermissions(sourcePath("file"), Permissions(mode)));
+        EXPECT_TRUE(copy("file", "copy", CopyOption::PreservePermissions));
+        EXPECT_EQ(target().fileGetPermissions(targetPath("copy")), Permissions(mode));
+    }
+}
+
+TEST_P(FileCopyContract, HasThePermissionsOfANewFileOtherwise)
+{
+    makeSource("file", "bytes");
+    ASSERT_TRUE(source().fileSetPermissions(sourcePath("file"), Permissions(0500U)));
+    makeTarget("new", "");
+    EXPECT_TRUE(copy("file", "copy"));
+    EXPECT_EQ(target().fileGetPermissions(targetPath("copy")),
+              target().fileGetPermissions(targetPath("new")));
+}
+
+TEST_P(FileCopyContract, KeepsTheTimeWhenWanted)
+{
+    makeSource("file", "bytes");
+    ASSERT_TRUE(source().fileSetModTime(sourcePath("file"), moment(1'000'000'000)));
+    EXPECT_TRUE(copy("file", "kept", CopyOption::PreserveModTime));
+    EXPECT_TRUE(copy("file", "new"));
+    EXPECT_EQ(target().fileGetModTime(targetPath("kept")), moment(1'000'000'000));
+    EXPECT_GT(target().fileGetModTime(targetPath("new")), moment(1'500'000'000));
+}
+
+TEST_P(FileCopyContract, KeepsPartsOfASecondWhereBothDo)
+{
+    if (!require(capabilities().keepsSubSecondTimes)) {
+        return;
+    }
+    makeSource("file", "bytes");
+    ASSERT_TRUE(source().fileSetModTime(sourcePath("file"), moment(1'000'000'000, 1'234'567)));
+    EXPECT_TRUE(copy("file", "copy", CopyOption::PreserveModTime));
+    EXPECT_EQ(target().fileGetModTime(targetPath("copy")), moment(1'000'000'000, 1'234'567));
+}
+
+TEST_P(FileCopyContract, CopiesALinkAsALink)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeSource("file", "stays behind");
+    ASSERT_TRUE(source().fileSymbolicLinkCreateAs("file", sourcePath("link"), true));
+    ASSERT_TRUE(source().fileSymbolicLinkCreateAs("/no/where", sourcePath("dangling"), true));
+    EXPECT_TRUE(copy("link", "link copy"));
+    EXPECT_TRUE(copy("dangling", "dangling copy"));
+    EXPECT_EQ(target().fileSymbolicLinkTarget(targetPath("link copy")), "file");
+    EXPECT_EQ(target().fileSymbolicLinkTarget(targetPath("dangling copy")), "/no/where");
+    EXPECT_THAT(targetNames(), testing::ElementsAre("dangling copy", "link copy"));
+}
+
+TEST_P(FileCopyContract, ReplacesALinkAndNotItsTarget)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeSource("file", "after");
+    makeTarget("treasure", "stays");
+    ASSERT_TRUE(target().fileSymbolicLinkCreateAs("treasure", targetPath("copy"), true));
+    EXPECT_FALSE(copy("file", "copy", CopyOption::FailIfExists));
+    EXPECT_TRUE(copy("file", "copy"));
+    EXPECT_EQ(target().fileType(targetPath("copy")), Types(FileType::Regular));
+    EXPECT_EQ(targetContent("copy"), "after");
+    EXPECT_EQ(targetContent("treasure"), "stays");
+}
+
+TEST_P(FileCopyContract, ALinkReplacesAFile)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    ASSERT_TRUE(source().fileSymbolicLinkCreateAs("nowhere", sourcePath("link"), true));
+    makeTarget("copy", "before");
+    EXPECT_FALSE(copy("link", "copy", CopyOption::FailIfExists));
+    EXPECT_EQ(targetContent("copy"), "before");
+    EXPECT_TRUE(copy("link", "copy"));
+    EXPECT_EQ(target().fileSymbolicLinkTarget(targetPath("copy")), "nowhere");
+    EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
+}
+
+TEST_P(FileCopyContract, FileThatCannotBeReadIsAFailure)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    makeSource("file", "secret");
+    ASSERT_TRUE(source().fileSetPermissions(sourcePath("file"), Permissions(0U)));
+    EXPECT_FALSE(copy("file", "copy"));
+    EXPECT_TRUE(targetNames().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Contract, FileCopyContract, testing::ValuesIn(copyRoutes()),
+                         copyRouteName);
+
+class FileCopyInPlaceContract : public ContractTest
+{};
+
+TEST_P(FileCopyInPlaceContract, OntoItselfLosesNothing)
+{
+    makeFile("file", "stays");
+    static_cast<void>(system().fileCopyAs(path("file"), system(), path("file")));
+    EXPECT_EQ(contentOf(path("file")), "stays");
+    static_cast<void>(system().fileCopyAs(path("file"), system(), root() + "/./file"));
+    EXPECT_EQ(contentOf(path("file")), "stays");
+    EXPECT_THAT(names(), testing::ElementsAre("file"));
+}
+
+TEST_P(FileCopyInPlaceContract, LongestNameIsCopied)
+{
+    const std::string longest(255, 'n');
+    makeFile("file", "bytes");
+    EXPECT_TRUE(system().fileCopyAs(path("file"), system(), path(longest)));
+    EXPECT_EQ(contentOf(path(longest)), "bytes");
+}
+
+TEST_P(FileCopyInPlaceContract, PipeIsNotCopied)
+{
+    makePipe("pipe");
+    EXPECT_FALSE(system().fileCopyAs(path("pipe"), system(), path("copy")));
+    EXPECT_THAT(names(), testing::ElementsAre("pipe"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Contract, FileCopyInPlaceContract, testing::ValuesIn(backends()),
+                         backendName);
+
+} // namespace
+
+} // namespace TarnisTest

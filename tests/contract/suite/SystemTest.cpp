@@ -1,0 +1,178 @@
+#include "contract/ContractTest.h"
+
+#include <FileSystem/FileSystem2File.h>
+
+#include <atomic>
+#include <thread>
+
+namespace TarnisTest {
+
+namespace {
+
+class SystemContract : public ContractTest
+{};
+
+TEST_P(SystemContract, CanBeUsed)
+{
+    EXPECT_TRUE(system().isValid());
+    EXPECT_TRUE(system().isReadable());
+    EXPECT_TRUE(system().isWriteable());
+}
+
+TEST_P(SystemContract, SaysWhetherItKnowsSymbolicLinks)
+{
+    EXPECT_EQ(system().hasSymbolicLinks(), capabilities().makesSymbolicLinks.isPresent());
+}
+
+TEST_P(SystemContract, RecommendsBufferSizesThatWork)
+{
+    EXPECT_GE(system().recommendedReadBufferSize(), 4096U);
+    EXPECT_GE(system().recommendedWriteBufferSize(), 4096U);
+    const std::string bytes(system().recommendedWriteBufferSize(), 'w');
+    const auto file =
+        system().fileOpen(path("file"), OpenFlag::Read | OpenFlag::Write | OpenFlag::Create);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->write(bytes.data(), bytes.size()), bytes.size());
+    EXPECT_EQ(contentOf(path("file")), bytes);
+}
+
+TEST_P(SystemContract, ShowsAPathWithTheHostInFront)
+{
+    const std::string host = system().hostName();
+    const std::string shown = system().displayPath("/a/b");
+    EXPECT_EQ(shown, host.empty() ? "/a/b" : host + ":/a/b");
+}
+
+TEST_P(SystemContract, StartsEachTestInAnEmptyDirectory)
+{
+    EXPECT_TRUE(system().directoryExists(root(), false));
+    EXPECT_TRUE(names().empty());
+    EXPECT_TRUE(system().pathIsAbsolute(root()));
+}
+
+TEST_P(SystemContract, TwoSystemsReachTheSameTree)
+{
+    makeFile("file", "seen by both");
+    EXPECT_EQ(TarnisTest::contentOf(otherSystem(), path("file")), "seen by both");
+}
+
+TEST_P(SystemContract, TellsEverythingAboutAFile)
+{
+    makeFile("archive.tar.gz", "12345");
+    const auto data = system().fileMetaData(path("archive.tar.gz"));
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->info.name, "archive.tar.gz");
+    EXPECT_EQ(data->info.fileId, path("archive.tar.gz"));
+    EXPECT_EQ(data->info.size, 5U);
+    EXPECT_EQ(data->displayPath, system().displayPath(path("archive.tar.gz")));
+    EXPECT_EQ(data->extension, "gz");
+    EXPECT_FALSE(data->linkTarget);
+}
+
+TEST_P(SystemContract, TellsNothingAboutWhatIsMissing)
+{
+    EXPECT_FALSE(system().fileMetaData(path("missing")));
+}
+
+TEST_P(SystemContract, TellsWhereALinkLeads)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeLink("link", "somewhere/else");
+    const auto data = system().fileMetaData(path("link"));
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->linkTarget, "somewhere/else");
+    EXPECT_EQ(data->info.type, linkType);
+}
+
+// A NUL byte ends a path for the operating system: what stands before it must not be touched.
+TEST_P(SystemContract, PathWithANulByteNamesNothing)
+{
+    makeFile("file", "content");
+    makeDirectory("directory");
+    const std::string file = path("file") + '\0' + "tail";
+    const std::string directory = path("directory") + '\0' + "tail";
+    EXPECT_FALSE(system().fileInfo(file));
+    EXPECT_FALSE(system().fileExists(file));
+    EXPECT_FALSE(system().directoryExists(directory));
+    EXPECT_EQ(system().fileOpen(file, OpenFlag::Read), nullptr);
+    EXPECT_EQ(system().fileOpen(file, OpenFlag::Write | OpenFlag::Truncate), nullptr);
+    EXPECT_EQ(system().fileCreateAs(file, false, true), nullptr);
+    EXPECT_EQ(system().fileCreate(root(), std::string("file\0x", 6), false, true), nullptr);
+    EXPECT_FALSE(system().fileRemove(file));
+    EXPECT_FALSE(system().fileRenameAs(file, path("new")));
+    EXPECT_FALSE(system().fileRenameAs(path("file"), path("new") + '\0'));
+    EXPECT_FALSE(system().fileRename(path("file"), std::string("new\0", 4)));
+    EXPECT_FALSE(system().fileMoveAs(path("file"), path("new") + '\0'));
+    EXPECT_FALSE(system().fileCopyAs(file, system(), path("new")));
+    EXPECT_FALSE(system().fileCopyAs(path("file"), system(), path("new") + '\0'));
+    EXPECT_FALSE(system().fileSetPermissions(file, Permissions(0600U)));
+    EXPECT_FALSE(system().fileSetModTime(file, moment(1)));
+    EXPECT_FALSE(system().fileStorageInfo(file));
+    EXPECT_FALSE(system().directoryCreateAs(path("new") + '\0', false));
+    EXPECT_FALSE(system().directoryMakePath(path("new") + '\0', false));
+    EXPECT_FALSE(system().directoryRemove(directory));
+    EXPECT_FALSE(system().directoryRemove(directory, true));
+    EXPECT_FALSE(system().directoryRenameAs(directory, path("new")));
+    EXPECT_TRUE(system().directoryList(root() + '\0').empty());
+    EXPECT_TRUE(system().directoryFileInfoList(root() + '\0').empty());
+    EXPECT_TRUE(system().directoryListFileNames(root() + '\0').empty());
+    EXPECT_FALSE(system().fileSymbolicLinkCreateAs("target", path("file") + '\0', false));
+    EXPECT_FALSE(system().fileSymbolicLinkCreateAs(std::string("a\0b", 3), path("file"), false));
+    EXPECT_THAT(names(), testing::ElementsAre("directory", "file"));
+    EXPECT_EQ(contentOf(path("file")), "content");
+}
+
+TEST_P(SystemContract, EmptyPathNamesNothing)
+{
+    EXPECT_FALSE(system().fileInfo(""));
+    EXPECT_FALSE(system().fileExists(""));
+    EXPECT_FALSE(system().directoryExists(""));
+    EXPECT_EQ(system().fileOpen("", OpenFlag::Read), nullptr);
+    EXPECT_FALSE(system().fileRemove(""));
+    EXPECT_FALSE(system().fileRenameAs("", path("new")));
+    EXPECT_FALSE(system().fileSetModTime("", moment(1)));
+    EXPECT_FALSE(system().fileStorageInfo(""));
+    EXPECT_FALSE(system().directoryCreateAs("", false));
+    EXPECT_FALSE(system().directoryMakePath("", false));
+    EXPECT_FALSE(system().directoryRemove("", true));
+    EXPECT_FALSE(system().fileSymbolicLinkTarget(""));
+    EXPECT_TRUE(system().directoryList("").empty());
+    EXPECT_TRUE(system().directoryFileInfoList("").empty());
+    EXPECT_TRUE(system().directoryListFileNames("").empty());
+}
+
+TEST_P(SystemContract, MayBeUsedByManyThreadsAtOnce)
+{
+    constexpr int threadCount = 4;
+    constexpr int rounds = 10;
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    threads.reserve(threadCount);
+    for (int thread = 0; thread < threadCount; ++thread) {
+        threads.emplace_back([this, thread, &right] {
+            const std::string own = path("thread" + std::to_string(thread));
+            for (int round = 0; round < rounds; ++round) {
+                const std::string bytes = own + std::to_string(round);
+                const bool made = system().directoryCreateAs(own, true);
+                writeContent(system(), own + "/file", bytes);
+                right += made && TarnisTest::contentOf(system(), own + "/file") == bytes &&
+                                 names(own).size() == 1 && system().directoryRemove(own, true)
+                             ? 1
+                             : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(right, threadCount * rounds);
+    EXPECT_TRUE(names().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Contract, SystemContract, testing::ValuesIn(backends()), backendName);
+
+} // namespace
+
+} // namespace TarnisTest

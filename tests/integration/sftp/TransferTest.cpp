@@ -1,0 +1,356 @@
+// Many bytes: every one of them right, whatever the server does.
+
+#include "integration/sftp/SftpTest.h"
+#include "support/PseudoRandom.h"
+#include "support/Sha256.h"
+
+#include <atomic>
+#include <filesystem>
+#include <future>
+#include <ostream>
+
+namespace TarnisTest {
+
+namespace {
+
+class TransferTest : public ScriptedSftpTest
+{
+protected:
+    /// Copies within the server and tells whether that succeeded.
+    bool copy(const std::string& from, const std::string& to)
+    {
+        const auto source = files().fileOpen(from, kRead);
+        const auto target = files().fileOpen(to, kWriteNew);
+        return source != nullptr && target != nullptr && source->copy(*target);
+    }
+
+    void expectSame(const std::string& content, const std::string& where)
+    {
+        const std::string there = readFile(where);
+        EXPECT_EQ(there.size(), content.size());
+        EXPECT_EQ(sha256(there), sha256(content));
+    }
+
+    void expectTheFileSystemWorks()
+    {
+        EXPECT_TRUE(files().fileInfo(server().sftp().root()).has_value());
+        EXPECT_EQ(contentOf(files(), put("afterwards", "fine")), "fine");
+    }
+};
+
+/// Sizes around those of requests.
+class CopySizeTest : public TransferTest, public ::testing::WithParamInterface<std::size_t>
+{};
+
+TEST_P(CopySizeTest, EveryByteArrives)
+{
+    start();
+    const std::string content = pseudoRandomBytes(1, GetParam());
+    EXPECT_TRUE(copy(put("source", content), path("target")));
+    expectSame(content, path("target"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, CopySizeTest,
+                         ::testing::Values(0, 1, 255'999, 256'000, 256'001, 261'119, 261'120,
+                                           261'121, 2'621'440, 20'000'000));
+
+/// What servers do to read requests without doing anything wrong.
+struct ReadBehaviour
+{
+    const char* name;
+    SftpScript script;
+};
+
+// For the messages of failed assertions.
+void PrintTo(const ReadBehaviour& behaviour, std::ostream* out)
+{
+    *out << behaviour.name;
+}
+
+ReadBehaviour inOrder(const char* name, SftpOrder order, std::uint64_t held)
+{
+    SftpScript script;
+    script.order = order;
+    script.heldReplies = held;
+    return {name, script};
+}
+
+ReadBehaviour cappedAt(const char* name, std::uint64_t size)
+{
+    SftpScript script;
+    script.maxReadReply = size;
+    script.fatalReadLength = 261'120;
+    script.maxWrite = 256'000;
+    return {name, script};
+}
+
+ReadBehaviour everyThirdShort()
+{
+    SftpScript script;
+    for (std::uint64_t number = 3; number < 200; number += 3) {
+        script.rules.push_back(
+            {nth(SftpPacket::Read, number), SftpActions::shortenData(1'000 + number)});
+    }
+    return {"EveryThirdShort", script};
+}
+
+class ReadBehaviourTest : public TransferTest, public ::testing::WithParamInterface<ReadBehaviour>
+{};
+
+TEST_P(ReadBehaviourTest, ACopyIsComplete)
+{
+    start(GetParam().script);
+    const std::string content = pseudoRandomBytes(2, 9'999'999);
+    EXPECT_TRUE(copy(put("source", content), path("target")));
+    expectSame(content, path("target"));
+    expectTheFileSystemWorks();
+}
+
+TEST_P(ReadBehaviourTest, ReadFullyIsComplete)
+{
+    start(GetParam().script);
+    const std::string content = pseudoRandomBytes(3, 3'000'000);
+    EXPECT_EQ(sha256(contentOf(files(), put("source", content))), sha256(content));
+}
+
+TEST_P(ReadBehaviourTest, APlainReadOfManyPackagesEnds)
+{
+    SftpScript script = GetParam().script;
+    script.fatalReadLength.reset();
+    start(script);
+    const auto file = files().fileOpen(put("source", std::string(8'000'000, 's')), kRead);
+    ASSERT_NE(file, nullptr);
+    std::string buffer(8'000'000, '\0');
+    file->read(buffer.data(), buffer.size());
+    expectTheFileSystemWorks();
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, ReadBehaviourTest,
+                         ::testing::Values(inOrder("Reversed", SftpOrder::Reversed, 4),
+                                           inOrder("Shuffled", SftpOrder::Shuffled, 6),
+                                           cappedAt("CappedAt32768", 32'768),
+                                           cappedAt("CappedAt20000", 20'000), everyThirdShort()),
+                         [](const auto& behaviour) { return behaviour.param.name; });
+
+TEST_F(TransferTest, ReadsAreUnderWayTogether)
+{
+    start(inOrder("", SftpOrder::Reversed, 8).script);
+    const std::string source = put("source", std::string(20'000'000, 's'));
+    EXPECT_TRUE(copy(source, path("target")));
+    EXPECT_GE(server().sftp().mostInFlight(SftpPacket::Read), 2U);
+}
+
+TEST_F(TransferTest, WritesAreUnderWayTogether)
+{
+    SftpScript script;
+    script.order = SftpOrder::Reversed;
+    script.heldRequest = SftpPacket::Write;
+    start(script);
+    const std::string content = pseudoRandomBytes(4, 9'000'000);
+    EXPECT_TRUE(copy(put("source", content), path("target")));
+    expectSame(content, path("target"));
+    EXPECT_GE(server().sftp().mostInFlight(SftpPacket::Write), 4U);
+}
+
+TEST_F(TransferTest, AShortCapMakesRequestsSmall)
+{
+    start(cappedAt("", 32'768).script);
+    EXPECT_TRUE(copy(put("source", std::string(8'000'000, 's')), path("target")));
+    std::uint32_t lastLength = 0;
+    for (const auto& event : server().sftp().events()) {
+        if (event.kind == SftpEvent::Kind::Received && event.request == SftpPacket::Read &&
+            event.length > 0) {
+            lastLength = event.length;
+        }
+    }
+    EXPECT_EQ(lastLength, 32'768U);
+}
+
+TEST_F(TransferTest, NoRequestIsLargerThanACarefulServerTakes)
+{
+    start();
+    EXPECT_TRUE(copy(put("source", std::string(8'000'000, 's')), path("target")));
+    for (const auto& event : server().sftp().events()) {
+        if (event.request == SftpPacket::Read) {
+            EXPECT_LE(event.length, 261'120U);
+        } else if (event.request == SftpPacket::Write) {
+            EXPECT_LE(event.length, 256'000U);
+        }
+    }
+}
+
+/// What makes a copy fail, wherever it happens.
+struct Mishap
+{
+    const char* name;
+    SftpScript script;
+};
+
+void PrintTo(const Mishap& mishap, std::ostream* out)
+{
+    *out << mishap.name;
+}
+
+Mishap mishap(const char* name, SftpOccasion occasion, SftpAction action)
+{
+    SftpScript script;
+    script.rules.push_back({std::move(occasion), std::move(action)});
+    return {name, script};
+}
+
+class MishapTest : public TransferTest, public ::testing::WithParamInterface<Mishap>
+{};
+
+TEST_P(MishapTest, IsNeverTakenForASuccess)
+{
+    start(GetParam().script);
+    const std::string content = pseudoRandomBytes(5, 4'000'000);
+    const std::string source = put("source", content);
+    if (copy(source, path("target"))) {
+        expectSame(content, path("target"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Servers, MishapTest,
+    ::testing::Values(
+        mishap("ReadRefused", nth(SftpPacket::Read, 3), SftpActions::refuse(SftpStatus::Failure)),
+        mishap("ReadPretended", nth(SftpPacket::Read, 3), SftpActions::pretend(SftpStatus::Ok)),
+        mishap("ReadEmpty", nth(SftpPacket::Read, 3), SftpActions::shortenData(0)),
+        mishap("ReadOversized", nth(SftpPacket::Read, 3), SftpActions::lengthenData(10)),
+        mishap("ReadDuplicated", nth(SftpPacket::Read, 3), SftpActions::duplicate()),
+        mishap("ReadTruncated", nth(SftpPacket::Read, 3), SftpActions::truncate(10)),
+        mishap("ReadPadded", nth(SftpPacket::Read, 3), SftpActions::pad(10)),
+        mishap("ReadBrokenOff", nth(SftpPacket::Read, 3), SftpActions::breakOff(100)),
+        mishap("ReadAfterAStray", nth(SftpPacket::Read, 3), SftpActions::strayBefore()),
+        mishap("ReadThenExit", nth(SftpPacket::Read, 3), SftpActions::exit()),
+        mishap("FirstWriteRefused", nth(SftpPacket::Write, 1),
+               SftpActions::refuse(SftpStatus::PermissionDenied)),
+        mishap("WriteRefused", nth(SftpPacket::Write, 4), SftpActions::refuse(SftpStatus::Failure)),
+        mishap("WriteAtEnd", nth(SftpPacket::Write, 4), SftpActions::refuse(SftpStatus::Eof)),
+        mishap("WriteDuplicated", nth(SftpPacket::Write, 4), SftpActions::duplicate()),
+        mishap("WriteAfterAStray", nth(SftpPacket::Write, 4), SftpActions::strayBefore()),
+        mishap("WriteThenExit", nth(SftpPacket::Write, 4), SftpActions::exit())),
+    [](const auto& mishap) { return mishap.param.name; });
+
+class RefusalTest : public TransferTest
+{
+protected:
+    void expectFailureThenService(const SftpScript& script)
+    {
+        start(script);
+        EXPECT_FALSE(copy(put("source", std::string(4'000'000, 's')), path("target")));
+        server().sftp().setScript({});
+        expectTheFileSystemWorks();
+    }
+};
+
+TEST_F(RefusalTest, OfAReadFailsTheCopyAndNothingElse)
+{
+    expectFailureThenService(
+        mishap("", nth(SftpPacket::Read, 5), SftpActions::refuse(SftpStatus::Failure)).script);
+}
+
+TEST_F(RefusalTest, OfAWriteFailsTheCopyAndNothingElse)
+{
+    expectFailureThenService(
+        mishap("", nth(SftpPacket::Write, 5), SftpActions::refuse(SftpStatus::Failure)).script);
+}
+
+TEST_F(RefusalTest, OfTheFirstWriteFailsTheCopyAndNothingElse)
+{
+    expectFailureThenService(
+        mishap("", every(SftpPacket::Write), SftpActions::refuse(SftpStatus::Failure)).script);
+}
+
+TEST_F(RefusalTest, ForWantOfRoomFailsTheCopy)
+{
+    SftpScript script;
+    script.diskSpace = 1'500'000;
+    expectFailureThenService(script);
+}
+
+TEST_F(TransferTest, AFileThatShrinksWhileItIsReadEndsThere)
+{
+    start();
+    const std::string source = put("source", std::string(10'000'000, 's'));
+    const auto from = files().fileOpen(source, kRead);
+    const auto to = files().fileOpen(path("target"), kWriteNew);
+    ASSERT_TRUE(from != nullptr && to != nullptr);
+    const auto shrink = [&source](std::uint64_t done, std::uint64_t) {
+        if (done > 0 && std::filesystem::file_size(source) > 3'000'000) {
+            std::filesystem::resize_file(source, 3'000'000);
+        }
+        return true;
+    };
+    EXPECT_TRUE(from->copy(*to, shrink, 1'000'000));
+    const auto size = std::filesystem::file_size(path("target"));
+    EXPECT_GE(size, 3'000'000U);
+    // Nothing but what stood in the file: no hole, no bytes of a buffer.
+    EXPECT_EQ(readFile(path("target")), std::string(size, 's'));
+}
+
+TEST_F(TransferTest, ACopyThatIsStoppedLeavesTheSessionInOrder)
+{
+    start();
+    const auto from = files().fileOpen(put("source", std::string(9'000'000, 's')), kRead);
+    const auto to = files().fileOpen(path("target"), kWriteNew);
+    ASSERT_TRUE(from != nullptr && to != nullptr);
+    EXPECT_FALSE(from->copy(*to, [](std::uint64_t done, std::uint64_t) { return done == 0; }));
+    expectTheFileSystemWorks();
+    char buffer[4];
+    EXPECT_TRUE(from->seek(0));
+    EXPECT_EQ(from->read(buffer, sizeof buffer), 4U);
+}
+
+TEST_F(TransferTest, ACopyWritesWhereTheTargetStands)
+{
+    start();
+    const auto from = files().fileOpen(put("source", "56789"), kRead);
+    const auto to = files().fileOpen(path("target"), kWriteNew);
+    ASSERT_TRUE(from != nullptr && to != nullptr);
+    EXPECT_TRUE(to->writeFully("01234", 5));
+    EXPECT_TRUE(from->copy(*to));
+    EXPECT_EQ(to->tell(), 10U);
+    EXPECT_TRUE(to->writeFully("!", 1));
+    EXPECT_EQ(readFile(path("target")), "0123456789!");
+}
+
+TEST_F(TransferTest, ACopyAppendsToAFileThatIsAppendedTo)
+{
+    start();
+    const std::string content = pseudoRandomBytes(6, 1'000'000);
+    const auto from = files().fileOpen(put("source", content), kRead);
+    const auto to = files().fileOpen(put("target", "before"), OpenMode::Write | OpenMode::Append);
+    ASSERT_TRUE(from != nullptr && to != nullptr);
+    EXPECT_TRUE(from->copy(*to));
+    EXPECT_EQ(readFile(path("target")), "before" + content);
+}
+
+TEST_F(TransferTest, OthersUseTheFileSystemMeanwhile)
+{
+    start(inOrder("", SftpOrder::Shuffled, 3).script);
+    const std::string content = pseudoRandomBytes(7, 8'000'000);
+    const std::string first = put("first", content);
+    const std::string second = put("second", content);
+    std::atomic<bool> done{false};
+    auto looking = std::async(std::launch::async, [&] {
+        bool allThere = true;
+        while (!done) {
+            const auto info = files().fileInfo(first);
+            allThere = allThere && info && info->size == content.size();
+        }
+        return allThere;
+    });
+    auto copying = std::async(std::launch::async, [&] { return copy(first, path("firstCopy")); });
+    EXPECT_TRUE(copy(second, path("secondCopy")));
+    EXPECT_TRUE(copying.get());
+    done = true;
+    EXPECT_TRUE(looking.get());
+    expectSame(content, path("firstCopy"));
+    expectSame(content, path("secondCopy"));
+}
+
+} // namespace
+
+} // namespace TarnisTest

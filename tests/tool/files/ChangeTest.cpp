@@ -1,0 +1,187 @@
+// `tarnis mkdir`, `rmdir`, `rm`, `mv`, `ln`, `chmod` and `touch`.
+
+#include "tool/files/FilesTest.h"
+
+#include <filesystem>
+
+#include <sys/stat.h>
+
+namespace TarnisTest {
+namespace {
+
+using testing::ElementsAre;
+
+class ChangeTest : public FilesTest
+{
+protected:
+    struct stat statusOf(const std::string& name) const
+    {
+        struct stat status = {};
+        EXPECT_EQ(::lstat(there().file(name).c_str(), &status), 0) << name;
+        return status;
+    }
+
+    mode_t modeOf(const std::string& name) const { return statusOf(name).st_mode & 07777U; }
+};
+
+TEST_F(ChangeTest, MkdirMakesOneOrAllThatAreMissing)
+{
+    expectQuiet(tarnis("mkdir", {at("a"), at("b")}));
+    expectFailure(tarnis("mkdir", {at("a")}), "something stands there already");
+    expectFailure(tarnis("mkdir", {at("x/y")}), "its directory does not exist");
+    expectQuiet(tarnis("mkdir", {"-p", at("x/y/z"), at("a")}));
+    EXPECT_TRUE(std::filesystem::is_directory(there().file("x/y/z")));
+    there().write("file", "");
+    expectFailure(tarnis("mkdir", {"-p", at("file/below")}), "cannot make the directory");
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("a", "b", "file", "x"));
+}
+
+TEST_F(ChangeTest, RmdirRemovesEmptyDirectoriesOnly)
+{
+    there().makeDirectory("empty");
+    there().makeDirectory("full");
+    there().write("full/f", "");
+    std::filesystem::create_directory_symlink("empty", there().file("link"));
+    expectFailure(tarnis("rmdir", {at("full")}), "it is not empty");
+    expectFailure(tarnis("rmdir", {at("link")}), "it is no directory");
+    expectFailure(tarnis("rmdir", {at("none")}), "SFTP server: No such file");
+    expectQuiet(tarnis("rmdir", {at("empty")}));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("full", "link"));
+}
+
+TEST_F(ChangeTest, RmTakesNamesAsTheyAre)
+{
+    for (const char* const name : {"a", "b", "*"}) {
+        there().write(name, "");
+    }
+    std::filesystem::create_symlink("a", there().file("link"));
+    expectQuiet(tarnis("rm", {at("*"), at("link")}));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("a", "b"));
+    expectFailure(tarnis("rm", {at("*"), at("b")}), "cannot find " + at("*"));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("a"));
+}
+
+TEST_F(ChangeTest, MvRenamesAndMovesButNeverReplaces)
+{
+    there().write("a", "1");
+    there().write("b", "2");
+    there().makeDirectory("d");
+    there().makeDirectory("e");
+    expectFailure(tarnis("mv", {at("a"), at("b")}), "something stands there already");
+    EXPECT_EQ(readFile(there().file("b")), "2");
+    expectQuiet(tarnis("mv", {at("a"), at("c")}));
+    expectQuiet(tarnis("mv", {at("c"), at("e"), at("d")}));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("b", "d"));
+    EXPECT_THAT(namesIn(there().file("d")), ElementsAre("c", "e"));
+    expectFailure(tarnis("mv", {at("none"), at("x")}), "cannot find " + at("none"));
+    expectFailure(tarnis("mv", {at("b"), at("no/x")}), "SFTP server: No such file");
+    expectFailure(tarnis("mv", {at("d"), at("d/e/d")}), "cannot move");
+}
+
+TEST_F(ChangeTest, MvMovesALinkItself)
+{
+    there().makeDirectory("d");
+    std::filesystem::create_directory_symlink("d", there().file("link"));
+    expectQuiet(tarnis("mv", {at("link"), at("moved")}));
+    EXPECT_EQ(std::filesystem::read_symlink(there().file("moved")), "d");
+}
+
+TEST_F(ChangeTest, LnMakesTheLinkThatWasAskedFor)
+{
+    expectQuiet(tarnis("ln", {"-s", "../no where", at("link")}));
+    EXPECT_EQ(std::filesystem::read_symlink(there().file("link")), "../no where");
+    there().makeDirectory("d");
+    expectQuiet(tarnis("ln", {"-s", "x/target", at("d")}));
+    EXPECT_EQ(std::filesystem::read_symlink(there().file("d/target")), "x/target");
+    expectFailure(tarnis("ln", {"a", at("b")}), "say so with -s", 2);
+    expectFailure(tarnis("ln", {"-s", "a", "b", at("c")}), "ln takes a target", 2);
+}
+
+TEST_F(ChangeTest, LnReplacesOnlyWhenForcedAndNeverADirectory)
+{
+    there().makeDirectory("d");
+    there().write("d/f", "");
+    std::filesystem::create_directory_symlink("d", there().file("link"));
+    expectFailure(tarnis("ln", {"-s", "new", at("link")}), "something stands there already");
+    expectQuiet(tarnis("ln", {"-sf", "new", at("link")}));
+    EXPECT_EQ(std::filesystem::read_symlink(there().file("link")), "new");
+    there().makeDirectory("e");
+    there().makeDirectory("e/d");
+    there().write("e/d/f", "kept");
+    expectFailure(tarnis("ln", {"-sf", "d", at("e")}), "something stands there already");
+    EXPECT_EQ(readFile(there().file("e/d/f")), "kept");
+}
+
+TEST_F(ChangeTest, ChmodTakesOctalAndChanges)
+{
+    there().write("f", "", 0644);
+    const std::vector<std::pair<std::string, mode_t>> changes{
+        {"600", 0600}, {"0755", 0755},     {"go-rx", 0700},   {"+r", 0744},
+        {"a=", 0},     {"u=rw,g=r", 0640}, {"o+w,u-w", 0442}, {"ug+x", 0552}};
+    for (const auto& [change, mode] : changes) {
+        expectQuiet(tarnis("chmod", {change, at("f")}));
+        EXPECT_EQ(modeOf("f"), mode) << change;
+    }
+    expectQuiet(tarnis("chmod", {"--", "-rwx", at("f")}));
+}
+
+TEST_F(ChangeTest, ChmodRefusesWhatAreNoPermissions)
+{
+    there().write("f", "", 0644);
+    for (const char* const change : {"", "9", "99", "1777", "644x", "u", "u+z", "u+x,,", "rw"}) {
+        expectFailure(tarnis("chmod", {change, at("f")}), "are no permissions", 2);
+    }
+    EXPECT_EQ(modeOf("f"), 0644U);
+}
+
+TEST_F(ChangeTest, ChmodFollowsALink)
+{
+    there().makeDirectory("d");
+    there().write("d/f", "", 0644);
+    std::filesystem::create_symlink("d/f", there().file("link"));
+    expectQuiet(tarnis("chmod", {"u+x", at("link")}));
+    EXPECT_EQ(modeOf("d/f"), 0744U);
+}
+
+TEST_F(ChangeTest, TouchSetsTheTime)
+{
+    there().write("f", "kept");
+    const std::vector<std::pair<std::string, std::int64_t>> times{
+        {"@0", 0},
+        {"@1234567890", 1'234'567'890},
+        {"2001-02-03 04:05:06Z", 981'173'106},
+        {"2001-02-03T04:05:06+01:00", 981'169'506},
+        {"2001-02-03T04:05:06-0130", 981'178'506},
+        {"2001-02-03 04:05", 981'173'100},
+        {"2001-02-03", 981'158'400},
+        {"2106-02-07 06:28:15", 4'294'967'295},
+    };
+    for (const auto& [text, seconds] : times) {
+        ToolSetup touch = setup("touch", {"-d", text, at("f")});
+        touch.environment = {"TZ=UTC"};
+        expectQuiet(run(touch));
+        EXPECT_EQ(statusOf("f").st_mtime, seconds) << text;
+    }
+    EXPECT_EQ(readFile(there().file("f")), "kept");
+}
+
+TEST_F(ChangeTest, TouchMakesAMissingFile)
+{
+    expectQuiet(tarnis("touch", {at("new")}));
+    EXPECT_EQ(statusOf("new").st_size, 0);
+    expectFailure(tarnis("touch", {at("no/new")}), "its directory does not exist");
+}
+
+TEST_F(ChangeTest, TouchRefusesWhatIsNoTimeOrCannotBeKept)
+{
+    there().write("f", "");
+    for (const char* const text : {"yesterday", "2001-02-30", "2001-13-01", "2001-02-03 25:00",
+                                   "2001-02-03 04:60", "@", "@x", "2001-2-3", "2001-02-03Z1"}) {
+        expectFailure(tarnis("touch", {"-d", text, at("f")}), "is no time", 2);
+    }
+    expectFailure(tarnis("touch", {"-d", "@4294967296", at("f")}), "the server does not take");
+    expectFailure(tarnis("touch", {"-d", "@-1", at("f")}), "the server does not take");
+}
+
+} // namespace
+} // namespace TarnisTest

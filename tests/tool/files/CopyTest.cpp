@@ -1,0 +1,203 @@
+// `tarnis get`, `put` and `cp` of files.
+
+#include "support/PseudoRandom.h"
+#include "support/Sha256.h"
+#include "support/TcpProxy.h"
+#include "tool/files/FilesTest.h"
+
+#include <filesystem>
+
+#include <sys/stat.h>
+
+namespace TarnisTest {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+using CopyTest = FilesTest;
+using ScriptedCopyTest = ScriptedFilesTest;
+
+mode_t modeOf(const std::string& path)
+{
+    struct stat status = {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 0777U;
+}
+
+TEST_F(CopyTest, EveryByteGoesThereAndBack)
+{
+    const std::string data = pseudoRandomBytes(1, 3'000'001);
+    here().write("data", data);
+    here().write("empty", "");
+    expectQuiet(tarnis("put", {here().file("data"), here().file("empty"), at("")}));
+    EXPECT_EQ(sha256(readFile(there().file("data"))), sha256(data));
+    EXPECT_TRUE(std::filesystem::exists(there().file("empty")));
+    expectQuiet(tarnis("cp", {at("data"), at("copy")}));
+    expectQuiet(tarnis("get", {at("copy"), here().file("back")}));
+    EXPECT_EQ(sha256(readFile(here().file("back"))), sha256(data));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("copy", "data", "empty"));
+}
+
+TEST_F(CopyTest, GetGoesToTheCurrentDirectoryWithoutATarget)
+{
+    there().write("f", "text");
+    ToolSetup get = setup("get", {at("f")});
+    get.workingDirectory = here().path().string();
+    expectQuiet(run(get));
+    EXPECT_EQ(readFile(here().file("f")), "text");
+}
+
+TEST_F(CopyTest, ADirectoryAsTargetKeepsTheName)
+{
+    there().write("f", "text");
+    there().makeDirectory("d");
+    std::filesystem::create_directory_symlink("d", there().file("link"));
+    here().makeDirectory("in");
+    expectQuiet(tarnis("get", {at("f"), here().file("in")}));
+    EXPECT_EQ(readFile(here().file("in/f")), "text");
+    expectQuiet(tarnis("put", {here().file("in/f"), at("link")}));
+    EXPECT_EQ(readFile(there().file("d/f")), "text");
+}
+
+TEST_F(CopyTest, NamesThatBeginWithADashFollowTwoDashes)
+{
+    here().write("-r", "dash");
+    ToolSetup put = setup("put", {"--", "-r", at("-p")});
+    put.workingDirectory = here().path().string();
+    expectQuiet(run(put));
+    EXPECT_EQ(readFile(there().file("-p")), "dash");
+}
+
+TEST_F(CopyTest, TakesNamesThatMeanSomethingOnCommandLines)
+{
+    for (const char* const name : {"[a,b]", "{}", "get", "%%", "x=y"}) {
+        here().write(name, name);
+        ToolSetup put = setup("put", {name, at("")});
+        put.workingDirectory = here().path().string();
+        expectQuiet(run(put));
+        EXPECT_EQ(readFile(there().file(name)), name);
+    }
+}
+
+TEST_F(CopyTest, TakesAPatternOnTheServerOnly)
+{
+    for (const char* const name : {"a.log", "b.log", ".c.log", "d"}) {
+        there().write(name, name);
+    }
+    expectQuiet(tarnis("get", {at("*.log"), here().path().string()}));
+    EXPECT_THAT(namesIn(here().path()), ElementsAre("a.log", "b.log"));
+    here().makeDirectory("other");
+    expectFailure(tarnis("put", {here().file("*.log"), at("")}), "cannot find");
+    expectFailure(tarnis("get", {at("*.txt"), here().file("other")}), "nothing matches");
+    EXPECT_THAT(namesIn(here().file("other")), IsEmpty());
+}
+
+TEST_F(CopyTest, SeveralNeedADirectory)
+{
+    there().write("a", "");
+    there().write("b", "");
+    here().write("file", "kept");
+    expectFailure(tarnis("get", {at("a"), at("b"), here().file("file")}),
+                  "there is no such directory");
+    expectFailure(tarnis("get", {at("a"), here().file("none/")}), "there is no such directory");
+    EXPECT_EQ(readFile(here().file("file")), "kept");
+}
+
+TEST_F(CopyTest, GoesOnAfterAFailure)
+{
+    there().write("b", "text");
+    there().makeDirectory("d");
+    const ToolResult result = tarnis("get", {at("none"), at("d"), at("b"), here().path().string()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(lineCount(result.errorOutput), 2U) << result.errorOutput;
+    EXPECT_THAT(result.errorOutput, HasSubstr("cannot find " + at("none")));
+    EXPECT_THAT(result.errorOutput, HasSubstr("it is a directory; -r copies it"));
+    EXPECT_EQ(readFile(here().file("b")), "text");
+}
+
+TEST_F(CopyTest, FollowsALinkToAFile)
+{
+    there().makeDirectory("d");
+    there().write("d/real", "text", 0644);
+    std::filesystem::create_symlink("d/real", there().file("one"));
+    std::filesystem::create_symlink("one", there().file("two"));
+    std::filesystem::create_symlink("none", there().file("dangling"));
+    expectQuiet(tarnis("get", {at("two"), here().path().string()}));
+    EXPECT_TRUE(
+        std::filesystem::is_regular_file(std::filesystem::symlink_status(here().file("two"))));
+    EXPECT_EQ(readFile(here().file("two")), "text");
+    expectFailure(tarnis("get", {at("dangling"), here().path().string()}), "No such file");
+}
+
+TEST_F(CopyTest, ReplacesWhatStandsThereButNeverWritesThroughALink)
+{
+    there().write("f", "new");
+    here().write("victim", "safe");
+    std::filesystem::create_symlink("victim", here().file("f"));
+    expectQuiet(tarnis("get", {at("f"), here().file("f")}));
+    EXPECT_EQ(readFile(here().file("f")), "new");
+    EXPECT_EQ(readFile(here().file("victim")), "safe");
+    there().write("victim", "safe");
+    std::filesystem::create_symlink("victim", there().file("g"));
+    expectQuiet(tarnis("put", {here().file("f"), at("g")}));
+    EXPECT_EQ(readFile(there().file("g")), "new");
+    EXPECT_EQ(readFile(there().file("victim")), "safe");
+}
+
+TEST_F(CopyTest, PreservesPermissionsAndTimesWhenAsked)
+{
+    here().write("f", "x", 0640);
+    const auto time = std::filesystem::file_time_type::clock::now() - std::chrono::hours(5000);
+    std::filesystem::last_write_time(here().file("f"), time);
+    expectQuiet(tarnis("put", {"-p", here().file("f"), at("kept")}));
+    expectQuiet(tarnis("get", {"-p", at("kept"), here().file("back")}));
+    EXPECT_EQ(modeOf(there().file("kept")), 0640U);
+    EXPECT_EQ(modeOf(here().file("back")), 0640U);
+    const auto kept = std::filesystem::last_write_time(here().file("back"));
+    EXPECT_LT(std::chrono::abs(kept - time), std::chrono::seconds(1));
+    here().write("wide", "x", 0600);
+    expectQuiet(tarnis("put", {here().file("wide"), at("")}));
+    EXPECT_EQ(modeOf(there().file("wide")) & 0600U, 0600U);
+}
+
+TEST_F(CopyTest, SaysWhyItCannot)
+{
+    here().write("f", "x");
+    there().write("r", "x");
+    there().makeDirectory("taken");
+    there().makeDirectory("taken/f");
+    expectFailure(tarnis("put", {here().file("none"), at("")}), "No such file or directory");
+    expectFailure(tarnis("put", {here().file("f"), at("no/f")}), "its directory does not exist");
+    expectFailure(tarnis("put", {here().file("f"), at("taken")}), "a directory stands there");
+    expectFailure(tarnis("get", {at("r"), here().file("no/r")}), "its directory does not exist");
+    EXPECT_THAT(namesIn(here().path()), ElementsAre("f"));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("r", "taken"));
+}
+
+TEST_F(ScriptedCopyTest, LeavesNothingWhenTheServersDiskIsFull)
+{
+    here().write("f", pseudoRandomBytes(1, 500'000));
+    SftpScript script;
+    script.diskSpace = 100'000;
+    sftp().setScript(script);
+    expectFailure(tarnis("put", {here().file("f"), at("")}), "cannot copy ");
+    EXPECT_THAT(namesIn(sftp().root()), IsEmpty());
+}
+
+TEST_F(CopyTest, ALostConnectionIsToldOnceAndLeavesNoTarget)
+{
+    there().write("one", pseudoRandomBytes(1, 4'000'000));
+    there().write("two", "x");
+    TcpProxy proxy(server().port());
+    trust(proxy.port(), server().hostPublicKeyBase64());
+    proxy.cutAfterBytes(TcpProxy::ToClient, 1'000'000, TcpProxy::Cut::Reset);
+    const ToolResult result =
+        tarnis("get", {at("one", proxy.port()), at("two", proxy.port()), here().path().string()});
+    expectFailure(result, "lost the connection to");
+    EXPECT_THAT(namesIn(here().path()), IsEmpty());
+}
+
+} // namespace
+} // namespace TarnisTest

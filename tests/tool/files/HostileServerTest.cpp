@@ -1,0 +1,129 @@
+// A server that tries to lead the program astray.
+
+#include "support/sftp/SftpWire.h"
+#include "tool/files/FilesTest.h"
+
+#include <filesystem>
+
+namespace TarnisTest {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class HostileServerTest : public ScriptedFilesTest
+{
+protected:
+    void SetUp() override
+    {
+        ScriptedFilesTest::SetUp();
+        here().makeDirectory("target");
+    }
+
+    /// The server's directories all have these entries, beside what is really there.
+    void serve(std::vector<SftpFakeEntry> entries)
+    {
+        SftpScript script;
+        script.fakeEntries = std::move(entries);
+        sftp().setScript(script);
+    }
+
+    std::string targetDirectory() const { return here().file("target"); }
+};
+
+const std::vector<SftpFakeEntry> kEvilNames{
+    {"../evil"},        {".."}, {"."}, {"a/b"}, {"/tmp/evil"}, {""}, {std::string("a\0b", 3)},
+    {"../evil", 040755}};
+
+TEST_F(HostileServerTest, ATreeStaysInsideItsTarget)
+{
+    put("src/good", "text");
+    serve(kEvilNames);
+    const ToolResult result = tarnis("get", {"-r", at("src"), targetDirectory()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("its name would lead elsewhere"));
+    EXPECT_THAT(namesIn(here().path()), ElementsAre("target"));
+    EXPECT_EQ(readFile(here().file("target/src/good")), "text");
+}
+
+TEST_F(HostileServerTest, APatternStaysInsideItsTarget)
+{
+    put("src/evil", "text");
+    put("evil", "text");
+    serve({{"x/../../evil"}});
+    const ToolResult result = tarnis("get", {at("src/*evil"), targetDirectory()});
+    expectFailure(result, "a name there would lead elsewhere");
+    EXPECT_THAT(namesIn(here().path()), ElementsAre("target"));
+    EXPECT_THAT(namesIn(targetDirectory()), IsEmpty());
+}
+
+TEST_F(HostileServerTest, ALinkAndADirectoryOfOneNameDoNotLeadOutside)
+{
+    const std::string outside = here().makeDirectory("outside");
+    std::filesystem::create_directories(sftp().path("src"));
+    std::filesystem::create_directory_symlink(outside, sftp().path("src/x"));
+    // The same name again, as a directory that would hold something.
+    serve({{"x", 040755}, {"x", 0100644, 3}});
+    const ToolResult result = tarnis("get", {"-r", at("src"), targetDirectory()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(namesIn(outside), IsEmpty());
+}
+
+TEST_F(HostileServerTest, RemovalStaysInsideItsTree)
+{
+    put("src/good", "");
+    put("precious", "");
+    serve({{"../precious"}});
+    const ToolResult result = tarnis("rm", {"-r", at("src")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(namesIn(sftp().root()), testing::Contains("precious"));
+}
+
+/// A listing of one directory.
+std::string nameReply(const std::string& name)
+{
+    SftpWriter reply;
+    reply.number(1)
+        .text(name)
+        .text("d 1 x x 0 ?")
+        .number(SftpAttribute::kPermissions)
+        .number(040755);
+    return reply.bytes();
+}
+
+TEST_F(HostileServerTest, ATreeWithoutAnEndIsLeftSomewhere)
+{
+    put("src/f", "");
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Opendir),
+                     SftpActions::answer(SftpPacket::Handle, SftpWriter().text("h").bytes())},
+                    {every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Ok)}};
+    for (std::uint64_t level = 0; level < 100; ++level) {
+        script.rules.push_back(
+            {nth(SftpPacket::Readdir, 2 * level + 1),
+             SftpActions::answer(SftpPacket::Name, nameReply(std::string(200, 'd')))});
+        script.rules.push_back(
+            {nth(SftpPacket::Readdir, 2 * level + 2), SftpActions::refuse(SftpStatus::Eof)});
+    }
+    sftp().setScript(script);
+    const ToolResult result = tarnis("get", {"-r", at("src"), targetDirectory()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("it is nested too deep"));
+    EXPECT_LT(sftp().requestCount(SftpPacket::Opendir), 100U);
+}
+
+TEST_F(HostileServerTest, AFileThatIsShorterThanItSaysIsNoSuccess)
+{
+    put("f", std::string(100'000, 'x'));
+    SftpScript script;
+    script.rules = {{from(SftpPacket::Read, 2), SftpActions::refuse(SftpStatus::Failure)}};
+    script.maxReadReply = 1'000;
+    sftp().setScript(script);
+    const ToolResult result = tarnis("get", {at("f"), targetDirectory()});
+    expectFailure(result, "cannot copy " + at("f"));
+    EXPECT_THAT(namesIn(targetDirectory()), IsEmpty());
+}
+
+} // namespace
+} // namespace TarnisTest

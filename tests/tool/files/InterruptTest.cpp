@@ -1,0 +1,153 @@
+// Long transfers: the progress bar, and Ctrl-C.
+
+#include "support/PseudoRandom.h"
+#include "support/TcpProxy.h"
+#include "tool/files/FilesTest.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+
+namespace TarnisTest {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::size_t kSize = 20'000'000;
+
+/// A transfer that takes its time.
+class TransferTest : public FilesTest
+{
+protected:
+    void SetUp() override
+    {
+        FilesTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
+        }
+        proxy_ = std::make_unique<TcpProxy>(server().port());
+        trust(proxy_->port(), server().hostPublicKeyBase64());
+        slowDown(kSize / 10);
+    }
+
+    void slowDown(std::size_t bytesPerSecond)
+    {
+        line().setThrottle(TcpProxy::ToServer, bytesPerSecond);
+        line().setThrottle(TcpProxy::ToClient, bytesPerSecond);
+    }
+
+    std::string slowly(const std::string& path) const { return at(path, proxy_->port()); }
+
+    TcpProxy& line() { return *proxy_; }
+
+    /// Starts it and waits until a part of the file has arrived in the directory.
+    std::unique_ptr<ToolRun> begin(const ToolSetup& setup, const std::string& directory) const
+    {
+        auto tool = start(setup);
+        EXPECT_TRUE(waitUntil([&] {
+            const auto names = namesIn(directory);
+            return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+                return std::filesystem::file_size(directory + "/" + name) > 0;
+            });
+        })) << tool->errorOutput();
+        return tool;
+    }
+
+private:
+    std::unique_ptr<TcpProxy> proxy_;
+};
+
+TEST_F(TransferTest, PutThatIsInterruptedLeavesNothing)
+{
+    here().write("f", pseudoRandomBytes(1, kSize));
+    const auto tool = begin(setup("put", {here().file("f"), slowly("")}), there().path());
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(there().path()), IsEmpty());
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files"));
+}
+
+TEST_F(TransferTest, GetThatIsInterruptedLeavesNothing)
+{
+    there().write("f", pseudoRandomBytes(1, kSize));
+    const std::string target = here().makeDirectory("target");
+    const auto tool = begin(setup("get", {slowly("f"), target}), target);
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(target), IsEmpty());
+}
+
+TEST_F(TransferTest, AnInterruptedTreeKeepsWhatIsComplete)
+{
+    here().makeDirectory("t");
+    here().write("t/a", "complete");
+    here().write("t/b", pseudoRandomBytes(1, kSize));
+    there().makeDirectory("t");
+    const auto tool = start(setup("put", {"-r", here().file("t"), slowly("")}));
+    ASSERT_TRUE(waitUntil([&] { return namesIn(there().file("t")).size() > 1; }));
+    tool->signal(SIGTERM);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(there().file("t")), testing::ElementsAre("a"));
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 1 file, 8 B"));
+}
+
+TEST_F(TransferTest, ResumingKeepsThePart)
+{
+    here().write("f", pseudoRandomBytes(1, kSize));
+    const auto tool =
+        begin(setup("put", {"--resume", here().file("f"), slowly("")}), there().path());
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(there().path()), testing::ElementsAre(".f.tarnis-part"));
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("the same command goes on from there"));
+}
+
+TEST_F(TransferTest, TheSecondInterruptEndsTheProgramThoughTheServerHangs)
+{
+    here().write("f", pseudoRandomBytes(1, kSize));
+    const auto tool = begin(setup("put", {here().file("f"), slowly("")}), there().path());
+    line().stall();
+    tool->signal(SIGINT);
+    ASSERT_TRUE(waitUntil([&] { return !tool->errorOutput().empty(); }));
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+}
+
+TEST_F(TransferTest, AnIgnoredInterruptStaysIgnored)
+{
+    here().write("f", pseudoRandomBytes(1, kSize));
+    ToolSetup ignoring = setup("put", {here().file("f"), slowly("")});
+    ignoring.ignoresInterrupts = true;
+    const auto tool = begin(ignoring, there().path());
+    tool->signal(SIGINT);
+    slowDown(0);
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+    EXPECT_EQ(std::filesystem::file_size(there().file("f")), kSize);
+}
+
+TEST_F(TransferTest, ATerminalShowsHowFarItIs)
+{
+    here().write("f\x1b[2J", pseudoRandomBytes(1, kSize));
+    ToolSetup atTerminal = setup("put", {here().file("f\x1b[2J"), slowly("f")});
+    atTerminal.hasTerminal = true;
+    atTerminal.errorsToTerminal = true;
+    const auto tool = start(atTerminal);
+    EXPECT_TRUE(tool->waitForScreen(" left"));
+    slowDown(0);
+    EXPECT_EQ(tool->wait(), 0);
+    EXPECT_TRUE(tool->waitForScreen("100% [####################] 20.0 MB of 20.0 MB"));
+    const std::string screen = tool->screen();
+    EXPECT_THAT(screen,
+                testing::ContainsRegex("\rf [0-9]+% .#* *. .* of 20.0 MB .*/s  [0-9]+:[0-9]+"));
+    EXPECT_THAT(screen, testing::Not(HasSubstr("\x1b[2J")));
+}
+
+TEST_F(TransferTest, WithoutATerminalThereIsNoBar)
+{
+    here().write("f", pseudoRandomBytes(1, kSize / 20));
+    expectQuiet(tarnis("put", {here().file("f"), slowly("")}));
+}
+
+} // namespace
+} // namespace TarnisTest

@@ -1,0 +1,151 @@
+// `--resume`.
+
+#include "support/PseudoRandom.h"
+#include "support/Sha256.h"
+#include "support/TcpProxy.h"
+#include "tool/files/FilesTest.h"
+
+#include <filesystem>
+
+#include <sys/stat.h>
+
+namespace TarnisTest {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr std::size_t kSize = 3'000'000;
+constexpr std::size_t kBeginning = 2'500'000;
+
+class ResumeTest : public FilesTest
+{
+protected:
+    void SetUp() override
+    {
+        FilesTest::SetUp();
+        if (!IsSkipped() && !HasFatalFailure()) {
+            proxy_ = std::make_unique<TcpProxy>(server().port());
+            trust(proxy_->port(), server().hostPublicKeyBase64());
+        }
+    }
+
+    /// The program's name for a path of the server, on a line that counts.
+    std::string counted(const std::string& path) const { return at(path, proxy_->port()); }
+
+    TcpProxy& line() { return *proxy_; }
+
+    const std::string data_ = pseudoRandomBytes(1, kSize);
+
+private:
+    std::unique_ptr<TcpProxy> proxy_;
+};
+
+TEST_F(ResumeTest, PutSendsOnlyWhatIsMissing)
+{
+    here().write("f", data_);
+    there().write(".f.tarnis-part", data_.substr(0, kBeginning));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
+    EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kBeginning);
+    EXPECT_GT(line().forwardedBytes(TcpProxy::ToClient), kBeginning) << "what was there is read";
+}
+
+TEST_F(ResumeTest, PutGoesOnFromAHalfWrittenTarget)
+{
+    here().write("f", data_);
+    there().write("f", data_.substr(0, kBeginning));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+    EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kBeginning);
+}
+
+TEST_F(ResumeTest, GetGoesOn)
+{
+    there().write("f", data_);
+    here().write(".f.tarnis-part", data_.substr(0, kBeginning));
+    expectQuiet(tarnis("get", {"--resume", at("f"), here().path().string()}));
+    EXPECT_EQ(sha256(readFile(here().file("f"))), sha256(data_));
+    EXPECT_THAT(namesIn(here().path()), ElementsAre("f"));
+}
+
+TEST_F(ResumeTest, WhatDiffersIsNotBuiltUpon)
+{
+    std::string other = data_.substr(0, kBeginning);
+    other.back() = static_cast<char>(other.back() + 1);
+    here().write("f", data_);
+    for (const std::string& there_is : {other, data_ + "longer", std::string("x")}) {
+        there().write(".f.tarnis-part", there_is);
+        expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+        EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+        std::filesystem::remove(there().file("f"));
+    }
+    there().write("f", other);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
+}
+
+TEST_F(ResumeTest, WhatIsCompleteIsLeftAlone)
+{
+    here().write("f", data_);
+    there().write("f", data_);
+    struct stat before = {};
+    ASSERT_EQ(::stat(there().file("f").c_str(), &before), 0);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    struct stat after = {};
+    ASSERT_EQ(::stat(there().file("f").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kSize / 2);
+}
+
+TEST_F(ResumeTest, SameSizeIsNotEnoughToBeComplete)
+{
+    std::string other = data_;
+    other.front() = static_cast<char>(other.front() + 1);
+    here().write("f", data_);
+    there().write("f", other);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+}
+
+TEST_F(ResumeTest, TakesUpAfterALostConnection)
+{
+    here().write("f", data_);
+    line().cutAfterBytes(TcpProxy::ToServer, 1'500'000, TcpProxy::Cut::Reset);
+    const ToolResult cut = tarnis("put", {"--resume", here().file("f"), counted("")});
+    EXPECT_EQ(cut.exitCode, 1);
+    EXPECT_THAT(namesIn(there().path()), ElementsAre(".f.tarnis-part"));
+    line().neverCut();
+    const auto before = line().forwardedBytes(TcpProxy::ToServer);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
+    EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer) - before, kSize);
+}
+
+TEST_F(ResumeTest, ALinkInThePlaceOfThePartIsNotFollowed)
+{
+    there().write("f", data_);
+    here().write("victim", "safe");
+    std::filesystem::create_symlink("victim", here().file(".f.tarnis-part"));
+    expectFailure(tarnis("get", {"--resume", at("f"), here().path().string()}),
+                  "something that is no file stands at");
+    EXPECT_EQ(readFile(here().file("victim")), "safe");
+}
+
+TEST_F(ResumeTest, WorksForTreesEmptyFilesAndLongNames)
+{
+    const std::string longest(255, 'n');
+    here().makeDirectory("t");
+    here().write("t/" + longest, "text", 0640);
+    here().write("t/empty", "");
+    expectQuiet(tarnis("put", {"-rp", "--resume", here().file("t"), at("")}));
+    expectQuiet(tarnis("put", {"-rp", "--resume", here().file("t"), at("")}));
+    EXPECT_EQ(readFile(there().file("t/" + longest)), "text");
+    EXPECT_THAT(namesIn(there().file("t")), ElementsAre("empty", longest));
+}
+
+} // namespace
+} // namespace TarnisTest

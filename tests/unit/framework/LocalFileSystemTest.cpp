@@ -1,0 +1,472 @@
+#include "support/TemporaryDirectory.h"
+#include "support/UnprivilegedUser.h"
+
+#include <FileSystem/FileSystem2File.h>
+#include <FileSystem/LocalFileSystem.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace TarnisTest {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace FileSystem;
+using OpenFlag = StorageSystemFileOpenModeFlag;
+using Types = Utilities::Flags<StorageSystemFileTypeFlag>;
+using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
+
+StorageSystemTimePoint moment(std::int64_t seconds, std::int64_t ticks = 0)
+{
+    return StorageSystemTimePoint(StorageSystemTimePoint::duration(seconds * 10'000'000 + ticks));
+}
+
+class CurrentDirectory
+{
+public:
+    explicit CurrentDirectory(const fs::path& path)
+        : before_(fs::current_path())
+    {
+        fs::current_path(path);
+    }
+
+    CurrentDirectory(const CurrentDirectory&) = delete;
+    CurrentDirectory& operator=(const CurrentDirectory&) = delete;
+
+    ~CurrentDirectory() { fs::current_path(before_); }
+
+private:
+    fs::path before_;
+};
+
+/// No file of the process may grow beyond a number of bytes.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+        : signalBefore_(std::signal(SIGXFSZ, SIG_IGN))
+    {
+        EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before_), 0);
+        rlimit limit = before_;
+        limit.rlim_cur = bytes;
+        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+    ~FileSizeLimit()
+    {
+        static_cast<void>(::setrlimit(RLIMIT_FSIZE, &before_));
+        static_cast<void>(std::signal(SIGXFSZ, signalBefore_));
+    }
+
+private:
+    rlimit before_ = {};
+    void (*signalBefore_)(int);
+};
+
+/// A directory on another volume than the one of temporary files, where there is one.
+class OtherVolume
+{
+public:
+    OtherVolume()
+    {
+        std::string pattern = "/dev/shm/tarnis-test-XXXXXX";
+        if (::mkdtemp(pattern.data()) != nullptr) {
+            path_ = pattern;
+        }
+    }
+
+    OtherVolume(const OtherVolume&) = delete;
+    OtherVolume& operator=(const OtherVolume&) = delete;
+
+    ~OtherVolume()
+    {
+        if (!path_.empty()) {
+            std::error_code ignored;
+            fs::remove_all(path_, ignored);
+        }
+    }
+
+    bool isOtherThan(const fs::path& path) const
+    {
+        struct stat here = {};
+        struct stat there = {};
+        return !path_.empty() && ::stat(path_.c_str(), &here) == 0 &&
+               ::stat(path.c_str(), &there) == 0 && here.st_dev != there.st_dev;
+    }
+
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+std::size_t openDescriptors()
+{
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+/// The descriptor under which this process has the file open.
+std::optional<int> descriptorOf(const std::string& path)
+{
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (fs::read_symlink(entry.path(), ignored) == path) {
+            return std::stoi(entry.path().filename().string());
+        }
+    }
+    return std::nullopt;
+}
+
+class LocalFileSystemTest : public testing::Test
+{
+protected:
+    std::string file(std::string_view name) const { return directory_.file(name); }
+
+    std::string write(std::string_view name, std::string_view text = "content") const
+    {
+        return directory_.write(name, text);
+    }
+
+    std::string makeSocket(std::string_view name) const
+    {
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        file(name).copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        ::close(socket);
+        return file(name);
+    }
+
+    std::vector<std::string> names() const
+    {
+        return system_.directoryListFileNames(directory_.path().string());
+    }
+
+    const TemporaryDirectory directory_;
+    const LocalFileSystem system_;
+};
+
+TEST_F(LocalFileSystemTest, IsThisMachine)
+{
+    EXPECT_EQ(system_.getType(), StorageSystemType::Local);
+    EXPECT_EQ(system_.hostName(), "");
+    EXPECT_EQ(system_.displayPath("/a b"), "/a b");
+    EXPECT_TRUE(system_.isValid());
+    EXPECT_TRUE(system_.hasSymbolicLinks());
+}
+
+TEST_F(LocalFileSystemTest, RelativePathsStartAtTheCurrentDirectory)
+{
+    const CurrentDirectory current(directory_.path());
+    write("file", "here");
+    EXPECT_EQ(system_.fileSize("file"), 4U);
+    EXPECT_TRUE(system_.directoryExists("."));
+    EXPECT_TRUE(system_.directoryCreateAs("new", true));
+    EXPECT_TRUE(fs::is_directory(file("new")));
+    EXPECT_THAT(system_.directoryListFileNames("."), testing::ElementsAre("file", "new"));
+    EXPECT_TRUE(system_.fileSymbolicLinkCreateAs("file", "link", true));
+    EXPECT_EQ(system_.fileSymbolicLinkTargetFileId("link", false), "file");
+}
+
+TEST_F(LocalFileSystemTest, RoomIsToldForARelativePath)
+{
+    const CurrentDirectory current(directory_.path());
+    struct statvfs volume = {};
+    ASSERT_EQ(::statvfs(".", &volume), 0);
+    for (const char* path : {".", "missing", "missing/below"}) {
+        const auto info = system_.fileStorageInfo(path);
+        ASSERT_TRUE(info) << path;
+        EXPECT_EQ(info->capacity, volume.f_blocks * volume.f_frsize) << path;
+    }
+}
+
+TEST_F(LocalFileSystemTest, RoomIsThatOfTheVolumeOfTheNearestAncestor)
+{
+    const OtherVolume other;
+    if (!other.isOtherThan(directory_.path())) {
+        GTEST_SKIP() << "there is no other volume";
+    }
+    struct statvfs volume = {};
+    ASSERT_EQ(::statvfs(other.file("").c_str(), &volume), 0);
+    const std::uint64_t capacity = volume.f_blocks * volume.f_frsize;
+    fs::create_symlink(other.file(""), file("link"));
+
+    EXPECT_EQ(system_.fileStorageInfo(other.file("missing/below/it"))->capacity, capacity);
+    EXPECT_EQ(system_.fileStorageInfo(file("link/missing"))->capacity, capacity)
+        << "a link on the way is followed";
+    EXPECT_EQ(system_.fileStorageInfo(file("link"))->capacity,
+              system_.fileStorageInfo(directory_.path().string())->capacity)
+        << "a link itself stands where it stands";
+}
+
+TEST_F(LocalFileSystemTest, OpenFilesAreNotInheritedByPrograms)
+{
+    const auto path = write("file");
+    const auto opened = system_.fileOpen(path, OpenFlag::Read);
+    ASSERT_NE(opened, nullptr);
+    const auto descriptor = descriptorOf(path);
+    ASSERT_TRUE(descriptor);
+    EXPECT_NE(::fcntl(*descriptor, F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(LocalFileSystemTest, ClosesWhatItOpened)
+{
+    const auto path = write("file");
+    const auto before = openDescriptors();
+    {
+        const auto opened = system_.fileOpen(path, OpenFlag::Read);
+        EXPECT_EQ(openDescriptors(), before + 1);
+        static_cast<void>(system_.directoryFileInfoList(directory_.path().string()));
+        EXPECT_EQ(openDescriptors(), before + 1);
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(LocalFileSystemTest, OpensRegularFilesOnly)
+{
+    const auto before = openDescriptors();
+    const auto pipe = file("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    fs::create_symlink("pipe", file("link"));
+    for (const std::string& path : {pipe, file("link"), makeSocket("socket"),
+                                    directory_.path().string(), std::string("/dev/null")}) {
+        EXPECT_EQ(system_.fileOpen(path, OpenFlag::Read), nullptr) << path;
+        EXPECT_EQ(system_.fileOpen(path, OpenFlag::Read | OpenFlag::Write), nullptr) << path;
+        EXPECT_EQ(system_.fileOpen(path, OpenFlag::Write | OpenFlag::Create), nullptr) << path;
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(LocalFileSystemTest, SocketsAndDevicesHaveNoKind)
+{
+    EXPECT_EQ(system_.fileType(makeSocket("socket")), Types());
+    EXPECT_EQ(system_.fileType("/dev/null"), Types());
+    EXPECT_TRUE(system_.fileExists("/dev/null", false));
+    const auto entries = system_.directoryList(directory_.path().string());
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_TRUE(entries[0].type.isEmpty());
+}
+
+TEST_F(LocalFileSystemTest, ListsADirectoryThatMayBeReadButNotEntered)
+{
+    const UnprivilegedUser user;
+    if (!user.permissionsApply()) {
+        GTEST_SKIP() << "permissions do not apply to the superuser";
+    }
+    const TemporaryDirectory own;
+    own.makeDirectory("locked/sub");
+    own.write("locked/file", "12345");
+    ASSERT_EQ(::chmod(own.file("locked").c_str(), 0400), 0);
+    const auto infos = system_.directoryFileInfoList(own.file("locked"), "file");
+    const auto entries = system_.directoryList(own.file("locked"), "sub");
+    ASSERT_EQ(infos.size(), 1U);
+    EXPECT_EQ(infos[0].name, "file");
+    EXPECT_EQ(infos[0].type, Types(StorageSystemFileTypeFlag::Regular));
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].type, Types(StorageSystemFileTypeFlag::Directory));
+    EXPECT_FALSE(system_.fileCopyAs(own.file("locked"), system_, own.file("copy"), {},
+                                    StorageSystemCopyOptionFlag::Recursive));
+}
+
+TEST_F(LocalFileSystemTest, FailedWriteIsNoSuccessAndNoShortOneEither)
+{
+    const auto opened = system_.fileCreateAs(file("file"), true, false);
+    ASSERT_NE(opened, nullptr);
+    const std::string bytes(100'000, 'x');
+    const FileSizeLimit limit(65'536);
+    EXPECT_EQ(opened->write(bytes.data(), bytes.size()), 0U);
+    EXPECT_FALSE(opened->writeFully(bytes.data(), bytes.size()));
+    EXPECT_FALSE(opened->error());
+}
+
+TEST_F(LocalFileSystemTest, CopyWithoutRoomLeavesNothing)
+{
+    const auto source = write("file", std::string(100'000, 'x'));
+    const FileSizeLimit limit(65'536);
+    EXPECT_FALSE(system_.fileCopyAs(source, system_, file("copy")));
+    EXPECT_THAT(names(), testing::ElementsAre("file"));
+}
+
+TEST_F(LocalFileSystemTest, PositionsEndWhereTheSystemsDo)
+{
+    const auto opened = system_.fileOpen(write("file", "0123"), OpenFlag::Read);
+    ASSERT_NE(opened, nullptr);
+    EXPECT_TRUE(opened->seek(2));
+    for (const std::uint64_t offset : {1ULL << 63U, (1ULL << 63U) + 1, ~0ULL}) {
+        EXPECT_FALSE(opened->seek(offset)) << offset;
+        EXPECT_EQ(opened->tell(), 2U);
+    }
+}
+
+TEST_F(LocalFileSystemTest, FileThatGrowsGoesOnAfterItsEnd)
+{
+    const auto path = write("log", "one");
+    const auto reader = system_.fileOpen(path, OpenFlag::Read);
+    const auto writer = system_.fileOpen(path, OpenFlag::Append);
+    ASSERT_TRUE(reader != nullptr && writer != nullptr);
+    std::array<char, 10> buffer = {};
+    EXPECT_EQ(reader->read(buffer.data(), buffer.size()), 3U);
+    EXPECT_TRUE(reader->eof());
+    EXPECT_EQ(writer->write("two", 3), 3U);
+    EXPECT_EQ(reader->read(buffer.data(), 3), 3U);
+    EXPECT_FALSE(reader->eof());
+    EXPECT_EQ(std::string(buffer.data(), 3), "two");
+}
+
+TEST_F(LocalFileSystemTest, TimeIsKeptOrRefusedAndNeverBent)
+{
+    const auto path = write("file");
+    for (const StorageSystemTimePoint time :
+         {moment(13'569'465'600), moment(16'725'225'600), moment(-2'208'988'800),
+          moment(-12'219'292'800, 1), StorageSystemTimePoint::max(),
+          StorageSystemTimePoint::min()}) {
+        ASSERT_TRUE(system_.fileSetModTime(path, moment(1'000'000'000, 5)));
+        const bool kept = system_.fileSetModTime(path, time);
+        EXPECT_EQ(system_.fileGetModTime(path), kept ? time : moment(1'000'000'000, 5))
+            << time.time_since_epoch().count();
+    }
+}
+
+TEST_F(LocalFileSystemTest, TimeBeyondTheTicksIsTheLastTick)
+{
+    const OtherVolume other; // In memory: it keeps any number of seconds.
+    if (!other.isOtherThan(directory_.path())) {
+        GTEST_SKIP() << "there is no other volume";
+    }
+    std::ofstream(other.file("file")).put('x');
+    constexpr std::int64_t farSeconds = 1LL << 40U;
+    for (const std::int64_t seconds : {farSeconds, -farSeconds}) {
+        std::array<timespec, 2> times = {};
+        times[1].tv_sec = seconds;
+        ASSERT_EQ(::utimensat(AT_FDCWD, other.file("file").c_str(), times.data(), 0), 0);
+        struct stat attributes = {};
+        ASSERT_EQ(::stat(other.file("file").c_str(), &attributes), 0);
+        if (attributes.st_mtim.tv_sec != seconds) {
+            GTEST_SKIP() << "this volume keeps no such times";
+        }
+        EXPECT_EQ(system_.fileGetModTime(other.file("file")),
+                  seconds > 0 ? StorageSystemTimePoint::max() : StorageSystemTimePoint::min());
+    }
+}
+
+TEST_F(LocalFileSystemTest, PermissionsAreNineBits)
+{
+    const auto path = write("file");
+    EXPECT_TRUE(system_.fileSetPermissions(path, Permissions(0xFFFFFE00U | 0640U)));
+    struct stat attributes = {};
+    ASSERT_EQ(::stat(path.c_str(), &attributes), 0);
+    EXPECT_EQ(attributes.st_mode & 07777U, 0640U);
+    EXPECT_NE(system_.fileCreateAs(file("new"), true, false, Permissions(07600U)), nullptr);
+    ASSERT_EQ(::stat(file("new").c_str(), &attributes), 0);
+    EXPECT_EQ(attributes.st_mode & 07777U, 0600U);
+}
+
+TEST_F(LocalFileSystemTest, LinkThatCannotBeMadeLeavesWhatStands)
+{
+    const auto path = write("file", "stays");
+    const auto below = directory_.makeDirectory("sub/below");
+    EXPECT_FALSE(system_.fileSymbolicLinkCreateAs("", path, false));
+    EXPECT_FALSE(system_.directorySymbolicLinkCreateAs("", file("sub"), false));
+    EXPECT_FALSE(system_.fileSymbolicLinkCreateAs("target", file("sub/."), false));
+    EXPECT_FALSE(system_.fileSymbolicLinkCreateAs("target", file("sub/below/.."), false));
+    EXPECT_TRUE(fs::is_directory(below));
+    EXPECT_EQ(readFile(path), "stays");
+}
+
+TEST_F(LocalFileSystemTest, ReadsLinksOfAnyLength)
+{
+    const std::string target(4095, 't');
+    ASSERT_EQ(::symlink(target.c_str(), file("link").c_str()), 0);
+    EXPECT_EQ(system_.fileSymbolicLinkTarget(file("link")), target);
+    for (const std::size_t length : {255U, 256U, 257U, 512U}) {
+        const auto path = file(std::to_string(length));
+        ASSERT_EQ(::symlink(target.substr(0, length).c_str(), path.c_str()), 0);
+        EXPECT_EQ(system_.fileSymbolicLinkTarget(path), target.substr(0, length));
+    }
+    EXPECT_TRUE(system_.fileSymbolicLinkTarget("/proc/self/exe"))
+        << "its size is told as 0, and it has a target all the same";
+}
+
+TEST_F(LocalFileSystemTest, AnotherNameOfTheSameFileIsSomethingThatStands)
+{
+    const auto path = write("file", "stays");
+    fs::create_hard_link(path, file("other"));
+    EXPECT_FALSE(system_.fileRenameAs(path, file("other")));
+    EXPECT_THAT(names(), testing::ElementsAre("file", "other"));
+}
+
+TEST_F(LocalFileSystemTest, MovesAFileToAnotherVolume)
+{
+    const OtherVolume other;
+    if (!other.isOtherThan(directory_.path())) {
+        GTEST_SKIP() << "there is no other volume";
+    }
+    const auto path = write("file", "moved");
+    ASSERT_TRUE(system_.fileSetPermissions(path, Permissions(0640U)));
+    ASSERT_TRUE(system_.fileSetModTime(path, moment(1'000'000'000, 1'234'567)));
+    EXPECT_FALSE(system_.fileRenameAs(path, other.file("file")));
+    EXPECT_TRUE(system_.fileMoveAs(path, other.file("file")));
+    EXPECT_TRUE(names().empty());
+    EXPECT_EQ(readFile(other.file("file")), "moved");
+    EXPECT_EQ(system_.fileGetPermissions(other.file("file")), Permissions(0640U));
+    EXPECT_EQ(system_.fileGetModTime(other.file("file")), moment(1'000'000'000, 1'234'567));
+}
+
+TEST_F(LocalFileSystemTest, MovesATreeToAnotherVolume)
+{
+    const OtherVolume other;
+    if (!other.isOtherThan(directory_.path())) {
+        GTEST_SKIP() << "there is no other volume";
+    }
+    directory_.makeDirectory("tree/sub");
+    write("tree/sub/file", "moved");
+    fs::create_symlink("sub", file("tree/link"));
+    EXPECT_FALSE(system_.directoryRenameAs(file("tree"), other.file("tree")));
+    EXPECT_TRUE(system_.directoryMoveAs(file("tree"), other.file("tree")));
+    EXPECT_TRUE(names().empty());
+    EXPECT_EQ(readFile(other.file("tree/sub/file")), "moved");
+    EXPECT_EQ(system_.fileSymbolicLinkTarget(other.file("tree/link")), "sub");
+}
+
+TEST_F(LocalFileSystemTest, NeverReplacesOnAnotherVolume)
+{
+    const OtherVolume other;
+    if (!other.isOtherThan(directory_.path())) {
+        GTEST_SKIP() << "there is no other volume";
+    }
+    const auto path = write("file", "stays");
+    std::ofstream(other.file("file")) << "stays too";
+    EXPECT_FALSE(system_.fileMoveAs(path, other.file("file")));
+    EXPECT_EQ(readFile(path), "stays");
+    EXPECT_EQ(readFile(other.file("file")), "stays too");
+}
+
+} // namespace
+
+} // namespace TarnisTest

@@ -1,0 +1,220 @@
+#pragma once
+
+#include <FileSystem/FileSystem2.h>
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace TarnisTest {
+
+/// What stands at one path of a MemoryFileSystem.
+struct MemoryNode
+{
+    enum class Kind
+    {
+        File,
+        Directory,
+        Link,
+        Pipe,
+    };
+
+    Kind kind = Kind::File;
+    std::string bytes; ///< Of a file its content, of a link where it leads.
+    Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions;
+    FileSystem::StorageSystemTimePoint modTime;
+};
+
+/// How a MemoryFileSystem and its files misbehave. As it is here they do not.
+struct MemoryBehaviour
+{
+    bool isValid = true;
+    /// Directories need not be searchable, nor files and directories readable.
+    bool isSuperuser = false;
+    /// Renaming onto something replaces it. Otherwise it fails.
+    bool renamingReplaces = false;
+    bool refusesTimes = false;
+    bool refusesPermissions = false;
+    bool refusesLinks = false;
+    /// Links are made, but do not read back as they were meant.
+    bool rewritesLinks = false;
+    /// Listings give no types.
+    bool listsWithoutTypes = false;
+    /// Reads and writes claim one byte more than they were asked for.
+    bool overcounts = false;
+    /// The end of a file is told with its last byte and not by a read behind it.
+    bool endsEarly = false;
+    /// Files offer a bulk transfer.
+    bool hasBulkTransfer = false;
+    bool bulkStartFails = false;
+    bool bulkFinishFails = false;
+    /// A bulk transfer says Complete whatever it read.
+    bool bulkReadsClaimComplete = false;
+
+    std::uint64_t longestRead = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t longestWrite = std::numeric_limits<std::uint64_t>::max();
+    /// Position in a file from which on reading, or writing, fails.
+    std::uint64_t unreadableFrom = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t unwritableFrom = std::numeric_limits<std::uint64_t>::max();
+    /// Closing a file drops what lies beyond this length.
+    std::uint64_t keptOnClosing = std::numeric_limits<std::uint64_t>::max();
+
+    std::set<std::string> refusesToRemove;
+    /// Renames that are refused, by their two paths.
+    std::function<bool(const std::string&, const std::string&)> refusesRename;
+    /// Entries that listings of a directory name besides its own, with a type.
+    std::map<std::string,
+             std::vector<
+                 std::pair<std::string, Utilities::Flags<FileSystem::StorageSystemFileTypeFlag>>>>
+        inventedEntries;
+    /// Types that listings give for a path, instead of its own.
+    std::map<std::string, Utilities::Flags<FileSystem::StorageSystemFileTypeFlag>> listedTypes;
+    /// Called before every operation with its name and path; may throw.
+    std::function<void(const std::string&, const std::string&)> onCall;
+};
+
+/// A tree in memory that implements what FileSystem2 leaves abstract, and nothing else. Keeps to
+/// the owner's permissions, follows links on the way to the last component, and stamps times as
+/// POSIX systems do. A relative path starts at the root.
+class MemoryFileSystem : public FileSystem::FileSystem2
+{
+public:
+    using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+    using Time = FileSystem::StorageSystemTimePoint;
+    using Nodes = std::map<std::string, std::shared_ptr<MemoryNode>>;
+
+    MemoryFileSystem();
+    ~MemoryFileSystem() override;
+
+    // Building a tree, without asking for permissions; directories on the way are made.
+
+    void addDirectory(const std::string& path, unsigned permissions = 0755);
+    void addFile(const std::string& path, const std::string& bytes, unsigned permissions = 0644);
+    void addLink(const std::string& path, const std::string& target);
+    void addPipe(const std::string& path);
+    void setModTime(const std::string& path, Time time);
+
+    // Looking at it. Paths of these follow no link.
+
+    /// Every path but the root's, in order of bytes.
+    std::vector<std::string> paths() const;
+
+    bool has(const std::string& path) const { return nodes_.count(path) != 0; }
+
+    const MemoryNode& at(const std::string& path) const { return *nodes_.at(path); }
+
+    const std::string& bytesOf(const std::string& path) const { return at(path).bytes; }
+
+    /// What the operations were, "name path" each; for operations with two paths the first.
+    std::vector<std::string>& calls() const { return calls_; }
+
+    std::size_t openFiles() const { return *openFiles_; }
+
+    MemoryBehaviour behaviour;
+    std::string host;
+
+    // For its files.
+
+    Time now() const;
+    void note(const std::string& operation, const std::string& path) const;
+
+protected:
+    std::string do_hostName() const override;
+    FileSystem::StorageSystemType do_getType() const override;
+    bool do_isValid() const override;
+    std::unique_ptr<FileSystem::StorageSystemFile>
+    do_fileOpen(const std::string& path,
+                Utilities::Flags<FileSystem::StorageSystemFileOpenModeFlag> mode,
+                Permissions permissions) const override;
+    std::optional<FileSystem::StorageSystemFileInfo>
+    do_fileInfo(const std::string& path) const override;
+    std::optional<FileSystem::StorageSystemStorageInfo>
+    do_fileStorageInfo(const std::string& path) const override;
+    bool do_fileRemove(const std::string& path) const override;
+    bool do_fileSetPermissions(const std::string& path,
+                               const Permissions& permissions) const override;
+    bool do_fileSetModTime(const std::string& path, Time time) const override;
+    std::optional<std::string> do_fileSymbolicLinkTarget(const std::string& path) const override;
+    bool do_fileSymbolicLinkRemove(const std::string& path) const override;
+    std::vector<FileSystem::StorageSystemDirectoryInfo>
+    do_directoryList(const std::string& path, const std::string& filter,
+                     FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::vector<FileSystem::StorageSystemFileInfo>
+    do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                             FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::vector<std::string>
+    do_directoryListFileNames(const std::string& path, const std::string& filter,
+                              FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::optional<std::string>
+    do_directorySymbolicLinkTarget(const std::string& path) const override;
+    bool do_directorySymbolicLinkRemove(const std::string& path) const override;
+    bool do_fileRenameAs(const std::string& path, const std::string& newPath) const override;
+    bool do_fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                     bool failIfLinkExists) const override;
+    bool do_directoryCreateAs(const std::string& path, bool exclusive,
+                              Permissions permissions) const override;
+    using FileSystem2::do_directoryRemove;
+    bool do_directoryRemove(const std::string& path) const override;
+    bool do_directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
+                                          bool failIfLinkExists) const override;
+
+private:
+    void add(const std::string& path, MemoryNode node);
+    std::shared_ptr<MemoryNode> find(const std::string& key) const;
+    std::optional<std::string> resolve(const std::string& path, bool followLast,
+                                       int links = 0) const;
+    std::shared_ptr<MemoryNode> existing(const std::string& path, bool followLast) const;
+    bool may(FileSystem::PosixFilePermissionFlag permission, const MemoryNode& node) const;
+    bool mayChangeEntriesOf(const std::string& directory) const;
+    bool insert(const std::string& key, const std::shared_ptr<MemoryNode>& node) const;
+    bool erase(const std::string& key) const;
+    std::vector<std::string> childNames(const std::string& directory) const;
+    bool makeLink(const std::string& target, const std::string& linkPath,
+                  bool linkIsProtected) const;
+    std::vector<FileSystem::StorageSystemFileInfo>
+    list(const std::string& path, const std::string& filter,
+         FileSystem::StorageSystemDirectoryFilterType type) const;
+    FileSystem::StorageSystemFileInfo describe(const std::string& path,
+                                               const MemoryNode& node) const;
+
+    // The operations are const because the tree is elsewhere, as a rule.
+    mutable Nodes nodes_;
+    mutable std::vector<std::string> calls_;
+    mutable std::int64_t clock_ = 0;
+    std::shared_ptr<std::size_t> openFiles_ = std::make_shared<std::size_t>(0);
+};
+
+/// One that says it has no symbolic links.
+class MemoryFileSystemWithoutLinks : public MemoryFileSystem
+{
+protected:
+    bool do_hasSymbolicLinks() const override { return false; }
+};
+
+/// One where every path is a directory that holds one more, "d".
+class EndlessFileSystem : public MemoryFileSystem
+{
+protected:
+    std::optional<FileSystem::StorageSystemFileInfo>
+    do_fileInfo(const std::string& path) const override;
+    std::vector<FileSystem::StorageSystemDirectoryInfo>
+    do_directoryList(const std::string& path, const std::string& filter,
+                     FileSystem::StorageSystemDirectoryFilterType type) const override;
+    std::vector<FileSystem::StorageSystemFileInfo>
+    do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                             FileSystem::StorageSystemDirectoryFilterType type) const override;
+};
+
+/// The moment that is `ticks` of 100 ns after 1970.
+constexpr FileSystem::StorageSystemTimePoint timeAt(std::int64_t ticks)
+{
+    return FileSystem::StorageSystemTimePoint(FileSystem::StorageSystemTimePoint::duration(ticks));
+}
+
+} // namespace TarnisTest

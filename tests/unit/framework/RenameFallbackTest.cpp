@@ -1,0 +1,152 @@
+#include "support/TemporaryDirectory.h"
+
+#include <FileSystem/LocalFileSystem.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// What the system answers here, in place of the real one.
+int renameError = EINVAL;
+int linkError = 0;
+int renames = 0;
+
+} // namespace
+
+// Defined here, these come before libc's: a file system that cannot refuse to replace, and on
+// demand one without hard links.
+extern "C" [[gnu::visibility("default")]] int renameat2(int /*from*/, const char* /*path*/,
+                                                        int /*to*/, const char* /*newPath*/,
+                                                        unsigned int /*flags*/) noexcept
+{
+    ++renames;
+    errno = renameError;
+    return -1;
+}
+
+extern "C" [[gnu::visibility("default")]] int link(const char* path, const char* newPath) noexcept
+{
+    if (linkError != 0) {
+        errno = linkError;
+        return -1;
+    }
+    return ::linkat(AT_FDCWD, path, AT_FDCWD, newPath, 0);
+}
+
+namespace TarnisTest {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class RenameFallback : public testing::TestWithParam<int>
+{
+protected:
+    void SetUp() override
+    {
+        renameError = EINVAL;
+        linkError = GetParam();
+        renames = 0;
+    }
+
+    void TearDown() override { EXPECT_GT(renames, 0) << "the test has bypassed the fallback"; }
+
+    std::string file(std::string_view name) const { return directory_.file(name); }
+
+    std::vector<std::string> names() const
+    {
+        return system_.directoryListFileNames(directory_.path().string());
+    }
+
+    bool rename(std::string_view name, std::string_view newName) const
+    {
+        return system_.fileRenameAs(file(name), file(newName));
+    }
+
+    const TemporaryDirectory directory_;
+    const FileSystem::LocalFileSystem system_;
+};
+
+TEST_P(RenameFallback, RenamesAFile)
+{
+    directory_.write("file", "moved");
+    EXPECT_TRUE(rename("file", "new"));
+    EXPECT_EQ(readFile(file("new")), "moved");
+    EXPECT_THAT(names(), testing::ElementsAre("new"));
+}
+
+TEST_P(RenameFallback, RenamesALinkItself)
+{
+    directory_.write("file", "stays");
+    fs::create_symlink("file", file("link"));
+    EXPECT_TRUE(rename("link", "new"));
+    EXPECT_EQ(fs::read_symlink(file("new")), "file");
+    EXPECT_THAT(names(), testing::ElementsAre("file", "new"));
+}
+
+TEST_P(RenameFallback, RenamesADirectory)
+{
+    directory_.makeDirectory("tree/sub");
+    EXPECT_TRUE(rename("tree", "new"));
+    EXPECT_TRUE(fs::is_directory(file("new/sub")));
+    EXPECT_THAT(names(), testing::ElementsAre("new"));
+}
+
+TEST_P(RenameFallback, NeverReplaces)
+{
+    directory_.write("file", "stays");
+    directory_.write("other", "stays too");
+    directory_.makeDirectory("tree");
+    directory_.makeDirectory("empty");
+    fs::create_symlink("nowhere", file("dangling"));
+    EXPECT_FALSE(rename("file", "other"));
+    EXPECT_FALSE(rename("file", "empty"));
+    EXPECT_FALSE(rename("file", "dangling"));
+    EXPECT_FALSE(rename("tree", "empty"));
+    EXPECT_FALSE(rename("tree", "file"));
+    EXPECT_FALSE(rename("file", "file"));
+    EXPECT_THAT(names(), testing::ElementsAre("dangling", "empty", "file", "other", "tree"));
+    EXPECT_EQ(readFile(file("file")), "stays");
+    EXPECT_EQ(readFile(file("other")), "stays too");
+}
+
+TEST_P(RenameFallback, FailsAsRenamingDoes)
+{
+    directory_.write("file", "stays");
+    directory_.makeDirectory("tree");
+    EXPECT_FALSE(rename("missing", "new"));
+    EXPECT_FALSE(rename("file", "missing/new"));
+    EXPECT_FALSE(rename("file", "file/new"));
+    EXPECT_FALSE(rename("tree", "tree/new"));
+    EXPECT_THAT(names(), testing::ElementsAre("file", "tree"));
+}
+
+TEST_P(RenameFallback, IsForUnknownFlagsAlone)
+{
+    directory_.write("file", "stays");
+    for (const int error : {EEXIST, EACCES, EXDEV, ENOENT, EROFS}) {
+        renameError = error;
+        EXPECT_FALSE(rename("file", "new")) << error;
+    }
+    renameError = ENOSYS;
+    EXPECT_TRUE(rename("file", "new"));
+}
+
+INSTANTIATE_TEST_SUITE_P(HardLinks, RenameFallback, testing::Values(0, EPERM),
+                         [](const auto& hardLinks) {
+                             return hardLinks.param == 0 ? "Known" : "Unknown";
+                         });
+
+} // namespace
+
+} // namespace TarnisTest

@@ -1,0 +1,471 @@
+#include "framework/MemoryFileSystem.h"
+
+#include <FileSystem/FileSystem2File.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+using FileSystem::StorageSystemFile;
+using FileSystem::StorageSystemReadResult;
+using TarnisTest::MemoryFileSystem;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Pair;
+using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+using Status = StorageSystemReadResult::Status;
+
+namespace {
+
+using Reports = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+
+/// Bytes of which no stretch looks like another.
+std::string variedBytes(std::size_t size)
+{
+    std::string bytes;
+    bytes.reserve(size + 16);
+    while (bytes.size() < size) {
+        bytes += std::to_string(bytes.size()) + ",";
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+class OpenFile : public testing::Test
+{
+protected:
+    std::unique_ptr<StorageSystemFile> open(const std::string& path)
+    {
+        auto file = system.fileOpen(path, Mode::Read | Mode::Write | Mode::Create);
+        EXPECT_NE(file, nullptr);
+        system.calls().clear();
+        return file;
+    }
+
+    std::unique_ptr<StorageSystemFile> openWith(const std::string& bytes)
+    {
+        system.addFile("/file", bytes);
+        return open("/file");
+    }
+
+    /// Collects what a copy reports, and stops it after `stopAfter` reports.
+    FileSystem::StorageSystemProgress collectReports(std::size_t stopAfter = 1'000)
+    {
+        return [this, stopAfter](std::uint64_t done, std::uint64_t total) {
+            reports.emplace_back(done, total);
+            return reports.size() < stopAfter;
+        };
+    }
+
+    MemoryFileSystem system;
+    Reports reports;
+};
+
+} // namespace
+
+TEST_F(OpenFile, KnowsItsPathAndItsFileSystem)
+{
+    system.addFile("/a/b.txt", "text");
+    const auto file = open("/a/b.txt");
+    EXPECT_TRUE(file->isValid());
+    EXPECT_FALSE(file->error());
+    EXPECT_EQ(file->fileId(), "/a/b.txt");
+    EXPECT_EQ(file->name(), "b.txt");
+    EXPECT_EQ(file->parentDirectoryId(), "/a");
+    EXPECT_TRUE(file->mode().has(Mode::Create));
+    EXPECT_EQ(&file->storageSystem(), &system);
+    EXPECT_EQ(&dynamic_cast<FileSystem::FileSystem2File&>(*file).fileSystem(), &system);
+}
+
+TEST_F(OpenFile, TellsWhatItsPathHasNow)
+{
+    system.addFile("/file", "12345", 0640);
+    const auto file = open("/file");
+    EXPECT_EQ(file->size(), 5U);
+    EXPECT_EQ(file->permissions().raw(), 0640U);
+    const auto info = file->fileInfo();
+    EXPECT_EQ(info.fileId, "/file");
+    EXPECT_EQ(info.name, "file");
+    EXPECT_EQ(info.parentDirectoryId, "/");
+    EXPECT_TRUE(isRegularFile(info.type));
+    EXPECT_EQ(info.modTime, system.at("/file").modTime);
+}
+
+TEST_F(OpenFile, OpenedThroughALinkTellsAboutWhatTheLinkLeadsTo)
+{
+    system.addFile("/real", "1234567", 0600);
+    system.addLink("/link", "real");
+    const auto file = open("/link");
+    EXPECT_EQ(file->size(), 7U);
+    EXPECT_EQ(file->permissions().raw(), 0600U);
+    EXPECT_EQ(file->fileInfo().fileId, "/link");
+    EXPECT_TRUE(isRegularFile(file->fileInfo().type));
+}
+
+TEST_F(OpenFile, WhosePathIsGoneTellsThePathAlone)
+{
+    const auto file = openWith("bytes");
+    ASSERT_TRUE(system.fileRemove("/file"));
+    EXPECT_EQ(file->size(), 0U);
+    EXPECT_TRUE(file->permissions().isEmpty());
+    const auto info = file->fileInfo();
+    EXPECT_EQ(info.fileId, "/file");
+    EXPECT_EQ(info.name, "file");
+    EXPECT_TRUE(info.type.isEmpty());
+}
+
+TEST_F(OpenFile, ReadAndWriteArePassedOnAsTheyAre)
+{
+    const auto file = openWith(std::string(600'000, 'x'));
+    std::string buffer(600'000, '\0');
+    EXPECT_EQ(file->read(buffer.data(), buffer.size()), buffer.size());
+    EXPECT_EQ(file->write(buffer.data(), buffer.size()), buffer.size());
+    EXPECT_THAT(system.calls(), ElementsAre("read 600000 /file", "write 600000 /file"));
+    EXPECT_EQ(file->tell(), 1'200'000U);
+}
+
+TEST_F(OpenFile, ReadFullyFillsTheBufferHoweverLittleEachReadBrings)
+{
+    const auto bytes = variedBytes(10'000);
+    const auto file = openWith(bytes);
+    system.behaviour.longestRead = 7;
+    std::string buffer(9'999, '\0');
+    const auto result = file->readFully(buffer.data(), buffer.size());
+    EXPECT_EQ(result.status, Status::Complete);
+    EXPECT_EQ(result.count, buffer.size());
+    EXPECT_EQ(buffer, bytes.substr(0, 9'999));
+    EXPECT_EQ(file->tell(), 9'999U);
+}
+
+TEST_F(OpenFile, ReadFullyAsksForNoMoreThanEveryServerGives)
+{
+    const auto bytes = variedBytes(600'000);
+    const auto file = openWith(bytes);
+    std::string buffer(bytes.size(), '\0');
+    EXPECT_EQ(file->readFully(buffer.data(), buffer.size()).status, Status::Complete);
+    EXPECT_EQ(buffer, bytes);
+    EXPECT_THAT(system.calls(),
+                ElementsAre("read 261120 /file", "read 261120 /file", "read 77760 /file"));
+}
+
+TEST_F(OpenFile, ReadFullyTellsTheEndOfTheFile)
+{
+    const auto file = openWith("12345");
+    std::string buffer(10, 'x');
+    const auto result = file->readFully(buffer.data(), buffer.size());
+    EXPECT_EQ(result.status, Status::EndOfFile);
+    EXPECT_EQ(result.count, 5U);
+    EXPECT_EQ(buffer, "12345xxxxx");
+    EXPECT_EQ(file->readFully(buffer.data(), 1).status, Status::EndOfFile);
+}
+
+TEST_F(OpenFile, ReadFullyOfExactlyTheRestIsComplete)
+{
+    const auto file = openWith("12345");
+    std::string buffer(5, '\0');
+    const auto result = file->readFully(buffer.data(), buffer.size());
+    EXPECT_EQ(result.status, Status::Complete);
+    EXPECT_EQ(result.count, 5U);
+    EXPECT_FALSE(file->eof());
+}
+
+TEST_F(OpenFile, ReadFullyIsCompleteThoughTheEndIsToldWithTheLastByte)
+{
+    const auto file = openWith("12345");
+    system.behaviour.endsEarly = true;
+    std::string buffer(6, '\0');
+    EXPECT_EQ(file->readFully(buffer.data(), 5).status, Status::Complete);
+    ASSERT_TRUE(file->seek(0));
+    system.calls().clear();
+    const auto result = file->readFully(buffer.data(), 6);
+    EXPECT_EQ(result.status, Status::EndOfFile);
+    EXPECT_EQ(result.count, 5U);
+    EXPECT_THAT(system.calls(), ElementsAre("read 6 /file"));
+}
+
+TEST_F(OpenFile, ReadFullyTellsAFailureFromTheEnd)
+{
+    const auto file = openWith("1234567890");
+    system.behaviour.unreadableFrom = 4;
+    std::string buffer(10, 'x');
+    const auto result = file->readFully(buffer.data(), buffer.size());
+    EXPECT_EQ(result.status, Status::Error);
+    EXPECT_EQ(result.count, 4U);
+    EXPECT_EQ(buffer.substr(0, 4), "1234");
+}
+
+TEST_F(OpenFile, ReadFullyOfNothingAsksNobody)
+{
+    const auto file = openWith("12345");
+    const auto result = file->readFully(nullptr, 0);
+    EXPECT_EQ(result.status, Status::Complete);
+    EXPECT_EQ(result.count, 0U);
+    EXPECT_THAT(system.calls(), IsEmpty());
+}
+
+TEST_F(OpenFile, ReadFullyDistrustsACountThatIsTooLarge)
+{
+    const auto file = openWith("12345");
+    system.behaviour.overcounts = true;
+    char byte = 0;
+    const auto result = file->readFully(&byte, 1);
+    EXPECT_EQ(result.status, Status::Error);
+    EXPECT_EQ(result.count, 0U);
+}
+
+TEST_F(OpenFile, WriteFullyGoesOnAfterShortWrites)
+{
+    const auto bytes = variedBytes(10'000);
+    const auto file = openWith("");
+    system.behaviour.longestWrite = 13;
+    EXPECT_TRUE(file->writeFully(bytes.data(), bytes.size()));
+    EXPECT_EQ(system.bytesOf("/file"), bytes);
+}
+
+TEST_F(OpenFile, WriteFullyWritesNoMoreAtOnceThanEveryServerTakes)
+{
+    const auto bytes = variedBytes(600'000);
+    const auto file = openWith("");
+    EXPECT_TRUE(file->writeFully(bytes.data(), bytes.size()));
+    EXPECT_EQ(system.bytesOf("/file"), bytes);
+    EXPECT_THAT(system.calls(),
+                ElementsAre("write 256000 /file", "write 256000 /file", "write 88000 /file"));
+}
+
+TEST_F(OpenFile, WriteFullyFailsWhenAWriteDoes)
+{
+    const auto file = openWith("");
+    system.behaviour.unwritableFrom = 4;
+    EXPECT_FALSE(file->writeFully("1234567890", 10));
+    EXPECT_TRUE(file->writeFully(nullptr, 0));
+    system.behaviour.overcounts = true;
+    EXPECT_FALSE(file->writeFully("1", 1));
+}
+
+TEST_F(OpenFile, CopyMovesAllBytesFromTheStartToTheTargetsPosition)
+{
+    const auto bytes = variedBytes(100'000);
+    const auto source = openWith(bytes);
+    const auto target = open("/target");
+    ASSERT_TRUE(source->seek(500));
+    ASSERT_TRUE(target->writeFully("head:", 5));
+    system.behaviour.longestRead = 999;
+    system.behaviour.longestWrite = 777;
+    EXPECT_TRUE(source->copy(*target));
+    EXPECT_EQ(system.bytesOf("/target"), "head:" + bytes);
+    EXPECT_EQ(target->tell(), 100'005U);
+}
+
+TEST_F(OpenFile, CopyReportsTheStartEveryStepAndTheEnd)
+{
+    const auto source = openWith(std::string(25, 'x'));
+    const auto target = open("/target");
+    EXPECT_TRUE(source->copy(*target, collectReports(), 10));
+    EXPECT_THAT(reports,
+                ElementsAre(Pair(0, 25), Pair(10, 25), Pair(20, 25), Pair(25, 25), Pair(25, 25)));
+}
+
+TEST_F(OpenFile, CopyOfAnEmptyFileReportsStartAndEnd)
+{
+    const auto source = openWith("");
+    const auto target = open("/target");
+    EXPECT_TRUE(source->copy(*target, collectReports()));
+    EXPECT_THAT(reports, ElementsAre(Pair(0, 0), Pair(0, 0)));
+}
+
+TEST_F(OpenFile, CopyStopsAtAnyReportThatSaysSo)
+{
+    for (std::size_t stop = 1; stop <= 5; ++stop) {
+        const auto source = openWith(std::string(25, 'x'));
+        const auto target = open("/target");
+        reports.clear();
+        EXPECT_FALSE(source->copy(*target, collectReports(stop), 10)) << stop;
+        EXPECT_EQ(reports.size(), stop);
+    }
+}
+
+TEST_F(OpenFile, CopyPassesOnWhatTheProgressThrowsAndCanBeCalledAgain)
+{
+    const auto source = openWith("bytes");
+    const auto target = open("/target");
+    const auto throws = [](std::uint64_t, std::uint64_t) -> bool {
+        throw std::logic_error("enough");
+    };
+    EXPECT_THROW(source->copy(*target, throws), std::logic_error);
+    EXPECT_TRUE(source->copy(*target));
+    EXPECT_EQ(system.bytesOf("/target"), "bytes");
+}
+
+TEST_F(OpenFile, CopyFailsWhenAReadOrAWriteDoes)
+{
+    const auto source = openWith(std::string(100, 'x'));
+    const auto target = open("/target");
+    system.behaviour.unreadableFrom = 50;
+    EXPECT_FALSE(source->copy(*target));
+    system.behaviour.unreadableFrom = 1'000;
+    system.behaviour.unwritableFrom = 50;
+    EXPECT_FALSE(source->copy(*target));
+}
+
+TEST_F(OpenFile, CopyOntoItselfFails)
+{
+    const auto file = openWith("bytes");
+    EXPECT_FALSE(file->copy(*file));
+    EXPECT_EQ(system.bytesOf("/file"), "bytes");
+}
+
+TEST_F(OpenFile, CopyTakesABufferSizeOfZeroForTheDefault)
+{
+    const auto source = openWith(std::string(100, 'x'));
+    const auto target = open("/target");
+    EXPECT_TRUE(source->copy(*target, collectReports(), 0));
+    EXPECT_THAT(reports, ElementsAre(Pair(0, 100), Pair(100, 100), Pair(100, 100)));
+}
+
+TEST_F(OpenFile, CopyTakesNoBufferOfAnAbsurdSize)
+{
+    const auto source = openWith("bytes");
+    const auto target = open("/target");
+    EXPECT_TRUE(source->copy(*target, {}, ~std::uint64_t{0}));
+    EXPECT_EQ(system.bytesOf("/target"), "bytes");
+}
+
+TEST_F(OpenFile, CopyWithoutProgressDoesNotAskForTheSize)
+{
+    const auto source = openWith("bytes");
+    const auto target = open("/target");
+    EXPECT_TRUE(source->copy(*target));
+    EXPECT_THAT(system.calls(), Not(Contains("info /file")));
+}
+
+TEST_F(OpenFile, CopyFailsWhenThePositionOfTheTargetIsNotKnown)
+{
+    MemoryFileSystem lost;
+    lost.addFile("/target", "");
+    const auto target = lost.fileOpen("/target", Mode::Read | Mode::Write);
+    const auto source = openWith("bytes");
+    lost.behaviour.isValid = false;
+    EXPECT_FALSE(source->copy(*target));
+}
+
+namespace {
+
+/// Copies between two systems of which either, both or none have bulk transfers.
+class BulkCopy : public OpenFile
+{
+protected:
+    std::unique_ptr<StorageSystemFile> openTarget()
+    {
+        return other.fileOpen("/target", Mode::Write | Mode::Create);
+    }
+
+    MemoryFileSystem other;
+};
+
+} // namespace
+
+TEST_F(BulkCopy, TakesTheBulkTransferOfWhicheverSideHasOne)
+{
+    const auto bytes = variedBytes(50'000);
+    for (const bool sourceHas : {false, true}) {
+        for (const bool targetHas : {false, true}) {
+            system.behaviour.hasBulkTransfer = sourceHas;
+            other.behaviour.hasBulkTransfer = targetHas;
+            const auto source = openWith(bytes);
+            const auto target = openTarget();
+            other.calls().clear();
+            EXPECT_TRUE(source->copy(*target, {}, 20'000));
+            EXPECT_EQ(other.bytesOf("/target"), bytes);
+            EXPECT_EQ(testing::Value(system.calls(), Contains("bulk.read 20000 /file")), sourceHas);
+            EXPECT_EQ(testing::Value(other.calls(), Contains("bulk.write 20000 /target")),
+                      targetHas);
+        }
+    }
+}
+
+TEST_F(BulkCopy, FinishesWhatItStartedOnceAndInOrder)
+{
+    system.behaviour.hasBulkTransfer = true;
+    other.behaviour.hasBulkTransfer = true;
+    const auto source = openWith("12345");
+    const auto target = openTarget();
+    other.calls().clear();
+    EXPECT_TRUE(source->copy(*target, {}, 100));
+    EXPECT_THAT(system.calls(),
+                ElementsAre("bulk.start 0 /file", "bulk.read 100 /file", "bulk.finish /file"));
+    EXPECT_THAT(other.calls(), ElementsAre("bulk.start 0 /target", "bulk.write 5 /target",
+                                           "bulk.finish /target", "seek 5 /target"));
+}
+
+TEST_F(BulkCopy, StartsAtTheTargetsPositionAndLeavesItBehindTheBytes)
+{
+    other.behaviour.hasBulkTransfer = true;
+    const auto source = openWith("12345");
+    const auto target = openTarget();
+    ASSERT_TRUE(target->writeFully("head:", 5));
+    EXPECT_TRUE(source->copy(*target));
+    EXPECT_EQ(other.bytesOf("/target"), "head:12345");
+    EXPECT_TRUE(target->writeFully(":tail", 5));
+    EXPECT_EQ(other.bytesOf("/target"), "head:12345:tail");
+}
+
+TEST_F(BulkCopy, GoesOnWithoutABulkTransferThatDoesNotStart)
+{
+    system.behaviour.hasBulkTransfer = true;
+    system.behaviour.bulkStartFails = true;
+    other.behaviour = system.behaviour;
+    const auto source = openWith("12345");
+    const auto target = openTarget();
+    EXPECT_TRUE(source->copy(*target));
+    EXPECT_EQ(other.bytesOf("/target"), "12345");
+    EXPECT_THAT(system.calls(), Not(Contains("bulk.finish /file")));
+}
+
+TEST_F(BulkCopy, FailsWhenTheLastBytesCannotBeWritten)
+{
+    other.behaviour.hasBulkTransfer = true;
+    other.behaviour.bulkFinishFails = true;
+    const auto source = openWith("12345");
+    const auto target = openTarget();
+    EXPECT_FALSE(source->copy(*target));
+}
+
+TEST_F(BulkCopy, FinishesBothSidesWhenItIsStoppedOrFails)
+{
+    system.behaviour.hasBulkTransfer = true;
+    other.behaviour.hasBulkTransfer = true;
+    const auto source = openWith(std::string(100, 'x'));
+    const auto target = openTarget();
+    const auto throws = [](std::uint64_t done, std::uint64_t) -> bool {
+        return done == 0 ? true : throw std::logic_error("enough");
+    };
+    EXPECT_THROW(source->copy(*target, throws, 10), std::logic_error);
+    EXPECT_THAT(system.calls(), Contains("bulk.finish /file"));
+    EXPECT_THAT(other.calls(), Contains("bulk.finish /target"));
+}
+
+TEST_F(BulkCopy, FailsWhenABulkReadDoes)
+{
+    system.behaviour.hasBulkTransfer = true;
+    system.behaviour.unreadableFrom = 3;
+    const auto source = openWith("12345");
+    const auto target = openTarget();
+    EXPECT_FALSE(source->copy(*target));
+}
+
+TEST_F(BulkCopy, DistrustsABulkReadThatCallsAPartComplete)
+{
+    system.behaviour.hasBulkTransfer = true;
+    system.behaviour.bulkReadsClaimComplete = true;
+    const auto source = openWith("12345");
+    const auto target = openTarget();
+    EXPECT_FALSE(source->copy(*target));
+}

@@ -1,0 +1,246 @@
+#include "sftp/SFTPReadAhead.h"
+
+#include "sftp/SftpFixture.h"
+
+#include <FileSystem/HandleFatalError.h>
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <map>
+#include <string>
+
+using FileSystem::handle_fatal_error;
+using Tarnis::SFTPReadAhead;
+using TarnisTest::SftpFixture;
+
+using Status = FileSystem::StorageSystemReadResult::Status;
+
+namespace {
+
+constexpr std::uint32_t largest = 261'120;
+
+/// A server with one file, which answers reads as it likes.
+class SftpReadAhead : public SftpFixture
+{
+protected:
+    struct Asked
+    {
+        std::uint64_t offset;
+        std::uint32_t length;
+    };
+
+    SftpReadAhead()
+        : reader(openFile())
+    {
+        ON_CALL(libssh, sftp_async_read_begin)
+            .WillByDefault([this](sftp_file at, std::uint32_t length) {
+                if (refusesRequests) {
+                    return -1;
+                }
+                asked.push_back({at->offset, length});
+                underWay[++lastId] = asked.back();
+                mostUnderWay = std::max(mostUnderWay, underWay.size());
+                at->offset += length;
+                return lastId;
+            });
+        ON_CALL(libssh, sftp_async_read)
+            .WillByDefault([this](sftp_file at, void* data, std::uint32_t size, std::uint32_t id) {
+                return answer(at, data, size, static_cast<int>(id));
+            });
+        reader.start(0);
+    }
+
+    int answer(sftp_file at, void* data, std::uint32_t size, int id)
+    {
+        const Asked request = underWay.at(id);
+        underWay.erase(id);
+        EXPECT_EQ(size, request.length);
+        EXPECT_EQ(at->eof, 0);
+        ++answers;
+        if (answers == failsAt) {
+            return SSH_ERROR;
+        }
+        if (request.offset >= content.size()) {
+            at->eof = 1;
+            return 0;
+        }
+        const std::uint64_t left = content.size() - request.offset;
+        const std::uint64_t count = std::min({left, std::uint64_t{request.length}, cap(request)});
+        std::memcpy(data, content.data() + request.offset, count);
+        return static_cast<int>(count);
+    }
+
+    /// Reads to the end in steps.
+    std::string readAll(std::uint64_t step)
+    {
+        std::string all;
+        std::string part(step, '\0');
+        auto status = Status::Complete;
+        while (status == Status::Complete) {
+            const auto got = reader.read(part.data(), step);
+            all.append(part, 0, got.count);
+            status = got.status;
+        }
+        EXPECT_EQ(status, Status::EndOfFile);
+        return all;
+    }
+
+    static std::string bytes(std::size_t size)
+    {
+        std::string result(size, '\0');
+        for (std::size_t index = 0; index < size; ++index) {
+            result[index] = static_cast<char>(index * 7 + index / 251);
+        }
+        return result;
+    }
+
+    std::string content;
+    std::function<std::uint64_t(const Asked&)> cap = [](const Asked&) { return ~0ULL; };
+    bool refusesRequests = false;
+    int failsAt = 0;
+    int lastId = 0;
+    int answers = 0;
+    std::vector<Asked> asked;
+    std::map<int, Asked> underWay;
+    std::size_t mostUnderWay = 0;
+    SFTPReadAhead reader;
+};
+
+} // namespace
+
+TEST_F(SftpReadAhead, BringsEveryByteInStepsOfAnySize)
+{
+    content = bytes(3'000'001);
+    for (const std::uint64_t step : {1'000'000U, 261'120U, 261'121U, 100'000U, 9'999'999U}) {
+        reader.start(0);
+        EXPECT_EQ(readAll(step), content) << step;
+        EXPECT_TRUE(underWay.empty());
+    }
+}
+
+TEST_F(SftpReadAhead, StartsWhereItIsTold)
+{
+    content = bytes(500'000);
+    reader.start(123'456);
+    EXPECT_EQ(readAll(100'000), content.substr(123'456));
+}
+
+TEST_F(SftpReadAhead, KeepsSeveralRequestsUnderWayButNotMoreThanSomeMegabytes)
+{
+    content = bytes(30'000'000);
+    EXPECT_EQ(readAll(4'000'000).size(), content.size());
+    EXPECT_EQ(mostUnderWay, 16U);
+    for (const auto& request : asked) {
+        EXPECT_LE(request.length, largest);
+    }
+}
+
+TEST_F(SftpReadAhead, KeepsFewerUnderWayBesideAWriter)
+{
+    content = bytes(10'000'000);
+    handle->addBulkWriter();
+    EXPECT_EQ(readAll(1'000'000).size(), content.size());
+    EXPECT_EQ(mostUnderWay, 2U);
+}
+
+TEST_F(SftpReadAhead, AsksAgainForWhatAShortAnswerLeftOut)
+{
+    content = bytes(2'000'000);
+    std::uint64_t number = 0;
+    cap = [&number](const Asked&) { return ++number % 3 == 0 ? 1'000ULL + number : ~0ULL; };
+    EXPECT_EQ(readAll(700'000), content);
+    EXPECT_TRUE(std::any_of(asked.begin(), asked.end(), [](const Asked& request) {
+        return request.length == largest - 1'003;
+    }));
+    // Single short answers are no reason to ask for less.
+    EXPECT_EQ(asked.back().length, largest);
+}
+
+TEST_F(SftpReadAhead, AsksForLessWhereTheServerNeverGivesMore)
+{
+    content = bytes(3'000'000);
+    cap = [](const Asked&) { return 32'768ULL; };
+    EXPECT_EQ(readAll(1'000'000), content);
+    EXPECT_GT(std::count_if(asked.begin(), asked.end(),
+                            [](const Asked& request) { return request.length == 32'768; }),
+              60);
+    EXPECT_GT(mostUnderWay, 16U);
+}
+
+TEST_F(SftpReadAhead, EndsWhereTheFileEndsThoughLaterRequestsWereAnswered)
+{
+    content = bytes(1'000'000);
+    std::string buffer(2'000'000, '\0');
+    ASSERT_EQ(reader.read(buffer.data(), 300'000).status, Status::Complete);
+    content.resize(400'000);
+    const auto got = reader.read(buffer.data(), 1'000'000);
+    EXPECT_EQ(got.status, Status::EndOfFile);
+    // Two answers had come while the file was longer.
+    EXPECT_EQ(got.count, 2 * largest - 300'000);
+    EXPECT_TRUE(underWay.empty());
+    EXPECT_EQ(reader.read(buffer.data(), 10).status, Status::EndOfFile);
+}
+
+TEST_F(SftpReadAhead, OfAnEmptyFileEndsAtOnce)
+{
+    char byte = 0;
+    const auto got = reader.read(&byte, 1);
+    EXPECT_EQ(got.count, 0U);
+    EXPECT_EQ(got.status, Status::EndOfFile);
+}
+
+TEST_F(SftpReadAhead, OfNoBytesAsksForNothing)
+{
+    EXPECT_EQ(reader.read(nullptr, 0).status, Status::Complete);
+    EXPECT_TRUE(asked.empty());
+}
+
+TEST_F(SftpReadAhead, TellsAnErrorAfterTheBytesBeforeItAndCollectsTheRest)
+{
+    content = bytes(5'000'000);
+    failsAt = 4;
+    std::string buffer(5'000'000, '\0');
+    const auto got = reader.read(buffer.data(), buffer.size());
+    EXPECT_EQ(got.status, Status::Error);
+    EXPECT_EQ(got.count, 3 * largest);
+    EXPECT_TRUE(underWay.empty());
+}
+
+TEST_F(SftpReadAhead, TakesAnAnswerWithoutDataForAnError)
+{
+    content = bytes(1'000'000);
+    cap = [](const Asked& request) { return request.offset == 0 ? ~0ULL : 0ULL; };
+    std::string buffer(1'000'000, '\0');
+    const auto got = reader.read(buffer.data(), buffer.size());
+    EXPECT_EQ(got.status, Status::Error);
+    EXPECT_EQ(got.count, largest);
+}
+
+TEST_F(SftpReadAhead, TellsAnErrorWhenNothingCanBeAskedFor)
+{
+    refusesRequests = true;
+    char byte = 0;
+    EXPECT_EQ(reader.read(&byte, 1).status, Status::Error);
+}
+
+TEST_F(SftpReadAhead, CollectsWhatIsUnderWayWhenItIsFinished)
+{
+    content = bytes(9'000'000);
+    std::string buffer(300'000, '\0');
+    EXPECT_EQ(reader.read(buffer.data(), buffer.size()).status, Status::Complete);
+    EXPECT_FALSE(underWay.empty());
+    reader.finish();
+    EXPECT_TRUE(underWay.empty());
+}
+
+TEST_F(SftpReadAhead, ThrowsWhenTheSessionHasEnded)
+{
+    content = bytes(9'000'000);
+    std::string buffer(300'000, '\0');
+    reader.read(buffer.data(), buffer.size());
+    session.retireChildren();
+    EXPECT_THROW(reader.read(buffer.data(), buffer.size()), handle_fatal_error);
+    EXPECT_THROW(reader.finish(), handle_fatal_error);
+}

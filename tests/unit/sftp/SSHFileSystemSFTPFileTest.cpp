@@ -1,0 +1,198 @@
+#include "sftp/SftpFixture.h"
+
+#include <FileSystem/HandleFatalError.h>
+#include <Tarnis/SSHFileSystemSFTPFile.h>
+
+#include <cstring>
+#include <string>
+
+using FileSystem::handle_fatal_error;
+using FileSystem::StorageSystemFileOpenModeFlag;
+using TarnisTest::SftpFixture;
+using ::testing::InSequence;
+using ::testing::Return;
+
+namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
+
+constexpr std::uint32_t package = 2'621'440;
+constexpr std::size_t writePackage = 262'119;
+
+class SftpOpenFile : public SftpFixture
+{
+protected:
+    SftpOpenFile()
+        : opened(openFile(), "/a/file", StorageSystemFileOpenModeFlag::Read, files)
+    {
+        EXPECT_CALL(libssh, sftp_close).Times(::testing::AnyNumber());
+    }
+
+    Tarnis::SSHFileSystemSFTPFile opened;
+    std::string buffer = std::string(4 * package, '.');
+};
+
+} // namespace
+
+TEST_F(SftpOpenFile, KnowsWhatItIs)
+{
+    FileSystem::FileSystem2File& asFile = opened;
+    EXPECT_EQ(opened.fileId(), "/a/file");
+    EXPECT_EQ(opened.name(), "file");
+    EXPECT_EQ(opened.parentDirectoryId(), "/a");
+    EXPECT_EQ(opened.mode(), StorageSystemFileOpenModeFlag::Read);
+    EXPECT_EQ(&asFile.fileSystem(), &files);
+    EXPECT_EQ(opened.maxReadPackageSize(), package);
+    EXPECT_EQ(opened.maxWritePackageSize(), writePackage);
+    EXPECT_TRUE(opened.isValid());
+    EXPECT_FALSE(opened.error());
+}
+
+TEST_F(SftpOpenFile, IsClosedWhenItGoes)
+{
+    auto another = std::make_unique<sftp_file_struct>(file);
+    EXPECT_CALL(libssh, sftp_open).WillOnce(Return(another.get()));
+    EXPECT_CALL(libssh, sftp_close(another.get())).Times(1);
+    EXPECT_NE(files.fileOpen("/b", StorageSystemFileOpenModeFlag::Read), nullptr);
+}
+
+TEST_F(SftpOpenFile, ReadsNothingWithoutARequest)
+{
+    EXPECT_CALL(libssh, sftp_async_read_begin).Times(0);
+    EXPECT_CALL(libssh, sftp_async_read).Times(0);
+    EXPECT_EQ(opened.read(buffer.data(), 0), 0U);
+}
+
+TEST_F(SftpOpenFile, SendsEveryRequestBeforeItCollectsTheFirst)
+{
+    char* const data = buffer.data();
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, package)).WillOnce(Return(11));
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, package)).WillOnce(Return(12));
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, package)).WillOnce(Return(13));
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, package / 2)).WillOnce(Return(14));
+    EXPECT_CALL(libssh, sftp_async_read(&file, data, package, 11)).WillOnce(Return(5));
+    EXPECT_CALL(libssh, sftp_async_read(&file, data + package, package, 12)).WillOnce(Return(0));
+    EXPECT_CALL(libssh, sftp_async_read(&file, data + 2 * package, package, 13))
+        .WillOnce(Return(7));
+    EXPECT_CALL(libssh, sftp_async_read(&file, data + 3 * package, package / 2, 14))
+        .WillOnce(Return(1));
+    EXPECT_EQ(opened.read(data, 3 * package + package / 2), 13U);
+}
+
+TEST_F(SftpOpenFile, SendsNoEmptyRequestAfterAWholePackage)
+{
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, package)).WillOnce(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read).WillOnce(Return(package));
+    EXPECT_EQ(opened.read(buffer.data(), package), package);
+}
+
+TEST_F(SftpOpenFile, CollectsWhatWasSentWhenARequestFails)
+{
+    EXPECT_CALL(libssh, sftp_async_read_begin).WillOnce(Return(1)).WillOnce(Return(-1));
+    EXPECT_CALL(libssh, sftp_async_read(&file, _, package, 1)).WillOnce(Return(package));
+    EXPECT_EQ(opened.read(buffer.data(), 3 * package), 0U);
+}
+
+TEST_F(SftpOpenFile, FailsAsAWholeWhenOneReplyIsAFailure)
+{
+    EXPECT_CALL(libssh, sftp_async_read_begin).WillOnce(Return(1)).WillOnce(Return(2));
+    EXPECT_CALL(libssh, sftp_async_read).WillOnce(Return(SSH_ERROR)).WillOnce(Return(package));
+    EXPECT_EQ(opened.read(buffer.data(), 2 * package), 0U);
+    EXPECT_FALSE(opened.error());
+}
+
+TEST_F(SftpOpenFile, MeetsItsEndOnceAndFetchesTheOtherReplies)
+{
+    EXPECT_CALL(libssh, sftp_async_read_begin).WillOnce(Return(1)).WillOnce(Return(2));
+    int endWhenAsked = -1;
+    EXPECT_CALL(libssh, sftp_async_read)
+        .WillOnce([](sftp_file asked, void*, std::uint32_t, std::uint32_t) {
+            asked->eof = 1;
+            return 0;
+        })
+        .WillOnce([&](sftp_file asked, void*, std::uint32_t, std::uint32_t) {
+            // libssh answers for a file that is at its end, and leaves the reply to whoever comes.
+            endWhenAsked = asked->eof;
+            return 0;
+        });
+    EXPECT_EQ(opened.read(buffer.data(), 2 * package), 0U);
+    EXPECT_EQ(endWhenAsked, 0);
+    EXPECT_TRUE(opened.eof());
+}
+
+TEST_F(SftpOpenFile, ReadingThrowsWhenItTurnsInvalidOnTheWay)
+{
+    EXPECT_CALL(libssh, sftp_async_read_begin).WillOnce([this](sftp_file, std::uint32_t) {
+        session.retireChildren();
+        return 1;
+    });
+    EXPECT_CALL(libssh, sftp_async_read).Times(0);
+    EXPECT_THROW(opened.read(buffer.data(), 10), handle_fatal_error);
+}
+
+TEST_F(SftpOpenFile, WritesNothingWithoutARequest)
+{
+    EXPECT_CALL(libssh, sftp_write).Times(0);
+    EXPECT_EQ(opened.write(buffer.data(), 0), 0U);
+}
+
+TEST_F(SftpOpenFile, WritesPackageAfterPackage)
+{
+    const char* const data = buffer.data();
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, sftp_write(&file, data, writePackage)).WillOnce(Return(writePackage));
+    EXPECT_CALL(libssh, sftp_write(&file, data + writePackage, 100)).WillOnce(Return(60));
+    EXPECT_CALL(libssh, sftp_write(&file, data + writePackage + 60, 40)).WillOnce(Return(0));
+    EXPECT_CALL(libssh, sftp_write(&file, data + writePackage + 60, 40)).WillOnce(Return(40));
+    EXPECT_EQ(opened.write(data, writePackage + 100), writePackage + 100);
+}
+
+TEST_F(SftpOpenFile, WritesNothingWhenALaterPackageFails)
+{
+    EXPECT_CALL(libssh, sftp_write).WillOnce(Return(writePackage)).WillOnce(Return(-1));
+    EXPECT_EQ(opened.write(buffer.data(), 3 * writePackage), 0U);
+}
+
+TEST_F(SftpOpenFile, SeeksAndTells)
+{
+    EXPECT_CALL(libssh, sftp_seek64(&file, std::uint64_t{1} << 40U)).WillOnce(Return(0));
+    EXPECT_TRUE(opened.seek(std::uint64_t{1} << 40U));
+    EXPECT_CALL(libssh, sftp_seek64).WillOnce(Return(-1));
+    EXPECT_FALSE(opened.seek(1));
+    EXPECT_CALL(libssh, sftp_tell64(&file)).WillOnce(Return(~std::uint64_t{0}));
+    EXPECT_EQ(opened.tell(), ~std::uint64_t{0});
+}
+
+TEST_F(SftpOpenFile, IsAtItsEndWhenLibsshSaysOne)
+{
+    EXPECT_FALSE(opened.eof());
+    file.eof = 2;
+    EXPECT_FALSE(opened.eof());
+    file.eof = 1;
+    EXPECT_TRUE(opened.eof());
+}
+
+TEST_F(SftpOpenFile, TellsOfItsFileSystemOnceThatHasEnded)
+{
+    file.eof = 1;
+    session.retireChildren();
+    EXPECT_FALSE(opened.isValid());
+    EXPECT_TRUE(opened.error());
+    EXPECT_FALSE(opened.eof());
+    EXPECT_EQ(opened.fileId(), "/a/file");
+    EXPECT_THROW(opened.seek(0), handle_fatal_error);
+    EXPECT_THROW(opened.tell(), handle_fatal_error);
+    EXPECT_THROW(opened.read(buffer.data(), 1), handle_fatal_error);
+    EXPECT_THROW(opened.write(buffer.data(), 1), handle_fatal_error);
+}
+
+TEST_F(SftpOpenFile, ThrowsAfterItsFileSystemWasAborted)
+{
+    files.abort();
+    EXPECT_EQ(opened.maxReadPackageSize(), 0U);
+    EXPECT_THROW(opened.read(buffer.data(), 1), handle_fatal_error);
+    EXPECT_THROW(opened.write(buffer.data(), 1), handle_fatal_error);
+    EXPECT_EQ(opened.read(buffer.data(), 0), 0U);
+}

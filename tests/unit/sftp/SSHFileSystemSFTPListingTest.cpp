@@ -1,0 +1,208 @@
+#include "sftp/SftpFixture.h"
+
+#include <FileSystem/HandleFatalError.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+using FileSystem::handle_fatal_error;
+using FileSystem::StorageSystemDirectoryFilterType;
+using TarnisTest::fakeString;
+using TarnisTest::SftpFixture;
+using ::testing::ElementsAre;
+using ::testing::InSequence;
+using ::testing::Return;
+using ::testing::StrEq;
+
+namespace {
+
+// In here, since the name is reserved outside.
+using ::testing::_;
+
+constexpr auto byExpression = StorageSystemDirectoryFilterType::RegularExpression;
+constexpr auto byPattern = StorageSystemDirectoryFilterType::SearchPattern;
+
+class SftpListing : public SftpFixture
+{
+protected:
+    SftpListing()
+    {
+        ON_CALL(libssh, sftp_opendir).WillByDefault(Return(&directory));
+        ON_CALL(libssh, sftp_readdir).WillByDefault([this](sftp_session, sftp_dir) {
+            if (next == entries.size()) {
+                return sftp_attributes{nullptr};
+            }
+            return entries[next++];
+        });
+    }
+
+    void holds(std::initializer_list<const char*> entryNames)
+    {
+        for (const auto* name : entryNames) {
+            entries.push_back(entry(name));
+        }
+    }
+
+    template <class Info>
+    static std::vector<std::string> namesOf(const std::vector<Info>& list)
+    {
+        std::vector<std::string> result;
+        for (const auto& info : list) {
+            result.push_back(info.name);
+        }
+        return result;
+    }
+
+    /// Retires the session while an entry is being read.
+    void loseTheSessionAfter(const char* name)
+    {
+        EXPECT_CALL(libssh, sftp_readdir).WillOnce([this, name](sftp_session, sftp_dir) {
+            session.retireChildren();
+            return entry(name);
+        });
+    }
+
+    std::vector<sftp_attributes> entries;
+    std::size_t next = 0;
+};
+
+} // namespace
+
+TEST_F(SftpListing, OpensReadsAndCloses)
+{
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, sftp_opendir(&sftp, StrEq("/d"))).WillOnce(Return(&directory));
+    EXPECT_CALL(libssh, sftp_readdir(&sftp, &directory)).WillOnce(Return(entry("a")));
+    EXPECT_CALL(libssh, sftp_attributes_free(_));
+    EXPECT_CALL(libssh, sftp_readdir(&sftp, &directory)).WillOnce(Return(nullptr));
+    EXPECT_CALL(libssh, sftp_closedir(&directory));
+    EXPECT_THAT(namesOf(files.directoryList("/d")), ElementsAre("a"));
+    EXPECT_NE(directory.handle, nullptr);
+}
+
+TEST_F(SftpListing, KeepsTheServersOrderAndLeavesTheDotsOut)
+{
+    holds({"..", "b", ".", "a", "...", ".hidden"});
+    EXPECT_THAT(namesOf(files.directoryList("/d")), ElementsAre("b", "a", "...", ".hidden"));
+    next = 0;
+    EXPECT_THAT(namesOf(files.directoryFileInfoList("/d")),
+                ElementsAre("b", "a", "...", ".hidden"));
+}
+
+TEST_F(SftpListing, OfNamesIsSortedByBytesWithoutDoubles)
+{
+    holds({"a", ".", "B", "\xff", "..", "a", "~"});
+    EXPECT_THAT(files.directoryListFileNames("/d"), ElementsAre("B", "a", "~", "\xff"));
+}
+
+TEST_F(SftpListing, OfTheDotsAloneIsEmpty)
+{
+    holds({".", ".."});
+    EXPECT_TRUE(files.directoryList("/d").empty());
+    next = 0;
+    EXPECT_TRUE(files.directoryFileInfoList("/d").empty());
+    next = 0;
+    EXPECT_TRUE(files.directoryListFileNames("/d").empty());
+}
+
+TEST_F(SftpListing, DescribesEachEntry)
+{
+    entries.push_back(entry("sub", 0041777));
+    entries.back()->size = 4096;
+    entries.back()->mtime = 2;
+    entries.push_back(entry("link", 0120777));
+    const auto list = files.directoryFileInfoList("/d/");
+    ASSERT_EQ(list.size(), 2U);
+    EXPECT_EQ(list[0].fileId, "/d//sub");
+    EXPECT_EQ(list[0].parentDirectoryId, "/d/");
+    EXPECT_EQ(list[0].type.raw(), 2U);
+    EXPECT_EQ(list[0].size, 4096U);
+    EXPECT_EQ(list[0].permissions.raw(), 0777U);
+    EXPECT_EQ(list[0].modTime.time_since_epoch().count(), 20'000'000);
+    EXPECT_EQ(list[1].type.raw(), 17U);
+    next = 0;
+    const auto brief = files.directoryList("/d/");
+    ASSERT_EQ(brief.size(), 2U);
+    EXPECT_EQ(brief[1].name, "link");
+    EXPECT_EQ(brief[1].fileId, "/d//link");
+    EXPECT_EQ(brief[1].parentDirectoryId, "/d/");
+    EXPECT_EQ(brief[1].type.raw(), 17U);
+}
+
+TEST_F(SftpListing, IsFilteredByWholeNames)
+{
+    holds({"txt", "a.txt", "txt.a"});
+    EXPECT_THAT(namesOf(files.directoryList("/d", "txt", byExpression)), ElementsAre("txt"));
+    next = 0;
+    EXPECT_THAT(namesOf(files.directoryFileInfoList("/d", ".*txt", byExpression)),
+                ElementsAre("txt", "a.txt"));
+    next = 0;
+    EXPECT_THAT(files.directoryListFileNames("/d", "*txt*", byPattern),
+                ElementsAre("a.txt", "txt", "txt.a"));
+    next = 0;
+    EXPECT_THAT(files.directoryListFileNames("/d", "?.txt", byPattern), ElementsAre("a.txt"));
+}
+
+TEST_F(SftpListing, TakesEveryOtherKindOfFilterForAnExpression)
+{
+    holds({"aaa", "a*"});
+    EXPECT_THAT(
+        files.directoryListFileNames("/d", "a*", static_cast<StorageSystemDirectoryFilterType>(7)),
+        ElementsAre("aaa"));
+}
+
+TEST_F(SftpListing, WithABrokenExpressionAsksTheServerForNothing)
+{
+    EXPECT_CALL(libssh, sftp_opendir).Times(0);
+    EXPECT_THROW(files.directoryList("/d", "[", byExpression), std::regex_error);
+    EXPECT_THROW(files.directoryFileInfoList("", "[", byExpression), std::regex_error);
+}
+
+TEST_F(SftpListing, OfNamesBuildsItsFilterLast)
+{
+    holds({"a"});
+    EXPECT_CALL(libssh, sftp_closedir(&directory)).Times(1);
+    EXPECT_THROW(files.directoryListFileNames("/d", "[", byExpression), std::regex_error);
+    EXPECT_EQ(next, 1U);
+}
+
+TEST_F(SftpListing, OfAnEmptyPathOpensNothing)
+{
+    EXPECT_CALL(libssh, sftp_opendir).Times(0);
+    EXPECT_TRUE(files.directoryList("").empty());
+    EXPECT_TRUE(files.directoryFileInfoList("").empty());
+    EXPECT_TRUE(files.directoryListFileNames("").empty());
+}
+
+TEST_F(SftpListing, OfWhatCannotBeOpenedIsEmpty)
+{
+    EXPECT_CALL(libssh, sftp_opendir).WillRepeatedly(Return(nullptr));
+    EXPECT_CALL(libssh, sftp_readdir).Times(0);
+    EXPECT_CALL(libssh, sftp_closedir).Times(0);
+    EXPECT_TRUE(files.directoryList("/d").empty());
+}
+
+TEST_F(SftpListing, WhoseSessionEndsBetweenTwoEntriesAsksTheServerForNothing)
+{
+    holds({"a", "b"});
+    const InSequence inThisOrder;
+    loseTheSessionAfter("a");
+    EXPECT_CALL(libssh, ssh_string_free(fakeString()));
+    ssh_string handleWhenClosed = fakeString();
+    EXPECT_CALL(libssh, sftp_closedir(&directory)).WillOnce([&](sftp_dir closed) {
+        handleWhenClosed = closed->handle;
+        return SSH_OK;
+    });
+    EXPECT_THROW(files.directoryList("/d"), handle_fatal_error);
+    EXPECT_EQ(handleWhenClosed, nullptr);
+}
+
+TEST_F(SftpListing, FiltersNoNameThatIsLongerThanAnyFileSystemTakes)
+{
+    const std::string longName(100'000, 'a');
+    entries.push_back(entry(longName));
+    EXPECT_TRUE(files.directoryListFileNames("/d", "a*", byPattern).empty());
+    next = 0;
+    EXPECT_THAT(files.directoryListFileNames("/d"), ElementsAre(longName));
+}

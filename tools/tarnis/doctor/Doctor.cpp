@@ -1,0 +1,228 @@
+#include "doctor/Doctor.h"
+
+#include "doctor/Advice.h"
+#include "doctor/Report.h"
+#include "files/RemotePlace.h"
+#include "login/Connecting.h"
+#include "login/HostKeyCheck.h"
+#include "login/Watchdog.h"
+#include "terminal/Messages.h"
+#include "terminal/Units.h"
+
+#include <array>
+#include <chrono>
+#include <memory>
+#include <utility>
+
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace TarnisTool {
+
+namespace {
+
+using AddressList = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
+
+// The start of a shell may be slow, but not that slow.
+constexpr std::chrono::seconds commandLimit{30};
+constexpr const char* commandLine = "echo tarnis";
+constexpr const char* commandOutput = "tarnis\n";
+
+std::string numericAddress(const addrinfo& address)
+{
+    std::array<char, NI_MAXHOST> text{};
+    const int result = ::getnameinfo(address.ai_addr, address.ai_addrlen, text.data(), text.size(),
+                                     nullptr, 0, NI_NUMERICHOST);
+    return result == 0 ? text.data() : "?";
+}
+
+/// The command ran, but how?
+std::string judge(const Tarnis::SSHExecuteResult& result, const Target& target)
+{
+    if (result.exitCode != 0) {
+        const std::string code =
+            result.exitCode ? "exit code " + std::to_string(*result.exitCode) : "no exit code";
+        throw Failure(FailureKind::CommandRefused, "cannot run a command on", target.display(),
+                      code + ", it says \"" + printable(result.output + result.errorOutput) + "\"");
+    }
+    if (result.output == commandOutput) {
+        return "the shell runs commands";
+    }
+    return "the shell runs commands, but its start-up files, or a command that the server forces, "
+           "write to standard output, which disturbs file transfer: \"" +
+           printable(result.output) + "\"";
+}
+
+/// A list that broke off looks like one that ended; only the session knows.
+std::size_t countEntries(Tarnis::SSHSession& session, const Tarnis::SSHFileSystemSFTP& files,
+                         const Target& target)
+{
+    const std::string before = forgetLastError(session);
+    const std::size_t count = files.directoryList(".").size();
+    const std::string after = session.getLastError();
+    if (after != before) {
+        throw Failure(FailureKind::FileProblem, "cannot list the login directory on",
+                      target.display(), after);
+    }
+    return count;
+}
+
+} // namespace
+
+Doctor::Doctor(Target target, const LoginOptions& options, LoginSecrets secrets, bool writes)
+    : target_(std::move(target))
+    , options_(options)
+    , secrets_(std::move(secrets))
+    , writes_(writes)
+{}
+
+/// In the order in which they build on one another. A server may well run no commands and transfer
+/// files.
+const std::vector<Doctor::Step>& Doctor::steps()
+{
+    static const std::vector<Step> all{
+        {"name", true, &Doctor::resolve},          {"connect", true, &Doctor::connect},
+        {"host key", true, &Doctor::checkHostKey}, {"login", true, &Doctor::logIn},
+        {"command", false, &Doctor::runCommand},   {"files", false, &Doctor::lookAtFiles},
+    };
+    return all;
+}
+
+bool Doctor::run()
+{
+    const Report report;
+    report.heading(target_.display());
+    bool isWell = true;
+    bool leadsOn = true;
+    for (const Step& step : steps()) {
+        if (!leadsOn) {
+            report.skipped(step.name);
+        } else if (!take(step)) {
+            isWell = false;
+            leadsOn = !step.isOnTheWay && session_.isConnected();
+        }
+    }
+    return isWell;
+}
+
+bool Doctor::take(const Step& step)
+{
+    using Clock = std::chrono::steady_clock;
+    const Report report;
+    const auto start = Clock::now();
+    try {
+        const std::string finding = (this->*step.examine)();
+        report.good(step.name, Clock::now() - start, finding);
+        return true;
+    } catch (const Failure& failure) {
+        report.bad(step.name, Clock::now() - start, failure.what(),
+                   adviceFor(failure, target_, options_));
+        return false;
+    }
+}
+
+std::string Doctor::resolve()
+{
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int result = ::getaddrinfo(target_.host.c_str(), nullptr, &hints, &found);
+    if (result != 0) {
+        throw Failure(FailureKind::UnknownHostName, "cannot resolve", target_.host,
+                      ::gai_strerror(result));
+    }
+    const AddressList addresses(found, ::freeaddrinfo);
+    std::string list = numericAddress(*addresses);
+    for (const addrinfo* next = addresses->ai_next; next != nullptr; next = next->ai_next) {
+        list += ", " + numericAddress(*next);
+    }
+    return list;
+}
+
+std::string Doctor::connect()
+{
+    connectTo(session_, target_, options_.reach);
+    return "port " + std::to_string(target_.port) + " speaks SSH, keys are exchanged";
+}
+
+std::string Doctor::checkHostKey()
+{
+    HostKeyCheck check(session_, target_, options_);
+    check.run();
+    return check.finding();
+}
+
+std::string Doctor::logIn()
+{
+    Login login(session_, target_, options_, std::move(secrets_));
+    login.run();
+    return target_.user + "; " + login.history();
+}
+
+std::string Doctor::runCommand()
+{
+    using Outcome = Tarnis::SSHExecuteResult::Outcome;
+    const auto result = session_.execute(commandLine, {}, commandLimit);
+    switch (result.outcome) {
+    case Outcome::Completed:
+        return judge(result, target_);
+    case Outcome::TimedOut:
+        throw Failure(FailureKind::CommandTimedOut, "gave up a command on", target_.display(),
+                      "it did not end within " + std::to_string(commandLimit.count()) + " seconds");
+    case Outcome::NotStarted:
+        throw Failure(FailureKind::CommandRefused, "cannot run a command on", target_.display(),
+                      session_.getLastError());
+    case Outcome::ConnectionLost:
+        break;
+    }
+    throwConnectionLost(session_, target_, "lost the connection to");
+}
+
+/// Reads only, unless the user has allowed more.
+std::string Doctor::lookAtFiles()
+{
+    const Watchdog watchdog(session_, commandLimit);
+    try {
+        const auto files = startFileTransfer(session_, target_);
+        const std::string count = std::to_string(countEntries(session_, *files, target_));
+        const auto room = files->fileStorageInfo(".");
+        return "SFTP; the login directory has " + count + " entries" +
+               (room ? ", " + humanSize(room->available) + " free of " + humanSize(room->capacity)
+                     : ", the server tells no free room") +
+               (writes_ ? "; " + writeFile(*files) : "");
+    } catch (const Failure&) {
+        if (!watchdog.hasBitten()) {
+            throw;
+        }
+        throw Failure(FailureKind::CommandTimedOut, "gave up file transfer with", target_.display(),
+                      "no answer within " + std::to_string(commandLimit.count()) + " seconds");
+    }
+}
+
+std::string Doctor::writeFile(const Tarnis::SSHFileSystemSFTP& files)
+{
+    using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+    const std::string path = "./.tarnis-doctor-" + std::to_string(::getpid());
+    const std::string text = "written by tarnis doctor, to be removed\n";
+    const std::string before = forgetLastError(session_);
+    auto file = files.fileOpen(path, Mode::Read | Mode::Write | Mode::Create | Mode::Exclusive);
+    std::string back(text.size(), '\0');
+    const bool isWritten = file != nullptr && file->writeFully(text.data(), text.size()) &&
+                           file->seek(0) && file->readFully(back.data(), back.size()).count > 0;
+    const std::string reason = session_.getLastError();
+    const bool isMade = file != nullptr;
+    file.reset();
+    const bool isRemoved = !isMade || files.fileRemove(path);
+    if (!isWritten || back != text) {
+        throw Failure(FailureKind::FileProblem, "cannot write a file on", target_.display(),
+                      reason == before ? "what was read back is not what was written" : reason);
+    }
+    if (!isRemoved) {
+        throw Failure(FailureKind::FileProblem, "cannot remove " + path + " on", target_.display(),
+                      session_.getLastError());
+    }
+    return "a file was written, read back and removed";
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,100 @@
+#include "files/Cancellation.h"
+
+#include "ExitCode.h"
+#include "terminal/Messages.h"
+#include "terminal/Pipe.h"
+#include "terminal/TryWrite.h"
+
+#include <Tarnis/SSHSession.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace TarnisTool {
+
+namespace {
+
+// For what is on its way to a slow server, and for the removal of what is half-written there.
+constexpr int patienceMilliseconds = 10'000;
+
+volatile sig_atomic_t requestCount = 0;
+volatile sig_atomic_t eventWriteEnd = -1;
+
+extern "C" void requestEnd(int /*number*/)
+{
+    const int savedErrno = errno;
+    requestCount = requestCount + 1;
+    if (requestCount > 1) {
+        ::_exit(ExitCode::failure);
+    }
+    tryWrite(eventWriteEnd, "x");
+    errno = savedErrno;
+}
+
+} // namespace
+
+Cancellation::Cancellation(Tarnis::SSHSession& session)
+    : session_(session)
+{
+    Pipe pipe;
+    readEnd_ = std::move(pipe.readEnd);
+    writeEnd_ = std::move(pipe.writeEnd);
+    requestCount = 0;
+    eventWriteEnd = writeEnd_.get();
+    struct sigaction request = {};
+    request.sa_handler = requestEnd;
+    // Calls that were interrupted go on: the work looks for itself whether it is to end.
+    request.sa_flags = SA_RESTART;
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        ::sigaction(signals[i], nullptr, &formerActions_[i]);
+        if (formerActions_[i].sa_handler != SIG_IGN) {
+            ::sigaction(signals[i], &request, nullptr);
+        }
+    }
+    thread_ = std::thread([this] { watch(); });
+}
+
+Cancellation::~Cancellation()
+{
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        ::sigaction(signals[i], &formerActions_[i], nullptr);
+    }
+    isOver_ = true;
+    tryWrite(writeEnd_.get(), "x");
+    thread_.join();
+}
+
+bool Cancellation::isRequested() const noexcept
+{
+    return requestCount > 0;
+}
+
+void Cancellation::watch()
+{
+    waitForEvent(-1);
+    if (isOver_) {
+        return;
+    }
+    report("ending; once more gives up at once");
+    if (!waitForEvent(patienceMilliseconds) && !isOver_) {
+        session_.interrupt();
+    }
+}
+
+/// Waits for the next signal or the end of this object; false when neither came in time.
+bool Cancellation::waitForEvent(int milliseconds) const
+{
+    pollfd event{readEnd_.get(), POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = ::poll(&event, 1, milliseconds);
+    } while (ready < 0 && errno == EINTR);
+    char byte = 0;
+    return ready > 0 && ::read(readEnd_.get(), &byte, 1) == 1;
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,70 @@
+#include "files/CopyCommand.h"
+
+#include "files/Destination.h"
+#include "files/EntryNames.h"
+#include "files/Pattern.h"
+#include "terminal/Messages.h"
+
+#include <CLI/CLI.hpp>
+
+namespace TarnisTool {
+
+CopyCommand::CopyCommand(CLI::App& program, const std::string& name, const std::string& description,
+                         const std::string& operands, std::size_t fewestOperands)
+    : FileCommand(program, name, description, operands, fewestOperands)
+{
+    commandLine().add_flag("-r,--recursive", options_.isRecursive,
+                           "Copy directories with all below them; links are copied as links");
+    commandLine().add_flag("-p,--preserve", options_.preserves,
+                           "Keep permissions and modification times");
+}
+
+void CopyCommand::declareResume()
+{
+    commandLine().add_flag("--resume", options_.resumes,
+                           "Go on where an earlier attempt ended; what it left is compared with "
+                           "the source first. An interruption keeps what was copied");
+}
+
+int CopyCommand::copyAll(RemotePlace& remote, Place& from, const std::vector<std::string>& sources,
+                         Place& to, const std::string& target) const
+{
+    const Destination destination(to, target, sources.size());
+    const Cancellation cancellation(remote.session());
+    TreeCopy copy(from, to, options_, cancellation);
+    bool isComplete = true;
+    for (const std::string& source : sources) {
+        try {
+            copy.add(source, destination.pathFor(source));
+        } catch (const Failure& failure) {
+            remote.requireAlive();
+            report(failure.what());
+            isComplete = false;
+        }
+    }
+    isComplete = copy.run() && isComplete;
+    return isComplete ? ExitCode::success : ExitCode::failure;
+}
+
+std::vector<std::string> expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)
+{
+    std::vector<std::string> sources;
+    for (const RemotePath& path : paths) {
+        const std::string id = fileIdOf(path.path);
+        if (!isPattern(place, id)) {
+            sources.push_back(id);
+            continue;
+        }
+        const std::string directory = place.system().pathParentId(id);
+        for (const auto& entry : expandPattern(place, id)) {
+            if (!isEntryName(entry.name)) {
+                throw Failure(FailureKind::FileProblem, "cannot copy", place.display(id),
+                              "a name there would lead elsewhere: \"" + entry.name + "\"");
+            }
+            sources.push_back(joinPath(directory, entry.name));
+        }
+    }
+    return sources;
+}
+
+} // namespace TarnisTool

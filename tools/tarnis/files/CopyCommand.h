@@ -1,0 +1,34 @@
+#pragma once
+
+#include "files/FileCommand.h"
+#include "files/TreeCopy.h"
+
+#include <string>
+#include <vector>
+
+namespace TarnisTool {
+
+/// What the sub-commands that copy files have in common.
+class CopyCommand : public FileCommand
+{
+protected:
+    CopyCommand(CLI::App& program, const std::string& name, const std::string& description,
+                const std::string& operands, std::size_t fewestOperands);
+
+    /// Declares --resume.
+    void declareResume();
+
+    /// Copies each source to where it belongs under the target; the exit code.
+    int copyAll(RemotePlace& remote, Place& from, const std::vector<std::string>& sources,
+                Place& to, const std::string& target) const;
+
+    const CopyOptions& options() const noexcept { return options_; }
+
+private:
+    CopyOptions options_;
+};
+
+/// The remote paths as file ids, with patterns replaced by what they stand for. Throws Failure.
+std::vector<std::string> expandSources(RemotePlace& place, const std::vector<RemotePath>& paths);
+
+} // namespace TarnisTool

@@ -1,0 +1,24 @@
+#include "files/CpCommand.h"
+
+#include <CLI/CLI.hpp>
+
+namespace TarnisTool {
+
+CpCommand::CpCommand(CLI::App& program)
+    : CopyCommand(program, "cp", "Copy files within a server", "host:path... host:path", 2)
+{
+    commandLine().footer(
+        "All paths are on one server. The bytes travel through this machine and back. A path may\n"
+        "end in a pattern.");
+}
+
+int CpCommand::work(const std::vector<std::string>& operands)
+{
+    auto paths = parseRemotePaths(operands);
+    const std::string target = paths.back().path;
+    paths.pop_back();
+    RemotePlace remote(paths.front().target, loginOptions());
+    return copyAll(remote, remote, expandSources(remote, paths), remote, target);
+}
+
+} // namespace TarnisTool

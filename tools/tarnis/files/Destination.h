@@ -1,0 +1,28 @@
+#pragma once
+
+#include "files/Place.h"
+
+#include <cstddef>
+#include <string>
+
+namespace TarnisTool {
+
+/// Where copied or moved things end up: in the target when it is a directory, or a link to one,
+/// under their own names; otherwise in its place.
+class Destination
+{
+public:
+    /// \param target      as the user wrote it, without a server.
+    /// \param sourceCount several can only go into a directory: throws Failure otherwise.
+    Destination(Place& place, const std::string& target, std::size_t sourceCount);
+
+    /// The path for one source. What has no name of its own ("/", "..") brings what it holds into
+    /// the directory itself.
+    std::string pathFor(const std::string& source) const;
+
+private:
+    std::string target_;
+    bool isDirectory_;
+};
+
+} // namespace TarnisTool

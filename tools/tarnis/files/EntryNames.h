@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+namespace TarnisTool {
+
+/// Whether a name that a server gave can be that of one entry of a directory. Any other could lead
+/// out of the directory.
+bool isEntryName(const std::string& name);
+
+/// A path as a file system takes it: never empty, and always with a directory in front that
+/// operations on parents can name ("./a" for "a", "." for "").
+std::string fileIdOf(const std::string& path);
+
+/// The same without what fileIdOf() put in front, for messages.
+std::string textOf(const std::string& fileId);
+
+/// The path of an entry below a directory, as the user would write it: the name alone below "".
+std::string joinPath(const std::string& directory, const std::string& name);
+
+/// The last component of a path; empty for what has no name of its own: "", "/", and paths that
+/// end in "." or "..".
+std::string nameOf(const std::string& path);
+
+} // namespace TarnisTool

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <FileSystem/StorageSystemRecords.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace TarnisTool {
+
+/// A list of records for other programs, as one JSON array.
+///
+/// Names are bytes, and JSON is text. A name that is UTF-8 stands as it is. For any other the field
+/// ("name", for example) has U+FFFD in the place of what is no UTF-8, and a second field
+/// ("nameBase64") has the exact bytes; it is there only then.
+class JsonList
+{
+public:
+    JsonList();
+    JsonList(const JsonList&) = delete;
+    JsonList& operator=(const JsonList&) = delete;
+    ~JsonList();
+
+    void add(const FileSystem::StorageSystemFileInfo& info, const std::string& path,
+             const std::optional<std::string>& linkTarget);
+    void add(const FileSystem::StorageSystemStorageInfo& room, const std::string& path);
+
+    /// Writes it to standard output.
+    void print() const;
+
+private:
+    struct Records;
+
+    std::unique_ptr<Records> records_;
+};
+
+} // namespace TarnisTool

@@ -1,0 +1,36 @@
+#include "files/PutCommand.h"
+
+#include "Failure.h"
+#include "files/LocalPlace.h"
+
+#include <CLI/CLI.hpp>
+
+namespace TarnisTool {
+
+PutCommand::PutCommand(CLI::App& program)
+    : CopyCommand(program, "put", "Copy files of this machine to a server",
+                  "local path... host:path", 2)
+{
+    declareResume();
+    commandLine().footer(
+        "Into a directory (\"host:\" is the login directory), files go under their own names. A\n"
+        "file takes its name when it is complete; a file or link that stood there is replaced.\n\n"
+        "Example: tarnis put --resume backup.tar alice@example.org:backups/");
+}
+
+int PutCommand::work(const std::vector<std::string>& operands)
+{
+    const RemotePath target = parseRemotePath(operands.back());
+    std::vector<std::string> sources;
+    for (auto path = operands.begin(); path != operands.end() - 1; ++path) {
+        if (path->empty()) {
+            throw UsageError("an empty local path names nothing");
+        }
+        sources.push_back(fileIdOf(*path));
+    }
+    RemotePlace remote(target.target, loginOptions());
+    LocalPlace local;
+    return copyAll(remote, local, sources, remote, target.path);
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "files/CopyCommand.h"
+
+#include <string>
+#include <vector>
+
+namespace TarnisTool {
+
+/// `tarnis put`: copies files of this machine to a server.
+class PutCommand : public CopyCommand
+{
+public:
+    explicit PutCommand(CLI::App& program);
+
+private:
+    int work(const std::vector<std::string>& operands) override;
+};
+
+} // namespace TarnisTool

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "files/Place.h"
+#include "login/ConnectionOptions.h"
+#include "login/Target.h"
+
+#include <Tarnis/SSHFileSystemSFTP.h>
+#include <Tarnis/SSHSession.h>
+
+#include <memory>
+#include <string>
+
+namespace TarnisTool {
+
+/// The files of a server.
+class RemotePlace : public Place
+{
+public:
+    /// Connects, logs in and starts the file transfer. Throws Failure.
+    RemotePlace(Target target, const LoginOptions& options);
+
+    const FileSystem::FileSystem2& system() const override { return *system_; }
+
+    std::string display(const std::string& path) const override;
+    void forgetFailures() override;
+    std::string lastReason() override;
+    bool isAlive() override;
+    void requireAlive() override;
+
+    Tarnis::SSHSession& session() noexcept { return session_; }
+
+private:
+    Target target_;
+    Tarnis::SSHSession session_;
+    std::unique_ptr<Tarnis::SSHFileSystemSFTP> system_;
+    std::string forgotten_;
+};
+
+/// Starts file transfer on a session that is logged in. Throws Failure.
+std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession& session,
+                                                             const Target& target);
+
+} // namespace TarnisTool

@@ -1,0 +1,248 @@
+#include "files/TreeCopy.h"
+
+#include "files/EntryNames.h"
+#include "files/ResumedCopy.h"
+#include "files/TreeWalk.h"
+#include "terminal/Messages.h"
+#include "terminal/Units.h"
+
+#include <utility>
+
+namespace TarnisTool {
+
+namespace {
+
+using Option = FileSystem::StorageSystemCopyOptionFlag;
+
+/// Whether a path is another one or below it, as far as their texts tell.
+bool isWithin(const FileSystem::FileSystem2& system, const std::string& path,
+              const std::string& directory)
+{
+    const std::string inner = system.pathEnsureTrailingSlash(system.pathCanonize(path));
+    const std::string outer = system.pathEnsureTrailingSlash(system.pathCanonize(directory));
+    return inner.compare(0, outer.size(), outer) == 0;
+}
+
+} // namespace
+
+TreeCopy::TreeCopy(Place& from, Place& to, CopyOptions options, const Cancellation& cancellation)
+    : from_(from)
+    , to_(to)
+    , options_(options)
+    , cancellation_(cancellation)
+{}
+
+void TreeCopy::add(const std::string& source, const std::string& target)
+{
+    Job job{source, target, {}, from_.find(source)};
+    if (isSymbolicLink(job.info.type) && !options_.isRecursive) {
+        job.source = followLink(source);
+        job.info = from_.find(job.source);
+    }
+    if (!isDirectory(job.info.type)) {
+        addJob(std::move(job));
+        return;
+    }
+    if (!options_.isRecursive) {
+        from_.fail("cannot copy", source, "it is a directory; -r copies it and all below it");
+    }
+    if (&from_ == &to_ && isWithin(from_.system(), target, source)) {
+        from_.fail("cannot copy", source, "the copy would be inside of it");
+    }
+    addTree(job);
+}
+
+std::string TreeCopy::followLink(const std::string& source)
+{
+    auto target = from_.system().fileSymbolicLinkTargetFileId(source, true);
+    if (!target) {
+        from_.fail("cannot follow the link", source);
+    }
+    return std::move(*target);
+}
+
+void TreeCopy::addTree(const Job& root)
+{
+    addJob(root);
+    TreeWalk walk(from_, cancellation_);
+    for (auto& [path, info] : walk.entriesBelow(root.source)) {
+        const auto slash = path.rfind('/');
+        const std::string parent =
+            slash == std::string::npos ? root.target : joinPath(root.target, path.substr(0, slash));
+        addJob({joinPath(root.source, path), joinPath(root.target, path), parent, std::move(info)});
+    }
+    hasFailed_ = hasFailed_ || walk.isIncomplete();
+}
+
+void TreeCopy::addJob(Job job)
+{
+    if (isRegularFile(job.info.type)) {
+        totalBytes_ += job.info.size;
+    }
+    jobs_.push_back(std::move(job));
+}
+
+bool TreeCopy::run()
+{
+    bar_ = std::make_unique<ProgressBar>(totalBytes_);
+    for (const Job& job : jobs_) {
+        throwIfCancelled();
+        if (failedDirectories_.count(job.parentTarget) != 0) {
+            failedDirectories_.insert(job.target);
+            continue;
+        }
+        try {
+            copy(job);
+        } catch (const Failure& failure) {
+            throwIfCancelled();
+            from_.requireAlive();
+            to_.requireAlive();
+            note(failure.what());
+            failedDirectories_.insert(job.target);
+        }
+    }
+    preserveDirectories();
+    return !hasFailed_;
+}
+
+void TreeCopy::copy(const Job& job)
+{
+    if (isDirectory(job.info.type)) {
+        makeDirectory(job);
+    } else if (isSymbolicLink(job.info.type)) {
+        copyLink(job);
+    } else if (isRegularFile(job.info.type)) {
+        copyFile(job);
+    } else {
+        from_.fail("cannot copy", job.source, "it is no file, directory or link");
+    }
+}
+
+void TreeCopy::makeDirectory(const Job& job)
+{
+    // A link to a directory would lead elsewhere.
+    if (!to_.system().directoryExists(job.target, false)) {
+        to_.forgetFailures();
+        if (!to_.system().directoryCreateAs(job.target, true)) {
+            const bool isTaken = to_.system().fileExists(job.target);
+            to_.fail("cannot make the directory", job.target,
+                     isTaken ? "something else stands there" : to_.writingProblem(job.target));
+        }
+    }
+    madeDirectories_.push_back(&job);
+}
+
+void TreeCopy::copyLink(const Job& job)
+{
+    if (to_.system().directoryExists(job.target, false)) {
+        to_.fail("cannot make the link", job.target, "a directory stands there");
+    }
+    copyWhole(job);
+}
+
+void TreeCopy::copyFile(const Job& job)
+{
+    bar_->setLabel(nameOf(job.target));
+    if (options_.resumes) {
+        resumeFile(job);
+    } else {
+        copyWhole(job);
+    }
+    doneBytes_ += job.info.size;
+    ++doneFiles_;
+}
+
+void TreeCopy::copyWhole(const Job& job)
+{
+    from_.forgetFailures();
+    to_.forgetFailures();
+    const auto progress = [this](std::uint64_t done, std::uint64_t /*total*/) {
+        return noteProgress(done);
+    };
+    if (!from_.system().fileCopyAs(job.source, to_.system(), job.target, progress, copyFlags())) {
+        throw failureOf(job, {});
+    }
+}
+
+void TreeCopy::resumeFile(const Job& job)
+{
+    from_.forgetFailures();
+    to_.forgetFailures();
+    ResumedCopy copy(from_.system(), to_.system(), copyFlags(),
+                     [this](std::uint64_t done) { return noteProgress(done); });
+    if (copy.run(job.source, job.target)) {
+        return;
+    }
+    const Failure failure = failureOf(job, copy.problem());
+    if (copy.hasPart()) {
+        note("kept what was copied in " + to_.display(copy.part()) +
+             ": the same command goes on from there");
+    }
+    throw failure;
+}
+
+bool TreeCopy::noteProgress(std::uint64_t done)
+{
+    bar_->show(doneBytes_ + done);
+    return !cancellation_.isRequested();
+}
+
+Failure TreeCopy::failureOf(const Job& job, const std::string& hint)
+{
+    // Before anything else is asked of the server, which would leave other words behind.
+    const std::string said =
+        joinReasons(from_.lastReason(), &to_ == &from_ ? "" : to_.lastReason());
+    std::string problem = hint.empty() ? from_.readingProblem(job.source) : hint;
+    if (problem.empty()) {
+        problem = to_.writingProblem(job.target);
+    }
+    return Failure(FailureKind::FileProblem, "cannot copy",
+                   from_.display(job.source) + " to " + to_.display(job.target),
+                   joinReasons(problem, said));
+}
+
+Utilities::Flags<Option> TreeCopy::copyFlags() const
+{
+    return options_.preserves ? Option::PreservePermissions | Option::PreserveModTime
+                              : Utilities::Flags<Option>();
+}
+
+/// When everything is in place: what is put into a directory changes its time, and may need
+/// permissions that it is not to keep. The deepest first.
+void TreeCopy::preserveDirectories()
+{
+    if (!options_.preserves) {
+        return;
+    }
+    for (auto job = madeDirectories_.rbegin(); job != madeDirectories_.rend(); ++job) {
+        const auto& [source, target, parent, info] = **job;
+        to_.forgetFailures();
+        if (!to_.system().fileSetPermissions(target, info.permissions) ||
+            !to_.system().fileSetModTime(target, info.modTime)) {
+            note("cannot keep permissions and time of " + to_.display(target) + ": " +
+                 to_.lastReason());
+        }
+    }
+}
+
+void TreeCopy::note(const std::string& failure)
+{
+    bar_->clear();
+    hasFailed_ = true;
+    report(failure);
+}
+
+void TreeCopy::throwIfCancelled() const
+{
+    if (!cancellation_.isRequested()) {
+        return;
+    }
+    bar_->clear();
+    const std::string files = std::to_string(doneFiles_) + (doneFiles_ == 1 ? " file" : " files");
+    const bool isClean = from_.isAlive() && to_.isAlive();
+    throw Failure(FailureKind::Cancelled, "interrupted after", files + ", " + humanSize(doneBytes_),
+                  isClean ? "no half-written file has taken its name"
+                          : "the connection was given up; a part of a file may be left there");
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "Failure.h"
+#include "files/Cancellation.h"
+#include "files/Place.h"
+#include "terminal/ProgressBar.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace TarnisTool {
+
+struct CopyOptions
+{
+    /// Directories are copied too, with everything below them.
+    bool isRecursive = false;
+    /// Permissions and times are kept.
+    bool preserves = false;
+    /// A copy that was interrupted goes on.
+    bool resumes = false;
+};
+
+/// Copies files and trees from one place to another.
+///
+/// Without isRecursive a link is followed to the file that it leads to; with it, links are copied
+/// as links and nothing is reached through one, on either side. What fails is reported and does not
+/// keep the rest from being copied. Each file takes its name when it is complete.
+class TreeCopy
+{
+public:
+    TreeCopy(Place& from, Place& to, CopyOptions options, const Cancellation& cancellation);
+
+    /// Adds what stands at `source`. Throws Failure when it cannot be copied.
+    void add(const std::string& source, const std::string& target);
+
+    /// Copies what was added. Throws Failure when the connection is lost, and when it was
+    /// cancelled.
+    /// \return whether everything was copied.
+    bool run();
+
+private:
+    struct Job
+    {
+        std::string source;
+        std::string target;
+        /// The target of the directory that this one is in; empty for what was added itself.
+        std::string parentTarget;
+        FileSystem::StorageSystemFileInfo info;
+    };
+
+    std::string followLink(const std::string& source);
+    void addTree(const Job& root);
+    void addJob(Job job);
+    void copy(const Job& job);
+    void makeDirectory(const Job& job);
+    void copyLink(const Job& job);
+    void copyFile(const Job& job);
+    void resumeFile(const Job& job);
+    void copyWhole(const Job& job);
+    bool noteProgress(std::uint64_t done);
+    Failure failureOf(const Job& job, const std::string& hint);
+    Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
+    void preserveDirectories();
+    void note(const std::string& failure);
+    void throwIfCancelled() const;
+
+    Place& from_;
+    Place& to_;
+    CopyOptions options_;
+    const Cancellation& cancellation_;
+    std::vector<Job> jobs_;
+    std::vector<const Job*> madeDirectories_;
+    std::set<std::string> failedDirectories_;
+    std::unique_ptr<ProgressBar> bar_;
+    std::uint64_t totalBytes_ = 0;
+    std::uint64_t doneBytes_ = 0;
+    std::size_t doneFiles_ = 0;
+    bool hasFailed_ = false;
+};
+
+} // namespace TarnisTool

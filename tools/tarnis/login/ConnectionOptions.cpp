@@ -1,0 +1,87 @@
+#include "login/ConnectionOptions.h"
+
+#include <CLI/CLI.hpp>
+
+#include <climits>
+#include <map>
+
+namespace TarnisTool {
+
+namespace {
+
+const std::string loginGroup = "Login";
+const std::string hostKeyGroup = "Trust in the server";
+
+void declareSecret(CLI::App& command, SecretSource& source, const std::string& option,
+                   const std::string& what)
+{
+    // A negative number is no descriptor, and none that big can be open.
+    auto* const descriptor =
+        command
+            .add_option_function<int>(
+                "--" + option + "-fd", [&source](const int& number) { source.descriptor = number; },
+                "Read the " + what + " from this open file descriptor (one line)")
+            ->check(CLI::Range(0, INT_MAX).description(""))
+            ->type_name("N")
+            ->group(loginGroup);
+    command
+        .add_option("--" + option + "-env", source.variable,
+                    "Take the " + what + " from this environment variable")
+        ->type_name("NAME")
+        ->excludes(descriptor)
+        ->group(loginGroup);
+}
+
+void declareHostKeyOptions(CLI::App& command, LoginOptions& options)
+{
+    const std::map<std::string, HostKeyMode> modes{{"ask", HostKeyMode::Ask},
+                                                   {"new", HostKeyMode::New},
+                                                   {"known", HostKeyMode::Known},
+                                                   {"all", HostKeyMode::All}};
+    command
+        .add_option("--host-key-policy", options.hostKeyMode,
+                    "What to do with a server that the known-hosts file does not vouch for:\n"
+                    "ask   show its fingerprint and ask at the terminal (default)\n"
+                    "new   accept and record an unknown server, refuse a changed key\n"
+                    "known refuse both\n"
+                    "all   accept both (whoever is on the line can pose as the server)")
+        ->transform(CLI::Transformer(modes).description(""))
+        ->type_name("ask|new|known|all")
+        ->group(hostKeyGroup);
+}
+
+} // namespace
+
+void declareReachOptions(CLI::App& command, ReachOptions& options)
+{
+    command
+        .add_option_function<unsigned int>(
+            "--connect-timeout",
+            [&options](const unsigned int& seconds) {
+                options.connectTimeout = std::chrono::seconds(seconds);
+            },
+            "Give up connecting after this long")
+        ->type_name("SECONDS");
+    command
+        .add_option("--known-hosts", options.knownHostsFile,
+                    "Known-hosts file to go by, and to record in, instead of ~/.ssh/known_hosts")
+        ->type_name("FILE")
+        ->group(hostKeyGroup);
+}
+
+void declareLoginOptions(CLI::App& command, LoginOptions& options)
+{
+    declareReachOptions(command, options.reach);
+    declareHostKeyOptions(command, options);
+    command
+        .add_option("-i,--identity", options.identities,
+                    "Log in with this private key file; may be repeated. Without it: the agent's "
+                    "keys, then the default ones of ~/.ssh")
+        ->type_name("FILE")
+        ->allow_extra_args(false)
+        ->group(loginGroup);
+    declareSecret(command, options.password, "password", "password");
+    declareSecret(command, options.passPhrase, "passphrase", "pass phrase of encrypted keys");
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,49 @@
+#include "login/HostKeyCommand.h"
+
+#include "Failure.h"
+#include "login/Connecting.h"
+#include "login/HostKeyCheck.h"
+
+#include <Tarnis/SSHSession.h>
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+namespace TarnisTool {
+
+HostKeyCommand::HostKeyCommand(CLI::App& program)
+    : Command(program, "hostkey", "Show the key of a server and its fingerprint")
+{
+    commandLine()
+        .add_option("target", targetText_, "The server: host[:port]")
+        ->required()
+        ->type_name("");
+    declareReachOptions(commandLine(), options_);
+    commandLine().footer(
+        "Prints two lines: the key as a known-hosts file has it, and its SHA-256 fingerprint.\n"
+        "Of a server with several keys it is one of a kind that the known-hosts file has.\n"
+        "Nothing vouches for the key: whoever is on the line can show another one. Compare the\n"
+        "fingerprint with one that you have from a safe source.");
+}
+
+int HostKeyCommand::run(const std::vector<std::string>& words)
+{
+    if (!words.empty()) {
+        throw UsageError("hostkey takes no command line");
+    }
+    Target target = parseTarget(targetText_);
+    Tarnis::SSHSession session;
+    connectTo(session, target, options_);
+    const HostKey key = HostKey::of(session, target);
+    std::cout << target.knownHostsName() << ' ' << key.type << ' ' << key.base64 << '\n'
+              << key.fingerprint << '\n'
+              << std::flush;
+    if (!std::cout) {
+        throw Failure(FailureKind::LocalProblem, "cannot write to", "standard output",
+                      "it is closed or full");
+    }
+    return ExitCode::success;
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace TarnisTool {
+
+/// The machine that a sub-command works on, as its user wrote it.
+struct Target
+{
+    static constexpr std::uint16_t defaultPort = 22;
+
+    /// Empty: the local user's name.
+    std::string user;
+    /// A name, or an address without brackets.
+    std::string host;
+    std::uint16_t port = defaultPort;
+
+    /// For messages: "user@host", with ":port" where it is not the usual one.
+    std::string display() const;
+
+    /// Whether both were written to mean the same.
+    bool operator==(const Target& other) const
+    {
+        return user == other.user && host == other.host && port == other.port;
+    }
+
+    /// As a known-hosts file names it: "host", or "[host]:port" where the port is not the usual
+    /// one.
+    std::string knownHostsName() const;
+};
+
+/// Reads `[user@]host[:port]`. An IPv6 address stands in brackets where a port follows and may do
+/// so elsewhere. The user name may contain "@". Throws UsageError.
+Target parseTarget(const std::string& text);
+
+} // namespace TarnisTool
