@@ -1,12 +1,40 @@
 #include "LinkResolution.h"
 
+#include "PathText.h"
+
 #include <FileSystem/StorageSystem.h>
+
+#include <utility>
 
 namespace FileSystem {
 
+namespace {
+
+constexpr int maximumLinks = 40;
+
+/// Splits the first component off a path without a slash in front.
+std::string takeComponent(std::string& path)
+{
+    const auto slash = path.find('/');
+    std::string component = path.substr(0, slash);
+    path = slash == std::string::npos ? std::string() : path.substr(slash + 1);
+    return component;
+}
+
+/// Where a path that holds no links is after one step.
+std::string step(const std::string& from, const std::string& component)
+{
+    const bool cannotGoUp = from.empty() || PathText::fileName(from) == "..";
+    if (component == ".." && (from == "/" || !cannotGoUp)) {
+        return from == "/" ? from : PathText::parentId(from);
+    }
+    return PathText::childId(from, {component});
+}
+
+} // namespace
+
 std::optional<LinkEnd> followLinks(const StorageSystem& system, const std::string& link)
 {
-    constexpr int maximumLinks = 40;
     LinkEnd end{link, std::nullopt};
     for (int links = 0; links < maximumLinks; ++links) {
         auto target = system.fileSymbolicLinkTargetFileId(end.path, false);
@@ -20,6 +48,27 @@ std::optional<LinkEnd> followLinks(const StorageSystem& system, const std::strin
         }
     }
     return std::nullopt;
+}
+
+std::optional<std::string> resolveLinks(const StorageSystem& system, const std::string& path)
+{
+    std::string resolved = PathText::isAbsolute(path) ? "/" : "";
+    std::string left = PathText::removeLeadingSlash(PathText::canonize(path));
+    for (int links = 0; !left.empty();) {
+        std::string next = step(resolved, takeComponent(left));
+        const auto target = system.fileIsSymbolicLink(next) ? system.fileSymbolicLinkTarget(next)
+                                                            : std::optional<std::string>("");
+        if (!target || (!target->empty() && ++links > maximumLinks)) {
+            return std::nullopt;
+        }
+        if (target->empty()) {
+            resolved = std::move(next);
+            continue;
+        }
+        resolved = PathText::isAbsolute(*target) ? "/" : resolved;
+        left = PathText::removeLeadingSlash(PathText::canonize(*target + "/" + left));
+    }
+    return resolved;
 }
 
 } // namespace FileSystem

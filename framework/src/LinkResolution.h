@@ -22,4 +22,8 @@ struct LinkEnd
 /// be read, or they are more than 40, as when they lead in a circle.
 std::optional<LinkEnd> followLinks(const StorageSystem& system, const std::string& link);
 
+/// The path without links and ".." on the way: every symbolic link in it is followed, what does not
+/// exist is taken as it stands. Empty: a link cannot be read, or they are more than 40.
+std::optional<std::string> resolveLinks(const StorageSystem& system, const std::string& path);
+
 } // namespace FileSystem

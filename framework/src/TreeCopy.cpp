@@ -1,6 +1,7 @@
 #include "TreeCopy.h"
 
 #include "FileCopy.h"
+#include "LinkResolution.h"
 #include "PathText.h"
 
 #include <FileSystem/StorageSystem.h>
@@ -38,7 +39,12 @@ bool TreeCopy::leadsIntoItself() const
     const bool isOneSystem =
         &task_.source == &task_.target || (task_.source.getType() == StorageSystemType::Local &&
                                            task_.target.getType() == StorageSystemType::Local);
-    return isOneSystem && PathText::isWithin(sourcePath_, targetPath_);
+    if (!isOneSystem) {
+        return false;
+    }
+    const auto source = resolveLinks(task_.source, sourcePath_);
+    const auto target = resolveLinks(task_.target, targetPath_);
+    return !source || !target || PathText::isWithin(*source, *target);
 }
 
 bool TreeCopy::makeRoot()

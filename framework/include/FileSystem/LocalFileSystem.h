@@ -12,8 +12,8 @@
 namespace FileSystem {
 
 /// The file system of this machine, as the process sees it. A relative path starts at the process's
-/// current directory. Holds no resources: always valid, and an open file may outlive nothing but
-/// its file system object.
+/// current directory. Holds no resources and is always valid; it must outlive the files that it
+/// opened.
 ///
 /// Renaming and moving never replace what stands at the new path.
 ///

@@ -111,6 +111,17 @@ TEST_P(DirectoryMoveContract, NeverMovesIntoItselfByAnotherWay)
     EXPECT_THAT(names(path("tree/sub")), testing::ElementsAre("file"));
 }
 
+TEST_P(DirectoryMoveContract, NeverMovesIntoItselfThroughALink)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeLink("link", "tree/sub");
+    EXPECT_FALSE(system().directoryMoveAs(path("tree"), path("link/new")));
+    expectTreeAt("tree");
+    EXPECT_THAT(names(path("tree/sub")), testing::ElementsAre("file"));
+}
+
 TEST_P(DirectoryMoveContract, MoveNeverReplaces)
 {
     makeDirectory("empty");

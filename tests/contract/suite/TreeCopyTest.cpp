@@ -332,6 +332,24 @@ TEST_P(TreeCopyInPlaceContract, NeverCopiesIntoItselfByAnotherWay)
     expectTreeUntouched();
 }
 
+TEST_P(TreeCopyInPlaceContract, NeverCopiesIntoItselfThroughALink)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeTree();
+    makeLink("link", "tree/sub");
+    EXPECT_FALSE(copyTo(path("link/copy")));
+    expectTreeUntouched();
+}
+
+TEST_P(TreeCopyInPlaceContract, NeighbourReachedThroughItselfIsNotInside)
+{
+    makeTree();
+    EXPECT_TRUE(copyTo(path("tree/sub/../../copy")));
+    EXPECT_EQ(contentOf(path("copy/file")), "stays");
+}
+
 TEST_P(TreeCopyInPlaceContract, NeighbourWithALongerNameIsNotInside)
 {
     makeTree();
