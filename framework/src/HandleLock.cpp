@@ -1,5 +1,6 @@
 #include <FileSystem/HandleLock.h>
 
+#include <thread>
 #include <utility>
 
 namespace FileSystem {
@@ -9,7 +10,7 @@ HandleMutexChain::HandleMutexChain(const HandleMutexChain* ancestors)
     if (ancestors != nullptr) {
         mutexes_ = ancestors->mutexes_;
     }
-    mutexes_.push_back(std::make_shared<std::recursive_timed_mutex>());
+    mutexes_.push_back(std::make_shared<std::recursive_mutex>());
 }
 
 void HandleMutexChain::lock() const
@@ -28,9 +29,23 @@ void HandleMutexChain::lock() const
 
 bool HandleMutexChain::tryLockFor(std::chrono::milliseconds limit) const
 {
+    // A mutex that can wait for a time is of another kind, which the thread sanitizer does not
+    // know.
+    constexpr std::chrono::milliseconds pause{1};
     const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!tryLock()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(pause);
+    }
+    return true;
+}
+
+bool HandleMutexChain::tryLock() const
+{
     std::size_t locked = 0;
-    while (locked < mutexes_.size() && mutexes_[locked]->try_lock_until(deadline)) {
+    while (locked < mutexes_.size() && mutexes_[locked]->try_lock()) {
         ++locked;
     }
     if (locked < mutexes_.size()) {

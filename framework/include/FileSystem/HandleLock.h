@@ -34,9 +34,10 @@ public:
     void unlock() const noexcept;
 
 private:
+    bool tryLock() const;
     void unlockFirst(std::size_t count) const noexcept;
 
-    std::vector<std::shared_ptr<std::recursive_timed_mutex>> mutexes_;
+    std::vector<std::shared_ptr<std::recursive_mutex>> mutexes_;
 };
 
 /// Unlocks a chain when its HandleLock goes. Keeps the chain alive, so the handle may go first.

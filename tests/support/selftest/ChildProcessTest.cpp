@@ -1,15 +1,13 @@
 #include "support/ChildProcess.h"
 
 #include "support/ProcessTree.h"
+#include "support/selftest/ForkedProgram.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <system_error>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace TarnisTest {
@@ -157,34 +155,19 @@ TEST(ChildProcess, TakesItsDescendantsWithItWhenItEnds)
     EXPECT_FALSE(exists(pidIn(child.output())));
 }
 
-// A test program of its own, which has started a child and now waits. It cannot clean up after
-// itself: it is only ever killed.
+// A test program that has started a child and now waits.
 class ProgramWithChild : public ::testing::Test
 {
 protected:
-    void SetUp() override
+    ProgramWithChild()
+        : program([](const ForkedProgram::AnswerAndWait& answerAndWait) {
+            const ChildProcess child(shell("sleep 1000"));
+            answerAndWait(std::to_string(child.pid()));
+        })
+        , child_(pidIn(program.answer()))
     {
-        program_ = ::fork();
-        if (program_ == 0) {
-            run();
-        }
-        ASSERT_TRUE(waitUntil([&] { return !readFile(pidFile()).empty(); }));
-        child_ = pidIn(readFile(pidFile()));
-        ASSERT_TRUE(exists(child_));
+        EXPECT_TRUE(exists(child_));
     }
-
-    void TearDown() override { killProgram(); }
-
-    void killProgram()
-    {
-        if (program_ > 0) {
-            ::kill(program_, SIGKILL);
-            EXPECT_EQ(::waitpid(program_, nullptr, 0), program_);
-        }
-        program_ = 0;
-    }
-
-    pid_t supervisor() const { return childrenOf(program_).at(0); }
 
     bool childIsGone() const
     {
@@ -192,36 +175,24 @@ protected:
         return waitUntil([this] { return !exists(child_) || stateOf(child_) == 'Z'; });
     }
 
+    ForkedProgram program;
+
 private:
-    [[noreturn]] void run() const
-    {
-        const ChildProcess child(shell("sleep 1000"));
-        std::ofstream(pidFile() + ".new") << child.pid();
-        std::filesystem::rename(pidFile() + ".new", pidFile());
-        while (true) {
-            ::pause();
-        }
-    }
-
-    std::string pidFile() const { return directory_.file("pid"); }
-
-    TemporaryDirectory directory_;
-    pid_t program_ = 0;
-    pid_t child_ = 0;
+    const pid_t child_;
 };
 
 TEST_F(ProgramWithChild, IsNotOutlivedByTheChildWhenItIsKilled)
 {
-    killProgram();
+    program.endBy(SIGKILL);
     EXPECT_TRUE(childIsGone());
 }
 
 TEST_F(ProgramWithChild, IsNotOutlivedByTheChildWhenTheSupervisorIsKilledToo)
 {
-    const pid_t watched = supervisor();
-    ::kill(watched, SIGSTOP); // It must not come first.
-    killProgram();
-    ::kill(watched, SIGKILL);
+    const pid_t supervisor = childrenOf(program.pid()).at(0);
+    ::kill(supervisor, SIGSTOP); // It must not come first.
+    program.endBy(SIGKILL);
+    ::kill(supervisor, SIGKILL);
     EXPECT_TRUE(childIsGone());
 }
 

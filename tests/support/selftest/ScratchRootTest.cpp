@@ -3,14 +3,15 @@
 #include "support/ProcessTree.h"
 #include "support/TemporaryDirectory.h"
 #include "support/WaitUntil.h"
+#include "support/selftest/ForkedProgram.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace TarnisTest {
@@ -18,19 +19,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A program with a scratch directory of its own, full of things that are hard to remove.
-[[noreturn]] void runProgram(const std::string& answerFile)
+// Full of things that are hard to remove.
+void fill(const std::string& root)
 {
-    const ScratchRoot root;
-    fs::create_directories(root.path() + "/locked/inside");
-    std::ofstream(root.path() + "/locked/inside/file") << "text";
-    fs::permissions(root.path() + "/locked/inside", fs::perms::none);
-    fs::permissions(root.path() + "/locked", fs::perms::none);
-    std::ofstream(answerFile + ".new") << root.path();
-    fs::rename(answerFile + ".new", answerFile);
-    while (true) {
-        ::pause();
-    }
+    fs::create_directories(root + "/locked/inside");
+    std::ofstream(root + "/locked/inside/file") << "text";
+    fs::permissions(root + "/locked/inside", fs::perms::none);
+    fs::permissions(root + "/locked", fs::perms::none);
 }
 
 class ScratchRootOfAProgram : public ::testing::TestWithParam<int>
@@ -38,19 +33,16 @@ class ScratchRootOfAProgram : public ::testing::TestWithParam<int>
 
 TEST_P(ScratchRootOfAProgram, IsRemovedWhenASignalEndsIt)
 {
-    const TemporaryDirectory directory;
-    const std::string answerFile = directory.file("answer");
-    const pid_t program = ::fork();
-    if (program == 0) {
-        runProgram(answerFile);
-    }
-    const bool answered = waitUntil([&] { return !readFile(answerFile).empty(); });
-    const fs::path root = readFile(answerFile);
-    EXPECT_TRUE(answered && fs::exists(root / "locked"));
+    ForkedProgram program([](const ForkedProgram::AnswerAndWait& answerAndWait) {
+        const ScratchRoot root;
+        fill(root.path());
+        answerAndWait(root.path());
+    });
+    const fs::path root = program.answer();
+    EXPECT_TRUE(fs::exists(root / "locked"));
     // What a test runner would find and kill with it.
-    EXPECT_TRUE(descendantsOf(program).empty());
-    ::kill(program, GetParam());
-    ASSERT_EQ(::waitpid(program, nullptr, 0), program);
+    EXPECT_TRUE(descendantsOf(program.pid()).empty());
+    program.endBy(GetParam());
     EXPECT_TRUE(waitUntil([&] { return !fs::exists(root); })) << root;
 }
 
