@@ -135,6 +135,7 @@ private:
     void setBlocking(bool blocking);
     bool isBlocking() const;
     int runConnect();
+    void closeLostConnection();
     void endConnection(void (*disconnectCall)(ssh_session_struct*));
 
     std::unique_ptr<SSHHandleSession> session_;

@@ -58,7 +58,7 @@ void SSHSession::noticeLostConnection()
     // Under the lock, or a connection that another thread makes meanwhile would be taken for lost.
     const auto lock = session_->getLock();
     if (hasBits(state_->load(), connectedBit) && !isSessionConnected()) {
-        connection_->release();
+        connection_->noteLoss();
         state_->exchange(RemoteSessionState::Disconnected);
     }
 }
@@ -101,6 +101,7 @@ bool SSHSession::do_disconnect()
 {
     setBlocking(true);
     if (state_->load() == RemoteSessionState::Disconnected) {
+        closeLostConnection();
         return false;
     }
     const auto lock = session_->getLock();
@@ -111,6 +112,14 @@ bool SSHSession::do_disconnect()
     });
     state_->exchange(RemoteSessionState::Disconnected);
     return true;
+}
+
+void SSHSession::closeLostConnection()
+{
+    const auto lock = session_->getLock();
+    if (connection_->takeLoss() && ssh_is_connected(session_->getResource()) != 0) {
+        endConnection(ssh_silent_disconnect);
+    }
 }
 
 void SSHSession::silentDisconnect()
