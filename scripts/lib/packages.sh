@@ -8,6 +8,7 @@ packages_for() {
     local test="$build $server googletest libgtest-dev libgmock-dev libpam-wrapper
         openssh-sftp-server dropbear-bin python3 python3-asyncssh clang git"
     case $1 in
+    build) echo "$build" ;;
     demo) echo "$build $server" ;;
     test) echo "$test" ;;
     valgrind) echo "$test valgrind" ;;
@@ -45,7 +46,5 @@ ensure_packages() {
         as_root=(sudo)
     fi
     echo "== installing Debian packages: ${missing[*]}"
-    "${as_root[@]}" apt-get update -qq
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+    "${as_root[@]}" "$(dirname "${BASH_SOURCE[0]}")/install_packages.sh" "${missing[@]}"
 }
