@@ -2,7 +2,8 @@
 # Shows the main job against a real SSH server: builds the library and the program, starts a private
 # server on a loopback port with throwaway keys, connects, verifies its key, logs in, runs commands,
 # copies a tree there and back.
-# Installs what is missing (Debian packages) first; leaves nothing behind but the build.
+# Installs what is missing (Debian packages, whose services are not started) first; leaves nothing
+# else behind but the build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/packages.sh
@@ -12,6 +13,7 @@ build_dir=build/demo
 tarnis=$build_dir/tools/tarnis/tarnis
 scratch=
 remote=
+privilege_separation=
 server_pid=
 client_pid=
 port=
@@ -23,6 +25,7 @@ cleanup() {
     [ -z "$client_pid" ] || kill_tree "$client_pid"
     [ -z "$server_pid" ] || kill_tree "$server_pid"
     [ -z "$scratch" ] || rm -rf "$scratch"
+    [ -z "$privilege_separation" ] || rmdir "$privilege_separation" || true
     exit "$status"
 }
 trap cleanup EXIT
@@ -70,9 +73,17 @@ invent_account() {
     printf 'root:x:0:\nnogroup:x:65534:\n' >"$scratch/group"
     chown 65534:65534 "$scratch/home" "$remote"
     chmod 755 "$scratch"
-    mkdir -p /run/sshd
+    provide_privilege_separation
     server_environment=(LD_PRELOAD=libnss_wrapper.so "NSS_WRAPPER_PASSWD=$scratch/passwd"
         "NSS_WRAPPER_GROUP=$scratch/group")
+}
+
+# The empty directory that sshd, started by root, locks its unprivileged part into. Where the
+# system's own SSH service runs, it is there; otherwise it goes again with the rest.
+provide_privilege_separation() {
+    [ -d /run/sshd ] && return
+    mkdir /run/sshd
+    privilege_separation=/run/sshd
 }
 
 write_server_config() {
@@ -237,4 +248,4 @@ demo_exec
 demo_transfer
 demo_files
 demo_kill
-title "done: everything above was real, and nothing of it is left"
+title "done: everything above was real; the server and its files go now"

@@ -19,14 +19,17 @@ check_shell() {
     shellcheck -x "${shell_files[@]}"
 }
 
+# clang-tidy writes its findings to the standard output and counts what it passes over on the other.
 check_tidy() {
     echo "-- clang-tidy"
+    # Makes the compile commands and the generated headers.
     cmake --preset lint >/dev/null
-    # Generated headers must be there before anything can be analysed.
-    printf '%s\n' "${cpp_files[@]}" | grep '\.cpp$' |
-        grep -v '^tests/packaging/consumer/' |
-        xargs -P "$jobs" -n 4 clang-tidy -p build/lint --quiet 2>build/lint/tidy.log ||
-        { cat build/lint/tidy.log; return 1; }
+    # The packaging consumer is built against the installed package only.
+    git ls-files '*.cpp' ':!tests/packaging/consumer/' |
+        xargs -P "$jobs" -n 1 clang-tidy -p build/lint --quiet 2>build/lint/tidy.log || {
+        grep -v 'warnings\? \(generated\|treated as error\)' build/lint/tidy.log || true
+        return 1
+    }
 }
 
 check_presets() {

@@ -40,7 +40,8 @@ public:
     /// invalid. A call of another thread that does not end within a moment is broken off; for up to
     /// half a second, data that was written and not yet sent is handed to the network.
     ///
-    /// True: the state is Disconnected. False: it already was; nothing was done.
+    /// True: the state is Disconnected. False: it already was; what may be left of a
+    /// connection that was lost has gone the same way.
     bool disconnect();
 
     /// The state. A connection that was lost is noticed here: the state is then Disconnected. While

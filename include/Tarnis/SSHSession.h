@@ -145,6 +145,7 @@ private:
     bool isBlocking() const;
     int runConnect();
     FileSystem::HandleLock lockToEnd();
+    void closeLostConnection();
     void endConnection(void (*disconnectCall)(ssh_session_struct*));
 
     std::unique_ptr<SSHHandleSession> session_;

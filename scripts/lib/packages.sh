@@ -10,6 +10,7 @@ packages_for() {
         openssh-sftp-server dropbear-bin python3 python3-asyncssh proftpd-core
         proftpd-mod-crypto clang git"
     case $1 in
+    build) echo "$build" ;;
     demo) echo "$build $server" ;;
     test) echo "$test" ;;
     valgrind) echo "$test valgrind" ;;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# What the documents promise: the README's program is the one that is compiled, the changelog leads
-# with the current version, links lead somewhere, and nothing is left for later.
+# What the documents promise: the README's program is the one that is compiled and its packages are
+# the ones that building needs, the changelog leads with the current version, links lead somewhere,
+# and nothing is left for later.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
@@ -17,6 +18,13 @@ readme_program() {
 
 diff <(readme_program) examples/readme.cpp >/dev/null ||
     fail "README.md: its first program is not examples/readme.cpp"
+
+# shellcheck source=scripts/lib/packages.sh
+. scripts/lib/packages.sh
+named=$(sed -n 's/^sudo apt-get install //p' README.md)
+needed=$(packages_for build | xargs)
+[ "$named" = "$needed" ] ||
+    fail "README.md: building needs the packages $needed, and it names $named"
 
 version=$(sed -n 's/^ *VERSION \([0-9.]*\)$/\1/p' CMakeLists.txt)
 grep -m1 '^## ' CHANGELOG.md | grep -q "$version" ||

@@ -69,7 +69,7 @@ void SSHSession::noticeLostConnection()
     // Under the lock, or a connection that another thread makes meanwhile would be taken for lost.
     const auto lock = session_->getLock();
     if (hasBits(state_->load(), connectedBit) && !isSessionConnected()) {
-        connection_->release();
+        connection_->noteLoss();
         state_->exchange(RemoteSessionState::Disconnected);
     }
 }
@@ -113,6 +113,7 @@ bool SSHSession::do_disconnect()
     const auto lock = lockToEnd();
     setBlocking(true);
     if (state_->load() == RemoteSessionState::Disconnected) {
+        closeLostConnection();
         return false;
     }
     state_->exchange(RemoteSessionState::Disconnecting);
@@ -122,6 +123,14 @@ bool SSHSession::do_disconnect()
     });
     state_->exchange(RemoteSessionState::Disconnected);
     return true;
+}
+
+/// To be called under the lock.
+void SSHSession::closeLostConnection()
+{
+    if (connection_->takeLoss() && ssh_is_connected(session_->getResource()) != 0) {
+        endConnection(ssh_silent_disconnect);
+    }
 }
 
 void SSHSession::silentDisconnect()

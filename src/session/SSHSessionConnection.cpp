@@ -89,6 +89,7 @@ OwnedSession copyOf(ssh_session used)
 bool SSHSessionConnection::prepare(SSHHandleSession& session)
 {
     socket_.expect();
+    lost_ = false;
     if (used_ && !renew(session)) {
         return false;
     }

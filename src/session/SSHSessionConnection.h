@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace Tarnis {
 
@@ -45,6 +46,17 @@ public:
     /// Lets go of the connection's socket, which libssh has closed.
     void release() noexcept { socket_.detach(); }
 
+    /// Lets go of a connection that turned out to be lost. libssh keeps its socket open if it has
+    /// not read since the end.
+    void noteLoss() noexcept
+    {
+        release();
+        lost_ = true;
+    }
+
+    /// Whether a loss was noted since the last call.
+    bool takeLoss() noexcept { return std::exchange(lost_, false); }
+
     /// Shuts the connection down, from any thread.
     void interrupt() noexcept { socket_.interrupt(); }
 
@@ -59,6 +71,7 @@ private:
     ConnectionSocket socket_;
     std::optional<std::string> knownHostsFile_;
     bool used_ = false;
+    bool lost_ = false;
 };
 
 } // namespace Tarnis

@@ -78,13 +78,13 @@ int spawnCommand(char** command, char** environment, pid_t& pid)
     pid = ::fork();
     if (pid == 0) {
         becomeCommand(supervisor, command, environment);
-        (void)!::write(failure[1], &errno, sizeof errno);
+        [[maybe_unused]] const ssize_t written = ::write(failure[1], &errno, sizeof errno);
         ::_exit(127);
     }
     int error = pid < 0 ? errno : 0;
     ::close(failure[1]);
     // Nothing but the end comes once the command runs.
-    (void)!::read(failure[0], &error, sizeof error);
+    [[maybe_unused]] const ssize_t count = ::read(failure[0], &error, sizeof error);
     ::close(failure[0]);
     return error;
 }

@@ -20,12 +20,13 @@ std::atomic<int> updates{0};
 
 extern "C" {
 
-[[gnu::visibility("default")]] ssh_known_hosts_e ssh_session_is_known_server(ssh_session)
+[[gnu::visibility("default")]] ssh_known_hosts_e
+ssh_session_is_known_server(ssh_session /*session*/)
 {
     return static_cast<ssh_known_hosts_e>(nextAnswer.load());
 }
 
-[[gnu::visibility("default")]] int ssh_session_update_known_hosts(ssh_session)
+[[gnu::visibility("default")]] int ssh_session_update_known_hosts(ssh_session /*session*/)
 {
     ++updates;
     return nextUpdateResult;

@@ -90,7 +90,7 @@ class PrivateKeyForm : public PrivateKey, public ::testing::WithParamInterface<K
 protected:
     KeyPair makeAuthorizedKey(const std::string& passPhrase)
     {
-        const KeyPair key =
+        KeyPair key =
             generateKey(directory(), "key", GetParam().type, GetParam().format, passPhrase);
         OpenSshOptions options;
         options.authorizedKeys = {key.publicLine};

@@ -7,12 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 
 #include <fcntl.h>
 #include <pty.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

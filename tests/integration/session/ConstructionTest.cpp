@@ -15,8 +15,6 @@ std::atomic<int> optionCalls{0};
 
 } // namespace
 
-extern "C" int ssh_options_set(ssh_session session, enum ssh_options_e type, const void* value);
-
 extern "C" [[gnu::visibility("default")]] int
 ssh_options_set(ssh_session session, enum ssh_options_e type, const void* value)
 {

@@ -1,3 +1,4 @@
+#include "integration/session/ProcessSockets.h"
 #include "integration/session/SessionSteps.h"
 #include "support/PseudoRandom.h"
 #include "support/ScriptedServer.h"
@@ -69,6 +70,15 @@ TEST_F(LostConnection, IsNoticedByASecondConnect)
     server().killConnections();
     ASSERT_TRUE(waitUntil([this] { return session().connect(); })) << session().getLastError();
     EXPECT_EQ(session().getState(), State::HostAuthenticating);
+}
+
+TEST_F(LostConnection, HoldsNoSocketOnceItIsDisconnected)
+{
+    ASSERT_TRUE(logIn());
+    server().killAll();
+    ASSERT_TRUE(waitUntil([this] { return session().getState() == State::Disconnected; }));
+    EXPECT_FALSE(session().disconnect());
+    EXPECT_TRUE(socketsConnectedTo(server().port()).empty());
 }
 
 TEST_F(LostConnection, IsNoticedAfterACommandHasRun)

@@ -3,6 +3,7 @@
 #include "support/LoopbackSocket.h"
 #include "support/SystemError.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -94,12 +95,9 @@ std::vector<int> socketsConnectedTo(std::uint16_t port)
 
 bool isWaitingForHandshake()
 {
-    for (const int descriptor : openDescriptors()) {
-        if (isInState(descriptor, TCP_SYN_SENT)) {
-            return true;
-        }
-    }
-    return false;
+    const std::vector<int> descriptors = openDescriptors();
+    return std::any_of(descriptors.begin(), descriptors.end(),
+                       [](int descriptor) { return isInState(descriptor, TCP_SYN_SENT); });
 }
 
 RefusingPort::RefusingPort()

@@ -445,6 +445,18 @@ TEST_F(SessionWithSocket, NoticesThatThePeerHasClosedThoughLibsshDoesNot)
     EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
 }
 
+TEST_F(SessionWithSocket, ClosesALostConnectionThatLibsshStillHolds)
+{
+    const auto process = session.createProcess("command");
+    peerCloses();
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+    EXPECT_CALL(libssh, ssh_disconnect).Times(0);
+    EXPECT_CALL(libssh, ssh_silent_disconnect(fakeSession())).WillOnce(DoDefault());
+    EXPECT_FALSE(session.disconnect());
+    EXPECT_FALSE(process->isValid());
+    EXPECT_FALSE(session.disconnect());
+}
+
 TEST_F(SessionWithSocket, IsConnectedWhileOutputThatCameBeforeTheEndIsUnread)
 {
     const auto process = session.createProcess("command");
