@@ -43,8 +43,9 @@ std::string makeUniqueDirectory(const fs::path& pathAndPrefix)
 ScratchRoot::ScratchRoot()
     : path_(makeUniqueDirectory(fs::canonical(fs::temp_directory_path()) / "tarnis-test-"))
 {
-    // Servers that drop their privileges must get through to what they are shown.
-    if (::chmod(path_.c_str(), 0711) != 0) {
+    // Servers that drop their privileges must get through to what they are shown, and tests that do
+    // must get a directory of their own.
+    if (::chmod(path_.c_str(), 01733) != 0) {
         throwErrno("chmod " + path_);
     }
     std::array<int, 2> ends{};

@@ -388,13 +388,32 @@ TEST_F(TreeCopying, RefusesToCopyADirectoryIntoItself)
     EXPECT_TRUE(source.has("/tree2/a"));
 }
 
-TEST_F(TreeCopying, IntoItselfByAnotherWayEnds)
+TEST_F(TreeCopying, IntoItselfThroughALinkIsRefused)
 {
     source.addFile("/tree/a", "1");
     source.addLink("/way", "/tree");
-    EXPECT_TRUE(source.fileCopyAs("/tree", source, "/way/new", {}, Option::Recursive));
-    EXPECT_THAT(source.paths(),
-                ElementsAre("/tree", "/tree/a", "/tree/new", "/tree/new/a", "/way"));
+    source.addLink("/other", "way");
+    EXPECT_FALSE(source.fileCopyAs("/tree", source, "/way/new", {}, Option::Recursive));
+    EXPECT_FALSE(source.fileCopyAs("/tree", source, "/other/new", {}, Option::Recursive));
+    EXPECT_FALSE(source.fileCopyAs("/tree", source, "/other/../tree/new", {}, Option::Recursive));
+    EXPECT_THAT(source.paths(), ElementsAre("/other", "/tree", "/tree/a", "/way"));
+}
+
+TEST_F(TreeCopying, ThroughACircleOfLinksIsRefused)
+{
+    source.addFile("/tree/a", "1");
+    source.addLink("/one", "/two");
+    source.addLink("/two", "one");
+    EXPECT_FALSE(source.fileCopyAs("/tree", source, "/one/new", {}, Option::Recursive));
+    EXPECT_THAT(source.paths(), ElementsAre("/one", "/tree", "/tree/a", "/two"));
+}
+
+TEST_F(TreeCopying, BesideItselfThroughALinkIsNotIntoItself)
+{
+    source.addFile("/tree/a", "1");
+    source.addLink("/tree/up", "..");
+    EXPECT_TRUE(source.fileCopyAs("/tree", source, "/tree/up/copy", {}, Option::Recursive));
+    EXPECT_EQ(source.bytesOf("/copy/a"), "1");
 }
 
 TEST_F(TreeCopying, ToTheSamePathOfAnotherSystemIsNotIntoItself)
