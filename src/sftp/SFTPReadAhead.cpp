@@ -14,9 +14,9 @@ namespace {
 // What OpenSSH answers at most; more ends the connection on some servers.
 constexpr std::uint32_t largestRequest = 261'120;
 constexpr std::uint32_t smallestRequest = 4'096;
-constexpr std::uint64_t mostUnderWay = 16 * largestRequest;
+constexpr std::uint64_t mostUnderWay = std::uint64_t{16} * largestRequest;
 // Fits into the part of a channel's receive window that libssh keeps open at all times.
-constexpr std::uint64_t mostUnderWayBesideWriters = 2 * largestRequest;
+constexpr std::uint64_t mostUnderWayBesideWriters = std::uint64_t{2} * largestRequest;
 // As many short answers of one size in a row make a pattern.
 constexpr unsigned pattern = 3;
 

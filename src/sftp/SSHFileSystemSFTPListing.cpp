@@ -8,7 +8,6 @@
 #include <Tarnis/SSHFileSystemSFTP.h>
 
 #include <set>
-#include <utility>
 
 namespace Tarnis {
 
@@ -39,21 +38,21 @@ template <class Keep>
 void forEachMatch(const Handle& sftp, const std::string& path, const SFTPNameFilter& filter,
                   Keep keep)
 {
-    forEachEntry(sftp, path, [&](std::string name, const sftp_attributes_struct& entry) {
+    forEachEntry(sftp, path, [&](const std::string& name, const sftp_attributes_struct& entry) {
         if (name != ".." && name != "." && filter.matches(name)) {
-            keep(std::move(name), entry);
+            keep(name, entry);
         }
     });
 }
 
 /// What the two kinds of records have in common.
 template <class Info>
-Info identify(const std::string& directory, std::string name)
+Info identify(const std::string& directory, const std::string& name)
 {
     Info info;
     info.fileId = directory + "/" + name;
     info.parentDirectoryId = directory;
-    info.name = std::move(name);
+    info.name = name;
     return info;
 }
 
@@ -66,9 +65,8 @@ SSHFileSystemSFTP::do_directoryList(const std::string& path, const std::string& 
     std::vector<StorageSystemDirectoryInfo> list;
     if (const auto sftp = validHandle()) {
         forEachMatch(sftp, path, SFTPNameFilter(filter, type),
-                     [&](std::string name, const sftp_attributes_struct& entry) {
-                         list.push_back(
-                             identify<StorageSystemDirectoryInfo>(path, std::move(name)));
+                     [&](const std::string& name, const sftp_attributes_struct& entry) {
+                         list.push_back(identify<StorageSystemDirectoryInfo>(path, name));
                          list.back().type = fileTypeOf(entry.permissions);
                      });
     }
@@ -82,8 +80,8 @@ SSHFileSystemSFTP::do_directoryFileInfoList(const std::string& path, const std::
     std::vector<StorageSystemFileInfo> list;
     if (const auto sftp = validHandle()) {
         forEachMatch(sftp, path, SFTPNameFilter(filter, type),
-                     [&](std::string name, const sftp_attributes_struct& entry) {
-                         list.push_back(identify<StorageSystemFileInfo>(path, std::move(name)));
+                     [&](const std::string& name, const sftp_attributes_struct& entry) {
+                         list.push_back(identify<StorageSystemFileInfo>(path, name));
                          // Here a directory too has the size that the server tells.
                          describe(entry, list.back());
                      });
@@ -101,8 +99,8 @@ SSHFileSystemSFTP::do_directoryListFileNames(const std::string& path, const std:
     }
     // Ordered by the values of the bytes, whatever the sign of char.
     std::set<std::string> names;
-    forEachEntry(sftp, path, [&names](std::string name, const sftp_attributes_struct&) {
-        names.insert(std::move(name));
+    forEachEntry(sftp, path, [&names](const std::string& name, const sftp_attributes_struct&) {
+        names.insert(name);
     });
     names.erase(".");
     names.erase("..");
