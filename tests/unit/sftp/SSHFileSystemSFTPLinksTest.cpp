@@ -234,7 +234,7 @@ TEST_F(SftpLinks, InAKnownOrderAreTriedOnce)
 
 TEST_F(SftpLinks, ThatReadBackDifferentlyAreRemoved)
 {
-    answersWith = "/root/";
+    answersWith = "/home/";
     EXPECT_FALSE(link("relative"));
     EXPECT_TRUE(entries.empty());
 }
