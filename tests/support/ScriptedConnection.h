@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -109,7 +110,8 @@ private:
     bool keyExchangeRecorded_ = false;
     bool issueBannerSent_ = false;
     std::string lastUser_;
-    std::vector<std::unique_ptr<ScriptedChannel>> channels_;
+    /// A list: answering one channel may take in the opening of the next.
+    std::list<std::unique_ptr<ScriptedChannel>> channels_;
     std::vector<std::thread> scripts_;
     std::thread thread_;
 };
