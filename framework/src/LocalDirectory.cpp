@@ -3,6 +3,7 @@
 #include "LocalAttributes.h"
 #include "SystemCall.h"
 
+#include <cerrno>
 #include <string_view>
 
 #include <sys/stat.h>
@@ -16,8 +17,10 @@ LocalDirectory::LocalDirectory(const std::string& path)
 const dirent* LocalDirectory::next()
 {
     while (directory_ != nullptr) {
+        errno = 0;
         const dirent* const entry = ::readdir(directory_.get());
         if (entry == nullptr) {
+            failed_ = errno != 0;
             return nullptr;
         }
         const std::string_view name = entry->d_name;
@@ -26,6 +29,11 @@ const dirent* LocalDirectory::next()
         }
     }
     return nullptr;
+}
+
+bool LocalDirectory::isComplete() const
+{
+    return directory_ != nullptr && !failed_;
 }
 
 int LocalDirectory::descriptor() const

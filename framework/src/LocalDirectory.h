@@ -20,6 +20,10 @@ public:
     /// the next call.
     const dirent* next();
 
+    /// Whether the directory was opened and, so far, nothing failed: after next() has given null,
+    /// whether that was the end.
+    bool isComplete() const;
+
     /// For calls relative to the directory. Only while there are entries.
     int descriptor() const;
 
@@ -33,6 +37,7 @@ private:
     };
 
     std::unique_ptr<DIR, Close> directory_;
+    bool failed_ = false;
 };
 
 } // namespace FileSystem

@@ -127,6 +127,8 @@ bool renameWithoutReplacing(const char* path, const char* newPath)
 class NameFilter
 {
 public:
+    static NameFilter all() { return {std::string(), {}}; }
+
     /// Throws std::regex_error when a regular expression is none.
     NameFilter(const std::string& filter, StorageSystemDirectoryFilterType type)
     {
@@ -154,9 +156,43 @@ std::string entryId(const std::string& directory, const char* name)
     return directory + "/" + name;
 }
 
+/// What is known of the entries that pass, up to the directory's end or a failure.
+std::vector<StorageSystemFileInfo>
+describeEntries(LocalDirectory& directory, const std::string& path, const NameFilter& wanted)
+{
+    std::vector<StorageSystemFileInfo> entries;
+    while (const dirent* const entry = directory.next()) {
+        if (!wanted.passes(entry->d_name)) {
+            continue;
+        }
+        const auto attributes = readAttributes(directory.descriptor(), entry->d_name);
+        if (!attributes && errno == ENOENT) {
+            continue; // Removed since the directory was read.
+        }
+        StorageSystemFileInfo& info = entries.emplace_back();
+        info.name = entry->d_name;
+        info.fileId = entryId(path, entry->d_name);
+        info.parentDirectoryId = path;
+        if (attributes) {
+            setAttributes(info, *attributes);
+        } else {
+            // In a directory that may be read but not entered the kind is all there is to know.
+            info.type = directory.typeOf(*entry);
+        }
+    }
+    return entries;
+}
+
 } // namespace
 
-LocalFileSystem::LocalFileSystem() = default;
+LocalFileSystem::LocalFileSystem()
+{
+    setDirectoryReader([](const std::string& path) {
+        LocalDirectory directory(path);
+        auto entries = describeEntries(directory, path, NameFilter::all());
+        return directory.isComplete() ? std::make_optional(std::move(entries)) : std::nullopt;
+    });
+}
 
 LocalFileSystem::~LocalFileSystem() = default;
 
@@ -293,28 +329,8 @@ LocalFileSystem::do_directoryFileInfoList(const std::string& path, const std::st
                                           StorageSystemDirectoryFilterType type) const
 {
     const NameFilter wanted(filter, type);
-    std::vector<StorageSystemFileInfo> entries;
     LocalDirectory directory(path);
-    while (const dirent* const entry = directory.next()) {
-        if (!wanted.passes(entry->d_name)) {
-            continue;
-        }
-        const auto attributes = readAttributes(directory.descriptor(), entry->d_name);
-        if (!attributes && errno == ENOENT) {
-            continue; // Removed since the directory was read.
-        }
-        StorageSystemFileInfo& info = entries.emplace_back();
-        info.name = entry->d_name;
-        info.fileId = entryId(path, entry->d_name);
-        info.parentDirectoryId = path;
-        if (attributes) {
-            setAttributes(info, *attributes);
-        } else {
-            // In a directory that may be read but not entered the kind is all there is to know.
-            info.type = directory.typeOf(*entry);
-        }
-    }
-    return entries;
+    return describeEntries(directory, path, wanted);
 }
 
 std::vector<std::string>

@@ -275,6 +275,24 @@ StorageSystem::directoryFileInfoList(const std::string& path, const std::string&
     return do_directoryFileInfoList(path, filter, type);
 }
 
+std::optional<std::vector<StorageSystemFileInfo>>
+StorageSystem::directoryReadFully(const std::string& path) const
+{
+    if (!hasNoNul(path)) {
+        return std::nullopt;
+    }
+    if (directoryReader_) {
+        return directoryReader_(path);
+    }
+    auto entries = directoryFileInfoList(path);
+    return directoryExists(path, true) ? std::make_optional(std::move(entries)) : std::nullopt;
+}
+
+void StorageSystem::setDirectoryReader(DirectoryReader reader)
+{
+    directoryReader_ = std::move(reader);
+}
+
 std::vector<std::string>
 StorageSystem::directoryListFileNames(const std::string& path, const std::string& filter,
                                       StorageSystemDirectoryFilterType type) const

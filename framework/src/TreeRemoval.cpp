@@ -42,6 +42,7 @@ private:
         bool isDone() const { return next == entries.size(); }
     };
 
+    /// A list that broke off does no harm: a directory that still holds something is not removed.
     bool enter(const std::string& path)
     {
         if (levels_.size() == maximumTreeDepth) {

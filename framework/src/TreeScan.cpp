@@ -36,13 +36,16 @@ private:
     bool scanDirectory(std::size_t index)
     {
         const auto path = tree_.directories[index].path;
-        for (auto& entry : task_.source.directoryFileInfoList(path)) {
+        auto entries = task_.source.directoryReadFully(path);
+        if (!entries) {
+            return false;
+        }
+        for (auto& entry : *entries) {
             if (!PathText::isEntryName(entry.name) || !add(index, path, std::move(entry))) {
                 return false;
             }
         }
-        // A listing that failed looks like a short one, and one through a link that has just taken
-        // the directory's place like any other.
+        // What was read through a link that has just taken the directory's place is not the tree's.
         return task_.source.directoryExists(path, false);
     }
 

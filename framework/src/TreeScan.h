@@ -30,8 +30,8 @@ struct Tree
 
 /// Looks at a whole tree, never through a symbolic link, and adds the bytes of its files to the
 /// task's total. Empty: something in it cannot be copied (a pipe, a socket, a device), an entry's
-/// name is no single component, a directory is gone or has become something else, or the progress,
-/// which is asked after every directory, said stop.
+/// name is no single component, a directory cannot be read to its end, is gone or has become
+/// something else, or the progress, which is asked after every directory, said stop.
 std::optional<Tree> scanTree(const CopyTask& task, const std::string& path,
                              const StorageSystemFileInfo& info);
 

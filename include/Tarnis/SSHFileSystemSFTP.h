@@ -119,6 +119,8 @@ protected:
 private:
     std::shared_ptr<SSHHandleSFTPSession> handle() const;
     std::shared_ptr<SSHHandleSFTPSession> validHandle() const;
+    std::optional<std::vector<FileSystem::StorageSystemFileInfo>>
+    readDirectoryFully(const std::string& path) const;
     bool replaceByLink(const std::string& target, const std::string& linkPath) const;
 
     std::shared_ptr<SSHHandleSFTPSession> sftp_;

@@ -55,4 +55,9 @@ SFTPAttributes SFTPDirectory::next()
     return SFTPAttributes(callLocked(*sftp_, sftp_readdir, directory_));
 }
 
+bool SFTPDirectory::isAtEnd() const
+{
+    return directory_ != nullptr && sftp_dir_eof(directory_) != 0;
+}
+
 } // namespace Tarnis

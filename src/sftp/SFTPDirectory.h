@@ -30,6 +30,9 @@ public:
     /// directory could not be opened. Blocks and throws as the constructor does.
     SFTPAttributes next();
 
+    /// Whether the server has said that there are no more entries.
+    bool isAtEnd() const;
+
 private:
     std::shared_ptr<SSHHandleSFTPSession> sftp_;
     sftp_dir directory_ = nullptr;

@@ -30,11 +30,15 @@ std::uint64_t wholePackages(std::uint64_t proposed, std::uint64_t package)
 
 } // namespace
 
-SSHFileSystemSFTP::SSHFileSystemSFTP() = default;
+SSHFileSystemSFTP::SSHFileSystemSFTP()
+    : SSHFileSystemSFTP(nullptr)
+{}
 
 SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sftp)
     : sftp_(std::move(sftp))
-{}
+{
+    setDirectoryReader([this](const std::string& path) { return readDirectoryFully(path); });
+}
 
 SSHFileSystemSFTP::~SSHFileSystemSFTP()
 {

@@ -19,30 +19,32 @@ namespace {
 
 using Handle = std::shared_ptr<SSHHandleSFTPSession>;
 
-/// Calls `keep` with the name and the attributes of every entry, in the server's order. The end of
-/// the directory and a failure in the middle look alike.
+/// Calls `keep` with the name and the attributes of every entry, in the server's order. False: the
+/// directory could not be opened, or reading it broke off.
 template <class Keep>
-void forEachEntry(const Handle& sftp, const std::string& path, Keep keep)
+bool forEachEntry(const Handle& sftp, const std::string& path, Keep keep)
 {
     if (path.empty()) {
-        return;
+        return false;
     }
     SFTPDirectory directory(sftp, path);
     while (const SFTPAttributes entry = directory.next()) {
         keep(std::string(entry->name), *entry);
     }
+    return directory.isAtEnd();
 }
 
 /// The same without the directory itself, its parent, and what the filter does not let through.
 template <class Keep>
-void forEachMatch(const Handle& sftp, const std::string& path, const SFTPNameFilter& filter,
+bool forEachMatch(const Handle& sftp, const std::string& path, const SFTPNameFilter& filter,
                   Keep keep)
 {
-    forEachEntry(sftp, path, [&](const std::string& name, const sftp_attributes_struct& entry) {
-        if (name != ".." && name != "." && filter.matches(name)) {
-            keep(name, entry);
-        }
-    });
+    return forEachEntry(sftp, path,
+                        [&](const std::string& name, const sftp_attributes_struct& entry) {
+                            if (name != ".." && name != "." && filter.matches(name)) {
+                                keep(name, entry);
+                            }
+                        });
 }
 
 /// What the two kinds of records have in common.
@@ -54,6 +56,18 @@ Info identify(const std::string& directory, const std::string& name)
     info.parentDirectoryId = directory;
     info.name = name;
     return info;
+}
+
+/// Adds what is known of the entries that match. False as for forEachEntry().
+bool describeEntries(const Handle& sftp, const std::string& path, const SFTPNameFilter& filter,
+                     std::vector<StorageSystemFileInfo>& list)
+{
+    return forEachMatch(sftp, path, filter,
+                        [&](const std::string& name, const sftp_attributes_struct& entry) {
+                            list.push_back(identify<StorageSystemFileInfo>(path, name));
+                            // Here a directory too has the size that the server tells.
+                            describe(entry, list.back());
+                        });
 }
 
 } // namespace
@@ -79,12 +93,19 @@ SSHFileSystemSFTP::do_directoryFileInfoList(const std::string& path, const std::
 {
     std::vector<StorageSystemFileInfo> list;
     if (const auto sftp = validHandle()) {
-        forEachMatch(sftp, path, SFTPNameFilter(filter, type),
-                     [&](const std::string& name, const sftp_attributes_struct& entry) {
-                         list.push_back(identify<StorageSystemFileInfo>(path, name));
-                         // Here a directory too has the size that the server tells.
-                         describe(entry, list.back());
-                     });
+        describeEntries(sftp, path, SFTPNameFilter(filter, type), list);
+    }
+    return list;
+}
+
+std::optional<std::vector<StorageSystemFileInfo>>
+SSHFileSystemSFTP::readDirectoryFully(const std::string& path) const
+{
+    std::vector<StorageSystemFileInfo> list;
+    const auto sftp = validHandle();
+    if (sftp == nullptr ||
+        !describeEntries(sftp, path, {{}, StorageSystemDirectoryFilterType::SearchPattern}, list)) {
+        return std::nullopt;
     }
     return list;
 }

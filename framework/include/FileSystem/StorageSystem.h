@@ -7,6 +7,7 @@
 #include <Utilities/Flags.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -234,8 +235,9 @@ public:
                                              const std::string& targetDirectory) const;
 
     /// The entries of a directory (a link to one is followed), "." and ".." left out, in the
-    /// system's order. A failure gives an empty or shortened list. A regular expression that is
-    /// none throws std::regex_error. Not a snapshot. \param filter for whole names; empty for all.
+    /// system's order. A failure gives an empty or shortened list; directoryReadFully() tells. A
+    /// regular expression that is none throws std::regex_error. Not a snapshot. \param filter for
+    /// whole names; empty for all.
     std::vector<StorageSystemDirectoryInfo>
     directoryList(const std::string& path, const std::string& filter = {},
                   StorageSystemDirectoryFilterType type =
@@ -246,6 +248,13 @@ public:
     directoryFileInfoList(const std::string& path, const std::string& filter = {},
                           StorageSystemDirectoryFilterType type =
                               StorageSystemDirectoryFilterType::SearchPattern) const;
+
+    /// All that directoryFileInfoList() gives, or nothing: for callers to whom a shortened list is
+    /// worse than none, such as copies. Empty: no directory (or link to one) is there, it cannot be
+    /// read, or reading it broke off. Where a system cannot tell a list that broke off from one
+    /// that ended, it is the list, if the directory is there afterwards.
+    std::optional<std::vector<StorageSystemFileInfo>>
+    directoryReadFully(const std::string& path) const;
 
     /// The names alone, in ascending order of their bytes.
     std::vector<std::string>
@@ -292,7 +301,15 @@ public:
     std::string displayPath(const std::string& path) const;
 
 protected:
+    /// Reads a whole directory, as directoryReadFully().
+    using DirectoryReader =
+        std::function<std::optional<std::vector<StorageSystemFileInfo>>(const std::string& path)>;
+
     StorageSystem();
+
+    /// For a system that can tell whether a listing broke off. To be called while nobody else uses
+    /// the system, at best on construction.
+    void setDirectoryReader(DirectoryReader reader);
 
     virtual std::string do_hostName() const = 0;
     virtual StorageSystemType do_getType() const = 0;
@@ -388,6 +405,9 @@ protected:
     do_directorySymbolicLinkTargetDirectoryId(const std::string& path, bool followChain) const = 0;
     virtual bool do_directorySymbolicLinkRemove(const std::string& path) const = 0;
     virtual std::string do_displayPath(const std::string& path) const = 0;
+
+private:
+    DirectoryReader directoryReader_;
 };
 
 } // namespace FileSystem

@@ -107,6 +107,61 @@ TEST_P(ListingContract, EntriesAreDescribed)
     EXPECT_EQ(entries[0].permissions, Permissions(0640U));
 }
 
+TEST_P(ListingContract, WholeReadingGivesWhatTheListGives)
+{
+    makeFile("file", "12345");
+    makeDirectory("directory");
+    const auto entries = system().directoryReadFully(root());
+    ASSERT_TRUE(entries.has_value());
+    const auto listed = system().directoryFileInfoList(root());
+    ASSERT_EQ(entries->size(), listed.size());
+    for (std::size_t index = 0; index < listed.size(); ++index) {
+        EXPECT_EQ((*entries)[index].name, listed[index].name);
+        EXPECT_EQ((*entries)[index].fileId, listed[index].fileId);
+        EXPECT_EQ((*entries)[index].parentDirectoryId, listed[index].parentDirectoryId);
+        EXPECT_EQ((*entries)[index].type, listed[index].type);
+        EXPECT_EQ((*entries)[index].size, listed[index].size);
+        EXPECT_EQ((*entries)[index].modTime, listed[index].modTime);
+        EXPECT_EQ((*entries)[index].permissions, listed[index].permissions);
+    }
+}
+
+TEST_P(ListingContract, WholeReadingTellsAnEmptyDirectoryFromAMissingOne)
+{
+    const auto entries = system().directoryReadFully(root());
+    ASSERT_TRUE(entries.has_value());
+    EXPECT_TRUE(entries->empty());
+    EXPECT_EQ(system().directoryReadFully(path("missing")), std::nullopt);
+    EXPECT_EQ(system().directoryReadFully(makeFile("file")), std::nullopt);
+    EXPECT_EQ(system().directoryReadFully(""), std::nullopt);
+    EXPECT_EQ(system().directoryReadFully(root() + std::string(1, '\0')), std::nullopt);
+}
+
+TEST_P(ListingContract, WholeReadingTellsARefusal)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    const std::string directory = makeDirectory("directory");
+    makeFile("directory/file");
+    ASSERT_TRUE(system().directorySetPermissions(directory, Permissions(0300U)));
+    EXPECT_EQ(system().directoryReadFully(directory), std::nullopt);
+    ASSERT_TRUE(system().directorySetPermissions(directory, Permissions(0700U)));
+}
+
+TEST_P(ListingContract, WholeReadingFollowsALink)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeDirectory("directory");
+    makeFile("directory/file");
+    const auto entries = system().directoryReadFully(makeLink("link", "directory"));
+    ASSERT_TRUE(entries.has_value());
+    EXPECT_EQ(sortedNames(*entries), Names({"file"}));
+    EXPECT_EQ(system().directoryReadFully(makeLink("dangling", "nowhere")), std::nullopt);
+}
+
 TEST_P(ListingContract, LinkIsDescribedItself)
 {
     if (!require(capabilities().makesSymbolicLinks)) {

@@ -287,6 +287,20 @@ TEST_P(TreeCopyContract, FileThatCannotBeReadMakesTheCopyFail)
     EXPECT_TRUE(targetNames("copy").empty());
 }
 
+TEST_P(TreeCopyContract, DirectoryThatCannotBeReadMakesTheCopyFail)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    makeSourceDirectory("tree");
+    makeSourceDirectory("tree/closed");
+    makeSource("tree/closed/file", "secret");
+    ASSERT_TRUE(source().directorySetPermissions(sourcePath("tree/closed"), Permissions(0300U)));
+    EXPECT_FALSE(copy("tree", "copy", recursive));
+    EXPECT_TRUE(targetNames("copy").empty());
+    ASSERT_TRUE(source().directorySetPermissions(sourcePath("tree/closed"), Permissions(0700U)));
+}
+
 INSTANTIATE_TEST_SUITE_P(Contract, TreeCopyContract, testing::ValuesIn(copyRoutes()),
                          copyRouteName);
 

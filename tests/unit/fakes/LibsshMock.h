@@ -110,6 +110,7 @@ public:
     MOCK_METHOD(int, sftp_rmdir, (sftp_session, const char*));
     MOCK_METHOD(sftp_dir, sftp_opendir, (sftp_session, const char*));
     MOCK_METHOD(sftp_attributes, sftp_readdir, (sftp_session, sftp_dir));
+    MOCK_METHOD(int, sftp_dir_eof, (sftp_dir));
     MOCK_METHOD(int, sftp_symlink, (sftp_session, const char*, const char*));
     MOCK_METHOD(char*, sftp_readlink, (sftp_session, const char*));
     MOCK_METHOD(sftp_statvfs_t, sftp_statvfs, (sftp_session, const char*));

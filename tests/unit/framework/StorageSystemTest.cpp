@@ -402,3 +402,17 @@ TEST_F(NulByte, InAnyArgumentChangesNoDirectory)
     EXPECT_FALSE(system.directorySymbolicLinkRemove(bad));
     EXPECT_THAT(system.calls(), IsEmpty());
 }
+
+TEST_F(Questions, AWholeListIsTheListWhereTheSystemCannotTellMore)
+{
+    const auto entries = system.directoryReadFully("/");
+    ASSERT_TRUE(entries.has_value());
+    EXPECT_EQ(entries->size(), 8U);
+    const auto empty = system.directoryReadFully("/toDirectory");
+    ASSERT_TRUE(empty.has_value());
+    EXPECT_THAT(*empty, IsEmpty());
+    for (const auto* path : {"/missing", "/file.txt", "/toFile", "/dangling", ""}) {
+        EXPECT_FALSE(system.directoryReadFully(path).has_value()) << path;
+    }
+    EXPECT_FALSE(system.directoryReadFully(std::string("/directory\0", 11)).has_value());
+}

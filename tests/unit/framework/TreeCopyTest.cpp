@@ -48,7 +48,29 @@ protected:
     Reports reports;
 };
 
+/// Tells that it could not read one of its directories to the end.
+class BrokenOffFileSystem final : public MemoryFileSystem
+{
+public:
+    BrokenOffFileSystem()
+    {
+        setDirectoryReader([this](const std::string& path) {
+            return path == "/tree/b" ? std::nullopt
+                                     : std::make_optional(directoryFileInfoList(path));
+        });
+    }
+};
+
 } // namespace
+
+TEST_F(TreeCopying, FailsBeforeItMakesAnythingWhenADirectoryCannotBeReadToItsEnd)
+{
+    BrokenOffFileSystem brokenOff;
+    brokenOff.addFile("/tree/a", "1");
+    brokenOff.addFile("/tree/b/c", "23");
+    EXPECT_FALSE(brokenOff.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    EXPECT_THAT(target.paths(), IsEmpty());
+}
 
 TEST_F(TreeCopying, BringsEverything)
 {

@@ -90,6 +90,35 @@ TEST_F(SftpListing, KeepsTheServersOrderAndLeavesTheDotsOut)
                 ElementsAre("b", "a", "...", ".hidden"));
 }
 
+TEST_F(SftpListing, ThatIsToBeWholeIsWhatTheServerEnded)
+{
+    holds({"..", "b", ".", "a"});
+    EXPECT_CALL(libssh, sftp_dir_eof(&directory)).WillOnce(Return(1));
+    const auto list = files.directoryReadFully("/d");
+    ASSERT_TRUE(list.has_value());
+    EXPECT_THAT(namesOf(*list), ElementsAre("b", "a"));
+    EXPECT_EQ(list->front().fileId, "/d/b");
+}
+
+TEST_F(SftpListing, ThatIsToBeWholeIsNothingWhenItBrokeOff)
+{
+    holds({"a"});
+    EXPECT_CALL(libssh, sftp_dir_eof(&directory)).WillOnce(Return(0));
+    EXPECT_CALL(libssh, sftp_closedir(&directory)).Times(1);
+    EXPECT_EQ(files.directoryReadFully("/d"), std::nullopt);
+}
+
+TEST_F(SftpListing, ThatIsToBeWholeIsNothingWhereNothingCanBeOpened)
+{
+    EXPECT_CALL(libssh, sftp_opendir).WillOnce(Return(nullptr));
+    EXPECT_CALL(libssh, sftp_dir_eof).Times(0);
+    EXPECT_EQ(files.directoryReadFully("/d"), std::nullopt);
+    EXPECT_EQ(files.directoryReadFully(""), std::nullopt);
+    files.abort();
+    EXPECT_EQ(files.directoryReadFully("/d"), std::nullopt);
+    EXPECT_EQ(Tarnis::SSHFileSystemSFTP().directoryReadFully("/d"), std::nullopt);
+}
+
 TEST_F(SftpListing, OfNamesIsSortedByBytesWithoutDoubles)
 {
     holds({"a", ".", "B", "\xff", "..", "a", "~"});

@@ -54,18 +54,15 @@ std::string judge(const Tarnis::SSHExecuteResult& result, const Target& target)
            printable(result.output) + "\"";
 }
 
-/// A list that broke off looks like one that ended; only the session knows.
-std::size_t countEntries(Tarnis::SSHSession& session, const Tarnis::SSHFileSystemSFTP& files,
+std::size_t countEntries(const Tarnis::SSHSession& session, const Tarnis::SSHFileSystemSFTP& files,
                          const Target& target)
 {
-    const std::string before = forgetLastError(session);
-    const std::size_t count = files.directoryList(".").size();
-    const std::string after = session.getLastError();
-    if (after != before) {
+    const auto entries = files.directoryReadFully(".");
+    if (!entries) {
         throw Failure(FailureKind::FileProblem, "cannot list the login directory on",
-                      target.display(), after);
+                      target.display(), session.getLastError());
     }
-    return count;
+    return entries->size();
 }
 
 } // namespace

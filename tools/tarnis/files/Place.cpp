@@ -45,16 +45,13 @@ FileSystem::StorageSystemFileInfo Place::find(const std::string& path)
 std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& directory)
 {
     forgetFailures();
-    auto entries = system().directoryFileInfoList(directory);
-    // A list that broke off looks like one that ended.
-    const std::string reason = joinReasons(readingProblem(directory), lastReason());
-    if (!reason.empty()) {
-        requireAlive();
-        throw Failure(FailureKind::FileProblem, "cannot list", display(directory), reason);
+    auto entries = system().directoryReadFully(directory);
+    if (!entries) {
+        fail("cannot list", directory, readingProblem(directory));
     }
-    std::sort(entries.begin(), entries.end(),
+    std::sort(entries->begin(), entries->end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });
-    return entries;
+    return *std::move(entries);
 }
 
 void Place::fail(const std::string& what, const std::string& path, const std::string& hint)

@@ -13,8 +13,11 @@ namespace TarnisTool {
 /// Failure, with a kind that tells what to do about it.
 void connectTo(Tarnis::SSHSession& session, Target& target, const ReachOptions& options);
 
-/// Puts another message in the place of the session's last one, and returns it: a failure in the
-/// same words as the one before could not be told from no failure otherwise.
+/// The session keeps the message of its last failure until another one takes its place, so whether
+/// an operation has left a message cannot be told afterwards: it may be an older failure's, in the
+/// same words even. This puts a message in place that no operation leaves, by a setting that is
+/// refused and changes nothing else, and returns it: where getLastError() gives something else
+/// later, it is what an operation since has left.
 std::string forgetLastError(Tarnis::SSHSession& session);
 
 /// Throws the Failure for a session that was lost while `what` was going on.
