@@ -1,6 +1,7 @@
 #include "LocalDirectory.h"
 
 #include "LocalAttributes.h"
+#include "LocalError.h"
 #include "SystemCall.h"
 
 #include <cerrno>
@@ -12,7 +13,9 @@ namespace FileSystem {
 
 LocalDirectory::LocalDirectory(const std::string& path)
     : directory_(::opendir(systemPath(path)))
-{}
+{
+    static_cast<void>(LocalError::succeeded(directory_ != nullptr));
+}
 
 const dirent* LocalDirectory::next()
 {
@@ -20,7 +23,7 @@ const dirent* LocalDirectory::next()
         errno = 0;
         const dirent* const entry = ::readdir(directory_.get());
         if (entry == nullptr) {
-            failed_ = errno != 0;
+            failed_ = !LocalError::succeeded(errno == 0);
             return nullptr;
         }
         const std::string_view name = entry->d_name;

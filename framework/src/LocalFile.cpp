@@ -1,5 +1,6 @@
 #include "LocalFile.h"
 
+#include "LocalError.h"
 #include "SystemCall.h"
 
 #include <FileSystem/LocalFileSystem.h>
@@ -90,7 +91,7 @@ std::uint64_t LocalFile::do_read(char* buffer, std::uint64_t size) const
         const ssize_t count = retryInterrupted(
             [&] { return ::read(descriptor_.get(), buffer + done, stepOf(size - done)); });
         if (count <= 0) {
-            eof_ = count == 0;
+            eof_ = LocalError::succeeded(count == 0);
             break;
         }
         done += static_cast<std::uint64_t>(count);
@@ -105,6 +106,7 @@ std::uint64_t LocalFile::do_write(const char* buffer, std::uint64_t size) const
         const ssize_t count = retryInterrupted(
             [&] { return ::write(descriptor_.get(), buffer + done, stepOf(size - done)); });
         if (count <= 0) {
+            LocalError::note(count == 0 ? EIO : errno);
             return 0;
         }
         done += static_cast<std::uint64_t>(count);

@@ -1,6 +1,7 @@
 #include "FileDescriptor.h"
 #include "LocalAttributes.h"
 #include "LocalDirectory.h"
+#include "LocalError.h"
 #include "LocalFile.h"
 #include "SystemCall.h"
 
@@ -105,7 +106,13 @@ bool renameByHardLink(const char* path, const char* newPath)
 bool renameWhereNothingStands(const char* path, const char* newPath)
 {
     const auto attributes = readAttributes(AT_FDCWD, path);
-    if (!attributes || readAttributes(AT_FDCWD, newPath) || errno != ENOENT) {
+    if (!attributes) {
+        return false;
+    }
+    if (readAttributes(AT_FDCWD, newPath)) {
+        errno = EEXIST;
+    }
+    if (errno != ENOENT) {
         return false;
     }
     if (!S_ISDIR(attributes->st_mode) && renameByHardLink(path, newPath)) {
@@ -196,6 +203,16 @@ LocalFileSystem::LocalFileSystem()
 
 LocalFileSystem::~LocalFileSystem() = default;
 
+std::string LocalFileSystem::getLastError()
+{
+    return LocalError::message();
+}
+
+void LocalFileSystem::clearLastError() noexcept
+{
+    LocalError::clear();
+}
+
 std::string LocalFileSystem::do_hostName() const
 {
     return {};
@@ -218,7 +235,7 @@ LocalFileSystem::do_fileOpen(const std::string& path,
 {
     FileDescriptor descriptor =
         openDescriptor(path, storageSystemFileOpenModeToPosixMode(mode), modeOf(permissions));
-    if (descriptor.get() == -1 || !isRegular(descriptor)) {
+    if (!LocalError::succeeded(descriptor.get() != -1) || !isRegular(descriptor)) {
         return nullptr;
     }
     return std::make_unique<LocalFile>(std::move(descriptor), path, mode, *this);
@@ -259,13 +276,13 @@ LocalFileSystem::do_fileStorageInfo(const std::string& path) const
 
 bool LocalFileSystem::do_fileRemove(const std::string& path) const
 {
-    return ::unlink(systemPath(path)) == 0;
+    return LocalError::succeeded(::unlink(systemPath(path)) == 0);
 }
 
 bool LocalFileSystem::do_fileSetPermissions(
     const std::string& path, const Utilities::Flags<PosixFilePermissionFlag>& permissions) const
 {
-    return ::chmod(systemPath(path), modeOf(permissions)) == 0;
+    return LocalError::succeeded(::chmod(systemPath(path), modeOf(permissions)) == 0);
 }
 
 bool LocalFileSystem::do_fileSetModTime(const std::string& path,
@@ -273,7 +290,7 @@ bool LocalFileSystem::do_fileSetModTime(const std::string& path,
 {
     const auto before = attributesOf(path);
     const timespec wanted = toTimespec(time);
-    if (!before || !setModificationTime(path, wanted)) {
+    if (!before || !LocalError::succeeded(setModificationTime(path, wanted))) {
         return false;
     }
     // A time beyond its range makes a file system take the nearest one that it knows, silently.
@@ -282,6 +299,7 @@ bool LocalFileSystem::do_fileSetModTime(const std::string& path,
         return true;
     }
     static_cast<void>(setModificationTime(path, before->st_mtim));
+    LocalError::note(ERANGE);
     return false;
 }
 
@@ -362,7 +380,7 @@ bool LocalFileSystem::do_directorySymbolicLinkRemove(const std::string& path) co
 
 bool LocalFileSystem::do_fileRenameAs(const std::string& path, const std::string& newPath) const
 {
-    return renameWithoutReplacing(systemPath(path), systemPath(newPath));
+    return LocalError::succeeded(renameWithoutReplacing(systemPath(path), systemPath(newPath)));
 }
 
 bool LocalFileSystem::do_fileSymbolicLinkCreateAs(const std::string& target,
@@ -377,12 +395,12 @@ bool LocalFileSystem::do_directoryCreateAs(
     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     // The system refuses what exists in either case.
-    return ::mkdir(systemPath(path), modeOf(permissions)) == 0;
+    return LocalError::succeeded(::mkdir(systemPath(path), modeOf(permissions)) == 0);
 }
 
 bool LocalFileSystem::do_directoryRemove(const std::string& path) const
 {
-    return ::rmdir(systemPath(path)) == 0;
+    return LocalError::succeeded(::rmdir(systemPath(path)) == 0);
 }
 
 bool LocalFileSystem::do_directorySymbolicLinkCreateAs(const std::string& target,
@@ -406,7 +424,7 @@ bool LocalFileSystem::replaceByLink(const std::string& target, const std::string
     if (fileExists(linkPath, true) && !do_fileRemove(linkPath)) {
         return false;
     }
-    return ::symlink(target.c_str(), systemPath(linkPath)) == 0 &&
+    return LocalError::succeeded(::symlink(target.c_str(), systemPath(linkPath)) == 0) &&
            do_fileSymbolicLinkTarget(linkPath) == target;
 }
 

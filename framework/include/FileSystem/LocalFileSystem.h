@@ -24,6 +24,15 @@ public:
     LocalFileSystem();
     ~LocalFileSystem() override;
 
+    /// The system's reason for the last operation of the calling thread that failed to open, read,
+    /// write, list, make, change or remove something, on any object of this class or a file opened
+    /// by one; empty when none did. A question that is answered with no is no failure. Does not
+    /// block.
+    static std::string getLastError();
+
+    /// Makes getLastError() empty for the calling thread.
+    static void clearLastError() noexcept;
+
 protected:
     std::string do_hostName() const override;
     StorageSystemType do_getType() const override;

@@ -49,6 +49,14 @@ TEST_F(CopyTest, GetGoesToTheCurrentDirectoryWithoutATarget)
     EXPECT_EQ(readFile(here().file("f")), "text");
 }
 
+TEST_F(CopyTest, TellsTheReasonOfThisMachine)
+{
+    there().write("f", "text");
+    const std::string target = "/proc/none"; // Nobody may make files there.
+    expectFailure(tarnis("get", {at("f"), target}),
+                  "cannot copy " + at("f") + " to " + target + ": No such file or directory\n");
+}
+
 TEST_F(CopyTest, ADirectoryAsTargetKeepsTheName)
 {
     there().write("f", "text");

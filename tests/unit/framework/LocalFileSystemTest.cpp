@@ -12,11 +12,14 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -305,12 +308,62 @@ TEST_F(LocalFileSystemTest, FailedWriteIsNoSuccessAndNoShortOneEither)
     EXPECT_FALSE(opened->error());
 }
 
-TEST_F(LocalFileSystemTest, CopyWithoutRoomLeavesNothing)
+TEST_F(LocalFileSystemTest, CopyWithoutRoomLeavesNothingButTheReason)
 {
     const auto source = write("file", std::string(100'000, 'x'));
     const FileSizeLimit limit(65'536);
+    LocalFileSystem::clearLastError();
     EXPECT_FALSE(system_.fileCopyAs(source, system_, file("copy")));
     EXPECT_THAT(names(), testing::ElementsAre("file"));
+    EXPECT_EQ(LocalFileSystem::getLastError(), "File too large");
+}
+
+TEST_F(LocalFileSystemTest, TellsWhyTheLastOperationFailed)
+{
+    const auto present = write("file", "1");
+    const auto directory = file("directory");
+    ASSERT_TRUE(system_.directoryCreateAs(directory, true));
+    const auto missing = file("missing");
+    using Operation = std::function<bool()>;
+    const std::vector<std::pair<Operation, std::string>> failures{
+        {[&] { return system_.fileOpen(missing, OpenFlag::Read) != nullptr; },
+         "No such file or directory"},
+        {[&] { return system_.fileCreateAs(present, true, false) != nullptr; }, "File exists"},
+        {[&] { return system_.fileRemove(directory); }, "Is a directory"},
+        {[&] { return system_.fileRenameAs(missing, file("new")); }, "No such file or directory"},
+        {[&] { return system_.fileRenameAs(present, directory); }, "File exists"},
+        {[&] { return system_.fileSetPermissions(missing, Permissions(0600U)); },
+         "No such file or directory"},
+        {[&] { return system_.directoryCreateAs(present, true); }, "File exists"},
+        {[&] { return system_.directoryRemove(present); }, "Not a directory"},
+        {[&] { return system_.directoryReadFully(present).has_value(); }, "Not a directory"},
+        {[&] { return system_.fileSymbolicLinkCreateAs("to", missing + "/link", true); },
+         "No such file or directory"},
+    };
+    for (const auto& [operation, reason] : failures) {
+        LocalFileSystem::clearLastError();
+        EXPECT_FALSE(operation());
+        EXPECT_EQ(LocalFileSystem::getLastError(), reason);
+    }
+}
+
+TEST_F(LocalFileSystemTest, KeepsTheReasonForEachThread)
+{
+    LocalFileSystem::clearLastError();
+    std::thread([this] {
+        EXPECT_FALSE(system_.fileRemove(file("missing")));
+        EXPECT_EQ(LocalFileSystem::getLastError(), "No such file or directory");
+    }).join();
+    EXPECT_EQ(LocalFileSystem::getLastError(), "");
+}
+
+TEST_F(LocalFileSystemTest, QuestionsLeaveNoReason)
+{
+    LocalFileSystem::clearLastError();
+    EXPECT_FALSE(system_.fileExists(file("missing")));
+    EXPECT_EQ(system_.fileInfo(file("missing")), std::nullopt);
+    EXPECT_EQ(system_.fileSymbolicLinkTarget(file("missing")), std::nullopt);
+    EXPECT_EQ(LocalFileSystem::getLastError(), "");
 }
 
 TEST_F(LocalFileSystemTest, PositionsEndWhereTheSystemsDo)

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace TarnisTool {
@@ -31,19 +30,14 @@ std::string LocalPlace::readingProblem(const std::string& path)
     return accessProblem(path, S_ISDIR(status.st_mode) ? R_OK | X_OK : R_OK);
 }
 
-std::string LocalPlace::writingProblem(const std::string& path)
+void LocalPlace::forgetFailures()
 {
-    const std::string problem = Place::writingProblem(path);
-    if (!problem.empty()) {
-        return problem;
-    }
-    const std::string parent = system_.pathParentId(path);
-    const std::string directory = parent.empty() ? "." : parent;
-    const std::string refusal = accessProblem(directory, W_OK | X_OK);
-    struct statvfs volume = {};
-    const bool isFull =
-        ::statvfs(directory.c_str(), &volume) == 0 && volume.f_blocks > 0 && volume.f_bavail == 0;
-    return refusal.empty() && isFull ? std::strerror(ENOSPC) : refusal;
+    FileSystem::LocalFileSystem::clearLastError();
+}
+
+std::string LocalPlace::lastReason()
+{
+    return FileSystem::LocalFileSystem::getLastError();
 }
 
 } // namespace TarnisTool

@@ -18,7 +18,8 @@ public:
     std::string display(const std::string& path) const override { return textOf(path); }
 
     std::string readingProblem(const std::string& path) override;
-    std::string writingProblem(const std::string& path) override;
+    void forgetFailures() override;
+    std::string lastReason() override;
 
 private:
     FileSystem::LocalFileSystem system_;

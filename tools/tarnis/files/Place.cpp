@@ -8,8 +8,11 @@ namespace TarnisTool {
 
 std::string joinReasons(const std::string& first, const std::string& second)
 {
-    if (first.empty() || second.empty()) {
-        return first + second;
+    if (first.empty() || first == second) {
+        return second;
+    }
+    if (second.empty()) {
+        return first;
     }
     return first + " (" + second + ")";
 }

@@ -1,0 +1,23 @@
+#include "LocalError.h"
+
+#include <system_error>
+
+namespace FileSystem {
+
+namespace {
+
+thread_local int lastError = 0;
+
+} // namespace
+
+void LocalError::note(int error) noexcept
+{
+    lastError = error;
+}
+
+std::string LocalError::message()
+{
+    return lastError == 0 ? std::string() : std::generic_category().message(lastError);
+}
+
+} // namespace FileSystem
