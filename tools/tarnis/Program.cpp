@@ -70,7 +70,7 @@ int answerParseEnd(const CLI::App& program, const CLI::ParseError& end)
 int runProgram(std::vector<std::string> arguments)
 {
     const std::vector<std::string> words = splitOffWords(arguments);
-    CLI::App program("Remote commands over SSH, and what keeps you from them.", "tarnis");
+    CLI::App program("Remote commands and files over SSH, and what keeps you from them.", "tarnis");
     program.set_version_flag("--version", std::string("tarnis ") + TARNIS_VERSION);
     program.require_subcommand(1);
     const auto commands = makeCommands(program);
