@@ -49,7 +49,8 @@ private:
             return false;
         }
         levels_.push_back({path, system_.directoryList(path)});
-        return true;
+        // What was listed through a link that has just taken the directory's place is not below it.
+        return system_.directoryExists(path, false);
     }
 
     bool leave()

@@ -30,11 +30,28 @@ void close(sftp_dir directory, bool sessionIsGone) noexcept
     ssh_default_deleter<sftp_dir_struct>{}(directory);
 }
 
+/// Reads an entry without its owner's and its group's names.
+///
+/// From OpenSSH, libssh takes these out of the line that "ls -l" would print. Where that line is
+/// too short for them, it reads beyond its end, or ends the listing, with later versions. It knows
+/// OpenSSH by the session's banner, so it is shown a session that has none; the text of an error
+/// goes there too.
+sftp_attributes readEntry(sftp_dir directory, ssh_session unconnected) noexcept
+{
+    const sftp_session sftp = directory->sftp;
+    const ssh_session session = sftp->session;
+    sftp->session = unconnected != nullptr ? unconnected : session;
+    const sftp_attributes entry = sftp_readdir(sftp, directory);
+    sftp->session = session;
+    return entry;
+}
+
 } // namespace
 
 SFTPDirectory::SFTPDirectory(std::shared_ptr<SSHHandleSFTPSession> sftp, const std::string& path)
     : sftp_(std::move(sftp))
     , directory_(callLocked(*sftp_, sftp_opendir, path.c_str()))
+    , unconnected_(directory_ != nullptr ? ssh_new() : nullptr)
 {}
 
 SFTPDirectory::~SFTPDirectory()
@@ -52,7 +69,8 @@ SFTPAttributes SFTPDirectory::next()
     if (directory_ == nullptr) {
         return nullptr;
     }
-    return SFTPAttributes(callLocked(*sftp_, sftp_readdir, directory_));
+    return SFTPAttributes(callLocked(
+        *sftp_, [this](sftp_session) { return readEntry(directory_, unconnected_.get()); }));
 }
 
 bool SFTPDirectory::isAtEnd() const

@@ -36,6 +36,8 @@ public:
 private:
     std::shared_ptr<SSHHandleSFTPSession> sftp_;
     sftp_dir directory_ = nullptr;
+    /// Never connected to anything.
+    std::unique_ptr<ssh_session_struct, ssh_default_deleter<ssh_session_struct>> unconnected_;
 };
 
 } // namespace Tarnis

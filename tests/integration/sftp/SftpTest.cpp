@@ -48,6 +48,14 @@ void ScriptedSftpTest::start(const SftpScript& script, OpenSshOptions options)
     ASSERT_TRUE(client_->hasFiles()) << client_->session().getLastError();
 }
 
+void ScriptedSftpTest::startOver()
+{
+    if (!client_->openFilesAgain()) {
+        client_ = std::make_unique<SftpClient>(accessTo(server_->ssh()));
+    }
+    ASSERT_TRUE(client_->hasFiles()) << client_->session().getLastError();
+}
+
 std::string ScriptedSftpTest::put(const std::string& name, const std::string& content)
 {
     std::string where = path(name);

@@ -52,6 +52,13 @@ public:
 
     bool hasFiles() const { return files_ != nullptr; }
 
+    /// Takes a new file system from the session. False: there is none to be had.
+    bool openFilesAgain()
+    {
+        files_ = session_->createSFTPFileSystem();
+        return hasFiles();
+    }
+
     void dropSession() { session_.reset(); }
 
     void dropFiles() { files_.reset(); }
@@ -98,6 +105,9 @@ protected:
     Tarnis::SSHFileSystemSFTP& files() { return client_->files(); }
 
     std::string path(const std::string& name) const { return server_->sftp().path(name); }
+
+    /// A new SFTP session, on a new connection where the old one has ended.
+    void startOver();
 
     /// Writes a file on the server and returns its path.
     std::string put(const std::string& name, const std::string& content);

@@ -241,6 +241,12 @@ TEST(ScriptedSftp, StopsAndEndsWhereTheScriptSays)
     EXPECT_EQ(Pieces(withRule(nth(kRead, 4), SftpActions::exit())).order(), "012");
 }
 
+TEST(ScriptedSftp, AppliesARuleToEveryOtherRequest)
+{
+    const Pieces pieces(withRule(everyOther(kRead, 4), silence()));
+    EXPECT_EQ(pieces.order(), "012468");
+}
+
 TEST(ScriptedSftp, AppliesARuleToOnePathOnly)
 {
     const ScriptedSftp server(
@@ -488,6 +494,20 @@ TEST(ScriptedSftp, ChangesNothingOutsideItsRoot)
         EXPECT_EQ(batch.statusOf(id), SftpStatus::PermissionDenied) << id;
     }
     EXPECT_EQ(readFile(elsewhere.file("file")), "precious");
+}
+
+TEST(ScriptedSftp, PutsALinkWhereSomethingElseStood)
+{
+    const ScriptedSftp server(
+        withRule(onPath(nth(SftpPacket::Lstat, 2), "/file"), linkInstead("elsewhere")));
+    makeFile(server, "file", "content");
+    SftpBatch batch;
+    const auto before = batch.add(SftpPacket::Lstat, server.path("file"));
+    const auto after = batch.add(SftpPacket::Lstat, server.path("file"));
+    batch.run(server);
+    EXPECT_NE(batch.replyTo(before).body, batch.replyTo(after).body);
+    EXPECT_EQ(fs::read_symlink(server.path("file")), "elsewhere");
+    EXPECT_EQ(readFile(server.path("file.aside")), "content");
 }
 
 TEST(ScriptedSftp, KeepsALogOfRequestsAndReplies)

@@ -16,6 +16,15 @@ bool isFor(const SftpOccasion& occasion, const SftpEvent& request)
     return kind && endsWith(request.path, occasion.pathEnd);
 }
 
+bool isItsTurn(const SftpOccasion& occasion, std::uint64_t number)
+{
+    if (number < occasion.first) {
+        return false;
+    }
+    const std::uint64_t since = number - occasion.first;
+    return since % occasion.step == 0 && since / occasion.step < occasion.count;
+}
+
 } // namespace
 
 std::vector<SftpAction> RuleBook::actionsFor(const SftpEvent& request)
@@ -26,8 +35,7 @@ std::vector<SftpAction> RuleBook::actionsFor(const SftpEvent& request)
         if (!isFor(occasion, request)) {
             continue;
         }
-        const std::uint64_t number = ++counts_[i];
-        if (number >= occasion.first && number - occasion.first < occasion.count) {
+        if (isItsTurn(occasion, ++counts_[i])) {
             actions.push_back(rules_[i].action);
         }
     }

@@ -20,6 +20,8 @@ struct SftpOccasion
     std::uint64_t count = kForever;
     /// If not empty, only requests count whose path, or the path of whose handle, ends so.
     std::string pathEnd{};
+    /// From the first on, each `step`th one only; `count` counts these.
+    std::uint64_t step = 1;
 };
 
 /// Every request of a kind.
@@ -38,6 +40,12 @@ inline SftpOccasion nth(SftpPacket request, std::uint64_t number)
 inline SftpOccasion from(SftpPacket request, std::uint64_t number)
 {
     return {request, number};
+}
+
+/// The `number`th request of a kind, and after it every second one.
+inline SftpOccasion everyOther(SftpPacket request, std::uint64_t number)
+{
+    return {request, number, SftpOccasion::kForever, {}, 2};
 }
 
 /// The same occasion, for one path.
@@ -70,6 +78,7 @@ struct SftpAction
         StopAnswering,
         StopReading,
         Exit,
+        LinkInstead,
     };
 
     Kind kind = Kind::Refuse;
@@ -187,6 +196,13 @@ inline SftpAction stopReading()
 inline SftpAction exit()
 {
     return {SftpAction::Kind::Exit};
+}
+
+/// Just before it is carried out, what stands at the request's path is set aside, under its name
+/// with ".aside" behind it, and a symbolic link to `target` takes its place.
+inline SftpAction linkInstead(std::string target)
+{
+    return {SftpAction::Kind::LinkInstead, 0, std::move(target)};
 }
 
 } // namespace SftpActions

@@ -68,6 +68,7 @@ void pack(SftpWriter& out, const SftpRule& value)
     const SftpOccasion& occasion = value.occasion;
     pack(out, occasion.request);
     out.number64(occasion.first).number64(occasion.count).text(occasion.pathEnd);
+    out.number64(occasion.step);
     pack(out, value.action.kind);
     out.number64(value.action.number).text(value.action.bytes);
 }
@@ -121,6 +122,7 @@ void unpack(SftpReader& in, SftpRule& value)
     occasion.first = in.number64();
     occasion.count = in.number64();
     occasion.pathEnd = in.text();
+    occasion.step = in.number64();
     unpack(in, value.action.kind);
     value.action.number = in.number64();
     value.action.bytes = in.text();

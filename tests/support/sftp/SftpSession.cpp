@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include <poll.h>
 #include <unistd.h>
@@ -41,6 +42,12 @@ void writeAll(const std::string& bytes)
         }
         done += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
     }
+}
+
+void replaceByLink(const std::string& path, const std::string& target)
+{
+    std::filesystem::rename(path, path + ".aside");
+    std::filesystem::create_symlink(target, path);
 }
 
 } // namespace
@@ -156,6 +163,9 @@ void SftpSession::serve(const SftpMessage& request)
         return;
     }
     replies_.requestArrived();
+    if (const SftpAction* const swap = findAction(actions, Kind::LinkInstead)) {
+        replaceByLink(event.path, swap->bytes);
+    }
     SftpReply reply = disguise(event, replyTo(request, actions), actions);
     reply.waits = findAction(actions, Kind::Hold) != nullptr;
     answers_ = answers_ && findAction(actions, Kind::StopAnswering) == nullptr;

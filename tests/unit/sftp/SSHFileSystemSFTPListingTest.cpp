@@ -69,6 +69,29 @@ protected:
 
 } // namespace
 
+TEST_F(SftpListing, ShowsLibsshASessionWithoutABannerForEveryEntry)
+{
+    auto* const unconnected = TarnisTest::fakeSession(1);
+    EXPECT_CALL(libssh, ssh_new).WillOnce(Return(unconnected));
+    EXPECT_CALL(libssh, sftp_readdir)
+        .Times(2)
+        .WillRepeatedly([this, unconnected](sftp_session, sftp_dir) {
+            EXPECT_EQ(sftp.session, unconnected);
+            return next++ == 0 ? entry("a") : nullptr;
+        });
+    EXPECT_CALL(libssh, ssh_free(_)).Times(::testing::AnyNumber());
+    EXPECT_CALL(libssh, ssh_free(unconnected));
+    EXPECT_THAT(namesOf(files.directoryList("/d")), ElementsAre("a"));
+    EXPECT_EQ(sftp.session, TarnisTest::fakeSession());
+}
+
+TEST_F(SftpListing, ReadsOnWithoutMemoryForAnotherSession)
+{
+    holds({"a", "b"});
+    EXPECT_CALL(libssh, ssh_new).WillOnce(Return(nullptr));
+    EXPECT_THAT(namesOf(files.directoryList("/d")), ElementsAre("a", "b"));
+}
+
 TEST_F(SftpListing, OpensReadsAndCloses)
 {
     const InSequence inThisOrder;

@@ -1,0 +1,467 @@
+// Replies as no honest server sends them: nothing crashes, nothing waits for what has come or
+// cannot come, and nothing that went wrong is taken for a success.
+
+#include "integration/sftp/HostileTest.h"
+#include "support/PseudoRandom.h"
+#include "support/sftp/SftpWire.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <ostream>
+
+#include <sys/statvfs.h>
+
+namespace TarnisTest {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace SftpActions;
+
+constexpr std::uint32_t kHuge = 0xffffffff;
+
+/// Something that can be wrong with a reply.
+struct Flaw
+{
+    const char* name;
+    SftpAction action;
+    /// To requests of these kinds it is a lie that cannot be told from the truth.
+    std::vector<SftpPacket> plausibleTo;
+    /// Whether the client may be right to wait for more.
+    bool mayWait = false;
+    /// Whether the session can be used as before.
+    bool isHarmless = true;
+};
+
+std::string number(std::uint32_t value)
+{
+    return SftpWriter().number(value).bytes();
+}
+
+std::string text(const std::string& value)
+{
+    return SftpWriter().text(value).bytes();
+}
+
+/// Requests whose reply has nothing but a status to tell.
+const std::vector<SftpPacket> kStatusRequests{
+    SftpPacket::Close,  SftpPacket::Write, SftpPacket::Setstat, SftpPacket::Remove,
+    SftpPacket::Rename, SftpPacket::Mkdir, SftpPacket::Rmdir,   SftpPacket::Symlink};
+
+/// Of another kind than what was asked for, or with numbers in them that nothing has.
+std::vector<Flaw> wrongReplies()
+{
+    const std::string status = number(static_cast<std::uint32_t>(SftpStatus::Failure));
+    const std::string huge = number(kHuge);
+    return {
+        {"a success that is none", refuse(SftpStatus::Ok), kStatusRequests},
+        {"the end of a file", refuse(SftpStatus::Eof), {SftpPacket::Read, SftpPacket::Readdir}},
+        {"a failure", refuse(SftpStatus::Failure), {}},
+        {"a status of no meaning", refuse(static_cast<SftpStatus>(9'999)), {}},
+        {"the largest status", refuse(static_cast<SftpStatus>(kHuge)), {}},
+        {"a status without a code", answer(SftpPacket::Status, ""), {}},
+        {"a status without a text", answer(SftpPacket::Status, status), {}},
+        {"a status with a huge text", answer(SftpPacket::Status, status + huge), {}},
+        {"an empty handle", answer(SftpPacket::Handle, text("")), {SftpPacket::Open}},
+        {"a handle of nothing", answer(SftpPacket::Handle, text("x")), {SftpPacket::Open}},
+        {"a huge handle", answer(SftpPacket::Handle, huge + "x"), {}},
+        {"a handle without text", answer(SftpPacket::Handle, ""), {}},
+        // To every request, it is a file without an end.
+        {"data of nothing", answer(SftpPacket::Data, text("x")), {SftpPacket::Read}, true, false},
+        {"no data", answer(SftpPacket::Data, text("")), {}},
+        {"huge data", answer(SftpPacket::Data, huge + "x"), {}},
+        {"data without text", answer(SftpPacket::Data, ""), {}},
+        {"attributes without any", answer(SftpPacket::Attrs, number(0)), {}},
+        {"attributes that end", answer(SftpPacket::Attrs, huge), {}},
+        {"attributes without flags", answer(SftpPacket::Attrs, ""), {}},
+        {"extended attributes without end",
+         answer(SftpPacket::Attrs, number(SftpAttribute::kExtended) + huge),
+         {}},
+        {"no names", answer(SftpPacket::Name, number(0)), {}},
+        {"names beyond number", answer(SftpPacket::Name, huge), {}},
+        {"a huge name", answer(SftpPacket::Name, number(1) + huge), {}},
+        {"a name without attributes",
+         answer(SftpPacket::Name, number(1) + text("n") + text("l")),
+         {SftpPacket::Readlink}},
+        {"an empty extension", answer(SftpPacket::ExtendedReply, ""), {}},
+        {"a version", answer(SftpPacket::Version, number(3)), {}},
+        {"a request", answer(SftpPacket::Remove, text("/")), {}},
+        {"a kind that is none", answer(static_cast<SftpPacket>(255), huge), {}},
+        {"no kind", answer(SftpPacket::Any, ""), {}},
+    };
+}
+
+/// Of the right kind, but not as long, as often or as soon as they should be.
+std::vector<Flaw> wrongPackets()
+{
+    return {
+        {"a reply without its last byte", truncate(1), {}},
+        {"a reply without its last bytes", truncate(9), {}},
+        {"a reply without a body", truncate(kHuge), {}},
+        {"a reply with more behind it", pad(1'000), {}},
+        {"data that is longer", lengthenData(1), {}},
+        {"data that is far longer", lengthenData(300'000), {}},
+        {"a reply that comes twice", duplicate(), {}, true, false},
+        {"a stray before the reply", strayBefore(), {}, true, false},
+        {"a reply to nobody", wrongId(), {}, true, false},
+        {"no reply", silence(), {}, true, false},
+        {"a packet of no length", claimLength(0), {}, true, false},
+        {"a packet without an identifier", claimLength(1), {}, true, false},
+        {"a packet that ends in its identifier", claimLength(3), {}, true, false},
+        {"a packet that ends behind its identifier", claimLength(5), {}, true, false},
+        {"a packet that goes on", claimLength(0x00ffffff), {}, true, false},
+        {"a packet of 2 GiB", claimLength(0x80000000), {}, true, false},
+        {"the largest packet", claimLength(kHuge), {}, true, false},
+        {"what is no packet", sendRaw("HTTP/1.1 400 Bad Request\r\n\r\n"), {}, true, false},
+        {"a packet of an identifier", sendRaw(std::string("\0\0\0\1\x65", 5)), {}, true, false},
+        {"an end", SftpActions::exit(), {}, true, false},
+        {"an end in the length", breakOff(3), {}, true, false},
+        {"an end in the identifier", breakOff(7), {}, true, false},
+        {"an end in the body", breakOff(11), {}, true, false},
+    };
+}
+
+/// What an operation said, against what is so.
+enum class Outcome
+{
+    Refused,
+    Right,
+    Wrong,
+};
+
+class HostileReplyTest;
+
+/// An operation of the library, and the request whose reply is flawed.
+struct Attack
+{
+    const char* name;
+    SftpOccasion occasion;
+    Outcome (HostileReplyTest::*operation)();
+};
+
+// For the messages of failed assertions.
+void PrintTo(const Attack& attack, std::ostream* out)
+{
+    *out << attack.name;
+}
+
+class HostileReplyTest : public HostileTest, public ::testing::WithParamInterface<Attack>
+{
+public:
+    Outcome asksForInfo()
+    {
+        const auto info = files().fileInfo(path("file"));
+        if (!info) {
+            return Outcome::Refused;
+        }
+        const bool isTold = info->type.raw() == 1 && info->size == content_.size() &&
+                            info->permissions.raw() == 0644 && info->modTime == timeOf(1'000);
+        // What the server leaves out is left out of the answer.
+        const bool isUnknown = info->type.isEmpty() && info->size == 0 &&
+                               info->permissions.isEmpty() && info->modTime == timeOf(0);
+        return isTold || isUnknown ? Outcome::Right : Outcome::Wrong;
+    }
+
+    Outcome listsNames() { return outcomeOf(files().directoryListFileNames(path("dir"))); }
+
+    Outcome listsEntries() { return outcomeOf(namesOf(files().directoryList(path("dir")))); }
+
+    Outcome listsInfos() { return outcomeOf(namesOf(files().directoryFileInfoList(path("dir")))); }
+
+    Outcome reads()
+    {
+        const auto file = files().fileOpen(path("file"), kRead);
+        std::string buffer(content_.size(), '\0');
+        if (file == nullptr || file->read(buffer.data(), buffer.size()) != buffer.size()) {
+            return Outcome::Refused;
+        }
+        return rightIf(buffer == content_);
+    }
+
+    Outcome readsFully()
+    {
+        const auto file = files().fileOpen(path("file"), kRead);
+        std::string buffer(content_.size() + 1, '\0');
+        if (file == nullptr) {
+            return Outcome::Refused;
+        }
+        const auto got = file->readFully(buffer.data(), buffer.size());
+        buffer.resize(got.count);
+        // What was read before a failure is as good.
+        if (buffer != content_.substr(0, got.count)) {
+            return Outcome::Wrong;
+        }
+        return got.status == ReadStatus::Error ? Outcome::Refused
+                                               : rightIf(buffer.size() == content_.size());
+    }
+
+    Outcome writes()
+    {
+        const auto file = files().fileOpen(path("new"), kWriteNew);
+        if (file == nullptr || file->write(content_.data(), content_.size()) != content_.size()) {
+            return Outcome::Refused;
+        }
+        return rightIf(readFile(path("new")) == content_);
+    }
+
+    Outcome writesFully()
+    {
+        const auto file = files().fileOpen(path("new"), kWriteNew);
+        if (file == nullptr || !file->writeFully(content_.data(), content_.size())) {
+            return Outcome::Refused;
+        }
+        return rightIf(readFile(path("new")) == content_);
+    }
+
+    Outcome downloads()
+    {
+        const bool copied = download(path("file"), "copy");
+        const auto names = namesIn(target());
+        fs::path copy = target() + "/copy";
+        const bool isRight =
+            copied ? readFile(copy) == content_ && names.size() == 1 : names.empty();
+        return !isRight ? Outcome::Wrong : copied ? Outcome::Right : Outcome::Refused;
+    }
+
+    Outcome uploads()
+    {
+        if (!upload(here().file("target/source"), "new", Option::PreserveModTime)) {
+            return isMissingOrWhole(path("new")) ? Outcome::Refused : Outcome::Wrong;
+        }
+        return rightIf(readFile(path("new")) == content_);
+    }
+
+    Outcome copiesOnTheServer()
+    {
+        if (!files().fileCopyAs(path("file"), files(), path("new"))) {
+            return isMissingOrWhole(path("new")) ? Outcome::Refused : Outcome::Wrong;
+        }
+        return rightIf(readFile(path("new")) == content_);
+    }
+
+    Outcome removes()
+    {
+        return files().fileRemove(path("file")) ? rightIf(!fs::exists(path("file")))
+                                                : Outcome::Refused;
+    }
+
+    Outcome renames()
+    {
+        return files().fileRenameAs(path("file"), path("new"))
+                   ? rightIf(!fs::exists(path("file")) && fs::exists(path("new")))
+                   : Outcome::Refused;
+    }
+
+    Outcome setsPermissions()
+    {
+        return files().fileSetPermissions(
+                   path("file"), Utilities::Flags<FileSystem::PosixFilePermissionFlag>(0600U))
+                   ? rightIf(fs::status(path("file")).permissions() == fs::perms(0600))
+                   : Outcome::Refused;
+    }
+
+    Outcome setsTime()
+    {
+        return files().fileSetModTime(path("file"), timeOf(2'000))
+                   ? rightIf(local().fileGetModTime(path("file")) == timeOf(2'000))
+                   : Outcome::Refused;
+    }
+
+    Outcome makesADirectory()
+    {
+        return files().directoryCreateAs(path("new"), true) ? rightIf(fs::is_directory(path("new")))
+                                                            : Outcome::Refused;
+    }
+
+    Outcome removesADirectory()
+    {
+        return files().directoryRemove(path("empty"), false) ? rightIf(!fs::exists(path("empty")))
+                                                             : Outcome::Refused;
+    }
+
+    Outcome removesATree()
+    {
+        if (!fs::exists(path("file"))) {
+            return Outcome::Wrong;
+        }
+        return files().directoryRemove(path("dir"), true) ? rightIf(!fs::exists(path("dir")))
+                                                          : Outcome::Refused;
+    }
+
+    Outcome readsALink()
+    {
+        const auto link = files().fileSymbolicLinkTarget(path("link"));
+        return link ? rightIf(*link == "dir") : Outcome::Refused;
+    }
+
+    Outcome makesALink()
+    {
+        const bool made = files().fileSymbolicLinkCreateAs("dir/a", path("new"), true);
+        std::error_code error;
+        return made ? rightIf(fs::read_symlink(path("new"), error) == "dir/a") : Outcome::Refused;
+    }
+
+    Outcome measuresTheVolume()
+    {
+        const auto info = files().fileStorageInfo(path("file"));
+
+        struct statvfs volume
+        {};
+
+        return info ? rightIf(::statvfs(path("file").c_str(), &volume) == 0 &&
+                              info->capacity == volume.f_blocks * volume.f_frsize)
+                    : Outcome::Refused;
+    }
+
+protected:
+    void runThrough(const std::vector<Flaw>& flaws)
+    {
+        for (const Flaw& flaw : flaws) {
+            SCOPED_TRACE(flaw.name);
+            fill();
+            misbehave({{GetParam().occasion, flaw.action}});
+            expectNoMistake(flaw);
+            if (flaw.isHarmless) {
+                follow({});
+                EXPECT_TRUE(files().fileInfo(server().sftp().root()).has_value());
+            }
+        }
+    }
+
+private:
+    /// As the target of a copy that failed: when the answer to renaming is lost, it is complete.
+    bool isMissingOrWhole(const std::string& where) const
+    {
+        return !fs::exists(where) || readFile(where) == content_;
+    }
+
+    static Outcome rightIf(bool isRight) { return isRight ? Outcome::Right : Outcome::Wrong; }
+
+    /// A failure shortens a list, which nothing else tells.
+    static Outcome outcomeOf(const std::vector<std::string>& names)
+    {
+        const std::vector<std::string> real{"a", "b", "c"};
+        if (!std::all_of(names.begin(), names.end(), [&real](const std::string& name) {
+                return std::count(real.begin(), real.end(), name) == 1;
+            })) {
+            return Outcome::Wrong;
+        }
+        return names.size() == real.size() ? Outcome::Right : Outcome::Refused;
+    }
+
+    template <class Info>
+    static std::vector<std::string> namesOf(const std::vector<Info>& list)
+    {
+        std::vector<std::string> names;
+        std::transform(list.begin(), list.end(), std::back_inserter(names),
+                       [](const Info& info) { return info.name; });
+        return names;
+    }
+
+    /// What the operations find, on the server and here.
+    void fill()
+    {
+        for (const auto& entry : fs::directory_iterator(server().sftp().root())) {
+            fs::remove_all(entry);
+        }
+        fs::remove_all(target());
+        here().makeDirectory("target");
+        if (GetParam().operation == &HostileReplyTest::uploads) {
+            here().write("target/source", content_);
+        }
+        put("file", content_);
+        fs::permissions(path("file"), fs::perms(0644));
+        ASSERT_TRUE(local().fileSetModTime(path("file"), timeOf(1'000)));
+        fs::create_directories(path("empty"));
+        fs::create_directories(path("dir"));
+        for (const char* const name : {"dir/a", "dir/b", "dir/c"}) {
+            put(name, name);
+        }
+        fs::create_directory_symlink("dir", path("link"));
+    }
+
+    void expectNoMistake(const Flaw& flaw)
+    {
+        Outcome outcome = Outcome::Refused;
+        static_cast<void>(attempt(flaw.mayWait, [&] {
+            outcome = (this->*GetParam().operation)();
+            return true;
+        }));
+        const auto& lies = flaw.plausibleTo;
+        if (std::count(lies.begin(), lies.end(), GetParam().occasion.request) == 0) {
+            EXPECT_NE(outcome, Outcome::Wrong);
+        }
+        expectNothingOutside();
+    }
+
+    const std::string content_ = pseudoRandomBytes(11, 600'000);
+};
+
+TEST_P(HostileReplyTest, OfTheWrongKindIsNoSuccess)
+{
+    runThrough(wrongReplies());
+}
+
+TEST_P(HostileReplyTest, InAWrongPacketIsNoSuccess)
+{
+    runThrough(wrongPackets());
+}
+
+using Test = HostileReplyTest;
+
+const Attack kAttacks[] = {
+    {"InfoLstat", nth(SftpPacket::Lstat, 1), &Test::asksForInfo},
+    {"NamesOpendir", nth(SftpPacket::Opendir, 1), &Test::listsNames},
+    {"NamesReaddir", nth(SftpPacket::Readdir, 1), &Test::listsNames},
+    {"NamesClose", nth(SftpPacket::Close, 1), &Test::listsNames},
+    {"EntriesReaddir", nth(SftpPacket::Readdir, 1), &Test::listsEntries},
+    {"EntriesSecondReaddir", nth(SftpPacket::Readdir, 2), &Test::listsEntries},
+    {"InfosReaddir", nth(SftpPacket::Readdir, 1), &Test::listsInfos},
+    {"ReadOpen", nth(SftpPacket::Open, 1), &Test::reads},
+    {"ReadRead", nth(SftpPacket::Read, 1), &Test::reads},
+    {"ReadFullyRead", nth(SftpPacket::Read, 2), &Test::readsFully},
+    {"ReadFullyEveryRead", every(SftpPacket::Read), &Test::readsFully},
+    {"WriteWrite", nth(SftpPacket::Write, 1), &Test::writes},
+    {"WriteFullySecondWrite", nth(SftpPacket::Write, 2), &Test::writesFully},
+    {"DownloadLstat", nth(SftpPacket::Lstat, 1), &Test::downloads},
+    {"DownloadOpen", nth(SftpPacket::Open, 1), &Test::downloads},
+    {"DownloadRead", nth(SftpPacket::Read, 1), &Test::downloads},
+    {"DownloadSecondRead", nth(SftpPacket::Read, 2), &Test::downloads},
+    {"DownloadEveryRead", every(SftpPacket::Read), &Test::downloads},
+    {"DownloadClose", nth(SftpPacket::Close, 1), &Test::downloads},
+    {"UploadOpen", nth(SftpPacket::Open, 1), &Test::uploads},
+    {"UploadWrite", nth(SftpPacket::Write, 1), &Test::uploads},
+    {"UploadLastWrite", nth(SftpPacket::Write, 3), &Test::uploads},
+    {"UploadClose", nth(SftpPacket::Close, 1), &Test::uploads},
+    {"UploadLstat", every(SftpPacket::Lstat), &Test::uploads},
+    {"UploadSetstat", nth(SftpPacket::Setstat, 2), &Test::uploads},
+    {"UploadRename", nth(SftpPacket::Rename, 1), &Test::uploads},
+    {"ServerCopySecondRead", nth(SftpPacket::Read, 2), &Test::copiesOnTheServer},
+    {"ServerCopySecondWrite", nth(SftpPacket::Write, 2), &Test::copiesOnTheServer},
+    {"RemoveRemove", nth(SftpPacket::Remove, 1), &Test::removes},
+    {"RenameRename", nth(SftpPacket::Rename, 1), &Test::renames},
+    {"PermissionsSetstat", nth(SftpPacket::Setstat, 1), &Test::setsPermissions},
+    {"TimeLstat", nth(SftpPacket::Lstat, 1), &Test::setsTime},
+    {"TimeSetstat", nth(SftpPacket::Setstat, 1), &Test::setsTime},
+    {"TimeSecondSetstat", nth(SftpPacket::Setstat, 2), &Test::setsTime},
+    {"TimeLastLstat", nth(SftpPacket::Lstat, 3), &Test::setsTime},
+    {"MakeDirectoryMkdir", nth(SftpPacket::Mkdir, 1), &Test::makesADirectory},
+    {"RemoveDirectoryRmdir", nth(SftpPacket::Rmdir, 1), &Test::removesADirectory},
+    {"RemoveTreeReaddir", nth(SftpPacket::Readdir, 1), &Test::removesATree},
+    {"RemoveTreeLstat", nth(SftpPacket::Lstat, 1), &Test::removesATree},
+    {"RemoveTreeRemove", nth(SftpPacket::Remove, 2), &Test::removesATree},
+    {"RemoveTreeRmdir", nth(SftpPacket::Rmdir, 1), &Test::removesATree},
+    {"ReadLinkReadlink", nth(SftpPacket::Readlink, 1), &Test::readsALink},
+    {"MakeLinkLstat", nth(SftpPacket::Lstat, 1), &Test::makesALink},
+    {"MakeLinkSymlink", nth(SftpPacket::Symlink, 1), &Test::makesALink},
+    {"MakeLinkReadlink", nth(SftpPacket::Readlink, 1), &Test::makesALink},
+    {"VolumeLstat", nth(SftpPacket::Lstat, 1), &Test::measuresTheVolume},
+    {"VolumeExtended", nth(SftpPacket::Extended, 1), &Test::measuresTheVolume},
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, HostileReplyTest, ::testing::ValuesIn(kAttacks),
+                         [](const auto& attack) { return attack.param.name; });
+
+} // namespace
+
+} // namespace TarnisTest
