@@ -56,7 +56,7 @@ bool FileCopy::fill(PartialEntry& partial, std::uint64_t& bytes) const
         bytes = done;
         return task_.progress.report(done);
     };
-    return source->copy(*target, progress, task_.bufferSize);
+    return source->copy(*target, progress, task_.bufferSize) && target->commit();
 }
 
 // The time first: a file that nobody may write may refuse it.

@@ -20,7 +20,13 @@ public:
 
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(FileDescriptor&&) = delete;
+
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept
+    {
+        // The one that was owned goes with `other`.
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
 
     ~FileDescriptor()
     {

@@ -1,8 +1,8 @@
 #include "FileCopy.h"
 #include "LinkResolution.h"
+#include "MoveByCopy.h"
 #include "PathText.h"
 #include "TreeCopy.h"
-#include "TreeMove.h"
 #include "TreeRemoval.h"
 
 #include <FileSystem/FileSystem2.h>
@@ -18,6 +18,20 @@ using CopyOption = StorageSystemCopyOptionFlag;
 namespace {
 
 constexpr std::uint64_t recommendedBufferSize = 1U << 20U;
+
+/// What stands at the path itself: with a slash behind it a link would be taken for the directory
+/// that it leads to.
+std::optional<StorageSystemFileInfo> infoOfItself(const FileSystem2& system,
+                                                  const std::string& path)
+{
+    auto info = system.fileInfo(path);
+    const auto place = PathText::removeTrailingSlash(path);
+    if (!info || !isDirectory(info->type) || place == path) {
+        return info;
+    }
+    const auto own = system.fileInfo(place);
+    return own && isDirectory(own->type) ? info : own;
+}
 
 /// Copies what is no directory.
 bool copySingle(const CopyTask& task, const StorageSystemFileInfo& source,
@@ -50,6 +64,15 @@ passable(Utilities::Flags<PosixFilePermissionFlag> permissions)
 } // namespace
 
 FileSystem2::FileSystem2() = default;
+
+std::optional<std::string> FileSystem2::linkPlace(const std::string& target,
+                                                  const std::string& linkPath)
+{
+    auto place = PathText::removeTrailingSlash(linkPath);
+    const bool isPossible = !target.empty() && hasNoNul(target) && hasNoNul(place) &&
+                            PathText::isEntryName(PathText::fileName(place));
+    return isPossible ? std::make_optional(std::move(place)) : std::nullopt;
+}
 
 FileSystem2::~FileSystem2() = default;
 
@@ -239,7 +262,7 @@ FileSystem2::do_fileCreate(const std::string& directoryPath, const std::string& 
 
 bool FileSystem2::do_fileIsSymbolicLink(const std::string& path) const
 {
-    const auto type = do_fileType(path);
+    const auto type = do_fileType(pathRemoveTrailingSlash(path));
     return type && isSymbolicLink(*type);
 }
 
@@ -325,7 +348,7 @@ bool FileSystem2::do_directoryIsSymbolicLink(const std::string& path) const
 
 std::optional<StorageSystemFileInfo> FileSystem2::do_directoryInfo(const std::string& path) const
 {
-    auto info = do_fileInfo(path);
+    auto info = infoOfItself(*this, path);
     return info && isDirectory(info->type) ? info : std::nullopt;
 }
 
@@ -518,19 +541,7 @@ bool FileSystem2::do_fileMoveAs(const std::string& path, const std::string& newP
     if (!do_fileExists(path) || do_fileType(newPath)) {
         return false;
     }
-    if (do_fileRenameAs(path, newPath)) {
-        return true;
-    }
-    const auto options =
-        CopyOption::FailIfExists | CopyOption::PreservePermissions | CopyOption::PreserveModTime;
-    if (!do_fileCopyAs(path, *this, newPath, {}, options, std::nullopt)) {
-        return false;
-    }
-    if (do_fileRemove(path)) {
-        return true;
-    }
-    do_fileRemove(newPath);
-    return false;
+    return do_fileRenameAs(path, newPath) || moveFileByCopy(*this, path, newPath);
 }
 
 bool FileSystem2::do_fileCopyAs(const std::string& path, const StorageSystem& target,
@@ -539,7 +550,7 @@ bool FileSystem2::do_fileCopyAs(const std::string& path, const StorageSystem& ta
                                 Utilities::Flags<StorageSystemCopyOptionFlag> options,
                                 std::optional<std::uint64_t> bufferSize) const
 {
-    auto source = do_fileInfo(path);
+    auto source = infoOfItself(*this, path);
     if (!source) {
         return false;
     }
@@ -596,8 +607,7 @@ bool FileSystem2::do_directoryRenameAs(const std::string& path, const std::strin
 
 bool FileSystem2::do_directoryMoveAs(const std::string& path, const std::string& newPath) const
 {
-    const auto source = do_directoryInfo(path);
-    if (!source || do_fileType(newPath)) {
+    if (!do_directoryInfo(path) || do_fileType(pathRemoveTrailingSlash(newPath))) {
         return false;
     }
     if (do_directoryRenameAs(path, newPath)) {
@@ -606,7 +616,7 @@ bool FileSystem2::do_directoryMoveAs(const std::string& path, const std::string&
     // Before a whole tree is read for nothing.
     const auto parent = pathParentId(newPath);
     return (parent.empty() || do_directoryExists(parent)) &&
-           moveTreeByCopy(*this, *source, path, newPath);
+           moveTreeByCopy(*this, pathRemoveTrailingSlash(path), pathRemoveTrailingSlash(newPath));
 }
 
 std::vector<std::string>

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace FileSystem {
@@ -15,6 +16,15 @@ LocalDirectory::LocalDirectory(const std::string& path)
     : directory_(::opendir(systemPath(path)))
 {
     static_cast<void>(LocalError::succeeded(directory_ != nullptr));
+}
+
+LocalDirectory::LocalDirectory(const FileDescriptor& directory)
+{
+    const int descriptor =
+        ::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
+    if (LocalError::succeeded(descriptor != -1)) {
+        directory_.reset(::fdopendir(descriptor));
+    }
 }
 
 const dirent* LocalDirectory::next()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FileDescriptor.h"
+
 #include <FileSystem/StorageSystemFlags.h>
 
 #include <memory>
@@ -15,6 +17,9 @@ class LocalDirectory
 public:
     /// One that cannot be opened has no entries.
     explicit LocalDirectory(const std::string& path);
+
+    /// The directory that is open.
+    explicit LocalDirectory(const FileDescriptor& directory);
 
     /// The next entry, "." and ".." left out. Null at the end, or when reading fails. Valid until
     /// the next call.

@@ -3,6 +3,7 @@
 #include "LocalDirectory.h"
 #include "LocalError.h"
 #include "LocalFile.h"
+#include "LocalTreeRemoval.h"
 #include "SystemCall.h"
 
 #include <FileSystem/DirectoryListing.h>
@@ -14,7 +15,9 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <filesystem>
 #include <regex>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -49,7 +52,13 @@ FileDescriptor openDescriptor(const std::string& path, int flags, mode_t mode)
 bool isRegular(const FileDescriptor& descriptor)
 {
     struct stat attributes = {};
-    return ::fstat(descriptor.get(), &attributes) == 0 && S_ISREG(attributes.st_mode);
+    if (!LocalError::succeeded(::fstat(descriptor.get(), &attributes) == 0)) {
+        return false;
+    }
+    if (!S_ISREG(attributes.st_mode)) {
+        LocalError::note(S_ISDIR(attributes.st_mode) ? EISDIR : EINVAL);
+    }
+    return S_ISREG(attributes.st_mode);
 }
 
 std::optional<struct stat> attributesOf(const std::string& path)
@@ -190,6 +199,13 @@ describeEntries(LocalDirectory& directory, const std::string& path, const NameFi
     return entries;
 }
 
+std::optional<std::string> currentDirectory()
+{
+    std::error_code error;
+    const auto path = std::filesystem::current_path(error);
+    return error ? std::nullopt : std::make_optional(path.string());
+}
+
 } // namespace
 
 LocalFileSystem::LocalFileSystem()
@@ -198,6 +214,10 @@ LocalFileSystem::LocalFileSystem()
         LocalDirectory directory(path);
         auto entries = describeEntries(directory, path, NameFilter::all());
         return directory.isComplete() ? std::make_optional(std::move(entries)) : std::nullopt;
+    });
+    setStartDirectory([] { return currentDirectory(); });
+    setReplacer([](const std::string& path, const std::string& newPath) {
+        return LocalError::succeeded(::rename(systemPath(path), systemPath(newPath)) == 0);
     });
 }
 
@@ -290,7 +310,8 @@ bool LocalFileSystem::do_fileSetModTime(const std::string& path,
 {
     const auto before = attributesOf(path);
     const timespec wanted = toTimespec(time);
-    if (!before || !LocalError::succeeded(setModificationTime(path, wanted))) {
+    if (!LocalError::succeeded(before.has_value()) ||
+        !LocalError::succeeded(setModificationTime(path, wanted))) {
         return false;
     }
     // A time beyond its range makes a file system take the nearest one that it knows, silently.
@@ -403,6 +424,11 @@ bool LocalFileSystem::do_directoryRemove(const std::string& path) const
     return LocalError::succeeded(::rmdir(systemPath(path)) == 0);
 }
 
+bool LocalFileSystem::do_directoryRemove(const std::string& path, bool recursive) const
+{
+    return recursive ? removeLocalTree(path) : do_directoryRemove(path);
+}
+
 bool LocalFileSystem::do_directorySymbolicLinkCreateAs(const std::string& target,
                                                        const std::string& linkPath,
                                                        bool failIfLinkExists) const
@@ -413,19 +439,18 @@ bool LocalFileSystem::do_directorySymbolicLinkCreateAs(const std::string& target
 
 bool LocalFileSystem::replaceByLink(const std::string& target, const std::string& linkPath) const
 {
-    const std::string name = pathFileName(linkPath);
-    // Before anything is removed: no link can be made of these.
-    if (target.empty() || hasNul(target) || name.empty() || name == "." || name == "..") {
+    const auto place = linkPlace(target, linkPath);
+    if (!place) {
         return false;
     }
-    if (directoryExists(linkPath, false) && !FileSystem2::do_directoryRemove(linkPath, true)) {
+    if (directoryExists(*place, false) && !do_directoryRemove(*place, true)) {
         return false;
     }
-    if (fileExists(linkPath, true) && !do_fileRemove(linkPath)) {
+    if (fileExists(*place, true) && !do_fileRemove(*place)) {
         return false;
     }
-    return LocalError::succeeded(::symlink(target.c_str(), systemPath(linkPath)) == 0) &&
-           do_fileSymbolicLinkTarget(linkPath) == target;
+    return LocalError::succeeded(::symlink(target.c_str(), systemPath(*place)) == 0) &&
+           do_fileSymbolicLinkTarget(*place) == target;
 }
 
 } // namespace FileSystem

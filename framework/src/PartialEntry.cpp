@@ -1,13 +1,10 @@
 #include "PartialEntry.h"
 
+#include "HiddenName.h"
 #include "PathText.h"
 
 #include <FileSystem/StorageSystem.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <random>
 #include <utility>
 
 namespace FileSystem {
@@ -15,42 +12,6 @@ namespace FileSystem {
 namespace {
 
 constexpr int maximumNameTries = 8;
-
-std::string randomText()
-{
-    constexpr std::size_t length = 8;
-    constexpr auto digits = "0123456789abcdef";
-    std::random_device random;
-    auto bits = static_cast<std::uint32_t>(random());
-    std::string text;
-    while (text.size() < length) {
-        text += digits[bits % 16];
-        bits /= 16;
-    }
-    return text;
-}
-
-/// The name without what would make the hidden one longer than systems take, cut between UTF-8
-/// characters.
-std::string shortened(const std::string& name)
-{
-    constexpr std::size_t longestName = 255;
-    constexpr std::size_t added = 1 + 1 + 8 + 5;
-    constexpr std::size_t longestCharacter = 4;
-    auto end = std::min(name.size(), longestName - added);
-    const auto isContinuation = [&name](std::size_t at) {
-        return at < name.size() && (static_cast<unsigned char>(name[at]) & 0xC0U) == 0x80U;
-    };
-    for (std::size_t step = 1; step < longestCharacter && isContinuation(end); ++step) {
-        --end;
-    }
-    return name.substr(0, end);
-}
-
-std::string hiddenName(const std::string& name)
-{
-    return "." + shortened(name) + "." + randomText() + ".part";
-}
 
 } // namespace
 
@@ -76,7 +37,7 @@ std::unique_ptr<StorageSystemFile>
 PartialEntry::createFile(Utilities::Flags<PosixFilePermissionFlag> permissions)
 {
     for (int tries = 0; tries < maximumNameTries; ++tries) {
-        const auto hidden = hiddenName(name_);
+        const auto hidden = hiddenName(name_, HiddenNameUse::Unfinished);
         path_ = PathText::childId(directory_, {hidden});
         auto file = system_.fileCreate(directory_, hidden, true, false, permissions);
         if (file != nullptr) {
@@ -105,7 +66,7 @@ bool PartialEntry::createLink(const std::string& target)
 bool PartialEntry::takeFreeName()
 {
     for (int tries = 0; tries < maximumNameTries; ++tries) {
-        path_ = PathText::childId(directory_, {hiddenName(name_)});
+        path_ = PathText::childId(directory_, {hiddenName(name_, HiddenNameUse::Unfinished)});
         if (!system_.fileType(path_)) {
             return true;
         }
@@ -119,7 +80,8 @@ bool PartialEntry::publish(bool replace)
     if (!replace && system_.fileType(finalPath)) {
         return false;
     }
-    if (system_.fileRename(path_, name_) || (replace && replaceExisting())) {
+    if ((replace && replaceAtOnce(finalPath)) || system_.fileRename(path_, name_) ||
+        (replace && replaceInSteps(finalPath))) {
         path_ = finalPath;
         created_ = false;
         return true;
@@ -127,24 +89,30 @@ bool PartialEntry::publish(bool replace)
     return false;
 }
 
+bool PartialEntry::replaceAtOnce(const std::string& finalPath) const
+{
+    return system_.replacer_ && system_.replacer_(path_, finalPath);
+}
+
 // Most servers refuse to rename onto something. What stands there is set aside and not removed
 // first: nothing is lost on a server that refuses to rename at all.
-bool PartialEntry::replaceExisting()
+bool PartialEntry::replaceInSteps(const std::string& finalPath) const
 {
-    const auto finalPath = PathText::childId(directory_, {name_});
     const auto type = system_.fileType(finalPath);
     if (!type || isDirectory(*type)) {
         return false;
     }
-    const auto aside = system_.fileRename(finalPath, hiddenName(name_));
-    if (!aside) {
+    const auto asideName = hiddenName(name_, HiddenNameUse::SetAside);
+    const auto aside = PathText::childId(directory_, {asideName});
+    // A renaming that was reported as failed may have been done.
+    if (!system_.fileRename(finalPath, asideName) && !system_.fileType(aside)) {
         return false;
     }
     if (!system_.fileRename(path_, name_)) {
-        system_.fileRename(*aside, name_);
+        system_.fileRename(aside, name_);
         return false;
     }
-    system_.fileRemove(*aside);
+    system_.fileRemove(aside);
     return true;
 }
 

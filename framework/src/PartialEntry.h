@@ -41,7 +41,8 @@ public:
 
 private:
     bool takeFreeName();
-    bool replaceExisting();
+    bool replaceAtOnce(const std::string& finalPath) const;
+    bool replaceInSteps(const std::string& finalPath) const;
 
     const StorageSystem& system_;
     std::string directory_;

@@ -233,7 +233,8 @@ bool StorageSystem::directoryExists(const std::string& path, bool linkCounts) co
     if (linkCounts) {
         return hasNoNul(path) && do_directoryExists(path);
     }
-    const auto type = fileType(path);
+    // With a slash behind it a link would be taken for the directory that it leads to.
+    const auto type = fileType(PathText::removeTrailingSlash(path));
     return type && isDirectory(*type);
 }
 
@@ -286,6 +287,31 @@ StorageSystem::directoryReadFully(const std::string& path) const
     }
     auto entries = directoryFileInfoList(path);
     return directoryExists(path, true) ? std::make_optional(std::move(entries)) : std::nullopt;
+}
+
+std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const
+{
+    if (!hasNoNul(path) || path.empty()) {
+        return std::nullopt;
+    }
+    if (PathText::isAbsolute(path)) {
+        return path;
+    }
+    const auto start = startDirectory_ ? startDirectory_() : std::nullopt;
+    return start && PathText::isAbsolute(*start)
+               ? std::make_optional(PathText::childId(*start, {path}))
+               : std::nullopt;
+}
+
+void StorageSystem::setStartDirectory(std::function<std::optional<std::string>()> start)
+{
+    startDirectory_ = std::move(start);
+}
+
+void StorageSystem::setReplacer(
+    std::function<bool(const std::string&, const std::string&)> replacer)
+{
+    replacer_ = std::move(replacer);
 }
 
 void StorageSystem::setDirectoryReader(DirectoryReader reader)
@@ -402,14 +428,15 @@ StorageSystem::do_fileGetModTime(const std::string& path) const
 std::optional<Utilities::Flags<StorageSystemFileTypeFlag>>
 StorageSystem::do_directoryType(const std::string& path) const
 {
-    const auto type = do_fileType(path);
+    const auto place = PathText::removeTrailingSlash(path);
+    const auto type = do_fileType(place);
     if (!type || isDirectory(*type)) {
         return type;
     }
     if (!isSymbolicLink(*type)) {
         return std::nullopt;
     }
-    const auto end = followLinks(*this, path);
+    const auto end = followLinks(*this, place);
     if (!end || !end->type || !isDirectory(*end->type)) {
         return std::nullopt;
     }

@@ -47,6 +47,14 @@ private:
     std::uint64_t total_;
 };
 
+/// Makes a file that has met its end look for it anew.
+bool forgetEnd(const StorageSystemFile& file)
+{
+    // Asking for the position changes nothing, though the interface does not say so.
+    const auto position = const_cast<StorageSystemFile&>(file).tell();
+    return position && file.seek(*position);
+}
+
 /// Moves all bytes, `step` at a time. False: a failure, or the report said stop.
 bool moveBytes(ByteSource& source, ByteSink& sink, std::uint64_t step, const Report& report)
 {
@@ -137,6 +145,11 @@ std::uint64_t StorageSystemFile::write(const char* buffer, std::uint64_t size) c
 StorageSystemReadResult StorageSystemFile::readFully(char* buffer, std::uint64_t size) const
 {
     using Status = StorageSystemReadResult::Status;
+    // What was once the end of the file need not be any more, and an end that is told from then on
+    // must be a new one.
+    if (eof() && !forgetEnd(*this)) {
+        return {0, Status::Error};
+    }
     std::uint64_t count = 0;
     while (count < size) {
         const auto wanted = std::min(size - count, largestRead);
@@ -242,6 +255,16 @@ bool StorageSystemFile::do_copy(const StorageSystemProgress& progress,
     ByteSink sink(*target, target->bulkTransfer_.get());
     const auto step = stepSize(storageSystem(), target->storageSystem(), bufferSize);
     return report(0) && source.start() && sink.start() && moveBytes(source, sink, step, report);
+}
+
+bool StorageSystemFile::commit()
+{
+    return !commit_ || commit_();
+}
+
+void StorageSystemFile::setCommit(std::function<bool()> commit)
+{
+    commit_ = std::move(commit);
 }
 
 StorageSystemFile* StorageSystemFile::copyTarget() const noexcept

@@ -14,10 +14,26 @@ namespace FileSystem {
 
 using Option = StorageSystemCopyOptionFlag;
 
-TreeCopy::TreeCopy(const CopyTask& task, std::string sourcePath, std::string targetPath)
+namespace {
+
+/// Where a path leads, without links on the way, so that two can be compared. Empty: it cannot be
+/// told, as for a path above the directory of relative ones, or that directory itself, in a system
+/// that does not know its place.
+std::optional<std::string> placeOf(const StorageSystem& system, const std::string& path)
+{
+    auto place = resolveLinks(system, system.absolutePath(path).value_or(path));
+    const bool isKnown =
+        place && !place->empty() && *place != "." && !PathText::isWithin("..", *place);
+    return isKnown ? place : std::nullopt;
+}
+
+} // namespace
+
+TreeCopy::TreeCopy(const CopyTask& task, const std::string& sourcePath,
+                   const std::string& targetPath)
     : task_(task)
-    , sourcePath_(std::move(sourcePath))
-    , targetPath_(std::move(targetPath))
+    , sourcePath_(PathText::removeTrailingSlash(sourcePath))
+    , targetPath_(PathText::removeTrailingSlash(targetPath))
 {}
 
 bool TreeCopy::copy(const StorageSystemFileInfo& source)
@@ -42,9 +58,12 @@ bool TreeCopy::leadsIntoItself() const
     if (!isOneSystem) {
         return false;
     }
-    const auto source = resolveLinks(task_.source, sourcePath_);
-    const auto target = resolveLinks(task_.target, targetPath_);
-    return !source || !target || PathText::isWithin(*source, *target);
+    const auto source = placeOf(task_.source, sourcePath_);
+    const auto target = placeOf(task_.target, targetPath_);
+    if (!source || !target || PathText::isAbsolute(*source) != PathText::isAbsolute(*target)) {
+        return true;
+    }
+    return PathText::isWithin(*source, *target);
 }
 
 bool TreeCopy::makeRoot()
@@ -92,13 +111,16 @@ bool TreeCopy::copyDirectories()
 
 bool TreeCopy::copyEntries(const TreeDirectory& directory, const std::string& targetPath) const
 {
-    return std::all_of(directory.entries.begin(), directory.entries.end(),
-                       [&](const StorageSystemFileInfo& entry) {
-                           const FileCopy copy(task_, entry,
-                                               PathText::childId(directory.path, {entry.name}),
-                                               targetPath, entry.name);
-                           return isSymbolicLink(entry.type) ? copy.copyLink() : copy.copyFile();
-                       });
+    const bool areCopied = std::all_of(
+        directory.entries.begin(), directory.entries.end(),
+        [&](const StorageSystemFileInfo& entry) {
+            const FileCopy copy(task_, entry, PathText::childId(directory.path, {entry.name}),
+                                targetPath, entry.name);
+            return isSymbolicLink(entry.type) ? copy.copyLink() : copy.copyFile();
+        });
+    // What came through a link that has taken the directory's place is not the tree's.
+    return areCopied &&
+           (directory.entries.empty() || task_.source.directoryExists(directory.path, false));
 }
 
 // When everything is in place: what is put into a directory changes its time, and takes permissions

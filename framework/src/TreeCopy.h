@@ -12,7 +12,7 @@ namespace FileSystem {
 class TreeCopy
 {
 public:
-    TreeCopy(const CopyTask& task, std::string sourcePath, std::string targetPath);
+    TreeCopy(const CopyTask& task, const std::string& sourcePath, const std::string& targetPath);
 
     /// False: a failure, or the progress said stop. Files that were complete stay.
     bool copy(const StorageSystemFileInfo& source);

@@ -1,6 +1,5 @@
 // Symbolic links: making, reading and removing them.
 
-#include "handles/CString.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSession.h"
 #include "sftp/SFTPLinkMaker.h"
@@ -42,16 +41,17 @@ bool SSHFileSystemSFTP::do_directorySymbolicLinkCreateAs(const std::string& targ
 bool SSHFileSystemSFTP::replaceByLink(const std::string& target, const std::string& linkPath) const
 {
     const auto sftp = validHandle();
-    if (sftp == nullptr || !fitsCString(target) || !fitsCString(linkPath)) {
+    const auto place = linkPlace(target, linkPath);
+    if (sftp == nullptr || !place) {
         return false;
     }
-    if (directoryExists(linkPath, false) && !do_directoryRemove(linkPath, true)) {
+    if (directoryExists(*place, false) && !do_directoryRemove(*place, true)) {
         return false;
     }
-    if (fileExists(linkPath, true) && !do_fileRemove(linkPath)) {
+    if (fileExists(*place, true) && !do_fileRemove(*place)) {
         return false;
     }
-    return SFTPLinkMaker(*sftp).make(target, linkPath);
+    return SFTPLinkMaker(*sftp).make(target, *place);
 }
 
 std::optional<std::string>

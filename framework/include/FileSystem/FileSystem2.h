@@ -144,9 +144,11 @@ public:
 
     /// Moves a directory: renames it, or where the system cannot (another volume), copies it with
     /// permissions and times and then removes it. Never replaces what stands at the new path.
-    /// False: no directory there, the target exists, its parent is missing, a refusal. After a
-    /// failure the directory is where it was; a failure while it is removed after copying leaves
-    /// both.
+    /// False: no directory there, the target exists, its parent is missing, it may not be removed
+    /// from its place, a refusal; the directory is where it was then. False as well when something
+    /// in it was changed or added after it was copied, or could not be removed: what was not
+    /// removed is where it was, and the copy is complete. While it is removed it stands beside its
+    /// place, named ".name.1a2b3c4d.old".
     bool directoryMoveAs(const std::string& path, const std::string& newPath) const;
 
     /// The names in the directory of the path that match its last component as a search pattern, in
@@ -160,6 +162,12 @@ public:
 
 protected:
     FileSystem2();
+
+    /// Where a symbolic link with this target is to be made: the path without slashes at its end,
+    /// which would make it a directory's. Empty: no link can be made, and nothing may be removed
+    /// for it.
+    static std::optional<std::string> linkPlace(const std::string& target,
+                                                const std::string& linkPath);
 
     bool do_isReadable() const override;
     bool do_isWriteable() const override;

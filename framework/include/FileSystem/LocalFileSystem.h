@@ -67,8 +67,8 @@ protected:
                                      bool failIfLinkExists) const override;
     bool do_directoryCreateAs(const std::string& path, bool exclusive,
                               Utilities::Flags<PosixFilePermissionFlag> permissions) const override;
-    using FileSystem2::do_directoryRemove;
     bool do_directoryRemove(const std::string& path) const override;
+    bool do_directoryRemove(const std::string& path, bool recursive) const override;
     bool do_directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
                                           bool failIfLinkExists) const override;
 

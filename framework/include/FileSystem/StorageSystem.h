@@ -20,6 +20,8 @@ namespace FileSystem {
 ///
 /// Paths ("file ids", "directory ids") are byte strings with "/" between their components, in no
 /// particular encoding. A path with a NUL byte names nothing: operations on it fail.
+/// A slash at the end makes no link count as the directory that it leads to where links do not
+/// count.
 ///
 /// Links: no operation follows a symbolic link in the last component of a path unless it says so;
 /// links in the components before it are followed by the system. "A directory" below means one that
@@ -46,7 +48,8 @@ public:
 
     // The system itself
 
-    /// The host that keeps the tree; empty when it is not known. Does not block on the network.
+    /// The host that keeps the tree; empty when it is not known. May wait for its turn
+    /// as other operations do, but asks no server.
     std::string hostName() const;
 
     /// The kind of the system.
@@ -71,6 +74,11 @@ public:
 
     /// Bytes per write() that suit the system.
     std::uint64_t recommendedWriteBufferSize() const;
+
+    /// The path from the root of the system on: a relative one is joined to the directory in which
+    /// the system starts it. Nothing need stand there, and links stay as they are. Empty: the
+    /// system cannot tell. A remote system is asked about a relative path only.
+    std::optional<std::string> absolutePath(const std::string& path) const;
 
     // Files
 
@@ -296,8 +304,8 @@ public:
     /// As fileSymbolicLinkRemove(): removes the link and not the directory.
     bool directorySymbolicLinkRemove(const std::string& path) const;
 
-    /// The path as a person wants to see it, with the host where there is one. Does not block on
-    /// the network.
+    /// The path as a person wants to see it, with the host where there is one. Waits as
+    /// hostName() does.
     std::string displayPath(const std::string& path) const;
 
 protected:
@@ -310,6 +318,15 @@ protected:
     /// For a system that can tell whether a listing broke off. To be called while nobody else uses
     /// the system, at best on construction.
     void setDirectoryReader(DirectoryReader reader);
+
+    /// For a system that can tell the directory in which it starts relative paths. As
+    /// setDirectoryReader(). \param start gives the absolute path of it; empty when it fails.
+    void setStartDirectory(std::function<std::optional<std::string>()> start);
+
+    /// For a system that can rename onto a file and replace it in one atomic step, a symbolic link
+    /// as itself, and never a directory. As setDirectoryReader(). \param replacer is given the old
+    /// and the new path; false when nothing has changed.
+    void setReplacer(std::function<bool(const std::string&, const std::string&)> replacer);
 
     virtual std::string do_hostName() const = 0;
     virtual StorageSystemType do_getType() const = 0;
@@ -407,7 +424,11 @@ protected:
     virtual std::string do_displayPath(const std::string& path) const = 0;
 
 private:
+    friend class PartialEntry;
+
     DirectoryReader directoryReader_;
+    std::function<std::optional<std::string>()> startDirectory_;
+    std::function<bool(const std::string&, const std::string&)> replacer_;
 };
 
 } // namespace FileSystem

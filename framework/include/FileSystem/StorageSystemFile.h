@@ -8,6 +8,7 @@
 #include <Utilities/Flags.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -110,7 +111,12 @@ public:
     bool copy(StorageSystemFile& target, const StorageSystemProgress& progress = {},
               std::optional<std::uint64_t> bufferSize = std::nullopt);
 
-    /// Closes the file.
+    /// Ends the writing of the file. True: the system has taken what was written, as far as it
+    /// tells at this point; some find out only now that they have no room, or that they cannot. May
+    /// ask the server. The file must not be used afterwards, only destroyed.
+    bool commit();
+
+    /// Closes the file. What fails now is not told: see commit().
     virtual ~StorageSystemFile();
 
 protected:
@@ -141,10 +147,14 @@ protected:
     /// takes. Null takes it away.
     void setBulkTransfer(std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer) noexcept;
 
+    /// For a system that tells at the end of writing whether it has taken everything.
+    void setCommit(std::function<bool()> commit);
+
 private:
     friend class FileCopy;
 
     std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer_;
+    std::function<bool()> commit_;
     StorageSystemFile* copyTarget_ = nullptr;
     /// Told by whoever knows it already, so that a copy need not ask the system.
     std::optional<std::uint64_t> knownSize_;

@@ -84,6 +84,20 @@ TEST_P(DirectoryMoveContract, LinkToADirectoryIsNoDirectory)
     expectTreeAt("tree");
 }
 
+TEST_P(DirectoryMoveContract, LinkWithASlashBehindItIsALinkAllTheSame)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeLink("link", "tree");
+    EXPECT_FALSE(system().directoryRenameAs(path("link/"), path("new")));
+    EXPECT_FALSE(system().directoryMoveAs(path("link/"), path("new")));
+    EXPECT_FALSE(system().directoryMove(path("link//"), root()));
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("link")), "tree");
+    EXPECT_THAT(names(), testing::ElementsAre("link", "tree"));
+    expectTreeAt("tree");
+}
+
 TEST_P(DirectoryMoveContract, MissingParentIsAFailure)
 {
     EXPECT_FALSE(system().directoryRenameAs(path("tree"), path("missing/new")));

@@ -32,6 +32,31 @@ TEST_P(LinkCreateContract, MakesALinkToWhatNeedNotBeThere)
     EXPECT_THAT(names(), testing::ElementsAre("directory", "file"));
 }
 
+TEST_P(LinkCreateContract, SlashBehindTheLinksPathMakesNoDifference)
+{
+    makeDirectory("directory");
+    makeFile("directory/file");
+    EXPECT_TRUE(system().fileSymbolicLinkCreateAs("nowhere", path("link/"), true));
+    EXPECT_TRUE(system().directorySymbolicLinkCreateAs("nowhere", path("directory/"), true));
+    EXPECT_FALSE(system().fileSymbolicLinkCreateAs("elsewhere", path("link/"), true));
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("link")), "nowhere");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("directory")), "nowhere");
+    EXPECT_THAT(names(), testing::ElementsAre("directory", "link"));
+}
+
+TEST_P(LinkCreateContract, RemovesNothingForALinkThatCannotBe)
+{
+    makeFile("file", "stays");
+    makeDirectory("directory");
+    makeFile("directory/file", "stays");
+    expectBothRefuse("", false);
+    expectBothRefuse(std::string("a\0b", 3), false);
+    EXPECT_FALSE(system().fileSymbolicLinkCreateAs("to", path("directory/."), false));
+    EXPECT_FALSE(system().fileSymbolicLinkCreateAs("to", path("directory/.."), false));
+    EXPECT_EQ(contentOf(path("file")), "stays");
+    EXPECT_EQ(contentOf(path("directory/file")), "stays");
+}
+
 TEST_P(LinkCreateContract, PutsAnAbsoluteTargetIntoTheLinkAsItIs)
 {
     expectBothMake("/no//such/./place/../at/all", true);

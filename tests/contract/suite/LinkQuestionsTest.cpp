@@ -52,6 +52,24 @@ TEST_P(LinkQuestionsContract, LinkToADirectory)
     EXPECT_FALSE(system().directorySetModTime(path("link"), moment(1)));
 }
 
+TEST_P(LinkQuestionsContract, LinkWithASlashBehindItIsALinkAllTheSame)
+{
+    makeDirectory("directory");
+    makeFile("directory/file");
+    const auto link = makeLink("link", "directory") + "/";
+    EXPECT_TRUE(system().fileIsSymbolicLink(link));
+    EXPECT_TRUE(system().directoryIsSymbolicLink(link));
+    EXPECT_TRUE(system().directoryExists(link, true));
+    EXPECT_FALSE(system().directoryExists(link, false));
+    EXPECT_FALSE(system().directoryInfo(link).has_value());
+    EXPECT_FALSE(system().directoryRemove(link, true));
+    EXPECT_EQ(system().directoryType(link), FileType::SymbolicLink | FileType::Directory);
+    EXPECT_FALSE(system().fileCopyAs(link, system(), path("copy"), {}, CopyOption::Recursive));
+    EXPECT_FALSE(system().fileCopyAs(path("directory"), system(), link, {}, CopyOption::Recursive));
+    EXPECT_THAT(names(), testing::ElementsAre("directory", "link"));
+    EXPECT_THAT(names(path("directory")), testing::ElementsAre("file"));
+}
+
 TEST_P(LinkQuestionsContract, LinkToALinkToADirectory)
 {
     makeDirectory("target");

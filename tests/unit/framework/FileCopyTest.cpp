@@ -66,7 +66,61 @@ protected:
     Reports reports;
 };
 
+/// Replaces in one step where it is told to.
+class ReplacingFileSystem final : public MemoryFileSystem
+{
+public:
+    ReplacingFileSystem()
+    {
+        setReplacer([this](const std::string& path, const std::string& newPath) {
+            replaced.push_back(newPath);
+            return succeeds && (!has(newPath) || fileRemove(newPath)) &&
+                   fileRenameAs(path, newPath);
+        });
+    }
+
+    bool succeeds = true;
+    std::vector<std::string> replaced;
+};
+
 } // namespace
+
+TEST_F(FileCopying, ReplacesInOneStepWhereTheSystemCan)
+{
+    for (const bool succeeds : {true, false}) {
+        ReplacingFileSystem replacing;
+        replacing.succeeds = succeeds;
+        replacing.addFile("/there/file", "old");
+        EXPECT_TRUE(source.fileCopyAs("/file", replacing, "/there/file"));
+        EXPECT_THAT(replacing.replaced, ElementsAre("/there/file"));
+        EXPECT_EQ(replacing.bytesOf("/there/file"), bytes);
+        EXPECT_THAT(replacing.paths(), ElementsAre("/there", "/there/file"));
+    }
+}
+
+TEST_F(FileCopying, NeverReplacesInOneStepWhatItMustNot)
+{
+    ReplacingFileSystem replacing;
+    replacing.addDirectory("/there");
+    EXPECT_TRUE(source.fileCopyAs("/file", replacing, "/there/file", {}, Option::FailIfExists));
+    EXPECT_THAT(replacing.replaced, testing::IsEmpty());
+}
+
+TEST_F(FileCopying, GoesOnWhereSettingAsideIsDoneButReportedAsFailed)
+{
+    target.addFile("/there/file", "old");
+    target.behaviour.deniesItsDoing = {"/there/file"};
+    EXPECT_TRUE(copy());
+    EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/file"));
+    EXPECT_EQ(target.bytesOf("/there/file"), bytes);
+}
+
+TEST_F(FileCopying, FailsWhereTheTargetCannotKeepWhatWasWritten)
+{
+    target.behaviour.commitFails = true;
+    EXPECT_FALSE(copy());
+    expectNothingNew();
+}
 
 TEST_F(FileCopying, ToAnotherSystemBringsAllBytes)
 {
@@ -309,6 +363,7 @@ TEST_F(FileCopying, BringsTheOldTargetBackWhereTheNewCannotTakeItsName)
         return to == "/there/file" && from != aside;
     };
     EXPECT_FALSE(copy());
+    EXPECT_THAT(aside, MatchesRegex("/there/\\.file\\.[0-9a-f]+\\.old"));
     EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/file"));
     EXPECT_EQ(target.bytesOf("/there/file"), "old");
 }

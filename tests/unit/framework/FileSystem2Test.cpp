@@ -37,10 +37,12 @@ class Moving : public Tree
 {
 protected:
     /// Renaming fails, as between two volumes, but for the hidden names of copies.
+    /// Into another directory, as to another volume.
     void refuseRenaming(const std::string& path)
     {
-        system.behaviour.refusesRename = [path](const std::string& from, const std::string&) {
-            return from == path;
+        system.behaviour.refusesRename = [this, path](const std::string& from,
+                                                      const std::string& to) {
+            return from == path && system.pathParentId(to) != system.pathParentId(from);
         };
     }
 };
@@ -472,6 +474,32 @@ TEST_F(Moving, AFileThatCannotBeRemovedStaysWhereItWas)
     EXPECT_THAT(system.paths(), ElementsAre("/file", "/volume"));
 }
 
+TEST_F(Moving, AFileWhoseRemovalIsDoneButReportedAsFailedIsMoved)
+{
+    system.addFile("/file", "bytes");
+    system.addDirectory("/volume");
+    refuseRenaming("/file");
+    system.behaviour.deniesItsDoing = {"/file"};
+    EXPECT_TRUE(system.fileMoveAs("/file", "/volume/file"));
+    EXPECT_THAT(system.paths(), ElementsAre("/volume", "/volume/file"));
+    EXPECT_EQ(system.bytesOf("/volume/file"), "bytes");
+}
+
+TEST_F(Moving, AFileThatChangesWhileItIsCopiedStaysWhereItWas)
+{
+    system.addFile("/file", "bytes");
+    system.addDirectory("/volume");
+    system.behaviour.refusesRename = [this](const std::string& from, const std::string& to) {
+        if (to == "/volume/file" && from != "/file") {
+            system.addFile("/file", "bytes and more");
+        }
+        return from == "/file";
+    };
+    EXPECT_FALSE(system.fileMoveAs("/file", "/volume/file"));
+    EXPECT_THAT(system.paths(), ElementsAre("/file", "/volume"));
+    EXPECT_EQ(system.bytesOf("/file"), "bytes and more");
+}
+
 TEST_F(Moving, AFileFailsForADirectoryForNothingAndToNowhere)
 {
     system.addDirectory("/directory");
@@ -535,6 +563,44 @@ TEST_F(Moving, ADirectoryKeepsWhatCameIntoItWhileItWasCopied)
     EXPECT_FALSE(system.directoryMove("/tree", "/volume"));
     EXPECT_TRUE(system.has("/tree/late"));
     EXPECT_TRUE(system.has("/volume/tree/early"));
+}
+
+TEST_F(Moving, ADirectoryKeepsAFileThatChangesAfterItWasCopied)
+{
+    system.addFile("/tree/changed", "bytes");
+    system.addFile("/tree/copied", "bytes");
+    system.addDirectory("/volume");
+    system.behaviour.refusesRename = [this](const std::string& from, const std::string& to) {
+        if (to == "/volume/tree/copied") {
+            system.addFile("/tree/changed", "bytes and more");
+        }
+        return from == "/tree" && to == "/volume/tree";
+    };
+    EXPECT_FALSE(system.directoryMove("/tree", "/volume"));
+    EXPECT_EQ(system.bytesOf("/tree/changed"), "bytes and more");
+    EXPECT_EQ(system.bytesOf("/volume/tree/changed"), "bytes");
+    EXPECT_EQ(system.bytesOf("/volume/tree/copied"), "bytes");
+}
+
+TEST_F(Moving, ADirectoryThatMayNotLeaveItsPlaceStaysWhole)
+{
+    system.addFile("/tree/file", "bytes");
+    system.addDirectory("/volume");
+    system.behaviour.refusesRename = [](const std::string& from, const std::string&) {
+        return from == "/tree";
+    };
+    EXPECT_FALSE(system.directoryMove("/tree", "/volume"));
+    EXPECT_THAT(system.paths(), ElementsAre("/tree", "/tree/file", "/volume"));
+}
+
+TEST_F(Moving, ADirectoryOnItsWayOutIsHiddenBesideItsPlace)
+{
+    system.addFile("/tree/file", "bytes");
+    system.addDirectory("/volume");
+    refuseRenaming("/tree");
+    EXPECT_TRUE(system.directoryMove("/tree", "/volume"));
+    EXPECT_THAT(system.calls(),
+                Contains(testing::MatchesRegex("remove /\\.tree\\.[0-9a-f]+\\.old/file")));
 }
 
 TEST_F(Moving, ADirectoryNeverReplacesNorLeadsIntoItself)

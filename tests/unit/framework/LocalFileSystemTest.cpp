@@ -8,8 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -518,6 +520,98 @@ TEST_F(LocalFileSystemTest, NeverReplacesOnAnotherVolume)
     EXPECT_FALSE(system_.fileMoveAs(path, other.file("file")));
     EXPECT_EQ(readFile(path), "stays");
     EXPECT_EQ(readFile(other.file("file")), "stays too");
+}
+
+TEST_F(LocalFileSystemTest, NothingIsMovedOrCopiedIntoItselfByAnotherKindOfPath)
+{
+    const CurrentDirectory current(directory_.path());
+    directory_.makeDirectory("a/b");
+    write("a/b/file", "stays");
+    const std::string name = directory_.path().filename().string();
+    const std::vector<std::pair<std::string, std::string>> ways{
+        {"a", file("a/b/new")}, {file("a"), "a/b/new"},    {"a", "../" + name + "/a/b/new"},
+        {".", "a/b/new"},       {"..", name + "/a/b/new"}, {"./a/", "a//b/new/"},
+        {"a/b/..", "a/b/new"},
+    };
+    for (const auto& [from, to] : ways) {
+        EXPECT_FALSE(system_.directoryMoveAs(from, to)) << from << " to " << to;
+        EXPECT_FALSE(
+            system_.fileCopyAs(from, system_, to, {}, StorageSystemCopyOptionFlag::Recursive))
+            << from << " to " << to;
+        EXPECT_THAT(system_.directoryListFileNames("a/b"), testing::ElementsAre("file"));
+    }
+    EXPECT_EQ(readFile("a/b/file"), "stays");
+    EXPECT_TRUE(system_.fileCopyAs("a", system_, "c", {}, StorageSystemCopyOptionFlag::Recursive));
+}
+
+TEST_F(LocalFileSystemTest, AbsolutePathsStartAtTheCurrentDirectory)
+{
+    const CurrentDirectory current(directory_.path());
+    EXPECT_EQ(system_.absolutePath("a/./b"), fs::current_path().string() + "/a/./b");
+    EXPECT_EQ(system_.absolutePath("/a"), "/a");
+    EXPECT_EQ(system_.absolutePath(""), std::nullopt);
+    EXPECT_EQ(system_.absolutePath(std::string("a\0b", 3)), std::nullopt);
+}
+
+TEST_F(LocalFileSystemTest, AFileThatIsReplacedIsNeverMissing)
+{
+    const auto source = write("source", "new");
+    const auto target = write("target", "old");
+    std::atomic<bool> done{false};
+    std::thread replacing([&] {
+        for (int times = 0; times < 500; ++times) {
+            EXPECT_TRUE(system_.fileCopyAs(source, system_, target));
+        }
+        done = true;
+    });
+    const LocalFileSystem other;
+    while (!done) {
+        EXPECT_TRUE(other.fileInfo(target).has_value());
+    }
+    replacing.join();
+    EXPECT_THAT(names(), testing::ElementsAre("source", "target"));
+}
+
+TEST_F(LocalFileSystemTest, ARemovalIsNotLedOutOfItsTree)
+{
+    directory_.makeDirectory("outside");
+    for (int number = 0; number < 50; ++number) {
+        write("outside/" + std::to_string(number), "stays");
+    }
+    std::atomic<bool> done{false};
+    fs::create_symlink("outside", file("link"));
+    // Puts a link in the directory's place and takes it away again, all the time.
+    std::thread swapping([&] {
+        const auto swapped = file("tree/swapped");
+        while (!done) {
+            static_cast<void>(::renameat2(AT_FDCWD, swapped.c_str(), AT_FDCWD, file("link").c_str(),
+                                          RENAME_EXCHANGE));
+        }
+    });
+    for (int times = 0; times < 200; ++times) {
+        fs::create_directories(file("tree/swapped"));
+        static_cast<void>(system_.directoryRemove(file("tree"), true));
+    }
+    done = true;
+    swapping.join();
+    EXPECT_EQ(system_.directoryListFileNames(file("outside")).size(), 50U);
+}
+
+TEST_F(LocalFileSystemTest, RemovesATreeDeeperThanAPathIsLong)
+{
+    const std::string name(200, 'd');
+    {
+        const CurrentDirectory current(directory_.path());
+        fs::create_directory("deep");
+        fs::current_path("deep");
+        for (int depth = 0; depth < 40; ++depth) {
+            ASSERT_EQ(::mkdir(name.c_str(), 0700), 0);
+            ASSERT_EQ(::chdir(name.c_str()), 0);
+        }
+        std::ofstream("file") << "text";
+    }
+    EXPECT_TRUE(system_.directoryRemove(file("deep"), true));
+    EXPECT_TRUE(names().empty());
 }
 
 } // namespace

@@ -76,6 +76,10 @@ MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNod
     if (system_.behaviour.hasBulkTransfer) {
         setBulkTransfer(std::make_unique<MemoryBulkTransfer>(*this));
     }
+    setCommit([this] {
+        note("commit");
+        return !system_.behaviour.commitFails;
+    });
 }
 
 MemoryFile::~MemoryFile()
@@ -156,6 +160,9 @@ std::uint64_t MemoryFile::do_read(char* buffer, std::uint64_t size) const
     }
     const auto count = readAt(position_, buffer, std::min(size, system_.behaviour.longestRead));
     position_ += count;
+    if (count == 0 && system_.behaviour.readingAtTheEndFails) {
+        return 0;
+    }
     eof_ = (count == 0 || system_.behaviour.endsEarly) && position_ >= node_->bytes.size();
     return count;
 }

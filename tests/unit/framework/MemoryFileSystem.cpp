@@ -313,7 +313,8 @@ bool MemoryFileSystem::do_fileRemove(const std::string& path) const
     note("remove", path);
     const auto key = resolve(path, false);
     const auto node = key ? find(*key) : nullptr;
-    return node != nullptr && !isDirectory(node) && erase(*key);
+    return node != nullptr && !isDirectory(node) && erase(*key) &&
+           behaviour.deniesItsDoing.count(path) == 0;
 }
 
 bool MemoryFileSystem::do_fileSetPermissions(const std::string& path,
@@ -461,7 +462,7 @@ bool MemoryFileSystem::do_fileRenameAs(const std::string& path, const std::strin
     nodes_.merge(moved);
     find(parentOf(*from))->modTime = now();
     find(parentOf(*to))->modTime = now();
-    return true;
+    return behaviour.deniesItsDoing.count(path) == 0;
 }
 
 bool MemoryFileSystem::do_fileSymbolicLinkCreateAs(const std::string& target,

@@ -66,6 +66,12 @@ struct MemoryBehaviour
     std::uint64_t keptOnClosing = std::numeric_limits<std::uint64_t>::max();
 
     std::set<std::string> refusesToRemove;
+    /// Removals, and renames by their old path, that are done and reported as failed.
+    std::set<std::string> deniesItsDoing;
+    /// Files cannot be committed.
+    bool commitFails = false;
+    /// Reading at the end of a file fails, and leaves what was told of its end before.
+    bool readingAtTheEndFails = false;
     /// Renames that are refused, by their two paths.
     std::function<bool(const std::string&, const std::string&)> refusesRename;
     /// Entries that listings of a directory name besides its own, with a type.

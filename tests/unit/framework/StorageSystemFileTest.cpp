@@ -202,6 +202,30 @@ TEST_F(OpenFile, ReadFullyTellsAFailureFromTheEnd)
     EXPECT_EQ(buffer.substr(0, 4), "1234");
 }
 
+TEST_F(OpenFile, ReadFullyDoesNotTakeAnOldEndForANewOne)
+{
+    const auto file = openWith("12345");
+    std::string buffer(10, 'x');
+    EXPECT_EQ(file->readFully(buffer.data(), 10).status, Status::EndOfFile);
+    system.behaviour.readingAtTheEndFails = true;
+    const auto result = file->readFully(buffer.data(), 10);
+    EXPECT_EQ(result.status, Status::Error);
+    EXPECT_EQ(result.count, 0U);
+}
+
+TEST_F(OpenFile, ReadFullyDoesNotTakeAShortReadForAnOldEnd)
+{
+    const auto file = openWith("12345");
+    std::string buffer(10, 'x');
+    EXPECT_EQ(file->readFully(buffer.data(), 10).status, Status::EndOfFile);
+    const auto other = system.fileOpen(file->fileId(), Mode::Write);
+    ASSERT_TRUE(other->seek(5) && other->writeFully("67890", 5));
+    system.behaviour.longestRead = 2;
+    const auto result = file->readFully(buffer.data(), 5);
+    EXPECT_EQ(result.status, Status::Complete);
+    EXPECT_EQ(buffer.substr(0, 5), "67890");
+}
+
 TEST_F(OpenFile, ReadFullyOfNothingAsksNobody)
 {
     const auto file = openWith("12345");

@@ -31,6 +31,7 @@ protected:
     }
 
     NiceMock<LibsshMock> libssh;
+    sftp_session_struct sftp{}; // Before the session, which ends it.
     SSHHandleSession session{fakeSession()};
 };
 
@@ -167,7 +168,6 @@ TEST_F(SessionHandle, HasNoUnreadOutputOnAChannelThatWasNotOpened)
 
 TEST_F(SessionHandle, HasNoUnreadOutputOnAnSftpSession)
 {
-    sftp_session_struct sftp{};
     sftp.session = fakeSession();
     const auto handle = makeChildHandle<SSHHandleSFTPSession>(session, &sftp);
     EXPECT_FALSE(session.mayHaveUnreadOutput());
