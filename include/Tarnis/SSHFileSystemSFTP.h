@@ -44,6 +44,10 @@ class SSHHandleSFTPSession;
 /// - Servers disagree on the order of the two paths when a link is made. A link is read back after
 ///   it was made; where it cannot be made right the operation answers false and leaves no link
 ///   behind. What a server with the wrong order has made elsewhere is removed again.
+/// - ProFTPD follows links where it should not: to look a path up takes one more request there,
+///   and a link whose target exists is neither renamed, nor copied, nor replaced by a copy, since
+///   the server would rename the target. It tells of relative targets as absolute ones, so a link
+///   with a relative target cannot be made there.
 /// - A file system that was listed while its session ended in another thread throws as above.
 class TARNIS_EXPORT SSHFileSystemSFTP : public FileSystem::FileSystem2
 {

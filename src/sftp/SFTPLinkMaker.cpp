@@ -1,35 +1,15 @@
 #include "sftp/SFTPLinkMaker.h"
 
 #include "handles/SSHCall.h"
-#include "sftp/SFTPAttributes.h"
 #include "sftp/SFTPLinkTarget.h"
+#include "sftp/SFTPLookUp.h"
+#include "sftp/SFTPServerKind.h"
 
 #include <string_view>
 
 namespace Tarnis {
 
 namespace {
-
-/// What the server's banner says about the program that serves files behind it.
-enum class Server
-{
-    OpenSsh,
-    TakesTargetFirst, ///< As OpenSSH's, most likely.
-    Other,
-};
-
-Server serverOf(ssh_session session)
-{
-    const char* const text = ssh_get_serverbanner(session);
-    const std::string_view banner(text != nullptr ? text : "");
-    const auto mentions = [banner](std::string_view name) {
-        return banner.find(name) != std::string_view::npos;
-    };
-    if (mentions("-OpenSSH_")) {
-        return Server::OpenSsh;
-    }
-    return mentions("dropbear") || mentions("mod_sftp") ? Server::TakesTargetFirst : Server::Other;
-}
 
 /// Whether one text is the other, or ends with it as a path does.
 bool endsWithPath(std::string_view text, std::string_view path)
@@ -82,10 +62,11 @@ bool SFTPLinkMaker::findOrder(const std::string& target, const std::string& link
 SFTPLinkMaker::Guess SFTPLinkMaker::guess() const
 {
     return callLocked(sftp_, [](sftp_session sftp) {
-        const Server server = serverOf(sftp->session);
+        const SFTPServerKind server = sftpServerKindOf(sftp->session);
         const bool libsshSendsTargetFirst = ssh_get_openssh_version(sftp->session) != 0;
-        const bool exchange = server != Server::Other && !libsshSendsTargetFirst;
-        return Guess{exchange ? Order::Exchanged : Order::AsLibsshSends, server == Server::OpenSsh};
+        const bool exchange = server != SFTPServerKind::Other && !libsshSendsTargetFirst;
+        return Guess{exchange ? Order::Exchanged : Order::AsLibsshSends,
+                     server == SFTPServerKind::OpenSsh};
     });
 }
 
@@ -120,12 +101,12 @@ void SFTPLinkMaker::removeStray(const std::string& target, const std::string& li
 
 bool SFTPLinkMaker::standsAt(const std::string& path)
 {
-    return SFTPAttributes(callLocked(sftp_, sftp_lstat, path.c_str())) != nullptr;
+    return lookUp(sftp_, path) != nullptr;
 }
 
 bool SFTPLinkMaker::isLink(const std::string& path)
 {
-    const SFTPAttributes attributes(callLocked(sftp_, sftp_lstat, path.c_str()));
+    const SFTPAttributes attributes = lookUp(sftp_, path);
     return attributes != nullptr && isLinkMode(attributes->permissions);
 }
 

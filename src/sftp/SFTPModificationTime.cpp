@@ -2,7 +2,7 @@
 
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSession.h"
-#include "sftp/SFTPAttributes.h"
+#include "sftp/SFTPLookUp.h"
 
 #include <cstdint>
 #include <limits>
@@ -16,11 +16,6 @@ constexpr std::uint32_t modificationTimeAlone =
     SSH_FILEXFER_ATTR_MODIFYTIME | SSH_FILEXFER_ATTR_SUBSECOND_TIMES;
 // As version 3 names them: both at once, in whole seconds.
 constexpr std::uint32_t bothTimes = SSH_FILEXFER_ATTR_ACMODTIME;
-
-SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& path)
-{
-    return SFTPAttributes(callLocked(sftp, sftp_lstat, path.c_str()));
-}
 
 void setTime(sftp_attributes_struct& attributes, const SFTPTime& time, std::uint32_t flags) noexcept
 {
@@ -59,7 +54,7 @@ bool canWriteBothTimes(const SFTPAttributes& attributes, const SFTPTime& time) n
 bool setModificationTime(SSHHandleSFTPSession& sftp, const std::string& path,
                          FileSystem::StorageSystemTimePoint time)
 {
-    SFTPAttributes attributes = readAttributes(sftp, path);
+    SFTPAttributes attributes = lookUp(sftp, path);
     if (attributes == nullptr) {
         return false;
     }
@@ -68,7 +63,7 @@ bool setModificationTime(SSHHandleSFTPSession& sftp, const std::string& path,
     const bool accepted = write(sftp, path, attributes);
     // An answer of success proves nothing: version 3 cannot carry this form, and libssh sends it
     // empty.
-    attributes = readAttributes(sftp, path);
+    attributes = lookUp(sftp, path);
     if (accepted && hasTime(attributes, wanted)) {
         return true;
     }
@@ -76,7 +71,7 @@ bool setModificationTime(SSHHandleSFTPSession& sftp, const std::string& path,
         return false;
     }
     setTime(*attributes, wanted, bothTimes);
-    return write(sftp, path, attributes) && hasTime(readAttributes(sftp, path), wanted);
+    return write(sftp, path, attributes) && hasTime(lookUp(sftp, path), wanted);
 }
 
 } // namespace Tarnis

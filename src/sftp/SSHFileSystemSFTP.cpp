@@ -2,6 +2,7 @@
 #include "handles/SSHHandleSFTPSession.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
 #include "session/SSHSessionOptions.h"
+#include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPModificationTime.h"
 
 #include <FileSystem/OpenMode.h>
@@ -142,7 +143,8 @@ bool SSHFileSystemSFTP::do_fileRemove(const std::string& path) const
 bool SSHFileSystemSFTP::do_fileRenameAs(const std::string& path, const std::string& newPath) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr &&
+    // Better not at all than something else than what was named.
+    return sftp != nullptr && !isFollowedByRename(*sftp, path) &&
            callLocked(*sftp, sftp_rename, path.c_str(), newPath.c_str()) == SSH_OK;
 }
 

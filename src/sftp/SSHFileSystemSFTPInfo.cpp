@@ -2,7 +2,7 @@
 
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSession.h"
-#include "sftp/SFTPAttributes.h"
+#include "sftp/SFTPLookUp.h"
 
 #include <Tarnis/SSHFileSystemSFTP.h>
 
@@ -18,7 +18,7 @@ using SFTPVolume = std::unique_ptr<sftp_statvfs_struct, ssh_default_deleter<sftp
 /// What stands at the path itself, or else what a link there leads to.
 SFTPAttributes anyAttributes(SSHHandleSFTPSession& sftp, const std::string& path)
 {
-    SFTPAttributes attributes(callLocked(sftp, sftp_lstat, path.c_str()));
+    SFTPAttributes attributes = lookUp(sftp, path);
     if (attributes == nullptr) {
         attributes.reset(callLocked(sftp, sftp_stat, path.c_str()));
     }
@@ -47,7 +47,7 @@ std::optional<StorageSystemFileInfo> SSHFileSystemSFTP::do_fileInfo(const std::s
     if (sftp == nullptr || path.empty()) {
         return std::nullopt;
     }
-    const SFTPAttributes attributes(callLocked(*sftp, sftp_lstat, path.c_str()));
+    const SFTPAttributes attributes = lookUp(*sftp, path);
     if (attributes == nullptr) {
         return std::nullopt;
     }

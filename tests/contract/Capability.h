@@ -35,6 +35,12 @@ struct Capabilities
 {
     /// Makes, reads and describes symbolic links.
     Capability makesSymbolicLinks;
+    /// Keeps and tells what a symbolic link says as it is. Lacking: tells of a relative target as
+    /// an absolute one, so that a link to it cannot be made.
+    Capability tellsRelativeTargets;
+    /// Renames a symbolic link whose target is there. Lacking: refuses to, and to copy one as well,
+    /// since what is copied gets its name in the end.
+    Capability renamesLinks;
     /// Renaming onto something that stands already fails. Lacking: it is replaced.
     Capability refusesToRenameOntoExisting;
     /// Tells the room on a volume.
@@ -57,6 +63,8 @@ struct Capabilities
     Capability createsExclusively;
     /// Names are any bytes but "/" and NUL. Lacking: they are text.
     Capability takesAnyBytesInNames;
+    /// Takes permissions that allow nothing at all. Lacking: ignores them.
+    Capability takesNoPermissions;
     /// Refuses what the permissions forbid.
     Capability enforcesPermissions;
     /// Whatever the position, Append writes at the end.

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace TarnisTest {
 
@@ -116,6 +117,11 @@ void ContractTest::SetUp()
     }
 }
 
+std::string ContractTest::textTo(const std::string& name) const
+{
+    return capabilities().tellsRelativeTargets.isPresent() ? name : path(name);
+}
+
 std::string ContractTest::makeFile(std::string_view name, std::string_view bytes) const
 {
     writeContent(system(), path(name), bytes);
@@ -130,6 +136,11 @@ std::string ContractTest::makeDirectory(std::string_view name) const
 
 std::string ContractTest::makeLink(std::string_view name, const std::string& target) const
 {
+    const bool isRelative = target.empty() || target.front() != '/';
+    if (isRelative && !capabilities().tellsRelativeTargets.isPresent()) {
+        EXPECT_EQ(::symlink(target.c_str(), localPath(path(name)).c_str()), 0) << path(name);
+        return path(name);
+    }
     EXPECT_TRUE(system().fileSymbolicLinkCreateAs(target, path(name), true))
         << "cannot make " << path(name);
     return path(name);

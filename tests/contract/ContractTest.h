@@ -74,6 +74,10 @@ protected:
     /// The path of a name, or of several joined by "/", in the test's own directory.
     std::string path(std::string_view name) const { return root() + "/" + std::string(name); }
 
+    /// What a link says that leads to a name in the test's own directory: the name, or its path
+    /// where the system does not tell relative ones.
+    std::string textTo(const std::string& name) const;
+
     std::string makeFile(std::string_view name, std::string_view bytes = "content") const;
     std::string makeDirectory(std::string_view name) const;
     std::string makeLink(std::string_view name, const std::string& target) const;

@@ -29,15 +29,6 @@ constexpr const char* kWatcherScript =
     " chmod -R u+rwX -- \"$0\"; rm -rf -- \"$0\" && break; sleep 0.1;"
     " done; } &";
 
-std::string makeUniqueDirectory(const fs::path& pathAndPrefix)
-{
-    std::string path = pathAndPrefix.string() + "XXXXXX";
-    if (::mkdtemp(path.data()) == nullptr) {
-        throwErrno("mkdtemp " + path);
-    }
-    return path;
-}
-
 } // namespace
 
 ScratchRoot::ScratchRoot()
@@ -94,6 +85,15 @@ const ScratchRoot& ScratchRoot::ofThisProgram()
     // Lives until the process is gone, since destructors of other objects may still need it.
     static const auto* const root = new ScratchRoot;
     return *root;
+}
+
+std::string makeUniqueDirectory(const fs::path& pathAndPrefix)
+{
+    std::string path = pathAndPrefix.string() + "XXXXXX";
+    if (::mkdtemp(path.data()) == nullptr) {
+        throwErrno("mkdtemp " + path);
+    }
+    return path;
 }
 
 std::string makeScratchDirectory(std::string_view prefix)

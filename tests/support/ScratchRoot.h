@@ -2,6 +2,7 @@
 
 #include "support/UniqueFd.h"
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,10 @@ private:
     /// Never written to: that it closes tells the watcher that the process is gone.
     UniqueFd lifeline_;
 };
+
+/// Makes a fresh directory, for the owner alone, whose path begins with what is given. Throws
+/// std::system_error when it cannot be made.
+std::string makeUniqueDirectory(const std::filesystem::path& pathAndPrefix);
 
 /// Makes a fresh directory, for the owner alone, in the scratch directory of this program; the name
 /// begins with the prefix. Throws std::system_error when it cannot be made.

@@ -43,6 +43,11 @@ TemporaryDirectory::TemporaryDirectory()
     , path_(makeScratchDirectory())
 {}
 
+TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
+    : owner_(::getpid())
+    , path_(makeUniqueDirectory(parent / ""))
+{}
+
 TemporaryDirectory::~TemporaryDirectory()
 {
     // A forked copy of the program must leave the directory to the original.

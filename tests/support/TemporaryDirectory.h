@@ -14,6 +14,8 @@ class TemporaryDirectory
 public:
     /// Throws std::system_error when the directory cannot be made.
     TemporaryDirectory();
+    /// The same in a directory of the caller's choice, such as one that a server shows.
+    explicit TemporaryDirectory(const std::filesystem::path& parent);
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
     ~TemporaryDirectory();

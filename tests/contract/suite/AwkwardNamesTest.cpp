@@ -84,8 +84,8 @@ TEST_P(AwkwardNamesContract, LinksAreMadeAndRead)
     }
     makeFile("target");
     for (const std::string& name : awkward()) {
-        makeLink(name, "target");
-        EXPECT_EQ(system().fileSymbolicLinkTarget(path(name)), "target");
+        makeLink(name, textTo("target"));
+        EXPECT_EQ(system().fileSymbolicLinkTarget(path(name)), textTo("target"));
         EXPECT_TRUE(system().fileSymbolicLinkRemove(path(name)));
     }
     EXPECT_THAT(names(), testing::ElementsAre("target"));

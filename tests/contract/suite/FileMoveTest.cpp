@@ -142,7 +142,7 @@ TEST_P(FileMoveContract, MoveNeverReplacesALink)
     makeLink("dangling", "nowhere");
     EXPECT_FALSE(system().fileMoveAs(path("file"), path("dangling")));
     EXPECT_EQ(contentOf(path("file")), "stays");
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("dangling")), "nowhere");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("dangling")), textTo("nowhere"));
 }
 
 TEST_P(FileMoveContract, DirectoryIsNoFile)
@@ -168,7 +168,7 @@ TEST_P(FileMoveContract, NewNameIsASingleComponent)
 
 TEST_P(FileMoveContract, ALinkIsMovedItself)
 {
-    if (!require(capabilities().makesSymbolicLinks)) {
+    if (!require(capabilities().makesSymbolicLinks) || !require(capabilities().renamesLinks)) {
         return;
     }
     makeFile("file", "stays");
@@ -180,6 +180,27 @@ TEST_P(FileMoveContract, ALinkIsMovedItself)
     EXPECT_THAT(names(), testing::ElementsAre("directory", "file"));
 }
 
+// A server may rename what a link leads to, which is not what was asked for.
+TEST_P(FileMoveContract, MovingALinkNeverMovesWhatItLeadsTo)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeFile("file", "stays");
+    makeDirectory("directory");
+    makeLink("toFile", "file");
+    makeLink("toDirectory", "directory");
+    const bool moves = capabilities().renamesLinks.isPresent();
+    EXPECT_EQ(system().fileRenameAs(path("toFile"), path("movedFile")), moves);
+    EXPECT_EQ(system().fileMoveAs(path("toDirectory"), path("movedDirectory")), moves);
+    EXPECT_FALSE(system().fileIsSymbolicLink(path("file")));
+    EXPECT_EQ(contentOf(path("file")), "stays");
+    EXPECT_TRUE(system().directoryExists(path("directory"), false));
+    EXPECT_TRUE(system().fileIsSymbolicLink(path(moves ? "movedFile" : "toFile")));
+    EXPECT_TRUE(system().fileIsSymbolicLink(path(moves ? "movedDirectory" : "toDirectory")));
+    EXPECT_THAT(names(), testing::SizeIs(4));
+}
+
 TEST_P(FileMoveContract, ADanglingLinkIsMovedToo)
 {
     if (!require(capabilities().makesSymbolicLinks)) {
@@ -187,7 +208,7 @@ TEST_P(FileMoveContract, ADanglingLinkIsMovedToo)
     }
     makeLink("dangling", "nowhere");
     EXPECT_TRUE(system().fileMoveAs(path("dangling"), path("new")));
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("new")), "nowhere");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("new")), textTo("nowhere"));
     EXPECT_THAT(names(), testing::ElementsAre("new"));
 }
 

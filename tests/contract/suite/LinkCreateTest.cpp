@@ -28,7 +28,7 @@ protected:
 
 TEST_P(LinkCreateContract, MakesALinkToWhatNeedNotBeThere)
 {
-    expectBothMake("nowhere", true);
+    expectBothMake(textTo("nowhere"), true);
     EXPECT_THAT(names(), testing::ElementsAre("directory", "file"));
 }
 
@@ -62,16 +62,22 @@ TEST_P(LinkCreateContract, PutsAnAbsoluteTargetIntoTheLinkAsItIs)
     expectBothMake("/no//such/./place/../at/all", true);
 }
 
-TEST_P(LinkCreateContract, PutsARelativeTargetIntoTheLinkAsItIs)
+TEST_P(LinkCreateContract, PutsARelativeTargetIntoTheLinkAsItIsOrMakesNone)
 {
-    expectBothMake("../up/./and//down/", true);
+    const std::string target = "../up/./and//down/";
+    if (capabilities().tellsRelativeTargets.isPresent()) {
+        expectBothMake(target, true);
+    } else {
+        expectBothRefuse(target, true);
+        EXPECT_TRUE(names().empty());
+    }
     EXPECT_TRUE(isMissing(path("../up")));
 }
 
 TEST_P(LinkCreateContract, TargetThatExistsIsNotTouched)
 {
     makeFile("target", "stays");
-    expectBothMake("target", false);
+    expectBothMake(textTo("target"), false);
     EXPECT_EQ(contentOf(path("target")), "stays");
     EXPECT_EQ(contentOf(path("file")), "stays");
     EXPECT_THAT(names(), testing::ElementsAre("directory", "file", "target"));
@@ -90,7 +96,7 @@ TEST_P(LinkCreateContract, TakesAwkwardTargets)
     const auto& targets =
         capabilities().takesAnyBytesInNames.isPresent() ? awkwardNames() : awkwardTextNames();
     for (const std::string& target : targets) {
-        expectBothMake(target, false);
+        expectBothMake(textTo(target), false);
     }
     EXPECT_THAT(names(), testing::ElementsAre("directory", "file"));
 }
@@ -108,7 +114,7 @@ TEST_P(LinkCreateContract, ReplacesALink)
 {
     makeLink("file", "before");
     makeLink("directory", "before");
-    expectBothMake("after", false);
+    expectBothMake(textTo("after"), false);
 }
 
 TEST_P(LinkCreateContract, ReplacesALinkToADirectoryAndLeavesTheDirectory)
@@ -117,7 +123,7 @@ TEST_P(LinkCreateContract, ReplacesALinkToADirectoryAndLeavesTheDirectory)
     makeFile("treasure/gold", "stays");
     makeLink("file", "treasure");
     makeLink("directory", "treasure");
-    expectBothMake("after", false);
+    expectBothMake(textTo("after"), false);
     EXPECT_EQ(contentOf(path("treasure/gold")), "stays");
 }
 
@@ -126,7 +132,7 @@ TEST_P(LinkCreateContract, LeavesALinkToAFileWhenItMust)
     makeFile("target");
     makeLink("file", "target");
     EXPECT_FALSE(system().fileSymbolicLinkCreateAs("after", path("file"), true));
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("file")), "target");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("file")), textTo("target"));
 }
 
 TEST_P(LinkCreateContract, LeavesALinkToADirectoryWhenItMust)
@@ -135,8 +141,8 @@ TEST_P(LinkCreateContract, LeavesALinkToADirectoryWhenItMust)
     makeLink("file", "target");
     makeLink("directory", "target");
     expectBothRefuse("after", true);
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("file")), "target");
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("directory")), "target");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("file")), textTo("target"));
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("directory")), textTo("target"));
 }
 
 TEST_P(LinkCreateContract, LeavesADanglingLinkOfAFileOnly)
@@ -144,10 +150,10 @@ TEST_P(LinkCreateContract, LeavesADanglingLinkOfAFileOnly)
     makeLink("file", "before");
     makeLink("directory", "before");
     EXPECT_FALSE(system().fileSymbolicLinkCreateAs("after", path("file"), true));
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("file")), "before");
-    EXPECT_TRUE(system().directorySymbolicLinkCreateAs("after", path("directory"), true))
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("file")), textTo("before"));
+    EXPECT_TRUE(system().directorySymbolicLinkCreateAs(textTo("after"), path("directory"), true))
         << "only links to directories are protected";
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("directory")), "after");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("directory")), textTo("after"));
 }
 
 TEST_P(LinkCreateContract, ReplacesAFileInAnyCase)
@@ -157,7 +163,7 @@ TEST_P(LinkCreateContract, ReplacesAFileInAnyCase)
         static_cast<void>(system().fileRemove(path("directory")));
         makeFile("file");
         makeFile("directory");
-        expectBothMake("target", failIfLinkExists);
+        expectBothMake(textTo("target"), failIfLinkExists);
     }
 }
 
@@ -172,7 +178,7 @@ TEST_P(LinkCreateContract, ReplacesADirectoryWithAllBelowInAnyCase)
         ASSERT_TRUE(system().directoryMakePath(path("directory/a/b"), true));
         makeLink("file/a/link", path("treasure"));
         makeFile("directory/a/b/file");
-        expectBothMake("target", failIfLinkExists);
+        expectBothMake(textTo("target"), failIfLinkExists);
     }
     EXPECT_EQ(contentOf(path("treasure/gold")), "stays");
 }
@@ -187,11 +193,12 @@ TEST_P(LinkCreateContract, MissingParentIsAFailure)
 TEST_P(LinkCreateContract, MakesALinkByDirectoryAndName)
 {
     makeDirectory("sub");
-    EXPECT_EQ(system().fileSymbolicLinkCreate(path("sub"), "file", "../a", true), path("sub/file"));
-    EXPECT_EQ(system().directorySymbolicLinkCreate(path("sub"), "directory", "../b", true),
+    EXPECT_EQ(system().fileSymbolicLinkCreate(path("sub"), "file", "/no/a", true),
+              path("sub/file"));
+    EXPECT_EQ(system().directorySymbolicLinkCreate(path("sub"), "directory", "/no/b", true),
               path("sub/directory"));
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("sub/file")), "../a");
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("sub/directory")), "../b");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("sub/file")), "/no/a");
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("sub/directory")), "/no/b");
     EXPECT_FALSE(system().fileSymbolicLinkCreate(path("sub"), "file", "c", true));
     EXPECT_FALSE(system().fileSymbolicLinkCreate(path("missing"), "file", "c", true));
 }
@@ -210,7 +217,7 @@ TEST_P(LinkCreateContract, NameIsASingleComponent)
 
 TEST_P(LinkCreateContract, LinkMayPointToItself)
 {
-    expectBothMake("file", true);
+    expectBothMake(textTo("file"), true);
 }
 
 INSTANTIATE_TEST_SUITE_P(Contract, LinkCreateContract, testing::ValuesIn(backends()), backendName);

@@ -10,15 +10,16 @@ class LinkQuestionsContract : public LinkContractTest
 TEST_P(LinkQuestionsContract, LinkIsDescribedItself)
 {
     makeFile("target", "0123456789");
-    makeLink("link", "target");
+    const std::string text = textTo("target");
+    makeLink("link", text);
     const auto info = system().fileInfo(path("link"));
     ASSERT_TRUE(info);
     EXPECT_EQ(info->name, "link");
     EXPECT_EQ(info->fileId, path("link"));
     EXPECT_EQ(info->type, linkType);
-    EXPECT_EQ(info->size, std::string("target").size());
+    EXPECT_EQ(info->size, text.size());
     EXPECT_EQ(system().fileType(path("link")), linkType);
-    EXPECT_EQ(system().fileSize(path("link")), std::string("target").size());
+    EXPECT_EQ(system().fileSize(path("link")), text.size());
 }
 
 TEST_P(LinkQuestionsContract, LinkToAFile)
@@ -112,6 +113,9 @@ TEST_P(LinkQuestionsContract, LinksInACircle)
 
 TEST_P(LinkQuestionsContract, TargetIsTheTextOfTheLink)
 {
+    if (!require(capabilities().tellsRelativeTargets)) {
+        return;
+    }
     makeLink("link", "../some//where/");
     EXPECT_EQ(system().fileSymbolicLinkTarget(path("link")), "../some//where/");
     EXPECT_EQ(system().directorySymbolicLinkTarget(path("link")), "../some//where/");

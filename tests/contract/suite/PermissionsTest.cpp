@@ -13,10 +13,20 @@ TEST_P(PermissionsContract, EveryBitIsSetAndReadBack)
 {
     makeFile("file");
     for (const std::uint32_t mode :
-         {0U, 0400U, 0200U, 0100U, 040U, 020U, 010U, 04U, 02U, 01U, 0777U, 0644U, 0751U}) {
+         {0400U, 0200U, 0100U, 040U, 020U, 010U, 04U, 02U, 01U, 0777U, 0644U, 0751U}) {
         EXPECT_TRUE(system().fileSetPermissions(path("file"), Permissions(mode)));
         EXPECT_EQ(system().fileGetPermissions(path("file")), Permissions(mode));
     }
+}
+
+TEST_P(PermissionsContract, AllowNothingAtAll)
+{
+    if (!require(capabilities().takesNoPermissions)) {
+        return;
+    }
+    makeFile("file");
+    EXPECT_TRUE(system().fileSetPermissions(path("file"), Permissions(0U)));
+    EXPECT_EQ(system().fileGetPermissions(path("file")), Permissions(0U));
 }
 
 TEST_P(PermissionsContract, AreInEveryRecord)

@@ -42,6 +42,16 @@ Access accessTo(const DropbearServer& server)
     return {server.port(), server.user(), server.password(), {}};
 }
 
+Access accessTo(const AsyncSshServer& server)
+{
+    return {server.port(), server.user(), {}, server.clientKey().privatePath};
+}
+
+Access accessTo(const ProFtpdServer& server)
+{
+    return {server.port(), server.user(), {}, server.clientKey().privatePath};
+}
+
 Access accessTo(const ScriptedServer& server)
 {
     return {server.port(), "tester", ScriptedPolicy::kPassword, {}};

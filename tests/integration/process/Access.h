@@ -1,8 +1,10 @@
 #pragma once
 
+#include "support/AsyncSshServer.h"
 #include "support/DropbearServer.h"
 #include "support/OpenSshServer.h"
 #include "support/PasswordSshServer.h"
+#include "support/ProFtpdServer.h"
 #include "support/ScriptedServer.h"
 #include "support/TcpProxy.h"
 
@@ -30,6 +32,8 @@ struct Access
 Access accessTo(const OpenSshServer& server);
 Access accessTo(const PasswordSshServer& server);
 Access accessTo(const DropbearServer& server);
+Access accessTo(const AsyncSshServer& server);
+Access accessTo(const ProFtpdServer& server);
 Access accessTo(const ScriptedServer& server);
 
 /// Connects and authenticates. Throws std::runtime_error, with the session's own words, when that

@@ -1,0 +1,53 @@
+#include "sftp/SFTPLookUp.h"
+
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPLinkTarget.h"
+#include "sftp/SFTPServerKind.h"
+
+#include <optional>
+
+namespace Tarnis {
+
+namespace {
+
+constexpr std::uint32_t linkWithAllPermissions = 0120777;
+
+bool isModSftp(SSHHandleSFTPSession& sftp)
+{
+    return callLocked(sftp, [](sftp_session raw) {
+        return sftpServerKindOf(raw->session) == SFTPServerKind::ModSftp;
+    });
+}
+
+SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    return SFTPAttributes(callLocked(sftp, sftp_lstat, path.c_str()));
+}
+
+/// What a link says whose target's attributes the server has told in place of its own.
+std::optional<std::string> followedLink(SSHHandleSFTPSession& sftp, const std::string& path,
+                                        const SFTPAttributes& told)
+{
+    const bool mayBeFollowed = told != nullptr && !isLinkMode(told->permissions) && isModSftp(sftp);
+    return mayBeFollowed ? readLinkTarget(sftp, path) : std::nullopt;
+}
+
+} // namespace
+
+SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    SFTPAttributes attributes = readAttributes(sftp, path);
+    if (const auto text = followedLink(sftp, path, attributes)) {
+        attributes->permissions = linkWithAllPermissions;
+        attributes->size = text->size();
+    }
+    return attributes;
+}
+
+bool isFollowedByRename(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    return isModSftp(sftp) && followedLink(sftp, path, readAttributes(sftp, path)).has_value();
+}
+
+} // namespace Tarnis

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "sftp/SFTPAttributes.h"
+
+#include <string>
+
+namespace Tarnis {
+
+class SSHHandleSFTPSession;
+
+/// The attributes of what stands at a path, of a symbolic link its own; null when nothing stands
+/// there or the server does not tell. Blocks on the server; throws handle_fatal_error("invalid")
+/// when the handle is invalid.
+///
+/// ProFTPD's mod_sftp (seen with 1.3.8) describes what a link leads to, where that exists, though
+/// it was asked for the link. It is asked for the link's text besides, which only a link has.
+/// Taking a link for a directory would mean removing what is behind it.
+SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path);
+
+/// Whether a path is a symbolic link and the server, asked to rename it, would rename what it leads
+/// to: mod_sftp again. Blocks and throws as above.
+bool isFollowedByRename(SSHHandleSFTPSession& sftp, const std::string& path);
+
+} // namespace Tarnis

@@ -1,0 +1,33 @@
+#include "contract/SftpUnderTest.h"
+#include "support/ProFtpdServer.h"
+
+namespace TarnisTest {
+
+namespace {
+
+Capabilities capabilities()
+{
+    Capabilities capabilities = sftpCapabilitiesOfOwnUser();
+    capabilities.tellsRelativeTargets =
+        Capability::lacking("the server puts the link's directory before what the link says");
+    capabilities.renamesLinks =
+        Capability::lacking("the server would rename what the link leads to");
+    capabilities.takesNoPermissions =
+        Capability::lacking("the server takes permissions of 0 for none given");
+    capabilities.refusesToOpenPipes =
+        Capability::lacking("the server opens pipes, and does not wait for their other end");
+    return capabilities;
+}
+
+SftpService start()
+{
+    static const ProFtpdServer server;
+    const std::string root = server.remoteRoot() == "/" ? "" : server.remoteRoot();
+    return {accessTo(server), server.root(), root, capabilities()};
+}
+
+const bool registered = registerSftpBackend("ProFtpd", ProFtpdServer::availability, start);
+
+} // namespace
+
+} // namespace TarnisTest
