@@ -23,6 +23,10 @@ Effort Effort::quick()
     effort.connectRounds = 10;
     effort.transferRounds = 1;
     effort.transferBytes = std::size_t{64} << 20U;
+    effort.transfer.size = {std::uint64_t{64} << 20U, 50, 4096, 2000};
+    effort.transfer.rounds = 1;
+    effort.transfer.delayedLimit = std::chrono::seconds(5);
+    effort.plainRounds = 3;
     effort.idleSessions = 10;
     effort.idleChannels = 100;
     return effort;
@@ -34,6 +38,8 @@ struct Measurement
 {
     const char* name;
     Sections (*run)(const Bench& bench);
+    /// Runs when no other is named.
+    bool isUsual = true;
 };
 
 constexpr Measurement measurements[] = {
@@ -42,6 +48,10 @@ constexpr Measurement measurements[] = {
     {"throughput", measureThroughput},
     {"calls", measureGuardedCalls},
     {"memory", measureMemory},
+    {"plain", measurePlain},
+    {"sftp", measureBesideSftp, false},
+    // Takes many times as long as the others together.
+    {"transfer", measureTransfer, false},
 };
 
 struct Request
@@ -49,9 +59,11 @@ struct Request
     Effort effort;
     std::vector<std::string> names;
 
-    bool wants(const std::string& name) const
+    bool wants(const Measurement& measurement) const
     {
-        return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
+        return names.empty()
+                   ? measurement.isUsual
+                   : std::find(names.begin(), names.end(), measurement.name) != names.end();
     }
 };
 
@@ -101,13 +113,20 @@ void printSurroundings(std::ostream& out, const Login& login)
         << (algorithms.mac.empty() ? "" : ", ") << algorithms.mac << "\n\n";
 }
 
-void run(const Request& request, std::ostream& out)
+bool isWrong(const Section& section)
+{
+    return std::any_of(section.rows.begin(), section.rows.end(),
+                       [](const Row& row) { return row.isWrong; });
+}
+
+/// Returns whether every contestant did what it was to do.
+bool run(const Request& request, std::ostream& out)
 {
     const BenchServer server;
     const Bench bench{server, request.effort};
     Sections all;
     for (const auto& each : measurements) {
-        if (request.wants(each.name)) {
+        if (request.wants(each)) {
             std::cerr << "measuring: " << each.name << std::endl;
             const Sections sections = each.run(bench);
             all.insert(all.end(), sections.begin(), sections.end());
@@ -115,6 +134,7 @@ void run(const Request& request, std::ostream& out)
     }
     printSurroundings(out, server.login());
     printTable(out, all);
+    return std::none_of(all.begin(), all.end(), isWrong);
 }
 
 } // namespace
@@ -132,8 +152,7 @@ int main(int argc, char** argv)
     // libssh used directly needs this; the library takes care of itself.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     try {
-        run(request, std::cout);
-        return 0;
+        return run(request, std::cout) ? 0 : 1;
     } catch (const std::exception& error) {
         std::cerr << argv[0] << ": " << error.what() << '\n';
         return 1;

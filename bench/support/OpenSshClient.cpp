@@ -40,6 +40,18 @@ bool readUpTo(int descriptor, const std::string& text)
 
 } // namespace
 
+std::vector<std::string> openSshOptions(const Login& login)
+{
+    std::vector<std::string> options{"-F", "none", "-i", login.keyFile};
+    addOption(options, "IdentitiesOnly", "yes");
+    addOption(options, "IdentityAgent", "none");
+    addOption(options, "BatchMode", "yes");
+    addOption(options, "StrictHostKeyChecking", "yes");
+    addOption(options, "UserKnownHostsFile", login.knownHostsFile);
+    addOption(options, "GlobalKnownHostsFile", "none");
+    return options;
+}
+
 OpenSshClient::OpenSshClient(Login login, Algorithms algorithms)
     : login_(std::move(login))
     , algorithms_(std::move(algorithms))
@@ -48,15 +60,10 @@ OpenSshClient::OpenSshClient(Login login, Algorithms algorithms)
 std::vector<std::string> OpenSshClient::commandLine(const std::vector<std::string>& options,
                                                     const std::string& remoteCommand) const
 {
-    std::vector<std::string> arguments{
-        "ssh", "-F",        "none", "-T",          "-p", std::to_string(login_.port),
-        "-l",  login_.user, "-i",   login_.keyFile};
-    addOption(arguments, "IdentitiesOnly", "yes");
-    addOption(arguments, "IdentityAgent", "none");
-    addOption(arguments, "BatchMode", "yes");
-    addOption(arguments, "StrictHostKeyChecking", "yes");
-    addOption(arguments, "UserKnownHostsFile", login_.knownHostsFile);
-    addOption(arguments, "GlobalKnownHostsFile", "none");
+    std::vector<std::string> arguments{"ssh", "-T",       "-p", std::to_string(login_.port),
+                                       "-l",  login_.user};
+    const auto common = openSshOptions(login_);
+    arguments.insert(arguments.end(), common.begin(), common.end());
     addOption(arguments, "KexAlgorithms", algorithms_.keyExchange);
     addOption(arguments, "Ciphers", algorithms_.cipher);
     if (!algorithms_.mac.empty()) {

@@ -10,6 +10,10 @@
 
 namespace TarnisBench {
 
+/// Options of `ssh` and the programs built on it: this key and these known hosts only, no
+/// configuration file, no agent, no questions.
+std::vector<std::string> openSshOptions(const Login& login);
+
 /// Command lines of the program `ssh` for the same server, key, known-hosts file and algorithms as
 /// everybody else, with no configuration file and no agent.
 class OpenSshClient

@@ -46,13 +46,14 @@ private:
     posix_spawn_file_actions_t actions_{};
 };
 
-std::vector<char*> toArgv(const std::vector<std::string>& arguments)
+/// As exec takes them; lends the strings.
+std::vector<char*> pointersTo(const std::vector<std::string>& texts)
 {
-    std::vector<char*> argv(arguments.size() + 1, nullptr);
+    std::vector<char*> pointers(texts.size() + 1, nullptr);
     // The C interface has no const; nobody writes to it.
-    std::transform(arguments.begin(), arguments.end(), argv.begin(),
+    std::transform(texts.begin(), texts.end(), pointers.begin(),
                    [](const std::string& text) { return const_cast<char*>(text.c_str()); });
-    return argv;
+    return pointers;
 }
 
 double secondsOf(const timeval& time)
@@ -63,11 +64,19 @@ double secondsOf(const timeval& time)
 
 } // namespace
 
-SpawnedProcess::SpawnedProcess(const std::vector<std::string>& arguments, StandardStreams streams)
+double processorSecondsIn(const rusage& usage)
+{
+    return secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
+}
+
+SpawnedProcess::SpawnedProcess(const std::vector<std::string>& arguments, StandardStreams streams,
+                               const std::vector<std::string>& environment)
 {
     const FileActions actions(streams);
-    const auto argv = toArgv(arguments);
-    require(::posix_spawnp(&pid_, argv.front(), actions.get(), nullptr, argv.data(), environ) == 0,
+    const auto argv = pointersTo(arguments);
+    const auto envp = pointersTo(environment);
+    char* const* const given = environment.empty() ? environ : envp.data();
+    require(::posix_spawnp(&pid_, argv.front(), actions.get(), nullptr, argv.data(), given) == 0,
             "starting " + arguments.front());
 }
 
@@ -92,7 +101,7 @@ bool SpawnedProcess::hasEnded()
 
 double SpawnedProcess::processorSeconds() const
 {
-    return secondsOf(usage_.ru_utime) + secondsOf(usage_.ru_stime);
+    return processorSecondsIn(usage_);
 }
 
 bool SpawnedProcess::reap(int options)

@@ -16,15 +16,19 @@ struct StandardStreams
     int errorOutput = -1;
 };
 
+/// Processor time of user and system together, in seconds.
+double processorSecondsIn(const rusage& usage);
+
 /// A process started in the cheapest way there is (posix_spawn, which does not copy this process),
 /// so that the start of a peer's program costs no more than it must.
 class SpawnedProcess
 {
 public:
-    /// \param arguments the program, looked up in PATH, and its arguments.
+    /// \param arguments   the program, looked up in PATH, and its arguments.
+    /// \param environment "NAME=value"; with no entry, this process's own.
     /// Throws std::runtime_error when it cannot be started.
-    explicit SpawnedProcess(const std::vector<std::string>& arguments,
-                            StandardStreams streams = {});
+    explicit SpawnedProcess(const std::vector<std::string>& arguments, StandardStreams streams = {},
+                            const std::vector<std::string>& environment = {});
     SpawnedProcess(const SpawnedProcess&) = delete;
     SpawnedProcess& operator=(const SpawnedProcess&) = delete;
     /// Kills the process if it still runs.
@@ -38,7 +42,8 @@ public:
     /// Whether it has ended; does not wait.
     bool hasEnded();
 
-    /// Processor time that it used, in seconds; 0 before its end was noticed.
+    /// Processor time that it and the children that it waited for used, in seconds; 0 before its
+    /// end was noticed.
     double processorSeconds() const;
 
 private:

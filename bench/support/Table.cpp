@@ -19,7 +19,7 @@ Cells headingOf(const Section& section)
 
 Cells cellsOf(const Row& row)
 {
-    return {"  " + row.name, row.value, row.detail, formatNumber(row.ratio, 2)};
+    return {"  " + row.name, row.value, row.detail, row.ratio ? formatNumber(*row.ratio, 2) : ""};
 }
 
 std::vector<Cells> linesOf(const Section& section)

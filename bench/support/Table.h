@@ -1,6 +1,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,10 @@ struct Row
     std::string name;
     std::string value;
     std::string detail;
-    /// To the peer, whose own is 1.
-    double ratio = 1;
+    /// To the peer, whose own is 1; empty where there is nothing to compare.
+    std::optional<double> ratio;
+    /// The contestant did not do what it was to do: no figure of it counts.
+    bool isWrong = false;
 };
 
 /// One measurement with all its contestants.

@@ -3,7 +3,7 @@
 #include "HiddenName.h"
 #include "PathText.h"
 
-#include <FileSystem/StorageSystem.h>
+#include <FileSystem/FileSystem2.h>
 
 #include <utility>
 
@@ -80,7 +80,7 @@ bool PartialEntry::publish(bool replace)
     if (!replace && system_.fileType(finalPath)) {
         return false;
     }
-    if ((replace && replaceAtOnce(finalPath)) || system_.fileRename(path_, name_) ||
+    if ((replace && replaceAtOnce(finalPath)) || takeFinalName() ||
         (replace && replaceInSteps(finalPath))) {
         path_ = finalPath;
         created_ = false;
@@ -92,6 +92,15 @@ bool PartialEntry::publish(bool replace)
 bool PartialEntry::replaceAtOnce(const std::string& finalPath) const
 {
     return system_.replacer_ && system_.replacer_(path_, finalPath);
+}
+
+// fileRename() asks first whether there is a file. This one was made here, and far from the server
+// each question counts.
+bool PartialEntry::takeFinalName() const
+{
+    const auto* const system = dynamic_cast<const FileSystem2*>(&system_);
+    return system != nullptr ? system->fileRenameAs(path_, PathText::childId(directory_, {name_}))
+                             : system_.fileRename(path_, name_).has_value();
 }
 
 // Most servers refuse to rename onto something. What stands there is set aside and not removed
@@ -108,7 +117,7 @@ bool PartialEntry::replaceInSteps(const std::string& finalPath) const
     if (!system_.fileRename(finalPath, asideName) && !system_.fileType(aside)) {
         return false;
     }
-    if (!system_.fileRename(path_, name_)) {
+    if (!takeFinalName()) {
         system_.fileRename(aside, name_);
         return false;
     }

@@ -41,6 +41,7 @@ public:
 
 private:
     bool takeFreeName();
+    bool takeFinalName() const;
     bool replaceAtOnce(const std::string& finalPath) const;
     bool replaceInSteps(const std::string& finalPath) const;
 

@@ -16,7 +16,7 @@ packages_for() {
     valgrind) echo "$test valgrind" ;;
     coverage) echo "$test gcovr" ;;
     lint) echo "$test clang-format clang-tidy shellcheck" ;;
-    bench) echo "$build $server valgrind" ;;
+    bench) echo "$build $server valgrind curl lftp rclone" ;;
     *)
         echo "packages_for: unknown purpose $1" >&2
         return 1
