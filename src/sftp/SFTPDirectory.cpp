@@ -4,6 +4,7 @@
 
 #include <Tarnis/SSHDefaultDeleter.h>
 
+#include <cstring>
 #include <utility>
 
 namespace Tarnis {
@@ -30,19 +31,33 @@ void close(sftp_dir directory, bool sessionIsGone) noexcept
     ssh_default_deleter<sftp_dir_struct>{}(directory);
 }
 
+/// Puts an error's text where the session's own errors stand; libssh has no function for it. The
+/// text fits, since it comes from a place of the same size.
+void copyErrorText(ssh_session from, ssh_session to) noexcept
+{
+    const char* const text = ssh_get_error(from);
+    if (text != nullptr && *text != '\0') {
+        std::strcpy(const_cast<char*>(ssh_get_error(to)), text);
+    }
+}
+
 /// Reads an entry without its owner's and its group's names.
 ///
 /// From OpenSSH, libssh takes these out of the line that "ls -l" would print. Where that line is
 /// too short for them, it reads beyond its end, or ends the listing, with later versions. It knows
-/// OpenSSH by the session's banner, so it is shown a session that has none; the text of an error
-/// goes there too.
+/// OpenSSH by the session's banner, so it is shown a session that has none.
 sftp_attributes readEntry(sftp_dir directory, ssh_session unconnected) noexcept
 {
     const sftp_session sftp = directory->sftp;
-    const ssh_session session = sftp->session;
-    sftp->session = unconnected != nullptr ? unconnected : session;
+    if (unconnected == nullptr) {
+        return sftp_readdir(sftp, directory);
+    }
+    const ssh_session session = std::exchange(sftp->session, unconnected);
     const sftp_attributes entry = sftp_readdir(sftp, directory);
     sftp->session = session;
+    if (entry == nullptr) {
+        copyErrorText(unconnected, session);
+    }
     return entry;
 }
 

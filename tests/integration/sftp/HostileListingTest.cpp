@@ -20,6 +20,7 @@ using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::Field;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -291,6 +292,21 @@ protected:
 
     static SftpWriter entry() { return SftpWriter().text("only").text("d 1 x x 0 only"); }
 };
+
+TEST_F(NameReplyTest, ThatFailsLeavesItsReason)
+{
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Readdir), refuse(SftpStatus::PermissionDenied)}};
+    follow(script);
+    EXPECT_THAT(files().directoryListFileNames(root()), IsEmpty());
+    EXPECT_THAT(client().session().getLastError(), HasSubstr("error status: 3"));
+    // The end of a directory is none.
+    follow({});
+    EXPECT_FALSE(files().fileInfo(path("missing")).has_value());
+    const std::string before = client().session().getLastError();
+    EXPECT_THAT(files().directoryListFileNames(root()), ElementsAre("only"));
+    EXPECT_EQ(client().session().getLastError(), before);
+}
 
 TEST_F(NameReplyTest, MayEndAnywhere)
 {
