@@ -91,6 +91,7 @@ const Tarnis::SSHFileSystemSFTP& SftpClients::files(std::optional<SftpClient>& c
 
 SftpUnderTest::SftpUnderTest(SftpClients& clients)
     : clients_(clients)
+    , files_(clients.files())
 {
     if (clients_.service().servesNobody) {
         user_.emplace();

@@ -77,10 +77,11 @@ private:
 class SftpUnderTest final : public StorageSystemUnderTest
 {
 public:
+    /// Throws std::runtime_error when there is no session and it cannot log in.
     explicit SftpUnderTest(SftpClients& clients);
     ~SftpUnderTest() override;
 
-    const FileSystem::FileSystem2& fileSystem() const override { return clients_.files(); }
+    const FileSystem::FileSystem2& fileSystem() const override { return files_; }
 
     const FileSystem::FileSystem2& otherFileSystem() const override
     {
@@ -95,7 +96,8 @@ public:
 
 private:
     SftpClients& clients_;
-    std::optional<UnprivilegedUser> user_; // Before the directory, which is to be that user's.
+    const Tarnis::SSHFileSystemSFTP& files_; // From the start: threads ask for it together.
+    std::optional<UnprivilegedUser> user_;   // Before the directory, which is to be that user's.
     std::optional<TemporaryDirectory> directory_;
 };
 
