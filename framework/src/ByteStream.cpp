@@ -28,8 +28,11 @@ ByteSource::~ByteSource()
     }
 }
 
-bool ByteSource::start()
+bool ByteSource::start(std::optional<std::uint64_t> expectedEnd)
 {
+    if (bulk_ != nullptr && expectedEnd) {
+        bulk_->expectEnd(*expectedEnd);
+    }
     bulkStarted_ = bulk_ != nullptr && bulk_->start(0);
     return bulkStarted_ || file_.seek(0);
 }

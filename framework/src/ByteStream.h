@@ -3,6 +3,7 @@
 #include <FileSystem/StorageSystemFile.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace FileSystem {
 
@@ -18,8 +19,9 @@ public:
     /// Waits for what is still under way.
     ~ByteSource();
 
+    /// \param expectedEnd where the file is thought to end.
     /// False: the file cannot be read from its start.
-    bool start();
+    bool start(std::optional<std::uint64_t> expectedEnd);
 
     StorageSystemReadResult read(char* buffer, std::uint64_t size);
 

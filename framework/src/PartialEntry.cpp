@@ -2,7 +2,7 @@
 
 #include "PathText.h"
 
-#include <FileSystem/StorageSystem.h>
+#include <FileSystem/FileSystem2.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -119,12 +119,21 @@ bool PartialEntry::publish(bool replace)
     if (!replace && system_.fileType(finalPath)) {
         return false;
     }
-    if (system_.fileRename(path_, name_) || (replace && replaceExisting())) {
+    if (takeFinalName() || (replace && replaceExisting())) {
         path_ = finalPath;
         created_ = false;
         return true;
     }
     return false;
+}
+
+// fileRename() asks first whether there is a file. This one was made here, and far from the server
+// each question counts.
+bool PartialEntry::takeFinalName() const
+{
+    const auto* const system = dynamic_cast<const FileSystem2*>(&system_);
+    return system != nullptr ? system->fileRenameAs(path_, PathText::childId(directory_, {name_}))
+                             : system_.fileRename(path_, name_).has_value();
 }
 
 // Most servers refuse to rename onto something. What stands there is set aside and not removed
@@ -140,7 +149,7 @@ bool PartialEntry::replaceExisting()
     if (!aside) {
         return false;
     }
-    if (!system_.fileRename(path_, name_)) {
+    if (!takeFinalName()) {
         system_.fileRename(*aside, name_);
         return false;
     }

@@ -41,6 +41,7 @@ public:
 
 private:
     bool takeFreeName();
+    bool takeFinalName() const;
     bool replaceExisting();
 
     const StorageSystem& system_;

@@ -4,4 +4,6 @@ namespace FileSystem {
 
 StorageSystemBulkTransfer::~StorageSystemBulkTransfer() = default;
 
+void StorageSystemBulkTransfer::expectEnd(std::uint64_t /*offset*/) {}
+
 } // namespace FileSystem

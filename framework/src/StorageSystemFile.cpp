@@ -241,7 +241,8 @@ bool StorageSystemFile::do_copy(const StorageSystemProgress& progress,
     ByteSource source(*this, bulkTransfer_.get());
     ByteSink sink(*target, target->bulkTransfer_.get());
     const auto step = stepSize(storageSystem(), target->storageSystem(), bufferSize);
-    return report(0) && source.start() && sink.start() && moveBytes(source, sink, step, report);
+    return report(0) && source.start(knownSize_) && sink.start() &&
+           moveBytes(source, sink, step, report);
 }
 
 StorageSystemFile* StorageSystemFile::copyTarget() const noexcept

@@ -26,6 +26,11 @@ SFTPBulkTransfer::~SFTPBulkTransfer()
     }
 }
 
+void SFTPBulkTransfer::expectEnd(std::uint64_t offset)
+{
+    reader_.expectEnd(offset);
+}
+
 bool SFTPBulkTransfer::start(std::uint64_t offset)
 {
     if (appends_ || !file_->isValid()) {

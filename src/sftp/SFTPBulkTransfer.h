@@ -21,6 +21,8 @@ public:
                      Utilities::Flags<FileSystem::StorageSystemFileOpenModeFlag> mode);
     ~SFTPBulkTransfer() override;
 
+    void expectEnd(std::uint64_t offset) override;
+
     /// False also for a file that is appended to: where the server puts each write depends on the
     /// order that it works on them in.
     bool start(std::uint64_t offset) override;

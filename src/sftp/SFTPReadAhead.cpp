@@ -25,6 +25,7 @@ constexpr unsigned pattern = 3;
 void SFTPReadAhead::start(std::uint64_t offset)
 {
     nextOffset_ = offset;
+    expectedEnd_ = offset > expectedEnd_ ? 0 : expectedEnd_;
     requestSize_ = largestRequest;
     shortReplies_ = 0;
     status_ = Result::Status::Complete;
@@ -71,14 +72,26 @@ void SFTPReadAhead::fill()
         const auto* const sftp = file_->getSftpSession();
         return sftp != nullptr && sftp->hasBulkWriters() ? mostUnderWayBesideWriters : mostUnderWay;
     });
-    while (mayAsk(most) && ask(nextOffset_, requestSize_, requests_)) {
-        nextOffset_ += requestSize_;
+    if (most == mostUnderWay && bytesUnderWay_ >= mostUnderWayBesideWriters) {
+        receiveWindow_.keepWide(*file_);
     }
+    while (mayAsk(most) && ask(nextOffset_, nextLength(), requests_)) {
+        nextOffset_ += requests_.back().length;
+    }
+}
+
+std::uint32_t SFTPReadAhead::nextLength() const noexcept
+{
+    return nextOffset_ < expectedEnd_ ? static_cast<std::uint32_t>(std::min<std::uint64_t>(
+                                            requestSize_, expectedEnd_ - nextOffset_))
+                                      : requestSize_;
 }
 
 bool SFTPReadAhead::mayAsk(std::size_t bytesAtMost) const noexcept
 {
-    return status_ == Result::Status::Complete && requests_.size() < window_.size() &&
+    // Behind the expected end, one request is enough to find out whether it is the end.
+    const bool isSettled = expectedEnd_ != 0 && nextOffset_ > expectedEnd_;
+    return !isSettled && status_ == Result::Status::Complete && requests_.size() < window_.size() &&
            bytesUnderWay_ + requestSize_ <= bytesAtMost;
 }
 
@@ -144,6 +157,11 @@ std::uint32_t SFTPReadAhead::take(const Request& request, const Reply& reply)
         return 0;
     }
     const auto count = static_cast<std::uint32_t>(reply.count);
+    receiveWindow_.shrink(count);
+    if (request.offset >= expectedEnd_) {
+        // The file goes on behind what was thought to be its end.
+        expectedEnd_ = 0;
+    }
     if (count == request.length) {
         shortReplies_ = 0;
     } else {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "handles/SSHHandleSFTPSessionFile.h"
+#include "sftp/SFTPReceiveWindow.h"
 #include "sftp/SFTPWindow.h"
 
 #include <FileSystem/StorageSystemReadResult.h>
@@ -26,6 +27,11 @@ public:
     explicit SFTPReadAhead(std::shared_ptr<SSHHandleSFTPSessionFile> file)
         : file_(std::move(file))
     {}
+
+    /// Where the file is thought to end; to be told before start(). Requests are cut there, so that
+    /// the last bytes and the end of the file come in one round trip. A file that goes on is read
+    /// on.
+    void expectEnd(std::uint64_t offset) noexcept { expectedEnd_ = offset; }
 
     /// The next read() begins at this position. Nothing may be under way.
     void start(std::uint64_t offset);
@@ -54,6 +60,7 @@ private:
     std::uint64_t takeFromChunk(char* buffer, std::uint64_t size) noexcept;
     void fill();
     bool mayAsk(std::size_t bytesAtMost) const noexcept;
+    std::uint32_t nextLength() const noexcept;
     bool ask(std::uint64_t offset, std::uint32_t length, std::deque<Request>& requests);
     bool askForMissing(const Request& request, std::uint32_t count);
     std::uint64_t collectNext(char* buffer, std::uint64_t size);
@@ -66,10 +73,12 @@ private:
     std::deque<Request> requests_;
     std::uint64_t bytesUnderWay_ = 0;
     std::uint64_t nextOffset_ = 0;
+    std::uint64_t expectedEnd_ = 0; ///< 0: nobody knows.
     std::uint32_t requestSize_ = 0;
     std::uint32_t shortReply_ = 0;
     unsigned shortReplies_ = 0;
     SFTPWindow window_;
+    SFTPReceiveWindow receiveWindow_;
     Result::Status status_ = Result::Status::Complete;
     std::vector<char> chunk_; ///< An answer of which only a part was wanted so far.
     std::size_t chunkBegin_ = 0;

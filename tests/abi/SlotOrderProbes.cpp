@@ -275,6 +275,7 @@ struct StorageSystemBulkTransfer : FileSystem::StorageSystemBulkTransfer
     StorageSystemReadResult read(char* buffer, std::uint64_t size) override;
     bool write(const char* buffer, std::uint64_t size) override;
     bool finish() override;
+    void expectEnd(std::uint64_t offset) override;
 };
 
 } // namespace FrameworkProbe

@@ -33,6 +33,10 @@ public:
     /// Waits for all that is under way. False: a write failed. After it, start() may be called
     /// again.
     virtual bool finish() = 0;
+
+    /// Tells where the file is thought to end, before start(): whoever asks for bytes ahead of time
+    /// need not ask for what is not there. The file ends where it ends. By default nothing is done.
+    virtual void expectEnd(std::uint64_t offset);
 };
 
 } // namespace FileSystem

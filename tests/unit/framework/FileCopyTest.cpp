@@ -19,6 +19,7 @@ using testing::ElementsAre;
 using testing::MatchesRegex;
 using testing::Not;
 using testing::Pair;
+using testing::StartsWith;
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
 namespace {
@@ -116,6 +117,9 @@ TEST_F(FileCopying, TakesBulkTransfers)
     EXPECT_TRUE(copy());
     EXPECT_EQ(target.bytesOf("/there/file"), bytes);
     EXPECT_THAT(source.calls(), Contains("bulk.start 0 /file"));
+    // What it knows saves the system a look for the end.
+    EXPECT_THAT(source.calls(), Contains("bulk.expectEnd 26 /file"));
+    EXPECT_THAT(target.calls(), Not(Contains(StartsWith("bulk.expectEnd"))));
 }
 
 TEST_F(FileCopying, ReportsBytesOfTheFile)

@@ -27,6 +27,11 @@ public:
         return !file_.behaviour().bulkStartFails;
     }
 
+    void expectEnd(std::uint64_t offset) override
+    {
+        file_.note("bulk.expectEnd " + std::to_string(offset));
+    }
+
     StorageSystemReadResult read(char* buffer, std::uint64_t size) override
     {
         using Status = StorageSystemReadResult::Status;

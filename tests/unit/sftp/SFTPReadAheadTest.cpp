@@ -14,6 +14,8 @@
 using FileSystem::handle_fatal_error;
 using Tarnis::SFTPReadAhead;
 using TarnisTest::SftpFixture;
+using testing::Ge;
+using testing::NotNull;
 
 using Status = FileSystem::StorageSystemReadResult::Status;
 
@@ -135,6 +137,70 @@ TEST_F(SftpReadAhead, KeepsSeveralRequestsUnderWayButNotMoreThanSomeMegabytes)
     for (const auto& request : asked) {
         EXPECT_LE(request.length, largest);
     }
+}
+
+TEST_F(SftpReadAhead, LetsTheServerSendAsMuchAsIsUnderWay)
+{
+    constexpr std::uint64_t underWayAtMost = 16ULL * largest;
+    content = bytes(30'000'000);
+    int widened = 0;
+    EXPECT_CALL(libssh, ssh_channel_read_timeout(handle->getResource()->channel, NotNull(),
+                                                 Ge(underWayAtMost), 1, 0))
+        .WillRepeatedly([&widened] {
+            ++widened;
+            return 0;
+        });
+    EXPECT_EQ(readAll(4'000'000).size(), content.size());
+    // As it shrinks with what arrives, but not with every answer.
+    EXPECT_GE(widened, 20);
+    EXPECT_LE(widened, 30);
+}
+
+TEST_F(SftpReadAhead, LeavesTheReceiveWindowAloneForASmallFileAndBesideAWriter)
+{
+    EXPECT_CALL(libssh, ssh_channel_read_timeout).Times(0);
+    content = bytes(300'000);
+    reader.expectEnd(content.size());
+    reader.start(0);
+    EXPECT_EQ(readAll(4'000'000).size(), content.size());
+    content = bytes(10'000'000);
+    handle->addBulkWriter();
+    reader.expectEnd(content.size());
+    reader.start(0);
+    EXPECT_EQ(readAll(4'000'000).size(), content.size());
+}
+
+TEST_F(SftpReadAhead, AsksForNoMoreThanTheFileAndItsEndWhereTheSizeIsKnown)
+{
+    content = bytes(4'096);
+    reader.expectEnd(content.size());
+    reader.start(0);
+    EXPECT_EQ(readAll(1'000'000), content);
+    ASSERT_EQ(asked.size(), 2U);
+    EXPECT_EQ(asked[0].length, 4'096U);
+    EXPECT_EQ(asked[1].offset, 4'096U);
+    // In one round trip.
+    EXPECT_EQ(mostUnderWay, 2U);
+}
+
+TEST_F(SftpReadAhead, ReadsAFileToItsEndWhereverThatWasExpected)
+{
+    content = bytes(3'000'001);
+    for (const std::uint64_t expected :
+         {0U, 1U, 261'120U, 1'000'000U, 2'999'999U, 3'000'002U, 9'000'000U}) {
+        reader.expectEnd(expected);
+        reader.start(0);
+        EXPECT_EQ(readAll(1'000'000), content) << expected;
+        EXPECT_TRUE(underWay.empty());
+    }
+}
+
+TEST_F(SftpReadAhead, StartsBehindTheExpectedEndToo)
+{
+    content = bytes(500'000);
+    reader.expectEnd(1'000);
+    reader.start(123'456);
+    EXPECT_EQ(readAll(100'000), content.substr(123'456));
 }
 
 TEST_F(SftpReadAhead, KeepsFewerUnderWayBesideAWriter)
