@@ -59,6 +59,9 @@ Sections measureThroughput(const Bench& bench);
 /// The plain calls on an open remote file, beside libssh's own.
 Sections measurePlain(const Bench& bench);
 
+/// One large file beside `sftp`, each with the cipher that it takes by default.
+Sections measureBesideSftp(const Bench& bench);
+
 /// Files and listings, beside the programs that people use for them, near and far.
 Sections measureTransfer(const Bench& bench);
 

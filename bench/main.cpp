@@ -49,6 +49,7 @@ constexpr Measurement measurements[] = {
     {"calls", measureGuardedCalls},
     {"memory", measureMemory},
     {"plain", measurePlain},
+    {"sftp", measureBesideSftp, false},
     // Takes many times as long as the others together.
     {"transfer", measureTransfer, false},
 };

@@ -4,8 +4,8 @@
 #
 # Usage: bench/run.sh [--quick] [NAME...]
 #   --quick  a small run of a few seconds, to see whether everything works; its figures are coarse
-#   NAME     only these: command connect throughput calls memory plain transfer
-#            transfer, which takes half an hour, runs only when it is named
+#   NAME     only these: command connect throughput calls memory plain sftp transfer
+#            the last two run only when they are named; transfer takes about 40 minutes
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/packages.sh

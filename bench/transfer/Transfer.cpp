@@ -341,27 +341,6 @@ Row barRow(const std::string& name, double ratio, double least)
     return {name, ratio >= least ? "holds" : "MISSED", "at least " + formatNumber(least, 2), ratio};
 }
 
-/// The whole file with what each would use by itself: the cipher that both sides like best.
-Sections measureDefaultCipher(const Bench& bench, const Workload& workload, Section& bars)
-{
-    const Line line(bench.server.login().port, std::chrono::milliseconds(0));
-    const Scene scene{bench.server, workload, line, bench.server.login(), nearLimit, nearLimit};
-    std::vector<Client> clients = allClients();
-    clients.resize(firstPeer + 1);
-    Sections sections;
-    for (Measure measure : measuresOf(workload.size())) {
-        if (measure.kind == Kind::GetFile || measure.kind == Kind::PutFile) {
-            measure.title += ", default cipher";
-            sections.push_back(
-                measureErrand(scene, clients, measure, bench.effort.transfer.rounds));
-            const Row& best = sections.back().rows.back();
-            bars.rows.push_back(
-                barRow(measure.title + ", tarnis to sftp", best.ratio.value_or(0), 1.0));
-        }
-    }
-    return sections;
-}
-
 } // namespace
 
 Sections measurePlain(const Bench& bench)
@@ -381,25 +360,42 @@ Sections measurePlain(const Bench& bench)
     return {section, bars};
 }
 
+Sections measureBesideSftp(const Bench& bench)
+{
+    const Workload workload(bench.server.directory(), bench.effort.transfer.size);
+    const Line line(bench.server.login().port, std::chrono::milliseconds(0));
+    const Scene scene{bench.server, workload, line, bench.server.login(), nearLimit, nearLimit};
+    std::vector<Client> clients = allClients();
+    clients.resize(firstPeer + 1);
+    Section bars{"Bars", "", "", "ratio", {}};
+    Sections sections;
+    for (Measure measure : measuresOf(workload.size())) {
+        if (measure.kind == Kind::GetFile || measure.kind == Kind::PutFile) {
+            measure.title += ", default cipher";
+            sections.push_back(
+                measureErrand(scene, clients, measure, bench.effort.transfer.rounds));
+            bars.rows.push_back(barRow(measure.title + ", tarnis to sftp",
+                                       sections.back().rows.back().ratio.value_or(0), 1.0));
+        }
+    }
+    sections.push_back(bars);
+    return sections;
+}
+
 Sections measureTransfer(const Bench& bench)
 {
     constexpr std::chrono::milliseconds roundTrips[] = {std::chrono::milliseconds(0),
                                                         std::chrono::milliseconds(20),
                                                         std::chrono::milliseconds(100)};
-    Section bars{"Bars", "", "", "ratio", {}};
-    Sections sections;
-    const Workload workload(bench.server.directory(), bench.effort.transfer.size);
-    for (auto& section : measureDefaultCipher(bench, workload, bars)) {
-        sections.push_back(std::move(section));
-    }
     const BenchServer common(commonAlgorithms);
+    const Workload workload(common.directory(), bench.effort.transfer.size);
+    Sections sections;
     for (const auto roundTrip : roundTrips) {
         for (auto& section :
              measureLineWithClients(common, workload, bench.effort.transfer, roundTrip)) {
             sections.push_back(std::move(section));
         }
     }
-    sections.push_back(std::move(bars));
     return sections;
 }
 
