@@ -66,7 +66,7 @@ std::optional<std::string> resolveLinks(const StorageSystem& system, const std::
             continue;
         }
         resolved = PathText::isAbsolute(*target) ? "/" : resolved;
-        left = PathText::removeLeadingSlash(PathText::canonize(*target + "/" + left));
+        left = PathText::removeLeadingSlash(PathText::canonize(PathText::childId(*target, {left})));
     }
     return resolved;
 }

@@ -34,13 +34,14 @@ TEST_P(LinkCreateContract, MakesALinkToWhatNeedNotBeThere)
 
 TEST_P(LinkCreateContract, SlashBehindTheLinksPathMakesNoDifference)
 {
+    const std::string nowhere = path("nowhere");
     makeDirectory("directory");
     makeFile("directory/file");
-    EXPECT_TRUE(system().fileSymbolicLinkCreateAs("nowhere", path("link/"), true));
-    EXPECT_TRUE(system().directorySymbolicLinkCreateAs("nowhere", path("directory/"), true));
-    EXPECT_FALSE(system().fileSymbolicLinkCreateAs("elsewhere", path("link/"), true));
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("link")), "nowhere");
-    EXPECT_EQ(system().fileSymbolicLinkTarget(path("directory")), "nowhere");
+    EXPECT_TRUE(system().fileSymbolicLinkCreateAs(nowhere, path("link/"), true));
+    EXPECT_TRUE(system().directorySymbolicLinkCreateAs(nowhere, path("directory/"), true));
+    EXPECT_FALSE(system().fileSymbolicLinkCreateAs(path("elsewhere"), path("link/"), true));
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("link")), nowhere);
+    EXPECT_EQ(system().fileSymbolicLinkTarget(path("directory")), nowhere);
     EXPECT_THAT(names(), testing::ElementsAre("directory", "link"));
 }
 
