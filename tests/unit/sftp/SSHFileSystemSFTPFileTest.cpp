@@ -51,6 +51,9 @@ protected:
     std::string buffer = std::string(4 * package, '.');
 };
 
+class SftpFileSystemFile : public SftpFixture
+{};
+
 /// A file whose file system can lose its SFTP session alone: that is another one than the file's.
 class SftpFileElsewhere : public SftpFixture
 {
@@ -319,6 +322,44 @@ TEST_F(SftpOpenFile, TellsOfItsFileSystemOnceThatHasEnded)
     EXPECT_THROW(opened.tell(), handle_fatal_error);
     EXPECT_THROW(opened.read(buffer.data(), 1), handle_fatal_error);
     EXPECT_THROW(opened.write(buffer.data(), 1), handle_fatal_error);
+}
+
+TEST_F(SftpFileSystemFile, WithoutAHandleIsAsOneWhoseSessionHasEnded)
+{
+    std::shared_ptr<Tarnis::SSHHandleSFTPSessionFile> none;
+    SSHFileSystemSFTPFile opened(std::move(none), "/a/file", StorageSystemFileOpenModeFlag::Write,
+                                 files);
+    char buffer[4] = {};
+    EXPECT_EQ(opened.fileId(), "/a/file");
+    EXPECT_EQ(opened.name(), "file");
+    EXPECT_EQ(opened.parentDirectoryId(), "/a");
+    EXPECT_EQ(opened.mode(), StorageSystemFileOpenModeFlag::Write);
+    EXPECT_EQ(&opened.fileSystem(), &files);
+    EXPECT_EQ(&opened.storageSystem(), &files);
+    EXPECT_TRUE(opened.isValid());
+    EXPECT_FALSE(opened.error());
+    EXPECT_FALSE(opened.eof());
+    EXPECT_THROW(opened.seek(0), handle_fatal_error);
+    EXPECT_THROW(opened.tell(), handle_fatal_error);
+    EXPECT_THROW(opened.read(buffer, 1), handle_fatal_error);
+    EXPECT_THROW(opened.write(buffer, 1), handle_fatal_error);
+    EXPECT_THROW(opened.readFully(buffer, 1), handle_fatal_error);
+    EXPECT_THROW(opened.writeFully(buffer, 1), handle_fatal_error);
+    EXPECT_EQ(opened.read(buffer, 0), 0U);
+    EXPECT_EQ(opened.write(buffer, 0), 0U);
+    // The path is the file system's business.
+    EXPECT_EQ(opened.size(), 0U);
+    EXPECT_EQ(opened.permissions().raw(), 0U);
+    EXPECT_EQ(opened.fileInfo().fileId, "/a/file");
+    EXPECT_EQ(opened.maxReadPackageSize(), package);
+    EXPECT_EQ(opened.maxWritePackageSize(), writePackage);
+}
+
+TEST_F(SftpFileSystemFile, WithoutAHandleIsNotCopied)
+{
+    SSHFileSystemSFTPFile from(nullptr, "/a", StorageSystemFileOpenModeFlag::Read, files);
+    SSHFileSystemSFTPFile to(nullptr, "/b", StorageSystemFileOpenModeFlag::Write, files);
+    EXPECT_THROW(from.copy(to), handle_fatal_error);
 }
 
 TEST_F(SftpOpenFile, ThrowsAfterItsFileSystemWasAborted)
