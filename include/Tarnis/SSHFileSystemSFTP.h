@@ -29,16 +29,22 @@ class SSHHandleSFTPSession;
 /// Threads: any thread may call any operation, construction and destruction aside. The calls take
 /// turns with everything else made from the SSH session, request by request, and each request
 /// blocks until the server has answered, for as long as it likes; SSHSession::interrupt() frees
-/// such a call. Operations of several requests (listings, setting a time, fileStorageInfo(), making
-/// a link) let others in between and are no snapshot.
+/// such a call. hostName() and displayPath() ask the server for nothing, but wait for their turn as
+/// the others do. Operations of several requests (listings, setting a time, fileStorageInfo(),
+/// making a link) let others in between and are no snapshot.
 ///
 /// Particular to SFTP:
 /// - Paths are bytes and go to the server as they are; a relative one is taken from the directory
 ///   that the server starts in, usually the home directory.
 /// - fileRenameAs() onto a file that exists fails with most servers and replaces it with others.
-/// - Times are whole seconds from 1970 to 2106; a time outside is not set. fileSetModTime() asks
-///   the server for the time afterwards: true means that the server has it, to the second. The
-///   time of a symbolic link itself cannot be set.
+///   With those, fileMoveAs() and whatever else must not replace a file (a copy with FailIfExists)
+///   replaces one that another client puts there after they have looked.
+/// - Times are whole seconds from 1970 to 2106; a time outside is not set. Less than a second
+///   before 1970 is not outside: fractions are cut off, which makes it the first moment of 1970.
+///   fileSetModTime() asks the server for the time afterwards: true means that the server has it,
+///   to the second. The time of a symbolic link itself cannot be set.
+/// - Block devices and sockets have the type bit of a directory: a block device passes for one, a
+///   socket for none, as it has the bit of a file too.
 /// - fileStorageInfo() has figures only where the server offers the extension
 ///   statvfs@openssh.com.
 /// - Servers disagree on the order of the two paths when a link is made. A link is read back after

@@ -32,7 +32,8 @@ class SSHHandleSFTPSessionFile;
 class TARNIS_EXPORT SSHFileSystemSFTPFile : public FileSystem::FileSystem2File
 {
 public:
-    /// Takes the handle over, leaving `file` empty.
+    /// Takes the handle over, leaving `file` empty. Without a handle, the file is as one whose
+    /// session has ended, except that isValid() and error() still tell of the file system.
     /// \param fileId     the path that the file was opened under.
     /// \param fileSystem must outlive this object.
     SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessionFile>&& file,

@@ -20,6 +20,17 @@ void SSHHandleSFTPSessionFile::abandon() noexcept
     }
 }
 
+bool SSHHandleSFTPSessionFile::commit()
+{
+    const auto lock = getLock();
+    const sftp_file file = takeFile();
+    if (file != nullptr) {
+        committed_ = sftp_close(file) == SSH_OK;
+    }
+    HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
+    return committed_;
+}
+
 bool SSHHandleSFTPSessionFile::isAtEnd() const
 {
     const std::lock_guard<std::mutex> look(looking_);

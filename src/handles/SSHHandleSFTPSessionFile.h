@@ -29,6 +29,15 @@ public:
     /// the server closes the file itself when the SFTP session ends. To be called under the lock.
     void abandon() noexcept;
 
+    /// Closes the file now and tells whether the server confirmed it: some servers keep what was
+    /// written only then, and tell only then that they cannot. No request on the file may be under
+    /// way. The handle is invalid afterwards, and invalidating it asks the server for nothing more.
+    ///
+    /// Blocks until the server has answered. False: it refused, the connection is lost, or the
+    /// handle was invalidated before; without a session, at once. Any further call answers as the
+    /// first.
+    bool commit();
+
     /// Whether a read has met the end of the file; false when the handle is invalid. Takes no lock,
     /// so that it answers at once while another thread works on the session.
     bool isAtEnd() const;
@@ -49,6 +58,7 @@ private:
     // Keeps the file from being freed while somebody looks at it without the lock; held for that
     // look alone.
     mutable std::mutex looking_;
+    bool committed_ = false;
 };
 
 } // namespace Tarnis

@@ -11,6 +11,9 @@ namespace {
 constexpr std::uint8_t statusPacket = 101;
 constexpr std::uint8_t dataPacket = 103;
 constexpr std::size_t numberSize = 4;
+// libssh numbers its requests from 1 on.
+constexpr std::uint32_t noRequest = 0;
+constexpr int noTimeLimit = -1;
 
 /// libssh makes its messages with malloc, and has no function to free one.
 struct MessageDeleter
@@ -24,19 +27,83 @@ struct MessageDeleter
 
 using Message = std::unique_ptr<sftp_message_struct, MessageDeleter>;
 
+/// Where the SFTP session's queue has a reply that has arrived; its end when it has not.
+sftp_request_queue* findArrived(sftp_session sftp, std::uint32_t id) noexcept
+{
+    sftp_request_queue* place = &sftp->queue;
+    while (*place != nullptr && (*place)->message->id != id) {
+        place = &(*place)->next;
+    }
+    return place;
+}
+
+bool hasArrived(sftp_session sftp, std::uint32_t id) noexcept
+{
+    return *findArrived(sftp, id) != nullptr;
+}
+
 /// Takes a reply that has arrived out of the SFTP session's queue; null when it has not.
 Message takeArrived(sftp_session sftp, std::uint32_t id) noexcept
 {
-    for (sftp_request_queue* place = &sftp->queue; *place != nullptr; place = &(*place)->next) {
-        const sftp_request_queue entry = *place;
-        if (entry->message->id == id) {
-            Message message(entry->message);
-            *place = entry->next;
-            std::free(entry); // NOLINT(cppcoreguidelines-no-malloc)
-            return message;
-        }
+    sftp_request_queue* const place = findArrived(sftp, id);
+    const sftp_request_queue entry = *place;
+    if (entry == nullptr) {
+        return nullptr;
     }
-    return nullptr;
+    Message message(entry->message);
+    *place = entry->next;
+    std::free(entry); // NOLINT(cppcoreguidelines-no-malloc)
+    return message;
+}
+
+/// Lets libssh read for a file without a trace in it.
+class UntouchedFile
+{
+public:
+    explicit UntouchedFile(sftp_file file) noexcept
+        : file_(file)
+        , before_(*file)
+    {
+        // At its end, libssh reads nothing.
+        file_->eof = 0;
+    }
+
+    UntouchedFile(const UntouchedFile&) = delete;
+    UntouchedFile& operator=(const UntouchedFile&) = delete;
+
+    ~UntouchedFile()
+    {
+        file_->offset = before_.offset;
+        file_->eof = before_.eof;
+        file_->nonblocking = before_.nonblocking;
+    }
+
+private:
+    sftp_file file_;
+    sftp_file_struct before_;
+};
+
+/// Waits until replies arrive and reads them into the queue. libssh reads only while it waits for
+/// one; it is told to wait for one that nobody asked for, but not to block, so it takes none out.
+bool readArrivals(sftp_file file) noexcept
+{
+    if (ssh_channel_poll_timeout(file->sftp->channel, noTimeLimit, 0) <= 0) {
+        return false;
+    }
+    const UntouchedFile untouched(file);
+    file->nonblocking = 1;
+    char nothing = 0;
+    return sftp_async_read(file, &nothing, 0, noRequest) == SSH_AGAIN;
+}
+
+/// Waits for a reply and leaves it in the queue. False: the connection is lost.
+bool awaitArrival(sftp_file file, std::uint32_t id) noexcept
+{
+    bool canRead = true;
+    while (canRead && !hasArrived(file->sftp, id)) {
+        canRead = readArrivals(file);
+    }
+    return hasArrived(file->sftp, id);
 }
 
 /// What is left of a reply after its identifier.
@@ -69,6 +136,30 @@ private:
     const unsigned char* bytes_;
     std::size_t size_;
 };
+
+std::optional<std::uint32_t> statusOf(const sftp_message_struct& message) noexcept
+{
+    const Payload payload(message);
+    return message.packet_type == statusPacket && payload.hasNumber()
+               ? std::optional(payload.number())
+               : std::nullopt;
+}
+
+/// Has libssh record the text of a bad status that is in the queue. It does so for a reply that it
+/// has waited for, and always reads another one first. So one more is asked for.
+void recordText(sftp_file file, std::uint32_t id) noexcept
+{
+    const UntouchedFile untouched(file);
+    const int another = sftp_async_read_begin(file, 1);
+    if (another < 0) {
+        return;
+    }
+    char nothing = 0;
+    static_cast<void>(sftp_async_read(file, &nothing, 0, id));
+    if (awaitArrival(file, static_cast<std::uint32_t>(another))) {
+        takeArrived(file->sftp, static_cast<std::uint32_t>(another));
+    }
+}
 
 int takeStatus(sftp_file file, std::uint32_t status) noexcept
 {
@@ -125,6 +216,20 @@ int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id
         file->eof = eofBefore;
     }
     return result;
+}
+
+std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id) noexcept
+{
+    if (!awaitArrival(file, id)) {
+        return std::nullopt;
+    }
+    const auto status = statusOf(*(*findArrived(file->sftp, id))->message);
+    if (status && *status != SSH_FX_OK) {
+        recordText(file, id);
+    }
+    // Where libssh has not taken it.
+    takeArrived(file->sftp, id);
+    return status;
 }
 
 } // namespace Tarnis

@@ -3,6 +3,7 @@
 #include <libssh/sftp.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace Tarnis {
 
@@ -16,5 +17,10 @@ namespace Tarnis {
 ///
 /// \param size as it was asked for.
 int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept;
+
+/// Waits for the status that answers a request on the file, and has libssh record the text of a bad
+/// one as the session's last error; a good one leaves that alone. Neither the file's position nor
+/// its end changes. Empty: the reply was no status, or it did not come.
+std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id) noexcept;
 
 } // namespace Tarnis

@@ -10,8 +10,6 @@ namespace Tarnis {
 namespace {
 
 constexpr std::uint8_t writePacket = 6;
-// As the status of no request.
-constexpr int noStatus = -1;
 
 /// Puts one field after the other into a packet.
 class PacketWriter
@@ -100,11 +98,7 @@ std::optional<std::uint32_t> sendWrite(sftp_file file, std::uint64_t offset, con
 
 bool collectWrite(sftp_file file, std::uint32_t id) noexcept
 {
-    char nothing = 0;
-    file->sftp->errnum = noStatus;
-    // The only function that waits for a reply takes a good status for an error. So what counts is
-    // the status itself, which a failure to read the reply leaves alone or sets to an error.
-    return collectRead(file, &nothing, 0, id) < 0 && file->sftp->errnum == SSH_FX_OK;
+    return collectStatus(file, id) == static_cast<std::uint32_t>(SSH_FX_OK);
 }
 
 } // namespace Tarnis

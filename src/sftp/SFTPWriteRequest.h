@@ -21,6 +21,7 @@ std::optional<std::uint32_t> sendWrite(sftp_file file, std::uint64_t offset, con
                                        std::uint32_t size, std::vector<char>& packet);
 
 /// Waits for the reply to such a request. False: the server refused, or the reply did not come.
+/// Only then has the session a new last error.
 bool collectWrite(sftp_file file, std::uint32_t id) noexcept;
 
 } // namespace Tarnis

@@ -16,6 +16,14 @@ using FileSystem::StorageSystemFileOpenModeFlag;
 
 namespace {
 
+/// The handle, or an invalid one in the place of none.
+std::shared_ptr<SSHHandleSFTPSessionFile>
+orInvalid(std::shared_ptr<SSHHandleSFTPSessionFile>&& file)
+{
+    return file != nullptr ? std::move(file)
+                           : std::make_shared<SSHHandleSFTPSessionFile>(nullptr, nullptr);
+}
+
 struct ReadRequest
 {
     std::uint32_t id;
@@ -44,7 +52,7 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
                                              const std::string& fileId,
                                              Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                                              const SSHFileSystemSFTP& fileSystem)
-    : file_(std::move(file))
+    : file_(orInvalid(std::move(file)))
     , fileSystem_(fileSystem)
     , fileId_(fileId)
     , mode_(mode)
@@ -56,9 +64,6 @@ SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()
 {
     // It collects what is under way, so it goes while the file is open.
     setBulkTransfer(nullptr);
-    if (file_ == nullptr) {
-        return;
-    }
     try {
         file_->deleteMe();
     } catch (...) {

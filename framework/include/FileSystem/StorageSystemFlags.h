@@ -8,7 +8,8 @@ namespace FileSystem {
 
 /// What stands at a path. A symbolic link has the bits SymbolicLink and Regular, whatever it points
 /// to. A pipe, a socket or a device has none of the bits that make it a file, a directory or a link
-/// alone: see isRegularFile(), isDirectory() and isSymbolicLink().
+/// alone: see isRegularFile(), isDirectory() and isSymbolicLink(). With one exception: over SFTP, a
+/// block device passes for a directory, with whose type bit it is sent.
 enum class StorageSystemFileTypeFlag : std::uint32_t
 {
     Regular = 1,

@@ -2,12 +2,14 @@
 
 #include "fakes/LibsshMock.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
+#include "util/Background.h"
 
 #include <FileSystem/HandleFatalError.h>
 
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 
 #include <fcntl.h>
 
@@ -16,6 +18,7 @@ using Tarnis::makeChildHandle;
 using Tarnis::SSHHandleSession;
 using Tarnis::SSHHandleSFTPSession;
 using Tarnis::SSHHandleSFTPSessionFile;
+using TarnisTest::Background;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
 using TarnisTest::fakeString;
@@ -132,6 +135,72 @@ TEST_F(SftpHandle, AFileThatGoesWithItsSessionAsksTheServerForNothing)
     session.retireChildren();
     EXPECT_EQ(handleWhenClosed, nullptr);
     EXPECT_FALSE(opened->isValid());
+}
+
+TEST_F(SftpHandle, AFileIsCommittedWhenTheServerConfirmsThatItIsClosed)
+{
+    const auto opened = openFile();
+    EXPECT_CALL(libssh, ssh_set_blocking).Times(0);
+    EXPECT_CALL(libssh, sftp_close(&file)).WillOnce(Return(SSH_OK));
+    EXPECT_TRUE(opened->commit());
+    EXPECT_NE(file.handle, nullptr);
+    EXPECT_FALSE(opened->isValid());
+    EXPECT_EQ(opened->getResource(), nullptr);
+    EXPECT_TRUE(handle->isValid());
+    EXPECT_TRUE(opened->commit());
+    opened->deleteMe();
+    EXPECT_TRUE(opened->commit());
+    ::testing::Mock::VerifyAndClearExpectations(&libssh);
+}
+
+TEST_F(SftpHandle, AFileIsNotCommittedWhenTheServerRefusesToCloseIt)
+{
+    for (const int answer : {SSH_ERROR, SSH_AGAIN}) {
+        const auto opened = openFile();
+        EXPECT_CALL(libssh, sftp_close(&file)).WillOnce(Return(answer));
+        EXPECT_FALSE(opened->commit());
+        EXPECT_FALSE(opened->isValid());
+        EXPECT_FALSE(opened->commit());
+        opened->deleteMe();
+    }
+}
+
+TEST_F(SftpHandle, AFileIsNotCommittedOnceItWasClosed)
+{
+    const auto opened = openFile();
+    EXPECT_CALL(libssh, sftp_close(&file)).Times(1);
+    opened->invalidate();
+    EXPECT_FALSE(opened->commit());
+}
+
+TEST_F(SftpHandle, AFileWhoseSessionHasEndedIsNotCommittedAndAsksForNothing)
+{
+    const auto opened = openFile();
+    session.retireChildren();
+    EXPECT_CALL(libssh, sftp_close).Times(0);
+    EXPECT_FALSE(opened->commit());
+}
+
+TEST_F(SftpHandle, AFileThatCannotBeCommittedIsInvalidAllTheSame)
+{
+    const auto opened = openFile();
+    EXPECT_CALL(libssh, sftp_close(&file)).WillOnce(::testing::Throw(std::runtime_error("broken")));
+    EXPECT_THROW(opened->commit(), std::runtime_error);
+    EXPECT_FALSE(opened->isValid());
+    EXPECT_FALSE(opened->commit());
+}
+
+TEST_F(SftpHandle, AFileIsCommittedUnderTheLock)
+{
+    const auto opened = openFile();
+    std::unique_ptr<Background> other;
+    EXPECT_CALL(libssh, sftp_close(&file)).WillOnce([&](auto...) {
+        other = std::make_unique<Background>([this] { handle->getLock(); });
+        EXPECT_TRUE(other->isHeldUp());
+        return SSH_OK;
+    });
+    EXPECT_TRUE(opened->commit());
+    EXPECT_TRUE(other->ends());
 }
 
 TEST_F(SftpHandle, AFileThatWasAbandonedTwiceIsAbandonedOnce)

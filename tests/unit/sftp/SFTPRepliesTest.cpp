@@ -1,21 +1,24 @@
 #include "sftp/SFTPReplies.h"
 
+#include "sftp/ReplyFixture.h"
 #include "sftp/SFTPWriteRequest.h"
-#include "sftp/SftpFixture.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <map>
 #include <string>
 #include <vector>
 
 using Tarnis::canSendWrites;
-using Tarnis::collectRead;
+using Tarnis::collectStatus;
 using Tarnis::collectWrite;
 using Tarnis::sendWrite;
+using TarnisTest::dataPacket;
 using TarnisTest::fakeChannel;
-using TarnisTest::fakeString;
-using TarnisTest::SftpFixture;
+using TarnisTest::namePacket;
+using TarnisTest::number;
+using TarnisTest::ReplyFixture;
+using TarnisTest::statusPacket;
+using TarnisTest::text;
+using ::testing::InSequence;
+using ::testing::Ne;
 using ::testing::Return;
 
 namespace {
@@ -23,88 +26,11 @@ namespace {
 // In here, since the name is reserved outside.
 using ::testing::_;
 
-constexpr std::uint8_t statusPacket = 101;
-constexpr std::uint8_t dataPacket = 103;
-constexpr std::uint8_t namePacket = 104;
-
-std::string number(std::uint32_t value)
-{
-    std::string bytes;
-    for (unsigned shift = 32; shift > 0;) {
-        shift -= 8;
-        bytes.push_back(static_cast<char>(value >> shift));
-    }
-    return bytes;
-}
-
-std::string text(const std::string& bytes)
-{
-    return number(static_cast<std::uint32_t>(bytes.size())) + bytes;
-}
-
 /// Replies that arrived while others were waited for.
-class SftpReplies : public SftpFixture
+class SftpReplies : public ReplyFixture
 {
 protected:
-    SftpReplies()
-    {
-        ON_CALL(libssh, ssh_buffer_get).WillByDefault([this](ssh_buffer payload) {
-            return static_cast<void*>(payloads.at(payload).data());
-        });
-        ON_CALL(libssh, ssh_buffer_get_len).WillByDefault([this](ssh_buffer payload) {
-            return static_cast<std::uint32_t>(payloads.at(payload).size());
-        });
-        file.offset = 1'000;
-    }
-
-    ~SftpReplies() override
-    {
-        for (const std::uint32_t id : ids) {
-            if (isQueued(id)) {
-                collect(id);
-            }
-        }
-    }
-
-    /// Puts a reply into the queue, as libssh does.
-    void arrived(std::uint32_t id, std::uint8_t type, const std::string& payload)
-    {
-        ids.push_back(id);
-        auto* const message =
-            static_cast<sftp_message>(std::calloc(1, sizeof(sftp_message_struct)));
-        message->sftp = &sftp;
-        message->id = id;
-        message->packet_type = type;
-        message->payload = reinterpret_cast<ssh_buffer>(message);
-        payloads[message->payload] = payload;
-        auto* const place =
-            static_cast<sftp_request_queue>(std::calloc(1, sizeof(sftp_request_queue_struct)));
-        place->message = message;
-        sftp_request_queue* end = &sftp.queue;
-        while (*end != nullptr) {
-            end = &(*end)->next;
-        }
-        *end = place;
-    }
-
-    int collect(std::uint32_t id, std::uint32_t size = 8)
-    {
-        return collectRead(&file, buffer, size, id);
-    }
-
-    bool isQueued(std::uint32_t id) const
-    {
-        for (auto place = sftp.queue; place != nullptr; place = place->next) {
-            if (place->message->id == id) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-    std::vector<std::uint32_t> ids;
-    std::map<ssh_buffer, std::string> payloads;
-    char buffer[16] = {};
+    SftpReplies() { file.offset = 1'000; }
 };
 
 class SftpWriteRequest : public SftpReplies
@@ -243,33 +169,126 @@ TEST_F(SftpWriteRequest, ThatLeavesInPartHasFailed)
 
 TEST_F(SftpWriteRequest, IsWrittenWhenTheStatusSaysSo)
 {
-    EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 7)).WillOnce([this](auto...) {
-        sftp.errnum = SSH_FX_OK;
-        return SSH_ERROR;
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout(fakeChannel(), -1, 0)).WillOnce(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 0)).WillOnce([this](auto...) {
+        arrived(7, statusPacket, number(SSH_FX_OK));
+        return SSH_AGAIN;
     });
     EXPECT_TRUE(collectWrite(&file, 7));
     arrived(8, statusPacket, number(SSH_FX_OK));
     EXPECT_TRUE(collectWrite(&file, 8));
+    EXPECT_EQ(sftp.queue, nullptr);
+}
+
+TEST_F(SftpWriteRequest, IsWrittenWithoutATextThatSaysSo)
+{
+    // libssh records the status that it waits for itself, also a good one.
+    EXPECT_CALL(libssh, sftp_async_read(_, _, _, Ne(0U))).Times(0);
+    EXPECT_CALL(libssh, sftp_async_read_begin).Times(0);
+    arrived(7, statusPacket, number(SSH_FX_OK) + text("Success") + text("en"));
+    EXPECT_TRUE(collectWrite(&file, 7));
+}
+
+TEST_F(SftpWriteRequest, IsAwaitedThroughRepliesToOthers)
+{
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout).Times(2).WillRepeatedly(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 0))
+        .WillOnce([this](auto...) {
+            arrived(6, statusPacket, number(SSH_FX_FAILURE));
+            return SSH_AGAIN;
+        })
+        .WillOnce([this](auto...) {
+            arrived(8, dataPacket, text("data"));
+            arrived(7, statusPacket, number(SSH_FX_OK));
+            return SSH_AGAIN;
+        });
+    EXPECT_TRUE(collectWrite(&file, 7));
+    EXPECT_TRUE(isQueued(6));
+    EXPECT_TRUE(isQueued(8));
+}
+
+TEST_F(SftpWriteRequest, IsAwaitedWithoutATraceInTheFile)
+{
+    file.eof = 1;
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout).WillOnce(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read).WillOnce([this](sftp_file asked, auto...) {
+        EXPECT_EQ(asked->nonblocking, 1);
+        EXPECT_EQ(asked->eof, 0);
+        asked->offset = 0;
+        arrived(7, statusPacket, number(SSH_FX_OK));
+        return SSH_AGAIN;
+    });
+    EXPECT_TRUE(collectWrite(&file, 7));
+    EXPECT_EQ(file.nonblocking, 0);
+    EXPECT_EQ(file.eof, 1);
+    EXPECT_EQ(file.offset, 1'000U);
 }
 
 TEST_F(SftpWriteRequest, IsNotWrittenWhenNoStatusCame)
 {
     // libssh does not always note that the connection broke.
     sftp.errnum = SSH_FX_OK;
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout)
+        .WillOnce(Return(SSH_ERROR))
+        .WillOnce(Return(SSH_EOF))
+        .WillOnce(Return(0))
+        .WillOnce(Return(1));
     EXPECT_CALL(libssh, sftp_async_read).WillOnce(Return(SSH_ERROR));
-    EXPECT_FALSE(collectWrite(&file, 7));
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        EXPECT_FALSE(collectWrite(&file, 7)) << attempt;
+    }
 }
 
-TEST_F(SftpWriteRequest, IsNotWrittenWhenTheStatusIsAnError)
+TEST_F(SftpWriteRequest, IsWrittenWhenTheConnectionBrokeAfterTheStatus)
+{
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout).WillOnce(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read).WillOnce([this](auto...) {
+        arrived(7, statusPacket, number(SSH_FX_OK));
+        return SSH_ERROR;
+    });
+    EXPECT_TRUE(collectWrite(&file, 7));
+}
+
+TEST_F(SftpWriteRequest, IsNotWrittenWhenTheStatusIsAnErrorWhichLibsshRecords)
 {
     for (const std::uint32_t status : {1U, 4U, 12U}) {
         arrived(7, statusPacket, number(status));
+        const InSequence inThisOrder;
+        // libssh reads one more reply before it looks for the one it is to wait for.
+        EXPECT_CALL(libssh, sftp_async_read_begin(&file, 1)).WillOnce([](sftp_file asked, auto...) {
+            asked->offset += 1;
+            return 9;
+        });
+        EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 7))
+            .WillOnce([this](sftp_file asked, auto...) {
+                EXPECT_EQ(asked->nonblocking, 0);
+                arrived(9, statusPacket, number(SSH_FX_PERMISSION_DENIED));
+                return collect(7);
+            });
         EXPECT_FALSE(collectWrite(&file, 7)) << status;
+        EXPECT_EQ(sftp.queue, nullptr);
+        EXPECT_EQ(file.offset, 1'000U);
+        EXPECT_EQ(file.eof, 0);
     }
+}
+
+TEST_F(SftpWriteRequest, IsNotWrittenWhenTheStatusIsAnErrorAndTheConnectionBroke)
+{
+    arrived(7, statusPacket, number(SSH_FX_FAILURE));
+    EXPECT_CALL(libssh, sftp_async_read_begin).WillOnce(Return(-1)).WillOnce(Return(9));
+    EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 8)).WillOnce(Return(SSH_ERROR));
+    EXPECT_FALSE(collectWrite(&file, 7));
+    EXPECT_EQ(sftp.queue, nullptr);
+    arrived(8, statusPacket, number(SSH_FX_FAILURE));
+    EXPECT_FALSE(collectWrite(&file, 8));
+    EXPECT_EQ(sftp.queue, nullptr);
 }
 
 TEST_F(SftpWriteRequest, IsNotWrittenWhenTheReplyIsNoStatus)
 {
     arrived(7, dataPacket, text(""));
-    EXPECT_FALSE(collectWrite(&file, 7));
+    arrived(8, statusPacket, "");
+    EXPECT_FALSE(collectStatus(&file, 7).has_value());
+    EXPECT_FALSE(collectWrite(&file, 8));
+    EXPECT_EQ(sftp.queue, nullptr);
 }

@@ -1,18 +1,19 @@
+#include "sftp/ReplyFixture.h"
 #include "sftp/SFTPBulkTransfer.h"
-#include "sftp/SftpFixture.h"
 
 #include <FileSystem/HandleFatalError.h>
 
 #include <algorithm>
-#include <cstring>
-#include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 using FileSystem::handle_fatal_error;
 using FileSystem::StorageSystemFileOpenModeFlag;
 using Tarnis::SFTPBulkTransfer;
-using TarnisTest::SftpFixture;
+using TarnisTest::number;
+using TarnisTest::ReplyFixture;
+using TarnisTest::statusPacket;
 using ::testing::Return;
 
 namespace {
@@ -23,7 +24,7 @@ using ::testing::_;
 constexpr std::size_t largest = 256'000;
 
 /// A server with one file, which takes write requests.
-class SftpWriteBehind : public SftpFixture
+class SftpWriteBehind : public ReplyFixture
 {
 protected:
     SftpWriteBehind()
@@ -32,9 +33,14 @@ protected:
     {
         ON_CALL(libssh, ssh_string_len).WillByDefault(Return(handleText.size()));
         ON_CALL(libssh, ssh_string_data).WillByDefault(Return(handleText.data()));
-        ON_CALL(libssh, sftp_async_read_begin).WillByDefault([](sftp_file at, std::uint32_t) {
-            ++at->sftp->id_counter;
-            return -1;
+        ON_CALL(libssh, sftp_async_read_begin).WillByDefault([this](sftp_file at, std::uint32_t) {
+            const std::uint32_t id = ++at->sftp->id_counter;
+            if (at->sftp->channel == nullptr) {
+                return -1;
+            }
+            underWay.insert(id);
+            reads.insert(id);
+            return static_cast<int>(id);
         });
         ON_CALL(libssh, ssh_channel_write)
             .WillByDefault([this](ssh_channel, const void* packet, std::uint32_t size) {
@@ -42,10 +48,17 @@ protected:
             });
         ON_CALL(libssh, sftp_async_read)
             .WillByDefault([this](sftp_file at, void*, std::uint32_t, std::uint32_t id) {
-                EXPECT_EQ(underWay.erase(id), 1U);
-                at->sftp->errnum = ++answers == failsAt ? SSH_FX_FAILURE : SSH_FX_OK;
-                return SSH_ERROR;
+                answerOldest();
+                if (at->nonblocking != 0) {
+                    return SSH_AGAIN;
+                }
+                const int result = collect(id);
+                recorded.push_back(at->sftp->errnum);
+                return result;
             });
+        ON_CALL(libssh, ssh_channel_poll_timeout).WillByDefault([this](auto...) {
+            return underWay.empty() ? SSH_ERROR : 1;
+        });
         ON_CALL(libssh, sftp_write)
             .WillByDefault([this](sftp_file at, const void* data, std::size_t size) {
                 ++plainWrites;
@@ -74,6 +87,20 @@ protected:
         return static_cast<int>(size);
     }
 
+    /// Nothing but writes is allowed.
+    std::uint32_t statusFor(std::uint32_t id)
+    {
+        return reads.erase(id) == 1 || ++answers == failsAt ? SSH_FX_FAILURE : SSH_FX_OK;
+    }
+
+    void answerOldest()
+    {
+        ASSERT_FALSE(underWay.empty());
+        const std::uint32_t id = *underWay.begin();
+        underWay.erase(id);
+        arrived(id, statusPacket, number(statusFor(id)));
+    }
+
     void store(std::uint64_t offset, const char* data, std::size_t size)
     {
         stored.resize(std::max<std::size_t>(stored.size(), offset + size));
@@ -98,6 +125,9 @@ protected:
     std::string handleText{"handle"};
     std::string stored;
     std::set<std::uint32_t> underWay;
+    std::set<std::uint32_t> reads;
+    /// The statuses that libssh made texts of.
+    std::vector<int> recorded;
     std::size_t mostUnderWay = 0;
     std::size_t longest = 0;
     std::size_t plainCap = ~std::size_t{0};
@@ -119,6 +149,8 @@ TEST_F(SftpWriteBehind, SendsEveryByteInCarefulPiecesSeveralAtATime)
     EXPECT_EQ(mostUnderWay, 16U);
     EXPECT_TRUE(underWay.empty());
     EXPECT_EQ(plainWrites, 0);
+    EXPECT_TRUE(recorded.empty());
+    EXPECT_EQ(sftp.queue, nullptr);
 }
 
 TEST_F(SftpWriteBehind, StartsWhereItIsTold)
@@ -147,6 +179,8 @@ TEST_F(SftpWriteBehind, TellsALateFailure)
     EXPECT_TRUE(transfer.write(content.data(), content.size()));
     EXPECT_FALSE(transfer.finish());
     EXPECT_TRUE(underWay.empty());
+    EXPECT_EQ(recorded, std::vector<int>{SSH_FX_FAILURE});
+    EXPECT_EQ(sftp.queue, nullptr);
 }
 
 TEST_F(SftpWriteBehind, StopsSendingAfterAFailure)

@@ -8,9 +8,16 @@
 
 using FileSystem::handle_fatal_error;
 using FileSystem::StorageSystemFileOpenModeFlag;
+using Tarnis::SSHFileSystemSFTP;
+using Tarnis::SSHFileSystemSFTPFile;
+using TarnisTest::Broken;
+using TarnisTest::fakeSession;
+using TarnisTest::recordBroken;
 using TarnisTest::SftpFixture;
+using ::testing::AnyNumber;
 using ::testing::InSequence;
 using ::testing::Return;
+using ::testing::Throw;
 
 namespace {
 
@@ -24,13 +31,49 @@ class SftpOpenFile : public SftpFixture
 {
 protected:
     SftpOpenFile()
-        : opened(openFile(), "/a/file", StorageSystemFileOpenModeFlag::Read, files)
+        : fileHandle(openFile())
+        , opened(std::shared_ptr<Tarnis::SSHHandleSFTPSessionFile>(fileHandle), "/a/file",
+                 StorageSystemFileOpenModeFlag::Read, files)
     {
-        EXPECT_CALL(libssh, sftp_close).Times(::testing::AnyNumber());
+        EXPECT_CALL(libssh, sftp_close).Times(AnyNumber());
     }
 
-    Tarnis::SSHFileSystemSFTPFile opened;
+    void expectEveryRequestThrowsBroken()
+    {
+        EXPECT_THROW(opened.seek(0), Broken);
+        EXPECT_THROW(opened.tell(), Broken);
+        EXPECT_THROW(opened.read(buffer.data(), 1), Broken);
+        EXPECT_THROW(opened.write(buffer.data(), 1), Broken);
+    }
+
+    std::shared_ptr<Tarnis::SSHHandleSFTPSessionFile> fileHandle;
+    SSHFileSystemSFTPFile opened;
     std::string buffer = std::string(4 * package, '.');
+};
+
+class SftpFileSystemFile : public SftpFixture
+{};
+
+/// A file whose file system can lose its SFTP session alone: that is another one than the file's.
+class SftpFileElsewhere : public SftpFixture
+{
+protected:
+    SftpFileElsewhere()
+        : elsewhere(makeFileSystem())
+        , opened(openFile(), "/f", StorageSystemFileOpenModeFlag::Read, elsewhere)
+    {}
+
+    SSHFileSystemSFTP makeFileSystem()
+    {
+        otherSftp.session = fakeSession();
+        return SSHFileSystemSFTP(
+            Tarnis::makeChildHandle<Tarnis::SSHHandleSFTPSession>(session, &otherSftp));
+    }
+
+    sftp_session_struct otherSftp{};
+    SSHFileSystemSFTP elsewhere;
+    SSHFileSystemSFTPFile opened;
+    std::string buffer = std::string(2 * package, '.');
 };
 
 } // namespace
@@ -55,6 +98,64 @@ TEST_F(SftpOpenFile, IsClosedWhenItGoes)
     EXPECT_CALL(libssh, sftp_open).WillOnce(Return(another.get()));
     EXPECT_CALL(libssh, sftp_close(another.get())).Times(1);
     EXPECT_NE(files.fileOpen("/b", StorageSystemFileOpenModeFlag::Read), nullptr);
+}
+
+TEST_F(SftpOpenFile, ThatCannotBeClosedGoesInSilence)
+{
+    auto another = std::make_unique<sftp_file_struct>(file);
+    EXPECT_CALL(libssh, sftp_open).WillOnce(Return(another.get()));
+    EXPECT_CALL(libssh, sftp_close(another.get())).WillOnce(Throw(Broken()));
+    auto leaving = files.fileOpen("/b", StorageSystemFileOpenModeFlag::Read);
+    ASSERT_NE(leaving, nullptr);
+    EXPECT_NO_THROW(leaving.reset());
+}
+
+TEST_F(SftpOpenFile, WhoseHandleIsBrokenTellsSoInEveryRequest)
+{
+    EXPECT_CALL(libssh, sftp_seek64).Times(0);
+    EXPECT_CALL(libssh, sftp_tell64).Times(0);
+    EXPECT_CALL(libssh, sftp_async_read_begin).Times(0);
+    EXPECT_CALL(libssh, sftp_write).Times(0);
+    recordBroken(*fileHandle);
+    expectEveryRequestThrowsBroken();
+    EXPECT_TRUE(opened.isValid());
+    EXPECT_FALSE(opened.error());
+}
+
+TEST_F(SftpOpenFile, WhoseHandleBreaksDuringARequestTellsSoAfterIt)
+{
+    EXPECT_CALL(libssh, sftp_write).WillOnce([this](auto...) {
+        recordBroken(*fileHandle);
+        return 1;
+    });
+    EXPECT_THROW(opened.write(buffer.data(), 1), Broken);
+    expectEveryRequestThrowsBroken();
+}
+
+TEST_F(SftpOpenFile, IsValidAsItsFileSystemIsWhateverBecameOfItsHandle)
+{
+    fileHandle->invalidate();
+    EXPECT_TRUE(opened.isValid());
+    EXPECT_FALSE(opened.error());
+    EXPECT_FALSE(opened.eof());
+    EXPECT_THROW(opened.seek(0), handle_fatal_error);
+    EXPECT_THROW(opened.tell(), handle_fatal_error);
+    EXPECT_THROW(opened.read(buffer.data(), 1), handle_fatal_error);
+    EXPECT_THROW(opened.write(buffer.data(), 1), handle_fatal_error);
+}
+
+TEST_F(SftpOpenFile, LeavesTheSessionsModeAlone)
+{
+    EXPECT_CALL(libssh, ssh_set_blocking).Times(0);
+    EXPECT_CALL(libssh, sftp_async_read_begin).WillRepeatedly(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read).WillRepeatedly(Return(1));
+    EXPECT_CALL(libssh, sftp_write).WillRepeatedly(Return(1));
+    EXPECT_TRUE(opened.seek(0));
+    EXPECT_EQ(opened.tell(), 0U);
+    EXPECT_EQ(opened.read(buffer.data(), 2 * package), 2U);
+    EXPECT_EQ(opened.write(buffer.data(), 2), 2U);
+    fileHandle->deleteMe();
+    ::testing::Mock::VerifyAndClearExpectations(&libssh);
 }
 
 TEST_F(SftpOpenFile, ReadsNothingWithoutARequest)
@@ -153,6 +254,41 @@ TEST_F(SftpOpenFile, WritesNothingWhenALaterPackageFails)
 {
     EXPECT_CALL(libssh, sftp_write).WillOnce(Return(writePackage)).WillOnce(Return(-1));
     EXPECT_EQ(opened.write(buffer.data(), 3 * writePackage), 0U);
+    EXPECT_FALSE(opened.error());
+    EXPECT_TRUE(opened.isValid());
+}
+
+TEST_F(SftpFileElsewhere, IsInvalidAsItsFileSystemIsThoughItsHandleIsNot)
+{
+    EXPECT_TRUE(opened.isValid());
+    elsewhere.abort();
+    EXPECT_FALSE(opened.isValid());
+    EXPECT_TRUE(opened.error());
+    EXPECT_TRUE(opened.seek(0));
+}
+
+TEST_F(SftpFileElsewhere, AsksForThePackageOfEveryWrite)
+{
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, sftp_write(&file, _, writePackage)).WillOnce([this](auto...) {
+        elsewhere.abort();
+        return static_cast<ssize_t>(writePackage);
+    });
+    // Without a session, the file system has no package.
+    EXPECT_CALL(libssh, sftp_write(&file, _, 0)).WillOnce(Return(-1));
+    EXPECT_EQ(opened.write(buffer.data(), 2 * writePackage), 0U);
+}
+
+TEST_F(SftpFileElsewhere, AsksForThePackageOfAllReadsOnce)
+{
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, package)).WillOnce([this](auto...) {
+        elsewhere.abort();
+        return 1;
+    });
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, package)).WillOnce(Return(2));
+    EXPECT_CALL(libssh, sftp_async_read).Times(2).WillRepeatedly(Return(1));
+    EXPECT_EQ(opened.read(buffer.data(), 2 * package), 2U);
 }
 
 TEST_F(SftpOpenFile, SeeksAndTells)
@@ -186,6 +322,44 @@ TEST_F(SftpOpenFile, TellsOfItsFileSystemOnceThatHasEnded)
     EXPECT_THROW(opened.tell(), handle_fatal_error);
     EXPECT_THROW(opened.read(buffer.data(), 1), handle_fatal_error);
     EXPECT_THROW(opened.write(buffer.data(), 1), handle_fatal_error);
+}
+
+TEST_F(SftpFileSystemFile, WithoutAHandleIsAsOneWhoseSessionHasEnded)
+{
+    std::shared_ptr<Tarnis::SSHHandleSFTPSessionFile> none;
+    SSHFileSystemSFTPFile opened(std::move(none), "/a/file", StorageSystemFileOpenModeFlag::Write,
+                                 files);
+    char buffer[4] = {};
+    EXPECT_EQ(opened.fileId(), "/a/file");
+    EXPECT_EQ(opened.name(), "file");
+    EXPECT_EQ(opened.parentDirectoryId(), "/a");
+    EXPECT_EQ(opened.mode(), StorageSystemFileOpenModeFlag::Write);
+    EXPECT_EQ(&opened.fileSystem(), &files);
+    EXPECT_EQ(&opened.storageSystem(), &files);
+    EXPECT_TRUE(opened.isValid());
+    EXPECT_FALSE(opened.error());
+    EXPECT_FALSE(opened.eof());
+    EXPECT_THROW(opened.seek(0), handle_fatal_error);
+    EXPECT_THROW(opened.tell(), handle_fatal_error);
+    EXPECT_THROW(opened.read(buffer, 1), handle_fatal_error);
+    EXPECT_THROW(opened.write(buffer, 1), handle_fatal_error);
+    EXPECT_THROW(opened.readFully(buffer, 1), handle_fatal_error);
+    EXPECT_THROW(opened.writeFully(buffer, 1), handle_fatal_error);
+    EXPECT_EQ(opened.read(buffer, 0), 0U);
+    EXPECT_EQ(opened.write(buffer, 0), 0U);
+    // The path is the file system's business.
+    EXPECT_EQ(opened.size(), 0U);
+    EXPECT_EQ(opened.permissions().raw(), 0U);
+    EXPECT_EQ(opened.fileInfo().fileId, "/a/file");
+    EXPECT_EQ(opened.maxReadPackageSize(), package);
+    EXPECT_EQ(opened.maxWritePackageSize(), writePackage);
+}
+
+TEST_F(SftpFileSystemFile, WithoutAHandleIsNotCopied)
+{
+    SSHFileSystemSFTPFile from(nullptr, "/a", StorageSystemFileOpenModeFlag::Read, files);
+    SSHFileSystemSFTPFile to(nullptr, "/b", StorageSystemFileOpenModeFlag::Write, files);
+    EXPECT_THROW(from.copy(to), handle_fatal_error);
 }
 
 TEST_F(SftpOpenFile, ThrowsAfterItsFileSystemWasAborted)

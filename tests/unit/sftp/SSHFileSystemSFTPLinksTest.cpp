@@ -1,12 +1,19 @@
 #include "sftp/SftpFixture.h"
+#include "util/Background.h"
+
+#include <FileSystem/HandleFatalError.h>
 
 #include <cstring>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+using FileSystem::handle_fatal_error;
+using TarnisTest::Background;
 using TarnisTest::SftpFixture;
+using ::testing::AnyNumber;
 using ::testing::InSequence;
 using ::testing::Return;
 using ::testing::StrEq;
@@ -53,6 +60,18 @@ protected:
 
     bool stands(const std::string& path) const { return entries.count(path) == 1; }
 
+    /// Retires the session while a path is looked at, the `count`th time that one is.
+    void loseTheSessionAtLook(int count)
+    {
+        EXPECT_CALL(libssh, sftp_lstat).WillRepeatedly([this, count](sftp_session, const char*) {
+            if (++looks == count) {
+                session.retireChildren();
+            }
+            return looks > looksUntilTheLinkStands ? attributesOf(linkMode)
+                                                   : sftp_attributes{nullptr};
+        });
+    }
+
     /// What libssh makes of its arguments, and the server of what libssh sends.
     int symlink(const std::string& target, const std::string& link)
     {
@@ -90,6 +109,8 @@ protected:
     bool refuses = false;
     bool lies = false;
     int attempts = 0;
+    int looks = 0;
+    int looksUntilTheLinkStands = 3;
 };
 
 struct ServerKind
@@ -207,6 +228,72 @@ TEST_F(SftpLinks, AreNotMadeWhereTheDirectoryCannotBeRemoved)
     EXPECT_CALL(libssh, sftp_rmdir(_, StrEq("/link"))).WillRepeatedly(Return(SSH_ERROR));
     EXPECT_FALSE(link());
     EXPECT_EQ(attempts, 0);
+}
+
+TEST_F(SftpLinks, ThatAreRefusedLeaveNothingOfTheFileTheyWereToReplace)
+{
+    entries["/link"] = "";
+    refuses = true;
+    EXPECT_FALSE(link());
+    EXPECT_EQ(attempts, 1);
+    EXPECT_FALSE(stands("/link"));
+}
+
+TEST_F(SftpLinks, ThatAreRefusedLeaveNothingOfTheDirectoryTheyWereToReplace)
+{
+    bool removed = false;
+    EXPECT_CALL(libssh, sftp_lstat(_, StrEq("/target"))).Times(AnyNumber());
+    EXPECT_CALL(libssh, sftp_lstat(_, StrEq("/link"))).WillRepeatedly([&](auto...) {
+        return removed ? sftp_attributes{nullptr} : attributesOf(0040755);
+    });
+    EXPECT_CALL(libssh, sftp_opendir).WillRepeatedly(Return(&directory));
+    EXPECT_CALL(libssh, sftp_dir_eof).WillRepeatedly(Return(1));
+    EXPECT_CALL(libssh, sftp_rmdir(_, StrEq("/link"))).WillOnce([&removed](auto...) {
+        removed = true;
+        return SSH_OK;
+    });
+    refuses = true;
+    EXPECT_FALSE(link());
+    EXPECT_EQ(attempts, 1);
+    EXPECT_TRUE(removed);
+}
+
+TEST_F(SftpLinks, AreNotMadeWhenTheSessionEndsWhileTheirPathIsLookedAt)
+{
+    loseTheSessionAtLook(2);
+    EXPECT_THROW(link(), handle_fatal_error);
+    EXPECT_EQ(looks, 2);
+    EXPECT_EQ(attempts, 0);
+}
+
+TEST_F(SftpLinks, AreNotReadBackWhenTheSessionEndsOnceTheyWereMade)
+{
+    // Two looks at what stands there and one at the target come before the one at the link.
+    loseTheSessionAtLook(4);
+    EXPECT_CALL(libssh, sftp_readlink).Times(0);
+    EXPECT_THROW(link(), handle_fatal_error);
+    EXPECT_EQ(looks, 4);
+    EXPECT_EQ(attempts, 1);
+}
+
+TEST_F(SftpLinks, AreNotReadWhenTheSessionEndsBeforeTheirTurn)
+{
+    EXPECT_CALL(libssh, sftp_readlink).Times(0);
+    std::optional<std::string> target = "not read yet";
+    auto lock = handle->getLock();
+    const Background reading([&] {
+        try {
+            target = files.fileSymbolicLinkTarget("/link");
+        } catch (const handle_fatal_error&) {
+            // As it must, unless it was so late that it found the file system invalid.
+            target.reset();
+        }
+    });
+    EXPECT_TRUE(reading.isHeldUp());
+    session.retireChildren();
+    lock.reset();
+    ASSERT_TRUE(reading.ends());
+    EXPECT_EQ(target, std::nullopt);
 }
 
 TEST_F(SftpLinks, ThatOpenSshRefusesAreNotTriedTheOtherWayRound)

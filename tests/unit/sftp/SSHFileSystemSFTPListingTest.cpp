@@ -2,13 +2,16 @@
 
 #include <FileSystem/HandleFatalError.h>
 
+#include <functional>
 #include <regex>
 #include <string>
 #include <vector>
 
 using FileSystem::handle_fatal_error;
 using FileSystem::StorageSystemDirectoryFilterType;
+using TarnisTest::Broken;
 using TarnisTest::fakeString;
+using TarnisTest::recordBroken;
 using TarnisTest::SftpFixture;
 using ::testing::ElementsAre;
 using ::testing::InSequence;
@@ -61,6 +64,21 @@ protected:
             session.retireChildren();
             return entry(name);
         });
+    }
+
+    void expectSilenceOnceTheSessionIsLost(const std::function<void()>& list)
+    {
+        holds({"a", "b"});
+        const InSequence inThisOrder;
+        loseTheSessionAfter("a");
+        EXPECT_CALL(libssh, ssh_string_free(fakeString()));
+        ssh_string handleWhenClosed = fakeString();
+        EXPECT_CALL(libssh, sftp_closedir(&directory)).WillOnce([&](sftp_dir closed) {
+            handleWhenClosed = closed->handle;
+            return SSH_OK;
+        });
+        EXPECT_THROW(list(), handle_fatal_error);
+        EXPECT_EQ(handleWhenClosed, nullptr);
     }
 
     std::vector<sftp_attributes> entries;
@@ -182,6 +200,22 @@ TEST_F(SftpListing, DescribesEachEntry)
     EXPECT_EQ(brief[1].type.raw(), 17U);
 }
 
+TEST_F(SftpListing, AsksTheServerForNothingBeyondTheEntries)
+{
+    EXPECT_CALL(libssh, sftp_lstat).Times(0);
+    EXPECT_CALL(libssh, sftp_stat).Times(0);
+    EXPECT_CALL(libssh, sftp_readlink).Times(0);
+    EXPECT_CALL(libssh, sftp_opendir).Times(3);
+    // Three entries and the end, for each of the lists.
+    EXPECT_CALL(libssh, sftp_readdir).Times(3 * 4);
+    entries = {entry("file"), entry("link", 0120777), entry("sub", 0040755)};
+    EXPECT_EQ(files.directoryList("/d").size(), 3U);
+    next = 0;
+    EXPECT_EQ(files.directoryFileInfoList("/d").size(), 3U);
+    next = 0;
+    EXPECT_EQ(files.directoryListFileNames("/d").size(), 3U);
+}
+
 TEST_F(SftpListing, IsFilteredByWholeNames)
 {
     holds({"txt", "a.txt", "txt.a"});
@@ -237,17 +271,32 @@ TEST_F(SftpListing, OfWhatCannotBeOpenedIsEmpty)
 
 TEST_F(SftpListing, WhoseSessionEndsBetweenTwoEntriesAsksTheServerForNothing)
 {
-    holds({"a", "b"});
-    const InSequence inThisOrder;
-    loseTheSessionAfter("a");
-    EXPECT_CALL(libssh, ssh_string_free(fakeString()));
-    ssh_string handleWhenClosed = fakeString();
-    EXPECT_CALL(libssh, sftp_closedir(&directory)).WillOnce([&](sftp_dir closed) {
-        handleWhenClosed = closed->handle;
-        return SSH_OK;
+    expectSilenceOnceTheSessionIsLost([this] { files.directoryList("/d"); });
+}
+
+TEST_F(SftpListing, WithDescriptionsWhoseSessionEndsAsksTheServerForNothing)
+{
+    expectSilenceOnceTheSessionIsLost([this] { files.directoryFileInfoList("/d"); });
+}
+
+TEST_F(SftpListing, OfNamesWhoseSessionEndsAsksTheServerForNothing)
+{
+    expectSilenceOnceTheSessionIsLost([this] { files.directoryListFileNames("/d"); });
+}
+
+TEST_F(SftpListing, ThatIsToBeWholeWhoseSessionEndsAsksTheServerForNothing)
+{
+    expectSilenceOnceTheSessionIsLost([this] { files.directoryReadFully("/d"); });
+}
+
+TEST_F(SftpListing, WhoseHandleBreaksClosesTheDirectory)
+{
+    EXPECT_CALL(libssh, sftp_readdir).WillOnce([this](auto...) {
+        recordBroken(*handle);
+        return sftp_attributes{nullptr};
     });
-    EXPECT_THROW(files.directoryList("/d"), handle_fatal_error);
-    EXPECT_EQ(handleWhenClosed, nullptr);
+    EXPECT_CALL(libssh, sftp_closedir(&directory)).Times(1);
+    EXPECT_THROW(files.directoryList("/d"), Broken);
 }
 
 TEST_F(SftpListing, FiltersNoNameThatIsLongerThanAnyFileSystemTakes)

@@ -14,12 +14,15 @@ using FileSystem::handle_fatal_error;
 using FileSystem::PosixFilePermissionFlag;
 using FileSystem::StorageSystemFileOpenModeFlag;
 using Tarnis::SSHFileSystemSFTP;
+using TarnisTest::Broken;
 using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
+using TarnisTest::recordBroken;
 using TarnisTest::SftpFixture;
 using ::testing::InSequence;
 using ::testing::Return;
 using ::testing::StrEq;
+using ::testing::Throw;
 
 namespace {
 
@@ -153,6 +156,72 @@ TEST_F(SftpFileSystem, AbortsWhenItIsDestroyed)
         const SSHFileSystemSFTP another{std::shared_ptr<Tarnis::SSHHandleSFTPSession>(handle)};
     }
     EXPECT_FALSE(handle->isValid());
+}
+
+TEST_F(SftpFileSystem, ThatCannotAbortTellsAndIsWithoutASessionAllTheSame)
+{
+    EXPECT_CALL(libssh, ssh_is_blocking).WillOnce(Throw(Broken())).WillRepeatedly(Return(1));
+    EXPECT_THROW(files.abort(), Broken);
+    EXPECT_FALSE(files.isValid());
+    EXPECT_EQ(files.maxReadPackageSize(), 0U);
+}
+
+TEST_F(SftpFileSystem, ThatCannotAbortIsDestroyedInSilence)
+{
+    EXPECT_CALL(libssh, ssh_is_blocking).WillOnce(Throw(Broken())).WillRepeatedly(Return(1));
+    auto another =
+        std::make_unique<SSHFileSystemSFTP>(std::shared_ptr<Tarnis::SSHHandleSFTPSession>(handle));
+    EXPECT_NO_THROW(another.reset());
+}
+
+TEST_F(SftpFileSystem, WhoseHandleIsBrokenTellsSoInEveryOperation)
+{
+    recordBroken(*handle);
+    expectNoCalls();
+    EXPECT_TRUE(files.isValid());
+    EXPECT_THROW(files.fileRemove("/f"), Broken);
+    EXPECT_THROW(files.fileRenameAs("/f", "/g"), Broken);
+    EXPECT_THROW(files.fileSetPermissions("/f", permissions(0600)), Broken);
+    EXPECT_THROW(files.fileSetModTime("/f", {}), Broken);
+    EXPECT_THROW(files.directoryCreateAs("/d", true), Broken);
+    EXPECT_THROW(files.directoryCreateAs("/d", false), Broken);
+    EXPECT_THROW(files.directoryRemove("/d"), Broken);
+    EXPECT_THROW(files.fileOpen("/f", StorageSystemFileOpenModeFlag::Read), Broken);
+    EXPECT_THROW(files.fileInfo("/f"), Broken);
+    EXPECT_THROW(files.fileStorageInfo("/f"), Broken);
+    EXPECT_THROW(files.directoryList("/d"), Broken);
+    EXPECT_THROW(files.directoryFileInfoList("/d"), Broken);
+    EXPECT_THROW(files.directoryListFileNames("/d"), Broken);
+    EXPECT_THROW(files.fileSymbolicLinkTarget("/l"), Broken);
+    EXPECT_THROW(files.directorySymbolicLinkTarget("/l"), Broken);
+    EXPECT_THROW(files.fileSymbolicLinkCreateAs("t", "/l", false), Broken);
+    EXPECT_THROW(files.directorySymbolicLinkCreateAs("t", "/l", true), Broken);
+    EXPECT_THROW(files.fileSymbolicLinkRemove("/l"), Broken);
+    EXPECT_THROW(files.directorySymbolicLinkRemove("/l"), Broken);
+}
+
+TEST_F(SftpFileSystem, WhoseHandleBreaksDuringACallTellsSoAfterIt)
+{
+    EXPECT_CALL(libssh, sftp_unlink).WillOnce([this](auto...) {
+        recordBroken(*handle);
+        return SSH_OK;
+    });
+    EXPECT_THROW(files.fileRemove("/f"), Broken);
+}
+
+TEST_F(SftpFileSystem, WhoseSessionsHandleWasRetiredHasAnEmptyHostName)
+{
+    EXPECT_CALL(libssh, ssh_options_get).Times(0);
+    session.invalidate();
+    EXPECT_EQ(files.hostName(), "");
+    EXPECT_EQ(files.displayPath("/a/b"), ":/a/b");
+}
+
+TEST_F(SftpFileSystem, TellsThatItsSessionsHandleIsBrokenWhenAskedForTheHost)
+{
+    EXPECT_CALL(libssh, ssh_options_get).Times(0);
+    recordBroken(session);
+    EXPECT_THROW(files.hostName(), Broken);
 }
 
 TEST_F(SftpFileSystem, NamesTheHostOfItsSession)
@@ -293,6 +362,30 @@ TEST_F(SftpInfo, OfAMissingPathIsEmpty)
 {
     EXPECT_CALL(libssh, sftp_lstat).WillOnce(Return(nullptr));
     EXPECT_FALSE(files.fileInfo("/missing").has_value());
+}
+
+TEST_F(SftpVolume, IsNotToldWhenTheSessionEndsOnTheWay)
+{
+    EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/d/f"))).WillOnce(Return(nullptr));
+    EXPECT_CALL(libssh, sftp_stat(&sftp, StrEq("/d/f"))).WillOnce([this](auto...) {
+        session.retireChildren();
+        return sftp_attributes{nullptr};
+    });
+    EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/d"))).Times(0);
+    EXPECT_CALL(libssh, sftp_statvfs).Times(0);
+    EXPECT_THROW(files.fileStorageInfo("/d/f"), handle_fatal_error);
+}
+
+TEST_F(SftpVolume, IsNotToldWhenTheSessionEndsBeforeItIsAskedFor)
+{
+    const auto attributes = attributesOf(directoryMode);
+    EXPECT_CALL(libssh, sftp_lstat).WillOnce([&](auto...) {
+        session.retireChildren();
+        return attributes;
+    });
+    EXPECT_CALL(libssh, sftp_attributes_free(attributes)).Times(1);
+    EXPECT_CALL(libssh, sftp_statvfs).Times(0);
+    EXPECT_THROW(files.fileStorageInfo("/d"), handle_fatal_error);
 }
 
 TEST_F(SftpVolume, OfADirectoryIsAskedForThere)

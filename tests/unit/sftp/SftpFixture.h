@@ -11,11 +11,34 @@
 
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <initializer_list>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace TarnisTest {
+
+/// What recordBroken() records.
+struct Broken : std::runtime_error
+{
+    Broken()
+        : std::runtime_error("broken")
+    {}
+};
+
+/// Records a fatal error for a handle, which only handles themselves may.
+inline void recordBroken(FileSystem::HandleObjectCore& handle)
+{
+    struct Recorder : FileSystem::HandleObjectCore
+    {
+        using HandleObjectCore::recordFatalError;
+    };
+
+    constexpr void (FileSystem::HandleObjectCore::*record)(std::exception_ptr) =
+        &Recorder::recordFatalError;
+    (handle.*record)(std::make_exception_ptr(Broken()));
+}
 
 /// What libssh could have made. A base of its own, so that it outlives the handles.
 struct SftpObjects
