@@ -28,12 +28,19 @@ bool FileCopy::copyFile() const
         return false;
     }
     // The file is closed by now: what a system could not keep after all shows here.
-    if (task_.target.fileSize(partial.path()) != bytes || !setAttributes(partial.path()) ||
+    if (!isWhole(bytes) || task_.target.fileSize(partial.path()) != bytes || !setAttributes(partial.path()) ||
         !partial.publish(replaces())) {
         return false;
     }
     task_.progress.complete(bytes);
     return true;
+}
+
+/// An end that came before the known one is that of a file that has been cut since, or of an answer
+/// that was not true.
+bool FileCopy::isWhole(std::uint64_t bytes) const
+{
+    return bytes >= source_.size || task_.source.fileSize(sourcePath_) == bytes;
 }
 
 bool FileCopy::fill(PartialEntry& partial, std::uint64_t& bytes) const

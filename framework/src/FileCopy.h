@@ -25,6 +25,7 @@ public:
     bool copyLink() const;
 
 private:
+    bool isWhole(std::uint64_t bytes) const;
     bool fill(PartialEntry& partial, std::uint64_t& bytes) const;
     bool setAttributes(const std::string& path) const;
     bool replaces() const;

@@ -131,6 +131,7 @@ private:
     std::shared_ptr<SSHHandleSFTPSession> validHandle() const;
     std::optional<std::vector<FileSystem::StorageSystemFileInfo>>
     readDirectoryFully(const std::string& path) const;
+    std::optional<std::string> startDirectory() const;
     bool replaceByLink(const std::string& target, const std::string& linkPath) const;
 
     std::shared_ptr<SSHHandleSFTPSession> sftp_;

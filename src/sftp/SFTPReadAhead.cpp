@@ -17,6 +17,9 @@ constexpr std::uint32_t smallestRequest = 4'096;
 constexpr std::uint64_t mostUnderWay = std::uint64_t{16} * largestRequest;
 // Fits into the part of a channel's receive window that libssh keeps open at all times.
 constexpr std::uint64_t mostUnderWayBesideWriters = std::uint64_t{2} * largestRequest;
+// What a server nearby needs to be kept busy. More would fill libssh's buffers, which costs memory
+// traffic.
+constexpr std::uint64_t ampleUnderWay = std::uint64_t{3} * largestRequest;
 // As many short answers of one size in a row make a pattern.
 constexpr unsigned pattern = 3;
 
@@ -137,7 +140,8 @@ std::uint64_t SFTPReadAhead::collectNext(char* buffer, std::uint64_t size)
     const bool fits = request.length <= size;
     chunk_.resize(std::max<std::size_t>(chunk_.size(), fits ? 0 : request.length));
     char* const destination = fits ? buffer : chunk_.data();
-    const Reply reply = window_.watch([&] { return collect(request, destination); });
+    const Reply reply = window_.watch([&] { return collect(request, destination); },
+                                      bytesUnderWay_ >= ampleUnderWay);
     const std::uint32_t count = take(request, reply);
     if (fits) {
         return count;
@@ -179,7 +183,7 @@ SFTPReadAhead::Reply SFTPReadAhead::collect(const Request& request, char* destin
     return callLocked(*file_, [&request, destination](sftp_file file) {
         // Also forgets that the end was met, which another request may have.
         sftp_seek64(file, request.offset + request.length);
-        const int count = collectRead(file, destination, request.length, request.id);
+        const int count = collectReadDirectly(file, destination, request.length, request.id);
         return Reply{count, file->eof == 1};
     });
 }

@@ -145,6 +145,12 @@ std::optional<std::uint32_t> statusOf(const sftp_message_struct& message) noexce
                : std::nullopt;
 }
 
+bool isRefusal(const sftp_message_struct& message) noexcept
+{
+    const auto status = statusOf(message);
+    return status && *status != SSH_FX_EOF;
+}
+
 /// Has libssh record the text of a bad status that is in the queue. It does so for a reply that it
 /// has waited for, and always reads another one first. So one more is asked for.
 void recordText(sftp_file file, std::uint32_t id) noexcept
@@ -216,6 +222,17 @@ int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id
         file->eof = eofBefore;
     }
     return result;
+}
+
+int collectReadDirectly(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept
+{
+    if (awaitArrival(file, id) && isRefusal(*(*findArrived(file->sftp, id))->message)) {
+        recordText(file, id);
+        // Where libssh has not taken it.
+        takeArrived(file->sftp, id);
+        return SSH_ERROR;
+    }
+    return collectRead(file, data, size, id);
 }
 
 std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id) noexcept

@@ -18,6 +18,11 @@ namespace Tarnis {
 /// \param size as it was asked for.
 int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept;
 
+/// The same, for many bytes: has the reply arrive in the queue first and copies its data from
+/// there, where sftp_async_read would copy it twice. The text of a refusal is recorded as the
+/// session's last error.
+int collectReadDirectly(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept;
+
 /// Waits for the status that answers a request on the file, and has libssh record the text of a bad
 /// one as the session's last error; a good one leaves that alone. Neither the file's position nor
 /// its end changes. Empty: the reply was no status, or it did not come.

@@ -15,12 +15,14 @@ public:
     std::size_t size() const noexcept { return size_; }
 
     /// Runs `collect`, which waits for the oldest answer, and learns from how long that takes.
+    /// \param isAmple more requests would bring nothing where the answer is there at once.
     template <class Collect>
-    auto watch(Collect collect)
+    auto watch(Collect collect, bool isAmple = false)
     {
         const auto start = std::chrono::steady_clock::now();
         auto result = collect();
-        if (std::chrono::steady_clock::now() - start < soon) {
+        const auto took = std::chrono::steady_clock::now() - start;
+        if (took < soon && (took > atOnce || !isAmple)) {
             size_ = std::min(size_ + 1, largest);
         }
         return result;
@@ -29,6 +31,7 @@ public:
 private:
     static constexpr std::size_t smallest = 2;
     static constexpr std::size_t largest = 64;
+    static constexpr std::chrono::microseconds atOnce{1'500};
     static constexpr std::chrono::milliseconds soon{500};
 
     std::size_t size_ = smallest;

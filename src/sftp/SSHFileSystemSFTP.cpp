@@ -6,6 +6,7 @@
 #include "sftp/SFTPModificationTime.h"
 
 #include <FileSystem/OpenMode.h>
+#include <Tarnis/SSHDefaultDeleter.h>
 #include <Tarnis/SSHFileSystemSFTP.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
 
@@ -39,6 +40,7 @@ SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sft
     : sftp_(std::move(sftp))
 {
     setDirectoryReader([this](const std::string& path) { return readDirectoryFully(path); });
+    setStartDirectory([this] { return startDirectory(); });
 }
 
 SSHFileSystemSFTP::~SSHFileSystemSFTP()
@@ -78,6 +80,17 @@ unsigned long long SSHFileSystemSFTP::maxReadPackageSize() const
 unsigned long long SSHFileSystemSFTP::maxWritePackageSize() const
 {
     return handle() != nullptr ? writePackageSize : 0;
+}
+
+std::optional<std::string> SSHFileSystemSFTP::startDirectory() const
+{
+    const auto sftp = validHandle();
+    if (sftp == nullptr) {
+        return std::nullopt;
+    }
+    const std::unique_ptr<char, ssh_default_deleter<char>> path(
+        callLocked(*sftp, sftp_canonicalize_path, "."));
+    return path != nullptr ? std::make_optional<std::string>(path.get()) : std::nullopt;
 }
 
 std::string SSHFileSystemSFTP::do_hostName() const

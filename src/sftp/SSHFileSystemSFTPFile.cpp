@@ -58,6 +58,7 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     , mode_(mode)
 {
     setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, mode));
+    setCommit([file = file_] { return file->commit(); });
 }
 
 SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()

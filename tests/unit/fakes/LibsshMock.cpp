@@ -478,6 +478,11 @@ sftp_dir sftp_opendir(sftp_session sftp, const char* path)
     return LibsshMock::active().sftp_opendir(sftp, path);
 }
 
+char* sftp_canonicalize_path(sftp_session sftp, const char* path)
+{
+    return LibsshMock::active().sftp_canonicalize_path(sftp, path);
+}
+
 int sftp_dir_eof(sftp_dir directory)
 {
     return LibsshMock::active().sftp_dir_eof(directory);

@@ -113,6 +113,7 @@ public:
     MOCK_METHOD(int, sftp_dir_eof, (sftp_dir));
     MOCK_METHOD(int, sftp_symlink, (sftp_session, const char*, const char*));
     MOCK_METHOD(char*, sftp_readlink, (sftp_session, const char*));
+    MOCK_METHOD(char*, sftp_canonicalize_path, (sftp_session, const char*));
     MOCK_METHOD(sftp_statvfs_t, sftp_statvfs, (sftp_session, const char*));
     MOCK_METHOD(int, sftp_async_read_begin, (sftp_file, std::uint32_t));
     MOCK_METHOD(int, sftp_async_read, (sftp_file, void*, std::uint32_t, std::uint32_t));

@@ -20,6 +20,7 @@ using testing::MatchesRegex;
 using testing::Not;
 using testing::Pair;
 using testing::StartsWith;
+using FileSystem::StorageSystemFileOpenModeFlag;
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
 namespace {
@@ -114,6 +115,24 @@ TEST_F(FileCopying, GoesOnWhereSettingAsideIsDoneButReportedAsFailed)
     EXPECT_TRUE(copy());
     EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/file"));
     EXPECT_EQ(target.bytesOf("/there/file"), bytes);
+}
+
+TEST_F(FileCopying, FailsWhereTheSourceEndsBeforeItsEnd)
+{
+    source.behaviour.seemsToEndAt = 3;
+    EXPECT_FALSE(copy());
+    expectNothingNew();
+}
+
+TEST_F(FileCopying, BringsAFileThatWasCutMeanwhileAsItWasMet)
+{
+    const auto cuts = [this](std::uint64_t, std::uint64_t) {
+        source.fileOpen("/file", StorageSystemFileOpenModeFlag::Write |
+                                     StorageSystemFileOpenModeFlag::Truncate);
+        return true;
+    };
+    EXPECT_TRUE(copy(cuts));
+    EXPECT_EQ(target.bytesOf("/there/file"), "");
 }
 
 TEST_F(FileCopying, FailsWhereTheTargetCannotKeepWhatWasWritten)

@@ -70,6 +70,8 @@ struct MemoryBehaviour
     std::set<std::string> deniesItsDoing;
     /// Files cannot be committed.
     bool commitFails = false;
+    /// Where files seem to end, whatever is told of their size.
+    std::uint64_t seemsToEndAt = std::numeric_limits<std::uint64_t>::max();
     /// Reading at the end of a file fails, and leaves what was told of its end before.
     bool readingAtTheEndFails = false;
     /// Renames that are refused, by their two paths.

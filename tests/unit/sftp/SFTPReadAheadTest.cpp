@@ -5,11 +5,13 @@
 #include <FileSystem/HandleFatalError.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <deque>
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 
 using FileSystem::handle_fatal_error;
 using Tarnis::SFTPReadAhead;
@@ -61,6 +63,7 @@ protected:
         EXPECT_EQ(size, request.length);
         EXPECT_EQ(at->eof, 0);
         ++answers;
+        std::this_thread::sleep_for(delay);
         if (answers == failsAt) {
             return SSH_ERROR;
         }
@@ -102,6 +105,7 @@ protected:
     std::function<std::uint64_t(const Asked&)> cap = [](const Asked&) { return ~0ULL; };
     bool refusesRequests = false;
     int failsAt = 0;
+    std::chrono::milliseconds delay{0}; ///< Of every answer, as from afar.
     int lastId = 0;
     int answers = 0;
     std::vector<Asked> asked;
@@ -132,6 +136,7 @@ TEST_F(SftpReadAhead, StartsWhereItIsTold)
 TEST_F(SftpReadAhead, KeepsSeveralRequestsUnderWayButNotMoreThanSomeMegabytes)
 {
     content = bytes(30'000'000);
+    delay = std::chrono::milliseconds(2);
     EXPECT_EQ(readAll(4'000'000).size(), content.size());
     EXPECT_EQ(mostUnderWay, 16U);
     for (const auto& request : asked) {
@@ -139,10 +144,19 @@ TEST_F(SftpReadAhead, KeepsSeveralRequestsUnderWayButNotMoreThanSomeMegabytes)
     }
 }
 
+TEST_F(SftpReadAhead, KeepsFewRequestsUnderWayWhereAnswersAreThereAtOnce)
+{
+    content = bytes(10'000'000);
+    EXPECT_EQ(readAll(4'000'000).size(), content.size());
+    EXPECT_LE(mostUnderWay, 16U); // As many as a machine that is held up may take it for afar.
+    EXPECT_GE(mostUnderWay, 3U);
+}
+
 TEST_F(SftpReadAhead, LetsTheServerSendAsMuchAsIsUnderWay)
 {
     constexpr std::uint64_t underWayAtMost = 16ULL * largest;
     content = bytes(30'000'000);
+    delay = std::chrono::milliseconds(2);
     int widened = 0;
     EXPECT_CALL(libssh, ssh_channel_read_timeout(handle->getResource()->channel, NotNull(),
                                                  Ge(underWayAtMost), 1, 0))
@@ -213,6 +227,7 @@ TEST_F(SftpReadAhead, KeepsFewerUnderWayBesideAWriter)
 
 TEST_F(SftpReadAhead, AsksAgainForWhatAShortAnswerLeftOut)
 {
+    delay = std::chrono::milliseconds(2);
     content = bytes(2'000'000);
     std::uint64_t number = 0;
     cap = [&number](const Asked&) { return ++number % 3 == 0 ? 1'000ULL + number : ~0ULL; };

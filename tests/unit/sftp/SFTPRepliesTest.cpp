@@ -107,6 +107,48 @@ TEST_F(SftpReplies, ThatTellAnErrorAreErrors)
     EXPECT_EQ(sftp.errnum, SSH_FX_PERMISSION_DENIED);
 }
 
+TEST_F(SftpReplies, ThatAreCollectedDirectlyComeOutOfTheQueue)
+{
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout(fakeChannel(), -1, 0)).WillOnce(Return(1));
+    // Only to fill the queue: what libssh hands out itself it has copied once more.
+    EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 0)).WillOnce([this](auto...) {
+        arrived(5, dataPacket, text("data"));
+        return SSH_AGAIN;
+    });
+    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), 4);
+    EXPECT_EQ(std::string(buffer, 4), "data");
+    EXPECT_EQ(file.offset, 996U);
+    EXPECT_EQ(sftp.queue, nullptr);
+}
+
+TEST_F(SftpReplies, ThatAreCollectedDirectlyMayTellTheEndOfTheFile)
+{
+    arrived(5, statusPacket, number(SSH_FX_EOF) + text("End of file") + text(""));
+    EXPECT_CALL(libssh, sftp_async_read_begin).Times(0);
+    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), 0);
+    EXPECT_EQ(file.eof, 1);
+}
+
+TEST_F(SftpReplies, ThatAreCollectedDirectlyLeaveTheTextOfARefusal)
+{
+    arrived(5, statusPacket, number(SSH_FX_PERMISSION_DENIED));
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, sftp_async_read_begin(&file, 1)).WillOnce(Return(9));
+    EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 5)).WillOnce([this](auto...) {
+        arrived(9, dataPacket, text("x"));
+        return collect(5);
+    });
+    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), SSH_ERROR);
+    EXPECT_EQ(sftp.queue, nullptr);
+}
+
+TEST_F(SftpReplies, ThatAreCollectedDirectlyAreAskedOfLibsshWhereNoneArrives)
+{
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout).WillOnce(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, sftp_async_read(&file, buffer, 8, 5)).WillOnce(Return(SSH_ERROR));
+    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), SSH_ERROR);
+}
+
 TEST_F(SftpReplies, ThatMakeNoSenseAreErrorsAndCopyNothing)
 {
     arrived(1, dataPacket, text("longer than asked"));

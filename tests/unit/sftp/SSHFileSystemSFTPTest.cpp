@@ -237,6 +237,23 @@ TEST_F(SftpFileSystem, NamesTheHostOfItsSession)
     EXPECT_EQ(files.displayPath("/a/b"), "server.example:/a/b");
 }
 
+TEST_F(SftpFileSystem, AsksForItsStartDirectoryWhereAPathIsRelative)
+{
+    char start[] = "/home/user";
+    EXPECT_CALL(libssh, sftp_canonicalize_path(&sftp, StrEq("."))).WillOnce(Return(start));
+    EXPECT_CALL(libssh, ssh_string_free_char(start)).Times(1);
+    EXPECT_EQ(files.absolutePath("a/b"), "/home/user/a/b");
+    EXPECT_EQ(files.absolutePath("/a"), "/a");
+}
+
+TEST_F(SftpFileSystem, DoesNotKnowAnAbsolutePathWhereTheServerDoesNotTell)
+{
+    EXPECT_CALL(libssh, sftp_canonicalize_path).WillOnce(Return(nullptr));
+    EXPECT_EQ(files.absolutePath("a"), std::nullopt);
+    files.abort();
+    EXPECT_EQ(files.absolutePath("a"), std::nullopt);
+}
+
 TEST_F(SftpFileSystem, WithoutAHostHasAnEmptyHostName)
 {
     EXPECT_CALL(libssh, ssh_options_get).WillRepeatedly(Return(SSH_ERROR));
