@@ -98,8 +98,8 @@ MemoryFile::~MemoryFile()
 
 std::uint64_t MemoryFile::readAt(std::uint64_t offset, char* buffer, std::uint64_t size) const
 {
-    const auto end = std::min({std::uint64_t{node_->bytes.size()},
-                               system_.behaviour.unreadableFrom, system_.behaviour.seemsToEndAt});
+    const auto end = std::min({std::uint64_t{node_->bytes.size()}, system_.behaviour.unreadableFrom,
+                               system_.behaviour.seemsToEndAt});
     const auto count = offset < end ? std::min(size, end - offset) : 0;
     return node_->bytes.copy(buffer, count, std::min(offset, end));
 }
@@ -169,7 +169,9 @@ std::uint64_t MemoryFile::do_read(char* buffer, std::uint64_t size) const
     if (count == 0 && system_.behaviour.readingAtTheEndFails) {
         return 0;
     }
-    eof_ = (count == 0 || system_.behaviour.endsEarly) && position_ >= std::min<std::uint64_t>(node_->bytes.size(), system_.behaviour.seemsToEndAt);
+    eof_ =
+        (count == 0 || system_.behaviour.endsEarly) &&
+        position_ >= std::min<std::uint64_t>(node_->bytes.size(), system_.behaviour.seemsToEndAt);
     return count;
 }
 
