@@ -84,9 +84,11 @@ public:
     /// Copies a file, a symbolic link as a link, or with Recursive a directory with all below it,
     /// to a path of this or another system. Never follows a link below `path`; never leaves a
     /// half-written file under its final name: the bytes go to a hidden name beside it
-    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete. Where a system does not
-    /// replace on renaming, what is replaced is set aside under such a name for that moment. What
-    /// is to be preserved and cannot be makes the copy fail; of a link it is the text alone.
+    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete. This machine's file
+    /// system replaces in one atomic step. Where a system cannot, what is replaced is set aside for
+    /// that moment, as ".NAME.XXXXXXXX.old": when the system is lost just then, it is found there.
+    /// What is to be preserved and cannot be makes the copy fail; of a link it is the text alone.
+    /// A source that ends before the size that it is told to have makes the copy fail.
     ///
     /// Target exists: a file or link is replaced, unless FailIfExists; a directory makes the copy
     /// of a file fail, and is filled by the copy of a directory. Parent missing: fails. A pipe, a
