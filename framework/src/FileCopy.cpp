@@ -28,8 +28,8 @@ bool FileCopy::copyFile() const
         return false;
     }
     // The file is closed by now: what a system could not keep after all shows here.
-    if (!isWhole(bytes) || task_.target.fileSize(partial.path()) != bytes || !setAttributes(partial.path()) ||
-        !partial.publish(replaces())) {
+    if (!isWhole(bytes) || task_.target.fileSize(partial.path()) != bytes ||
+        !setAttributes(partial.path()) || !partial.publish(replaces())) {
         return false;
     }
     task_.progress.complete(bytes);
@@ -37,10 +37,12 @@ bool FileCopy::copyFile() const
 }
 
 /// An end that came before the known one is that of a file that has been cut since, or of an answer
-/// that was not true.
+/// that was not true. This machine's own files end where they end: some have sizes that mean
+/// nothing.
 bool FileCopy::isWhole(std::uint64_t bytes) const
 {
-    return bytes >= source_.size || task_.source.fileSize(sourcePath_) == bytes;
+    return bytes >= source_.size || task_.source.getType() == StorageSystemType::Local ||
+           task_.source.fileSize(sourcePath_) == bytes;
 }
 
 bool FileCopy::fill(PartialEntry& partial, std::uint64_t& bytes) const

@@ -31,6 +31,7 @@ void SFTPReadAhead::start(std::uint64_t offset)
     expectedEnd_ = offset > expectedEnd_ ? 0 : expectedEnd_;
     requestSize_ = largestRequest;
     shortReplies_ = 0;
+    stream_ = {};
     status_ = Result::Status::Complete;
     chunkBegin_ = 0;
     chunkEnd_ = 0;
@@ -180,10 +181,11 @@ std::uint32_t SFTPReadAhead::take(const Request& request, const Reply& reply)
 SFTPReadAhead::Reply SFTPReadAhead::collect(const Request& request, char* destination)
 {
     bytesUnderWay_ -= request.length;
-    return callLocked(*file_, [&request, destination](sftp_file file) {
+    return callLocked(*file_, [this, &request, destination](sftp_file file) {
         // Also forgets that the end was met, which another request may have.
         sftp_seek64(file, request.offset + request.length);
-        const int count = collectReadDirectly(file, destination, request.length, request.id);
+        const int count =
+            collectReadDirectly(file, destination, request.length, request.id, stream_);
         return Reply{count, file->eof == 1};
     });
 }

@@ -2,6 +2,7 @@
 
 #include "handles/SSHHandleSFTPSessionFile.h"
 #include "sftp/SFTPReceiveWindow.h"
+#include "sftp/SFTPReplies.h"
 #include "sftp/SFTPWindow.h"
 
 #include <FileSystem/StorageSystemReadResult.h>
@@ -79,6 +80,7 @@ private:
     unsigned shortReplies_ = 0;
     SFTPWindow window_;
     SFTPReceiveWindow receiveWindow_;
+    SFTPReplyStream stream_;
     Result::Status status_ = Result::Status::Complete;
     std::vector<char> chunk_; ///< An answer of which only a part was wanted so far.
     std::size_t chunkBegin_ = 0;

@@ -96,12 +96,11 @@ bool readArrivals(sftp_file file) noexcept
     return sftp_async_read(file, &nothing, 0, noRequest) == SSH_AGAIN;
 }
 
-/// Waits for a reply and leaves it in the queue. False: the connection is lost.
-bool awaitArrival(sftp_file file, std::uint32_t id) noexcept
+/// Waits for a reply and leaves it in the queue. False: it will not come.
+bool awaitArrival(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
 {
-    bool canRead = true;
-    while (canRead && !hasArrived(file->sftp, id)) {
-        canRead = readArrivals(file);
+    while (!stream.isBroken && !hasArrived(file->sftp, id)) {
+        stream.isBroken = !readArrivals(file);
     }
     return hasArrived(file->sftp, id);
 }
@@ -153,16 +152,16 @@ bool isRefusal(const sftp_message_struct& message) noexcept
 
 /// Has libssh record the text of a bad status that is in the queue. It does so for a reply that it
 /// has waited for, and always reads another one first. So one more is asked for.
-void recordText(sftp_file file, std::uint32_t id) noexcept
+void recordText(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
 {
     const UntouchedFile untouched(file);
-    const int another = sftp_async_read_begin(file, 1);
+    const int another = stream.isBroken ? SSH_ERROR : sftp_async_read_begin(file, 1);
     if (another < 0) {
         return;
     }
     char nothing = 0;
     static_cast<void>(sftp_async_read(file, &nothing, 0, id));
-    if (awaitArrival(file, static_cast<std::uint32_t>(another))) {
+    if (awaitArrival(file, static_cast<std::uint32_t>(another), stream)) {
         takeArrived(file->sftp, static_cast<std::uint32_t>(another));
     }
 }
@@ -224,10 +223,14 @@ int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id
     return result;
 }
 
-int collectReadDirectly(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept
+int collectReadDirectly(sftp_file file, void* data, std::uint32_t size, std::uint32_t id,
+                        SFTPReplyStream& stream) noexcept
 {
-    if (awaitArrival(file, id) && isRefusal(*(*findArrived(file->sftp, id))->message)) {
-        recordText(file, id);
+    if (!awaitArrival(file, id, stream)) {
+        return SSH_ERROR;
+    }
+    if (isRefusal(*(*findArrived(file->sftp, id))->message)) {
+        recordText(file, id, stream);
         // Where libssh has not taken it.
         takeArrived(file->sftp, id);
         return SSH_ERROR;
@@ -235,14 +238,15 @@ int collectReadDirectly(sftp_file file, void* data, std::uint32_t size, std::uin
     return collectRead(file, data, size, id);
 }
 
-std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id) noexcept
+std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id,
+                                           SFTPReplyStream& stream) noexcept
 {
-    if (!awaitArrival(file, id)) {
+    if (!awaitArrival(file, id, stream)) {
         return std::nullopt;
     }
     const auto status = statusOf(*(*findArrived(file->sftp, id))->message);
     if (status && *status != SSH_FX_OK) {
-        recordText(file, id);
+        recordText(file, id, stream);
     }
     // Where libssh has not taken it.
     takeArrived(file->sftp, id);

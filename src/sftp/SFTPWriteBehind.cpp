@@ -28,6 +28,7 @@ void SFTPWriteBehind::start(std::uint64_t offset) noexcept
 {
     offset_ = offset;
     failed_ = false;
+    stream_ = {};
 }
 
 bool SFTPWriteBehind::write(const char* buffer, std::uint64_t size)
@@ -70,7 +71,7 @@ bool SFTPWriteBehind::writeFirst(const char* data, std::uint32_t size)
 {
     const bool written = callLocked(*file_, [&](sftp_file file) {
         const auto id = sendWrite(file, offset_, data, size, packet_);
-        return id && collectWrite(file, *id);
+        return id && collectWrite(file, *id, stream_);
     });
     if (!written && !writeOneByOne(data, size)) {
         return false;
@@ -115,7 +116,9 @@ bool SFTPWriteBehind::collectOldest()
 {
     const std::uint32_t id = requests_.front();
     requests_.pop_front();
-    return window_.watch([&] { return callLocked(*file_, collectWrite, id); });
+    return window_.watch([&] {
+        return callLocked(*file_, [&](sftp_file file) { return collectWrite(file, id, stream_); });
+    });
 }
 
 } // namespace Tarnis

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "handles/SSHHandleSFTPSessionFile.h"
+#include "sftp/SFTPReplies.h"
 #include "sftp/SFTPWindow.h"
 
 #include <cstdint>
@@ -42,6 +43,7 @@ private:
     std::vector<char> packet_;
     std::uint64_t offset_ = 0;
     SFTPWindow window_;
+    SFTPReplyStream stream_;
     bool failed_ = false;
 };
 

@@ -96,9 +96,9 @@ std::optional<std::uint32_t> sendWrite(sftp_file file, std::uint64_t offset, con
     return written >= 0 && static_cast<std::uint32_t>(written) == packetSize ? id : std::nullopt;
 }
 
-bool collectWrite(sftp_file file, std::uint32_t id) noexcept
+bool collectWrite(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
 {
-    return collectStatus(file, id) == static_cast<std::uint32_t>(SSH_FX_OK);
+    return collectStatus(file, id, stream) == static_cast<std::uint32_t>(SSH_FX_OK);
 }
 
 } // namespace Tarnis

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sftp/SFTPReplies.h"
+
 #include <libssh/sftp.h>
 
 #include <cstdint>
@@ -22,6 +24,6 @@ std::optional<std::uint32_t> sendWrite(sftp_file file, std::uint64_t offset, con
 
 /// Waits for the reply to such a request. False: the server refused, or the reply did not come.
 /// Only then has the session a new last error.
-bool collectWrite(sftp_file file, std::uint32_t id) noexcept;
+bool collectWrite(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept;
 
 } // namespace Tarnis

@@ -88,7 +88,7 @@ public:
     /// system replaces in one atomic step. Where a system cannot, what is replaced is set aside for
     /// that moment, as ".NAME.XXXXXXXX.old": when the system is lost just then, it is found there.
     /// What is to be preserved and cannot be makes the copy fail; of a link it is the text alone.
-    /// A source that ends before the size that it is told to have makes the copy fail.
+    /// A remote source that ends before the size that it is told to have makes the copy fail.
     ///
     /// Target exists: a file or link is replaced, unless FailIfExists; a directory makes the copy
     /// of a file fail, and is filled by the copy of a directory. Parent missing: fails. A pipe, a

@@ -57,7 +57,7 @@ TEST_P(LinkQuestionsContract, LinkWithASlashBehindItIsALinkAllTheSame)
 {
     makeDirectory("directory");
     makeFile("directory/file");
-    const auto link = makeLink("link", "directory") + "/";
+    const auto link = makeLink("link", path("directory")) + "/";
     EXPECT_TRUE(system().fileIsSymbolicLink(link));
     EXPECT_TRUE(system().directoryIsSymbolicLink(link));
     EXPECT_TRUE(system().directoryExists(link, true));

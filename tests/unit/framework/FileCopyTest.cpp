@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+using FileSystem::StorageSystemFileOpenModeFlag;
 using TarnisTest::MemoryFileSystem;
 using testing::Contains;
 using testing::Each;
@@ -20,7 +21,6 @@ using testing::MatchesRegex;
 using testing::Not;
 using testing::Pair;
 using testing::StartsWith;
-using FileSystem::StorageSystemFileOpenModeFlag;
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
 namespace {

@@ -1,12 +1,11 @@
 #include "sftp/SFTPReadAhead.h"
 
-#include "sftp/SftpFixture.h"
+#include "sftp/ReplyFixture.h"
 
 #include <FileSystem/HandleFatalError.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <deque>
 #include <functional>
 #include <map>
@@ -15,7 +14,11 @@
 
 using FileSystem::handle_fatal_error;
 using Tarnis::SFTPReadAhead;
-using TarnisTest::SftpFixture;
+using TarnisTest::dataPacket;
+using TarnisTest::number;
+using TarnisTest::ReplyFixture;
+using TarnisTest::statusPacket;
+using TarnisTest::text;
 using testing::Ge;
 using testing::NotNull;
 
@@ -26,7 +29,7 @@ namespace {
 constexpr std::uint32_t largest = 261'120;
 
 /// A server with one file, which answers reads as it likes.
-class SftpReadAhead : public SftpFixture
+class SftpReadAhead : public ReplyFixture
 {
 protected:
     struct Asked
@@ -50,31 +53,35 @@ protected:
                 return lastId;
             });
         ON_CALL(libssh, sftp_async_read)
-            .WillByDefault([this](sftp_file at, void* data, std::uint32_t size, std::uint32_t id) {
-                return answer(at, data, size, static_cast<int>(id));
+            .WillByDefault([this](sftp_file at, void*, std::uint32_t, std::uint32_t id) {
+                answerOldest();
+                return at->nonblocking != 0 ? SSH_AGAIN : collect(id);
             });
+        ON_CALL(libssh, ssh_channel_poll_timeout).WillByDefault([this](auto...) {
+            return underWay.empty() ? SSH_ERROR : 1;
+        });
         reader.start(0);
     }
 
-    int answer(sftp_file at, void* data, std::uint32_t size, int id)
+    void answerOldest()
     {
-        const Asked request = underWay.at(id);
-        underWay.erase(id);
-        EXPECT_EQ(size, request.length);
-        EXPECT_EQ(at->eof, 0);
+        ASSERT_FALSE(underWay.empty());
+        const auto oldest = underWay.begin();
+        const auto id = static_cast<std::uint32_t>(oldest->first);
+        const Asked request = oldest->second;
+        underWay.erase(oldest);
         ++answers;
         std::this_thread::sleep_for(delay);
         if (answers == failsAt) {
-            return SSH_ERROR;
+            arrived(id, statusPacket, number(SSH_FX_FAILURE));
+        } else if (request.offset >= content.size()) {
+            arrived(id, statusPacket, number(SSH_FX_EOF));
+        } else {
+            const std::uint64_t left = content.size() - request.offset;
+            const std::uint64_t count =
+                std::min({left, std::uint64_t{request.length}, cap(request)});
+            arrived(id, dataPacket, text(content.substr(request.offset, count)));
         }
-        if (request.offset >= content.size()) {
-            at->eof = 1;
-            return 0;
-        }
-        const std::uint64_t left = content.size() - request.offset;
-        const std::uint64_t count = std::min({left, std::uint64_t{request.length}, cap(request)});
-        std::memcpy(data, content.data() + request.offset, count);
-        return static_cast<int>(count);
     }
 
     /// Reads to the end in steps.
@@ -253,15 +260,15 @@ TEST_F(SftpReadAhead, AsksForLessWhereTheServerNeverGivesMore)
 TEST_F(SftpReadAhead, EndsWhereTheFileEndsThoughLaterRequestsWereAnswered)
 {
     content = bytes(1'000'000);
-    std::string buffer(2'000'000, '\0');
-    ASSERT_EQ(reader.read(buffer.data(), 300'000).status, Status::Complete);
+    std::string target(2'000'000, '\0');
+    ASSERT_EQ(reader.read(target.data(), 300'000).status, Status::Complete);
     content.resize(400'000);
-    const auto got = reader.read(buffer.data(), 1'000'000);
+    const auto got = reader.read(target.data(), 1'000'000);
     EXPECT_EQ(got.status, Status::EndOfFile);
     // Two answers had come while the file was longer.
     EXPECT_EQ(got.count, 2 * largest - 300'000);
     EXPECT_TRUE(underWay.empty());
-    EXPECT_EQ(reader.read(buffer.data(), 10).status, Status::EndOfFile);
+    EXPECT_EQ(reader.read(target.data(), 10).status, Status::EndOfFile);
 }
 
 TEST_F(SftpReadAhead, OfAnEmptyFileEndsAtOnce)
@@ -282,8 +289,8 @@ TEST_F(SftpReadAhead, TellsAnErrorAfterTheBytesBeforeItAndCollectsTheRest)
 {
     content = bytes(5'000'000);
     failsAt = 4;
-    std::string buffer(5'000'000, '\0');
-    const auto got = reader.read(buffer.data(), buffer.size());
+    std::string target(5'000'000, '\0');
+    const auto got = reader.read(target.data(), target.size());
     EXPECT_EQ(got.status, Status::Error);
     EXPECT_EQ(got.count, 3 * largest);
     EXPECT_TRUE(underWay.empty());
@@ -293,8 +300,8 @@ TEST_F(SftpReadAhead, TakesAnAnswerWithoutDataForAnError)
 {
     content = bytes(1'000'000);
     cap = [](const Asked& request) { return request.offset == 0 ? ~0ULL : 0ULL; };
-    std::string buffer(1'000'000, '\0');
-    const auto got = reader.read(buffer.data(), buffer.size());
+    std::string target(1'000'000, '\0');
+    const auto got = reader.read(target.data(), target.size());
     EXPECT_EQ(got.status, Status::Error);
     EXPECT_EQ(got.count, largest);
 }
@@ -309,8 +316,8 @@ TEST_F(SftpReadAhead, TellsAnErrorWhenNothingCanBeAskedFor)
 TEST_F(SftpReadAhead, CollectsWhatIsUnderWayWhenItIsFinished)
 {
     content = bytes(9'000'000);
-    std::string buffer(300'000, '\0');
-    EXPECT_EQ(reader.read(buffer.data(), buffer.size()).status, Status::Complete);
+    std::string target(300'000, '\0');
+    EXPECT_EQ(reader.read(target.data(), target.size()).status, Status::Complete);
     EXPECT_FALSE(underWay.empty());
     reader.finish();
     EXPECT_TRUE(underWay.empty());
@@ -319,9 +326,9 @@ TEST_F(SftpReadAhead, CollectsWhatIsUnderWayWhenItIsFinished)
 TEST_F(SftpReadAhead, ThrowsWhenTheSessionHasEnded)
 {
     content = bytes(9'000'000);
-    std::string buffer(300'000, '\0');
-    reader.read(buffer.data(), buffer.size());
+    std::string target(300'000, '\0');
+    reader.read(target.data(), target.size());
     session.retireChildren();
-    EXPECT_THROW(reader.read(buffer.data(), buffer.size()), handle_fatal_error);
+    EXPECT_THROW(reader.read(target.data(), target.size()), handle_fatal_error);
     EXPECT_THROW(reader.finish(), handle_fatal_error);
 }

@@ -7,8 +7,6 @@
 #include <vector>
 
 using Tarnis::canSendWrites;
-using Tarnis::collectStatus;
-using Tarnis::collectWrite;
 using Tarnis::sendWrite;
 using TarnisTest::dataPacket;
 using TarnisTest::fakeChannel;
@@ -31,6 +29,19 @@ class SftpReplies : public ReplyFixture
 {
 protected:
     SftpReplies() { file.offset = 1'000; }
+
+    int collectDirectly(std::uint32_t id)
+    {
+        return Tarnis::collectReadDirectly(&file, buffer, 8, id, stream);
+    }
+
+    bool collectWrite(std::uint32_t id)
+    {
+        stream = {};
+        return Tarnis::collectWrite(&file, id, stream);
+    }
+
+    Tarnis::SFTPReplyStream stream;
 };
 
 class SftpWriteRequest : public SftpReplies
@@ -115,7 +126,7 @@ TEST_F(SftpReplies, ThatAreCollectedDirectlyComeOutOfTheQueue)
         arrived(5, dataPacket, text("data"));
         return SSH_AGAIN;
     });
-    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), 4);
+    EXPECT_EQ(collectDirectly(5), 4);
     EXPECT_EQ(std::string(buffer, 4), "data");
     EXPECT_EQ(file.offset, 996U);
     EXPECT_EQ(sftp.queue, nullptr);
@@ -125,7 +136,7 @@ TEST_F(SftpReplies, ThatAreCollectedDirectlyMayTellTheEndOfTheFile)
 {
     arrived(5, statusPacket, number(SSH_FX_EOF) + text("End of file") + text(""));
     EXPECT_CALL(libssh, sftp_async_read_begin).Times(0);
-    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), 0);
+    EXPECT_EQ(collectDirectly(5), 0);
     EXPECT_EQ(file.eof, 1);
 }
 
@@ -138,15 +149,31 @@ TEST_F(SftpReplies, ThatAreCollectedDirectlyLeaveTheTextOfARefusal)
         arrived(9, dataPacket, text("x"));
         return collect(5);
     });
-    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), SSH_ERROR);
+    EXPECT_EQ(collectDirectly(5), SSH_ERROR);
     EXPECT_EQ(sftp.queue, nullptr);
 }
 
-TEST_F(SftpReplies, ThatAreCollectedDirectlyAreAskedOfLibsshWhereNoneArrives)
+TEST_F(SftpReplies, AreNotWaitedForOnceOneCouldNotBeRead)
+{
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout).WillOnce(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 0)).WillOnce([this](auto...) {
+        arrived(5, dataPacket, text("data"));
+        return SSH_ERROR;
+    });
+    EXPECT_EQ(collectDirectly(5), 4);
+    // What could not be read may have been this one's, or the next one's.
+    EXPECT_EQ(collectDirectly(6), SSH_ERROR);
+    EXPECT_FALSE(Tarnis::collectStatus(&file, 7, stream).has_value());
+    arrived(8, dataPacket, text("data"));
+    EXPECT_EQ(collectDirectly(8), 4);
+}
+
+TEST_F(SftpReplies, AreNotWaitedForWhenTheConnectionBroke)
 {
     EXPECT_CALL(libssh, ssh_channel_poll_timeout).WillOnce(Return(SSH_ERROR));
-    EXPECT_CALL(libssh, sftp_async_read(&file, buffer, 8, 5)).WillOnce(Return(SSH_ERROR));
-    EXPECT_EQ(Tarnis::collectReadDirectly(&file, buffer, 8, 5), SSH_ERROR);
+    EXPECT_CALL(libssh, sftp_async_read).Times(0);
+    EXPECT_EQ(collectDirectly(5), SSH_ERROR);
+    EXPECT_EQ(collectDirectly(6), SSH_ERROR);
 }
 
 TEST_F(SftpReplies, ThatMakeNoSenseAreErrorsAndCopyNothing)
@@ -216,9 +243,9 @@ TEST_F(SftpWriteRequest, IsWrittenWhenTheStatusSaysSo)
         arrived(7, statusPacket, number(SSH_FX_OK));
         return SSH_AGAIN;
     });
-    EXPECT_TRUE(collectWrite(&file, 7));
+    EXPECT_TRUE(collectWrite(7));
     arrived(8, statusPacket, number(SSH_FX_OK));
-    EXPECT_TRUE(collectWrite(&file, 8));
+    EXPECT_TRUE(collectWrite(8));
     EXPECT_EQ(sftp.queue, nullptr);
 }
 
@@ -228,7 +255,7 @@ TEST_F(SftpWriteRequest, IsWrittenWithoutATextThatSaysSo)
     EXPECT_CALL(libssh, sftp_async_read(_, _, _, Ne(0U))).Times(0);
     EXPECT_CALL(libssh, sftp_async_read_begin).Times(0);
     arrived(7, statusPacket, number(SSH_FX_OK) + text("Success") + text("en"));
-    EXPECT_TRUE(collectWrite(&file, 7));
+    EXPECT_TRUE(collectWrite(7));
 }
 
 TEST_F(SftpWriteRequest, IsAwaitedThroughRepliesToOthers)
@@ -244,7 +271,7 @@ TEST_F(SftpWriteRequest, IsAwaitedThroughRepliesToOthers)
             arrived(7, statusPacket, number(SSH_FX_OK));
             return SSH_AGAIN;
         });
-    EXPECT_TRUE(collectWrite(&file, 7));
+    EXPECT_TRUE(collectWrite(7));
     EXPECT_TRUE(isQueued(6));
     EXPECT_TRUE(isQueued(8));
 }
@@ -260,7 +287,7 @@ TEST_F(SftpWriteRequest, IsAwaitedWithoutATraceInTheFile)
         arrived(7, statusPacket, number(SSH_FX_OK));
         return SSH_AGAIN;
     });
-    EXPECT_TRUE(collectWrite(&file, 7));
+    EXPECT_TRUE(collectWrite(7));
     EXPECT_EQ(file.nonblocking, 0);
     EXPECT_EQ(file.eof, 1);
     EXPECT_EQ(file.offset, 1'000U);
@@ -277,7 +304,7 @@ TEST_F(SftpWriteRequest, IsNotWrittenWhenNoStatusCame)
         .WillOnce(Return(1));
     EXPECT_CALL(libssh, sftp_async_read).WillOnce(Return(SSH_ERROR));
     for (int attempt = 0; attempt < 4; ++attempt) {
-        EXPECT_FALSE(collectWrite(&file, 7)) << attempt;
+        EXPECT_FALSE(collectWrite(7)) << attempt;
     }
 }
 
@@ -288,7 +315,7 @@ TEST_F(SftpWriteRequest, IsWrittenWhenTheConnectionBrokeAfterTheStatus)
         arrived(7, statusPacket, number(SSH_FX_OK));
         return SSH_ERROR;
     });
-    EXPECT_TRUE(collectWrite(&file, 7));
+    EXPECT_TRUE(collectWrite(7));
 }
 
 TEST_F(SftpWriteRequest, IsNotWrittenWhenTheStatusIsAnErrorWhichLibsshRecords)
@@ -307,7 +334,7 @@ TEST_F(SftpWriteRequest, IsNotWrittenWhenTheStatusIsAnErrorWhichLibsshRecords)
                 arrived(9, statusPacket, number(SSH_FX_PERMISSION_DENIED));
                 return collect(7);
             });
-        EXPECT_FALSE(collectWrite(&file, 7)) << status;
+        EXPECT_FALSE(collectWrite(7)) << status;
         EXPECT_EQ(sftp.queue, nullptr);
         EXPECT_EQ(file.offset, 1'000U);
         EXPECT_EQ(file.eof, 0);
@@ -319,10 +346,10 @@ TEST_F(SftpWriteRequest, IsNotWrittenWhenTheStatusIsAnErrorAndTheConnectionBroke
     arrived(7, statusPacket, number(SSH_FX_FAILURE));
     EXPECT_CALL(libssh, sftp_async_read_begin).WillOnce(Return(-1)).WillOnce(Return(9));
     EXPECT_CALL(libssh, sftp_async_read(&file, _, 0, 8)).WillOnce(Return(SSH_ERROR));
-    EXPECT_FALSE(collectWrite(&file, 7));
+    EXPECT_FALSE(collectWrite(7));
     EXPECT_EQ(sftp.queue, nullptr);
     arrived(8, statusPacket, number(SSH_FX_FAILURE));
-    EXPECT_FALSE(collectWrite(&file, 8));
+    EXPECT_FALSE(collectWrite(8));
     EXPECT_EQ(sftp.queue, nullptr);
 }
 
@@ -330,7 +357,7 @@ TEST_F(SftpWriteRequest, IsNotWrittenWhenTheReplyIsNoStatus)
 {
     arrived(7, dataPacket, text(""));
     arrived(8, statusPacket, "");
-    EXPECT_FALSE(collectStatus(&file, 7).has_value());
-    EXPECT_FALSE(collectWrite(&file, 8));
+    EXPECT_FALSE(Tarnis::collectStatus(&file, 7, stream).has_value());
+    EXPECT_FALSE(collectWrite(8));
     EXPECT_EQ(sftp.queue, nullptr);
 }
