@@ -21,7 +21,7 @@ install_to_scratch() {
 case $road in
 cmake-package)
     install_to_scratch
-    cmake -S "$consumer" -B "$scratch/build" -DCMAKE_CXX_COMPILER="$compiler" \
+    cmake -G Ninja -S "$consumer" -B "$scratch/build" -DCMAKE_CXX_COMPILER="$compiler" \
         -DCMAKE_PREFIX_PATH="$scratch/prefix"
     cmake --build "$scratch/build"
     "$scratch/build/consumer"
@@ -38,7 +38,7 @@ pkg-config)
     "$scratch/consumer"
     ;;
 subproject)
-    cmake -S "$consumer" -B "$scratch/build" -DCMAKE_CXX_COMPILER="$compiler" \
+    cmake -G Ninja -S "$consumer" -B "$scratch/build" -DCMAKE_CXX_COMPILER="$compiler" \
         -DTARNIS_SOURCE_DIR="$source_dir" -DCMAKE_BUILD_TYPE=Debug
     cmake --build "$scratch/build"
     "$scratch/build/consumer"
