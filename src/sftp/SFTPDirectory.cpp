@@ -37,7 +37,7 @@ void copyErrorText(ssh_session from, ssh_session to) noexcept
 {
     const char* const text = ssh_get_error(from);
     if (text != nullptr && *text != '\0') {
-        std::strcpy(const_cast<char*>(ssh_get_error(to)), text);
+        std::memcpy(const_cast<char*>(ssh_get_error(to)), text, std::strlen(text) + 1);
     }
 }
 
