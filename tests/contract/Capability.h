@@ -69,6 +69,8 @@ struct Capabilities
     Capability enforcesPermissions;
     /// Whatever the position, Append writes at the end.
     Capability appendsWhereverThePositionIs;
+    /// A position beyond what the system can have is refused. Lacking: it is taken.
+    Capability refusesImpossiblePositions;
     /// A file opened for reading refuses to be written, one for writing to be read.
     Capability enforcesTheOpenMode;
 };

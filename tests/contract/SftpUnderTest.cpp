@@ -44,6 +44,8 @@ Capabilities sftpCapabilities()
         return Capability::lacking(std::string("version 3 of the protocol has ") + times);
     };
     capabilities.keepsSubSecondTimes = version3("whole seconds");
+    capabilities.refusesImpossiblePositions =
+        Capability::lacking("libssh takes any position and asks the server for nothing");
     capabilities.keepsTimesBefore1970 = version3("no seconds before 1970");
     capabilities.keepsTimesAfter2106 = version3("32 bits of seconds");
     capabilities.setsTimesOfLinks = version3("no request that does not follow a link");
