@@ -9,7 +9,9 @@ namespace Tarnis {
 /// How many requests of a transfer may be under way. Begins small and grows with every answer, so
 /// that it doubles with each round trip, as long as answers come soon: on a slow line more requests
 /// bring nothing, and whoever stops the transfer has to wait for all of them.
-class SFTPWindow
+/// \tparam Clock tells how long an answer took.
+template <class Clock>
+class SFTPWindowOf
 {
 public:
     std::size_t size() const noexcept { return size_; }
@@ -19,9 +21,9 @@ public:
     template <class Collect>
     auto watch(Collect collect, bool isAmple = false)
     {
-        const auto start = std::chrono::steady_clock::now();
+        const auto start = Clock::now();
         auto result = collect();
-        const auto took = std::chrono::steady_clock::now() - start;
+        const auto took = Clock::now() - start;
         if (took < soon && (took > atOnce || !isAmple)) {
             size_ = std::min(size_ + 1, largest);
         }
@@ -36,5 +38,7 @@ private:
 
     std::size_t size_ = smallest;
 };
+
+using SFTPWindow = SFTPWindowOf<std::chrono::steady_clock>;
 
 } // namespace Tarnis

@@ -573,32 +573,6 @@ TEST_F(LocalFileSystemTest, AFileThatIsReplacedIsNeverMissing)
     EXPECT_THAT(names(), testing::ElementsAre("source", "target"));
 }
 
-TEST_F(LocalFileSystemTest, ARemovalIsNotLedOutOfItsTree)
-{
-    directory_.makeDirectory("outside");
-    for (int number = 0; number < 50; ++number) {
-        write("outside/" + std::to_string(number), "stays");
-    }
-    std::atomic<bool> done{false};
-    fs::create_symlink("outside", file("link"));
-    // Puts a link in the directory's place and takes it away again, all the time.
-    std::thread swapping([&] {
-        const auto swapped = file("tree/swapped");
-        while (!done) {
-            static_cast<void>(::renameat2(AT_FDCWD, swapped.c_str(), AT_FDCWD, file("link").c_str(),
-                                          RENAME_EXCHANGE));
-        }
-    });
-    for (int times = 0; times < 200; ++times) {
-        std::error_code ignored; // What stands there may be the link at the moment.
-        fs::create_directories(file("tree/swapped"), ignored);
-        static_cast<void>(system_.directoryRemove(file("tree"), true));
-    }
-    done = true;
-    swapping.join();
-    EXPECT_EQ(system_.directoryListFileNames(file("outside")).size(), 50U);
-}
-
 TEST_F(LocalFileSystemTest, RemovesATreeDeeperThanAPathIsLong)
 {
     const std::string name(200, 'd');
