@@ -44,9 +44,9 @@ void writeAll(const std::string& bytes)
     }
 }
 
-void replaceByLink(const std::string& path, const std::string& target)
+void replaceByLink(const std::filesystem::path& path, const std::string& target)
 {
-    std::filesystem::rename(path, path + ".aside");
+    std::filesystem::rename(path, path.string() + ".aside");
     std::filesystem::create_symlink(target, path);
 }
 
@@ -164,7 +164,7 @@ void SftpSession::serve(const SftpMessage& request)
     }
     replies_.requestArrived();
     if (const SftpAction* const swap = findAction(actions, Kind::LinkInstead)) {
-        replaceByLink(event.path, swap->bytes);
+        replaceByLink(std::filesystem::path(places_.root) / event.path, swap->bytes);
     }
     SftpReply reply = disguise(event, replyTo(request, actions), actions);
     reply.waits = findAction(actions, Kind::Hold) != nullptr;

@@ -80,16 +80,74 @@ TEST_F(HostileServerTest, RemovalStaysInsideItsTree)
     EXPECT_THAT(namesIn(sftp().root()), testing::Contains("precious"));
 }
 
+TEST_F(HostileServerTest, RemovalDoesNotReachThroughALinkInADirectorysPlace)
+{
+    put("src/sub/f", "");
+    put("precious/f", "");
+    SftpScript script;
+    script.rules = {{onPath(nth(SftpPacket::Opendir, 1), "/sub"),
+                     SftpActions::linkInstead(sftp().path("precious"))}};
+    sftp().setScript(script);
+    expectFailure(tarnis("rm", {"-r", at("src")}), "it is no directory any more");
+    EXPECT_TRUE(std::filesystem::is_symlink(sftp().path("src/sub")));
+    EXPECT_THAT(namesIn(sftp().path("precious")), ElementsAre("f"));
+}
+
+TEST_F(HostileServerTest, RemovalGoesOnPastWhatTheServerKeeps)
+{
+    put("src/a/kept", "");
+    put("src/a/z", "");
+    put("src/b/f", "");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Remove), "/kept"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("rm", {"-r", at("src")}), "cannot remove " + at("src/a/kept"));
+    EXPECT_THAT(namesIn(sftp().path("src")), ElementsAre("a"));
+    EXPECT_THAT(namesIn(sftp().path("src/a")), ElementsAre("kept"));
+}
+
+std::string directoryAttributes()
+{
+    return SftpWriter().number(SftpAttribute::kPermissions).number(040755).bytes();
+}
+
 /// A listing of one directory.
 std::string nameReply(const std::string& name)
 {
-    SftpWriter reply;
-    reply.number(1)
-        .text(name)
-        .text("d 1 x x 0 ?")
-        .number(SftpAttribute::kPermissions)
-        .number(040755);
-    return reply.bytes();
+    return SftpWriter().number(1).text(name).text("d 1 x x 0 ?").bytes() + directoryAttributes();
+}
+
+TEST_F(HostileServerTest, RemovalFindsOutWhatAListingDoesNotTell)
+{
+    put("src/sub/f", "");
+    const std::string withoutAttributes =
+        SftpWriter().number(1).text("sub").text("").number(0).bytes();
+    SftpScript script;
+    script.rules = {
+        {onPath(nth(SftpPacket::Readdir, 1), "/src"),
+         SftpActions::answer(SftpPacket::Name, withoutAttributes)},
+        {onPath(nth(SftpPacket::Readdir, 2), "/src"), SftpActions::refuse(SftpStatus::Eof)}};
+    sftp().setScript(script);
+    expectQuiet(tarnis("rm", {"-r", at("src")}));
+    EXPECT_FALSE(std::filesystem::exists(sftp().path("src")));
+}
+
+TEST_F(HostileServerTest, RemovalOfATreeWithoutAnEndEnds)
+{
+    put("src/f", "");
+    SftpScript script;
+    script.rules = {
+        {every(SftpPacket::Opendir),
+         SftpActions::answer(SftpPacket::Handle, SftpWriter().text("h").bytes())},
+        {every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Ok)},
+        {everyOther(SftpPacket::Readdir, 1),
+         SftpActions::answer(SftpPacket::Name, nameReply(std::string(200, 'd')))},
+        {everyOther(SftpPacket::Readdir, 2), SftpActions::refuse(SftpStatus::Eof)},
+        {every(SftpPacket::Lstat), SftpActions::answer(SftpPacket::Attrs, directoryAttributes())}};
+    sftp().setScript(script);
+    expectFailure(tarnis("rm", {"-r", at("src")}), "it is nested too deep");
+    EXPECT_LT(sftp().requestCount(SftpPacket::Opendir), 100U);
 }
 
 TEST_F(HostileServerTest, ATreeWithoutAnEndIsLeftSomewhere)

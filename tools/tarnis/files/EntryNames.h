@@ -1,8 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace TarnisTool {
+
+// No system takes longer paths: only a server that makes its tree up gets there.
+constexpr std::size_t longestPath = 16'384;
 
 /// Whether a name that a server gave can be that of one entry of a directory. Any other could lead
 /// out of the directory.

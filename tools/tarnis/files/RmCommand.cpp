@@ -2,26 +2,12 @@
 
 #include "Failure.h"
 #include "files/Cancellation.h"
-#include "files/TreeWalk.h"
+#include "files/EntryNames.h"
+#include "files/TreeRemoval.h"
 
 #include <CLI/CLI.hpp>
 
 namespace TarnisTool {
-
-namespace {
-
-void removeEntry(RemotePlace& place, const std::string& path,
-                 const FileSystem::StorageSystemFileInfo& info)
-{
-    place.forgetFailures();
-    const bool isGone = isDirectory(info.type) ? place.system().directoryRemove(path)
-                                               : place.system().fileRemove(path);
-    if (!isGone) {
-        place.fail("cannot remove", path);
-    }
-}
-
-} // namespace
 
 RmCommand::RmCommand(CLI::App& program)
     : PathsCommand(program, "rm", "Remove remote files")
@@ -37,7 +23,7 @@ void RmCommand::workOn(RemotePlace& place, const std::string& path)
     const std::string id = fileIdOf(path);
     const auto info = place.find(id);
     if (!isDirectory(info.type)) {
-        removeEntry(place, id, info);
+        removeFile(place, id);
         return;
     }
     if (!isRecursive_) {
@@ -47,34 +33,26 @@ void RmCommand::workOn(RemotePlace& place, const std::string& path)
         place.fail("cannot remove", id, "it has no name of its own");
     }
     removeTree(place, id);
-    removeEntry(place, id, info);
+}
+
+void RmCommand::removeFile(RemotePlace& place, const std::string& path)
+{
+    place.forgetFailures();
+    if (!place.system().fileRemove(path)) {
+        place.fail("cannot remove", path);
+    }
 }
 
 void RmCommand::removeTree(RemotePlace& place, const std::string& root)
 {
     const Cancellation cancellation(place.session());
-    TreeWalk walk(place, cancellation);
-    const auto entries = walk.entriesBelow(root);
-    std::size_t removed = 0;
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        if (cancellation.isRequested()) {
-            break;
-        }
-        try {
-            removeEntry(place, joinPath(root, entry->path), entry->info);
-            ++removed;
-        } catch (const Failure& failure) {
-            note(place, failure);
-        }
-    }
+    TreeRemoval removal(place, cancellation, [&](const Failure& failure) { note(place, failure); });
+    removal.remove(root);
     if (cancellation.isRequested()) {
         place.requireAlive();
         throw Failure(FailureKind::Cancelled, "interrupted the removal of", place.display(root),
-                      "removed " + std::to_string(removed) + " of " +
-                          std::to_string(entries.size()) + " entries");
-    }
-    if (walk.isIncomplete()) {
-        place.fail("cannot remove", root, "not all of it could be listed");
+                      "removed " + std::to_string(removal.removedCount()) +
+                          (removal.removedCount() == 1 ? " entry" : " entries"));
     }
 }
 

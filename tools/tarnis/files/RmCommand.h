@@ -15,6 +15,7 @@ public:
 
 private:
     void workOn(RemotePlace& place, const std::string& path) override;
+    static void removeFile(RemotePlace& place, const std::string& path);
     void removeTree(RemotePlace& place, const std::string& root);
 
     bool isRecursive_ = false;

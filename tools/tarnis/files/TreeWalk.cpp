@@ -9,13 +9,6 @@
 
 namespace TarnisTool {
 
-namespace {
-
-// No system takes longer paths: only a server that makes its tree up gets there.
-constexpr std::size_t longestPath = 16'384;
-
-} // namespace
-
 TreeWalk::TreeWalk(Place& place, const Cancellation& cancellation)
     : place_(place)
     , cancellation_(cancellation)
