@@ -1,4 +1,5 @@
 #include "FileCopy.h"
+#include "FileReplacement.h"
 #include "LinkResolution.h"
 #include "MoveByCopy.h"
 #include "PathText.h"
@@ -147,6 +148,20 @@ FileSystem2::fileCreateAs(const std::string& path, bool failIfExists, bool makeP
 bool FileSystem2::fileRenameAs(const std::string& path, const std::string& newPath) const
 {
     return hasNoNul(path) && hasNoNul(newPath) && do_fileRenameAs(path, newPath);
+}
+
+bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newPath) const
+{
+    if (!hasNoNul(newPath)) {
+        return false;
+    }
+    const auto source = fileType(path);
+    const auto target = fileType(newPath);
+    if (!source || isDirectory(*source) || (target && isDirectory(*target))) {
+        return false;
+    }
+    return pathCanonize(path) == pathCanonize(newPath) ||
+           FileReplacement::replace(*this, path, newPath);
 }
 
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const

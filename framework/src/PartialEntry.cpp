@@ -1,9 +1,10 @@
 #include "PartialEntry.h"
 
+#include "FileReplacement.h"
 #include "HiddenName.h"
 #include "PathText.h"
 
-#include <FileSystem/FileSystem2.h>
+#include <FileSystem/StorageSystem.h>
 
 #include <utility>
 
@@ -77,52 +78,14 @@ bool PartialEntry::takeFreeName()
 bool PartialEntry::publish(bool replace)
 {
     const auto finalPath = PathText::childId(directory_, {name_});
-    if (!replace && system_.fileType(finalPath)) {
-        return false;
-    }
-    if ((replace && replaceAtOnce(finalPath)) || takeFinalName() ||
-        (replace && replaceInSteps(finalPath))) {
+    const bool isPublished = replace ? FileReplacement::replace(system_, path_, finalPath)
+                                     : !system_.fileType(finalPath) &&
+                                           FileReplacement::rename(system_, path_, finalPath);
+    if (isPublished) {
         path_ = finalPath;
         created_ = false;
-        return true;
     }
-    return false;
-}
-
-bool PartialEntry::replaceAtOnce(const std::string& finalPath) const
-{
-    return system_.replacer_ && system_.replacer_(path_, finalPath);
-}
-
-// fileRename() asks first whether there is a file. This one was made here, and far from the server
-// each question counts.
-bool PartialEntry::takeFinalName() const
-{
-    const auto* const system = dynamic_cast<const FileSystem2*>(&system_);
-    return system != nullptr ? system->fileRenameAs(path_, PathText::childId(directory_, {name_}))
-                             : system_.fileRename(path_, name_).has_value();
-}
-
-// Most servers refuse to rename onto something. What stands there is set aside and not removed
-// first: nothing is lost on a server that refuses to rename at all.
-bool PartialEntry::replaceInSteps(const std::string& finalPath) const
-{
-    const auto type = system_.fileType(finalPath);
-    if (!type || isDirectory(*type)) {
-        return false;
-    }
-    const auto asideName = hiddenName(name_, HiddenNameUse::SetAside);
-    const auto aside = PathText::childId(directory_, {asideName});
-    // A renaming that was reported as failed may have been done.
-    if (!system_.fileRename(finalPath, asideName) && !system_.fileType(aside)) {
-        return false;
-    }
-    if (!takeFinalName()) {
-        system_.fileRename(aside, name_);
-        return false;
-    }
-    system_.fileRemove(aside);
-    return true;
+    return isPublished;
 }
 
 } // namespace FileSystem

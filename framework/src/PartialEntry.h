@@ -35,15 +35,11 @@ public:
     const std::string& path() const { return path_; }
 
     /// Gives it its final name.
-    /// \param replace what stands there, unless it is a directory, makes room; it is back when the
-    ///                name cannot be taken after all. Without: fails when something is there.
+    /// \param replace as FileReplacement::replace(). Without: fails when something is there.
     bool publish(bool replace);
 
 private:
     bool takeFreeName();
-    bool takeFinalName() const;
-    bool replaceAtOnce(const std::string& finalPath) const;
-    bool replaceInSteps(const std::string& finalPath) const;
 
     const StorageSystem& system_;
     std::string directory_;

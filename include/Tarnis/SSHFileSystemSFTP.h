@@ -39,6 +39,8 @@ class SSHHandleSFTPSession;
 /// - fileRenameAs() onto a file that exists fails with most servers and replaces it with others.
 ///   With those, fileMoveAs() and whatever else must not replace a file (a copy with FailIfExists)
 ///   replaces one that another client puts there after they have looked.
+/// - fileReplaceAs(), and with it a copy over a file, is one atomic step where the server offers
+///   the extension posix-rename@openssh.com.
 /// - Times are whole seconds from 1970 to 2106; a time outside is not set. Less than a second
 ///   before 1970 is not outside: fractions are cut off, which makes it the first moment of 1970.
 ///   fileSetModTime() asks the server for the time afterwards: true means that the server has it,

@@ -17,8 +17,8 @@ class SSHHandleSFTPSession;
 /// Taking a link for a directory would mean removing what is behind it.
 SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path);
 
-/// Whether a path is a symbolic link and the server, asked to rename it, would rename what it leads
-/// to: mod_sftp again. Blocks and throws as above.
+/// Whether a path is a symbolic link and the server, asked to rename it or onto it, would rename or
+/// replace what it leads to: mod_sftp again. Blocks and throws as above.
 bool isFollowedByRename(SSHHandleSFTPSession& sftp, const std::string& path);
 
 } // namespace Tarnis

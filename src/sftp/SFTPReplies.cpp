@@ -253,4 +253,13 @@ std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id,
     return status;
 }
 
+std::optional<std::uint32_t> collectStatusAlone(sftp_file file, std::uint32_t id,
+                                                SFTPReplyStream& stream) noexcept
+{
+    if (!awaitArrival(file, id, stream)) {
+        return std::nullopt;
+    }
+    return statusOf(*takeArrived(file->sftp, id));
+}
+
 } // namespace Tarnis

@@ -38,4 +38,8 @@ int collectReadDirectly(sftp_file file, void* data, std::uint32_t size, std::uin
 std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id,
                                            SFTPReplyStream& stream) noexcept;
 
+/// The same without a text: the session's last error stays as it is. The file need not be open.
+std::optional<std::uint32_t> collectStatusAlone(sftp_file file, std::uint32_t id,
+                                                SFTPReplyStream& stream) noexcept;
+
 } // namespace Tarnis

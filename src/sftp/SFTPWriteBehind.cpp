@@ -1,6 +1,7 @@
 #include "sftp/SFTPWriteBehind.h"
 
 #include "handles/SSHCall.h"
+#include "sftp/SFTPRequest.h"
 #include "sftp/SFTPWriteRequest.h"
 
 #include <algorithm>
@@ -19,7 +20,7 @@ using BulkWriting = SSHHandleSFTPSession::BulkWriting;
 BulkWriting writingOf(const SSHHandleSFTPSessionFile& file)
 {
     const auto* const sftp = file.getSftpSession();
-    return sftp != nullptr && canSendWrites() ? sftp->getBulkWriting() : BulkWriting::OneByOne;
+    return sftp != nullptr && canSendRequests() ? sftp->getBulkWriting() : BulkWriting::OneByOne;
 }
 
 } // namespace

@@ -10,10 +10,8 @@
 
 namespace Tarnis {
 
-// Write requests of which several are under way. To be called under the lock.
-
-/// Whether the libssh at hand is one that sendWrite() was made for.
-bool canSendWrites() noexcept;
+// Write requests of which several are under way. To be called under the lock, where
+// canSendRequests().
 
 /// Sends a request to write `size` bytes at `offset` and does not wait for the reply. libssh 0.10
 /// has only the function that waits.

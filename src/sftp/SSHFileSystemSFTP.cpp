@@ -4,6 +4,7 @@
 #include "session/SSHSessionOptions.h"
 #include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPModificationTime.h"
+#include "sftp/SFTPReplacingRename.h"
 
 #include <FileSystem/OpenMode.h>
 #include <Tarnis/SSHDefaultDeleter.h>
@@ -41,6 +42,10 @@ SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sft
 {
     setDirectoryReader([this](const std::string& path) { return readDirectoryFully(path); });
     setStartDirectory([this] { return startDirectory(); });
+    setReplacer([this](const std::string& path, const std::string& newPath) {
+        const auto handle = validHandle();
+        return handle != nullptr && renameReplacing(*handle, path, newPath);
+    });
 }
 
 SSHFileSystemSFTP::~SSHFileSystemSFTP()

@@ -43,6 +43,8 @@ struct Capabilities
     Capability renamesLinks;
     /// Renaming onto something that stands already fails. Lacking: it is replaced.
     Capability refusesToRenameOntoExisting;
+    /// Replaces a file by another in one atomic step. Lacking: there is a moment without either.
+    Capability replacesInOneStep;
     /// Tells the room on a volume.
     Capability tellsVolumeFigures;
     /// Keeps modification times to 100 ns. Lacking: to the second.

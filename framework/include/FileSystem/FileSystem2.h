@@ -75,6 +75,14 @@ public:
     /// on another volume, a refusal.
     bool fileRenameAs(const std::string& path, const std::string& newPath) const;
 
+    /// As fileRenameAs() for a file or a link itself, and a file or a link at the new path is
+    /// replaced: in one atomic step where the system can, as this machine's can and many servers.
+    /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.old" beside it:
+    /// when the system is lost just then, it is found there. False: nothing there, a directory at
+    /// either path, the new parent is missing or on another volume, a refusal; both are where they
+    /// were.
+    bool fileReplaceAs(const std::string& path, const std::string& newPath) const;
+
     /// Moves a file or a link itself: renames it, or where the system cannot (another volume),
     /// copies it with permissions and time and then removes it. Never replaces what stands at the
     /// new path. False: nothing there, a directory, the target exists, its parent is missing, a
@@ -84,9 +92,7 @@ public:
     /// Copies a file, a symbolic link as a link, or with Recursive a directory with all below it,
     /// to a path of this or another system. Never follows a link below `path`; never leaves a
     /// half-written file under its final name: the bytes go to a hidden name beside it
-    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete. This machine's file
-    /// system replaces in one atomic step. Where a system cannot, what is replaced is set aside for
-    /// that moment, as ".NAME.XXXXXXXX.old": when the system is lost just then, it is found there.
+    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete, as by fileReplaceAs().
     /// What is to be preserved and cannot be makes the copy fail; of a link it is the text alone.
     /// A remote source that ends before the size that it is told to have makes the copy fail.
     ///

@@ -325,7 +325,7 @@ protected:
 
     /// For a system that can rename onto a file and replace it in one atomic step, a symbolic link
     /// as itself, and never a directory. As setDirectoryReader(). \param replacer is given the old
-    /// and the new path; false when nothing has changed.
+    /// and the new path; false when nothing has changed, as far as the system tells.
     void setReplacer(std::function<bool(const std::string&, const std::string&)> replacer);
 
     virtual std::string do_hostName() const = 0;
@@ -424,7 +424,7 @@ protected:
     virtual std::string do_displayPath(const std::string& path) const = 0;
 
 private:
-    friend class PartialEntry;
+    friend class FileReplacement;
 
     DirectoryReader directoryReader_;
     std::function<std::optional<std::string>()> startDirectory_;

@@ -137,6 +137,8 @@ struct Attack
     const char* name;
     SftpOccasion occasion;
     Outcome (HostileReplyTest::*operation)();
+    /// Whether the server offers to replace files.
+    bool offersReplacing = false;
 };
 
 // For the messages of failed assertions.
@@ -252,6 +254,18 @@ public:
                    : Outcome::Refused;
     }
 
+    Outcome replaces()
+    {
+        const bool replaced = files().fileReplaceAs(path("dir/a"), path("file"));
+        const bool isDone = !fs::exists(path("dir/a")) && readFile(path("file")) == "dir/a";
+        if (replaced) {
+            return rightIf(isDone);
+        }
+        // When a session is lost between two steps, what was to be replaced stands aside.
+        const bool isKept = readFile(path("dir/a")) == "dir/a" && holds(content_);
+        return isDone || isKept ? Outcome::Refused : Outcome::Wrong;
+    }
+
     Outcome setsPermissions()
     {
         return files().fileSetPermissions(
@@ -319,7 +333,7 @@ protected:
         for (const Flaw& flaw : flaws) {
             SCOPED_TRACE(flaw.name);
             fill();
-            misbehave({{GetParam().occasion, flaw.action}});
+            misbehave({{GetParam().occasion, flaw.action}}, scriptOf(GetParam()));
             expectNoMistake(flaw);
             if (flaw.isHarmless) {
                 follow({});
@@ -329,6 +343,24 @@ protected:
     }
 
 private:
+    static SftpScript scriptOf(const Attack& attack)
+    {
+        SftpScript script;
+        if (attack.offersReplacing) {
+            script.extensions.push_back({"posix-rename@openssh.com", "1"});
+        }
+        return script;
+    }
+
+    /// Whether a file of the served directory has this content.
+    bool holds(const std::string& content)
+    {
+        const auto names = namesIn(server().sftp().root());
+        return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+            return fs::is_regular_file(path(name)) && readFile(path(name)) == content;
+        });
+    }
+
     /// As the target of a copy that failed: when the answer to renaming is lost, it is complete.
     bool isMissingOrWhole(const std::string& where) const
     {
@@ -387,11 +419,18 @@ private:
             outcome = (this->*GetParam().operation)();
             return true;
         }));
-        const auto& lies = flaw.plausibleTo;
-        if (std::count(lies.begin(), lies.end(), GetParam().occasion.request) == 0) {
+        if (!isPlausible(flaw)) {
             EXPECT_NE(outcome, Outcome::Wrong);
         }
         expectNothingOutside();
+    }
+
+    static bool isPlausible(const Flaw& flaw)
+    {
+        const auto& lies = flaw.plausibleTo;
+        // An extended request may be of either sort. That for replacing has a status for a reply.
+        return std::count(lies.begin(), lies.end(), GetParam().occasion.request) > 0 ||
+               (GetParam().offersReplacing && lies == kStatusRequests);
     }
 
     const std::string content_ = pseudoRandomBytes(11, 600'000);
@@ -440,6 +479,9 @@ const Attack kAttacks[] = {
     {"ServerCopySecondWrite", nth(SftpPacket::Write, 2), &Test::copiesOnTheServer},
     {"RemoveRemove", nth(SftpPacket::Remove, 1), &Test::removes},
     {"RenameRename", nth(SftpPacket::Rename, 1), &Test::renames},
+    {"ReplaceExtended", nth(SftpPacket::Extended, 1), &Test::replaces, true},
+    {"ReplaceRename", nth(SftpPacket::Rename, 2), &Test::replaces},
+    {"ReplaceLastRename", nth(SftpPacket::Rename, 3), &Test::replaces},
     {"PermissionsSetstat", nth(SftpPacket::Setstat, 1), &Test::setsPermissions},
     {"TimeLstat", nth(SftpPacket::Lstat, 1), &Test::setsTime},
     {"TimeSetstat", nth(SftpPacket::Setstat, 1), &Test::setsTime},

@@ -9,11 +9,10 @@
 
 namespace TarnisTest {
 
-void HostileTest::misbehave(std::vector<SftpRule> rules)
+void HostileTest::misbehave(std::vector<SftpRule> rules, SftpScript script)
 {
-    follow({});
+    follow(script);
     startOver();
-    SftpScript script;
     script.rules = std::move(rules);
     follow(script);
 }

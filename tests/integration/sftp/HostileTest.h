@@ -20,8 +20,8 @@ protected:
 
     void SetUp() override { start(); }
 
-    /// From now on the server follows these rules, on a new SFTP session.
-    void misbehave(std::vector<SftpRule> rules);
+    /// From now on the server follows these rules beside the script, on a new SFTP session.
+    void misbehave(std::vector<SftpRule> rules, SftpScript script = {});
 
     /// From the next request on the server follows the script.
     void follow(const SftpScript& script) { server().sftp().setScript(script); }

@@ -223,7 +223,7 @@ SftpMessage SftpFileService::carryOut(const SftpMessage& request)
     case SftpPacket::Realpath:
         return realPath(in);
     case SftpPacket::Rename:
-        return rename(in);
+        return rename(in, script_.renameReplaces);
     case SftpPacket::Readlink:
         return readLink(in);
     case SftpPacket::Symlink:
@@ -364,7 +364,7 @@ SftpMessage SftpFileService::remove(SftpReader& in, int (*how)(const char*)) con
     return outcome(mayChange(path) ? how(path.c_str()) : -1);
 }
 
-SftpMessage SftpFileService::rename(SftpReader& in) const
+SftpMessage SftpFileService::rename(SftpReader& in, bool replaces) const
 {
     const std::string from = absolute(in.text());
     const std::string to = absolute(in.text());
@@ -375,7 +375,7 @@ SftpMessage SftpFileService::rename(SftpReader& in) const
     struct stat info
     {};
 
-    if (!script_.renameReplaces && ::lstat(to.c_str(), &info) == 0) {
+    if (!replaces && ::lstat(to.c_str(), &info) == 0) {
         return sftpStatus(SftpStatus::Failure);
     }
     return outcome(::rename(from.c_str(), to.c_str()));
@@ -426,8 +426,14 @@ SftpMessage SftpFileService::makeLink(SftpReader& in) const
 SftpMessage SftpFileService::extended(SftpReader& in) const
 {
     const std::string name = in.text();
-    const bool works = name == "statvfs@openssh.com" && isAnnounced(script_, name);
-    return works ? volume(absolute(in.text())) : sftpStatus(SftpStatus::OpUnsupported);
+    if (!isAnnounced(script_, name)) {
+        return sftpStatus(SftpStatus::OpUnsupported);
+    }
+    if (name == "statvfs@openssh.com") {
+        return volume(absolute(in.text()));
+    }
+    return name == "posix-rename@openssh.com" ? rename(in, true)
+                                              : sftpStatus(SftpStatus::OpUnsupported);
 }
 
 SftpMessage SftpFileService::attributes(int result, const struct stat& info) const

@@ -42,7 +42,7 @@ private:
     SftpMessage openDirectory(SftpReader& in);
     SftpMessage readDirectory(SftpReader& in);
     SftpMessage remove(SftpReader& in, int (*how)(const char*)) const;
-    SftpMessage rename(SftpReader& in) const;
+    SftpMessage rename(SftpReader& in, bool replaces) const;
     SftpMessage makeDirectory(SftpReader& in) const;
     SftpMessage realPath(SftpReader& in) const;
     SftpMessage readLink(SftpReader& in) const;

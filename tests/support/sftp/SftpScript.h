@@ -106,7 +106,7 @@ struct SftpScript
 
     // Start of the session
     std::uint64_t version = 3;
-    /// statvfs@openssh.com is the only one that works; announced, the others are answered
+    /// statvfs@openssh.com and posix-rename@openssh.com work; announced, the others are answered
     /// OpUnsupported like unknown ones.
     std::vector<SftpExtension> extensions{{"statvfs@openssh.com", "2"}};
     /// An Extended request that was not announced ends the session instead of being refused.

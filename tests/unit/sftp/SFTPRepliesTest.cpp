@@ -1,12 +1,13 @@
 #include "sftp/SFTPReplies.h"
 
 #include "sftp/ReplyFixture.h"
+#include "sftp/SFTPRequest.h"
 #include "sftp/SFTPWriteRequest.h"
 
 #include <string>
 #include <vector>
 
-using Tarnis::canSendWrites;
+using Tarnis::canSendRequests;
 using Tarnis::sendWrite;
 using TarnisTest::dataPacket;
 using TarnisTest::fakeChannel;
@@ -207,8 +208,8 @@ TEST_F(SftpWriteRequest, IsMadeForLibssh010Alone)
     EXPECT_CALL(libssh, ssh_version(SSH_VERSION_INT(0, 11, 0)))
         .WillOnce(Return(nullptr))
         .WillOnce(Return("0.11.1"));
-    EXPECT_TRUE(canSendWrites());
-    EXPECT_FALSE(canSendWrites());
+    EXPECT_TRUE(canSendRequests());
+    EXPECT_FALSE(canSendRequests());
 }
 
 TEST_F(SftpWriteRequest, IsOnePacketOfTheProtocol)

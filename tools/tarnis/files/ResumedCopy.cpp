@@ -245,9 +245,7 @@ bool ResumedCopy::publish()
         problem_ = "a directory stands there";
         return false;
     }
-    // Renaming replaces nothing with most systems.
-    const bool isFree = !to_.fileExists(target_) || to_.fileRemove(target_);
-    return isFree && to_.fileRenameAs(part_, target_);
+    return to_.fileReplaceAs(part_, target_);
 }
 
 } // namespace TarnisTool
