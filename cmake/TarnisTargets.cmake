@@ -13,8 +13,10 @@ set(TARNIS_WARNINGS
     -Wnull-dereference
     -Wdouble-promotion
     -Wformat=2
-    -Wundef
-    -Werror)
+    -Wundef)
+if(TARNIS_WARNINGS_AS_ERRORS)
+    list(APPEND TARNIS_WARNINGS -Werror)
+endif()
 # GCC's null-dereference analysis follows inlined standard-library code once it optimises, and
 # then reports paths that cannot be taken.
 set(TARNIS_WARNINGS_OPTIMISED -Wno-null-dereference)
