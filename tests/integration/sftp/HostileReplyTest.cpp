@@ -114,10 +114,10 @@ std::vector<Flaw> wrongPackets()
         {"the largest packet", claimLength(kHuge), {}, true, false},
         {"what is no packet", sendRaw("HTTP/1.1 400 Bad Request\r\n\r\n"), {}, true, false},
         {"a packet of an identifier", sendRaw(std::string("\0\0\0\1\x65", 5)), {}, true, false},
-        {"an end", SftpActions::exit(), {}, true, false},
-        {"an end in the length", breakOff(3), {}, true, false},
-        {"an end in the identifier", breakOff(7), {}, true, false},
-        {"an end in the body", breakOff(11), {}, true, false},
+        {"an end", SftpActions::exit(), {}, false, false},
+        {"an end in the length", breakOff(3), {}, false, false},
+        {"an end in the identifier", breakOff(7), {}, false, false},
+        {"an end in the body", breakOff(11), {}, false, false},
     };
 }
 
@@ -345,11 +345,7 @@ protected:
 private:
     static SftpScript scriptOf(const Attack& attack)
     {
-        SftpScript script;
-        if (attack.offersReplacing) {
-            script.extensions.push_back({"posix-rename@openssh.com", "1"});
-        }
-        return script;
+        return attack.offersReplacing ? offeringReplacement() : SftpScript();
     }
 
     /// Whether a file of the served directory has this content.

@@ -17,6 +17,13 @@ void HostileTest::misbehave(std::vector<SftpRule> rules, SftpScript script)
     follow(script);
 }
 
+SftpScript HostileTest::offeringReplacement()
+{
+    SftpScript script;
+    script.extensions.push_back({"posix-rename@openssh.com", "1"});
+    return script;
+}
+
 bool HostileTest::attempt(bool mayWait, const std::function<bool()>& operation)
 {
     constexpr std::chrono::milliseconds moment(300);

@@ -23,6 +23,9 @@ protected:
     /// From now on the server follows these rules beside the script, on a new SFTP session.
     void misbehave(std::vector<SftpRule> rules, SftpScript script = {});
 
+    /// A server that offers to replace files in one step.
+    static SftpScript offeringReplacement();
+
     /// From the next request on the server follows the script.
     void follow(const SftpScript& script) { server().sftp().setScript(script); }
 

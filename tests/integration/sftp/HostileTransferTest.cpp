@@ -336,6 +336,8 @@ struct Route
     bool isDownload;
     bool isTree;
     bool replaces;
+    /// Whether the server offers to do so in one step.
+    bool offersReplacement = false;
 };
 
 void PrintTo(const Route& route, std::ostream* out)
@@ -382,7 +384,8 @@ protected:
         for (std::uint64_t number = 1; number < 200; ++number) {
             SCOPED_TRACE(number);
             fill();
-            misbehave({{nth(SftpPacket::Any, number), action}});
+            misbehave({{nth(SftpPacket::Any, number), action}},
+                      GetParam().offersReplacement ? offeringReplacement() : SftpScript());
             const bool copied = attempt(false, [this] { return copy(); });
             expect(copied);
             if (requestsOfLastSession() < number) {
@@ -476,6 +479,8 @@ INSTANTIATE_TEST_SUITE_P(Of, EveryStageTest,
                                            Route{"ADownloadOfATree", true, true, false},
                                            Route{"AnUpload", false, false, false},
                                            Route{"AnUploadOverAFile", false, false, true},
+                                           Route{"AnUploadInPlaceOfAFile", false, false, true,
+                                                 true},
                                            Route{"AnUploadOfATree", false, true, false}),
                          [](const auto& route) { return route.param.name; });
 
@@ -483,7 +488,9 @@ INSTANTIATE_TEST_SUITE_P(Of, EveryStageTest,
 struct Refusal
 {
     const char* name;
-    SftpRule rule;
+    std::vector<SftpRule> rules;
+    /// Whether the server offers to replace files in one step.
+    bool offersReplacement = false;
 };
 
 void PrintTo(const Refusal& refusal, std::ostream* out)
@@ -499,7 +506,8 @@ TEST_P(RefusedUploadTest, LeavesTheOldFileAndNothingElse)
     here().write("target/file", pseudoRandomBytes(25, 3'000'000));
     ASSERT_TRUE(local().fileSetModTime(target() + "/file", timeOf(1'000)));
     put("copy", "old");
-    misbehave({GetParam().rule});
+    misbehave(GetParam().rules,
+              GetParam().offersReplacement ? offeringReplacement() : SftpScript());
     EXPECT_FALSE(upload(target() + "/file", "copy", Option::PreserveModTime));
     EXPECT_THAT(namesIn(root()), ElementsAre("copy"));
     expectContent("old", path("copy"));
@@ -510,13 +518,19 @@ TEST_P(RefusedUploadTest, LeavesTheOldFileAndNothingElse)
 INSTANTIATE_TEST_SUITE_P(
     Of, RefusedUploadTest,
     ::testing::Values(
-        Refusal{"Opening", {nth(SftpPacket::Open, 1), refuse(SftpStatus::PermissionDenied)}},
-        Refusal{"AllWrites", {every(SftpPacket::Write), refuse(SftpStatus::Failure)}},
-        Refusal{"OneWrite", {nth(SftpPacket::Write, 7), refuse(SftpStatus::Failure)}},
-        Refusal{"TheLastWrite", {nth(SftpPacket::Write, 12), refuse(SftpStatus::Failure)}},
-        Refusal{"Times", {every(SftpPacket::Setstat), refuse(SftpStatus::OpUnsupported)}},
-        Refusal{"TimesWithoutAWord", {every(SftpPacket::Setstat), refuse(SftpStatus::Ok)}},
-        Refusal{"Renaming", {every(SftpPacket::Rename), refuse(SftpStatus::OpUnsupported)}}),
+        Refusal{"Opening", {{nth(SftpPacket::Open, 1), refuse(SftpStatus::PermissionDenied)}}},
+        Refusal{"AllWrites", {{every(SftpPacket::Write), refuse(SftpStatus::Failure)}}},
+        Refusal{"OneWrite", {{nth(SftpPacket::Write, 7), refuse(SftpStatus::Failure)}}},
+        Refusal{"TheLastWrite", {{nth(SftpPacket::Write, 12), refuse(SftpStatus::Failure)}}},
+        // Where bytes are kept back until then, so is the news that there is no room for them.
+        Refusal{"Closing", {{nth(SftpPacket::Close, 1), pretend(SftpStatus::Failure)}}},
+        Refusal{"Times", {{every(SftpPacket::Setstat), refuse(SftpStatus::OpUnsupported)}}},
+        Refusal{"TimesWithoutAWord", {{every(SftpPacket::Setstat), refuse(SftpStatus::Ok)}}},
+        Refusal{"Renaming", {{every(SftpPacket::Rename), refuse(SftpStatus::OpUnsupported)}}},
+        Refusal{"Replacing",
+                {{every(SftpPacket::Extended), refuse(SftpStatus::Failure)},
+                 {every(SftpPacket::Rename), refuse(SftpStatus::Failure)}},
+                true}),
     [](const auto& refusal) { return refusal.param.name; });
 
 } // namespace

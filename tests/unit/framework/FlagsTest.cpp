@@ -1,10 +1,13 @@
 #include <FileSystem/StorageSystemFlags.h>
+#include <FileSystem/StorageSystemRecords.h>
 #include <Utilities/Flags.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <type_traits>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -80,24 +83,82 @@ TEST(Flags, AreEqualWhenAllBitsAre)
     EXPECT_NE(Colours(3U), Colours(Colour::Red));
 }
 
+// Hosts keep these numbers, and hand them over as numbers.
 TEST(StorageSystemFlags, HaveTheValuesOfTheirInterface)
 {
     using namespace FileSystem;
-    EXPECT_EQ((StorageSystemFileTypeFlag::Regular | StorageSystemFileTypeFlag::SymbolicLink).raw(),
-              17U);
-    EXPECT_EQ(Utilities::Flags(StorageSystemFileTypeFlag::Directory).raw(), 2U);
-    EXPECT_EQ((PosixFilePermissionFlag::OwnerRead | PosixFilePermissionFlag::OthersExecute).raw(),
-              0401U);
-    EXPECT_EQ(Utilities::Flags(StorageSystemFileOpenModeFlag::Exclusive).raw(), 32U);
-    EXPECT_EQ((StorageSystemCopyOptionFlag::PreservePermissions |
-               StorageSystemCopyOptionFlag::PreserveModTime)
-                  .raw(),
-              3U);
-    EXPECT_EQ(static_cast<std::uint32_t>(StorageSystemDirectoryFilterType::SearchPattern), 1U);
-    EXPECT_EQ(static_cast<std::uint32_t>(StorageSystemType::Local), 1U);
-    EXPECT_EQ(static_cast<std::uint32_t>(StorageSystemType::SFTP), 2U);
+    const auto number = [](auto enumerator) { return static_cast<std::uint32_t>(enumerator); };
+    EXPECT_EQ(number(StorageSystemFileTypeFlag::Regular), 1U);
+    EXPECT_EQ(number(StorageSystemFileTypeFlag::Directory), 2U);
+    EXPECT_EQ(number(StorageSystemFileTypeFlag::SymbolicLink), 16U);
+    EXPECT_EQ(number(StorageSystemFileOpenModeFlag::Read), 1U);
+    EXPECT_EQ(number(StorageSystemFileOpenModeFlag::Write), 2U);
+    EXPECT_EQ(number(StorageSystemFileOpenModeFlag::Append), 4U);
+    EXPECT_EQ(number(StorageSystemFileOpenModeFlag::Create), 8U);
+    EXPECT_EQ(number(StorageSystemFileOpenModeFlag::Truncate), 16U);
+    EXPECT_EQ(number(StorageSystemFileOpenModeFlag::Exclusive), 32U);
+    EXPECT_EQ(number(StorageSystemCopyOptionFlag::None), 0U);
+    EXPECT_EQ(number(StorageSystemCopyOptionFlag::PreservePermissions), 1U);
+    EXPECT_EQ(number(StorageSystemCopyOptionFlag::PreserveModTime), 2U);
+    EXPECT_EQ(number(StorageSystemCopyOptionFlag::FailIfExists), 4U);
+    EXPECT_EQ(number(StorageSystemCopyOptionFlag::Recursive), 8U);
+    EXPECT_EQ(number(StorageSystemDirectoryFilterType::SearchPattern), 1U);
+    EXPECT_EQ(number(StorageSystemDirectoryFilterType::RegularExpression), 2U);
+    EXPECT_EQ(number(StorageSystemType::Local), 1U);
+    EXPECT_EQ(number(StorageSystemType::SFTP), 2U);
     EXPECT_EQ(defaultFilePermissions.raw(), 0666U);
     EXPECT_EQ(defaultDirectoryPermissions.raw(), 0777U);
+}
+
+TEST(StorageSystemFlags, HaveTheModesOfPosix)
+{
+    using Permission = FileSystem::PosixFilePermissionFlag;
+    const auto mode = [](Permission permission) { return static_cast<mode_t>(permission); };
+    EXPECT_EQ(mode(Permission::OwnerRead), S_IRUSR);
+    EXPECT_EQ(mode(Permission::OwnerWrite), S_IWUSR);
+    EXPECT_EQ(mode(Permission::OwnerExecute), S_IXUSR);
+    EXPECT_EQ(mode(Permission::GroupRead), S_IRGRP);
+    EXPECT_EQ(mode(Permission::GroupWrite), S_IWGRP);
+    EXPECT_EQ(mode(Permission::GroupExecute), S_IXGRP);
+    EXPECT_EQ(mode(Permission::OthersRead), S_IROTH);
+    EXPECT_EQ(mode(Permission::OthersWrite), S_IWOTH);
+    EXPECT_EQ(mode(Permission::OthersExecute), S_IXOTH);
+}
+
+TEST(StorageSystemRecords, AreEmptyWhenNothingIsKnown)
+{
+    const FileSystem::StorageSystemFileInfo info;
+    EXPECT_EQ(info.name + info.fileId + info.parentDirectoryId, "");
+    EXPECT_TRUE(info.type.isEmpty() && info.permissions.isEmpty());
+    EXPECT_EQ(info.size, 0U);
+    EXPECT_EQ(info.modTime.time_since_epoch().count(), 0);
+    const FileSystem::StorageSystemDirectoryInfo entry;
+    EXPECT_EQ(entry.name + entry.fileId + entry.parentDirectoryId, "");
+    EXPECT_TRUE(entry.type.isEmpty());
+    const FileSystem::StorageSystemStorageInfo volume;
+    EXPECT_EQ(volume.free + volume.available + volume.capacity, 0U);
+}
+
+TEST(StorageSystemRecords, HaveTheirFieldsInOrder)
+{
+    // What hosts write in braces means what it says only in this order.
+    const FileSystem::StorageSystemFileInfo info{
+        "name", "id", "parent", {}, 5, FileSystem::StorageSystemTimePoint(), {}};
+    EXPECT_EQ(info.fileId, "id");
+    EXPECT_LT(&info.name, &info.fileId);
+    EXPECT_LT(&info.fileId, &info.parentDirectoryId);
+    EXPECT_LT(static_cast<const void*>(&info.parentDirectoryId),
+              static_cast<const void*>(&info.type));
+    EXPECT_LT(static_cast<const void*>(&info.type), static_cast<const void*>(&info.size));
+    EXPECT_LT(static_cast<const void*>(&info.size), static_cast<const void*>(&info.modTime));
+    EXPECT_LT(static_cast<const void*>(&info.modTime), static_cast<const void*>(&info.permissions));
+    const FileSystem::StorageSystemStorageInfo volume{1, 2, 3};
+    EXPECT_EQ(volume.free, 1U);
+    EXPECT_EQ(volume.available, 2U);
+    EXPECT_EQ(volume.capacity, 3U);
+    const FileSystem::StorageSystemDirectoryInfo entry{"name", "id", "parent", {}};
+    EXPECT_EQ(entry.fileId, "id");
+    EXPECT_EQ(entry.parentDirectoryId, "parent");
 }
 
 TEST(StorageSystemFlags, TellKindsApart)

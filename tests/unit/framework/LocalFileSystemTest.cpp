@@ -9,9 +9,11 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -66,32 +68,56 @@ private:
     fs::path before_;
 };
 
+/// A limit of the process, as long as this lives.
+class ResourceLimit
+{
+public:
+    ResourceLimit(decltype(RLIMIT_FSIZE) resource, rlim_t value)
+        : resource_(resource)
+    {
+        EXPECT_EQ(::getrlimit(resource_, &before_), 0);
+        rlimit limit = before_;
+        limit.rlim_cur = value;
+        EXPECT_EQ(::setrlimit(resource_, &limit), 0);
+    }
+
+    ResourceLimit(const ResourceLimit&) = delete;
+    ResourceLimit& operator=(const ResourceLimit&) = delete;
+
+    ~ResourceLimit() { static_cast<void>(::setrlimit(resource_, &before_)); }
+
+private:
+    const decltype(RLIMIT_FSIZE) resource_;
+    rlimit before_ = {};
+};
+
 /// No file of the process may grow beyond a number of bytes.
 class FileSizeLimit
 {
 public:
     explicit FileSizeLimit(rlim_t bytes)
         : signalBefore_(std::signal(SIGXFSZ, SIG_IGN))
-    {
-        EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before_), 0);
-        rlimit limit = before_;
-        limit.rlim_cur = bytes;
-        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
+        , limit_(RLIMIT_FSIZE, bytes)
+    {}
 
     FileSizeLimit(const FileSizeLimit&) = delete;
     FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
-    ~FileSizeLimit()
-    {
-        static_cast<void>(::setrlimit(RLIMIT_FSIZE, &before_));
-        static_cast<void>(std::signal(SIGXFSZ, signalBefore_));
-    }
+    ~FileSizeLimit() { static_cast<void>(std::signal(SIGXFSZ, signalBefore_)); }
 
 private:
-    rlimit before_ = {};
     void (*signalBefore_)(int);
+    const ResourceLimit limit_;
 };
+
+/// The next descriptor that the system would give.
+rlim_t nextDescriptor()
+{
+    const int descriptor = ::dup(STDIN_FILENO);
+    EXPECT_GE(descriptor, 0);
+    ::close(descriptor);
+    return static_cast<rlim_t>(descriptor);
+}
 
 /// A directory on another volume than the one of temporary files, where there is one.
 class OtherVolume
@@ -552,6 +578,22 @@ TEST_F(LocalFileSystemTest, AbsolutePathsStartAtTheCurrentDirectory)
     EXPECT_EQ(system_.absolutePath("/a"), "/a");
     EXPECT_EQ(system_.absolutePath(""), std::nullopt);
     EXPECT_EQ(system_.absolutePath(std::string("a\0b", 3)), std::nullopt);
+}
+
+TEST_F(LocalFileSystemTest, CommitTellsWhatTheSystemSaysToClosing)
+{
+    const auto target = system_.fileOpen(file("new"), StorageSystemFileOpenModeFlag::Write |
+                                                          StorageSystemFileOpenModeFlag::Create);
+    ASSERT_NE(target, nullptr);
+    EXPECT_TRUE(target->writeFully("text", 4));
+    {
+        const ResourceLimit noMoreDescriptors(RLIMIT_NOFILE, nextDescriptor());
+        LocalFileSystem::clearLastError();
+        EXPECT_FALSE(target->commit());
+        EXPECT_EQ(LocalFileSystem::getLastError(), std::strerror(EMFILE));
+    }
+    EXPECT_TRUE(target->commit());
+    EXPECT_EQ(fs::file_size(file("new")), 4U);
 }
 
 TEST_F(LocalFileSystemTest, AFileThatIsReplacedIsNeverMissing)

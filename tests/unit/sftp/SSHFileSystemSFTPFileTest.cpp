@@ -1,4 +1,5 @@
 #include "sftp/SftpFixture.h"
+#include "util/Background.h"
 
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
@@ -10,6 +11,7 @@ using FileSystem::handle_fatal_error;
 using FileSystem::StorageSystemFileOpenModeFlag;
 using Tarnis::SSHFileSystemSFTP;
 using Tarnis::SSHFileSystemSFTPFile;
+using TarnisTest::Background;
 using TarnisTest::Broken;
 using TarnisTest::fakeSession;
 using TarnisTest::recordBroken;
@@ -308,6 +310,33 @@ TEST_F(SftpOpenFile, IsAtItsEndWhenLibsshSaysOne)
     EXPECT_FALSE(opened.eof());
     file.eof = 1;
     EXPECT_TRUE(opened.eof());
+}
+
+TEST_F(SftpOpenFile, IsAskedForItsStateWhileAnotherThreadHoldsTheLock)
+{
+    const auto lock = fileHandle->getLock();
+    file.eof = 1;
+    const Background asking([this] {
+        EXPECT_TRUE(opened.eof());
+        EXPECT_TRUE(opened.isValid());
+        EXPECT_FALSE(opened.error());
+        EXPECT_EQ(opened.maxReadPackageSize(), package);
+        EXPECT_EQ(opened.maxWritePackageSize(), writePackage);
+        EXPECT_EQ(opened.fileId(), "/a/file");
+    });
+    EXPECT_TRUE(asking.ends());
+}
+
+TEST_F(SftpOpenFile, CommitsByClosingAndTellsWhatTheServerSays)
+{
+    for (const int answer : {SSH_OK, SSH_ERROR}) {
+        auto another = std::make_unique<sftp_file_struct>(file);
+        EXPECT_CALL(libssh, sftp_open).WillOnce(Return(another.get()));
+        EXPECT_CALL(libssh, sftp_close(another.get())).WillOnce(Return(answer));
+        const auto written = files.fileOpen("/b", StorageSystemFileOpenModeFlag::Write);
+        ASSERT_NE(written, nullptr);
+        EXPECT_EQ(written->commit(), answer == SSH_OK);
+    }
 }
 
 TEST_F(SftpOpenFile, TellsOfItsFileSystemOnceThatHasEnded)

@@ -253,6 +253,21 @@ TEST_F(SftpListing, OfNamesBuildsItsFilterLast)
     EXPECT_EQ(next, 1U);
 }
 
+TEST_F(SftpListing, OfNamesRefusesABrokenExpressionAlsoWhereNothingCanBeOpened)
+{
+    EXPECT_CALL(libssh, sftp_opendir(_, StrEq("/missing"))).WillOnce(Return(nullptr));
+    EXPECT_THROW(files.directoryListFileNames("/missing", "[", byExpression), std::regex_error);
+    EXPECT_THROW(files.directoryListFileNames("", "[", byExpression), std::regex_error);
+}
+
+TEST_F(SftpListing, WithoutASessionIsEmptyWhateverTheExpression)
+{
+    files.abort();
+    EXPECT_TRUE(files.directoryList("/d", "[", byExpression).empty());
+    EXPECT_TRUE(files.directoryFileInfoList("/d", "[", byExpression).empty());
+    EXPECT_TRUE(files.directoryListFileNames("/d", "[", byExpression).empty());
+}
+
 TEST_F(SftpListing, OfAnEmptyPathOpensNothing)
 {
     EXPECT_CALL(libssh, sftp_opendir).Times(0);

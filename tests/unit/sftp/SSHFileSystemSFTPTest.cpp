@@ -4,6 +4,8 @@
 #include <Tarnis/SSHFileSystemSFTPFile.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <vector>
@@ -296,6 +298,22 @@ TEST_F(SftpFileSystem, MakesNoDirectoryExclusivelyWhereOneStands)
 {
     EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/d")))
         .WillOnce(Return(attributesOf(directoryMode)));
+    EXPECT_CALL(libssh, sftp_mkdir).Times(0);
+    EXPECT_FALSE(files.directoryCreateAs("/d", true));
+}
+
+TEST_F(SftpFileSystem, MakesNoDirectoryExclusivelyWhereALinkToOneStands)
+{
+    EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/d"))).WillRepeatedly([this](auto...) {
+        return attributesOf(0120777);
+    });
+    EXPECT_CALL(libssh, sftp_readlink(&sftp, StrEq("/d"))).WillRepeatedly([](auto...) {
+        return ::strdup("/target");
+    });
+    EXPECT_CALL(libssh, ssh_string_free_char).WillRepeatedly([](char* text) { std::free(text); });
+    EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/target"))).WillRepeatedly([this](auto...) {
+        return attributesOf(directoryMode);
+    });
     EXPECT_CALL(libssh, sftp_mkdir).Times(0);
     EXPECT_FALSE(files.directoryCreateAs("/d", true));
 }
