@@ -1,4 +1,5 @@
 #include "Benchmarks.h"
+#include "support/Bars.h"
 #include "support/DirectSession.h"
 #include "support/Interleaved.h"
 #include "support/OpenSshClient.h"
@@ -29,7 +30,11 @@ Sections measureConnectAndLogIn(const Bench& bench)
         {"ssh", [&] { return timeToLogIn([&] { return logInWithOpenSsh(client); }); }},
     });
     runner.run(bench.effort.connectRounds);
-    return {runner.section("Connecting and logging in")};
+    Section bars = barsSection();
+    bars.rows.push_back(
+        barOfTimes("Tarnis to libssh", ratioOfTimes(runner, "Tarnis", "libssh"), 1.05));
+    bars.rows.push_back(barOfTimes("Tarnis to ssh", ratioOfTimes(runner, "Tarnis", "ssh"), 1.0));
+    return {runner.section("Connecting and logging in"), bars};
 }
 
 } // namespace TarnisBench

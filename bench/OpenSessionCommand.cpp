@@ -1,4 +1,5 @@
 #include "Benchmarks.h"
+#include "support/Bars.h"
 #include "support/DirectSession.h"
 #include "support/Interleaved.h"
 #include "support/OpenSshClient.h"
@@ -97,15 +98,25 @@ Sections measureOpenSessionCommand(const Bench& bench)
     const OpenSshClient client(login, negotiatedAlgorithms(direct.get()));
     const OpenSshSharedConnection shared(client, bench.server.directory().file("shared"));
 
+    const std::string libssh = "libssh, the same calls";
+    const std::string process = "Tarnis, SSHProcess";
+    const std::string execute = "Tarnis, execute";
+    const std::string ssh = "ssh, shared connection";
     Interleaved runner({
-        {"libssh, the same calls", [&] { return timeOf([&] { runSameCalls(direct.get()); }); }},
-        {"Tarnis, SSHProcess", [&] { return timeOf([&] { runProcess(*session); }); }},
-        {"Tarnis, execute", [&] { return timeOf([&] { runExecute(*session); }); }},
+        {libssh, [&] { return timeOf([&] { runSameCalls(direct.get()); }); }},
+        {process, [&] { return timeOf([&] { runProcess(*session); }); }},
+        {execute, [&] { return timeOf([&] { runExecute(*session); }); }},
         {"libssh, blocking calls", [&] { return timeOf([&] { runBlocking(direct.get()); }); }},
-        {"ssh, shared connection", [&] { return timeOf([&] { runOpenSsh(shared); }); }},
+        {ssh, [&] { return timeOf([&] { runOpenSsh(shared); }); }},
     });
     runner.run(bench.effort.commandRounds);
-    return {runner.section("Running `true` on an open session")};
+    Section bars = barsSection();
+    for (const auto& ours : {process, execute}) {
+        bars.rows.push_back(
+            barOfTimes(ours + " to libssh", ratioOfTimes(runner, ours, libssh), 1.05));
+        bars.rows.push_back(barOfTimes(ours + " to ssh", ratioOfTimes(runner, ours, ssh), 1.0));
+    }
+    return {runner.section("Running `true` on an open session"), bars};
 }
 
 } // namespace TarnisBench

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numeric>
 #include <random>
+#include <stdexcept>
 #include <utility>
 
 namespace TarnisBench {
@@ -56,6 +57,17 @@ void Interleaved::runRound(std::vector<std::size_t>& order, bool counts)
 double Interleaved::median(std::size_t index) const
 {
     return quantile(samples_[index], 0.5);
+}
+
+double Interleaved::median(const std::string& name) const
+{
+    const auto named =
+        std::find_if(contestants_.begin(), contestants_.end(),
+                     [&name](const Contestant& contestant) { return contestant.name == name; });
+    if (named == contestants_.end()) {
+        throw std::out_of_range("no contestant: " + name);
+    }
+    return median(static_cast<std::size_t>(named - contestants_.begin()));
 }
 
 Row Interleaved::row(std::size_t index) const

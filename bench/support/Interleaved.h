@@ -42,6 +42,9 @@ public:
     /// Contestant by contestant: the median, the quartiles, the ratio of its median to the peer's.
     Section section(const std::string& title) const;
 
+    /// In milliseconds. Throws std::out_of_range when nobody has the name.
+    double median(const std::string& name) const;
+
 private:
     void runRound(std::vector<std::size_t>& order, bool counts);
     Row row(std::size_t index) const;

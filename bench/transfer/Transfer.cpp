@@ -1,4 +1,5 @@
 #include "Benchmarks.h"
+#include "support/Bars.h"
 #include "support/Interleaved.h"
 #include "support/Require.h"
 #include "transfer/ClientRun.h"
@@ -336,11 +337,6 @@ Sections measureLineWithClients(const BenchServer& server, const Workload& workl
     return sections;
 }
 
-Row barRow(const std::string& name, double ratio, double least)
-{
-    return {name, ratio >= least ? "holds" : "MISSED", "at least " + formatNumber(least, 2), ratio};
-}
-
 } // namespace
 
 Sections measurePlain(const Bench& bench)
@@ -349,13 +345,13 @@ Sections measurePlain(const Bench& bench)
     const Effort& effort = bench.effort;
     Section section{
         "Plain calls on an open remote file", "ours", "libssh directly", "of speeds", {}};
-    Section bars{"Bars", "", "", "ratio", {}};
+    Section bars = barsSection();
     for (const auto& path :
          measurePlainPaths(bench.server, effort.plainBytes, effort.plainRounds)) {
         section.rows.push_back(
             {path.name, formatNumber(path.tarnisBytesPerSecond / bytesPerMegabyte, 0) + " MB/s",
              formatNumber(path.directBytesPerSecond / bytesPerMegabyte, 0) + " MB/s", path.ratio});
-        bars.rows.push_back(barRow(path.name + ", ours to libssh", path.ratio, leastOfLibssh));
+        bars.rows.push_back(barOfSpeeds(path.name + ", ours to libssh", path.ratio, leastOfLibssh));
     }
     return {section, bars};
 }
@@ -367,15 +363,15 @@ Sections measureBesideSftp(const Bench& bench)
     const Scene scene{bench.server, workload, line, bench.server.login(), nearLimit, nearLimit};
     std::vector<Client> clients = allClients();
     clients.resize(firstPeer + 1);
-    Section bars{"Bars", "", "", "ratio", {}};
+    Section bars = barsSection();
     Sections sections;
     for (Measure measure : measuresOf(workload.size())) {
         if (measure.kind == Kind::GetFile || measure.kind == Kind::PutFile) {
             measure.title += ", default cipher";
             sections.push_back(
                 measureErrand(scene, clients, measure, bench.effort.transfer.rounds));
-            bars.rows.push_back(barRow(measure.title + ", tarnis to sftp",
-                                       sections.back().rows.back().ratio.value_or(0), 1.0));
+            bars.rows.push_back(barOfSpeeds(measure.title + ", tarnis to sftp",
+                                            sections.back().rows.back().ratio.value_or(0), 1.0));
         }
     }
     sections.push_back(bars);
