@@ -47,6 +47,7 @@ class SSHHandleSFTPSession;
 ///   to the second. The time of a symbolic link itself cannot be set.
 /// - Block devices and sockets have the type bit of a directory: a block device passes for one, a
 ///   socket for none, as it has the bit of a file too.
+/// - No filter of a listing lets a name of more than 1,024 bytes through.
 /// - fileStorageInfo() has figures only where the server offers the extension
 ///   statvfs@openssh.com.
 /// - Servers disagree on the order of the two paths when a link is made. A link is read back after

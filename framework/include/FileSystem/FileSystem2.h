@@ -119,7 +119,9 @@ public:
     /// `failIfLinkExists` left alone, false. A file, or a directory with everything below it, is
     /// replaced in either case. Not atomic: when the link cannot be made after that, what stood
     /// there is gone.
-    /// \return true: the link is there and reads back as `target`, byte for byte.
+    /// True: the link is there and reads back as `target`, byte for byte. False: `target` is empty,
+    /// `linkPath` has no name of its own, its parent is missing, what stands there is to be left
+    /// alone or cannot be removed, the system makes no links or tells of another target, a refusal.
     bool fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
                                   bool failIfLinkExists) const;
 

@@ -96,7 +96,10 @@ public:
         Utilities::Flags<PosixFilePermissionFlag> permissions = defaultFilePermissions) const;
 
     /// Opens a file. A link is followed. Target missing: created with Create (atomic with Exclusive
-    /// where the system can), else null. A directory, a missing parent, a refusal: null.
+    /// where the system can), else null. A missing parent, a refusal: null. What is no regular file
+    /// (a directory, a pipe): null on this machine. Many servers open whatever their machine opens:
+    /// a directory then, of which nothing can be read, or a pipe, which may wait for its other end
+    /// as long as that takes.
     /// \param permissions of a file that is created, before the umask.
     std::unique_ptr<StorageSystemFile>
     fileOpen(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
@@ -167,8 +170,9 @@ public:
     std::optional<StorageSystemTimePoint> fileGetModTime(const std::string& path) const;
 
     /// Sets the modification time. True: the system has the time, at least to the second; what lies
-    /// beyond the system's range or exactness does not count as set. False: nothing there, a
-    /// refusal.
+    /// beyond the system's range or exactness does not count as set. Of a link its own, where the
+    /// system can: elsewhere false, and it may be the target that has the time then. False: nothing
+    /// there, a refusal.
     bool fileSetModTime(const std::string& path, StorageSystemTimePoint time) const;
 
     /// Makes a symbolic link to a file, named `name` in `linkDirectory`. As

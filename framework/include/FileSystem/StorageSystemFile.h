@@ -52,8 +52,8 @@ public:
     /// Whether a read has met the end of the file. A seek forgets it.
     bool eof() const;
 
-    /// Moves the position to `offset` bytes from the start; beyond the end is allowed. False: the
-    /// system refused, the position is as it was.
+    /// Moves the position to `offset` bytes from the start; beyond the end is allowed. A remote
+    /// system is not asked, and takes any. False: the system refused, the position is as it was.
     bool seek(std::uint64_t offset) const;
 
     /// The position. Empty: it is not known.

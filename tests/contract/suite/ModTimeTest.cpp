@@ -148,6 +148,17 @@ TEST_P(ModTimeContract, DirectoryOperationsLeaveAFileAlone)
     EXPECT_EQ(system().fileGetModTime(path("file")), moment(1'000'000'000));
 }
 
+TEST_P(ModTimeContract, OfALinkIsNotSetWhereThatCannotBe)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeFile("file");
+    makeLink("link", textTo("file"));
+    EXPECT_EQ(system().fileSetModTime(path("link"), moment(1'100'000'000)),
+              capabilities().setsTimesOfLinks.isPresent());
+}
+
 TEST_P(ModTimeContract, OfALinkItself)
 {
     if (!require(capabilities().makesSymbolicLinks) || !require(capabilities().setsTimesOfLinks)) {
