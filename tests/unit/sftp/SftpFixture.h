@@ -66,7 +66,7 @@ struct SftpObjects
     sftp_attributes entry(const std::string& name, std::uint32_t mode = 0100644)
     {
         names.push_back(name);
-        const auto attributes = attributesOf(mode);
+        auto* const attributes = attributesOf(mode);
         attributes->name = names.back().data();
         return attributes;
     }
