@@ -114,18 +114,18 @@ TEST(HandleLock, TwoTreesDoNotWaitForEachOther)
 TEST(HandleLock, ChildThenParentAndParentThenChildDoNotDeadlock)
 {
     Node parent;
-    const auto first = makeChild<Leaf>(parent);
-    const auto second = makeChild<Leaf>(parent);
+    // One child for both: two could be locked in either order without harm.
+    const auto child = makeChild<Leaf>(parent);
     const Background upwards([&] {
         for (int i = 0; i < manyTimes; ++i) {
-            const auto child = first->getLock();
+            const auto below = child->getLock();
             parent.getLock();
         }
     });
     const Background downwards([&] {
         for (int i = 0; i < manyTimes; ++i) {
             const auto above = parent.getLock();
-            second->getLock();
+            child->getLock();
         }
     });
     EXPECT_TRUE(upwards.ends());
