@@ -117,6 +117,31 @@ TEST_F(DoctorFailureTest, ExecNamesAHostThatCannotBeResolved)
     EXPECT_EQ(lineCount(result.errorOutput), 1U);
 }
 
+TEST_F(DoctorFailureTest, ExecHandsLibsshsReasonForARefusedCommandOn)
+{
+    ScriptedPolicy policy;
+    policy.channelRequest = [](const ServerEvent&) { return Answer::Refuse; };
+    const ScriptedServer server(policy);
+    trust(server.port(), ScriptedServer::hostPublicKeyBase64());
+    const ToolResult result = run(exec(server.port(), "refused"));
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_EQ(result.errorOutput, "tarnis: cannot run the command on " + target(server.port()) +
+                                      ": Channel request exec failed\n");
+}
+
+TEST_F(DoctorFailureTest, ExecHandsLibsshsReasonForALostConnectionOn)
+{
+    ScriptedPolicy policy;
+    policy.run = [](ScriptedChannel& channel) { channel.dropConnection(); };
+    const ScriptedServer server(policy);
+    trust(server.port(), ScriptedServer::hostPublicKeyBase64());
+    const ToolResult result = run(exec(server.port(), "dropped"));
+    EXPECT_EQ(result.exitCode, 255);
+    const std::string lost = "tarnis: lost the connection to " + target(server.port()) + ": ";
+    EXPECT_THAT(result.errorOutput, StartsWith(lost + "Socket error: "));
+    EXPECT_EQ(lineCount(result.errorOutput), 1U);
+}
+
 TEST_F(DoctorFailureTest, AdvisesWhereNoNetworkLeads)
 {
     // The loopback network's own broadcast address: nothing leaves the machine.
