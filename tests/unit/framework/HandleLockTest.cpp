@@ -111,6 +111,19 @@ TEST(HandleLock, TwoTreesDoNotWaitForEachOther)
     EXPECT_TRUE(other.ends());
 }
 
+TEST(HandleLock, OfAChildThatWaitsForItsParentHoldsNothing)
+{
+    Node parent;
+    const auto child = makeChild<Leaf>(parent);
+    auto above = parent.getLock();
+    const Background upwards([&child] { child->getLock(); });
+    EXPECT_TRUE(upwards.isHeldUp());
+    // A thread that took the child first would have it by now, and wait for ever for the parent.
+    EXPECT_NE(child->getLockWithin(std::chrono::milliseconds(0)), nullptr);
+    above.reset();
+    EXPECT_TRUE(upwards.ends());
+}
+
 TEST(HandleLock, ChildThenParentAndParentThenChildDoNotDeadlock)
 {
     Node parent;
