@@ -105,7 +105,10 @@ private:
     bool do_isEqual(const HostAuthenticator& other) const override;
 };
 
-/// Trusts a server that has one of the given keys.
+/// Trusts a server that shows one of the given keys. Only the key of this connection's key exchange
+/// is compared: a server with several keys shows the one of the type that libssh asks for first,
+/// Ed25519 unless a known-hosts file has another, and is rejected when that one is not
+/// given, though it may have a given one too. Give all the keys of such a server.
 class TARNIS_EXPORT HostAuthenticatorHostKey : public HostAuthenticator
 {
 public:
@@ -134,7 +137,8 @@ private:
 };
 
 /// Trusts a server by the known-hosts file of the session, with a policy for a server that the
-/// file does not vouch for.
+/// file does not vouch for. The system's file, /etc/ssh/ssh_known_hosts, vouches for a server too,
+/// even where the session was given a file of its own.
 class TARNIS_EXPORT HostAuthenticatorKnownHostFile : public HostAuthenticator
 {
 public:

@@ -146,8 +146,8 @@ public:
     enum class Reason : std::uint32_t
     {
         Known = 0,                ///< It stands there with this key.
-        KnownHostFileMissing = 1, ///< There is no such file.
-        HostUnknown = 2,          ///< It does not stand there.
+        KnownHostFileMissing = 1, ///< There is no such file. libssh 0.10 never says so.
+        HostUnknown = 2,          ///< It does not stand there, or there is no such file.
         HostKeyChanged = 3,       ///< It stands there with another key of the same type.
         HostKeyTypeOther = 4,     ///< It stands there, with a key of another type only.
         CheckFailed = 5,          ///< The file or the server's key could not be read.

@@ -34,6 +34,8 @@ public:
     ///
     /// True: the state is HostAuthenticating. False: the session was not Disconnected (nothing was
     /// done), or the attempt failed (the state is Disconnected and connect() may be called again).
+    /// When it throws, as for a session without an object of libssh's, the state stays Connecting:
+    /// no later connect() begins.
     bool connect();
 
     /// Ends the connection. Everything made from the session (processes, file systems) becomes
@@ -54,10 +56,12 @@ public:
     bool isConnected() const;
 
     /// Whether there is a live connection on which the host or the user is still to be
-    /// authenticated.
+    /// authenticated. As isConnected(), does not wait for the network and notices a lost
+    /// connection.
     bool isAuthenticating() const;
 
-    /// Whether there is a live connection and the user has been accepted.
+    /// Whether there is a live connection and the user has been accepted. As isConnected(), does
+    /// not wait for the network and notices a lost connection.
     bool isAuthenticated() const;
 
     /// Sets the server's host name or address; "user@host" sets the user name too. The next

@@ -29,7 +29,8 @@ class SSHHandleChannel;
 class TARNIS_EXPORT SSHChannel
 {
 public:
-    /// Takes the handle over, leaving `channel` empty. The channel is not opened.
+    /// Takes the handle over, leaving `channel` empty. The channel is not opened. With a null
+    /// handle the channel is invalid: operations that need one throw as after a disconnect.
     explicit SSHChannel(std::shared_ptr<SSHHandleChannel>&& channel);
     SSHChannel(const SSHChannel&) = delete;
     SSHChannel& operator=(const SSHChannel&) = delete;

@@ -15,25 +15,30 @@ namespace Tarnis {
 
 /// Releases an object that libssh handed out, for use as the deleter of a std::unique_ptr. Every
 /// specialisation ignores null and never throws. One thread at a time may be in libssh with a
-/// session and what was made from it, and this counts.
+/// session and what was made from it, and this counts. Those of sessions, channels, SFTP sessions,
+/// files and directories may wait for the network, as each says; the others never do.
 template <class T>
 struct ssh_default_deleter;
 
-/// Disconnects a session that is still connected, then frees it.
+/// Disconnects a session that is still connected, then frees it. Waits for no answer; but on a
+/// socket in blocking mode, as libssh makes it, the goodbye waits behind what was written before,
+/// for ever when the server has stopped reading.
 template <>
 struct TARNIS_EXPORT ssh_default_deleter<ssh_session_struct>
 {
     void operator()(ssh_session_struct* session) const noexcept;
 };
 
-/// Frees a channel, closing it; leaves a channel alone whose session is already gone.
+/// Frees a channel, closing it; leaves a channel alone whose session is already gone. In blocking
+/// mode, waits until everything written on the session was sent: for ever when the server has
+/// stopped reading.
 template <>
 struct TARNIS_EXPORT ssh_default_deleter<ssh_channel_struct>
 {
     void operator()(ssh_channel_struct* channel) const noexcept;
 };
 
-/// Frees an SFTP session and its channel.
+/// Frees an SFTP session and its channel. In blocking mode, waits as the deleter of a channel does.
 template <>
 struct TARNIS_EXPORT ssh_default_deleter<sftp_session_struct>
 {

@@ -31,7 +31,8 @@ enum class SSHCommandLineProcessState : std::uint32_t
 class TARNIS_EXPORT SSHProcess : public SSHChannel
 {
 public:
-    /// A process without a command line, not started. Takes the handle over.
+    /// A process without a command line, not started. Takes the handle over; with a null one,
+    /// start() answers false.
     explicit SSHProcess(std::shared_ptr<SSHHandleChannel>&& channel);
 
     /// A process for `commandLine`, not started. Takes the handle over.

@@ -31,16 +31,19 @@ class SSHSessionInterface;
 /// throw FileSystem::handle_fatal_error or answer false, as each says.
 ///
 /// Configuration is by calls alone: neither the user's nor the system's ssh configuration file is
-/// read. Still taken from the environment, by libssh: the agent's socket (SSH_AUTH_SOCK), and the
-/// default keys and the default known-hosts file of the user's home directory.
+/// read. Still taken from the environment, by libssh: the agent's socket (SSH_AUTH_SOCK), the
+/// default keys and the default known-hosts file of the user's home directory, and the system's
+/// known-hosts file, /etc/ssh/ssh_known_hosts, always.
 ///
 /// Failures: when libssh could not create a session object (out of memory), operations that need
-/// one throw FileSystem::handle_fatal_error("invalid"). Everything else is told by results;
-/// getLastError() has libssh's reason where the failure was libssh's.
+/// one throw FileSystem::handle_fatal_error("invalid"); those that a session in another state
+/// refuses first, as execute() and the authentications, do that. Everything else is told by
+/// results; getLastError() has libssh's reason where the failure was libssh's.
 ///
 /// Threads: as RemoteSession says. The library starts no thread. interrupt() is the one operation
-/// that never waits for another thread. A process that writes to a connection that its peer has
-/// closed gets no SIGPIPE.
+/// that may come while another thread is in any call and waits for none; getLastError() and
+/// attachSSHSessionInterface() do not wait either, but nothing protects what they read and write. A
+/// process that writes to a connection that its peer has closed gets no SIGPIPE.
 class TARNIS_EXPORT SSHSession final : public RemoteSession
 {
 public:
@@ -68,13 +71,16 @@ public:
     void interrupt() noexcept;
 
     /// Sets the known-hosts file that hostAuthenticate() reads and writes; without it, the user's.
+    /// libssh reads the system's /etc/ssh/ssh_known_hosts as well: a server that only that file
+    /// knows is known.
     /// To be set before connect(), which asks a server of several host keys for one that the file
     /// knows. "~" at the start is the home directory, "%%" is a percent sign; both are resolved by
     /// connect(), so a path that is set later is taken as it stands. Does not block on the network.
     /// False: libssh refuses the path, nothing was changed.
     bool setKnownHostsFile(const std::string& path);
 
-    /// The known-hosts file as set, or as connect() chose it; empty when there is none yet.
+    /// The known-hosts file as set, or as connect() chose it; empty when there is none yet. Does
+    /// not block on the network.
     std::string getKnownHostsFile() const;
 
     /// libssh's message for the last failure on this session; empty when there was none. After a
@@ -88,7 +94,7 @@ public:
     std::string getPublicServerKeyB64() const;
 
     /// Attaches an object of the caller's, not owned, which must outlive the session or be replaced
-    /// by null. Takes no lock.
+    /// by null. Takes no lock: call it from one thread at a time.
     void attachSSHSessionInterface(SSHSessionInterface* sessionInterface);
 
     /// A process, not yet started, that will run `commandLine` on the server through the user's

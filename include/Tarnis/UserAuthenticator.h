@@ -142,7 +142,7 @@ class TARNIS_EXPORT UserAuthenticatorPrivateKey : public UserAuthenticator
 {
 public:
     /// \param privateKeyB64 the text of a key file, "-----BEGIN" to "-----END" lines included: the
-    ///                      OpenSSH, PEM or PKCS#8 form.
+    ///                      OpenSSH, PEM or PKCS#8 form (Ed25519: OpenSSH's only).
     /// \param passPhrase    of an encrypted key; empty for none. Nobody is ever asked for one.
     UserAuthenticatorPrivateKey(const std::string& privateKeyB64, const std::string& passPhrase);
     UserAuthenticatorPrivateKey(const UserAuthenticatorPrivateKey& other);

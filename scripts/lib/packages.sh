@@ -6,7 +6,7 @@ packages_for() {
     local build="g++ cmake ninja-build pkg-config libssh-dev libssl-dev libcli11-dev
         nlohmann-json3-dev"
     local server="openssh-server openssh-client libnss-wrapper"
-    local test="$build $server googletest libgtest-dev libgmock-dev libpam-wrapper
+    local test="$build $server openssl googletest libgtest-dev libgmock-dev libpam-wrapper
         openssh-sftp-server dropbear-bin python3 python3-asyncssh proftpd-core
         proftpd-mod-crypto clang git"
     case $1 in

@@ -13,7 +13,7 @@ enum class KeyType
     Rsa
 };
 
-/// The forms in which ssh-keygen stores a private key.
+/// The forms in which a private key is stored.
 enum class KeyFormat
 {
     OpenSsh,
@@ -39,9 +39,10 @@ struct KeyPair
 /// The name of the type as ssh-keygen takes it: "ed25519", "ecdsa", "rsa".
 std::string keyTypeName(KeyType type);
 
-/// Makes a key pair named `name` in `directory`: Ed25519, ECDSA on P-256 or RSA with 2048 bits. An
-/// Ed25519 key exists in OpenSSH's form only. Throws std::runtime_error when ssh-keygen fails, as
-/// it does for a pass phrase of one to four characters.
+/// Makes a key pair named `name` in `directory`: Ed25519, ECDSA on P-256 or RSA with 2048 bits.
+/// Throws std::invalid_argument for an Ed25519 key in the PEM form, which does not exist, and
+/// std::runtime_error when ssh-keygen (openssl for an Ed25519 key in PKCS#8) fails, as ssh-keygen
+/// does for a pass phrase of one to four characters.
 KeyPair generateKey(const TemporaryDirectory& directory, const std::string& name,
                     KeyType type = KeyType::Ed25519, KeyFormat format = KeyFormat::OpenSsh,
                     const std::string& passPhrase = "");

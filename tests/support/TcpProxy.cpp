@@ -228,6 +228,7 @@ bool TcpProxy::Connection::take(Flow& flow, const Line& line)
     flow.sourceEnded = size == 0;
     if (size > 0) {
         bytes.resize(static_cast<std::size_t>(size));
+        proxy_.noteArrival(flow.direction, bytes.size());
         flow.inTransitBytes += bytes.size();
         flow.inTransit.push_back({Clock::now() + line.delay, std::move(bytes)});
     }
@@ -448,6 +449,18 @@ std::uint64_t TcpProxy::forwardedBytes(Direction direction) const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return forwarded_[direction];
+}
+
+std::vector<std::size_t> TcpProxy::pieceSizes(Direction direction) const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return pieceSizes_[direction];
+}
+
+void TcpProxy::noteArrival(Direction direction, std::size_t size)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    pieceSizes_[direction].push_back(size);
 }
 
 std::size_t TcpProxy::connectionCount() const

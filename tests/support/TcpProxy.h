@@ -11,6 +11,7 @@
 #include <optional>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -73,6 +74,9 @@ public:
 
     /// Bytes forwarded in this direction, over all connections.
     std::uint64_t forwardedBytes(Direction direction) const;
+    /// How many bytes came in at a time, over all connections in turn: mostly what the sender has
+    /// written at once, sometimes several such pieces together.
+    std::vector<std::size_t> pieceSizes(Direction direction) const;
     /// Connections accepted so far.
     std::size_t connectionCount() const;
     /// Connections that are open now.
@@ -99,6 +103,7 @@ private:
     template <typename Change>
     void change(Change apply);
     Settings settings() const;
+    void noteArrival(Direction direction, std::size_t size);
     ssize_t send(Direction direction, const UniqueFd& socket, std::string_view bytes);
     void acceptConnections();
     void accept();
@@ -109,6 +114,7 @@ private:
     std::uint16_t port_;
     Settings settings_;
     std::uint64_t forwarded_[2] = {0, 0};
+    std::vector<std::size_t> pieceSizes_[2];
     std::size_t connectionCount_ = 0;
     bool stopping_ = false;
     std::list<std::unique_ptr<Connection>> connections_;

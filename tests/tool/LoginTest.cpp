@@ -69,6 +69,21 @@ TEST_F(LoginTest, WithANamedKey)
     expectIn(login({"--identity", server_->clientKey().privatePath}));
 }
 
+TEST_F(LoginTest, TakesNoSecretFromAnArgument)
+{
+    for (const char* const option : {"--password", "--passphrase"}) {
+        const std::string joined = std::string(option) + "=sesame";
+        for (const std::vector<std::string>& words :
+             {std::vector<std::string>{option, "sesame"}, std::vector<std::string>{joined}}) {
+            const ToolResult result = run(login(words));
+            EXPECT_EQ(result.exitCode, 2) << testing::PrintToString(words);
+            EXPECT_EQ(result.output, "");
+            EXPECT_THAT(result.errorOutput, HasSubstr(option));
+            EXPECT_EQ(lineCount(result.errorOutput), 1U);
+        }
+    }
+}
+
 TEST_F(LoginTest, WithTheSecondOfTwoNamedKeys)
 {
     expectIn(login({"-i", strangerKey_.privatePath, "-i", server_->clientKey().privatePath}));

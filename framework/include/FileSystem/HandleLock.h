@@ -44,9 +44,13 @@ private:
 class FILESYSTEM_EXPORT HandleUnlock
 {
 public:
+    /// For a lock that is not held; is never called.
     HandleUnlock() = default;
+
+    /// Keeps `chain`, which this thread has locked.
     explicit HandleUnlock(std::shared_ptr<const HandleMutexChain> chain) noexcept;
 
+    /// Undoes one lock() of this thread on `chain`.
     void operator()(const HandleMutexChain* chain) const noexcept { chain->unlock(); }
 
 private:

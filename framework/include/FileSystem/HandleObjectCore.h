@@ -17,6 +17,7 @@ class HandleObjectCoreComposite;
 ///
 /// Threads: every public operation may be called from any thread. invalidate() and deleteMe() take
 /// the handle's lock, so they block while another thread works on the handle or on one above it.
+/// They throw std::system_error, having done nothing, when the operating system refuses the lock.
 class FILESYSTEM_EXPORT HandleObjectCore
 {
 public:
@@ -31,18 +32,20 @@ public:
     bool isValid() const;
 
     /// Makes the handle, and everything below it, invalid and releases what it owns, at once.
-    /// A second call does nothing.
+    /// A second call does nothing. Releasing may wait for a server, where what is owned is one's:
+    /// an open remote file waits for the answer to its close.
     void invalidate();
 
     /// The owner's last word: invalidates the handle and detaches it from its parent, which lets
     /// go of it. The memory belongs to whoever still holds the object. If nobody does, the object
-    /// is gone when this returns.
+    /// is gone when this returns. May wait as invalidate() does.
     void deleteMe();
 
 protected:
     /// Throws the fatal error recorded for this handle, if there is one.
     virtual void do_checkFatalError();
-    /// Marks the handle invalid. Called under the lock. Overrides release what they own.
+    /// Marks the handle invalid. Called under the lock. Overrides release what they own, and may
+    /// wait for a server in doing so.
     virtual void do_invalidate();
     /// True until the handle is invalidated. Overrides add a condition of their own.
     virtual bool do_isValid() const;
@@ -54,7 +57,8 @@ public:
 
 protected:
     /// Locks the handle, its ancestors first, until the returned object is destroyed. Blocks. The
-    /// thread that holds the lock may take it again.
+    /// thread that holds the lock may take it again. Throws std::system_error, holding nothing,
+    /// when the operating system refuses the lock.
     HandleLock getLock() const;
 
     /// As getLock(), but gives up after `limit`: null then.
@@ -64,7 +68,7 @@ protected:
     void checkFatalError();
 
     /// Records an error that every later checkFatalError() of this handle throws. The first one
-    /// sticks; null is ignored.
+    /// sticks; null is ignored. Takes the lock, and blocks and throws as getLock() does.
     void recordFatalError(std::exception_ptr error);
 
     /// invalidate() for destructors: an operating system that refuses the lock is ignored.

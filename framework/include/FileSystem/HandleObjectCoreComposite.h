@@ -22,7 +22,8 @@ protected:
 
     /// Takes a new child over, keeps a shared reference to it and returns another. The child's
     /// parent must have been given as this handle when it was made. When this handle is already
-    /// invalid the child is invalidated at once and not kept. Null gives null.
+    /// invalid the child is invalidated at once and not kept. Null gives null. Takes the lock, and
+    /// blocks and throws as getLock() does; the child is gone then.
     std::shared_ptr<HandleObjectCore> addChild(std::unique_ptr<HandleObjectCore>&& child);
 
     /// Invalidates every child and lets go of it; this handle itself stays as it is. To be called

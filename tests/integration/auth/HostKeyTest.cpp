@@ -132,6 +132,54 @@ INSTANTIATE_TEST_SUITE_P(Types, HostKeyOfType,
                          ::testing::Values(KeyType::Ed25519, KeyType::Ecdsa, KeyType::Rsa),
                          [](const auto& parameter) { return keyTypeName(parameter.param); });
 
+/// A server with a key of each type, of which a connection shows only one.
+class HostKeyAmongSeveral : public OpenSshTest, public ::testing::WithParamInterface<KeyType>
+{
+protected:
+    // The type that libssh asks for first.
+    static constexpr KeyType shownType = KeyType::Ed25519;
+
+    void SetUp() override
+    {
+        OpenSshTest::SetUp();
+        if (IsSkipped() || HasFailure()) {
+            return;
+        }
+        OpenSshOptions options;
+        options.hostKeyTypes = {KeyType::Ed25519, KeyType::Ecdsa, KeyType::Rsa};
+        startServer(options);
+        ASSERT_TRUE(session().connect()) << session().getLastError();
+        ASSERT_EQ(session().getPublicServerKeyB64(), server().hostPublicKeyBase64(shownType));
+    }
+
+    Result ask(const std::set<std::string>& keys)
+    {
+        const auto response = session().hostAuthenticate(HostAuthenticatorHostKey(keys));
+        EXPECT_NE(response, nullptr);
+        return response->getResult();
+    }
+};
+
+TEST_P(HostKeyAmongSeveral, IsAcceptedAloneOnlyWhenItIsTheOneShown)
+{
+    const bool isShown = GetParam() == shownType;
+    EXPECT_EQ(ask({server().hostPublicKeyBase64(GetParam())}),
+              isShown ? Result::Accepted : Result::Rejected);
+    EXPECT_EQ(session().getState(), isShown ? RemoteSessionState::UserAuthenticating
+                                            : RemoteSessionState::HostAuthenticating);
+}
+
+TEST_P(HostKeyAmongSeveral, IsAcceptedTogetherWithTheOneShown)
+{
+    EXPECT_EQ(
+        ask({server().hostPublicKeyBase64(GetParam()), server().hostPublicKeyBase64(shownType)}),
+        Result::Accepted);
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, HostKeyAmongSeveral,
+                         ::testing::Values(KeyType::Ed25519, KeyType::Ecdsa, KeyType::Rsa),
+                         [](const auto& parameter) { return keyTypeName(parameter.param); });
+
 } // namespace
 
 } // namespace TarnisTest

@@ -1,5 +1,6 @@
 #include "integration/session/SessionSteps.h"
 #include "support/PasswordSshServer.h"
+#include "support/ScriptedServer.h"
 
 #include <gtest/gtest.h>
 
@@ -67,14 +68,24 @@ TEST_F(Password, IsDeniedWhenItIsWrongAndMayBeTriedAgain)
     EXPECT_TRUE(runsCommands(session()));
 }
 
-TEST_F(Password, IsNotSentWhenItIsEmptyAndTheRightOneStillWorks)
+TEST(PasswordOnAScriptedServer, IsNotSentWhenItIsEmptyAndTheRightOneStillWorks)
 {
-    connectTo(Login::Password, server().user());
-    const auto result = tryPassword("");
-    EXPECT_TRUE(result == Result::Denied || result == Result::Error)
-        << ::testing::PrintToString(result);
-    expectStillToBeAuthenticated();
-    EXPECT_EQ(tryPassword(server().password()), Result::Success) << session().getLastError();
+    using Event = ServerEvent::Kind;
+    const ScriptedServer scripted;
+    SSHSession session;
+    address(session, scripted.port(), "anybody");
+    ASSERT_TRUE(connectTrusting(session)) << session.getLastError();
+    EXPECT_EQ(authenticate(session, UserAuthenticatorPassword("")), Result::Denied);
+    EXPECT_EQ(session.getState(), RemoteSessionState::UserAuthenticating);
+
+    // What the server has recorded by the answer to this one is all that it was ever sent.
+    EXPECT_EQ(authenticate(session, UserAuthenticatorPassword(ScriptedPolicy::kPassword)),
+              Result::Success)
+        << session.getLastError();
+    const auto attempts = scripted.events().ofKind(Event::Authentication);
+    ASSERT_EQ(attempts.size(), 1U);
+    EXPECT_EQ(attempts.front().password, ScriptedPolicy::kPassword);
+    EXPECT_EQ(scripted.connectionCount(), 1U);
 }
 
 TEST_F(Password, IsDeniedUnsentWhenItHoldsANulByte)

@@ -306,10 +306,9 @@ TEST_F(ProcessTest, FailsToStartOnceItsSessionWasDisconnected)
 {
     EXPECT_TRUE(session().disconnect());
     const auto process = session().createProcess("true");
-    if (process != nullptr) {
-        EXPECT_FALSE(process->start());
-        EXPECT_EQ(process->getProcessState(), State::Failed);
-    }
+    ASSERT_NE(process, nullptr);
+    EXPECT_FALSE(process->start());
+    EXPECT_EQ(process->getProcessState(), State::Failed);
 }
 
 TEST_F(ProcessTest, OpenRunsAFinishedCommandOnceMoreThoughABackgroundChildHoldsItsChannel)

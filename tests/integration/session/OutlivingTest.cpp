@@ -52,9 +52,11 @@ protected:
 
     void expectAllInvalid()
     {
+        EXPECT_EQ(waiting_->getProcessState(), SSHCommandLineProcessState::NotStarted);
+        EXPECT_THROW(waiting_->start(), FileSystem::handle_fatal_error);
+        EXPECT_EQ(waiting_->getProcessState(), SSHCommandLineProcessState::Starting);
         expectInvalid(*running_);
         expectInvalid(*waiting_);
-        EXPECT_THROW(waiting_->start(), FileSystem::handle_fatal_error);
         // What they know without the connection is still there.
         EXPECT_EQ(running_->getCommandLine(), "echo unread; cat");
         EXPECT_EQ(waiting_->getCommandLine(), "echo");

@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -77,6 +78,17 @@ bool isReadable(const UniqueFd& socket, int milliseconds)
 {
     pollfd watched{socket.get(), POLLIN, 0};
     return ::poll(&watched, 1, milliseconds) > 0;
+}
+
+TEST_F(TcpProxyTest, TellsInWhatPiecesTheBytesCame)
+{
+    connect();
+    send(client_, "abc");
+    EXPECT_EQ(receive(server_, 3), "abc");
+    send(client_, "defgh");
+    EXPECT_EQ(receive(server_, 5), "defgh");
+    EXPECT_EQ(proxy_.pieceSizes(TcpProxy::ToServer), (std::vector<std::size_t>{3, 5}));
+    EXPECT_TRUE(proxy_.pieceSizes(TcpProxy::ToClient).empty());
 }
 
 TEST_F(TcpProxyTest, ForwardsAndCountsBothDirections)

@@ -161,6 +161,11 @@ TEST(KnownHostFileResponse, IsCopiedAndMovedWithItsFields)
     EXPECT_EQ(moved.getHostKeyB64(), "AAAAC3");
     EXPECT_EQ(assigned.getReason(), Reason::HostKeyTypeOther);
     EXPECT_EQ(assigned.getHostKeyB64(), "AAAAC3");
+    assigned = HostAuthenticatorResponseKnownHostFile(AuthenticateHostResult::Rejected,
+                                                      Reason::HostKeyChanged, "AAAAB3");
+    EXPECT_EQ(assigned.getResult(), AuthenticateHostResult::Rejected);
+    EXPECT_EQ(assigned.getReason(), Reason::HostKeyChanged);
+    EXPECT_EQ(assigned.getHostKeyB64(), "AAAAB3");
 }
 
 TEST(KnownHostFileResponse, HandsOutACopyOfItsKey)

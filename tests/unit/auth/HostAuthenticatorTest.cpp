@@ -59,6 +59,28 @@ HostAuthenticatorKnownHostFile sample()
     return {AutoMode::Ask, true};
 }
 
+/// One that differs from sample() in every field.
+template <class Concrete>
+Concrete different();
+
+template <>
+HostAuthenticatorNone different()
+{
+    return {};
+}
+
+template <>
+HostAuthenticatorHostKey different()
+{
+    return HostAuthenticatorHostKey({"key three"});
+}
+
+template <>
+HostAuthenticatorKnownHostFile different()
+{
+    return {AutoMode::KnownOnly, false};
+}
+
 template <class Concrete>
 class EveryHostAuthenticator : public ::testing::Test
 {};
@@ -108,11 +130,12 @@ TYPED_TEST(EveryHostAuthenticator, CanBeCopiedAndMoved)
     TypeParam copy(sample<TypeParam>());
     const TypeParam moved(std::move(copy));
     EXPECT_TRUE(moved.isEqual(sample<TypeParam>()));
-    auto assigned = sample<TypeParam>();
-    assigned = TypeParam(moved);
-    EXPECT_TRUE(assigned.isEqual(moved));
-    assigned = moved;
-    EXPECT_TRUE(assigned.isEqual(moved));
+    auto copyAssigned = different<TypeParam>();
+    copyAssigned = moved;
+    EXPECT_TRUE(copyAssigned.isEqual(sample<TypeParam>()));
+    auto moveAssigned = different<TypeParam>();
+    moveAssigned = TypeParam(moved);
+    EXPECT_TRUE(moveAssigned.isEqual(sample<TypeParam>()));
 }
 
 TEST(HostAuthenticationTypes, HaveTheirFixedNumbers)

@@ -111,21 +111,34 @@ TEST(HandleLock, TwoTreesDoNotWaitForEachOther)
     EXPECT_TRUE(other.ends());
 }
 
+TEST(HandleLock, OfAChildThatWaitsForItsParentHoldsNothing)
+{
+    Node parent;
+    const auto child = makeChild<Leaf>(parent);
+    auto above = parent.getLock();
+    const Background upwards([&child] { child->getLock(); });
+    EXPECT_TRUE(upwards.isHeldUp());
+    // A thread that took the child first would have it by now, and wait for ever for the parent.
+    EXPECT_NE(child->getLockWithin(std::chrono::milliseconds(0)), nullptr);
+    above.reset();
+    EXPECT_TRUE(upwards.ends());
+}
+
 TEST(HandleLock, ChildThenParentAndParentThenChildDoNotDeadlock)
 {
     Node parent;
-    const auto first = makeChild<Leaf>(parent);
-    const auto second = makeChild<Leaf>(parent);
+    // One child for both: two could be locked in either order without harm.
+    const auto child = makeChild<Leaf>(parent);
     const Background upwards([&] {
         for (int i = 0; i < manyTimes; ++i) {
-            const auto child = first->getLock();
+            const auto below = child->getLock();
             parent.getLock();
         }
     });
     const Background downwards([&] {
         for (int i = 0; i < manyTimes; ++i) {
             const auto above = parent.getLock();
-            second->getLock();
+            child->getLock();
         }
     });
     EXPECT_TRUE(upwards.ends());

@@ -23,11 +23,24 @@ using TarnisTest::fakeSession;
 using TarnisTest::LibsshMock;
 using TarnisTest::RetryLimit;
 using ::testing::ElementsAre;
+using ::testing::Mock;
 using ::testing::NiceMock;
 
 namespace {
 
 using Steps = std::vector<std::string>;
+
+/// Brings a protected operation of every handle into reach.
+class Breaker : public FileSystem::HandleObjectCore
+{
+public:
+    /// Records a fatal error, a std::logic_error, for a handle.
+    static void breakHandle(SSHHandleSession& handle)
+    {
+        constexpr auto record = &Breaker::recordFatalError;
+        (handle.*record)(std::make_exception_ptr(std::logic_error("broken")));
+    }
+};
 
 /// Looks like a handle to callLocked and notes what is asked of it.
 class NotingHandle
@@ -219,11 +232,29 @@ TEST_F(SessionCall, LeavesTheLockFreeWhenTheCallThrows)
     EXPECT_TRUE(other.ends());
 }
 
-TEST_F(SessionCall, ThrowsTheFatalErrorOfTheHandle)
+TEST_F(SessionCall, OfAnInvalidatedHandleThrows)
 {
     EXPECT_NO_THROW(callLocked(session, [](ssh_session) {}));
     session.invalidate();
     EXPECT_THROW(callLocked(session, [](ssh_session) {}), handle_fatal_error);
+}
+
+TEST_F(SessionCall, ThrowsTheFatalErrorRecordedBeforeItAndDoesNothing)
+{
+    Breaker::breakHandle(session);
+    bool called = false;
+    EXPECT_THROW(callLocked(session, [&](ssh_session) { called = true; }), std::logic_error);
+    EXPECT_FALSE(called);
+    const Background other([this] { session.getLock(); });
+    EXPECT_TRUE(other.ends());
+}
+
+TEST_F(SessionCall, ThrowsTheFatalErrorThatItsCallLeaves)
+{
+    const auto leaveError = [this](ssh_session) { Breaker::breakHandle(session); };
+    EXPECT_THROW(callLocked(session, leaveError), std::logic_error);
+    const Background other([this] { session.getLock(); });
+    EXPECT_TRUE(other.ends());
 }
 
 TEST_F(SessionCall, IsRepeatedWhileTheAnswerIsAgain)
@@ -279,6 +310,8 @@ TEST_F(SessionCall, ThatIsNeverAnsweredEndsWithAgain)
     Answers answers({SSH_AGAIN});
     EXPECT_EQ(callNonBlocking(session, std::ref(answers)), SSH_AGAIN);
     EXPECT_GE(answers.calls, 2U);
+    // A try at the start, one after each pause, and the last one.
+    EXPECT_LE(answers.calls, 202U);
 }
 
 TEST_F(SessionCall, OfAnInvalidHandleIsNotTriedAtAll)
@@ -329,6 +362,23 @@ TEST_F(SessionCall, RunsUnblockedAndRestoresTheModeAfterwards)
     EXPECT_EQ(result, 7);
     EXPECT_EQ(modeDuringCall, 0);
     EXPECT_EQ(libssh.blocking, 1);
+}
+
+TEST_F(SessionCall, SwitchesTheModeThereAndBackUnderTheLock)
+{
+    std::vector<std::unique_ptr<Background>> others;
+    std::vector<bool> heldUp;
+    EXPECT_CALL(libssh, ssh_set_blocking).Times(2).WillRepeatedly([&](ssh_session, int mode) {
+        libssh.blocking = mode;
+        others.push_back(std::make_unique<Background>([this] { session.getLock(); }));
+        heldUp.push_back(others.back()->isHeldUp());
+    });
+    EXPECT_EQ(callUnblocked(session, [](ssh_session) { return SSH_OK; }), SSH_OK);
+    EXPECT_THAT(heldUp, ElementsAre(true, true));
+    for (const auto& other : others) {
+        EXPECT_TRUE(other->ends());
+    }
+    Mock::VerifyAndClearExpectations(&libssh);
 }
 
 TEST_F(SessionCall, RestoresTheModeWhenTheCallThrows)

@@ -342,6 +342,20 @@ TEST_F(RunningProcess, ThatDoesNotEndInTimeIsWaitedForInVain)
     EXPECT_TRUE(process.isRunning());
 }
 
+TEST_F(RunningProcess, IsLookedAtAfterAPauseOnly)
+{
+    int looks = 0;
+    EXPECT_CALL(libssh, ssh_channel_get_exit_status).WillRepeatedly([&](ssh_channel) {
+        ++looks;
+        return -1;
+    });
+    EXPECT_FALSE(process.waitForFinished(20ms));
+    EXPECT_GE(looks, 2);
+    // One at the start, one after each pause of a tenth of a millisecond, and the last one.
+    EXPECT_LE(looks, 202);
+    Mock::VerifyAndClearExpectations(&libssh);
+}
+
 TEST_F(RunningProcess, IsLookedAtOnceAndOnceMoreWithoutTime)
 {
     for (const auto timeout : {0ms, -1ms, std::chrono::milliseconds::min()}) {
@@ -438,4 +452,5 @@ TEST_F(Process, ThrowsOnlyFromWhatTouchesTheChannelOnceTheSessionIsGone)
     EXPECT_EQ(process.getProcessState(), State::NotStarted);
     EXPECT_THROW(process.waitForFinished(0ms), handle_fatal_error);
     EXPECT_THROW(process.start(), handle_fatal_error);
+    EXPECT_EQ(process.getProcessState(), State::Starting);
 }

@@ -1,5 +1,6 @@
 #include "fakes/LibsshMock.h"
 #include "handles/SSHCallLimits.h"
+#include "handles/SSHHandleSession.h"
 #include "support/LoopbackSocket.h"
 #include "support/UniqueFd.h"
 #include "util/Background.h"
@@ -53,6 +54,28 @@ using ::testing::NiceMock;
 using ::testing::Return;
 using ::testing::SetArgPointee;
 using ::testing::Throw;
+
+namespace TarnisTest {
+
+// What a session keeps to itself and no operation shows.
+Tarnis::SSHHandleSession& handleOf(SSHSession& session);
+bool isBlocking(const SSHSession& session);
+
+// An explicit instantiation may name private members.
+template <auto Handle, auto IsBlocking>
+struct SessionInsides
+{
+    friend Tarnis::SSHHandleSession& handleOf(SSHSession& session) { return *(session.*Handle); }
+
+    friend bool isBlocking(const SSHSession& session) { return (session.*IsBlocking)(); }
+};
+
+template struct SessionInsides<&SSHSession::session_, &SSHSession::isBlocking>;
+
+} // namespace TarnisTest
+
+using TarnisTest::handleOf;
+using TarnisTest::isBlocking;
 
 namespace {
 
@@ -360,6 +383,58 @@ TEST_F(ConnectedSession, DisconnectsInBlockingModeAfterWhatWasWrittenHasLeft)
     EXPECT_EQ(mode, 1);
     EXPECT_EQ(during, RemoteSessionState::Disconnecting);
     EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(ConnectedSession, DisconnectsSilentlyInBlockingMode)
+{
+    int mode = -1;
+    EXPECT_CALL(libssh, ssh_silent_disconnect(fakeSession())).WillOnce([&](ssh_session) {
+        mode = libssh.blocking;
+        libssh.connected = 0;
+    });
+    libssh.blocking = 0;
+    session.silentDisconnect();
+    EXPECT_EQ(mode, 1);
+    EXPECT_EQ(libssh.blocking, 1);
+}
+
+TEST_F(Session, IsInBlockingModeAfterADisconnectThatHadNothingToDo)
+{
+    libssh.blocking = 0;
+    EXPECT_FALSE(session.disconnect());
+    EXPECT_EQ(libssh.blocking, 1);
+}
+
+TEST_F(Session, KnowsItsBlockingMode)
+{
+    EXPECT_TRUE(isBlocking(session));
+    libssh.blocking = 0;
+    EXPECT_FALSE(isBlocking(session));
+}
+
+TEST_F(Session, KeepsTheInterfaceThatIsAttached)
+{
+    int object = 0;
+    auto* const attached = reinterpret_cast<Tarnis::SSHSessionInterface*>(&object);
+    EXPECT_EQ(handleOf(session).getSessionInterface(), nullptr);
+    session.attachSSHSessionInterface(attached);
+    EXPECT_EQ(handleOf(session).getSessionInterface(), attached);
+    session.attachSSHSessionInterface(nullptr);
+    EXPECT_EQ(handleOf(session).getSessionInterface(), nullptr);
+}
+
+TEST_F(ConnectedSession, KeepsTheInterfaceThatIsAttachedWhenItConnectsAgain)
+{
+    int object = 0;
+    auto* const attached = reinterpret_cast<Tarnis::SSHSessionInterface*>(&object);
+    session.attachSSHSessionInterface(attached);
+    EXPECT_TRUE(session.disconnect());
+    EXPECT_EQ(handleOf(session).getSessionInterface(), attached);
+    EXPECT_CALL(libssh, ssh_options_copy(fakeSession(0), _))
+        .WillOnce(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
+    EXPECT_TRUE(session.connect());
+    EXPECT_EQ(handleOf(session).getResource(), fakeSession(1));
+    EXPECT_EQ(handleOf(session).getSessionInterface(), attached);
 }
 
 TEST_F(ConnectedSession, IsDisconnectedOnlyOnce)
