@@ -553,6 +553,11 @@ void* ssh_string_data(ssh_string string)
     return LibsshMock::active().ssh_string_data(string);
 }
 
+ssh_string ssh_string_new(size_t size)
+{
+    return LibsshMock::active().ssh_string_new(size);
+}
+
 size_t ssh_string_len(ssh_string string)
 {
     return LibsshMock::active().ssh_string_len(string);

@@ -124,6 +124,7 @@ public:
     MOCK_METHOD(void*, ssh_buffer_get, (ssh_buffer));
     MOCK_METHOD(std::uint32_t, ssh_buffer_get_len, (ssh_buffer));
     MOCK_METHOD(void*, ssh_string_data, (ssh_string));
+    MOCK_METHOD(ssh_string, ssh_string_new, (size_t));
     MOCK_METHOD(size_t, ssh_string_len, (ssh_string));
     MOCK_METHOD(int, ssh_get_openssh_version, (ssh_session));
     MOCK_METHOD(const char*, ssh_get_serverbanner, (ssh_session));
