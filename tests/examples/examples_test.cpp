@@ -6,6 +6,7 @@
 #include "support/PseudoRandom.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
+#include "support/ScriptedSftpServer.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -295,6 +296,45 @@ TEST_F(Examples, UploadWritesStandardInput)
         runExample("upload", arguments(account(), {directory_.file("no/up")}), {}, data);
     EXPECT_EQ(missing.status.code, 1);
     EXPECT_THAT(missing.errorOutput, HasSubstr("writing failed: SFTP server: No such file"));
+}
+
+class ScriptedExamples : public Examples
+{
+protected:
+    void SetUp() override
+    {
+        if (requireServer(ScriptedSftpServer::availability())) {
+            scripted_ = std::make_unique<ScriptedSftpServer>();
+            knownHosts_ =
+                directory_.write("known_hosts", knownHostsLine(ssh().port(), ssh().hostKey()));
+        }
+    }
+
+    const OpenSshServer& ssh() const { return scripted_->ssh(); }
+
+    const ScriptedSftp& sftp() const { return scripted_->sftp(); }
+
+    CommandResult runWith(const std::string& name, const std::string& path,
+                          const std::string& input = "") const
+    {
+        const Account account{ssh().port(), ssh().user(), ssh().clientKey().privatePath};
+        return runExample(name, arguments(account, {path}), {}, input);
+    }
+
+private:
+    std::unique_ptr<ScriptedSftpServer> scripted_;
+};
+
+TEST_F(ScriptedExamples, UploadHearsOfAFullDiskAtTheEnd)
+{
+    SftpScript script;
+    script.rules = {
+        {onPath(every(SftpPacket::Close), ".part"), SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    const auto result = runWith("upload", sftp().path("up"), "data");
+    EXPECT_EQ(result.status.code, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("writing failed: SFTP server: Failure"));
+    EXPECT_TRUE(std::filesystem::is_empty(sftp().root()));
 }
 
 TEST_F(Examples, CopyTreeCopiesAWholeTree)

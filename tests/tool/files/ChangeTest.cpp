@@ -24,6 +24,8 @@ protected:
     mode_t modeOf(const std::string& name) const { return statusOf(name).st_mode & 07777U; }
 };
 
+using ScriptedChangeTest = ScriptedFilesTest;
+
 TEST_F(ChangeTest, MkdirMakesOneOrAllThatAreMissing)
 {
     expectQuiet(tarnis("mkdir", {at("a"), at("b")}));
@@ -170,6 +172,14 @@ TEST_F(ChangeTest, TouchMakesAMissingFile)
     expectQuiet(tarnis("touch", {at("new")}));
     EXPECT_EQ(statusOf("new").st_size, 0);
     expectFailure(tarnis("touch", {at("no/new")}), "its directory does not exist");
+}
+
+TEST_F(ScriptedChangeTest, TouchDoesNotTakeARefusedCloseForANewFile)
+{
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("touch", {at("new")}), "cannot make " + at("new"));
 }
 
 TEST_F(ChangeTest, TouchRefusesWhatIsNoTimeOrCannotBeKept)

@@ -41,6 +41,8 @@ private:
     std::unique_ptr<TcpProxy> proxy_;
 };
 
+using ScriptedResumeTest = ScriptedFilesTest;
+
 TEST_F(ResumeTest, PutSendsOnlyWhatIsMissing)
 {
     here().write("f", data_);
@@ -133,6 +135,23 @@ TEST_F(ResumeTest, ALinkInThePlaceOfThePartIsNotFollowed)
     expectFailure(tarnis("get", {"--resume", at("f"), here().path().string()}),
                   "something that is no file stands at");
     EXPECT_EQ(readFile(here().file("victim")), "safe");
+}
+
+TEST_F(ScriptedResumeTest, AFullDiskThatIsToldAtTheEndIsNoSuccess)
+{
+    here().write("f", "text");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Close), ".tarnis-part"),
+                     SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {"--resume", here().file("f"), at("")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("cannot copy " + here().file("f")));
+    EXPECT_THAT(result.errorOutput, HasSubstr("the same command goes on from there"));
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre(".f.tarnis-part"));
+    sftp().setScript({});
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
 }
 
 TEST_F(ResumeTest, WorksForTreesEmptyFilesAndLongNames)

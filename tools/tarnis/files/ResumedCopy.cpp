@@ -201,7 +201,7 @@ bool ResumedCopy::fill(std::uint64_t start)
     const auto mode =
         start > 0 ? Utilities::Flags<Mode>(Mode::Write) : Mode::Write | Mode::Create | create;
     auto part = to_.fileOpen(part_, mode);
-    if (part == nullptr || !append(*part, start)) {
+    if (part == nullptr || !append(*part, start) || !part->commit()) {
         return false;
     }
     part.reset();

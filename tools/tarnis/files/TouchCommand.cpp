@@ -2,9 +2,22 @@
 
 #include "terminal/Units.h"
 
+#include <FileSystem/StorageSystemFile.h>
+
 #include <CLI/CLI.hpp>
 
 namespace TarnisTool {
+
+namespace {
+
+bool makeFile(const FileSystem::FileSystem2& system, const std::string& path)
+{
+    using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+    const auto file = system.fileOpen(path, Mode::Write | Mode::Create);
+    return file != nullptr && file->commit();
+}
+
+} // namespace
 
 TouchCommand::TouchCommand(CLI::App& program)
     : PathsCommand(program, "touch", "Set the modification time of remote files")
@@ -29,12 +42,9 @@ void TouchCommand::prepare(const std::vector<std::string>& operands)
 
 void TouchCommand::workOn(RemotePlace& place, const std::string& path)
 {
-    using Mode = FileSystem::StorageSystemFileOpenModeFlag;
     const std::string id = fileIdOf(path);
     place.forgetFailures();
-    const bool isThere = place.system().fileInfo(id) ||
-                         place.system().fileOpen(id, Mode::Write | Mode::Create) != nullptr;
-    if (!isThere) {
+    if (!place.system().fileInfo(id) && !makeFile(place.system(), id)) {
         const std::string said = place.lastReason();
         place.fail("cannot make", id, joinReasons(place.writingProblem(id), said));
     }
