@@ -92,6 +92,19 @@ TEST_F(TransferTest, AnInterruptedTreeKeepsWhatIsComplete)
     EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 1 file, 8 B"));
 }
 
+TEST_F(TransferTest, APrivateTreeIsPrivateFromTheStart)
+{
+    here().makeDirectory("t", 0700);
+    here().write("t/f", pseudoRandomBytes(1, kSize), 0600);
+    const auto tool = start(setup("put", {"-rp", here().file("t"), slowly("")}));
+    const std::string copy = there().file("t");
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(copy) && !namesIn(copy).empty(); }));
+    EXPECT_EQ(std::filesystem::status(copy).permissions(), std::filesystem::perms::owner_all);
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_EQ(std::filesystem::status(copy).permissions(), std::filesystem::perms::owner_all);
+}
+
 TEST_F(TransferTest, ResumingKeepsThePart)
 {
     here().write("f", pseudoRandomBytes(1, kSize));

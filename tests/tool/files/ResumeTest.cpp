@@ -7,6 +7,7 @@
 
 #include <filesystem>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace TarnisTest {
@@ -17,6 +18,29 @@ using testing::HasSubstr;
 
 constexpr std::size_t kSize = 3'000'000;
 constexpr std::size_t kBeginning = 2'500'000;
+
+struct stat statusOf(const std::string& path)
+{
+    struct stat status = {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+    return status;
+}
+
+mode_t modeOf(const std::string& path)
+{
+    return statusOf(path).st_mode & 07777U;
+}
+
+time_t timeOf(const std::string& path)
+{
+    return statusOf(path).st_mtime;
+}
+
+void setTime(const std::string& path, time_t seconds)
+{
+    const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
+}
 
 class ResumeTest : public FilesTest
 {
@@ -125,6 +149,35 @@ TEST_F(ResumeTest, TakesUpAfterALostConnection)
     EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
     EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
     EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer) - before, kSize);
+}
+
+TEST_F(ResumeTest, APrivateFileGathersInAPrivatePart)
+{
+    here().write("f", data_, 0600);
+    line().cutAfterBytes(TcpProxy::ToServer, 1'500'000, TcpProxy::Cut::Reset);
+    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), counted("")}).exitCode, 1);
+    EXPECT_EQ(modeOf(there().file(".f.tarnis-part")), 0600U);
+    ::chmod(there().file(".f.tarnis-part").c_str(), 0666);
+    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), counted("")}).exitCode, 1);
+    EXPECT_EQ(modeOf(there().file(".f.tarnis-part")), 0600U) << "one of an attempt without -p";
+}
+
+TEST_F(ResumeTest, PermissionsAndTimeAreKeptWhenAsked)
+{
+    here().write("f", data_, 0440);
+    setTime(here().file("f"), 981'173'106);
+    there().write(".f.tarnis-part", data_.substr(0, kBeginning), 0400);
+    expectQuiet(tarnis("put", {"-p", "--resume", here().file("f"), at("")}));
+    EXPECT_EQ(modeOf(there().file("f")), 0440U);
+    EXPECT_EQ(timeOf(there().file("f")), 981'173'106);
+    ::chmod(there().file("f").c_str(), 0666);
+    setTime(there().file("f"), 1);
+    expectQuiet(tarnis("put", {"-p", "--resume", here().file("f"), at("")}));
+    EXPECT_EQ(modeOf(there().file("f")), 0440U) << "one that was complete already";
+    EXPECT_EQ(timeOf(there().file("f")), 981'173'106);
+    expectQuiet(tarnis("get", {"-p", "--resume", at("f"), here().file("back")}));
+    EXPECT_EQ(modeOf(here().file("back")), 0440U);
+    EXPECT_EQ(timeOf(here().file("back")), 981'173'106);
 }
 
 TEST_F(ResumeTest, ALinkInThePlaceOfThePartIsNotFollowed)

@@ -14,6 +14,8 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
+constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> ownerOnly{0700U};
+
 /// Whether a path is another one or below it, as far as their texts tell.
 bool isWithin(const FileSystem::FileSystem2& system, const std::string& path,
               const std::string& directory)
@@ -123,7 +125,10 @@ void TreeCopy::makeDirectory(const Job& job)
     // A link to a directory would lead elsewhere.
     if (!to_.system().directoryExists(job.target, false)) {
         to_.forgetFailures();
-        if (!to_.system().directoryCreateAs(job.target, true)) {
+        // What is to have permissions of its own is nobody else's to look into before it has them.
+        const auto permissions =
+            options_.preserves ? ownerOnly : FileSystem::defaultDirectoryPermissions;
+        if (!to_.system().directoryCreateAs(job.target, true, permissions)) {
             const bool isTaken = to_.system().fileExists(job.target);
             to_.fail("cannot make the directory", job.target,
                      isTaken ? "something else stands there" : to_.writingProblem(job.target));
