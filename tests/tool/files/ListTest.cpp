@@ -2,6 +2,7 @@
 
 #include "support/PseudoRandom.h"
 #include "support/Sha256.h"
+#include "support/sftp/SftpWire.h"
 #include "tool/files/FilesTest.h"
 
 #include <filesystem>
@@ -175,6 +176,35 @@ TEST_F(ListTest, CatWritesEveryByte)
     const ToolResult result = tarnis("cat", {at("data"), at("empty"), at("data")});
     expectQuiet(result);
     EXPECT_EQ(sha256(result.output), sha256(data + data));
+}
+
+TEST_F(ScriptedListTest, CatTellsAFileThatEndsBeforeItsSize)
+{
+    put("f", std::string(1'000'000, 'x'));
+    SftpScript script;
+    script.maxReadReply = 100'000;
+    script.rules = {{from(SftpPacket::Read, 6), SftpActions::refuse(SftpStatus::Eof)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("cat", {at("f")});
+    expectFailure(result, "cannot read " + at("f") + ": it ended before its size");
+    EXPECT_LT(result.output.size(), 1'000'000U);
+}
+
+TEST_F(ScriptedListTest, CatTakesAFileWhoseSizeMeansNothing)
+{
+    put("f", "more than it says");
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Lstat),
+                     SftpActions::answer(SftpPacket::Attrs, SftpWriter()
+                                                                .number(SftpAttribute::kSize |
+                                                                        SftpAttribute::kPermissions)
+                                                                .number64(0)
+                                                                .number(0100644)
+                                                                .bytes())}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("cat", {at("f")});
+    expectQuiet(result);
+    EXPECT_EQ(result.output, "more than it says");
 }
 
 TEST_F(ListTest, CatRefusesADirectoryAndAMissingFile)
