@@ -194,6 +194,18 @@ TEST_F(ScriptedCopyTest, LeavesNothingWhenTheServersDiskIsFull)
     EXPECT_THAT(namesIn(sftp().root()), IsEmpty());
 }
 
+TEST_F(ScriptedCopyTest, AFileTransferThatTheServerEndsIsToldOnce)
+{
+    for (int number = 10; number < 30; ++number) {
+        put("src/" + std::to_string(number), "text");
+    }
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 1), SftpActions::exit()}};
+    sftp().setScript(script);
+    expectFailure(tarnis("get", {"-r", at("src"), here().path().string()}),
+                  "lost the connection to");
+}
+
 TEST_F(CopyTest, ALostConnectionIsToldOnceAndLeavesNoTarget)
 {
     there().write("one", pseudoRandomBytes(1, 4'000'000));
