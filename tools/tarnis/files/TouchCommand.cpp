@@ -44,13 +44,17 @@ void TouchCommand::workOn(RemotePlace& place, const std::string& path)
 {
     const std::string id = fileIdOf(path);
     place.forgetFailures();
-    if (!place.system().fileInfo(id) && !makeFile(place.system(), id)) {
+    const auto info = place.system().fileInfo(id);
+    if (!info && !makeFile(place.system(), id)) {
         const std::string said = place.lastReason();
         place.fail("cannot make", id, joinReasons(place.writingProblem(id), said));
     }
     place.forgetFailures();
     if (!place.system().fileSetModTime(id, time_)) {
-        place.fail("cannot set the time of", id, "the server does not take " + isoTime(time_));
+        const bool isLink = info && isSymbolicLink(info->type);
+        place.fail("cannot set the time of", id,
+                   isLink ? "it is a symbolic link, whose own time no server sets"
+                          : "the server does not take " + isoTime(time_));
     }
 }
 
