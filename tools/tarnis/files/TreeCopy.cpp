@@ -1,5 +1,6 @@
 #include "files/TreeCopy.h"
 
+#include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/ResumedCopy.h"
 #include "files/TreeWalk.h"
@@ -15,15 +16,6 @@ namespace {
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
 constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> ownerOnly{0700U};
-
-/// Whether a path is another one or below it, as far as their texts tell.
-bool isWithin(const FileSystem::FileSystem2& system, const std::string& path,
-              const std::string& directory)
-{
-    const std::string inner = system.pathEnsureTrailingSlash(system.pathCanonize(path));
-    const std::string outer = system.pathEnsureTrailingSlash(system.pathCanonize(directory));
-    return inner.compare(0, outer.size(), outer) == 0;
-}
 
 } // namespace
 
