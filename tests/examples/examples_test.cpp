@@ -35,6 +35,15 @@ std::string knownHostsLine(std::uint16_t port, const KeyPair& hostKey)
     return "[127.0.0.1]:" + std::to_string(port) + ' ' + hostKey.publicLine + '\n';
 }
 
+/// A whole second, which servers keep, and not now.
+std::filesystem::file_time_type oldTime()
+{
+    using Clock = std::filesystem::file_time_type::clock;
+    static const auto time =
+        std::chrono::floor<std::chrono::seconds>(Clock::now() - std::chrono::hours(5'000));
+    return time;
+}
+
 CommandResult runExample(const std::string& name, std::vector<std::string> arguments,
                          const std::vector<std::string>& environment = {},
                          const std::string& input = "")
@@ -71,6 +80,11 @@ protected:
                                      knownHosts_, account.keyFile};
         all.insert(all.end(), more.begin(), more.end());
         return all;
+    }
+
+    std::filesystem::perms permissionsOf(const std::string& name) const
+    {
+        return std::filesystem::status(directory_.file(name)).permissions();
     }
 
     TemporaryDirectory directory_;
@@ -269,6 +283,7 @@ TEST_F(Examples, DownloadBringsEveryByte)
 {
     const std::string data = pseudoRandomBytes(1, 700'001);
     const std::string source = directory_.write("source", data, 0640);
+    std::filesystem::last_write_time(source, oldTime());
     const auto result =
         runExample("download", arguments(account(), {source, directory_.file("target")}));
     EXPECT_TRUE(result.succeeded()) << result.errorOutput;
@@ -276,6 +291,7 @@ TEST_F(Examples, DownloadBringsEveryByte)
     EXPECT_THAT(result.errorOutput, HasSubstr("700001 of 700001 bytes\n"));
     EXPECT_EQ(std::filesystem::status(directory_.file("target")).permissions(),
               std::filesystem::status(source).permissions());
+    EXPECT_EQ(std::filesystem::last_write_time(directory_.file("target")), oldTime());
 
     const auto missing = runExample(
         "download", arguments(account(), {directory_.file("no"), directory_.file("other")}));
@@ -341,11 +357,18 @@ TEST_F(Examples, CopyTreeCopiesAWholeTree)
 {
     directory_.makeDirectory("tree");
     directory_.makeDirectory("tree/sub");
-    directory_.write("tree/sub/file", "text");
+    const std::string file = directory_.write("tree/sub/file", "text", 0604);
+    std::filesystem::permissions(directory_.file("tree/sub"), std::filesystem::perms(0710));
+    std::filesystem::last_write_time(file, oldTime());
+    std::filesystem::last_write_time(directory_.file("tree/sub"), oldTime());
     const auto result = runExample(
         "copy_tree", arguments(account(), {directory_.file("tree"), directory_.file("copy")}));
     EXPECT_EQ(result.output, "copied\n") << result.errorOutput;
     EXPECT_EQ(readFile(directory_.file("copy/sub/file")), "text");
+    EXPECT_EQ(permissionsOf("copy/sub/file"), std::filesystem::perms(0604));
+    EXPECT_EQ(permissionsOf("copy/sub"), std::filesystem::perms(0710));
+    EXPECT_EQ(std::filesystem::last_write_time(directory_.file("copy/sub/file")), oldTime());
+    EXPECT_EQ(std::filesystem::last_write_time(directory_.file("copy/sub")), oldTime());
 
     const auto missing = runExample(
         "copy_tree", arguments(account(), {directory_.file("no"), directory_.file("other")}));
@@ -360,6 +383,18 @@ TEST_F(Examples, FreeSpaceTellsTheRoom)
         result.output,
         ContainsRegex("^[0-9]+ of [0-9]+ bytes are free on the volume of 127.0.0.1:" + path))
         << result.errorOutput;
+}
+
+TEST_F(ScriptedExamples, FreeSpaceSaysWhereAServerHasNoFigures)
+{
+    SftpScript script;
+    script.extensions.clear();
+    sftp().setScript(script);
+    const auto result = runWith("free_space", sftp().path("any"));
+    EXPECT_EQ(result.status.code, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errorOutput,
+              "the server has no figures for 127.0.0.1:" + sftp().path("any") + "\n");
 }
 
 } // namespace
