@@ -8,8 +8,9 @@
 
 namespace {
 
-/// Everything from standard input goes to the file.
-bool writeInput(const FileSystem::StorageSystemFile& file, std::uint64_t pieceSize)
+/// Everything from standard input goes to the file. A server may find out only at the end that it
+/// has no room.
+bool writeInput(FileSystem::StorageSystemFile& file, std::uint64_t pieceSize)
 {
     std::vector<char> piece(pieceSize);
     while (std::cin) {
@@ -19,7 +20,7 @@ bool writeInput(const FileSystem::StorageSystemFile& file, std::uint64_t pieceSi
             return false;
         }
     }
-    return true;
+    return file.commit();
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "support/PseudoRandom.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
+#include "support/ScriptedSftpServer.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -32,6 +33,15 @@ struct Account
 std::string knownHostsLine(std::uint16_t port, const KeyPair& hostKey)
 {
     return "[127.0.0.1]:" + std::to_string(port) + ' ' + hostKey.publicLine + '\n';
+}
+
+/// A whole second, which servers keep, and not now.
+std::filesystem::file_time_type oldTime()
+{
+    using Clock = std::filesystem::file_time_type::clock;
+    static const auto time =
+        std::chrono::floor<std::chrono::seconds>(Clock::now() - std::chrono::hours(5'000));
+    return time;
 }
 
 CommandResult runExample(const std::string& name, std::vector<std::string> arguments,
@@ -70,6 +80,11 @@ protected:
                                      knownHosts_, account.keyFile};
         all.insert(all.end(), more.begin(), more.end());
         return all;
+    }
+
+    std::filesystem::perms permissionsOf(const std::string& name) const
+    {
+        return std::filesystem::status(directory_.file(name)).permissions();
     }
 
     TemporaryDirectory directory_;
@@ -268,6 +283,7 @@ TEST_F(Examples, DownloadBringsEveryByte)
 {
     const std::string data = pseudoRandomBytes(1, 700'001);
     const std::string source = directory_.write("source", data, 0640);
+    std::filesystem::last_write_time(source, oldTime());
     const auto result =
         runExample("download", arguments(account(), {source, directory_.file("target")}));
     EXPECT_TRUE(result.succeeded()) << result.errorOutput;
@@ -275,6 +291,7 @@ TEST_F(Examples, DownloadBringsEveryByte)
     EXPECT_THAT(result.errorOutput, HasSubstr("700001 of 700001 bytes\n"));
     EXPECT_EQ(std::filesystem::status(directory_.file("target")).permissions(),
               std::filesystem::status(source).permissions());
+    EXPECT_EQ(std::filesystem::last_write_time(directory_.file("target")), oldTime());
 
     const auto missing = runExample(
         "download", arguments(account(), {directory_.file("no"), directory_.file("other")}));
@@ -297,15 +314,61 @@ TEST_F(Examples, UploadWritesStandardInput)
     EXPECT_THAT(missing.errorOutput, HasSubstr("writing failed: SFTP server: No such file"));
 }
 
+class ScriptedExamples : public Examples
+{
+protected:
+    void SetUp() override
+    {
+        if (requireServer(ScriptedSftpServer::availability())) {
+            scripted_ = std::make_unique<ScriptedSftpServer>();
+            knownHosts_ =
+                directory_.write("known_hosts", knownHostsLine(ssh().port(), ssh().hostKey()));
+        }
+    }
+
+    const OpenSshServer& ssh() const { return scripted_->ssh(); }
+
+    const ScriptedSftp& sftp() const { return scripted_->sftp(); }
+
+    CommandResult runWith(const std::string& name, const std::string& path,
+                          const std::string& input = "") const
+    {
+        const Account account{ssh().port(), ssh().user(), ssh().clientKey().privatePath};
+        return runExample(name, arguments(account, {path}), {}, input);
+    }
+
+private:
+    std::unique_ptr<ScriptedSftpServer> scripted_;
+};
+
+TEST_F(ScriptedExamples, UploadHearsOfAFullDiskAtTheEnd)
+{
+    SftpScript script;
+    script.rules = {
+        {onPath(every(SftpPacket::Close), ".part"), SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    const auto result = runWith("upload", sftp().path("up"), "data");
+    EXPECT_EQ(result.status.code, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("writing failed: SFTP server: Failure"));
+    EXPECT_TRUE(std::filesystem::is_empty(sftp().root()));
+}
+
 TEST_F(Examples, CopyTreeCopiesAWholeTree)
 {
     directory_.makeDirectory("tree");
     directory_.makeDirectory("tree/sub");
-    directory_.write("tree/sub/file", "text");
+    const std::string file = directory_.write("tree/sub/file", "text", 0604);
+    std::filesystem::permissions(directory_.file("tree/sub"), std::filesystem::perms(0710));
+    std::filesystem::last_write_time(file, oldTime());
+    std::filesystem::last_write_time(directory_.file("tree/sub"), oldTime());
     const auto result = runExample(
         "copy_tree", arguments(account(), {directory_.file("tree"), directory_.file("copy")}));
     EXPECT_EQ(result.output, "copied\n") << result.errorOutput;
     EXPECT_EQ(readFile(directory_.file("copy/sub/file")), "text");
+    EXPECT_EQ(permissionsOf("copy/sub/file"), std::filesystem::perms(0604));
+    EXPECT_EQ(permissionsOf("copy/sub"), std::filesystem::perms(0710));
+    EXPECT_EQ(std::filesystem::last_write_time(directory_.file("copy/sub/file")), oldTime());
+    EXPECT_EQ(std::filesystem::last_write_time(directory_.file("copy/sub")), oldTime());
 
     const auto missing = runExample(
         "copy_tree", arguments(account(), {directory_.file("no"), directory_.file("other")}));
@@ -320,6 +383,18 @@ TEST_F(Examples, FreeSpaceTellsTheRoom)
         result.output,
         ContainsRegex("^[0-9]+ of [0-9]+ bytes are free on the volume of 127.0.0.1:" + path))
         << result.errorOutput;
+}
+
+TEST_F(ScriptedExamples, FreeSpaceSaysWhereAServerHasNoFigures)
+{
+    SftpScript script;
+    script.extensions.clear();
+    sftp().setScript(script);
+    const auto result = runWith("free_space", sftp().path("any"));
+    EXPECT_EQ(result.status.code, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errorOutput,
+              "the server has no figures for 127.0.0.1:" + sftp().path("any") + "\n");
 }
 
 } // namespace

@@ -117,6 +117,13 @@ TEST_F(DoctorTest, WritesOnlyWhenAsked)
     server.sftp().setScript(full);
     EXPECT_EQ(run(arguments).exitCode, 1);
     EXPECT_TRUE(std::filesystem::is_empty(server.sftp().root()));
+    SftpScript fullAtTheEnd;
+    fullAtTheEnd.rules = {{every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Failure)}};
+    server.sftp().setScript(fullAtTheEnd);
+    const ToolResult refused = run(arguments);
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_THAT(refused.output, HasSubstr("SFTP server: Failure"));
+    EXPECT_TRUE(std::filesystem::is_empty(server.sftp().root()));
 }
 
 TEST_F(DoctorTest, LooksAtFilesWhereNoCommandsRun)

@@ -2,6 +2,7 @@
 
 #include "tool/files/FilesTest.h"
 
+#include <ctime>
 #include <filesystem>
 
 #include <sys/stat.h>
@@ -23,6 +24,8 @@ protected:
 
     mode_t modeOf(const std::string& name) const { return statusOf(name).st_mode & 07777U; }
 };
+
+using ScriptedChangeTest = ScriptedFilesTest;
 
 TEST_F(ChangeTest, MkdirMakesOneOrAllThatAreMissing)
 {
@@ -125,6 +128,17 @@ TEST_F(ChangeTest, ChmodTakesOctalAndChanges)
     expectQuiet(tarnis("chmod", {"--", "-rwx", at("f")}));
 }
 
+TEST_F(ChangeTest, ChmodDropsTheBitsThatAreNoPermissions)
+{
+    there().makeDirectory("shared", 0777);
+    there().makeDirectory("group", 0755);
+    ASSERT_EQ(::chmod(there().file("shared").c_str(), 01777), 0);
+    ASSERT_EQ(::chmod(there().file("group").c_str(), 02755), 0);
+    expectQuiet(tarnis("chmod", {"u+x", at("shared"), at("group")}));
+    EXPECT_EQ(modeOf("shared"), 0777U);
+    EXPECT_EQ(modeOf("group"), 0755U);
+}
+
 TEST_F(ChangeTest, ChmodRefusesWhatAreNoPermissions)
 {
     there().write("f", "", 0644);
@@ -170,6 +184,33 @@ TEST_F(ChangeTest, TouchMakesAMissingFile)
     expectQuiet(tarnis("touch", {at("new")}));
     EXPECT_EQ(statusOf("new").st_size, 0);
     expectFailure(tarnis("touch", {at("no/new")}), "its directory does not exist");
+}
+
+TEST_F(ChangeTest, TouchWithoutATimeSetsTheTimeToNow)
+{
+    there().write("f", "");
+    std::filesystem::last_write_time(there().file("f"), {});
+    const std::time_t before = std::time(nullptr);
+    expectQuiet(tarnis("touch", {at("f")}));
+    EXPECT_GE(statusOf("f").st_mtime, before);
+    EXPECT_LE(statusOf("f").st_mtime, std::time(nullptr));
+}
+
+TEST_F(ChangeTest, TouchSaysThatALinkHasNoTimeToSet)
+{
+    there().write("f", "");
+    std::filesystem::create_symlink("f", there().file("link"));
+    const auto before = statusOf("f").st_mtime;
+    expectFailure(tarnis("touch", {"-d", "@1", at("link")}), "it is a symbolic link");
+    EXPECT_EQ(statusOf("f").st_mtime, before);
+}
+
+TEST_F(ScriptedChangeTest, TouchDoesNotTakeARefusedCloseForANewFile)
+{
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("touch", {at("new")}), "cannot make " + at("new"));
 }
 
 TEST_F(ChangeTest, TouchRefusesWhatIsNoTimeOrCannotBeKept)

@@ -102,6 +102,31 @@ TEST_F(CopyTest, TakesAPatternOnTheServerOnly)
     EXPECT_THAT(namesIn(here().file("other")), IsEmpty());
 }
 
+TEST_F(CopyTest, CpTakesPatternsAndSeveralSources)
+{
+    for (const char* const name : {"a.log", "b.log", "c", "d"}) {
+        there().write(name, name);
+    }
+    there().makeDirectory("to");
+    expectQuiet(tarnis("cp", {at("*.log"), at("c"), at("to")}));
+    EXPECT_THAT(namesIn(there().file("to")), ElementsAre("a.log", "b.log", "c"));
+    EXPECT_EQ(readFile(there().file("to/b.log")), "b.log");
+    EXPECT_EQ(readFile(there().file("to/c")), "c");
+    expectFailure(tarnis("cp", {at("*.log"), at("new")}), "there is no such directory");
+    expectFailure(tarnis("cp", {at("*.txt"), at("to")}), "nothing matches");
+}
+
+TEST_F(CopyTest, TheLastOperandOfGetIsLocalWhateverItLooksLike)
+{
+    there().write("a", "text");
+    there().write("b", "other");
+    ToolSetup get = setup("get", {at("a"), at("b")});
+    get.workingDirectory = here().path().string();
+    expectQuiet(run(get));
+    EXPECT_THAT(namesIn(here().path()), ElementsAre(at("b")));
+    EXPECT_EQ(readFile(here().file(at("b"))), "text");
+}
+
 TEST_F(CopyTest, SeveralNeedADirectory)
 {
     there().write("a", "");
@@ -192,6 +217,18 @@ TEST_F(ScriptedCopyTest, LeavesNothingWhenTheServersDiskIsFull)
     sftp().setScript(script);
     expectFailure(tarnis("put", {here().file("f"), at("")}), "cannot copy ");
     EXPECT_THAT(namesIn(sftp().root()), IsEmpty());
+}
+
+TEST_F(ScriptedCopyTest, AFileTransferThatTheServerEndsIsToldOnce)
+{
+    for (int number = 10; number < 30; ++number) {
+        put("src/" + std::to_string(number), "text");
+    }
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 1), SftpActions::exit()}};
+    sftp().setScript(script);
+    expectFailure(tarnis("get", {"-r", at("src"), here().path().string()}),
+                  "lost the connection to");
 }
 
 TEST_F(CopyTest, ALostConnectionIsToldOnceAndLeavesNoTarget)

@@ -93,6 +93,22 @@ TEST_F(HostileServerTest, RemovalDoesNotReachThroughALinkInADirectorysPlace)
     EXPECT_THAT(namesIn(sftp().path("precious")), ElementsAre("f"));
 }
 
+TEST_F(HostileServerTest, CopiesDoNotReachThroughALinkInADirectorysPlace)
+{
+    put("precious/secret", "");
+    SftpScript script;
+    script.rules = {{onPath(nth(SftpPacket::Opendir, 1), "/sub"),
+                     SftpActions::linkInstead(sftp().path("precious"))}};
+    put("src/sub/f", "");
+    sftp().setScript(script);
+    expectFailure(tarnis("get", {"-r", at("src"), targetDirectory()}),
+                  "cannot copy " + at("src/sub") + ": it is no directory any more");
+    EXPECT_THAT(namesIn(here().file("target/src/sub")), IsEmpty());
+    put("other/sub/f", "");
+    expectFailure(tarnis("cp", {"-r", at("other"), at("copy")}), "it is no directory any more");
+    EXPECT_THAT(namesIn(sftp().path("copy/sub")), IsEmpty());
+}
+
 TEST_F(HostileServerTest, RemovalGoesOnPastWhatTheServerKeeps)
 {
     put("src/a/kept", "");
@@ -133,6 +149,34 @@ TEST_F(HostileServerTest, RemovalFindsOutWhatAListingDoesNotTell)
     EXPECT_FALSE(std::filesystem::exists(sftp().path("src")));
 }
 
+TEST_F(HostileServerTest, CopiesFindOutWhatAListingDoesNotTell)
+{
+    put("src/sub/f", "text");
+    std::filesystem::create_symlink("sub/f", sftp().path("src/link"));
+    const std::string withoutAttributes = SftpWriter()
+                                              .number(3)
+                                              .text("sub")
+                                              .text("")
+                                              .number(0)
+                                              .text("link")
+                                              .text("")
+                                              .number(0)
+                                              .text("gone")
+                                              .text("")
+                                              .number(0)
+                                              .bytes();
+    SftpScript script;
+    script.rules = {
+        {onPath(nth(SftpPacket::Readdir, 1), "/src"),
+         SftpActions::answer(SftpPacket::Name, withoutAttributes)},
+        {onPath(nth(SftpPacket::Readdir, 2), "/src"), SftpActions::refuse(SftpStatus::Eof)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("get", {"-r", at("src"), targetDirectory()}),
+                  "cannot find " + at("src/gone"));
+    EXPECT_EQ(readFile(here().file("target/src/sub/f")), "text");
+    EXPECT_EQ(std::filesystem::read_symlink(here().file("target/src/link")), "sub/f");
+}
+
 TEST_F(HostileServerTest, RemovalOfATreeWithoutAnEndEnds)
 {
     put("src/f", "");
@@ -154,9 +198,11 @@ TEST_F(HostileServerTest, ATreeWithoutAnEndIsLeftSomewhere)
 {
     put("src/f", "");
     SftpScript script;
-    script.rules = {{every(SftpPacket::Opendir),
-                     SftpActions::answer(SftpPacket::Handle, SftpWriter().text("h").bytes())},
-                    {every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Ok)}};
+    script.rules = {
+        {every(SftpPacket::Opendir),
+         SftpActions::answer(SftpPacket::Handle, SftpWriter().text("h").bytes())},
+        {every(SftpPacket::Close), SftpActions::refuse(SftpStatus::Ok)},
+        {every(SftpPacket::Lstat), SftpActions::answer(SftpPacket::Attrs, directoryAttributes())}};
     for (std::uint64_t level = 0; level < 100; ++level) {
         script.rules.push_back(
             {nth(SftpPacket::Readdir, 2 * level + 1),

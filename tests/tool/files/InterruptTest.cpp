@@ -92,6 +92,63 @@ TEST_F(TransferTest, AnInterruptedTreeKeepsWhatIsComplete)
     EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 1 file, 8 B"));
 }
 
+TEST_F(TransferTest, APrivateTreeIsPrivateFromTheStart)
+{
+    here().makeDirectory("t", 0700);
+    here().write("t/f", pseudoRandomBytes(1, kSize), 0600);
+    const auto tool = start(setup("put", {"-rp", here().file("t"), slowly("")}));
+    const std::string copy = there().file("t");
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(copy) && !namesIn(copy).empty(); }));
+    EXPECT_EQ(std::filesystem::status(copy).permissions(), std::filesystem::perms::owner_all);
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_EQ(std::filesystem::status(copy).permissions(), std::filesystem::perms::owner_all);
+}
+
+TEST_F(TransferTest, AnInterruptedDownloadOfATreeKeepsWhatIsComplete)
+{
+    there().makeDirectory("t");
+    there().write("t/a", "complete");
+    there().write("t/b", pseudoRandomBytes(1, kSize));
+    const std::string target = here().makeDirectory("t");
+    const auto tool = start(setup("get", {"-r", slowly("t"), here().path().string()}));
+    ASSERT_TRUE(waitUntil([&] { return namesIn(target).size() > 1; })) << tool->errorOutput();
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(target), testing::ElementsAre("a"));
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 1 file, 8 B"));
+}
+
+TEST_F(TransferTest, CpThatIsInterruptedLeavesNothing)
+{
+    there().write("f", pseudoRandomBytes(1, kSize));
+    const std::string target = there().makeDirectory("target");
+    const auto tool = begin(setup("cp", {slowly("f"), slowly("target")}), target);
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(target), IsEmpty());
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files"));
+}
+
+TEST_F(TransferTest, AnInterruptedRemovalTellsHowMuchIsGone)
+{
+    constexpr std::size_t kFiles = 400;
+    const std::string directory = there().makeDirectory("t");
+    for (std::size_t number = 0; number < kFiles; ++number) {
+        there().write("t/" + std::to_string(number), "");
+    }
+    line().setDelay(TcpProxy::ToServer, std::chrono::milliseconds(20));
+    const auto tool = start(setup("rm", {"-r", slowly("t")}));
+    ASSERT_TRUE(waitUntil([&] { return namesIn(directory).size() < kFiles; }))
+        << tool->errorOutput();
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    const std::size_t gone = kFiles - namesIn(directory).size();
+    EXPECT_LT(gone, kFiles);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted the removal of " + slowly("t") +
+                                               ": removed " + std::to_string(gone) + " entr"));
+}
+
 TEST_F(TransferTest, ResumingKeepsThePart)
 {
     here().write("f", pseudoRandomBytes(1, kSize));
@@ -101,6 +158,29 @@ TEST_F(TransferTest, ResumingKeepsThePart)
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(namesIn(there().path()), testing::ElementsAre(".f.tarnis-part"));
     EXPECT_THAT(tool->errorOutput(), HasSubstr("the same command goes on from there"));
+}
+
+TEST_F(TransferTest, ResumingADownloadKeepsThePart)
+{
+    there().write("f", pseudoRandomBytes(1, kSize));
+    const std::string target = here().makeDirectory("target");
+    const auto tool = begin(setup("get", {"--resume", slowly("f"), target}), target);
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(target), testing::ElementsAre(".f.tarnis-part"));
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("the same command goes on from there"));
+}
+
+TEST_F(TransferTest, OneInterruptIsEnoughThoughTheServerHangs)
+{
+    there().write("f", pseudoRandomBytes(1, kSize));
+    const std::string target = here().makeDirectory("target");
+    const auto tool = begin(setup("get", {slowly("f"), target}), target);
+    line().stall();
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("the connection was given up"));
+    EXPECT_FALSE(std::filesystem::exists(target + "/f"));
 }
 
 TEST_F(TransferTest, TheSecondInterruptEndsTheProgramThoughTheServerHangs)

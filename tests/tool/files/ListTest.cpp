@@ -2,12 +2,14 @@
 
 #include "support/PseudoRandom.h"
 #include "support/Sha256.h"
+#include "support/sftp/SftpWire.h"
 #include "tool/files/FilesTest.h"
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 namespace TarnisTest {
 namespace {
@@ -15,9 +17,27 @@ namespace {
 using nlohmann::json;
 using testing::ContainsRegex;
 using testing::HasSubstr;
-using testing::Not;
 
-using ListTest = FilesTest;
+class ListTest : public FilesTest
+{
+protected:
+    /// 2001-02-03 04:05:06 UTC; of a link itself.
+    void setTime(const std::string& name) const
+    {
+        constexpr time_t kTime = 981'173'106;
+        const timespec times[2] = {{kTime, 0}, {kTime, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, there().file(name).c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    }
+
+    ToolResult inZone(const std::string& zone, const std::string& command,
+                      const std::vector<std::string>& arguments) const
+    {
+        ToolSetup zoned = setup(command, arguments);
+        zoned.environment = {"TZ=" + zone};
+        return run(zoned);
+    }
+};
+
 using ScriptedListTest = ScriptedFilesTest;
 
 TEST_F(ListTest, SortsByBytesAndHidesDots)
@@ -40,6 +60,22 @@ TEST_F(ListTest, ShowsWhatALongListingHas)
     EXPECT_THAT(result.output, ContainsRegex("drwxr-xr-x +[0-9]+ [-0-9]+ [:0-9]+ dir\n"));
     EXPECT_THAT(result.output, ContainsRegex("-rw-r----- +5 [-0-9]+ [:0-9]+ file\n"));
     EXPECT_THAT(result.output, ContainsRegex("lrwxrwxrwx +10 .* link -> some where\n"));
+}
+
+TEST_F(ListTest, ShowsTimesInTheTimeZoneOfThisMachine)
+{
+    there().write("file", "12345", 0640);
+    std::filesystem::create_symlink("some where", there().file("link"));
+    setTime("file");
+    setTime("link");
+    EXPECT_EQ(inZone("UTC", "ls", {"-l", at("")}).output,
+              "-rw-r-----  5 2001-02-03 04:05:06 file\n"
+              "lrwxrwxrwx 10 2001-02-03 04:05:06 link -> some where\n");
+    EXPECT_EQ(inZone("XYZ-2:30", "stat", {at("file")}).output,
+              "path:        file\ntype:        file\nsize:        5\n"
+              "permissions: 0640 (-rw-r-----)\nmodified:    2001-02-03 06:35:06\n");
+    const json list = json::parse(inZone("XYZ-2:30", "ls", {"--json", at("file")}).output);
+    EXPECT_EQ(list[0]["modified"], "2001-02-03T04:05:06Z");
 }
 
 TEST_F(ListTest, NamesKeepTheirBytesUnlessATerminalShowsThem)
@@ -71,6 +107,54 @@ TEST_F(ListTest, GoesDownRecursivelyButNotThroughLinks)
     EXPECT_EQ(tarnis("ls", {"-R", at("")}).output, ".:\na\n\na:\nb\nf\nup\n\na/b:\ndeep\n");
     EXPECT_EQ(tarnis("ls", {at("a/up")}).output, "a\n");
     EXPECT_THAT(tarnis("ls", {"-l", at("a/up")}).output, HasSubstr("a/up -> ..\n"));
+}
+
+TEST_F(ListTest, SeveralDirectoriesHaveHeadings)
+{
+    there().makeDirectory("a");
+    there().makeDirectory("b");
+    there().write("a/x", "");
+    there().write("b/y", "");
+    EXPECT_EQ(tarnis("ls", {at("a"), at("b")}).output, "a:\nx\n\nb:\ny\n");
+}
+
+TEST_F(ListTest, GoesDownFromWhatAPatternFinds)
+{
+    for (const char* const name : {"d1", "d1/sub", "d2", "e"}) {
+        there().makeDirectory(name);
+    }
+    for (const char* const name : {"d1/sub/deep", "d2/f", "d3", "e/no"}) {
+        there().write(name, "");
+    }
+    EXPECT_EQ(tarnis("ls", {"-R", at("d*")}).output,
+              "d1\nd2\nd3\n\nd1:\nsub\n\nd1/sub:\ndeep\n\nd2:\nf\n");
+}
+
+TEST_F(ListTest, JsonHoldsWhatIsFoundOnTheWayDown)
+{
+    there().makeDirectory("a");
+    there().write("a/f", "");
+    there().write("g", "");
+    const ToolResult result = tarnis("ls", {"--json", "-R", at(""), at("none")});
+    expectFailure(result, "cannot find " + at("none"));
+    std::vector<std::string> paths;
+    for (const json& entry : json::parse(result.output)) {
+        paths.push_back(entry["path"]);
+    }
+    EXPECT_THAT(paths, testing::ElementsAre("a", "g", "a/f"));
+}
+
+TEST_F(ScriptedListTest, GoesOnAfterADirectoryThatCannotBeRead)
+{
+    put("a/hidden", "");
+    put("b/f", "");
+    SftpScript script;
+    script.rules = {
+        {onPath(every(SftpPacket::Opendir), "/a"), SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("ls", {"-R", at("")});
+    expectFailure(result, "cannot list " + at("a"));
+    EXPECT_EQ(result.output, ".:\na\nb\n\nb:\nf\n");
 }
 
 TEST_F(ListTest, TakesAPattern)
@@ -177,6 +261,35 @@ TEST_F(ListTest, CatWritesEveryByte)
     EXPECT_EQ(sha256(result.output), sha256(data + data));
 }
 
+TEST_F(ScriptedListTest, CatTellsAFileThatEndsBeforeItsSize)
+{
+    put("f", std::string(1'000'000, 'x'));
+    SftpScript script;
+    script.maxReadReply = 100'000;
+    script.rules = {{from(SftpPacket::Read, 6), SftpActions::refuse(SftpStatus::Eof)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("cat", {at("f")});
+    expectFailure(result, "cannot read " + at("f") + ": it ended before its size");
+    EXPECT_LT(result.output.size(), 1'000'000U);
+}
+
+TEST_F(ScriptedListTest, CatTakesAFileWhoseSizeMeansNothing)
+{
+    put("f", "more than it says");
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Lstat),
+                     SftpActions::answer(SftpPacket::Attrs, SftpWriter()
+                                                                .number(SftpAttribute::kSize |
+                                                                        SftpAttribute::kPermissions)
+                                                                .number64(0)
+                                                                .number(0100644)
+                                                                .bytes())}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("cat", {at("f")});
+    expectQuiet(result);
+    EXPECT_EQ(result.output, "more than it says");
+}
+
 TEST_F(ListTest, CatRefusesADirectoryAndAMissingFile)
 {
     there().makeDirectory("d");
@@ -205,6 +318,31 @@ TEST_F(ListTest, DfShowsTheRoom)
     const auto space = std::filesystem::space(there().path());
     EXPECT_EQ(list[0]["capacity"], space.capacity);
     EXPECT_LE(list[0]["available"], list[0]["free"]);
+}
+
+TEST_F(ScriptedListTest, DfShowsExactFigures)
+{
+    SftpWriter room;
+    constexpr std::uint64_t kUnit = 1'000;
+    // Its own unit, which is not that of the rest; sizes; numbers of files and what else there is.
+    for (const std::uint64_t figure : {std::uint64_t{4'096}, kUnit, std::uint64_t{1'000'000},
+                                       std::uint64_t{400'000}, std::uint64_t{300'000}}) {
+        room.number64(figure);
+    }
+    for (std::uint64_t figure = 0; figure < 6; ++figure) {
+        room.number64(figure);
+    }
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Extended),
+                     SftpActions::answer(SftpPacket::ExtendedReply, room.bytes())}};
+    sftp().setScript(script);
+    EXPECT_EQ(tarnis("df", {at("some/path")}).output,
+              "      Size      Used      Free   Use  Path\n"
+              "    1.0 GB  600.0 MB  300.0 MB   67%  some/path\n");
+    const json list = json::parse(tarnis("df", {"--json", at("")}).output);
+    EXPECT_EQ(list[0]["capacity"], 1'000'000'000);
+    EXPECT_EQ(list[0]["free"], 400'000'000);
+    EXPECT_EQ(list[0]["available"], 300'000'000);
 }
 
 TEST_F(ScriptedListTest, DfSaysWhereAServerHasNoFigures)

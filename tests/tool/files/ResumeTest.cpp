@@ -7,6 +7,7 @@
 
 #include <filesystem>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace TarnisTest {
@@ -17,6 +18,29 @@ using testing::HasSubstr;
 
 constexpr std::size_t kSize = 3'000'000;
 constexpr std::size_t kBeginning = 2'500'000;
+
+struct stat statusOf(const std::string& path)
+{
+    struct stat status = {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+    return status;
+}
+
+mode_t modeOf(const std::string& path)
+{
+    return statusOf(path).st_mode & 07777U;
+}
+
+time_t timeOf(const std::string& path)
+{
+    return statusOf(path).st_mtime;
+}
+
+void setTime(const std::string& path, time_t seconds)
+{
+    const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
+}
 
 class ResumeTest : public FilesTest
 {
@@ -40,6 +64,8 @@ protected:
 private:
     std::unique_ptr<TcpProxy> proxy_;
 };
+
+using ScriptedResumeTest = ScriptedFilesTest;
 
 TEST_F(ResumeTest, PutSendsOnlyWhatIsMissing)
 {
@@ -125,6 +151,35 @@ TEST_F(ResumeTest, TakesUpAfterALostConnection)
     EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer) - before, kSize);
 }
 
+TEST_F(ResumeTest, APrivateFileGathersInAPrivatePart)
+{
+    here().write("f", data_, 0600);
+    line().cutAfterBytes(TcpProxy::ToServer, 1'500'000, TcpProxy::Cut::Reset);
+    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), counted("")}).exitCode, 1);
+    EXPECT_EQ(modeOf(there().file(".f.tarnis-part")), 0600U);
+    ::chmod(there().file(".f.tarnis-part").c_str(), 0666);
+    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), counted("")}).exitCode, 1);
+    EXPECT_EQ(modeOf(there().file(".f.tarnis-part")), 0600U) << "one of an attempt without -p";
+}
+
+TEST_F(ResumeTest, PermissionsAndTimeAreKeptWhenAsked)
+{
+    here().write("f", data_, 0440);
+    setTime(here().file("f"), 981'173'106);
+    there().write(".f.tarnis-part", data_.substr(0, kBeginning), 0400);
+    expectQuiet(tarnis("put", {"-p", "--resume", here().file("f"), at("")}));
+    EXPECT_EQ(modeOf(there().file("f")), 0440U);
+    EXPECT_EQ(timeOf(there().file("f")), 981'173'106);
+    ::chmod(there().file("f").c_str(), 0666);
+    setTime(there().file("f"), 1);
+    expectQuiet(tarnis("put", {"-p", "--resume", here().file("f"), at("")}));
+    EXPECT_EQ(modeOf(there().file("f")), 0440U) << "one that was complete already";
+    EXPECT_EQ(timeOf(there().file("f")), 981'173'106);
+    expectQuiet(tarnis("get", {"-p", "--resume", at("f"), here().file("back")}));
+    EXPECT_EQ(modeOf(here().file("back")), 0440U);
+    EXPECT_EQ(timeOf(here().file("back")), 981'173'106);
+}
+
 TEST_F(ResumeTest, ALinkInThePlaceOfThePartIsNotFollowed)
 {
     there().write("f", data_);
@@ -133,6 +188,23 @@ TEST_F(ResumeTest, ALinkInThePlaceOfThePartIsNotFollowed)
     expectFailure(tarnis("get", {"--resume", at("f"), here().path().string()}),
                   "something that is no file stands at");
     EXPECT_EQ(readFile(here().file("victim")), "safe");
+}
+
+TEST_F(ScriptedResumeTest, AFullDiskThatIsToldAtTheEndIsNoSuccess)
+{
+    here().write("f", "text");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Close), ".tarnis-part"),
+                     SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {"--resume", here().file("f"), at("")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("cannot copy " + here().file("f")));
+    EXPECT_THAT(result.errorOutput, HasSubstr("the same command goes on from there"));
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre(".f.tarnis-part"));
+    sftp().setScript({});
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
 }
 
 TEST_F(ResumeTest, WorksForTreesEmptyFilesAndLongNames)

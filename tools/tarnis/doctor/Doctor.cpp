@@ -206,7 +206,8 @@ std::string Doctor::writeFile(const Tarnis::SSHFileSystemSFTP& files)
     auto file = files.fileOpen(path, Mode::Read | Mode::Write | Mode::Create | Mode::Exclusive);
     std::string back(text.size(), '\0');
     const bool isWritten = file != nullptr && file->writeFully(text.data(), text.size()) &&
-                           file->seek(0) && file->readFully(back.data(), back.size()).count > 0;
+                           file->seek(0) && file->readFully(back.data(), back.size()).count > 0 &&
+                           file->commit();
     const std::string reason = session_.getLastError();
     const bool isMade = file != nullptr;
     file.reset();

@@ -57,8 +57,19 @@ void CatCommand::workOn(RemotePlace& place, const std::string& path)
         writeAll(bytes, size);
         return true;
     });
-    if (!file->copy(output)) {
+    std::uint64_t written = 0;
+    std::uint64_t expected = 0;
+    const auto progress = [&](std::uint64_t done, std::uint64_t total) {
+        written = done;
+        expected = total;
+        return true;
+    };
+    if (!file->copy(output, progress)) {
         place.fail("cannot read", id);
+    }
+    // A file that has been cut since ends there; any other early end is not its own.
+    if (written < expected && file->size() != written) {
+        place.fail("cannot read", id, "it ended before its size");
     }
 }
 

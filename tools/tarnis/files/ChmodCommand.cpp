@@ -12,7 +12,8 @@ ChmodCommand::ChmodCommand(CLI::App& program)
 {
     commandLine().footer(
         "Permissions are octal (644) or a change (u+x, go-rwx, a=r,u+w). A\n"
-        "symbolic link is followed. A change that begins with \"-\" follows \"--\":\n"
+        "symbolic link is followed. Only the nine permission bits are known here: to set them\n"
+        "takes set-ID and sticky bits away. A change that begins with \"-\" follows \"--\":\n"
         "tarnis chmod -- -x host:path");
 }
 

@@ -24,4 +24,12 @@ std::string Destination::pathFor(const std::string& source) const
     return joinPath(target_, name.empty() ? "." : name);
 }
 
+bool isWithin(const FileSystem::FileSystem2& system, const std::string& path,
+              const std::string& directory)
+{
+    const std::string inner = system.pathEnsureTrailingSlash(system.pathCanonize(path));
+    const std::string outer = system.pathEnsureTrailingSlash(system.pathCanonize(directory));
+    return inner.compare(0, outer.size(), outer) == 0;
+}
+
 } // namespace TarnisTool

@@ -25,4 +25,9 @@ private:
     bool isDirectory_;
 };
 
+/// Whether a path is another one or below it, as far as their texts tell: nothing can be copied or
+/// moved into itself.
+bool isWithin(const FileSystem::FileSystem2& system, const std::string& path,
+              const std::string& directory);
+
 } // namespace TarnisTool

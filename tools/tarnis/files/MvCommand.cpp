@@ -2,11 +2,25 @@
 
 #include "Failure.h"
 #include "files/Destination.h"
+#include "files/MoveByCopy.h"
 #include "terminal/Messages.h"
 
 #include <CLI/CLI.hpp>
 
+#include <utility>
+
 namespace TarnisTool {
+
+namespace {
+
+/// Whether a refused rename may be one to another volume, which a copy can make up for.
+bool canBeCopied(const Place& place, const std::string& source, const std::string& target)
+{
+    return !nameOf(source).empty() && !isWithin(place.system(), target, source) &&
+           place.system().directoryExists(place.system().pathParentId(target));
+}
+
+} // namespace
 
 MvCommand::MvCommand(CLI::App& program)
     : FileCommand(program, "mv", "Rename and move files within a server", "host:path... host:path",
@@ -14,7 +28,8 @@ MvCommand::MvCommand(CLI::App& program)
 {
     commandLine().footer(
         "All paths are on one server. Into a directory, files go under their own names. What\n"
-        "stands at the new path is never replaced.");
+        "stands at the new path is never replaced. What the server does not rename, as to another\n"
+        "volume, is copied through this machine with permissions and times, and then removed.");
 }
 
 int MvCommand::work(const std::vector<std::string>& operands)
@@ -24,12 +39,20 @@ int MvCommand::work(const std::vector<std::string>& operands)
     paths.pop_back();
     RemotePlace remote(paths.front().target, loginOptions());
     const Destination destination(remote, target, paths.size());
+    const Cancellation cancellation(remote.session());
     int code = ExitCode::success;
     for (const RemotePath& path : paths) {
         const std::string source = fileIdOf(path.path);
         try {
-            move(remote, source, destination.pathFor(source));
+            if (cancellation.isRequested()) {
+                throw Failure(FailureKind::Cancelled, "interrupted before the move of",
+                              remote.display(source), "what was named before it is done");
+            }
+            move(remote, cancellation, source, destination.pathFor(source));
         } catch (const Failure& failure) {
+            if (failure.kind() == FailureKind::Cancelled) {
+                throw;
+            }
             remote.requireAlive();
             report(failure.what());
             code = ExitCode::failure;
@@ -38,21 +61,25 @@ int MvCommand::work(const std::vector<std::string>& operands)
     return code;
 }
 
-void MvCommand::move(RemotePlace& place, const std::string& source, const std::string& target)
+void MvCommand::move(RemotePlace& place, const Cancellation& cancellation,
+                     const std::string& source, const std::string& target)
 {
     const auto& system = place.system();
-    const auto info = place.find(source);
+    auto info = place.find(source);
     if (system.fileInfo(target)) {
         place.forgetFailures();
         place.fail("cannot move " + place.display(source) + " to", target,
                    "something stands there already");
     }
     place.forgetFailures();
-    const bool isMoved = isDirectory(info.type) ? system.directoryMoveAs(source, target)
-                                                : system.fileMoveAs(source, target);
-    if (!isMoved) {
-        place.fail("cannot move " + place.display(source) + " to", target);
+    if (system.fileRenameAs(source, target)) {
+        return;
     }
+    const std::string said = place.lastReason();
+    if (!canBeCopied(place, source, target)) {
+        place.fail("cannot move " + place.display(source) + " to", target, said);
+    }
+    MoveByCopy(place, cancellation, source, std::move(info), target).run();
 }
 
 } // namespace TarnisTool

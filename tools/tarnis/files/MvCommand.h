@@ -1,5 +1,6 @@
 #pragma once
 
+#include "files/Cancellation.h"
 #include "files/FileCommand.h"
 
 #include <string>
@@ -16,7 +17,8 @@ public:
 private:
     int work(const std::vector<std::string>& operands) override;
 
-    static void move(RemotePlace& place, const std::string& source, const std::string& target);
+    static void move(RemotePlace& place, const Cancellation& cancellation,
+                     const std::string& source, const std::string& target);
 };
 
 } // namespace TarnisTool

@@ -10,6 +10,17 @@
 
 namespace TarnisTool {
 
+namespace {
+
+/// The server may have ended the file transfer and kept the connection: only a question tells. One
+/// of the two is answered by any server that is there.
+bool isAnswering(const FileSystem::FileSystem2& system)
+{
+    return system.isValid() && (system.absolutePath(".") || system.fileInfo("/"));
+}
+
+} // namespace
+
 std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession& session,
                                                              const Target& target)
 {
@@ -53,7 +64,7 @@ std::string RemotePlace::lastReason()
 
 bool RemotePlace::isAlive()
 {
-    return session_.isConnected() && system_->isValid();
+    return session_.isConnected() && isAnswering(*system_);
 }
 
 void RemotePlace::requireAlive()
@@ -61,7 +72,7 @@ void RemotePlace::requireAlive()
     if (!session_.isConnected()) {
         throwConnectionLost(session_, target_, "lost the connection to");
     }
-    if (!system_->isValid()) {
+    if (!isAnswering(*system_)) {
         throw Failure(FailureKind::ConnectionLost, "lost the connection to", target_.display(),
                       "the server ended the file transfer");
     }

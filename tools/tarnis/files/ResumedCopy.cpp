@@ -18,10 +18,12 @@ namespace {
 
 using Mode = FileSystem::StorageSystemFileOpenModeFlag;
 using Option = FileSystem::StorageSystemCopyOptionFlag;
+using Permission = FileSystem::PosixFilePermissionFlag;
 using FileSystem::StorageSystemFile;
 using FileSystem::StorageSystemReadResult;
 
 constexpr std::size_t longestName = 255;
+constexpr auto ownerOnly = Permission::OwnerRead | Permission::OwnerWrite;
 constexpr const char* suffix = ".tarnis-part";
 
 /// FNV-1a: tells long names apart that begin alike, the same in every version.
@@ -197,11 +199,8 @@ std::optional<bool> ResumedCopy::beginsAlike(const std::string& path)
 
 bool ResumedCopy::fill(std::uint64_t start)
 {
-    const auto create = to_.fileExists(part_, false) ? Mode::Truncate : Mode::Exclusive;
-    const auto mode =
-        start > 0 ? Utilities::Flags<Mode>(Mode::Write) : Mode::Write | Mode::Create | create;
-    auto part = to_.fileOpen(part_, mode);
-    if (part == nullptr || !append(*part, start)) {
+    auto part = openPart(start);
+    if (part == nullptr || !append(*part, start) || !part->commit()) {
         return false;
     }
     part.reset();
@@ -210,6 +209,21 @@ bool ResumedCopy::fill(std::uint64_t start)
         return false;
     }
     return true;
+}
+
+/// What is to have permissions of its own is nobody else's to read before it has them, also where
+/// an interruption leaves it for long.
+std::unique_ptr<StorageSystemFile> ResumedCopy::openPart(std::uint64_t start)
+{
+    const bool isThere = to_.fileExists(part_, false);
+    const bool isPrivate = options_.has(Option::PreservePermissions);
+    if (isThere && isPrivate && !to_.fileSetPermissions(part_, ownerOnly)) {
+        return nullptr;
+    }
+    const auto create = isThere ? Mode::Truncate : Mode::Exclusive;
+    const auto mode =
+        start > 0 ? Utilities::Flags<Mode>(Mode::Write) : Mode::Write | Mode::Create | create;
+    return to_.fileOpen(part_, mode, isPrivate ? ownerOnly : FileSystem::defaultFilePermissions);
 }
 
 bool ResumedCopy::append(StorageSystemFile& part, std::uint64_t start)

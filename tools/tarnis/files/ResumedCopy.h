@@ -47,6 +47,7 @@ private:
     std::optional<std::uint64_t> findStart();
     std::optional<bool> beginsAlike(const std::string& path);
     bool fill(std::uint64_t start);
+    std::unique_ptr<FileSystem::StorageSystemFile> openPart(std::uint64_t start);
     bool append(FileSystem::StorageSystemFile& part, std::uint64_t start);
     bool setAttributes(const std::string& path) const;
     bool publish();

@@ -2,9 +2,22 @@
 
 #include "terminal/Units.h"
 
+#include <FileSystem/StorageSystemFile.h>
+
 #include <CLI/CLI.hpp>
 
 namespace TarnisTool {
+
+namespace {
+
+bool makeFile(const FileSystem::FileSystem2& system, const std::string& path)
+{
+    using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+    const auto file = system.fileOpen(path, Mode::Write | Mode::Create);
+    return file != nullptr && file->commit();
+}
+
+} // namespace
 
 TouchCommand::TouchCommand(CLI::App& program)
     : PathsCommand(program, "touch", "Set the modification time of remote files")
@@ -29,18 +42,19 @@ void TouchCommand::prepare(const std::vector<std::string>& operands)
 
 void TouchCommand::workOn(RemotePlace& place, const std::string& path)
 {
-    using Mode = FileSystem::StorageSystemFileOpenModeFlag;
     const std::string id = fileIdOf(path);
     place.forgetFailures();
-    const bool isThere = place.system().fileInfo(id) ||
-                         place.system().fileOpen(id, Mode::Write | Mode::Create) != nullptr;
-    if (!isThere) {
+    const auto info = place.system().fileInfo(id);
+    if (!info && !makeFile(place.system(), id)) {
         const std::string said = place.lastReason();
         place.fail("cannot make", id, joinReasons(place.writingProblem(id), said));
     }
     place.forgetFailures();
     if (!place.system().fileSetModTime(id, time_)) {
-        place.fail("cannot set the time of", id, "the server does not take " + isoTime(time_));
+        const bool isLink = info && isSymbolicLink(info->type);
+        place.fail("cannot set the time of", id,
+                   isLink ? "it is a symbolic link, whose own time no server sets"
+                          : "the server does not take " + isoTime(time_));
     }
 }
 

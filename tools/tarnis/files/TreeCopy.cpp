@@ -1,5 +1,6 @@
 #include "files/TreeCopy.h"
 
+#include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/ResumedCopy.h"
 #include "files/TreeWalk.h"
@@ -14,14 +15,7 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
-/// Whether a path is another one or below it, as far as their texts tell.
-bool isWithin(const FileSystem::FileSystem2& system, const std::string& path,
-              const std::string& directory)
-{
-    const std::string inner = system.pathEnsureTrailingSlash(system.pathCanonize(path));
-    const std::string outer = system.pathEnsureTrailingSlash(system.pathCanonize(directory));
-    return inner.compare(0, outer.size(), outer) == 0;
-}
+constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> ownerOnly{0700U};
 
 } // namespace
 
@@ -123,7 +117,10 @@ void TreeCopy::makeDirectory(const Job& job)
     // A link to a directory would lead elsewhere.
     if (!to_.system().directoryExists(job.target, false)) {
         to_.forgetFailures();
-        if (!to_.system().directoryCreateAs(job.target, true)) {
+        // What is to have permissions of its own is nobody else's to look into before it has them.
+        const auto permissions =
+            options_.preserves ? ownerOnly : FileSystem::defaultDirectoryPermissions;
+        if (!to_.system().directoryCreateAs(job.target, true, permissions)) {
             const bool isTaken = to_.system().fileExists(job.target);
             to_.fail("cannot make the directory", job.target,
                      isTaken ? "something else stands there" : to_.writingProblem(job.target));

@@ -39,19 +39,40 @@ std::vector<TreeEntry> TreeWalk::entriesBelow(const std::string& root)
 }
 
 void TreeWalk::listInto(std::vector<TreeEntry>& entries, const std::string& root,
-                        const std::string& directory)
+                        const std::string& parent)
 {
-    const std::string path = directory.empty() ? root : joinPath(root, directory);
+    const std::string path = parent.empty() ? root : joinPath(root, parent);
+    const std::size_t before = entries.size();
     for (auto& info : place_.list(path)) {
-        std::string below = joinPath(directory, info.name);
+        std::string below = joinPath(parent, info.name);
         if (!isEntryName(info.name)) {
             leaveOut("left out an entry of " + place_.display(path) +
                      ": its name would lead elsewhere: \"" + info.name + "\"");
         } else if (below.size() > longestPath) {
             leaveOut("left out what is below " + place_.display(path) + ": it is nested too deep");
         } else {
-            entries.push_back({std::move(below), std::move(info)});
+            const std::string entryPath = joinPath(path, info.name);
+            addEntry(entries, entryPath, {std::move(below), std::move(info)});
         }
+    }
+    // What was read through a link that has just taken the parent's place is not the tree's.
+    if (!place_.system().directoryExists(path, false)) {
+        entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(before), entries.end());
+        place_.fail("cannot copy", path, "it is no directory any more");
+    }
+}
+
+/// A listing need not tell what its entries are.
+void TreeWalk::addEntry(std::vector<TreeEntry>& entries, const std::string& path, TreeEntry entry)
+{
+    try {
+        if (entry.info.type.isEmpty()) {
+            entry.info = place_.find(path);
+        }
+        entries.push_back(std::move(entry));
+    } catch (const Failure& failure) {
+        place_.requireAlive();
+        leaveOut(failure.what());
     }
 }
 

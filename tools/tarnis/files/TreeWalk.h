@@ -32,7 +32,8 @@ public:
 
 private:
     void listInto(std::vector<TreeEntry>& entries, const std::string& root,
-                  const std::string& directory);
+                  const std::string& parent);
+    void addEntry(std::vector<TreeEntry>& entries, const std::string& path, TreeEntry entry);
     void leaveOut(const std::string& why);
 
     Place& place_;

@@ -1,0 +1,177 @@
+#include "files/MoveByCopy.h"
+
+#include "Failure.h"
+#include "files/EntryNames.h"
+#include "terminal/ProgressBar.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <unistd.h>
+
+namespace TarnisTool {
+
+namespace {
+
+using Option = FileSystem::StorageSystemCopyOptionFlag;
+
+constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> ownerOnly{0700U};
+constexpr auto keepAll = Option::PreservePermissions | Option::PreserveModTime;
+
+} // namespace
+
+MoveByCopy::MoveByCopy(RemotePlace& place, const Cancellation& cancellation, std::string source,
+                       FileSystem::StorageSystemFileInfo info, std::string target)
+    : place_(place)
+    , cancellation_(cancellation)
+    , source_(std::move(source))
+    , info_(std::move(info))
+    , target_(std::move(target))
+{}
+
+void MoveByCopy::run()
+{
+    const std::uint64_t totalBytes = findEntries();
+    copy(totalBytes);
+    removeSource();
+}
+
+bool MoveByCopy::isTree() const
+{
+    return isDirectory(info_.type);
+}
+
+/// How many bytes there are to copy.
+std::uint64_t MoveByCopy::findEntries()
+{
+    entries_ = {{"", info_}};
+    if (isTree()) {
+        TreeWalk walk(place_, cancellation_);
+        auto below = walk.entriesBelow(source_);
+        if (walk.isIncomplete()) {
+            fail("not all of it can be read");
+        }
+        std::move(below.begin(), below.end(), std::back_inserter(entries_));
+    }
+    std::uint64_t bytes = 0;
+    for (const TreeEntry& entry : entries_) {
+        bytes += isRegularFile(entry.info.type) ? entry.info.size : 0;
+    }
+    return bytes;
+}
+
+void MoveByCopy::copy(std::uint64_t totalBytes)
+{
+    place_.forgetFailures();
+    if (isTree()) {
+        makeTarget();
+    }
+    ProgressBar bar(totalBytes);
+    bar.setLabel(nameOf(source_));
+    const auto progress = [&](std::uint64_t done, std::uint64_t /*total*/) {
+        bar.show(done);
+        return !cancellation_.isRequested();
+    };
+    const auto& system = place_.system();
+    const auto options = keepAll | (isTree() ? Option::Recursive : Option::FailIfExists);
+    const bool isCopied = system.fileCopyAs(source_, system, target_, progress, options);
+    if (!isCopied || cancellation_.isRequested()) {
+        bar.clear();
+        const std::string said = place_.lastReason();
+        if (isCopied || isTree()) {
+            giveUp(said);
+        }
+        fail(said);
+    }
+}
+
+/// Exclusively: what is taken back later is nobody else's.
+void MoveByCopy::makeTarget()
+{
+    if (!place_.system().directoryCreateAs(target_, true, ownerOnly)) {
+        fail("its new place cannot be made");
+    }
+}
+
+void MoveByCopy::removeSource()
+{
+    place_.forgetFailures();
+    if (isTree()) {
+        removeTree();
+    } else if (!removeEntry(source_, entries_.front())) {
+        giveUp("it cannot be removed from its place");
+    }
+}
+
+/// The original leaves its place in one step, which also tells whether it may.
+void MoveByCopy::removeTree()
+{
+    const auto& system = place_.system();
+    const std::string aside = system.pathChildId(system.pathParentId(source_),
+                                                 {".tarnis-moved-" + std::to_string(::getpid())});
+    if (system.fileInfo(aside) || !system.directoryRenameAs(source_, aside)) {
+        giveUp("it cannot be removed from its place");
+    }
+    const bool isRemoved =
+        std::all_of(entries_.rbegin(), entries_.rend(), [&](const TreeEntry& entry) {
+            return !cancellation_.isRequested() && removeEntry(aside, entry);
+        });
+    if (isRemoved) {
+        return;
+    }
+    const std::string said = place_.lastReason();
+    const bool isBack = system.directoryRenameAs(aside, source_);
+    place_.requireAlive();
+    throw Failure(cancellation_.isRequested() ? FailureKind::Cancelled : FailureKind::FileProblem,
+                  "copied but did not remove all of", place_.display(source_),
+                  joinReasons("the copy " + place_.display(target_) +
+                                  " is complete, the rest is in " +
+                                  place_.display(isBack ? source_ : aside),
+                              said));
+}
+
+bool MoveByCopy::removeEntry(const std::string& root, const TreeEntry& entry) const
+{
+    const auto& system = place_.system();
+    const std::string path = entry.path.empty() ? root : joinPath(root, entry.path);
+    const bool isRemoved = isDirectory(entry.info.type)
+                               ? system.directoryRemove(path)
+                               : isUnchanged(path, entry) && system.fileRemove(path);
+    // A removal that was reported as failed may have been done.
+    return isRemoved || (!system.fileInfo(path) && place_.isAlive());
+}
+
+bool MoveByCopy::isUnchanged(const std::string& path, const TreeEntry& entry) const
+{
+    const auto info = place_.system().fileInfo(path);
+    return info && info->type == entry.info.type && info->size == entry.info.size &&
+           info->modTime == entry.info.modTime;
+}
+
+/// Takes the copy back, whole or not.
+void MoveByCopy::giveUp(const std::string& hint)
+{
+    const bool isClean = takeBack();
+    fail(hint, isClean);
+}
+
+bool MoveByCopy::takeBack() const
+{
+    const auto& system = place_.system();
+    return isTree() ? system.directoryRemove(target_, true) : system.fileRemove(target_);
+}
+
+void MoveByCopy::fail(const std::string& hint, bool isClean)
+{
+    const std::string left = "a part of the copy may be left at " + place_.display(target_);
+    if (!cancellation_.isRequested()) {
+        place_.fail("cannot move " + place_.display(source_) + " to", target_,
+                    joinReasons(isClean ? "" : left, hint));
+    }
+    throw Failure(FailureKind::Cancelled, "interrupted the move of", place_.display(source_),
+                  !place_.isAlive() ? "the connection was given up; " + left
+                  : isClean         ? "nothing was moved"
+                                    : left);
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "files/Cancellation.h"
+#include "files/RemotePlace.h"
+#include "files/TreeWalk.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace TarnisTool {
+
+/// Moves a file, a link or a tree that the server does not rename, as it does not to another
+/// volume: copies it through this machine, permissions and times included, and then removes the
+/// original.
+///
+/// Until the copy is complete the original is whole, and a failure or a cancellation leaves nothing
+/// at the target. What was changed or added meanwhile is not removed.
+class MoveByCopy
+{
+public:
+    /// \param info what stands at the source.
+    MoveByCopy(RemotePlace& place, const Cancellation& cancellation, std::string source,
+               FileSystem::StorageSystemFileInfo info, std::string target);
+
+    /// Throws Failure.
+    void run();
+
+private:
+    bool isTree() const;
+    std::uint64_t findEntries();
+    void copy(std::uint64_t totalBytes);
+    void makeTarget();
+    void removeSource();
+    void removeTree();
+    bool removeEntry(const std::string& root, const TreeEntry& entry) const;
+    bool isUnchanged(const std::string& path, const TreeEntry& entry) const;
+    [[noreturn]] void giveUp(const std::string& hint);
+    bool takeBack() const;
+    [[noreturn]] void fail(const std::string& hint, bool isClean = true);
+
+    RemotePlace& place_;
+    const Cancellation& cancellation_;
+    std::string source_;
+    FileSystem::StorageSystemFileInfo info_;
+    std::string target_;
+    /// What is to be copied, and nothing else is to be removed. Directories before what they hold.
+    std::vector<TreeEntry> entries_;
+};
+
+} // namespace TarnisTool
