@@ -79,6 +79,7 @@ TEST_F(LoginTest, TakesNoSecretFromAnArgument)
             EXPECT_EQ(result.exitCode, 2) << testing::PrintToString(words);
             EXPECT_EQ(result.output, "");
             EXPECT_THAT(result.errorOutput, HasSubstr(option));
+            EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("sesame")));
             EXPECT_EQ(lineCount(result.errorOutput), 1U);
         }
     }

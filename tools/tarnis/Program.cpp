@@ -13,7 +13,10 @@
 #include <exception>
 #include <iostream>
 #include <iterator>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace TarnisTool {
 
@@ -51,6 +54,18 @@ int runCommand(Command& command, const std::vector<std::string>& words)
     }
 }
 
+/// An option that nobody knows, without a value: it may have been meant for a secret.
+std::optional<std::string> unknownOption(const CLI::App& program)
+{
+    const std::vector<std::string> unknown = program.remaining(true);
+    const auto option =
+        std::find_if(unknown.begin(), unknown.end(), [](const std::string& argument) {
+            return argument.size() > 1 && argument.front() == '-';
+        });
+    return option == unknown.end() ? std::nullopt
+                                   : std::make_optional(option->substr(0, option->find('=')));
+}
+
 /// What the parser ended with: a request for help or the version, or a mistake of the user's.
 int answerParseEnd(const CLI::App& program, const CLI::ParseError& end)
 {
@@ -61,6 +76,9 @@ int answerParseEnd(const CLI::App& program, const CLI::ParseError& end)
     if (program.get_subcommands().empty() && !unknown.empty()) {
         // The parser only says that there is no sub-command.
         return usageError("there is no sub-command \"" + unknown.front() + "\"");
+    }
+    if (const auto option = unknownOption(program)) {
+        return usageError("there is no option " + *option);
     }
     return usageError(end.what());
 }
