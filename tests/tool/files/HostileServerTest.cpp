@@ -70,6 +70,19 @@ TEST_F(HostileServerTest, ALinkAndADirectoryOfOneNameDoNotLeadOutside)
     EXPECT_THAT(namesIn(outside), IsEmpty());
 }
 
+TEST_F(HostileServerTest, ALinkThatTakesADirectorysPlaceDuringTheCopyIsNoticed)
+{
+    put("src/sub/f", "text");
+    put("precious/f", "precious");
+    SftpScript script;
+    script.rules = {{onPath(nth(SftpPacket::Lstat, 2), "/sub"),
+                     SftpActions::linkInstead(sftp().path("precious"))}};
+    sftp().setScript(script);
+    expectFailure(tarnis("get", {"-r", at("src"), targetDirectory()}),
+                  "src/sub is no directory any more");
+    EXPECT_TRUE(std::filesystem::is_symlink(sftp().path("src/sub")));
+}
+
 TEST_F(HostileServerTest, RemovalStaysInsideItsTree)
 {
     put("src/good", "");

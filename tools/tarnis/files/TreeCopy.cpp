@@ -87,6 +87,7 @@ bool TreeCopy::run()
         }
         try {
             copy(job);
+            filledDirectories_.insert(job.parentTarget);
         } catch (const Failure& failure) {
             throwIfCancelled();
             from_.requireAlive();
@@ -95,6 +96,7 @@ bool TreeCopy::run()
             failedDirectories_.insert(job.target);
         }
     }
+    checkDirectories();
     preserveDirectories();
     return !hasFailed_;
 }
@@ -202,6 +204,21 @@ Utilities::Flags<Option> TreeCopy::copyFlags() const
 {
     return options_.preserves ? Option::PreservePermissions | Option::PreserveModTime
                               : Utilities::Flags<Option>();
+}
+
+/// While files were copied by their paths, a link may have taken the place of a directory above
+/// them.
+void TreeCopy::checkDirectories()
+{
+    for (const Job* const job : madeDirectories_) {
+        throwIfCancelled();
+        if (filledDirectories_.count(job->target) != 0 &&
+            !from_.system().directoryExists(job->source, false)) {
+            from_.requireAlive();
+            note("what stands in " + to_.display(job->target) + " may be from elsewhere: " +
+                 from_.display(job->source) + " is no directory any more");
+        }
+    }
 }
 
 /// When everything is in place: what is put into a directory changes its time, and may need

@@ -64,6 +64,7 @@ private:
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const std::string& hint);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
+    void checkDirectories();
     void preserveDirectories();
     void note(const std::string& failure);
     void throwIfCancelled() const;
@@ -75,6 +76,7 @@ private:
     std::vector<Job> jobs_;
     std::vector<const Job*> madeDirectories_;
     std::set<std::string> failedDirectories_;
+    std::set<std::string> filledDirectories_;
     std::unique_ptr<ProgressBar> bar_;
     std::uint64_t totalBytes_ = 0;
     std::uint64_t doneBytes_ = 0;
