@@ -273,7 +273,11 @@ protected:
     static constexpr std::size_t kSize = 9'000'000;
     static constexpr std::uint64_t kStep = 500'000;
 
-    static std::string before() { return std::string(kSize, 'b'); }
+    static std::string before()
+    {
+        std::string text(kSize, 'b');
+        return text;
+    }
 
     /// Copies, and changes the source's size when a part is done.
     bool copyWhileItBecomes(std::uintmax_t size, const FileSystem::FileSystem2& from,

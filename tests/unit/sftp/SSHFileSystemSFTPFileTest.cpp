@@ -26,7 +26,7 @@ namespace {
 // In here, since the name is reserved outside.
 using ::testing::_;
 
-constexpr std::uint32_t package = 2'621'440;
+constexpr std::size_t package = 2'621'440;
 constexpr std::size_t writePackage = 262'119;
 
 class SftpOpenFile : public SftpFixture

@@ -172,12 +172,12 @@ void TreeCopy::resumeFile(const Job& job)
     if (copy.run(job.source, job.target)) {
         return;
     }
-    const Failure failure = failureOf(job, copy.problem());
+    Failure failure = failureOf(job, copy.problem());
     if (copy.hasPart()) {
         note("kept what was copied in " + to_.display(copy.part()) +
              ": the same command goes on from there");
     }
-    throw failure;
+    throw Failure(std::move(failure));
 }
 
 bool TreeCopy::noteProgress(std::uint64_t done)
@@ -195,9 +195,9 @@ Failure TreeCopy::failureOf(const Job& job, const std::string& hint)
     if (problem.empty()) {
         problem = to_.writingProblem(job.target);
     }
-    return Failure(FailureKind::FileProblem, "cannot copy",
-                   from_.display(job.source) + " to " + to_.display(job.target),
-                   joinReasons(problem, said));
+    return {FailureKind::FileProblem, "cannot copy",
+            from_.display(job.source) + " to " + to_.display(job.target),
+            joinReasons(problem, said)};
 }
 
 Utilities::Flags<Option> TreeCopy::copyFlags() const
