@@ -37,7 +37,7 @@ public:
 private:
     TarnisTest::Command command(std::uint16_t port) const;
     std::string configuration(std::uint16_t port) const;
-    std::vector<std::string> wrapAccounts(const std::string& accounts) const;
+    std::vector<std::string> wrapAccounts(const std::string& home) const;
 
     std::string options_;
     TarnisTest::TemporaryDirectory directory_;
