@@ -22,9 +22,9 @@ expect_nothing_left() { # OCCASION
         fail "$1: /run/sshd"
 }
 
-# In a session of its own, as in a terminal of its own: a signal reaches all of it at once.
+# In a session of its own, and with no signal ignored, whatever this script was started with.
 start_demo() { # COMMAND...
-    TMPDIR=$scratch/tmp setsid "$@" >"$scratch/log" 2>&1 &
+    TMPDIR=$scratch/tmp setsid env --default-signal "$@" >"$scratch/log" 2>&1 &
     demo=$!
 }
 
@@ -57,7 +57,7 @@ fail_in_the_middle() {
     mkdir "$scratch/bin"
     printf '#!/bin/sh\ncat >/dev/null\necho wrong -\n' >"$scratch/bin/sha256sum"
     chmod +x "$scratch/bin/sha256sum"
-    start_demo env "PATH=$scratch/bin:$PATH" scripts/demo.sh
+    start_demo "PATH=$scratch/bin:$PATH" scripts/demo.sh
     ! wait "$demo" || fail "a success, though a checksum was wrong"
     grep -q "listens on port" "$scratch/log" || fail "it failed before there was a server"
     expect_nothing_left "after a failure"
