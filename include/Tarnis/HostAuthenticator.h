@@ -107,8 +107,8 @@ private:
 
 /// Trusts a server that shows one of the given keys. Only the key of this connection's key exchange
 /// is compared: a server with several keys shows the one of the type that libssh asks for first,
-/// Ed25519 unless a known-hosts file has another, and is rejected when that one is not
-/// given, though it may have a given one too. Give all the keys of such a server.
+/// Ed25519 unless a known-hosts file has another, and is rejected when that one is not given,
+/// though it may have a given one too. Give all the keys of such a server.
 class TARNIS_EXPORT HostAuthenticatorHostKey : public HostAuthenticator
 {
 public:

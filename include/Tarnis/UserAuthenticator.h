@@ -117,7 +117,7 @@ private:
 class TARNIS_EXPORT UserAuthenticatorPassword : public UserAuthenticator
 {
 public:
-    /// \param password copied; in UTF-8. An empty one is denied without asking the server.
+    /// \param password copied; in UTF-8. An empty one is sent too: accounts without one exist.
     explicit UserAuthenticatorPassword(const std::string& password);
     UserAuthenticatorPassword(const UserAuthenticatorPassword& other);
     UserAuthenticatorPassword(UserAuthenticatorPassword&& other) noexcept;
@@ -142,7 +142,7 @@ class TARNIS_EXPORT UserAuthenticatorPrivateKey : public UserAuthenticator
 {
 public:
     /// \param privateKeyB64 the text of a key file, "-----BEGIN" to "-----END" lines included: the
-    ///                      OpenSSH, PEM or PKCS#8 form (Ed25519: OpenSSH's only).
+    ///                      OpenSSH, PEM or PKCS#8 form.
     /// \param passPhrase    of an encrypted key; empty for none. Nobody is ever asked for one.
     UserAuthenticatorPrivateKey(const std::string& privateKeyB64, const std::string& passPhrase);
     UserAuthenticatorPrivateKey(const UserAuthenticatorPrivateKey& other);
@@ -171,7 +171,8 @@ private:
 class TARNIS_EXPORT UserAuthenticatorPrivateKeyFile : public UserAuthenticator
 {
 public:
-    /// \param privateKeyFile path in the local file system; read at authentication.
+    /// \param privateKeyFile path in the local file system, of a key in the OpenSSH, PEM or PKCS#8
+    ///                       form; read at authentication.
     /// \param passPhrase     of an encrypted key; empty for none. Nobody is ever asked for one.
     UserAuthenticatorPrivateKeyFile(const std::string& privateKeyFile,
                                     const std::string& passPhrase);
@@ -203,7 +204,8 @@ private:
 class TARNIS_EXPORT UserAuthenticatorPrivateKeyAuto : public UserAuthenticator
 {
 public:
-    /// libssh writes a missing public half beside a default key. Nobody is ever asked for a pass
+    /// libssh writes a missing public half beside a default key, and answers Error at a default
+    /// Ed25519 key in PKCS#8 form, which can be named as a file. Nobody is ever asked for a pass
     /// phrase.
     /// \param passPhrase of the default keys that are encrypted; empty for none.
     explicit UserAuthenticatorPrivateKeyAuto(const std::string& passPhrase = "");

@@ -4,8 +4,6 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
 
-#include <Tarnis/SSHDefaultDeleter.h>
-
 #include <libssh/callbacks.h>
 
 #include <utility>
@@ -29,18 +27,6 @@ AuthenticateUserResult resultOf(int answer)
     default:
         return AuthenticateUserResult::Denied;
     }
-}
-
-const char* nullIfEmpty(const std::string& text)
-{
-    return text.empty() ? nullptr : text.c_str();
-}
-
-/// Given to libssh's key import, so that it never asks anyone for a pass phrase.
-int refusePrompt(const char* /*prompt*/, char* /*buffer*/, size_t /*length*/, int /*echo*/,
-                 int /*verify*/, void* /*userData*/)
-{
-    return -1;
 }
 
 /// Makes libssh's search for a key refuse as well: without a callback, an encrypted key in PEM or
@@ -83,31 +69,31 @@ SSHSessionUserAuthenticator::SSHSessionUserAuthenticator(SSHHandleSession& sessi
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKeyAuto& authenticator)
 {
     static_cast<void>(callLocked(*session_, ssh_set_callbacks, &promptRefusal));
+    const std::string& passPhrase = authenticator.getPassPhrase();
     response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyAuto>(
-        askWithSecret(ssh_userauth_publickey_auto, authenticator.getPassPhrase()));
+        fitsCString(passPhrase) ? ask(ssh_userauth_publickey_auto, nullIfEmpty(passPhrase))
+                                : AuthenticateUserResult::Denied);
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKeyFile& authenticator)
 {
-    response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyFile>(
-        askWithKey(ssh_pki_import_privkey_file, authenticator.getPrivateKeyFile(),
-                   authenticator.getPassPhrase()));
+    response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyFile>(askWithKey(
+        importPrivateKeyFile, authenticator.getPrivateKeyFile(), authenticator.getPassPhrase()));
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKey& authenticator)
 {
-    response_ = std::make_unique<UserAuthenticatorResponsePrivateKey>(
-        askWithKey(ssh_pki_import_privkey_base64, authenticator.getPrivateKeyB64(),
-                   authenticator.getPassPhrase()));
+    response_ = std::make_unique<UserAuthenticatorResponsePrivateKey>(askWithKey(
+        importPrivateKey, authenticator.getPrivateKeyB64(), authenticator.getPassPhrase()));
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPassword& authenticator)
 {
-    // libssh crashes on a null password.
+    // Accounts without a password exist. libssh would crash on a null one.
     const std::string& password = authenticator.getPassword();
     response_ = std::make_unique<UserAuthenticatorResponsePassword>(
-        password.empty() ? AuthenticateUserResult::Denied
-                         : askWithSecret(ssh_userauth_password, password));
+        fitsCString(password) ? ask(ssh_userauth_password, password.c_str())
+                              : AuthenticateUserResult::Denied);
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorNone& /*authenticator*/)
@@ -128,14 +114,6 @@ AuthenticateUserResult SSHSessionUserAuthenticator::ask(Function function, Args.
     return resultOf(callUnblocked<SSH_AUTH_AGAIN>(*session_, attempt));
 }
 
-template <class Function>
-AuthenticateUserResult SSHSessionUserAuthenticator::askWithSecret(Function function,
-                                                                  const std::string& secret)
-{
-    return fitsCString(secret) ? ask(function, nullIfEmpty(secret))
-                               : AuthenticateUserResult::Denied;
-}
-
 AuthenticateUserResult SSHSessionUserAuthenticator::askWithKey(KeyImport import,
                                                                const std::string& source,
                                                                const std::string& passPhrase)
@@ -143,12 +121,8 @@ AuthenticateUserResult SSHSessionUserAuthenticator::askWithKey(KeyImport import,
     if (!fitsCString(source) || !fitsCString(passPhrase)) {
         return AuthenticateUserResult::Denied;
     }
-    ssh_key rawKey = nullptr;
-    const int imported =
-        import(nullIfEmpty(source), nullIfEmpty(passPhrase), refusePrompt, nullptr, &rawKey);
-    const std::unique_ptr<ssh_key_struct, ssh_default_deleter<ssh_key_struct>> key(rawKey);
-    return imported == SSH_OK ? ask(ssh_userauth_publickey, key.get())
-                              : AuthenticateUserResult::Denied;
+    const PrivateKey key = import(source, passPhrase);
+    return key != nullptr ? ask(ssh_userauth_publickey, key.get()) : AuthenticateUserResult::Denied;
 }
 
 } // namespace Tarnis

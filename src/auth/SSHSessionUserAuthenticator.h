@@ -1,5 +1,7 @@
 #pragma once
 
+#include "auth/PrivateKeyImport.h"
+
 #include <Tarnis/RemoteSessionState.h>
 #include <Tarnis/UserAuthenticator.h>
 #include <Tarnis/UserAuthenticatorResponse.h>
@@ -29,9 +31,8 @@ public:
     run(SSHHandleSession& session, SharedState state, const UserAuthenticator& authenticator);
 
 private:
-    /// libssh's import of a private key from a file or a text.
-    using KeyImport = int (*)(const char* source, const char* passPhrase, ssh_auth_callback prompt,
-                              void* promptData, ssh_key* key);
+    /// Reads a private key from a file or a text; null when it cannot be read.
+    using KeyImport = PrivateKey (*)(const std::string& source, const std::string& passPhrase);
 
     SSHSessionUserAuthenticator(SSHHandleSession& session, SharedState state);
 
@@ -43,8 +44,6 @@ private:
 
     template <class Function, class... Args>
     AuthenticateUserResult ask(Function function, Args... args);
-    template <class Function>
-    AuthenticateUserResult askWithSecret(Function function, const std::string& secret);
     AuthenticateUserResult askWithKey(KeyImport import, const std::string& source,
                                       const std::string& passPhrase);
 

@@ -11,4 +11,10 @@ inline bool fitsCString(const std::string& text) noexcept
     return text.find('\0') == std::string::npos;
 }
 
+/// libssh takes null for an argument that is left out. Lent for the text's life.
+inline const char* nullIfEmpty(const std::string& text) noexcept
+{
+    return text.empty() ? nullptr : text.c_str();
+}
+
 } // namespace Tarnis

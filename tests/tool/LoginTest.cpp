@@ -122,9 +122,13 @@ TEST_F(LoginTest, WithAPassPhraseFromTheEnvironment)
 
 TEST_F(LoginTest, WithAPassPhraseForEveryFormOfKey)
 {
-    for (const KeyFormat format : {KeyFormat::OpenSsh, KeyFormat::Pem, KeyFormat::Pkcs8}) {
-        const std::string name = "rsa" + std::to_string(static_cast<int>(format));
-        const KeyPair key = generateKey(home(), name, KeyType::Rsa, format, kPassPhrase);
+    constexpr std::pair<KeyType, KeyFormat> forms[] = {{KeyType::Rsa, KeyFormat::OpenSsh},
+                                                       {KeyType::Rsa, KeyFormat::Pem},
+                                                       {KeyType::Rsa, KeyFormat::Pkcs8},
+                                                       {KeyType::Ed25519, KeyFormat::Pkcs8}};
+    for (const auto& [type, format] : forms) {
+        const std::string name = keyTypeName(type) + std::to_string(static_cast<int>(format));
+        const KeyPair key = generateKey(home(), name, type, format, kPassPhrase);
         OpenSshOptions options;
         options.authorizedKeys = {key.publicLine};
         const OpenSshServer server(options);

@@ -80,7 +80,7 @@ public:
     /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.old" beside it:
     /// when the system is lost just then, it is found there. False: nothing there, a directory at
     /// either path, the new parent is missing or on another volume, a refusal; both are where they
-    /// were.
+    /// were. When a connection was lost, nothing tells how far the system came.
     bool fileReplaceAs(const std::string& path, const std::string& newPath) const;
 
     /// Moves a file or a link itself: renames it, or where the system cannot (another volume),

@@ -233,6 +233,18 @@ TEST_F(AutomaticKey, IsLookedForAgainAfterItWasDenied)
     EXPECT_TRUE(runsCommands(session()));
 }
 
+TEST_F(AutomaticKey, IsAnErrorForAnEd25519KeyInPkcs8ThatCanStillBeNamedAsAFile)
+{
+    const KeyPair key = makeDefaultKey(KeyType::Ed25519, "", KeyFormat::Pkcs8);
+    authorize(key);
+    EXPECT_EQ(tryAutomatically(), Result::Error);
+    EXPECT_EQ(session().getState(), RemoteSessionState::UserAuthenticating);
+    EXPECT_EQ(authenticate(session(), UserAuthenticatorPrivateKeyFile(key.privatePath, "")),
+              Result::Success)
+        << session().getLastError();
+    EXPECT_TRUE(runsCommands(session()));
+}
+
 } // namespace
 
 } // namespace TarnisTest

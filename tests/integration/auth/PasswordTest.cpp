@@ -68,24 +68,36 @@ TEST_F(Password, IsDeniedWhenItIsWrongAndMayBeTriedAgain)
     EXPECT_TRUE(runsCommands(session()));
 }
 
-TEST(PasswordOnAScriptedServer, IsNotSentWhenItIsEmptyAndTheRightOneStillWorks)
+TEST_F(Password, IsDeniedByTheServerWhenItIsEmptyAndTheUserHasOne)
 {
-    using Event = ServerEvent::Kind;
-    const ScriptedServer scripted;
+    connectTo(Login::Password, server().user());
+    EXPECT_EQ(tryPassword(""), Result::Denied);
+    expectStillToBeAuthenticated();
+    EXPECT_EQ(tryPassword(server().password()), Result::Success);
+}
+
+TEST(PasswordOnAScriptedServer, IsSentEmptyAndMayBeTheRightOne)
+{
+    ScriptedPolicy policy;
+    policy.authenticate = [](const ServerEvent& attempt) {
+        return attempt.method == AuthMethod::Password && attempt.password.empty()
+                   ? AuthReply::accept()
+                   : AuthReply::deny();
+    };
+    const ScriptedServer scripted(policy);
     SSHSession session;
     address(session, scripted.port(), "anybody");
     ASSERT_TRUE(connectTrusting(session)) << session.getLastError();
-    EXPECT_EQ(authenticate(session, UserAuthenticatorPassword("")), Result::Denied);
-    EXPECT_EQ(session.getState(), RemoteSessionState::UserAuthenticating);
-
-    // What the server has recorded by the answer to this one is all that it was ever sent.
-    EXPECT_EQ(authenticate(session, UserAuthenticatorPassword(ScriptedPolicy::kPassword)),
-              Result::Success)
+    EXPECT_EQ(authenticate(session, UserAuthenticatorPassword("wrong")), Result::Denied);
+    EXPECT_EQ(authenticate(session, UserAuthenticatorPassword("")), Result::Success)
         << session.getLastError();
-    const auto attempts = scripted.events().ofKind(Event::Authentication);
-    ASSERT_EQ(attempts.size(), 1U);
-    EXPECT_EQ(attempts.front().password, ScriptedPolicy::kPassword);
-    EXPECT_EQ(scripted.connectionCount(), 1U);
+    EXPECT_EQ(session.getState(), RemoteSessionState::Authenticated);
+
+    const auto attempts = scripted.events().ofKind(ServerEvent::Kind::Authentication);
+    ASSERT_EQ(attempts.size(), 2U);
+    EXPECT_EQ(attempts.front().password, "wrong");
+    EXPECT_EQ(attempts.back().method, AuthMethod::Password);
+    EXPECT_EQ(attempts.back().password, "");
 }
 
 TEST_F(Password, IsDeniedUnsentWhenItHoldsANulByte)

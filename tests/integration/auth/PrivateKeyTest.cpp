@@ -54,8 +54,6 @@ protected:
         return authenticate(session(), UserAuthenticatorPrivateKey(text, passPhrase));
     }
 
-    std::uint64_t sentBytes() const { return line_->forwardedBytes(TcpProxy::ToServer); }
-
     /// The key is denied both as text and as file, without a word to the server.
     void expectUnusable(const KeyPair& key, const std::string& passPhrase)
     {
@@ -132,6 +130,7 @@ TEST_P(PrivateKeyForm, IsDeniedUnlessThePassPhraseIsRight)
 
 INSTANTIATE_TEST_SUITE_P(Forms, PrivateKeyForm,
                          ::testing::Values(KeyForm{KeyType::Ed25519, KeyFormat::OpenSsh},
+                                           KeyForm{KeyType::Ed25519, KeyFormat::Pkcs8},
                                            KeyForm{KeyType::Ecdsa, KeyFormat::OpenSsh},
                                            KeyForm{KeyType::Ecdsa, KeyFormat::Pem},
                                            KeyForm{KeyType::Ecdsa, KeyFormat::Pkcs8},
@@ -139,51 +138,6 @@ INSTANTIATE_TEST_SUITE_P(Forms, PrivateKeyForm,
                                            KeyForm{KeyType::Rsa, KeyFormat::Pem},
                                            KeyForm{KeyType::Rsa, KeyFormat::Pkcs8}),
                          formName);
-
-/// libssh 0.10 reads the private half of such a key and then has no public half to offer.
-class Ed25519KeyInPkcs8 : public PrivateKey
-{
-protected:
-    KeyPair makeAuthorizedKey(const std::string& passPhrase)
-    {
-        KeyPair key =
-            generateKey(directory(), "key", KeyType::Ed25519, KeyFormat::Pkcs8, passPhrase);
-        OpenSshOptions options;
-        options.authorizedKeys = {key.publicLine};
-        startServer(options);
-        connectCounted();
-        return key;
-    }
-
-    /// The key cannot be used, as text or as file; the server hears nothing, and the session goes
-    /// on with another key.
-    void expectError(const KeyPair& key, const std::string& passPhrase)
-    {
-        const auto before = sentBytes();
-        EXPECT_EQ(tryFile(key.privatePath, passPhrase), Result::Error);
-        EXPECT_NE(session().getLastError(), "");
-        EXPECT_EQ(tryText(key.privateText, passPhrase), Result::Error);
-        EXPECT_NE(session().getLastError(), "");
-        EXPECT_EQ(sentBytes(), before);
-        EXPECT_EQ(session().getState(), RemoteSessionState::UserAuthenticating);
-        EXPECT_EQ(tryFile(server().clientKey().privatePath), Result::Success);
-        EXPECT_TRUE(runsCommands(session()));
-    }
-};
-
-TEST_F(Ed25519KeyInPkcs8, IsAnErrorThatLeavesTheSessionUsable)
-{
-    const KeyPair key = makeAuthorizedKey("");
-    expectError(key, "");
-}
-
-TEST_F(Ed25519KeyInPkcs8, IsAnErrorWithItsPassPhraseAndDeniedWithoutIt)
-{
-    const KeyPair key = makeAuthorizedKey(kPassPhrase);
-    expectUnusable(key, "something else");
-    expectUnusable(key, "");
-    expectError(key, kPassPhrase);
-}
 
 TEST_F(PrivateKey, IsDeniedWhenTheServerDoesNotKnowIt)
 {
