@@ -1,5 +1,6 @@
 #include "ByteStream.h"
 #include "LinkResolution.h"
+#include "RequestSize.h"
 
 #include <FileSystem/StorageSystem.h>
 #include <FileSystem/StorageSystemFile.h>
@@ -150,10 +151,12 @@ StorageSystemReadResult StorageSystemFile::readFully(char* buffer, std::uint64_t
     if (eof() && !forgetEnd(*this)) {
         return {0, Status::Error};
     }
+    RequestSize requestSize(largestRead);
     std::uint64_t count = 0;
     while (count < size) {
-        const auto wanted = std::min(size - count, largestRead);
+        const auto wanted = requestSize.atMost(size - count);
         const auto got = read(buffer + count, wanted);
+        requestSize.learn(wanted, got);
         if (got > wanted) {
             return {count, Status::Error};
         }

@@ -25,7 +25,7 @@ protected:
     /// A directory with a file of each awkward name, holding its own name.
     std::string makeAwkwardTree(std::string_view name) const
     {
-        const auto directory = makeDirectory(name);
+        auto directory = makeDirectory(name);
         for (const std::string& file : awkward()) {
             makeFile(std::string(name) + "/" + file, file);
         }
@@ -70,8 +70,10 @@ TEST_P(AwkwardNamesContract, FilesAreRenamedAndRemoved)
 TEST_P(AwkwardNamesContract, DirectoriesAreMadeAndRemoved)
 {
     for (const std::string& name : awkward()) {
-        EXPECT_EQ(system().directoryCreate(root(), {name, name}, true), path(name + "/" + name));
-        makeFile(name + "/" + name + "/file");
+        std::string nested = name;
+        nested.append("/").append(name);
+        EXPECT_EQ(system().directoryCreate(root(), {name, name}, true), path(nested));
+        makeFile(nested + "/file");
         EXPECT_TRUE(system().directoryRemove(path(name), true));
         EXPECT_TRUE(names().empty());
     }

@@ -8,7 +8,6 @@ namespace TarnisTest {
 namespace {
 
 using testing::ElementsAre;
-using testing::UnorderedElementsAre;
 
 class ListingContract : public ContractTest
 {
@@ -18,7 +17,7 @@ protected:
     /// The names that all three listings give for a filter; they must agree.
     Names filtered(const std::string& filter, FilterType type) const
     {
-        const Names sorted = system().directoryListFileNames(root(), filter, type);
+        Names sorted = system().directoryListFileNames(root(), filter, type);
         EXPECT_EQ(sortedNames(system().directoryList(root(), filter, type)), sorted) << filter;
         EXPECT_EQ(sortedNames(system().directoryFileInfoList(root(), filter, type)), sorted)
             << filter;

@@ -155,6 +155,13 @@ bool MemoryFile::do_error() const
     return !system_.isValid();
 }
 
+std::uint64_t MemoryFile::longestRead() const
+{
+    const auto& shortReads = system_.behaviour.shortReads;
+    const auto here = shortReads.find(position_);
+    return here != shortReads.end() ? here->second : system_.behaviour.longestRead;
+}
+
 std::uint64_t MemoryFile::do_read(char* buffer, std::uint64_t size) const
 {
     note("read " + std::to_string(size));
@@ -164,7 +171,7 @@ std::uint64_t MemoryFile::do_read(char* buffer, std::uint64_t size) const
     if (system_.behaviour.overcounts) {
         return size + 1;
     }
-    const auto count = readAt(position_, buffer, std::min(size, system_.behaviour.longestRead));
+    const auto count = readAt(position_, buffer, std::min(size, longestRead()));
     position_ += count;
     if (count == 0 && system_.behaviour.readingAtTheEndFails) {
         return 0;

@@ -45,6 +45,8 @@ protected:
     const FileSystem::FileSystem2& do_fileSystem() const override;
 
 private:
+    std::uint64_t longestRead() const;
+
     const MemoryFileSystem& system_;
     std::shared_ptr<MemoryNode> node_;
     std::string path_;

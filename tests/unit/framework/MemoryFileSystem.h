@@ -57,6 +57,8 @@ struct MemoryBehaviour
     /// A bulk transfer says Complete whatever it read.
     bool bulkReadsClaimComplete = false;
 
+    /// What a read at one of these positions brings at most.
+    std::map<std::uint64_t, std::uint64_t> shortReads{};
     std::uint64_t longestRead = std::numeric_limits<std::uint64_t>::max();
     std::uint64_t longestWrite = std::numeric_limits<std::uint64_t>::max();
     /// Position in a file from which on reading, or writing, fails.

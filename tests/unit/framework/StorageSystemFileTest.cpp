@@ -156,6 +156,42 @@ TEST_F(OpenFile, ReadFullyAsksForNoMoreThanEveryServerGives)
                 ElementsAre("read 261120 /file", "read 261120 /file", "read 77760 /file"));
 }
 
+TEST_F(OpenFile, ReadFullyAsksForNoMoreThanItWasGivenThreeTimes)
+{
+    const auto bytes = variedBytes(400'000);
+    const auto file = openWith(bytes);
+    system.behaviour.longestRead = 32'768;
+    std::string buffer(200'000, '\0');
+    EXPECT_EQ(file->readFully(buffer.data(), buffer.size()).status, Status::Complete);
+    EXPECT_EQ(buffer, bytes.substr(0, buffer.size()));
+    EXPECT_THAT(system.calls(),
+                ElementsAre("read 200000 /file", "read 167232 /file", "read 134464 /file",
+                            "read 32768 /file", "read 32768 /file", "read 32768 /file",
+                            "read 3392 /file"));
+}
+
+TEST_F(OpenFile, ReadFullyDoesNotAskForLittleAfterOneShortAnswer)
+{
+    const auto file = openWith(variedBytes(100'000));
+    system.behaviour.shortReads = {{0, 100}, {100, 200}, {300, 100}, {400, 100}};
+    std::string buffer(100'000, '\0');
+    EXPECT_EQ(file->readFully(buffer.data(), buffer.size()).status, Status::Complete);
+    EXPECT_THAT(system.calls(),
+                ElementsAre("read 100000 /file", "read 99900 /file", "read 99700 /file",
+                            "read 99600 /file", "read 99500 /file"));
+}
+
+TEST_F(OpenFile, ReadFullyAsksForMoreThanATrickle)
+{
+    const auto file = openWith(variedBytes(10'000));
+    system.behaviour.longestRead = 1'000;
+    std::string buffer(6'000, '\0');
+    EXPECT_EQ(file->readFully(buffer.data(), buffer.size()).status, Status::Complete);
+    EXPECT_THAT(system.calls(),
+                ElementsAre("read 6000 /file", "read 5000 /file", "read 4000 /file",
+                            "read 3000 /file", "read 2000 /file", "read 1000 /file"));
+}
+
 TEST_F(OpenFile, ReadFullyTellsTheEndOfTheFile)
 {
     const auto file = openWith("12345");
