@@ -15,6 +15,8 @@ namespace {
 using Import = int (*)(const char* source, const char* passPhrase, ssh_auth_callback prompt,
                        void* promptData, ssh_key* key);
 
+using Rewriting = Ed25519KeyText (*)(const std::string& source, const std::string& passPhrase);
+
 PrivateKey importWith(Import import, const char* source, const char* passPhrase)
 {
     ssh_key key = nullptr;
@@ -33,9 +35,15 @@ bool hasPublicHalf(const PrivateKey& key)
 
 /// libssh 0.10 reads an Ed25519 key in PKCS#8 form without the public half that has to be shown to
 /// a server. In OpenSSH's form, which states it, the same key is whole.
-PrivateKey completed(PrivateKey key, const Ed25519KeyText& openSshForm)
+PrivateKey importWhole(Import import, Rewriting inOpenSshForm, const std::string& source,
+                       const std::string& passPhrase)
 {
-    PrivateKey whole = importWith(ssh_pki_import_privkey_base64, openSshForm.cString(), nullptr);
+    PrivateKey key = importWith(import, nullIfEmpty(source), nullIfEmpty(passPhrase));
+    if (key == nullptr || hasPublicHalf(key)) {
+        return key;
+    }
+    const Ed25519KeyText rewritten = inOpenSshForm(source, passPhrase);
+    PrivateKey whole = importWith(ssh_pki_import_privkey_base64, rewritten.cString(), nullptr);
     return whole != nullptr ? std::move(whole) : std::move(key);
 }
 
@@ -43,20 +51,12 @@ PrivateKey completed(PrivateKey key, const Ed25519KeyText& openSshForm)
 
 PrivateKey importPrivateKey(const std::string& text, const std::string& passPhrase)
 {
-    PrivateKey key =
-        importWith(ssh_pki_import_privkey_base64, nullIfEmpty(text), nullIfEmpty(passPhrase));
-    return key == nullptr || hasPublicHalf(key)
-               ? std::move(key)
-               : completed(std::move(key), Ed25519KeyText::ofText(text, passPhrase));
+    return importWhole(ssh_pki_import_privkey_base64, Ed25519KeyText::ofText, text, passPhrase);
 }
 
 PrivateKey importPrivateKeyFile(const std::string& path, const std::string& passPhrase)
 {
-    PrivateKey key =
-        importWith(ssh_pki_import_privkey_file, nullIfEmpty(path), nullIfEmpty(passPhrase));
-    return key == nullptr || hasPublicHalf(key)
-               ? std::move(key)
-               : completed(std::move(key), Ed25519KeyText::ofFile(path, passPhrase));
+    return importWhole(ssh_pki_import_privkey_file, Ed25519KeyText::ofFile, path, passPhrase);
 }
 
 int refusePrompt(const char* /*prompt*/, char* /*buffer*/, std::size_t /*length*/, int /*echo*/,

@@ -4,6 +4,7 @@
 #include "tool/files/FilesTest.h"
 
 #include <filesystem>
+#include <utility>
 
 namespace TarnisTest {
 namespace {
@@ -26,6 +27,15 @@ protected:
     {
         SftpScript script;
         script.fakeEntries = std::move(entries);
+        sftp().setScript(script);
+    }
+
+    /// At this request a link to "precious" takes the place of the directory "sub".
+    void linkTakesTheDirectorysPlace(SftpOccasion request)
+    {
+        SftpScript script;
+        script.rules = {{onPath(std::move(request), "/sub"),
+                         SftpActions::linkInstead(sftp().path("precious"))}};
         sftp().setScript(script);
     }
 
@@ -74,10 +84,7 @@ TEST_F(HostileServerTest, ALinkThatTakesADirectorysPlaceDuringTheCopyIsNoticed)
 {
     put("src/sub/f", "text");
     put("precious/f", "precious");
-    SftpScript script;
-    script.rules = {{onPath(nth(SftpPacket::Lstat, 2), "/sub"),
-                     SftpActions::linkInstead(sftp().path("precious"))}};
-    sftp().setScript(script);
+    linkTakesTheDirectorysPlace(nth(SftpPacket::Lstat, 2));
     expectFailure(tarnis("get", {"-r", at("src"), targetDirectory()}),
                   "src/sub is no directory any more");
     EXPECT_TRUE(std::filesystem::is_symlink(sftp().path("src/sub")));
@@ -97,10 +104,7 @@ TEST_F(HostileServerTest, RemovalDoesNotReachThroughALinkInADirectorysPlace)
 {
     put("src/sub/f", "");
     put("precious/f", "");
-    SftpScript script;
-    script.rules = {{onPath(nth(SftpPacket::Opendir, 1), "/sub"),
-                     SftpActions::linkInstead(sftp().path("precious"))}};
-    sftp().setScript(script);
+    linkTakesTheDirectorysPlace(nth(SftpPacket::Opendir, 1));
     expectFailure(tarnis("rm", {"-r", at("src")}), "it is no directory any more");
     EXPECT_TRUE(std::filesystem::is_symlink(sftp().path("src/sub")));
     EXPECT_THAT(namesIn(sftp().path("precious")), ElementsAre("f"));
@@ -109,11 +113,8 @@ TEST_F(HostileServerTest, RemovalDoesNotReachThroughALinkInADirectorysPlace)
 TEST_F(HostileServerTest, CopiesDoNotReachThroughALinkInADirectorysPlace)
 {
     put("precious/secret", "");
-    SftpScript script;
-    script.rules = {{onPath(nth(SftpPacket::Opendir, 1), "/sub"),
-                     SftpActions::linkInstead(sftp().path("precious"))}};
     put("src/sub/f", "");
-    sftp().setScript(script);
+    linkTakesTheDirectorysPlace(nth(SftpPacket::Opendir, 1));
     expectFailure(tarnis("get", {"-r", at("src"), targetDirectory()}),
                   "cannot copy " + at("src/sub") + ": it is no directory any more");
     EXPECT_THAT(namesIn(here().file("target/src/sub")), IsEmpty());
