@@ -57,7 +57,7 @@ int LocalDirectory::descriptor() const
 Utilities::Flags<StorageSystemFileTypeFlag> LocalDirectory::typeOf(const dirent& entry) const
 {
     if (entry.d_type != DT_UNKNOWN) {
-        return typeOfMode(DTTOIF(entry.d_type));
+        return typeOfMode(static_cast<mode_t>(DTTOIF(entry.d_type)));
     }
     const auto attributes = readAttributes(descriptor(), entry.d_name);
     return attributes ? typeOfMode(attributes->st_mode)

@@ -1,7 +1,8 @@
 #pragma once
 
-/// Every public header of the library.
+/// Every public header of the library, and that of the one exception it throws.
 
+#include <FileSystem/HandleFatalError.h>
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/RemoteSession.h>

@@ -3,8 +3,14 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHServerKey.h"
+#include "handles/SSHSessionOptions.h"
 
+#include <cerrno>
+#include <string>
 #include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace Tarnis {
 
@@ -32,6 +38,22 @@ Reason reasonOf(ssh_known_hosts_e answer)
     return Reason::CheckFailed;
 }
 
+bool isNew(Reason reason)
+{
+    return reason == Reason::KnownHostFileMissing || reason == Reason::HostUnknown;
+}
+
+/// Whether there is something at the path that cannot be read.
+bool isKeptFromUs(const std::string& path)
+{
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file >= 0) {
+        ::close(file);
+        return false;
+    }
+    return errno != ENOENT && errno != ENOTDIR;
+}
+
 /// What the policy says of a server that the file neither vouches for nor failed to check.
 AuthenticateHostResult decideByPolicy(AutoMode mode, Reason reason)
 {
@@ -45,8 +67,7 @@ AuthenticateHostResult decideByPolicy(AutoMode mode, Reason reason)
     case AutoMode::AcceptNew:
         break;
     }
-    const bool isNew = reason == Reason::KnownHostFileMissing || reason == Reason::HostUnknown;
-    return isNew ? AuthenticateHostResult::Accepted : AuthenticateHostResult::Rejected;
+    return isNew(reason) ? AuthenticateHostResult::Accepted : AuthenticateHostResult::Rejected;
 }
 
 AuthenticateHostResult decide(AutoMode mode, Reason reason)
@@ -80,7 +101,7 @@ SSHSessionHostAuthenticator::SSHSessionHostAuthenticator(SSHHandleSession& sessi
 
 void SSHSessionHostAuthenticator::visit(const HostAuthenticatorKnownHostFile& authenticator)
 {
-    const Reason reason = reasonOf(callLocked(*session_, ssh_session_is_known_server));
+    const Reason reason = lookUp();
     const AuthenticateHostResult result = decide(authenticator.getAutoMode(), reason);
     const bool vouchedFor = reason == Reason::Known;
     const bool showsKey = !vouchedFor && reason != Reason::CheckFailed;
@@ -104,6 +125,16 @@ void SSHSessionHostAuthenticator::visit(const HostAuthenticatorHostKey& authenti
 void SSHSessionHostAuthenticator::visit(const HostAuthenticatorNone& /*authenticator*/)
 {
     response_ = std::make_unique<HostAuthenticatorResponseNone>(AuthenticateHostResult::Accepted);
+}
+
+/// libssh takes a file that it may not read for one that does not know the server. Whoever trusts
+/// new servers would then trust one whose key has changed.
+Reason SSHSessionHostAuthenticator::lookUp()
+{
+    const Reason reason = reasonOf(callLocked(*session_, ssh_session_is_known_server));
+    return isNew(reason) && isKeptFromUs(readTextOption(*session_, SSH_OPTIONS_KNOWNHOSTS))
+               ? Reason::CheckFailed
+               : reason;
 }
 
 void SSHSessionHostAuthenticator::updateKnownHosts()

@@ -31,6 +31,7 @@ private:
     void visit(const HostAuthenticatorHostKey& authenticator) override;
     void visit(const HostAuthenticatorNone& authenticator) override;
 
+    HostAuthenticatorResponseKnownHostFile::Reason lookUp();
     void updateKnownHosts();
 
     SSHHandleSession* session_;

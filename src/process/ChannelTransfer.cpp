@@ -63,7 +63,10 @@ SSHChannelTransfer readArrived(ssh_channel channel, char* buffer, std::size_t si
 {
     const SessionBlockingGuard guard(channel, 0);
     const auto wanted = static_cast<std::uint32_t>(std::min(size, largestRead));
-    const int count = ssh_channel_read_timeout(channel, buffer, wanted, isStderr ? 1 : 0, 0);
+    // libssh takes a null pointer for a mistake, but there is one in an empty vector.
+    char none = 0;
+    const int count = ssh_channel_read_timeout(channel, wanted == 0 ? &none : buffer, wanted,
+                                               isStderr ? 1 : 0, 0);
     if (count > 0) {
         return moved(count);
     }
@@ -80,7 +83,7 @@ SSHChannelTransfer writeAccepted(ssh_channel channel, const char* data, std::siz
         return nothing(Status::TimedOut);
     }
     const auto offered = static_cast<std::uint32_t>(std::min(size, largestWrite));
-    const int count = ssh_channel_write(channel, data, offered);
+    const int count = ssh_channel_write(channel, offered == 0 ? "" : data, offered);
     if (count > 0) {
         return moved(count);
     }

@@ -68,17 +68,19 @@ SSHExecuteResult CommandRunner::run(const std::string& commandLine)
         }
     } catch (const FileSystem::handle_fatal_error&) {
         // Another thread disconnected the session.
+        error_ = sessionEnded;
     }
     return collect(outcome);
 }
 
 CommandRunner::Outcome CommandRunner::runPhases(const std::string& commandLine)
 {
-    const std::string line = commandLine + '\n';
-    Step step = fitsCString(commandLine) ? Step::Done : Step::Failed;
-    if (step == Step::Done) {
-        step = repeat([this](ssh_channel channel) { return open(channel); });
+    if (!fitsCString(commandLine)) {
+        error_ = "the command line holds a NUL byte";
+        return Outcome::NotStarted;
     }
+    const std::string line = commandLine + '\n';
+    Step step = repeat([this](ssh_channel channel) { return open(channel); });
     if (step == Step::Done) {
         step = repeat([&](ssh_channel channel) { return exec(channel, line.c_str()); });
     }
@@ -121,9 +123,19 @@ CommandRunner::Step CommandRunner::takeStep(StepFunction stepFunction)
         if (recorder_.progress() + inputConsumed_ != before) {
             wait_.progressed();
         }
-        const bool lost = ssh_is_connected(ssh_channel_get_session(channel)) == 0;
-        return lost && step != Step::Done ? Step::Lost : step;
+        ssh_session session = ssh_channel_get_session(channel);
+        const bool lost = ssh_is_connected(session) == 0;
+        return noteFailure(lost && step != Step::Done ? Step::Lost : step, session);
     });
+}
+
+/// Later calls of other threads will have their own reasons.
+CommandRunner::Step CommandRunner::noteFailure(Step step, ssh_session session)
+{
+    if (step == Step::Failed || step == Step::Lost) {
+        error_ = ssh_get_error(session);
+    }
+    return step;
 }
 
 CommandRunner::Step CommandRunner::stepOf(int status)
@@ -222,6 +234,7 @@ SSHExecuteResult CommandRunner::collect(Outcome outcome)
     result.exitCode = recorder_.exitStatus;
     result.exitSignal = std::move(recorder_.exitSignal);
     result.inputConsumed = inputConsumed_;
+    result.error = std::move(error_);
     return result;
 }
 

@@ -24,6 +24,9 @@ public:
     /// \param input   lent until run() returns.
     CommandRunner(std::shared_ptr<SSHHandleChannel> channel, std::string_view input,
                   std::chrono::milliseconds timeout);
+    /// The error of a command whose session was disconnected or destroyed.
+    static constexpr const char* sessionEnded = "the session was disconnected";
+
     CommandRunner(const CommandRunner&) = delete;
     CommandRunner& operator=(const CommandRunner&) = delete;
 
@@ -52,6 +55,7 @@ private:
     template <class StepFunction>
     Step takeStep(StepFunction stepFunction);
 
+    Step noteFailure(Step step, ssh_session session);
     static Step stepOf(int status);
     Step open(ssh_channel channel);
     Step exec(ssh_channel channel, const char* line);
@@ -69,6 +73,7 @@ private:
     QuietProbe quietProbe_;
     std::string_view input_;
     std::size_t inputConsumed_ = 0;
+    std::string error_;
     bool execSent_ = false;
     bool inputEnded_ = false;
 };

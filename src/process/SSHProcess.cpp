@@ -5,6 +5,7 @@
 
 #include <Tarnis/SSHProcess.h>
 
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -42,6 +43,9 @@ bool SSHProcess::setCommandLine(const std::string& commandLine)
 
 bool SSHProcess::start()
 {
+    const std::shared_ptr<SSHHandleChannel> channel = getChannel();
+    // Of two threads that start it, the second one must find it running.
+    const auto lock = channel != nullptr ? std::make_optional(channel->getLock()) : std::nullopt;
     if (isRunning() || isFinished()) {
         return false;
     }

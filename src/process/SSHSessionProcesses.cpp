@@ -12,6 +12,17 @@
 
 namespace Tarnis {
 
+namespace {
+
+SSHExecuteResult notStarted(const char* why)
+{
+    SSHExecuteResult result;
+    result.error = why;
+    return result;
+}
+
+} // namespace
+
 std::unique_ptr<SSHProcess> SSHSession::createProcess(const std::string& commandLine)
 {
     auto channel = SSHHandleChannel::create(*session_);
@@ -25,17 +36,17 @@ SSHExecuteResult SSHSession::execute(const std::string& commandLine, std::string
                                      std::chrono::milliseconds timeout)
 {
     if (!isAuthenticated()) {
-        return {};
+        return notStarted("the session is not logged in");
     }
     try {
         auto channel = SSHHandleChannel::create(*session_);
         if (channel == nullptr) {
-            return {};
+            return notStarted("libssh could not create a channel");
         }
         return CommandRunner(std::move(channel), input, timeout).run(commandLine);
     } catch (const FileSystem::handle_fatal_error&) {
         // Another thread disconnected the session before there was a command.
-        return {};
+        return notStarted(CommandRunner::sessionEnded);
     }
 }
 

@@ -1,7 +1,7 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
+#include "handles/SSHSessionOptions.h"
 #include "session/SSHSessionConnection.h"
-#include "session/SSHSessionOptions.h"
 #include "session/SessionStateBits.h"
 
 #include <Tarnis/HostAuthenticatorResponse.h>
@@ -196,8 +196,7 @@ bool SSHSession::do_setHostName(const std::string& hostName)
 
 bool SSHSession::do_setUserName(const std::string& userName)
 {
-    return isOptionText(userName) &&
-           callLocked(*session_, ssh_options_set, SSH_OPTIONS_USER, userName.c_str()) == SSH_OK;
+    return isOptionText(userName) && setUserNameOption(*session_, userName);
 }
 
 bool SSHSession::do_setPortNumber(unsigned short port)

@@ -2,7 +2,7 @@
 
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
-#include "session/SSHSessionOptions.h"
+#include "handles/SSHSessionOptions.h"
 
 #include <Tarnis/SSHDefaultDeleter.h>
 #include <Tarnis/SessionBlockingGuard.h>

@@ -6,8 +6,8 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHServerKey.h"
+#include "handles/SSHSessionOptions.h"
 #include "session/SSHSessionConnection.h"
-#include "session/SSHSessionOptions.h"
 
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>

@@ -1,7 +1,7 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSession.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
-#include "session/SSHSessionOptions.h"
+#include "handles/SSHSessionOptions.h"
 #include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPModificationTime.h"
 #include "sftp/SFTPReplacingRename.h"

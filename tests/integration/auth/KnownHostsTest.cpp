@@ -100,6 +100,19 @@ TEST_F(KnownHosts, MakeTheServerShowTheKeyThatTheyKnow)
     }
 }
 
+TEST_F(KnownHosts, ThatCannotBeReadMakeNoServerANewOne)
+{
+    // Not even the superuser can read this one.
+    const std::string circle = file().directory().file("circle");
+    std::filesystem::create_symlink(circle, circle);
+    ASSERT_TRUE(session().setKnownHostsFile(circle));
+    for (const AutoMode mode : {AutoMode::Ask, AutoMode::AcceptAll, AutoMode::AcceptNew,
+                                AutoMode::KnownOnly, AutoMode{0}}) {
+        SCOPED_TRACE(static_cast<unsigned>(mode));
+        expectAnswer(mode, true, Result::Rejected, Reason::CheckFailed);
+    }
+}
+
 TEST_F(KnownHosts, CannotBeCheckedOnceTheConnectionIsGone)
 {
     file().write(knownHostsLine(server().port(), server().hostKey()));

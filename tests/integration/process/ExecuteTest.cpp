@@ -146,6 +146,7 @@ TEST_F(ExecuteTest, RefusesACommandLineWithANulByte)
     commandLine += '\0';
     const auto result = session().execute(commandLine + "; true");
     EXPECT_EQ(result.outcome, Outcome::NotStarted);
+    EXPECT_EQ(result.error, "the command line holds a NUL byte");
     EXPECT_FALSE(std::filesystem::exists(trace));
     expectOutput(session().execute("echo next"), "next\n");
 }
@@ -208,6 +209,8 @@ TEST_F(ExecuteTest, DoesNotStartOnASessionThatIsNotConnected)
 {
     Tarnis::SSHSession unconnected;
     EXPECT_EQ(unconnected.execute("true").outcome, Outcome::NotStarted);
+    EXPECT_EQ(unconnected.execute("true").error, "the session is not logged in");
+    EXPECT_EQ(session().execute("false").error, "");
     EXPECT_TRUE(session().disconnect());
     EXPECT_EQ(session().execute("true").outcome, Outcome::NotStarted);
 }

@@ -360,8 +360,10 @@ TEST_F(OneSessionTest, RefusesASecondProcessUntilThereIsRoomForIt)
     EXPECT_FALSE(second->start());
     EXPECT_EQ(second->getProcessState(), State::Failed);
     EXPECT_NE(session().getLastError(), "");
-    EXPECT_EQ(session().execute("echo third").outcome, Outcome::NotStarted);
-    EXPECT_NE(session().getLastError(), "");
+    const auto third = session().execute("echo third");
+    EXPECT_EQ(third.outcome, Outcome::NotStarted);
+    EXPECT_NE(third.error.find("open failed"), std::string::npos) << third.error;
+    EXPECT_EQ(third.error, session().getLastError());
     EXPECT_TRUE(session().isAuthenticated());
 
     EXPECT_TRUE(first->sendEOF());

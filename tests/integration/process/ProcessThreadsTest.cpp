@@ -189,10 +189,25 @@ TEST(ExecuteBesideAnotherThread, IsRightThoughTheOtherThreadReadsItsAnswersOffTh
     reader.join();
 }
 
+TEST_F(ProcessThreadsTest, StartAProcessOnceAmongThem)
+{
+    const TemporaryDirectory directory;
+    for (int round = 0; round < kRounds; ++round) {
+        const std::string trace = directory.file(std::to_string(round));
+        const auto process = session().createProcess("echo started >> " + trace + "; cat");
+        std::atomic<int> started{0};
+        inThreads([&](int) { started += process->start() ? 1 : 0; });
+        EXPECT_EQ(started, 1);
+        EXPECT_TRUE(process->sendEOF());
+        EXPECT_EQ(readToEnd(*process, false), "");
+        EXPECT_EQ(readFile(trace), "started\n");
+    }
+}
+
 TEST_F(ProcessThreadsTest, AllLoseTheConnectionWhenOneDisconnects)
 {
     std::atomic<int> begun{0};
-    std::array<Outcome, kThreads> outcomes{};
+    std::array<Tarnis::SSHExecuteResult, kThreads> results;
     std::thread disconnector([&] {
         EXPECT_TRUE(waitUntil([&] { return begun == kThreads; }));
         EXPECT_TRUE(session().disconnect());
@@ -200,12 +215,14 @@ TEST_F(ProcessThreadsTest, AllLoseTheConnectionWhenOneDisconnects)
     inThreads([&](int thread) {
         expectOutput(session().execute("true"), "");
         ++begun;
-        outcomes.at(static_cast<std::size_t>(thread)) = session().execute("sleep 300").outcome;
+        results.at(static_cast<std::size_t>(thread)) = session().execute("sleep 300");
     });
     disconnector.join();
-    for (const Outcome outcome : outcomes) {
-        EXPECT_TRUE(outcome == Outcome::ConnectionLost || outcome == Outcome::NotStarted)
-            << ::testing::PrintToString(outcome);
+    for (const auto& result : results) {
+        EXPECT_TRUE(result.outcome == Outcome::ConnectionLost ||
+                    result.outcome == Outcome::NotStarted)
+            << describe(result);
+        EXPECT_NE(result.error, "");
     }
 }
 

@@ -286,8 +286,12 @@ TEST_F(TransferTest, DoesNotWaitToTransferNothing)
     const auto process = startProcess(session(), "cat");
     char byte = 'x';
     const auto forEver = std::chrono::milliseconds::max();
-    EXPECT_EQ(process->readSome(&byte, 0, standardOutput, forEver).status, Status::TimedOut);
-    EXPECT_EQ(process->writeSome(&byte, 0, forEver).status, Status::TimedOut);
+    // An empty vector has a null pointer.
+    for (char* const nothing : {&byte, static_cast<char*>(nullptr)}) {
+        EXPECT_EQ(process->readSome(nothing, 0, standardOutput, forEver).status, Status::TimedOut);
+        EXPECT_EQ(process->writeSome(nothing, 0, forEver).status, Status::TimedOut);
+    }
+    EXPECT_EQ(byte, 'x');
 }
 
 TEST_F(TransferTest, LetsOtherThreadsUseTheSessionWhileOneWaitsForOutput)

@@ -125,6 +125,19 @@ TEST(SessionOptions, RefuseAHostNameWithShellCharacters)
     EXPECT_EQ(session.getHostName(), "");
 }
 
+TEST(SessionOptions, RefuseAUserNameWithShellCharacters)
+{
+    SSHSession session;
+    EXPECT_FALSE(session.setUserName("user;id"));
+    // Libssh's own choice, as without any.
+    EXPECT_EQ(session.getUserName(), localUser());
+    ASSERT_TRUE(session.setUserName("alice"));
+    for (const char* const name : {"user;id", "-oOption", "'quoted'", "`id`", "$(id)"}) {
+        EXPECT_FALSE(session.setUserName(name));
+        EXPECT_EQ(session.getUserName(), "alice");
+    }
+}
+
 TEST(SessionOptions, RefusePortZero)
 {
     SSHSession session;

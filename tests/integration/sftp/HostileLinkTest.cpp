@@ -145,7 +145,7 @@ TEST_P(LinkTextTest, IsCopiedAsItIsOrNotAtAll)
     EXPECT_EQ(copied, fs::is_symlink(fs::symlink_status(link)));
     if (copied) {
         // A text ends where C does.
-        EXPECT_EQ(fs::read_symlink(link), std::string(GetParam().c_str()));
+        EXPECT_EQ(fs::read_symlink(link), GetParam().substr(0, GetParam().find('\0')));
     }
     expectNothingOutside();
 }

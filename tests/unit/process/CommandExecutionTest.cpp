@@ -259,7 +259,10 @@ TEST_F(Command, IsNotStartedWithoutAChannel)
 TEST_F(Command, IsNotStartedWhenTheServerRefusesIt)
 {
     EXPECT_CALL(libssh, ssh_channel_request_exec).WillOnce(Return(SSH_ERROR));
-    EXPECT_EQ(run().outcome, Outcome::NotStarted);
+    EXPECT_CALL(libssh, ssh_get_error).WillOnce(Return("refused"));
+    const SSHExecuteResult result = run();
+    EXPECT_EQ(result.outcome, Outcome::NotStarted);
+    EXPECT_EQ(result.error, "refused");
 }
 
 TEST_F(Command, IsNotSentWhenItWouldBeCut)

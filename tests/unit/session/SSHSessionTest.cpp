@@ -554,14 +554,14 @@ TEST_F(SessionWithSocket, IsShutDownByAnInterrupt)
 TEST_F(SessionWithSocket, IsInterruptedWhileAnotherThreadHoldsItsLock)
 {
     // The option's setter stands for a call that the server does not let return.
-    EXPECT_CALL(libssh, ssh_options_set(_, SSH_OPTIONS_USER, _)).WillOnce([&](auto...) {
+    EXPECT_CALL(libssh, ssh_options_set(_, SSH_OPTIONS_PORT, _)).WillOnce([&](auto...) {
         const Background other([this] { session.interrupt(); });
         EXPECT_TRUE(other.ends());
         char byte = 0;
         EXPECT_EQ(::recv(server.get(), &byte, 1, 0), 0);
         return SSH_ERROR;
     });
-    EXPECT_FALSE(session.setUserName("user"));
+    EXPECT_FALSE(session.setPortNumber(22));
 }
 
 TEST_F(SessionWithSocket, LetsGoOfTheSocketWhenItDisconnects)
@@ -591,10 +591,20 @@ TEST_F(Session, SetsTheHostName)
 TEST_F(Session, SetsTheUserName)
 {
     EXPECT_CALL(libssh, ssh_options_set(fakeSession(), SSH_OPTIONS_USER, PointsToText("somebody")))
-        .WillOnce(Return(SSH_OK))
-        .WillOnce(Return(1));
+        .WillOnce(Return(SSH_OK));
     EXPECT_TRUE(session.setUserName("somebody"));
-    EXPECT_FALSE(session.setUserName("somebody"));
+}
+
+TEST_F(Session, PutsTheFormerUserNameBackWhenTheNewOneIsRefused)
+{
+    char former[] = "former";
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, ssh_options_get(fakeSession(), SSH_OPTIONS_USER, _))
+        .WillOnce(DoAll(SetArgPointee<2>(former), Return(SSH_OK)));
+    EXPECT_CALL(libssh, ssh_options_set(fakeSession(), SSH_OPTIONS_USER, PointsToText("a;b")))
+        .WillOnce(Return(1));
+    EXPECT_CALL(libssh, ssh_options_set(fakeSession(), SSH_OPTIONS_USER, PointsToText("former")));
+    EXPECT_FALSE(session.setUserName("a;b"));
 }
 
 TEST_F(Session, SetsThePortWidened)
