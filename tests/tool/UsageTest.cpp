@@ -65,6 +65,13 @@ TEST_F(UsageTest, RefusesWrongCommandLines)
     expectRefused({"doctor", "host", "--", "x"}, "doctor takes no command line");
 }
 
+TEST_F(UsageTest, KeepsToItselfWhatWasGivenToAnUnknownOption)
+{
+    const std::vector<std::string> arguments = {"exec", "host", "--pasword=secret", "--", "x"};
+    expectRefused(arguments, "there is no option --pasword (");
+    EXPECT_THAT(run(arguments).errorOutput, testing::Not(HasSubstr("secret")));
+}
+
 TEST_F(UsageTest, RefusesTargetsThatCannotBe)
 {
     for (const char* const port : {"0", "65536", "-1", "22x", "", "0x16", " 22"}) {

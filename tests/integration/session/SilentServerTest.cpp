@@ -5,6 +5,7 @@
 #include "integration/session/SessionSteps.h"
 #include "support/ScriptedServer.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace TarnisTest {
@@ -26,6 +27,7 @@ protected:
         SSHCallLimits::setRetryLimit(std::chrono::milliseconds(300));
         EXPECT_FALSE(session().connect());
         EXPECT_EQ(session().getState(), RemoteSessionState::Disconnected);
+        EXPECT_THAT(session().getLastError(), testing::HasSubstr("Timeout connecting"));
         SSHCallLimits::setRetryLimit(SSHCallLimits::defaultRetryLimit);
     }
 

@@ -108,6 +108,17 @@ TEST_F(ReplaceTest, ThatIsRefusedAltogetherChangesNothingAndTellsWhy)
     EXPECT_THAT(client().session().getLastError(), testing::HasSubstr("Permission denied"));
 }
 
+// Some would replace an empty one, or move the file into it.
+TEST_F(ReplaceTest, OfADirectoryIsNotLeftToTheServer)
+{
+    startOffering();
+    fs::remove(path("target"));
+    fs::create_directory(path("target"));
+    EXPECT_FALSE(replace());
+    EXPECT_EQ(sent(SftpPacket::Extended), 0U);
+    EXPECT_EQ(sent(SftpPacket::Rename), 0U);
+}
+
 TEST_F(ReplaceTest, ThatSucceedsIsNoError)
 {
     startOffering();

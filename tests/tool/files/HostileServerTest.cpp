@@ -94,10 +94,12 @@ TEST_F(HostileServerTest, RemovalStaysInsideItsTree)
 {
     put("src/good", "");
     put("precious", "");
-    serve({{"../precious"}});
+    put("other/precious", "");
+    serve({{"../precious"}, {"../other", 040755}});
     const ToolResult result = tarnis("rm", {"-r", at("src")});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(namesIn(sftp().root()), testing::Contains("precious"));
+    EXPECT_THAT(namesIn(sftp().path("other")), ElementsAre("precious"));
 }
 
 TEST_F(HostileServerTest, RemovalDoesNotReachThroughALinkInADirectorysPlace)
@@ -135,6 +137,20 @@ TEST_F(HostileServerTest, RemovalGoesOnPastWhatTheServerKeeps)
     expectFailure(tarnis("rm", {"-r", at("src")}), "cannot remove " + at("src/a/kept"));
     EXPECT_THAT(namesIn(sftp().path("src")), ElementsAre("a"));
     EXPECT_THAT(namesIn(sftp().path("src/a")), ElementsAre("kept"));
+}
+
+TEST_F(HostileServerTest, RemovalTakesAnEmptyDirectoryThatMayNotBeListed)
+{
+    std::filesystem::create_directories(sftp().path("src/closed"));
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Opendir), "/closed"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    expectQuiet(tarnis("rm", {"-r", at("src")}));
+    EXPECT_THAT(namesIn(sftp().root()), IsEmpty());
+    put("src/closed/f", "");
+    expectFailure(tarnis("rm", {"-r", at("src")}), "cannot list " + at("src/closed"));
+    EXPECT_THAT(namesIn(sftp().path("src/closed")), ElementsAre("f"));
 }
 
 std::string directoryAttributes()

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -81,6 +83,58 @@ private:
     SftpScript script_;
 };
 
+/// A file of the tree has one more version after it was copied and before it would be removed.
+class ChangeDuringMoveTest : public MoveTest
+{
+protected:
+    void expectKept(const std::function<void(const std::string& file)>& change)
+    {
+        makeTree();
+        addRule({onPath(nth(SftpPacket::Rename, 2), "/t"), SftpActions::stopAnswering()});
+        sftp().setScript(script());
+        const auto tool = start(setup("mv", {at("t"), at("other")}));
+        ASSERT_TRUE(waitUntil([&] { return !std::filesystem::exists(sftp().path("t")); }))
+            << tool->errorOutput();
+        change(sftp().path(namesIn(sftp().root()).front()) + "/sub/f");
+        sftp().setScript({});
+        EXPECT_EQ(tool->wait(), 1);
+        EXPECT_THAT(tool->errorOutput(), HasSubstr("copied but did not remove all of " + at("t")));
+        EXPECT_THAT(namesIn(sftp().root()), ElementsAre("other", "t"));
+        EXPECT_EQ(readFile(sftp().path("other/t/sub/f")), "text");
+    }
+
+    static void keepTime(const std::string& file)
+    {
+        const timespec times[2] = {{kTime, 0}, {kTime, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    }
+};
+
+TEST_F(ChangeDuringMoveTest, KeepsAVersionOfTheSameSize)
+{
+    expectKept([](const std::string& file) { std::ofstream(file) << "TEXT"; });
+    EXPECT_EQ(readFile(sftp().path("t/sub/f")), "TEXT");
+}
+
+TEST_F(ChangeDuringMoveTest, KeepsAVersionOfTheSameTime)
+{
+    expectKept([](const std::string& file) {
+        std::ofstream(file) << "longer text";
+        keepTime(file);
+    });
+    EXPECT_EQ(readFile(sftp().path("t/sub/f")), "longer text");
+}
+
+TEST_F(ChangeDuringMoveTest, KeepsALinkOfTheSameSizeAndTime)
+{
+    expectKept([](const std::string& file) {
+        std::filesystem::remove(file);
+        std::filesystem::create_symlink("name", file);
+        keepTime(file);
+    });
+    EXPECT_EQ(std::filesystem::read_symlink(sftp().path("t/sub/f")), "name");
+}
+
 TEST_F(MoveTest, CopiesATreeAndRemovesIt)
 {
     makeTree();
@@ -88,6 +142,20 @@ TEST_F(MoveTest, CopiesATreeAndRemovesIt)
     expectTree("other/t");
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("other"));
     EXPECT_THAT(namesIn(sftp().path("other")), ElementsAre("t"));
+}
+
+TEST_F(MoveTest, ATreeOnItsWayIsNobodyElsesToLookInto)
+{
+    makeTree();
+    addRule({nth(SftpPacket::Write, 1), SftpActions::stopAnswering()});
+    sftp().setScript(script());
+    const auto tool = start(setup("mv", {at("t"), at("other")}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Write) > 0; }))
+        << tool->errorOutput();
+    EXPECT_EQ(statusOf("other/t").st_mode & 07777U, 0700U);
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+    expectTree("other/t");
 }
 
 TEST_F(MoveTest, CopiesAFileAndRemovesIt)

@@ -3,9 +3,11 @@
 #include "support/PseudoRandom.h"
 #include "support/Sha256.h"
 #include "support/TcpProxy.h"
+#include "support/WaitUntil.h"
 #include "tool/files/FilesTest.h"
 
 #include <filesystem>
+#include <fstream>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -205,6 +207,39 @@ TEST_F(ScriptedResumeTest, AFullDiskThatIsToldAtTheEndIsNoSuccess)
     sftp().setScript({});
     expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+}
+
+TEST_F(ScriptedResumeTest, AFileThatGrowsMeanwhileIsNoSuccess)
+{
+    put("f", "text");
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 1), SftpActions::stopAnswering()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("get", {"--resume", at("f"), here().path().string()}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Read) > 0; }))
+        << tool->errorOutput();
+    std::ofstream(sftp().path("f"), std::ios::app) << " and more";
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("the file changed while it was copied"));
+    EXPECT_THAT(namesIn(here().path()), ElementsAre(".f.tarnis-part"));
+}
+
+TEST_F(ScriptedResumeTest, ATargetThatCannotBeReplacedStays)
+{
+    here().write("f", "new");
+    put("f", "old and longer");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Extended), ".tarnis-part"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)},
+                    {onPath(every(SftpPacket::Rename), ".tarnis-part"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {"--resume", here().file("f"), at("")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("cannot copy " + here().file("f")));
+    EXPECT_EQ(readFile(sftp().path("f")), "old and longer");
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre(".f.tarnis-part", "f"));
 }
 
 TEST_F(ResumeTest, WorksForTreesEmptyFilesAndLongNames)

@@ -2,6 +2,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/PseudoRandom.h"
+#include "support/WaitUntil.h"
 #include "tool/files/FilesTest.h"
 
 #include <filesystem>
@@ -15,6 +16,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 using TreeTest = FilesTest;
+using ScriptedTreeTest = ScriptedFilesTest;
 
 /// What an independent program sees of a tree: names, kinds, permissions, times, content, links.
 std::string fingerprint(const std::string& root)
@@ -63,6 +65,25 @@ TEST_F(TreeTest, ComesBackTheSame)
     EXPECT_EQ(fingerprint(there().file("copy")), expected);
     expectQuiet(tarnis("get", {"-rp", at("copy"), here().file("back")}));
     EXPECT_EQ(fingerprint(here().file("back")), expected);
+}
+
+TEST_F(ScriptedTreeTest, ADirectoryIsPrivateUntilItHasThePermissionsThatAreKept)
+{
+    here().makeDirectory("t", 0755);
+    here().write("t/f", "text");
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Write, 1), SftpActions::stopAnswering()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("put", {"-rp", here().file("t"), at("")}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Write) > 0; }))
+        << tool->errorOutput();
+    const auto permissions = [&] {
+        return std::filesystem::status(sftp().path("t")).permissions();
+    };
+    EXPECT_EQ(permissions(), std::filesystem::perms(0700));
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+    EXPECT_EQ(permissions(), std::filesystem::perms(0755));
 }
 
 TEST_F(TreeTest, GoesIntoADirectoryThatExistsUnderItsName)

@@ -223,10 +223,24 @@ TEST_P(EveryUserAuthentication, TriesOnceMoreWhenTheTimeIsOver)
 
 TEST_P(EveryUserAuthentication, IsAnErrorWhenTheServerBrokeTheProtocol)
 {
+    const RetryLimit none(SSHCallLimits::Ticks::zero());
     ON_CALL(libssh, ssh_get_status(fakeSession())).WillByDefault(Return(SSH_CLOSED_ERROR));
     int calls = 0;
     everyCallAnswers([&] {
         ++calls;
+        return SSH_AUTH_AGAIN;
+    });
+    EXPECT_EQ(run(*authenticator)->getResult(), AuthenticateUserResult::Error);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_P(EveryUserAuthentication, IsAnErrorWhenTheConnectionHasEnded)
+{
+    const RetryLimit none(SSHCallLimits::Ticks::zero());
+    int calls = 0;
+    everyCallAnswers([&] {
+        ++calls;
+        libssh.connected = 0;
         return SSH_AUTH_AGAIN;
     });
     EXPECT_EQ(run(*authenticator)->getResult(), AuthenticateUserResult::Error);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,32 @@ protected:
             return from == path && system.pathParentId(to) != system.pathParentId(from);
         };
     }
+};
+
+/// "/file" has one more version while it is copied to another volume.
+class MovingAChangingFile : public Moving
+{
+protected:
+    MovingAChangingFile()
+    {
+        system.addFile("/file", "bytes");
+        system.setModTime("/file", copiedTime);
+        system.addDirectory("/volume");
+    }
+
+    void expectKept(const std::function<void()>& change)
+    {
+        system.behaviour.refusesRename = [change](const std::string& from, const std::string& to) {
+            if (to == "/volume/file" && from != "/file") {
+                change();
+            }
+            return from == "/file";
+        };
+        EXPECT_FALSE(system.fileMoveAs("/file", "/volume/file"));
+        EXPECT_THAT(system.paths(), ElementsAre("/file", "/volume"));
+    }
+
+    const FileSystem::StorageSystemTimePoint copiedTime = TarnisTest::timeAt(12'345);
 };
 
 class Linking : public Tree
@@ -498,6 +525,30 @@ TEST_F(Moving, AFileThatChangesWhileItIsCopiedStaysWhereItWas)
     EXPECT_FALSE(system.fileMoveAs("/file", "/volume/file"));
     EXPECT_THAT(system.paths(), ElementsAre("/file", "/volume"));
     EXPECT_EQ(system.bytesOf("/file"), "bytes and more");
+}
+
+TEST_F(MovingAChangingFile, KeepsAVersionOfTheSameSize)
+{
+    expectKept([this] { system.addFile("/file", "other"); });
+    EXPECT_EQ(system.bytesOf("/file"), "other");
+}
+
+TEST_F(MovingAChangingFile, KeepsAVersionOfTheSameTime)
+{
+    expectKept([this] {
+        system.addFile("/file", "bytes and more");
+        system.setModTime("/file", copiedTime);
+    });
+    EXPECT_EQ(system.bytesOf("/file"), "bytes and more");
+}
+
+TEST_F(MovingAChangingFile, KeepsALinkOfTheSameSizeAndTime)
+{
+    expectKept([this] {
+        system.addLink("/file", "other");
+        system.setModTime("/file", copiedTime);
+    });
+    EXPECT_EQ(system.bytesOf("/file"), "other");
 }
 
 TEST_F(Moving, AFileFailsForADirectoryForNothingAndToNowhere)
