@@ -47,8 +47,10 @@ public:
     bool disconnect();
 
     /// The state. A connection that was lost is noticed here: the state is then Disconnected. While
-    /// a running process has output that arrived before the loss and was not read yet, the state
-    /// stays, so that it can be. Does not wait for the network.
+    /// there is a process, and bytes that arrived before the loss are unread, the state stays, so
+    /// that output among them can be read; bytes that are none, such as the server's signs of life,
+    /// keep it too. Whatever else is asked of that process or another one may notice the loss
+    /// first, and what is unread then is gone. Does not wait for the network.
     RemoteSessionState getState();
 
     /// Whether there is a live connection, authenticated or not. As getState(), does not wait for
@@ -70,7 +72,8 @@ public:
     /// network. False: libssh refuses the name, nothing was changed.
     bool setHostName(const std::string& hostName);
 
-    /// The host name as set; empty when none was. Does not block on the network.
+    /// The host name as set; empty when none was. libssh's copy of it is not released, so each call
+    /// costs its few bytes. Does not block on the network.
     std::string getHostName();
 
     /// Sets the name to log in with; without it libssh takes the local user's at connect(). Does
@@ -105,7 +108,9 @@ public:
     ///
     /// Null: the state was another one, nothing was done. A response whose result is Success: the
     /// state is Authenticated. Any other result: the state is unchanged; after Partial the server
-    /// expects a further method, after Denied another one may be tried.
+    /// expects a further method, after Denied another one may be tried. A key that cannot be read,
+    /// and a text with a NUL byte, are Denied without a word to the server; getLastError() knows
+    /// nothing of that.
     std::unique_ptr<UserAuthenticatorResponse>
     userAuthenticate(const UserAuthenticator& authenticator);
 

@@ -74,8 +74,8 @@ public:
     /// Waits until the command has ended, at most `timeout`; zero or less only looks. Does not read
     /// its output: a command that waits for somebody to read does not end, and the end of one that
     /// was killed shows once its output was read. Other threads may use the session meanwhile.
-    /// True: it has ended, or its channel is closed, as it is before the start. Does not change the
-    /// state.
+    /// True: it has ended, or its channel is closed, as it is before the start; output may still be
+    /// on its way, so read with readSome() until EndOfStream. Does not change the state.
     bool waitForFinished(std::chrono::milliseconds timeout) const;
 
     /// Sends the signal KILL. As SSHChannel::sendSignal.

@@ -74,8 +74,9 @@ public:
     /// libssh reads the system's /etc/ssh/ssh_known_hosts as well: a server that only that file
     /// knows is known.
     /// To be set before connect(), which asks a server of several host keys for one that the file
-    /// knows. "~" at the start is the home directory, "%%" is a percent sign; both are resolved by
-    /// connect(), so a path that is set later is taken as it stands. Does not block on the network.
+    /// knows. "~" at the start is the home directory, "%%" is a percent sign, and any other "%"
+    /// begins an escape of libssh's or makes connect() fail; all are resolved by connect(), so a
+    /// path that is set later is taken as it stands. Does not block on the network.
     /// False: libssh refuses the path, nothing was changed.
     bool setKnownHostsFile(const std::string& path);
 
@@ -112,8 +113,10 @@ public:
     /// The command has ended when the server closed its channel, or when it reported an exit code
     /// and has nothing more to say: a background child that keeps the channel open does not hold
     /// the call up, and what it writes later is lost. One that goes on writing is heard out for 5
-    /// seconds, or for 30 when it never pauses.
+    /// seconds, at most 30 when it never pauses. The output is held in memory, however much it is.
     ///
+    /// \param commandLine every server takes 32,000 bytes; OpenSSH ends the connection at a request
+    ///                    of more than 256 KiB.
     /// \param input   sent as it is; lent for the duration of the call.
     /// \param timeout counted from the call; when it is over, the command is sent KILL and its
     ///                channel is closed. Zero or less gives up at the first wait.

@@ -497,6 +497,17 @@ TEST_F(PasswordLoginTest, BeforeAKeyWhereTheServerWantsThePasswordFirst)
     EXPECT_EQ(result.exitCode, 0) << result.errorOutput;
 }
 
+TEST_F(PasswordLoginTest, SaysThatNoneWasTyped)
+{
+    ToolSetup setup = loginBy(Login::Password, {});
+    setup.hasTerminal = true;
+    const auto tool = start(setup);
+    ASSERT_TRUE(tool->waitForScreen("Password of ")) << tool->errorOutput();
+    tool->type("\x04");
+    EXPECT_EQ(tool->wait(), 255);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("password: not tried, none was typed"));
+}
+
 TEST_F(PasswordLoginTest, NothingIsAskedWhereTheServerWantsNothing)
 {
     expectIn(

@@ -60,7 +60,12 @@ TEST_F(UsageTest, RefusesWrongCommandLines)
     expectRefused({"exec", "host", "--no-such-option", "--", "x"}, "--no-such-option");
     expectRefused({"exec", "host", "--identity", "--", "x"}, "--identity");
     expectRefused({"exec", "host", "--timeout", "-3", "--", "x"}, "--timeout");
-    expectRefused({"exec", "host", "--host-key-policy", "none", "--", "x"}, "--host-key-policy");
+    for (const char* const limit : {"--timeout", "--connect-timeout"}) {
+        expectRefused({"exec", "host", limit, "0.5", "--", "x"},
+                      std::string(limit) + ": \"0.5\" is no whole number of seconds");
+    }
+    expectRefused({"exec", "host", "--host-key-policy", "none", "--", "x"},
+                  "--host-key-policy: \"none\" is none of ask, new, known and all");
     expectRefused({"hostkey", "host", "--", "x"}, "hostkey takes no command line");
     expectRefused({"doctor", "host", "--", "x"}, "doctor takes no command line");
 }
@@ -70,6 +75,7 @@ TEST_F(UsageTest, KeepsToItselfWhatWasGivenToAnUnknownOption)
     const std::vector<std::string> arguments = {"exec", "host", "--pasword=secret", "--", "x"};
     expectRefused(arguments, "there is no option --pasword (");
     EXPECT_THAT(run(arguments).errorOutput, testing::Not(HasSubstr("secret")));
+    expectRefused({"ls", "host:", "--pasword=secret"}, "there is no option \"--pasword\";");
 }
 
 TEST_F(UsageTest, RefusesTargetsThatCannotBe)

@@ -19,4 +19,9 @@ Failure::Failure(FailureKind kind, const std::string& what, const std::string& w
     , reason_(orUnknown(why))
 {}
 
+std::string optionName(const std::string& argument)
+{
+    return argument.substr(0, argument.find('='));
+}
+
 } // namespace TarnisTool

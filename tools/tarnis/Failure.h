@@ -56,4 +56,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// How an option that nobody knows is named to the user: without the value given to it, which may
+/// have been meant for a secret.
+std::string optionName(const std::string& argument);
+
 } // namespace TarnisTool

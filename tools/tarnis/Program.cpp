@@ -54,7 +54,7 @@ int runCommand(Command& command, const std::vector<std::string>& words)
     }
 }
 
-/// An option that nobody knows, without a value: it may have been meant for a secret.
+/// An option that nobody knows.
 std::optional<std::string> unknownOption(const CLI::App& program)
 {
     const std::vector<std::string> unknown = program.remaining(true);
@@ -62,8 +62,7 @@ std::optional<std::string> unknownOption(const CLI::App& program)
         std::find_if(unknown.begin(), unknown.end(), [](const std::string& argument) {
             return argument.size() > 1 && argument.front() == '-';
         });
-    return option == unknown.end() ? std::nullopt
-                                   : std::make_optional(option->substr(0, option->find('=')));
+    return option == unknown.end() ? std::nullopt : std::make_optional(optionName(*option));
 }
 
 /// What the parser ended with: a request for help or the version, or a mistake of the user's.

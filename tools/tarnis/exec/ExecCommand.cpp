@@ -34,12 +34,8 @@ ExecCommand::ExecCommand(CLI::App& program)
         .add_option("target", targetText_, "Where to run it: [user@]host[:port]")
         ->required()
         ->type_name("");
-    commandLine()
-        .add_option_function<unsigned int>(
-            "--timeout",
-            [this](const unsigned int& seconds) { timeout_ = std::chrono::seconds(seconds); },
-            "End the command (KILL) when it runs longer than this")
-        ->type_name("SECONDS");
+    declareTimeLimit(commandLine(), "--timeout", timeout_,
+                     "End the command (KILL) when it runs longer than this; 0: let it run");
     commandLine().add_flag("-n,--no-input", hasNoInput_,
                            "Give the command no input instead of our standard input");
     declareLoginOptions(commandLine(), options_);

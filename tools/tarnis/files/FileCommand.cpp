@@ -32,7 +32,8 @@ int FileCommand::run(const std::vector<std::string>& words)
     std::vector<std::string> operands = commandLine().remaining();
     for (const std::string& operand : operands) {
         if (operand.size() > 1 && operand.front() == '-') {
-            throw UsageError("there is no option \"" + operand + "\"; names follow \"--\"");
+            throw UsageError("there is no option \"" + optionName(operand) +
+                             "\"; names follow \"--\"");
         }
     }
     operands.insert(operands.end(), words.begin(), words.end());

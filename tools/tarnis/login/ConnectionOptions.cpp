@@ -32,6 +32,21 @@ void declareSecret(CLI::App& command, SecretSource& source, const std::string& o
         ->group(loginGroup);
 }
 
+/// Takes one of these names for its value. The parser's own validators say less, or show the
+/// values.
+CLI::Validator nameIn(const std::map<std::string, HostKeyMode>& values, const std::string& list)
+{
+    const auto translate = [values, list](std::string& text) {
+        const auto found = values.find(text);
+        if (found == values.end()) {
+            return "\"" + text + "\" is none of " + list;
+        }
+        text = std::to_string(static_cast<int>(found->second));
+        return std::string();
+    };
+    return {translate, ""};
+}
+
 void declareHostKeyOptions(CLI::App& command, LoginOptions& options)
 {
     const std::map<std::string, HostKeyMode> modes{{"ask", HostKeyMode::Ask},
@@ -45,23 +60,33 @@ void declareHostKeyOptions(CLI::App& command, LoginOptions& options)
                     "new   accept and record an unknown server, refuse a changed key\n"
                     "known refuse both\n"
                     "all   accept both (whoever is on the line can pose as the server)")
-        ->transform(CLI::Transformer(modes).description(""))
+        ->transform(nameIn(modes, "ask, new, known and all"))
         ->type_name("ask|new|known|all")
         ->group(hostKeyGroup);
 }
 
 } // namespace
 
-void declareReachOptions(CLI::App& command, ReachOptions& options)
+void declareTimeLimit(CLI::App& command, const std::string& option, std::chrono::seconds& limit,
+                      const std::string& description)
 {
+    const auto isWhole = [](const std::string& text) {
+        const bool whole = text.find_first_not_of("0123456789") == std::string::npos;
+        return whole ? std::string() : "\"" + text + "\" is no whole number of seconds";
+    };
     command
         .add_option_function<unsigned int>(
-            "--connect-timeout",
-            [&options](const unsigned int& seconds) {
-                options.connectTimeout = std::chrono::seconds(seconds);
-            },
-            "Give up connecting after this long")
+            option,
+            [&limit](const unsigned int& seconds) { limit = std::chrono::seconds(seconds); },
+            description)
+        ->check(isWhole)
         ->type_name("SECONDS");
+}
+
+void declareReachOptions(CLI::App& command, ReachOptions& options)
+{
+    declareTimeLimit(command, "--connect-timeout", options.connectTimeout,
+                     "Give up connecting after this long; 0: no sooner than the library does");
     command
         .add_option("--known-hosts", options.knownHostsFile,
                     "Known-hosts file to go by, and to record in, instead of ~/.ssh/known_hosts")

@@ -41,6 +41,10 @@ struct LoginOptions
     SecretSource passPhrase;
 };
 
+/// Declares an option that takes a number of whole seconds. `limit` must outlive the parsing.
+void declareTimeLimit(CLI::App& command, const std::string& option, std::chrono::seconds& limit,
+                      const std::string& description);
+
 /// Declare the options on a sub-command's command line. The object must outlive the parsing.
 void declareReachOptions(CLI::App& command, ReachOptions& options);
 void declareLoginOptions(CLI::App& command, LoginOptions& options);

@@ -155,7 +155,7 @@ std::string Password::obstacle() const
     if (password_ == nullptr && !Terminal::open()) {
         return "there is no terminal to ask for it (see --password-fd and --password-env)";
     }
-    return {};
+    return wasRefused_ ? "none was typed" : "";
 }
 
 Result Password::attempt(LoginContext& context)
@@ -168,6 +168,7 @@ Result Password::attempt(LoginContext& context)
         const auto password =
             terminal->askSecret("Password of " + context.target().display() + ": ");
         if (!password) {
+            wasRefused_ = i == 0;
             break;
         }
         const Result result = context.attempt(Tarnis::UserAuthenticatorPassword(password->text()));

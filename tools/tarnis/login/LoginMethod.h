@@ -149,6 +149,7 @@ public:
 
 private:
     const Secret* password_;
+    bool wasRefused_ = false; ///< Whoever was asked for it gave none.
 };
 
 } // namespace TarnisTool
