@@ -251,7 +251,7 @@ protected:
     ///                      without the pass phrase then.
     std::string makeDefault(const std::string& name, const KeyPair& key, bool hasPublicHalf) const
     {
-        const std::string path = home().file(".ssh/" + name);
+        std::string path = home().file(".ssh/" + name);
         std::filesystem::copy(key.privatePath, path);
         if (hasPublicHalf) {
             std::filesystem::copy(key.publicPath, path + ".pub");

@@ -13,7 +13,6 @@ namespace TarnisTest {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 using TreeTest = FilesTest;
 using ScriptedTreeTest = ScriptedFilesTest;
@@ -21,13 +20,13 @@ using ScriptedTreeTest = ScriptedFilesTest;
 /// What an independent program sees of a tree: names, kinds, permissions, times, content, links.
 std::string fingerprint(const std::string& root)
 {
+    constexpr const char* script =
+        "cd \"$1\" && find . -printf '%P\\t%y\\t%m\\t%l' "
+        "'(' -type l -printf '\\n' -o -printf '\\t%TF %.8TT\\n' ')' "
+        "| LC_ALL=C sort; find . -type f -exec sha256sum {} + | LC_ALL=C sort";
     Command command;
     command.inheritEnvironment = true;
-    command.arguments = {"sh", "-c",
-                         "cd \"$1\" && find . -printf '%P\\t%y\\t%m\\t%l' "
-                         "'(' -type l -printf '\\n' -o -printf '\\t%TF %.8TT\\n' ')' "
-                         "| LC_ALL=C sort; find . -type f -exec sha256sum {} + | LC_ALL=C sort",
-                         "sh", root};
+    command.arguments = {"sh", "-c", script, "sh", root};
     return mustRun(command);
 }
 
@@ -46,7 +45,8 @@ void makeAwkwardTree(const TemporaryDirectory& directory, const std::string& roo
          {std::string("-rf"), std::string("new\nline"), std::string("quo'te\""),
           std::string("\xFF\xFE"), std::string(255, 'n'), std::string("*;?[a]"), std::string("~"),
           std::string(".hidden"), std::string("$HOME `x`")}) {
-        directory.write(root + "/" + name, pseudoRandomBytes(name.size(), 1'000), 0604);
+        directory.write(std::string(root).append("/").append(name),
+                        pseudoRandomBytes(name.size(), 1'000), 0604);
     }
     std::filesystem::create_symlink("..", directory.file(root + "/up"));
     std::filesystem::create_symlink("no\nwhere", directory.file(root + "/dangling"));
