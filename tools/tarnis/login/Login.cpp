@@ -58,8 +58,7 @@ void openSession(Tarnis::SSHSession& session, Target& target, const LoginOptions
 
 Login::Login(Tarnis::SSHSession& session, const Target& target, const LoginOptions& options,
              LoginSecrets secrets)
-    : session_(session)
-    , target_(target)
+    : target_(target)
     , secrets_(std::move(secrets))
     , context_(session, target)
 {

@@ -56,7 +56,6 @@ private:
     Tarnis::AuthenticateUserResult tryMethod(LoginMethod& method);
     void record(const std::string& what, const std::string& result);
 
-    Tarnis::SSHSession& session_;
     const Target& target_;
     /// Lent to the methods.
     LoginSecrets secrets_;
