@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds and runs the tests. Installs what is missing (Debian packages) first.
 #
-# Usage: scripts/test.sh [dev|clang|asan|tsan|valgrind|lint|style|coverage|all]
+# Usage: scripts/test.sh [LANE]
 #   dev       (default) every test, with GCC
 #   clang     every test, with Clang
+#   compile   everything compiled with Clang, whose warnings are others, and nothing run
 #   asan      every test under the address and undefined-behaviour sanitizers
 #   tsan      every test under the thread sanitizer
 #   valgrind  the tests of the libraries under valgrind
@@ -37,6 +38,11 @@ lane_plain() { # PRESET
     run_tests "$1"
 }
 
+lane_compile() {
+    ensure_packages test
+    build clang
+}
+
 lane_valgrind() {
     ensure_packages valgrind
     build valgrind
@@ -61,6 +67,7 @@ lane() {
     echo "== $1"
     case $1 in
     dev | clang | asan | tsan) lane_plain "$1" ;;
+    compile) lane_compile ;;
     valgrind) lane_valgrind ;;
     coverage) lane_coverage ;;
     lint) lane_lint ;;
@@ -72,7 +79,7 @@ lane() {
         done
         ;;
     *)
-        sed -n '4,14s/^# \{0,1\}//p' "$0" >&2
+        sed -n '4,15s/^# \{0,1\}//p' "$0" >&2
         exit 2
         ;;
     esac
