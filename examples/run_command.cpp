@@ -7,7 +7,7 @@
 
 namespace {
 
-int report(const Tarnis::SSHExecuteResult& result, const std::string& lastError)
+int report(const Tarnis::SSHExecuteResult& result)
 {
     using Outcome = Tarnis::SSHExecuteResult::Outcome;
 
@@ -24,7 +24,7 @@ int report(const Tarnis::SSHExecuteResult& result, const std::string& lastError)
         return 255;
     case Outcome::NotStarted:
     case Outcome::ConnectionLost:
-        std::cerr << "the command could not be run to its end: " << lastError << '\n';
+        std::cerr << "the command could not be run to its end: " << result.error << '\n';
         return 255;
     }
     return 255;
@@ -45,5 +45,5 @@ int main(int argc, char** argv)
     const std::string input = "what the command finds on its standard input\n";
     const auto result =
         session.execute(argv[1 + Login::argumentCount], input, std::chrono::seconds(30));
-    return report(result, session.getLastError());
+    return report(result);
 }

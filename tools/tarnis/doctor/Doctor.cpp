@@ -169,7 +169,7 @@ std::string Doctor::runCommand()
                       "it did not end within " + std::to_string(commandLimit.count()) + " seconds");
     case Outcome::NotStarted:
         throw Failure(FailureKind::CommandRefused, "cannot run a command on", target_.display(),
-                      session_.getLastError());
+                      result.error);
     case Outcome::ConnectionLost:
         break;
     }
