@@ -13,7 +13,7 @@
 
 namespace FileSystem {
 
-using PathText::hasNoNul;
+using PathText::canBePath;
 using CopyOption = StorageSystemCopyOptionFlag;
 
 namespace {
@@ -70,7 +70,7 @@ std::optional<std::string> FileSystem2::linkPlace(const std::string& target,
                                                   const std::string& linkPath)
 {
     auto place = PathText::removeTrailingSlash(linkPath);
-    const bool isPossible = !target.empty() && hasNoNul(target) && hasNoNul(place) &&
+    const bool isPossible = !target.empty() && canBePath(target) && canBePath(place) &&
                             PathText::isEntryName(PathText::fileName(place));
     return isPossible ? std::make_optional(std::move(place)) : std::nullopt;
 }
@@ -142,17 +142,17 @@ std::unique_ptr<StorageSystemFile>
 FileSystem2::fileCreateAs(const std::string& path, bool failIfExists, bool makePath,
                           Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return hasNoNul(path) ? do_fileCreateAs(path, failIfExists, makePath, permissions) : nullptr;
+    return canBePath(path) ? do_fileCreateAs(path, failIfExists, makePath, permissions) : nullptr;
 }
 
 bool FileSystem2::fileRenameAs(const std::string& path, const std::string& newPath) const
 {
-    return hasNoNul(path) && hasNoNul(newPath) && do_fileRenameAs(path, newPath);
+    return canBePath(path) && canBePath(newPath) && do_fileRenameAs(path, newPath);
 }
 
 bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newPath) const
 {
-    if (!hasNoNul(newPath)) {
+    if (!canBePath(newPath)) {
         return false;
     }
     const auto source = fileType(path);
@@ -166,7 +166,7 @@ bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newP
 
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const
 {
-    return hasNoNul(path) && hasNoNul(newPath) && do_fileMoveAs(path, newPath);
+    return canBePath(path) && canBePath(newPath) && do_fileMoveAs(path, newPath);
 }
 
 bool FileSystem2::fileCopyAs(const std::string& path, const StorageSystem& target,
@@ -174,53 +174,53 @@ bool FileSystem2::fileCopyAs(const std::string& path, const StorageSystem& targe
                              Utilities::Flags<StorageSystemCopyOptionFlag> options,
                              std::optional<std::uint64_t> bufferSize) const
 {
-    return hasNoNul(path) && hasNoNul(targetPath) &&
+    return canBePath(path) && canBePath(targetPath) &&
            do_fileCopyAs(path, target, targetPath, progress, options, bufferSize);
 }
 
 std::optional<FileMetaData> FileSystem2::fileMetaData(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileMetaData(path) : std::nullopt;
+    return canBePath(path) ? do_fileMetaData(path) : std::nullopt;
 }
 
 bool FileSystem2::fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
                                            bool failIfLinkExists) const
 {
-    return hasNoNul(target) && hasNoNul(linkPath) &&
+    return canBePath(target) && canBePath(linkPath) &&
            do_fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists);
 }
 
 bool FileSystem2::directoryCreateAs(const std::string& path, bool exclusive,
                                     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return hasNoNul(path) && do_directoryCreateAs(path, exclusive, permissions);
+    return canBePath(path) && do_directoryCreateAs(path, exclusive, permissions);
 }
 
 bool FileSystem2::directoryMakePath(const std::string& path, bool exclusive,
                                     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return hasNoNul(path) && do_directoryMakePath(path, exclusive, permissions);
+    return canBePath(path) && do_directoryMakePath(path, exclusive, permissions);
 }
 
 bool FileSystem2::directoryRemove(const std::string& path) const
 {
-    return hasNoNul(path) && do_directoryRemove(path);
+    return canBePath(path) && do_directoryRemove(path);
 }
 
 bool FileSystem2::directoryRenameAs(const std::string& path, const std::string& newPath) const
 {
-    return hasNoNul(path) && hasNoNul(newPath) && do_directoryRenameAs(path, newPath);
+    return canBePath(path) && canBePath(newPath) && do_directoryRenameAs(path, newPath);
 }
 
 bool FileSystem2::directoryMoveAs(const std::string& path, const std::string& newPath) const
 {
-    return hasNoNul(path) && hasNoNul(newPath) && do_directoryMoveAs(path, newPath);
+    return canBePath(path) && canBePath(newPath) && do_directoryMoveAs(path, newPath);
 }
 
 std::vector<std::string>
 FileSystem2::directoryListFileNamesWithFilterPath(const std::string& path) const
 {
-    if (!hasNoNul(path)) {
+    if (!canBePath(path)) {
         return {};
     }
     return do_directoryListFileNamesWithFilterPath(path);
@@ -230,7 +230,7 @@ bool FileSystem2::directorySymbolicLinkCreateAs(const std::string& target,
                                                 const std::string& linkPath,
                                                 bool failIfLinkExists) const
 {
-    return hasNoNul(target) && hasNoNul(linkPath) &&
+    return canBePath(target) && canBePath(linkPath) &&
            do_directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists);
 }
 

@@ -134,7 +134,7 @@ private:
 bool removeLocalTree(const std::string& path)
 {
     const std::string place = PathText::removeTrailingSlash(path);
-    if (!PathText::isEntryName(PathText::fileName(place)) || !PathText::hasNoNul(place)) {
+    if (!PathText::isEntryName(PathText::fileName(place)) || !PathText::canBePath(place)) {
         return false;
     }
     FileDescriptor root = openDirectory(AT_FDCWD, place.c_str());

@@ -8,6 +8,8 @@ namespace FileSystem::PathText {
 namespace {
 
 constexpr char separator = '/';
+// Linux takes 4,096 bytes, Windows 32,767 characters.
+constexpr std::size_t longestPath = 100'000;
 
 /// Where the last component starts in a path without trailing slashes.
 std::size_t nameStart(const std::string& path)
@@ -127,15 +129,15 @@ std::string removeTrailingSlash(const std::string& path)
     return path.substr(0, last + 1);
 }
 
-bool hasNoNul(const std::string& text)
+bool canBePath(const std::string& text)
 {
-    return text.find('\0') == std::string::npos;
+    return text.size() <= longestPath && text.find('\0') == std::string::npos;
 }
 
 bool isEntryName(const std::string& name)
 {
     return !name.empty() && name != "." && name != ".." &&
-           name.find(separator) == std::string::npos && hasNoNul(name);
+           name.find(separator) == std::string::npos && canBePath(name);
 }
 
 bool isWithin(const std::string& outer, const std::string& inner)

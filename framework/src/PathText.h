@@ -37,8 +37,9 @@ std::string ensureTrailingSlash(const std::string& path);
 /// Without slashes at the end; "/" stays.
 std::string removeTrailingSlash(const std::string& path);
 
-/// Whether systems, which take paths as null-terminated text, see all of it.
-bool hasNoNul(const std::string& text);
+/// Whether systems, which take paths as null-terminated text, see all of it, and none can have
+/// longer ones: at a path of hundreds of kilobytes an SFTP server ends its session.
+bool canBePath(const std::string& text);
 
 /// Whether a name, joined to a directory, names an entry of that directory and nothing else: it is
 /// not "", "." or "..", and holds neither a slash nor a NUL byte.

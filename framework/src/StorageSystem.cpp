@@ -9,7 +9,7 @@ namespace FileSystem {
 
 // A text with a NUL byte would reach a system cut short, and name something else. The public
 // operations refuse it, once for all systems.
-using PathText::hasNoNul;
+using PathText::canBePath;
 
 StorageSystem::StorageSystem() = default;
 
@@ -65,7 +65,7 @@ StorageSystem::fileCreate(const std::string& directoryPath, const std::string& n
                           bool failIfExists, bool makePath,
                           Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    if (!hasNoNul(directoryPath) || !hasNoNul(name)) {
+    if (!canBePath(directoryPath) || !canBePath(name)) {
         return nullptr;
     }
     return do_fileCreate(directoryPath, name, failIfExists, makePath, permissions);
@@ -76,18 +76,18 @@ StorageSystem::fileOpen(const std::string& path,
                         Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                         Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return hasNoNul(path) ? do_fileOpen(path, mode, permissions) : nullptr;
+    return canBePath(path) ? do_fileOpen(path, mode, permissions) : nullptr;
 }
 
 bool StorageSystem::fileIsSymbolicLink(const std::string& path) const
 {
-    return hasNoNul(path) && do_fileIsSymbolicLink(path);
+    return canBePath(path) && do_fileIsSymbolicLink(path);
 }
 
 bool StorageSystem::fileExists(const std::string& path, bool linkCounts) const
 {
     if (linkCounts) {
-        return hasNoNul(path) && do_fileExists(path);
+        return canBePath(path) && do_fileExists(path);
     }
     const auto type = fileType(path);
     return type && !isDirectory(*type) && !isSymbolicLink(*type);
@@ -95,42 +95,42 @@ bool StorageSystem::fileExists(const std::string& path, bool linkCounts) const
 
 std::optional<std::uint64_t> StorageSystem::fileSize(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileSize(path) : std::nullopt;
+    return canBePath(path) ? do_fileSize(path) : std::nullopt;
 }
 
 std::optional<StorageSystemFileInfo> StorageSystem::fileInfo(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileInfo(path) : std::nullopt;
+    return canBePath(path) ? do_fileInfo(path) : std::nullopt;
 }
 
 std::optional<Utilities::Flags<StorageSystemFileTypeFlag>>
 StorageSystem::fileType(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileType(path) : std::nullopt;
+    return canBePath(path) ? do_fileType(path) : std::nullopt;
 }
 
 std::optional<StorageSystemStorageInfo>
 StorageSystem::fileStorageInfo(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileStorageInfo(path) : std::nullopt;
+    return canBePath(path) ? do_fileStorageInfo(path) : std::nullopt;
 }
 
 bool StorageSystem::fileRemove(const std::string& path) const
 {
-    return hasNoNul(path) && do_fileRemove(path);
+    return canBePath(path) && do_fileRemove(path);
 }
 
 std::optional<std::string> StorageSystem::fileRename(const std::string& path,
                                                      const std::string& newName) const
 {
-    return hasNoNul(path) && hasNoNul(newName) ? do_fileRename(path, newName) : std::nullopt;
+    return canBePath(path) && canBePath(newName) ? do_fileRename(path, newName) : std::nullopt;
 }
 
 std::optional<std::string> StorageSystem::fileMove(const std::string& path,
                                                    const std::string& targetDirectory) const
 {
-    return hasNoNul(path) && hasNoNul(targetDirectory) ? do_fileMove(path, targetDirectory)
-                                                       : std::nullopt;
+    return canBePath(path) && canBePath(targetDirectory) ? do_fileMove(path, targetDirectory)
+                                                         : std::nullopt;
 }
 
 std::optional<std::string>
@@ -140,7 +140,7 @@ StorageSystem::fileCopy(const std::string& path, const StorageSystem& target,
                         Utilities::Flags<StorageSystemCopyOptionFlag> options,
                         std::optional<std::uint64_t> bufferSize) const
 {
-    if (!hasNoNul(path) || !hasNoNul(targetDirectory) || !hasNoNul(name)) {
+    if (!canBePath(path) || !canBePath(targetDirectory) || !canBePath(name)) {
         return std::nullopt;
     }
     return do_fileCopy(path, target, targetDirectory, name, failIfExists, progress, options,
@@ -150,23 +150,23 @@ StorageSystem::fileCopy(const std::string& path, const StorageSystem& target,
 std::optional<Utilities::Flags<PosixFilePermissionFlag>>
 StorageSystem::fileGetPermissions(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileGetPermissions(path) : std::nullopt;
+    return canBePath(path) ? do_fileGetPermissions(path) : std::nullopt;
 }
 
 bool StorageSystem::fileSetPermissions(const std::string& path,
                                        Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return hasNoNul(path) && do_fileSetPermissions(path, permissions);
+    return canBePath(path) && do_fileSetPermissions(path, permissions);
 }
 
 std::optional<StorageSystemTimePoint> StorageSystem::fileGetModTime(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileGetModTime(path) : std::nullopt;
+    return canBePath(path) ? do_fileGetModTime(path) : std::nullopt;
 }
 
 bool StorageSystem::fileSetModTime(const std::string& path, StorageSystemTimePoint time) const
 {
-    return hasNoNul(path) && do_fileSetModTime(path, time);
+    return canBePath(path) && do_fileSetModTime(path, time);
 }
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkCreate(const std::string& linkDirectory,
@@ -174,7 +174,7 @@ std::optional<std::string> StorageSystem::fileSymbolicLinkCreate(const std::stri
                                                                  const std::string& target,
                                                                  bool failIfLinkExists) const
 {
-    if (!hasNoNul(linkDirectory) || !hasNoNul(name) || !hasNoNul(target)) {
+    if (!canBePath(linkDirectory) || !canBePath(name) || !canBePath(target)) {
         return std::nullopt;
     }
     return do_fileSymbolicLinkCreate(linkDirectory, name, target, failIfLinkExists);
@@ -182,18 +182,18 @@ std::optional<std::string> StorageSystem::fileSymbolicLinkCreate(const std::stri
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkTarget(const std::string& path) const
 {
-    return hasNoNul(path) ? do_fileSymbolicLinkTarget(path) : std::nullopt;
+    return canBePath(path) ? do_fileSymbolicLinkTarget(path) : std::nullopt;
 }
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkTargetFileId(const std::string& path,
                                                                        bool followChain) const
 {
-    return hasNoNul(path) ? do_fileSymbolicLinkTargetFileId(path, followChain) : std::nullopt;
+    return canBePath(path) ? do_fileSymbolicLinkTargetFileId(path, followChain) : std::nullopt;
 }
 
 bool StorageSystem::fileSymbolicLinkRemove(const std::string& path) const
 {
-    return hasNoNul(path) && do_fileSymbolicLinkRemove(path);
+    return canBePath(path) && do_fileSymbolicLinkRemove(path);
 }
 
 std::string StorageSystem::canonizeDirectoryId(const std::string& path) const
@@ -204,17 +204,17 @@ std::string StorageSystem::canonizeDirectoryId(const std::string& path) const
 std::optional<Utilities::Flags<StorageSystemFileTypeFlag>>
 StorageSystem::directoryType(const std::string& path) const
 {
-    return hasNoNul(path) ? do_directoryType(path) : std::nullopt;
+    return canBePath(path) ? do_directoryType(path) : std::nullopt;
 }
 
 bool StorageSystem::directoryIsSymbolicLink(const std::string& path) const
 {
-    return hasNoNul(path) && do_directoryIsSymbolicLink(path);
+    return canBePath(path) && do_directoryIsSymbolicLink(path);
 }
 
 std::optional<StorageSystemFileInfo> StorageSystem::directoryInfo(const std::string& path) const
 {
-    return hasNoNul(path) ? do_directoryInfo(path) : std::nullopt;
+    return canBePath(path) ? do_directoryInfo(path) : std::nullopt;
 }
 
 std::optional<std::string>
@@ -222,7 +222,7 @@ StorageSystem::directoryCreate(const std::string& parentPath, const std::vector<
                                bool exclusive,
                                Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    if (!hasNoNul(parentPath) || !std::all_of(names.begin(), names.end(), hasNoNul)) {
+    if (!canBePath(parentPath) || !std::all_of(names.begin(), names.end(), canBePath)) {
         return std::nullopt;
     }
     return do_directoryCreate(parentPath, names, exclusive, permissions);
@@ -231,7 +231,7 @@ StorageSystem::directoryCreate(const std::string& parentPath, const std::vector<
 bool StorageSystem::directoryExists(const std::string& path, bool linkCounts) const
 {
     if (linkCounts) {
-        return hasNoNul(path) && do_directoryExists(path);
+        return canBePath(path) && do_directoryExists(path);
     }
     // With a slash behind it a link would be taken for the directory that it leads to.
     const auto type = fileType(PathText::removeTrailingSlash(path));
@@ -240,27 +240,27 @@ bool StorageSystem::directoryExists(const std::string& path, bool linkCounts) co
 
 bool StorageSystem::directoryRemove(const std::string& path, bool recursive) const
 {
-    return hasNoNul(path) && do_directoryRemove(path, recursive);
+    return canBePath(path) && do_directoryRemove(path, recursive);
 }
 
 std::optional<std::string> StorageSystem::directoryRename(const std::string& path,
                                                           const std::string& newName) const
 {
-    return hasNoNul(path) && hasNoNul(newName) ? do_directoryRename(path, newName) : std::nullopt;
+    return canBePath(path) && canBePath(newName) ? do_directoryRename(path, newName) : std::nullopt;
 }
 
 std::optional<std::string> StorageSystem::directoryMove(const std::string& path,
                                                         const std::string& targetDirectory) const
 {
-    return hasNoNul(path) && hasNoNul(targetDirectory) ? do_directoryMove(path, targetDirectory)
-                                                       : std::nullopt;
+    return canBePath(path) && canBePath(targetDirectory) ? do_directoryMove(path, targetDirectory)
+                                                         : std::nullopt;
 }
 
 std::vector<StorageSystemDirectoryInfo>
 StorageSystem::directoryList(const std::string& path, const std::string& filter,
                              StorageSystemDirectoryFilterType type) const
 {
-    if (!hasNoNul(path)) {
+    if (!canBePath(path)) {
         return {};
     }
     return do_directoryList(path, filter, type);
@@ -270,7 +270,7 @@ std::vector<StorageSystemFileInfo>
 StorageSystem::directoryFileInfoList(const std::string& path, const std::string& filter,
                                      StorageSystemDirectoryFilterType type) const
 {
-    if (!hasNoNul(path)) {
+    if (!canBePath(path)) {
         return {};
     }
     return do_directoryFileInfoList(path, filter, type);
@@ -279,7 +279,7 @@ StorageSystem::directoryFileInfoList(const std::string& path, const std::string&
 std::optional<std::vector<StorageSystemFileInfo>>
 StorageSystem::directoryReadFully(const std::string& path) const
 {
-    if (!hasNoNul(path)) {
+    if (!canBePath(path)) {
         return std::nullopt;
     }
     if (directoryReader_) {
@@ -291,7 +291,7 @@ StorageSystem::directoryReadFully(const std::string& path) const
 
 std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const
 {
-    if (!hasNoNul(path) || path.empty()) {
+    if (!canBePath(path) || path.empty()) {
         return std::nullopt;
     }
     if (PathText::isAbsolute(path)) {
@@ -323,7 +323,7 @@ std::vector<std::string>
 StorageSystem::directoryListFileNames(const std::string& path, const std::string& filter,
                                       StorageSystemDirectoryFilterType type) const
 {
-    if (!hasNoNul(path)) {
+    if (!canBePath(path)) {
         return {};
     }
     return do_directoryListFileNames(path, filter, type);
@@ -332,30 +332,30 @@ StorageSystem::directoryListFileNames(const std::string& path, const std::string
 std::optional<StorageSystemStorageInfo>
 StorageSystem::directoryStorageInfo(const std::string& path) const
 {
-    return hasNoNul(path) ? do_directoryStorageInfo(path) : std::nullopt;
+    return canBePath(path) ? do_directoryStorageInfo(path) : std::nullopt;
 }
 
 std::optional<Utilities::Flags<PosixFilePermissionFlag>>
 StorageSystem::directoryGetPermissions(const std::string& path) const
 {
-    return hasNoNul(path) ? do_directoryGetPermissions(path) : std::nullopt;
+    return canBePath(path) ? do_directoryGetPermissions(path) : std::nullopt;
 }
 
 bool StorageSystem::directorySetPermissions(
     const std::string& path, Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return hasNoNul(path) && do_directorySetPermissions(path, permissions);
+    return canBePath(path) && do_directorySetPermissions(path, permissions);
 }
 
 std::optional<StorageSystemTimePoint>
 StorageSystem::directoryGetModTime(const std::string& path) const
 {
-    return hasNoNul(path) ? do_directoryGetModTime(path) : std::nullopt;
+    return canBePath(path) ? do_directoryGetModTime(path) : std::nullopt;
 }
 
 bool StorageSystem::directorySetModTime(const std::string& path, StorageSystemTimePoint time) const
 {
-    return hasNoNul(path) && do_directorySetModTime(path, time);
+    return canBePath(path) && do_directorySetModTime(path, time);
 }
 
 std::optional<std::string>
@@ -363,7 +363,7 @@ StorageSystem::directorySymbolicLinkCreate(const std::string& linkDirectory,
                                            const std::string& name, const std::string& target,
                                            bool failIfLinkExists) const
 {
-    if (!hasNoNul(linkDirectory) || !hasNoNul(name) || !hasNoNul(target)) {
+    if (!canBePath(linkDirectory) || !canBePath(name) || !canBePath(target)) {
         return std::nullopt;
     }
     return do_directorySymbolicLinkCreate(linkDirectory, name, target, failIfLinkExists);
@@ -371,20 +371,20 @@ StorageSystem::directorySymbolicLinkCreate(const std::string& linkDirectory,
 
 std::optional<std::string> StorageSystem::directorySymbolicLinkTarget(const std::string& path) const
 {
-    return hasNoNul(path) ? do_directorySymbolicLinkTarget(path) : std::nullopt;
+    return canBePath(path) ? do_directorySymbolicLinkTarget(path) : std::nullopt;
 }
 
 std::optional<std::string>
 StorageSystem::directorySymbolicLinkTargetDirectoryId(const std::string& path,
                                                       bool followChain) const
 {
-    return hasNoNul(path) ? do_directorySymbolicLinkTargetDirectoryId(path, followChain)
-                          : std::nullopt;
+    return canBePath(path) ? do_directorySymbolicLinkTargetDirectoryId(path, followChain)
+                           : std::nullopt;
 }
 
 bool StorageSystem::directorySymbolicLinkRemove(const std::string& path) const
 {
-    return hasNoNul(path) && do_directorySymbolicLinkRemove(path);
+    return canBePath(path) && do_directorySymbolicLinkRemove(path);
 }
 
 std::string StorageSystem::displayPath(const std::string& path) const

@@ -19,7 +19,8 @@ namespace FileSystem {
 /// through this interface, and copies from any to any.
 ///
 /// Paths ("file ids", "directory ids") are byte strings with "/" between their components, in no
-/// particular encoding. A path with a NUL byte names nothing: operations on it fail.
+/// particular encoding. A path with a NUL byte, or of more than 100,000 bytes, names nothing:
+/// operations on it fail.
 /// A slash at the end makes no link count as the directory that it leads to where links do not
 /// count.
 ///
