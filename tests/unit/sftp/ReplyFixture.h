@@ -81,7 +81,7 @@ protected:
 
     bool isQueued(std::uint32_t id) const
     {
-        for (auto place = sftp.queue; place != nullptr; place = place->next) {
+        for (auto* place = sftp.queue; place != nullptr; place = place->next) {
             if (place->message->id == id) {
                 return true;
             }

@@ -4,7 +4,6 @@
 
 using FileSystem::StorageSystemTimePoint;
 using TarnisTest::SftpFixture;
-using ::testing::InSequence;
 using ::testing::Return;
 using ::testing::StrEq;
 
@@ -38,7 +37,7 @@ protected:
     SftpModificationTime()
     {
         ON_CALL(libssh, sftp_lstat).WillByDefault([this](sftp_session, const char*) {
-            const auto attributes = attributesOf(mode);
+            auto* const attributes = attributesOf(mode);
             attributes->mtime = mtime;
             attributes->atime = 77;
             attributes->flags = flags;

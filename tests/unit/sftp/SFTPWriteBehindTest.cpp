@@ -18,9 +18,6 @@ using ::testing::Return;
 
 namespace {
 
-// In here, since the name is reserved outside.
-using ::testing::_;
-
 constexpr std::size_t largest = 256'000;
 
 /// A server with one file, which takes write requests.

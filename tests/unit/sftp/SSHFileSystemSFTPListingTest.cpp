@@ -51,6 +51,7 @@ protected:
     static std::vector<std::string> namesOf(const std::vector<Info>& list)
     {
         std::vector<std::string> result;
+        result.reserve(list.size());
         for (const auto& info : list) {
             result.push_back(info.name);
         }

@@ -17,7 +17,6 @@ using FileSystem::PosixFilePermissionFlag;
 using FileSystem::StorageSystemFileOpenModeFlag;
 using Tarnis::SSHFileSystemSFTP;
 using TarnisTest::Broken;
-using TarnisTest::fakeChannel;
 using TarnisTest::fakeSession;
 using TarnisTest::recordBroken;
 using TarnisTest::SftpFixture;
@@ -359,7 +358,7 @@ TEST_F(SftpFileSystem, ThatTurnsInvalidOnTheWayThrows)
 
 TEST_F(SftpInfo, IsReadFromTheAttributesOfThePathItself)
 {
-    const auto attributes = attributesOf(0104755);
+    auto* const attributes = attributesOf(0104755);
     attributes->size = 12;
     attributes->mtime = 1;
     attributes->mtime_nseconds = 200;
@@ -379,7 +378,7 @@ TEST_F(SftpInfo, IsReadFromTheAttributesOfThePathItself)
 TEST_F(SftpInfo, OfWhateverHasTheDirectoryBitHasNoSize)
 {
     for (const std::uint32_t mode : {directoryMode, 0140755U, 0060660U}) {
-        const auto attributes = attributesOf(mode);
+        auto* const attributes = attributesOf(mode);
         attributes->size = 4096;
         EXPECT_CALL(libssh, sftp_lstat).WillOnce(Return(attributes));
         EXPECT_EQ(files.fileInfo("/d")->size, 0U) << std::oct << mode;
@@ -413,7 +412,7 @@ TEST_F(SftpVolume, IsNotToldWhenTheSessionEndsOnTheWay)
 
 TEST_F(SftpVolume, IsNotToldWhenTheSessionEndsBeforeItIsAskedFor)
 {
-    const auto attributes = attributesOf(directoryMode);
+    auto* const attributes = attributesOf(directoryMode);
     EXPECT_CALL(libssh, sftp_lstat).WillOnce([&](auto...) {
         session.retireChildren();
         return attributes;
@@ -425,7 +424,7 @@ TEST_F(SftpVolume, IsNotToldWhenTheSessionEndsBeforeItIsAskedFor)
 
 TEST_F(SftpVolume, OfADirectoryIsAskedForThere)
 {
-    const auto attributes = attributesOf(directoryMode);
+    auto* const attributes = attributesOf(directoryMode);
     const InSequence inThisOrder;
     EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/d"))).WillOnce(Return(attributes));
     EXPECT_CALL(libssh, sftp_extension_supported(&sftp, StrEq("statvfs@openssh.com"), StrEq("2")));
