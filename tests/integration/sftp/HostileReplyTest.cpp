@@ -257,13 +257,18 @@ public:
     Outcome replaces()
     {
         const bool replaced = files().fileReplaceAs(path("dir/a"), path("file"));
-        const bool isDone = !fs::exists(path("dir/a")) && readFile(path("file")) == "dir/a";
+        const auto isDone = [this] {
+            return !fs::exists(path("dir/a")) && readFile(path("file")) == "dir/a";
+        };
         if (replaced) {
-            return rightIf(isDone);
+            return rightIf(isDone());
         }
         // When a session is lost between two steps, what was to be replaced stands aside.
-        const bool isKept = readFile(path("dir/a")) == "dir/a" && holds(content_);
-        return isDone || isKept ? Outcome::Refused : Outcome::Wrong;
+        const auto isKept = [this] {
+            return readFile(path("dir/a")) == "dir/a" && holds(content_);
+        };
+        // The server may still be at work on what it was sent before the session ended.
+        return waitUntil([&] { return isDone() || isKept(); }) ? Outcome::Refused : Outcome::Wrong;
     }
 
     Outcome setsPermissions()
