@@ -77,7 +77,8 @@ public:
     std::string getHostName();
 
     /// Sets the name to log in with; without it libssh takes the local user's at connect(). Does
-    /// not block on the network. False: libssh refuses the name, nothing was changed.
+    /// not block on the network. False: libssh refuses the name; the former one stays, or the local
+    /// user's where none was set.
     bool setUserName(const std::string& userName);
 
     /// The user name as set, or as connect() chose it; empty when there is none yet. Does not block

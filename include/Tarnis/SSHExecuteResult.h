@@ -38,8 +38,9 @@ struct SSHExecuteResult
     /// reading. Less than the whole input is no failure: `head -1` is right not to read on.
     std::size_t inputConsumed = 0;
 
-    /// Why, after NotStarted and ConnectionLost: libssh's reason, taken at that moment, so that it
-    /// can be had while other threads use the session. Empty after the others.
+    /// Why, after NotStarted and ConnectionLost: libssh's reason or the library's own, taken at
+    /// that moment, so that it can be had while other threads use the session. Empty after the
+    /// others.
     std::string error;
 
     /// Whether the time limit ended the command.

@@ -27,11 +27,11 @@ enum class SSHCommandLineProcessState : std::uint32_t
 /// Its output, error output and input are read and written with the operations of SSHChannel. Its
 /// open() is start() without the question whether it may: in any state it runs the command, anew on
 /// a new channel. The former channel is closed; what becomes of a command that still ran there is
-/// the server's business. isOpen() and close() are those of the channel, but that closing tells a
-/// running command the end of its input first.
-/// Threads and failures as there; one thread may ask for the state while another one drives the
-/// process. Before the start and after the end, asking for the command line or the state needs no
-/// session and does not throw.
+/// the server's business. As start() it blocks on the server, and false means that it was refused.
+/// isOpen() and close() are those of the channel, but that closing tells a running command the end
+/// of its input first. Threads and failures as there; one thread may ask for the state while
+/// another one drives the process. Before the start and after the end, asking for the command line
+/// or the state needs no session and does not throw.
 class TARNIS_EXPORT SSHProcess : public SSHChannel
 {
 public:

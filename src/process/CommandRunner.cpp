@@ -234,7 +234,9 @@ SSHExecuteResult CommandRunner::collect(Outcome outcome)
     result.exitCode = recorder_.exitStatus;
     result.exitSignal = std::move(recorder_.exitSignal);
     result.inputConsumed = inputConsumed_;
-    result.error = std::move(error_);
+    if (outcome == Outcome::NotStarted || outcome == Outcome::ConnectionLost) {
+        result.error = std::move(error_);
+    }
     return result;
 }
 

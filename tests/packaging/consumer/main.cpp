@@ -1,6 +1,5 @@
 // Uses both libraries, the framework's exception and the version, and proves that no libssh header
 // came along.
-#include <FileSystem/HandleFatalError.h>
 #include <Tarnis/Tarnis.h>
 
 #ifdef LIBSSH_API

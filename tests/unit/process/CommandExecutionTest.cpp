@@ -291,6 +291,7 @@ TEST_F(Command, ThatTakesTooLongIsKilledAndItsOutputKept)
     const SSHExecuteResult result = run("", 20ms);
     EXPECT_TRUE(result.timedOut());
     EXPECT_EQ(result.output, "so far");
+    EXPECT_EQ(result.error, "");
     EXPECT_FALSE(result.exitCode.has_value());
 }
 
@@ -303,8 +304,10 @@ TEST_F(Command, WithoutTimeGivesUpAtTheFirstWait)
 TEST_F(Command, OnALostConnectionBringsWhatCameBefore)
 {
     events = {says("so far"), losesTheConnection()};
+    EXPECT_CALL(libssh, ssh_get_error).WillRepeatedly(Return("lost"));
     const SSHExecuteResult result = run();
     EXPECT_EQ(result.outcome, Outcome::ConnectionLost);
+    EXPECT_EQ(result.error, "lost");
     EXPECT_EQ(result.output, "so far");
 }
 
