@@ -66,7 +66,8 @@ void FailureRecord::describe(const char* operation, const std::string* path,
                              const std::string* otherPath)
 {
     failure_.operation_ = operation;
-    failure_.path_ = path != nullptr ? *path : std::string();
+    // An open file is known by the path that its cause is about.
+    failure_.path_ = path != nullptr ? *path : failure_.entry_;
     failure_.otherPath_ = otherPath != nullptr ? *otherPath : std::string();
     if (failure_.entry_.empty()) {
         failure_.entry_ = failure_.path_;

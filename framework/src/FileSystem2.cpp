@@ -2,10 +2,12 @@
 #include "FileReplacement.h"
 #include "LinkResolution.h"
 #include "MoveByCopy.h"
+#include "NameCheck.h"
 #include "PathText.h"
 #include "TreeCopy.h"
 #include "TreeRemoval.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
 
 #include <algorithm>
@@ -13,7 +15,6 @@
 
 namespace FileSystem {
 
-using PathText::canBePath;
 using CopyOption = StorageSystemCopyOptionFlag;
 
 namespace {
@@ -70,8 +71,8 @@ std::optional<std::string> FileSystem2::linkPlace(const std::string& target,
                                                   const std::string& linkPath)
 {
     auto place = PathText::removeTrailingSlash(linkPath);
-    const bool isPossible = !target.empty() && canBePath(target) && canBePath(place) &&
-                            PathText::isEntryName(PathText::fileName(place));
+    const bool isPossible = isPath(target) && (!target.empty() || fail(FailureCode::BadName)) &&
+                            isPath(place) && isName(PathText::fileName(place));
     return isPossible ? std::make_optional(std::move(place)) : std::nullopt;
 }
 
@@ -142,31 +143,39 @@ std::unique_ptr<StorageSystemFile>
 FileSystem2::fileCreateAs(const std::string& path, bool failIfExists, bool makePath,
                           Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return canBePath(path) ? do_fileCreateAs(path, failIfExists, makePath, permissions) : nullptr;
+    FailureScope scope("fileCreateAs", path);
+    return scope.result(isPath(path) ? do_fileCreateAs(path, failIfExists, makePath, permissions)
+                                     : nullptr);
 }
 
 bool FileSystem2::fileRenameAs(const std::string& path, const std::string& newPath) const
 {
-    return canBePath(path) && canBePath(newPath) && do_fileRenameAs(path, newPath);
+    FailureScope scope("fileRenameAs", path, newPath);
+    return scope.result(isPath(path) && isPath(newPath) && do_fileRenameAs(path, newPath));
 }
 
 bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newPath) const
 {
-    if (!canBePath(newPath)) {
-        return false;
+    FailureScope scope("fileReplaceAs", path, newPath);
+    if (!isPath(newPath)) {
+        return scope.result(false);
     }
     const auto source = fileType(path);
-    const auto target = fileType(newPath);
-    if (!source || isDirectory(*source) || (target && isDirectory(*target))) {
-        return false;
+    if (!source || (isDirectory(*source) && !fail(FailureCode::IsDirectory, {}, path))) {
+        return scope.result(false);
     }
-    return pathCanonize(path) == pathCanonize(newPath) ||
-           FileReplacement::replace(*this, path, newPath);
+    const auto target = fileType(newPath);
+    if (target && isDirectory(*target)) {
+        return scope.result(fail(FailureCode::IsDirectory, {}, newPath));
+    }
+    return scope.result(pathCanonize(path) == pathCanonize(newPath) ||
+                        FileReplacement::replace(*this, path, newPath));
 }
 
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const
 {
-    return canBePath(path) && canBePath(newPath) && do_fileMoveAs(path, newPath);
+    FailureScope scope("fileMoveAs", path, newPath);
+    return scope.result(isPath(path) && isPath(newPath) && do_fileMoveAs(path, newPath));
 }
 
 bool FileSystem2::fileCopyAs(const std::string& path, const StorageSystem& target,
@@ -174,64 +183,87 @@ bool FileSystem2::fileCopyAs(const std::string& path, const StorageSystem& targe
                              Utilities::Flags<StorageSystemCopyOptionFlag> options,
                              std::optional<std::uint64_t> bufferSize) const
 {
-    return canBePath(path) && canBePath(targetPath) &&
-           do_fileCopyAs(path, target, targetPath, progress, options, bufferSize);
+    FailureScope scope("fileCopyAs", path, targetPath);
+    return scope.result(isPath(path) && isPath(targetPath) &&
+                        do_fileCopyAs(path, target, targetPath, progress, options, bufferSize));
 }
 
 std::optional<FileMetaData> FileSystem2::fileMetaData(const std::string& path) const
 {
-    return canBePath(path) ? do_fileMetaData(path) : std::nullopt;
+    FailureScope scope("fileMetaData", path);
+    return scope.result(isPath(path) ? do_fileMetaData(path) : std::nullopt);
 }
 
 bool FileSystem2::fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
                                            bool failIfLinkExists) const
 {
-    return canBePath(target) && canBePath(linkPath) &&
-           do_fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists);
+    FailureScope scope("fileSymbolicLinkCreateAs", linkPath, target);
+    return scope.result(isPath(target) && isPath(linkPath) &&
+                        do_fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists));
 }
 
 bool FileSystem2::directoryCreateAs(const std::string& path, bool exclusive,
                                     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return canBePath(path) && do_directoryCreateAs(path, exclusive, permissions);
+    FailureScope scope("directoryCreateAs", path);
+    return scope.result(isPath(path) && do_directoryCreateAs(path, exclusive, permissions));
 }
 
 bool FileSystem2::directoryMakePath(const std::string& path, bool exclusive,
                                     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return canBePath(path) && do_directoryMakePath(path, exclusive, permissions);
+    FailureScope scope("directoryMakePath", path);
+    return scope.result(isPath(path) && do_directoryMakePath(path, exclusive, permissions));
 }
 
 bool FileSystem2::directoryRemove(const std::string& path) const
 {
-    return canBePath(path) && do_directoryRemove(path);
+    FailureScope scope("directoryRemove", path);
+    return scope.result(isPath(path) && do_directoryRemove(path));
 }
 
 bool FileSystem2::directoryRenameAs(const std::string& path, const std::string& newPath) const
 {
-    return canBePath(path) && canBePath(newPath) && do_directoryRenameAs(path, newPath);
+    FailureScope scope("directoryRenameAs", path, newPath);
+    return scope.result(isPath(path) && isPath(newPath) && do_directoryRenameAs(path, newPath));
 }
 
 bool FileSystem2::directoryMoveAs(const std::string& path, const std::string& newPath) const
 {
-    return canBePath(path) && canBePath(newPath) && do_directoryMoveAs(path, newPath);
+    FailureScope scope("directoryMoveAs", path, newPath);
+    return scope.result(isPath(path) && isPath(newPath) && do_directoryMoveAs(path, newPath));
 }
 
 std::vector<std::string>
 FileSystem2::directoryListFileNamesWithFilterPath(const std::string& path) const
 {
-    if (!canBePath(path)) {
-        return {};
-    }
-    return do_directoryListFileNamesWithFilterPath(path);
+    FailureScope scope("directoryListFileNamesWithFilterPath", path);
+    return scope.asNoted(isPath(path) ? do_directoryListFileNamesWithFilterPath(path)
+                                      : std::vector<std::string>());
 }
 
 bool FileSystem2::directorySymbolicLinkCreateAs(const std::string& target,
                                                 const std::string& linkPath,
                                                 bool failIfLinkExists) const
 {
-    return canBePath(target) && canBePath(linkPath) &&
-           do_directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists);
+    FailureScope scope("directorySymbolicLinkCreateAs", linkPath, target);
+    return scope.result(isPath(target) && isPath(linkPath) &&
+                        do_directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists));
+}
+
+/// Says why where nothing is there, or a directory.
+bool FileSystem2::existsAsFile(const std::string& path) const
+{
+    if (do_fileExists(path)) {
+        return true;
+    }
+    return do_fileType(path) && fail(FailureCode::IsDirectory, {}, path);
+}
+
+/// Says so where something is there.
+bool FileSystem2::isFree(const std::string& path) const
+{
+    return !do_fileType(path) || fail(FailureCode::Exists, {}, path);
 }
 
 bool FileSystem2::do_isReadable() const
@@ -269,7 +301,7 @@ FileSystem2::do_fileCreate(const std::string& directoryPath, const std::string& 
                            bool failIfExists, bool makePath,
                            Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    if (!PathText::isEntryName(name)) {
+    if (!isName(name)) {
         return nullptr;
     }
     return do_fileCreateAs(pathChildId(directoryPath, {name}), failIfExists, makePath, permissions);
@@ -285,8 +317,7 @@ std::optional<std::string> FileSystem2::do_fileRename(const std::string& path,
                                                       const std::string& newName) const
 {
     const auto newPath = pathChildId(pathParentId(path), {newName});
-    if (!PathText::isEntryName(newName) || !do_fileExists(path) ||
-        !do_fileRenameAs(path, newPath)) {
+    if (!isName(newName) || !existsAsFile(path) || !do_fileRenameAs(path, newPath)) {
         return std::nullopt;
     }
     return newPath;
@@ -297,7 +328,7 @@ std::optional<std::string> FileSystem2::do_fileMove(const std::string& path,
 {
     const auto name = pathFileName(path);
     const auto newPath = pathChildId(targetDirectory, {name});
-    if (!PathText::isEntryName(name) || !do_fileMoveAs(path, newPath)) {
+    if (!isName(name) || !do_fileMoveAs(path, newPath)) {
         return std::nullopt;
     }
     return newPath;
@@ -310,7 +341,7 @@ FileSystem2::do_fileCopy(const std::string& path, const StorageSystem& target,
                          Utilities::Flags<StorageSystemCopyOptionFlag> options,
                          std::optional<std::uint64_t> bufferSize) const
 {
-    if (!PathText::isEntryName(name)) {
+    if (!isName(name)) {
         return std::nullopt;
     }
     const auto targetPath = PathText::childId(targetDirectory, {name});
@@ -329,8 +360,7 @@ std::optional<std::string> FileSystem2::do_fileSymbolicLinkCreate(const std::str
                                                                   bool failIfLinkExists) const
 {
     const auto linkPath = pathChildId(linkDirectory, {name});
-    if (!PathText::isEntryName(name) ||
-        !do_fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
+    if (!isName(name) || !do_fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
         return std::nullopt;
     }
     return linkPath;
@@ -364,7 +394,11 @@ bool FileSystem2::do_directoryIsSymbolicLink(const std::string& path) const
 std::optional<StorageSystemFileInfo> FileSystem2::do_directoryInfo(const std::string& path) const
 {
     auto info = infoOfItself(*this, path);
-    return info && isDirectory(info->type) ? info : std::nullopt;
+    if (info && !isDirectory(info->type)) {
+        fail(FailureCode::NotDirectory, {}, path);
+        return std::nullopt;
+    }
+    return info;
 }
 
 std::optional<std::string>
@@ -372,7 +406,7 @@ FileSystem2::do_directoryCreate(const std::string& parentPath,
                                 const std::vector<std::string>& names, bool exclusive,
                                 Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    if (names.empty() || !std::all_of(names.begin(), names.end(), PathText::isEntryName)) {
+    if (names.empty() || !std::all_of(names.begin(), names.end(), isName)) {
         return std::nullopt;
     }
     auto path = parentPath;
@@ -397,7 +431,7 @@ std::optional<std::string> FileSystem2::do_directoryRename(const std::string& pa
                                                            const std::string& newName) const
 {
     const auto newPath = pathChildId(pathParentId(path), {newName});
-    if (!PathText::isEntryName(newName) || !do_directoryRenameAs(path, newPath)) {
+    if (!isName(newName) || !do_directoryRenameAs(path, newPath)) {
         return std::nullopt;
     }
     return newPath;
@@ -408,7 +442,7 @@ std::optional<std::string> FileSystem2::do_directoryMove(const std::string& path
 {
     const auto name = pathFileName(path);
     const auto newPath = pathChildId(targetDirectory, {name});
-    if (!PathText::isEntryName(name) || !do_directoryMoveAs(path, newPath)) {
+    if (!isName(name) || !do_directoryMoveAs(path, newPath)) {
         return std::nullopt;
     }
     return newPath;
@@ -452,8 +486,7 @@ FileSystem2::do_directorySymbolicLinkCreate(const std::string& linkDirectory,
                                             bool failIfLinkExists) const
 {
     const auto linkPath = pathChildId(linkDirectory, {name});
-    if (!PathText::isEntryName(name) ||
-        !do_directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
+    if (!isName(name) || !do_directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
         return std::nullopt;
     }
     return linkPath;
@@ -553,7 +586,7 @@ FileSystem2::do_fileCreateAs(const std::string& path, bool failIfExists, bool ma
 
 bool FileSystem2::do_fileMoveAs(const std::string& path, const std::string& newPath) const
 {
-    if (!do_fileExists(path) || do_fileType(newPath)) {
+    if (!existsAsFile(path) || !isFree(newPath)) {
         return false;
     }
     return do_fileRenameAs(path, newPath) || moveFileByCopy(*this, path, newPath);
@@ -602,7 +635,8 @@ bool FileSystem2::do_directoryMakePath(const std::string& path, bool exclusive,
         missing.push_back(way);
     }
     if (missing.empty()) {
-        return !exclusive && !path.empty();
+        const auto reason = path.empty() ? FailureCode::BadName : FailureCode::Exists;
+        return (!exclusive && !path.empty()) || fail(reason, {}, path);
     }
     return std::all_of(missing.rbegin(), missing.rend(), [&](const std::string& directory) {
         const bool isLast = &directory == &missing.front();
@@ -616,13 +650,13 @@ bool FileSystem2::do_directoryMakePath(const std::string& path, bool exclusive,
 
 bool FileSystem2::do_directoryRenameAs(const std::string& path, const std::string& newPath) const
 {
-    return !PathText::isWithin(path, newPath) && do_directoryInfo(path) &&
-           do_fileRenameAs(path, newPath);
+    return (!PathText::isWithin(path, newPath) || fail(FailureCode::IntoItself, {}, path)) &&
+           do_directoryInfo(path) && do_fileRenameAs(path, newPath);
 }
 
 bool FileSystem2::do_directoryMoveAs(const std::string& path, const std::string& newPath) const
 {
-    if (!do_directoryInfo(path) || do_fileType(pathRemoveTrailingSlash(newPath))) {
+    if (!do_directoryInfo(path) || !isFree(pathRemoveTrailingSlash(newPath))) {
         return false;
     }
     if (do_directoryRenameAs(path, newPath)) {

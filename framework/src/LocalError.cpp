@@ -10,9 +10,15 @@ thread_local int lastError = 0;
 
 } // namespace
 
-void LocalError::note(int error) noexcept
+void LocalError::note(int error, const std::string& entry)
 {
     lastError = error;
+    failBySystem(error, entry);
+}
+
+void LocalError::clear() noexcept
+{
+    lastError = 0;
 }
 
 std::string LocalError::message()

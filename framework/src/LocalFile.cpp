@@ -41,7 +41,7 @@ LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
     // costs a local one nothing.
     setCommit([this] {
         const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
-        return LocalError::succeeded(copy != -1 && ::close(copy) == 0);
+        return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
     });
 }
 
@@ -69,9 +69,11 @@ bool LocalFile::do_eof() const
 
 bool LocalFile::do_seek(std::uint64_t offset) const
 {
-    if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) ||
-        ::lseek(descriptor_.get(), static_cast<off_t>(offset), SEEK_SET) == -1) {
-        return false;
+    if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) {
+        return fail(FailureCode::TooLarge, {}, fileId_);
+    }
+    if (::lseek(descriptor_.get(), static_cast<off_t>(offset), SEEK_SET) == -1) {
+        return failBySystem(errno, fileId_);
     }
     eof_ = false;
     return true;
@@ -81,6 +83,7 @@ std::optional<std::uint64_t> LocalFile::do_tell()
 {
     const off_t offset = ::lseek(descriptor_.get(), 0, SEEK_CUR);
     if (offset == -1) {
+        failBySystem(errno, fileId_);
         return std::nullopt;
     }
     return static_cast<std::uint64_t>(offset);
@@ -99,7 +102,7 @@ std::uint64_t LocalFile::do_read(char* buffer, std::uint64_t size) const
         const ssize_t count = retryInterrupted(
             [&] { return ::read(descriptor_.get(), buffer + done, stepOf(size - done)); });
         if (count <= 0) {
-            eof_ = LocalError::succeeded(count == 0);
+            eof_ = LocalError::succeeded(count == 0, fileId_);
             break;
         }
         done += static_cast<std::uint64_t>(count);
@@ -114,7 +117,7 @@ std::uint64_t LocalFile::do_write(const char* buffer, std::uint64_t size) const
         const ssize_t count = retryInterrupted(
             [&] { return ::write(descriptor_.get(), buffer + done, stepOf(size - done)); });
         if (count <= 0) {
-            LocalError::note(count == 0 ? EIO : errno);
+            LocalError::note(count == 0 ? EIO : errno, fileId_);
             return 0;
         }
         done += static_cast<std::uint64_t>(count);

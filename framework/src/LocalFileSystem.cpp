@@ -7,6 +7,7 @@
 #include "SystemCall.h"
 
 #include <FileSystem/DirectoryListing.h>
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/OpenMode.h>
 
@@ -58,7 +59,9 @@ bool isRegular(const FileDescriptor& descriptor)
     if (!S_ISREG(attributes.st_mode)) {
         LocalError::note(S_ISDIR(attributes.st_mode) ? EISDIR : EINVAL);
     }
-    return S_ISREG(attributes.st_mode);
+    return S_ISREG(attributes.st_mode) || S_ISDIR(attributes.st_mode)
+               ? S_ISREG(attributes.st_mode)
+               : fail(FailureCode::NotCopyable);
 }
 
 std::optional<struct stat> attributesOf(const std::string& path)
@@ -264,7 +267,7 @@ LocalFileSystem::do_fileOpen(const std::string& path,
 std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::string& path) const
 {
     const auto attributes = attributesOf(path);
-    if (!attributes) {
+    if (!LocalError::answered(attributes.has_value())) {
         return std::nullopt;
     }
     StorageSystemFileInfo info;
@@ -282,6 +285,7 @@ std::optional<StorageSystemStorageInfo>
 LocalFileSystem::do_fileStorageInfo(const std::string& path) const
 {
     if (path.empty() || hasNul(path)) {
+        fail(FailureCode::BadName);
         return std::nullopt;
     }
     // A link stands on the volume that holds it, whatever it leads to.
@@ -291,6 +295,7 @@ LocalFileSystem::do_fileStorageInfo(const std::string& path) const
         place = pathParentId(place);
         info = volumeOf(place);
     }
+    static_cast<void>(LocalError::answered(info.has_value()));
     return info;
 }
 
@@ -330,6 +335,7 @@ std::optional<std::string> LocalFileSystem::do_fileSymbolicLinkTarget(const std:
     for (;;) {
         const ssize_t length = ::readlink(systemPath(path), target.data(), target.size());
         if (length < 0) {
+            errno == EINVAL ? fail(FailureCode::NotALink) : failBySystem(errno);
             return std::nullopt;
         }
         const auto size = static_cast<std::size_t>(length);
@@ -344,7 +350,7 @@ std::optional<std::string> LocalFileSystem::do_fileSymbolicLinkTarget(const std:
 
 bool LocalFileSystem::do_fileSymbolicLinkRemove(const std::string& path) const
 {
-    return isLink(path) && do_fileRemove(path);
+    return (isLink(path) || fail(FailureCode::NotALink)) && do_fileRemove(path);
 }
 
 std::vector<StorageSystemDirectoryInfo>
@@ -408,7 +414,8 @@ bool LocalFileSystem::do_fileSymbolicLinkCreateAs(const std::string& target,
                                                   const std::string& linkPath,
                                                   bool failIfLinkExists) const
 {
-    return !(failIfLinkExists && fileIsSymbolicLink(linkPath)) && replaceByLink(target, linkPath);
+    return (!(failIfLinkExists && fileIsSymbolicLink(linkPath)) || fail(FailureCode::Exists)) &&
+           replaceByLink(target, linkPath);
 }
 
 bool LocalFileSystem::do_directoryCreateAs(
@@ -433,7 +440,8 @@ bool LocalFileSystem::do_directorySymbolicLinkCreateAs(const std::string& target
                                                        const std::string& linkPath,
                                                        bool failIfLinkExists) const
 {
-    return !(failIfLinkExists && directoryIsSymbolicLink(linkPath)) &&
+    return (!(failIfLinkExists && directoryIsSymbolicLink(linkPath)) ||
+            fail(FailureCode::Exists)) &&
            replaceByLink(target, linkPath);
 }
 

@@ -1,15 +1,13 @@
 #include "LinkResolution.h"
+#include "NameCheck.h"
 #include "PathText.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
 
 #include <algorithm>
 
 namespace FileSystem {
-
-// A text with a NUL byte would reach a system cut short, and name something else. The public
-// operations refuse it, once for all systems.
-using PathText::canBePath;
 
 StorageSystem::StorageSystem() = default;
 
@@ -17,7 +15,8 @@ StorageSystem::~StorageSystem() = default;
 
 std::string StorageSystem::hostName() const
 {
-    return do_hostName();
+    FailureScope scope("hostName");
+    return scope.asNoted(do_hostName());
 }
 
 StorageSystemType StorageSystem::getType() const
@@ -65,10 +64,11 @@ StorageSystem::fileCreate(const std::string& directoryPath, const std::string& n
                           bool failIfExists, bool makePath,
                           Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    if (!canBePath(directoryPath) || !canBePath(name)) {
-        return nullptr;
-    }
-    return do_fileCreate(directoryPath, name, failIfExists, makePath, permissions);
+    FailureScope scope("fileCreate", directoryPath, name);
+    return scope.result(
+        isPath(directoryPath) && isPath(name)
+            ? do_fileCreate(directoryPath, name, failIfExists, makePath, permissions)
+            : nullptr);
 }
 
 std::unique_ptr<StorageSystemFile>
@@ -76,61 +76,72 @@ StorageSystem::fileOpen(const std::string& path,
                         Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                         Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return canBePath(path) ? do_fileOpen(path, mode, permissions) : nullptr;
+    FailureScope scope("fileOpen", path);
+    return scope.result(isPath(path) ? do_fileOpen(path, mode, permissions) : nullptr);
 }
 
 bool StorageSystem::fileIsSymbolicLink(const std::string& path) const
 {
-    return canBePath(path) && do_fileIsSymbolicLink(path);
+    FailureScope scope("fileIsSymbolicLink", path);
+    return scope.answer(isPath(path) && do_fileIsSymbolicLink(path));
 }
 
 bool StorageSystem::fileExists(const std::string& path, bool linkCounts) const
 {
+    FailureScope scope("fileExists", path);
     if (linkCounts) {
-        return canBePath(path) && do_fileExists(path);
+        return scope.answer(isPath(path) && do_fileExists(path));
     }
     const auto type = fileType(path);
-    return type && !isDirectory(*type) && !isSymbolicLink(*type);
+    return scope.answer(type && !isDirectory(*type) && !isSymbolicLink(*type));
 }
 
 std::optional<std::uint64_t> StorageSystem::fileSize(const std::string& path) const
 {
-    return canBePath(path) ? do_fileSize(path) : std::nullopt;
+    FailureScope scope("fileSize", path);
+    return scope.result(isPath(path) ? do_fileSize(path) : std::nullopt);
 }
 
 std::optional<StorageSystemFileInfo> StorageSystem::fileInfo(const std::string& path) const
 {
-    return canBePath(path) ? do_fileInfo(path) : std::nullopt;
+    FailureScope scope("fileInfo", path);
+    return scope.result(isPath(path) ? do_fileInfo(path) : std::nullopt);
 }
 
 std::optional<Utilities::Flags<StorageSystemFileTypeFlag>>
 StorageSystem::fileType(const std::string& path) const
 {
-    return canBePath(path) ? do_fileType(path) : std::nullopt;
+    FailureScope scope("fileType", path);
+    return scope.result(isPath(path) ? do_fileType(path) : std::nullopt);
 }
 
 std::optional<StorageSystemStorageInfo>
 StorageSystem::fileStorageInfo(const std::string& path) const
 {
-    return canBePath(path) ? do_fileStorageInfo(path) : std::nullopt;
+    FailureScope scope("fileStorageInfo", path);
+    return scope.result(isPath(path) ? do_fileStorageInfo(path) : std::nullopt);
 }
 
 bool StorageSystem::fileRemove(const std::string& path) const
 {
-    return canBePath(path) && do_fileRemove(path);
+    FailureScope scope("fileRemove", path);
+    return scope.result(isPath(path) && do_fileRemove(path));
 }
 
 std::optional<std::string> StorageSystem::fileRename(const std::string& path,
                                                      const std::string& newName) const
 {
-    return canBePath(path) && canBePath(newName) ? do_fileRename(path, newName) : std::nullopt;
+    FailureScope scope("fileRename", path, newName);
+    return scope.result(isPath(path) && isPath(newName) ? do_fileRename(path, newName)
+                                                        : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::fileMove(const std::string& path,
                                                    const std::string& targetDirectory) const
 {
-    return canBePath(path) && canBePath(targetDirectory) ? do_fileMove(path, targetDirectory)
-                                                         : std::nullopt;
+    FailureScope scope("fileMove", path, targetDirectory);
+    return scope.result(isPath(path) && isPath(targetDirectory) ? do_fileMove(path, targetDirectory)
+                                                                : std::nullopt);
 }
 
 std::optional<std::string>
@@ -140,33 +151,37 @@ StorageSystem::fileCopy(const std::string& path, const StorageSystem& target,
                         Utilities::Flags<StorageSystemCopyOptionFlag> options,
                         std::optional<std::uint64_t> bufferSize) const
 {
-    if (!canBePath(path) || !canBePath(targetDirectory) || !canBePath(name)) {
-        return std::nullopt;
-    }
-    return do_fileCopy(path, target, targetDirectory, name, failIfExists, progress, options,
-                       bufferSize);
+    FailureScope scope("fileCopy", path, targetDirectory);
+    return scope.result(isPath(path) && isPath(targetDirectory) && isPath(name)
+                            ? do_fileCopy(path, target, targetDirectory, name, failIfExists,
+                                          progress, options, bufferSize)
+                            : std::nullopt);
 }
 
 std::optional<Utilities::Flags<PosixFilePermissionFlag>>
 StorageSystem::fileGetPermissions(const std::string& path) const
 {
-    return canBePath(path) ? do_fileGetPermissions(path) : std::nullopt;
+    FailureScope scope("fileGetPermissions", path);
+    return scope.result(isPath(path) ? do_fileGetPermissions(path) : std::nullopt);
 }
 
 bool StorageSystem::fileSetPermissions(const std::string& path,
                                        Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return canBePath(path) && do_fileSetPermissions(path, permissions);
+    FailureScope scope("fileSetPermissions", path);
+    return scope.result(isPath(path) && do_fileSetPermissions(path, permissions));
 }
 
 std::optional<StorageSystemTimePoint> StorageSystem::fileGetModTime(const std::string& path) const
 {
-    return canBePath(path) ? do_fileGetModTime(path) : std::nullopt;
+    FailureScope scope("fileGetModTime", path);
+    return scope.result(isPath(path) ? do_fileGetModTime(path) : std::nullopt);
 }
 
 bool StorageSystem::fileSetModTime(const std::string& path, StorageSystemTimePoint time) const
 {
-    return canBePath(path) && do_fileSetModTime(path, time);
+    FailureScope scope("fileSetModTime", path);
+    return scope.result(isPath(path) && do_fileSetModTime(path, time));
 }
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkCreate(const std::string& linkDirectory,
@@ -174,26 +189,31 @@ std::optional<std::string> StorageSystem::fileSymbolicLinkCreate(const std::stri
                                                                  const std::string& target,
                                                                  bool failIfLinkExists) const
 {
-    if (!canBePath(linkDirectory) || !canBePath(name) || !canBePath(target)) {
-        return std::nullopt;
-    }
-    return do_fileSymbolicLinkCreate(linkDirectory, name, target, failIfLinkExists);
+    FailureScope scope("fileSymbolicLinkCreate", linkDirectory, target);
+    return scope.result(
+        isPath(linkDirectory) && isPath(name) && isPath(target)
+            ? do_fileSymbolicLinkCreate(linkDirectory, name, target, failIfLinkExists)
+            : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkTarget(const std::string& path) const
 {
-    return canBePath(path) ? do_fileSymbolicLinkTarget(path) : std::nullopt;
+    FailureScope scope("fileSymbolicLinkTarget", path);
+    return scope.result(isPath(path) ? do_fileSymbolicLinkTarget(path) : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkTargetFileId(const std::string& path,
                                                                        bool followChain) const
 {
-    return canBePath(path) ? do_fileSymbolicLinkTargetFileId(path, followChain) : std::nullopt;
+    FailureScope scope("fileSymbolicLinkTargetFileId", path);
+    return scope.result(isPath(path) ? do_fileSymbolicLinkTargetFileId(path, followChain)
+                                     : std::nullopt);
 }
 
 bool StorageSystem::fileSymbolicLinkRemove(const std::string& path) const
 {
-    return canBePath(path) && do_fileSymbolicLinkRemove(path);
+    FailureScope scope("fileSymbolicLinkRemove", path);
+    return scope.result(isPath(path) && do_fileSymbolicLinkRemove(path));
 }
 
 std::string StorageSystem::canonizeDirectoryId(const std::string& path) const
@@ -204,17 +224,20 @@ std::string StorageSystem::canonizeDirectoryId(const std::string& path) const
 std::optional<Utilities::Flags<StorageSystemFileTypeFlag>>
 StorageSystem::directoryType(const std::string& path) const
 {
-    return canBePath(path) ? do_directoryType(path) : std::nullopt;
+    FailureScope scope("directoryType", path);
+    return scope.result(isPath(path) ? do_directoryType(path) : std::nullopt);
 }
 
 bool StorageSystem::directoryIsSymbolicLink(const std::string& path) const
 {
-    return canBePath(path) && do_directoryIsSymbolicLink(path);
+    FailureScope scope("directoryIsSymbolicLink", path);
+    return scope.answer(isPath(path) && do_directoryIsSymbolicLink(path));
 }
 
 std::optional<StorageSystemFileInfo> StorageSystem::directoryInfo(const std::string& path) const
 {
-    return canBePath(path) ? do_directoryInfo(path) : std::nullopt;
+    FailureScope scope("directoryInfo", path);
+    return scope.result(isPath(path) ? do_directoryInfo(path) : std::nullopt);
 }
 
 std::optional<std::string>
@@ -222,85 +245,92 @@ StorageSystem::directoryCreate(const std::string& parentPath, const std::vector<
                                bool exclusive,
                                Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    if (!canBePath(parentPath) || !std::all_of(names.begin(), names.end(), canBePath)) {
-        return std::nullopt;
-    }
-    return do_directoryCreate(parentPath, names, exclusive, permissions);
+    FailureScope scope("directoryCreate", parentPath);
+    return scope.result(isPath(parentPath) && std::all_of(names.begin(), names.end(), isPath)
+                            ? do_directoryCreate(parentPath, names, exclusive, permissions)
+                            : std::nullopt);
 }
 
 bool StorageSystem::directoryExists(const std::string& path, bool linkCounts) const
 {
+    FailureScope scope("directoryExists", path);
     if (linkCounts) {
-        return canBePath(path) && do_directoryExists(path);
+        return scope.answer(isPath(path) && do_directoryExists(path));
     }
     // With a slash behind it a link would be taken for the directory that it leads to.
     const auto type = fileType(PathText::removeTrailingSlash(path));
-    return type && isDirectory(*type);
+    return scope.answer(type && (isDirectory(*type) || fail(FailureCode::NotDirectory)));
 }
 
 bool StorageSystem::directoryRemove(const std::string& path, bool recursive) const
 {
-    return canBePath(path) && do_directoryRemove(path, recursive);
+    FailureScope scope("directoryRemove", path);
+    return scope.result(isPath(path) && do_directoryRemove(path, recursive));
 }
 
 std::optional<std::string> StorageSystem::directoryRename(const std::string& path,
                                                           const std::string& newName) const
 {
-    return canBePath(path) && canBePath(newName) ? do_directoryRename(path, newName) : std::nullopt;
+    FailureScope scope("directoryRename", path, newName);
+    return scope.result(isPath(path) && isPath(newName) ? do_directoryRename(path, newName)
+                                                        : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::directoryMove(const std::string& path,
                                                         const std::string& targetDirectory) const
 {
-    return canBePath(path) && canBePath(targetDirectory) ? do_directoryMove(path, targetDirectory)
-                                                         : std::nullopt;
+    FailureScope scope("directoryMove", path, targetDirectory);
+    return scope.result(isPath(path) && isPath(targetDirectory)
+                            ? do_directoryMove(path, targetDirectory)
+                            : std::nullopt);
 }
 
 std::vector<StorageSystemDirectoryInfo>
 StorageSystem::directoryList(const std::string& path, const std::string& filter,
                              StorageSystemDirectoryFilterType type) const
 {
-    if (!canBePath(path)) {
-        return {};
-    }
-    return do_directoryList(path, filter, type);
+    FailureScope scope("directoryList", path);
+    return scope.asNoted(isPath(path) ? do_directoryList(path, filter, type)
+                                      : std::vector<StorageSystemDirectoryInfo>());
 }
 
 std::vector<StorageSystemFileInfo>
 StorageSystem::directoryFileInfoList(const std::string& path, const std::string& filter,
                                      StorageSystemDirectoryFilterType type) const
 {
-    if (!canBePath(path)) {
-        return {};
-    }
-    return do_directoryFileInfoList(path, filter, type);
+    FailureScope scope("directoryFileInfoList", path);
+    return scope.asNoted(isPath(path) ? do_directoryFileInfoList(path, filter, type)
+                                      : std::vector<StorageSystemFileInfo>());
 }
 
 std::optional<std::vector<StorageSystemFileInfo>>
 StorageSystem::directoryReadFully(const std::string& path) const
 {
-    if (!canBePath(path)) {
-        return std::nullopt;
+    FailureScope scope("directoryReadFully", path);
+    if (!isPath(path)) {
+        return scope.result(std::optional<std::vector<StorageSystemFileInfo>>());
     }
     if (directoryReader_) {
-        return directoryReader_(path);
+        return scope.result(directoryReader_(path));
     }
     auto entries = directoryFileInfoList(path);
-    return directoryExists(path, true) ? std::make_optional(std::move(entries)) : std::nullopt;
+    return scope.result(directoryExists(path, true) ? std::make_optional(std::move(entries))
+                                                    : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const
 {
-    if (!canBePath(path) || path.empty()) {
-        return std::nullopt;
+    FailureScope scope("absolutePath", path);
+    if (!isPath(path) || path.empty()) {
+        return scope.result(std::optional<std::string>());
     }
     if (PathText::isAbsolute(path)) {
-        return path;
+        return scope.result(std::make_optional(path));
     }
     const auto start = startDirectory_ ? startDirectory_() : std::nullopt;
-    return start && PathText::isAbsolute(*start)
-               ? std::make_optional(PathText::childId(*start, {path}))
-               : std::nullopt;
+    return scope.result(start && PathText::isAbsolute(*start)
+                            ? std::make_optional(PathText::childId(*start, {path}))
+                            : std::nullopt);
 }
 
 void StorageSystem::setStartDirectory(std::function<std::optional<std::string>()> start)
@@ -323,39 +353,43 @@ std::vector<std::string>
 StorageSystem::directoryListFileNames(const std::string& path, const std::string& filter,
                                       StorageSystemDirectoryFilterType type) const
 {
-    if (!canBePath(path)) {
-        return {};
-    }
-    return do_directoryListFileNames(path, filter, type);
+    FailureScope scope("directoryListFileNames", path);
+    return scope.asNoted(isPath(path) ? do_directoryListFileNames(path, filter, type)
+                                      : std::vector<std::string>());
 }
 
 std::optional<StorageSystemStorageInfo>
 StorageSystem::directoryStorageInfo(const std::string& path) const
 {
-    return canBePath(path) ? do_directoryStorageInfo(path) : std::nullopt;
+    FailureScope scope("directoryStorageInfo", path);
+    return scope.result(isPath(path) ? do_directoryStorageInfo(path) : std::nullopt);
 }
 
 std::optional<Utilities::Flags<PosixFilePermissionFlag>>
 StorageSystem::directoryGetPermissions(const std::string& path) const
 {
-    return canBePath(path) ? do_directoryGetPermissions(path) : std::nullopt;
+    FailureScope scope("directoryGetPermissions", path);
+    return scope.result(isPath(path) ? do_directoryGetPermissions(path) : std::nullopt);
 }
 
 bool StorageSystem::directorySetPermissions(
     const std::string& path, Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return canBePath(path) && do_directorySetPermissions(path, permissions);
+    FailureScope scope("directorySetPermissions", path);
+    return scope.result(isPath(path) && do_directorySetPermissions(path, permissions));
 }
 
 std::optional<StorageSystemTimePoint>
 StorageSystem::directoryGetModTime(const std::string& path) const
 {
-    return canBePath(path) ? do_directoryGetModTime(path) : std::nullopt;
+    FailureScope scope("directoryGetModTime", path);
+    return scope.result(isPath(path) ? do_directoryGetModTime(path) : std::nullopt);
 }
 
 bool StorageSystem::directorySetModTime(const std::string& path, StorageSystemTimePoint time) const
 {
-    return canBePath(path) && do_directorySetModTime(path, time);
+    FailureScope scope("directorySetModTime", path);
+    return scope.result(isPath(path) && do_directorySetModTime(path, time));
 }
 
 std::optional<std::string>
@@ -363,33 +397,38 @@ StorageSystem::directorySymbolicLinkCreate(const std::string& linkDirectory,
                                            const std::string& name, const std::string& target,
                                            bool failIfLinkExists) const
 {
-    if (!canBePath(linkDirectory) || !canBePath(name) || !canBePath(target)) {
-        return std::nullopt;
-    }
-    return do_directorySymbolicLinkCreate(linkDirectory, name, target, failIfLinkExists);
+    FailureScope scope("directorySymbolicLinkCreate", linkDirectory, target);
+    return scope.result(
+        isPath(linkDirectory) && isPath(name) && isPath(target)
+            ? do_directorySymbolicLinkCreate(linkDirectory, name, target, failIfLinkExists)
+            : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::directorySymbolicLinkTarget(const std::string& path) const
 {
-    return canBePath(path) ? do_directorySymbolicLinkTarget(path) : std::nullopt;
+    FailureScope scope("directorySymbolicLinkTarget", path);
+    return scope.result(isPath(path) ? do_directorySymbolicLinkTarget(path) : std::nullopt);
 }
 
 std::optional<std::string>
 StorageSystem::directorySymbolicLinkTargetDirectoryId(const std::string& path,
                                                       bool followChain) const
 {
-    return canBePath(path) ? do_directorySymbolicLinkTargetDirectoryId(path, followChain)
-                           : std::nullopt;
+    FailureScope scope("directorySymbolicLinkTargetDirectoryId", path);
+    return scope.result(isPath(path) ? do_directorySymbolicLinkTargetDirectoryId(path, followChain)
+                                     : std::nullopt);
 }
 
 bool StorageSystem::directorySymbolicLinkRemove(const std::string& path) const
 {
-    return canBePath(path) && do_directorySymbolicLinkRemove(path);
+    FailureScope scope("directorySymbolicLinkRemove", path);
+    return scope.result(isPath(path) && do_directorySymbolicLinkRemove(path));
 }
 
 std::string StorageSystem::displayPath(const std::string& path) const
 {
-    return do_displayPath(path);
+    FailureScope scope("displayPath", path);
+    return scope.asNoted(do_displayPath(path));
 }
 
 bool StorageSystem::do_fileExists(const std::string& path) const
@@ -433,11 +472,12 @@ StorageSystem::do_directoryType(const std::string& path) const
     if (!type || isDirectory(*type)) {
         return type;
     }
-    if (!isSymbolicLink(*type)) {
-        return std::nullopt;
-    }
-    const auto end = followLinks(*this, place);
+    const auto end = isSymbolicLink(*type) ? followLinks(*this, place) : std::nullopt;
     if (!end || !end->type || !isDirectory(*end->type)) {
+        // A link that leads nowhere has told so itself.
+        if (!isSymbolicLink(*type) || (end && end->type)) {
+            fail(FailureCode::NotDirectory);
+        }
         return std::nullopt;
     }
     return StorageSystemFileTypeFlag::SymbolicLink | StorageSystemFileTypeFlag::Directory;

@@ -2,6 +2,7 @@
 #include "LinkResolution.h"
 #include "RequestSize.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
 #include <FileSystem/StorageSystemFile.h>
 
@@ -41,7 +42,10 @@ public:
     {}
 
     /// False: stop.
-    bool operator()(std::uint64_t done) const { return !progress_ || progress_(done, total_); }
+    bool operator()(std::uint64_t done) const
+    {
+        return !progress_ || progress_(done, total_) || fail(FailureCode::Cancelled);
+    }
 
 private:
     const StorageSystemProgress& progress_;
@@ -120,12 +124,14 @@ bool StorageSystemFile::eof() const
 
 bool StorageSystemFile::seek(std::uint64_t offset) const
 {
-    return do_seek(offset);
+    FailureScope scope("seek");
+    return scope.result(do_seek(offset));
 }
 
 std::optional<std::uint64_t> StorageSystemFile::tell()
 {
-    return do_tell();
+    FailureScope scope("tell");
+    return scope.result(do_tell());
 }
 
 bool StorageSystemFile::error() const
@@ -135,15 +141,27 @@ bool StorageSystemFile::error() const
 
 std::uint64_t StorageSystemFile::read(char* buffer, std::uint64_t size) const
 {
-    return do_read(buffer, size);
+    FailureScope scope("read");
+    return scope.answer(do_read(buffer, size));
 }
 
 std::uint64_t StorageSystemFile::write(const char* buffer, std::uint64_t size) const
 {
-    return do_write(buffer, size);
+    FailureScope scope("write");
+    const auto written = do_write(buffer, size);
+    scope.result(written != 0 || size == 0);
+    return written;
 }
 
 StorageSystemReadResult StorageSystemFile::readFully(char* buffer, std::uint64_t size) const
+{
+    FailureScope scope("readFully");
+    const auto result = readInSteps(buffer, size);
+    scope.result(result.status != StorageSystemReadResult::Status::Error);
+    return result;
+}
+
+StorageSystemReadResult StorageSystemFile::readInSteps(char* buffer, std::uint64_t size) const
 {
     using Status = StorageSystemReadResult::Status;
     // What was once the end of the file need not be any more, and an end that is told from then on
@@ -173,6 +191,12 @@ StorageSystemReadResult StorageSystemFile::readFully(char* buffer, std::uint64_t
 
 bool StorageSystemFile::writeFully(const char* buffer, std::uint64_t size) const
 {
+    FailureScope scope("writeFully");
+    return scope.result(writeInSteps(buffer, size));
+}
+
+bool StorageSystemFile::writeInSteps(const char* buffer, std::uint64_t size) const
+{
     std::uint64_t count = 0;
     while (count < size) {
         const auto wanted = std::min(size - count, largestWrite);
@@ -187,17 +211,20 @@ bool StorageSystemFile::writeFully(const char* buffer, std::uint64_t size) const
 
 Utilities::Flags<PosixFilePermissionFlag> StorageSystemFile::permissions()
 {
-    return do_permissions();
+    FailureScope scope("permissions");
+    return scope.asNoted(do_permissions());
 }
 
 std::uint64_t StorageSystemFile::size()
 {
-    return do_size();
+    FailureScope scope("size");
+    return scope.asNoted(do_size());
 }
 
 StorageSystemFileInfo StorageSystemFile::fileInfo()
 {
-    return do_fileInfo();
+    FailureScope scope("fileInfo");
+    return scope.asNoted(do_fileInfo());
 }
 
 const StorageSystem& StorageSystemFile::storageSystem()
@@ -208,14 +235,15 @@ const StorageSystem& StorageSystemFile::storageSystem()
 bool StorageSystemFile::copy(StorageSystemFile& target, const StorageSystemProgress& progress,
                              std::optional<std::uint64_t> bufferSize)
 {
+    FailureScope scope("copy");
     if (&target == this) {
-        return false;
+        return scope.result(fail(FailureCode::IntoItself));
     }
     // Taken back on every way out.
     const auto forget = [](StorageSystemFile* file) { file->copyTarget_ = nullptr; };
     const std::unique_ptr<StorageSystemFile, decltype(forget)> copying(this, forget);
     copyTarget_ = &target;
-    return do_copy(progress, bufferSize);
+    return scope.result(do_copy(progress, bufferSize));
 }
 
 Utilities::Flags<PosixFilePermissionFlag> StorageSystemFile::do_permissions()
@@ -263,7 +291,8 @@ bool StorageSystemFile::do_copy(const StorageSystemProgress& progress,
 
 bool StorageSystemFile::commit()
 {
-    return !commit_ || commit_();
+    FailureScope scope("commit");
+    return scope.result(!commit_ || commit_());
 }
 
 void StorageSystemFile::setCommit(std::function<bool()> commit)

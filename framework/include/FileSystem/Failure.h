@@ -73,10 +73,12 @@ enum class FailureSource : std::uint32_t
 ///         std::cerr << failure.message() << '\n'; // fileCopyAs a, b: no space left (...)
 ///     }
 ///
-/// Questions whose answer is no (fileExists(), fileInfo(), ...) leave NotFound where nothing is
-/// there, or no failure where something else is; any other code says that it could not be told. A
-/// listing that is empty, or shortened, has a failure exactly where it could not be read to its
-/// end. An operation that throws leaves a failure too.
+/// A question whose answer is no (fileExists(), fileInfo(), ...) leaves NotFound where nothing is
+/// there; where something else is, NotDirectory, IsDirectory, NotALink or no failure. Any other
+/// code says that it could not be told. A listing that is empty, or shortened, has a failure
+/// exactly where it could not be read to its end. An operation that throws leaves a failure too.
+/// What asks nobody (isValid(), getType(), mode(), the functions on paths as texts) changes
+/// nothing.
 ///
 /// Threads: each has its own. A value; copying and reading it neither blocks nor asks anybody.
 class FILESYSTEM_EXPORT Failure

@@ -276,6 +276,10 @@ protected:
     virtual bool do_directorySymbolicLinkCreateAs(const std::string& target,
                                                   const std::string& linkPath,
                                                   bool failIfLinkExists) const = 0;
+
+private:
+    bool existsAsFile(const std::string& path) const;
+    bool isFree(const std::string& path) const;
 };
 
 } // namespace FileSystem

@@ -153,6 +153,9 @@ protected:
 private:
     friend class FileCopy;
 
+    StorageSystemReadResult readInSteps(char* buffer, std::uint64_t size) const;
+    bool writeInSteps(const char* buffer, std::uint64_t size) const;
+
     std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer_;
     std::function<bool()> commit_;
     StorageSystemFile* copyTarget_ = nullptr;

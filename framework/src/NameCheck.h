@@ -1,0 +1,26 @@
+#pragma once
+
+#include "PathText.h"
+
+#include <FileSystem/FailureScope.h>
+
+#include <string>
+
+namespace FileSystem {
+
+// What the operations ask of the texts that they are given, once for all systems; a text that does
+// not do is told as the failure.
+
+/// A text with a NUL byte would reach a system cut short, and name something else.
+inline bool isPath(const std::string& path)
+{
+    return PathText::canBePath(path) || fail(FailureCode::BadName);
+}
+
+/// Whether it names an entry of a directory and nothing else.
+inline bool isName(const std::string& name)
+{
+    return PathText::isEntryName(name) || fail(FailureCode::BadName, {}, name);
+}
+
+} // namespace FileSystem
