@@ -2,6 +2,7 @@
 
 #include "PathText.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
 
 #include <utility>
@@ -47,6 +48,7 @@ std::optional<LinkEnd> followLinks(const StorageSystem& system, const std::strin
             return end;
         }
     }
+    fail(FailureCode::LinkLoop, {}, link);
     return std::nullopt;
 }
 
@@ -58,7 +60,11 @@ std::optional<std::string> resolveLinks(const StorageSystem& system, const std::
         std::string next = step(resolved, takeComponent(left));
         const auto target = system.fileIsSymbolicLink(next) ? system.fileSymbolicLinkTarget(next)
                                                             : std::optional<std::string>("");
-        if (!target || (!target->empty() && ++links > maximumLinks)) {
+        if (target && !target->empty() && ++links > maximumLinks) {
+            fail(FailureCode::LinkLoop, {}, path);
+            return std::nullopt;
+        }
+        if (!target) {
             return std::nullopt;
         }
         if (target->empty()) {

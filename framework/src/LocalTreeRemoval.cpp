@@ -3,9 +3,11 @@
 #include "FileDescriptor.h"
 #include "LocalDirectory.h"
 #include "LocalError.h"
+#include "NameCheck.h"
 #include "PathText.h"
 #include "SystemCall.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <utility>
 #include <vector>
@@ -21,17 +23,17 @@ namespace {
 FileDescriptor openDirectory(int parent, const char* name)
 {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    FileDescriptor directory(retryInterrupted([&] { return ::openat(parent, name, flags); }));
-    static_cast<void>(LocalError::succeeded(directory.get() != -1));
-    return directory;
+    return FileDescriptor(retryInterrupted([&] { return ::openat(parent, name, flags); }));
 }
 
 /// A walk that holds one directory open at a time: how deep a tree goes is not for us to say.
 class LocalTreeRemoval
 {
 public:
-    explicit LocalTreeRemoval(FileDescriptor&& root)
+    /// \param path of the root, for telling where a failure was.
+    LocalTreeRemoval(FileDescriptor&& root, const std::string& path)
         : current_(std::move(root))
+        , path_(path)
     {}
 
     /// Removes what is in the root, and leaves it there.
@@ -74,7 +76,7 @@ private:
     bool enter(const std::string& name)
     {
         struct stat attributes = {};
-        if (!LocalError::succeeded(::fstat(current_.get(), &attributes) == 0)) {
+        if (!LocalError::succeeded(::fstat(current_.get(), &attributes) == 0, pathOf(name))) {
             return false;
         }
         Level level{name, attributes.st_dev, attributes.st_ino, {}, 0};
@@ -97,7 +99,12 @@ private:
         FileDescriptor below = openDirectory(current_.get(), entry.name.c_str());
         if (below.get() == -1) {
             // One that may not be read can still be removed, as long as it is empty.
-            return unlink(entry.name, AT_REMOVEDIR);
+            const int whyClosed = errno;
+            if (unlink(entry.name, AT_REMOVEDIR)) {
+                return true;
+            }
+            LocalError::note(whyClosed, pathOf(entry.name));
+            return false;
         }
         current_ = std::move(below);
         return enter(std::string(entry.name));
@@ -109,7 +116,8 @@ private:
         levels_.pop_back();
         FileDescriptor above = openDirectory(current_.get(), "..");
         current_ = std::move(above);
-        return isAt(levels_.back()) && unlink(name, AT_REMOVEDIR);
+        return (isAt(levels_.back()) || fail(FailureCode::Changed, {}, pathOf(name))) &&
+               unlink(name, AT_REMOVEDIR);
     }
 
     /// A directory that was moved meanwhile has another one above it.
@@ -122,10 +130,23 @@ private:
 
     bool unlink(const std::string& name, int flags) const
     {
-        return LocalError::succeeded(::unlinkat(current_.get(), name.c_str(), flags) == 0);
+        return LocalError::succeeded(::unlinkat(current_.get(), name.c_str(), flags) == 0,
+                                     pathOf(name));
+    }
+
+    /// The path of an entry of the directory that is open; of the root for no name.
+    std::string pathOf(const std::string& name) const
+    {
+        std::vector<std::string> names;
+        for (const auto& level : levels_) {
+            names.push_back(level.name);
+        }
+        names.push_back(name);
+        return PathText::childId(path_, names);
     }
 
     FileDescriptor current_;
+    std::string path_;
     std::vector<Level> levels_;
 };
 
@@ -134,11 +155,11 @@ private:
 bool removeLocalTree(const std::string& path)
 {
     const std::string place = PathText::removeTrailingSlash(path);
-    if (!PathText::isEntryName(PathText::fileName(place)) || !PathText::canBePath(place)) {
+    if (!isName(PathText::fileName(place)) || !isPath(place)) {
         return false;
     }
     FileDescriptor root = openDirectory(AT_FDCWD, place.c_str());
-    const bool isRemovable = root.get() == -1 || LocalTreeRemoval(std::move(root)).empty();
+    const bool isRemovable = root.get() == -1 || LocalTreeRemoval(std::move(root), place).empty();
     return isRemovable && LocalError::succeeded(::rmdir(place.c_str()) == 0);
 }
 
