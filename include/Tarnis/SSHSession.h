@@ -63,7 +63,8 @@ public:
 
     /// Frees every call that is blocked on this session, in any thread, by shutting its connection
     /// down: a connect() under way, an authentication, a read, a transfer. Each of them fails
-    /// within moments and the session reads as Disconnected; connect() may then be called again.
+    /// within moments and the session reads as Disconnected, whatever has arrived and was not read;
+    /// connect() may then be called again.
     /// Does nothing when there is no connection. Call it from any thread, at any time during the
     /// session's life; it does not block and does not wait for the session's lock. Two things that
     /// libssh waits for are not the connection and go on: a host name that is being resolved, and
@@ -150,6 +151,8 @@ private:
 
     bool isSessionConnected() const;
     void noticeLostConnection();
+    void leaveEndedConnection();
+    void leaveConnection();
     void setBlocking(bool blocking);
     bool isBlocking() const;
     int runConnect();

@@ -60,6 +60,12 @@ void ConnectionSocket::interrupt() noexcept
     }
 }
 
+bool ConnectionSocket::isInterrupted() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return interrupted_;
+}
+
 bool ConnectionSocket::isAtEnd() const
 {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -31,6 +31,9 @@ public:
     /// Shuts the connection down, now or as soon as it is attached.
     void interrupt() noexcept;
 
+    /// Whether interrupt() has come since the attempt began.
+    bool isInterrupted() const;
+
     /// Whether the peer has closed the connection, or it was shut down or broke: nothing will
     /// arrive after what has arrived. False without a socket.
     bool isAtEnd() const;

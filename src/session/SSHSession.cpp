@@ -69,14 +69,33 @@ void SSHSession::noticeLostConnection()
     // Under the lock, or a connection that another thread makes meanwhile would be taken for lost.
     const auto lock = session_->getLock();
     if (hasBits(state_->load(), connectedBit) && !isSessionConnected()) {
-        connection_->noteLoss();
-        state_->exchange(RemoteSessionState::Disconnected);
+        leaveConnection();
     }
+}
+
+/// Whoever connects again has done with what the last connection brought, read or unread.
+void SSHSession::leaveEndedConnection()
+{
+    if (!hasBits(state_->load(), connectedBit)) {
+        return;
+    }
+    const auto lock = session_->getLock();
+    if (hasBits(state_->load(), connectedBit) && connection_->isAtEnd(*session_)) {
+        leaveConnection();
+    }
+}
+
+/// To be called under the lock.
+void SSHSession::leaveConnection()
+{
+    connection_->noteLoss();
+    state_->exchange(RemoteSessionState::Disconnected);
 }
 
 bool SSHSession::do_connect()
 {
-    if (do_getState() != RemoteSessionState::Disconnected) {
+    leaveEndedConnection();
+    if (state_->load() != RemoteSessionState::Disconnected) {
         return false;
     }
     const auto lock = session_->getLock();

@@ -158,10 +158,16 @@ void SSHSessionConnection::tuneSocket(ssh_session session)
     }
 }
 
+bool SSHSessionConnection::isAtEnd(SSHHandleSession& session) const
+{
+    return callLocked(session, ssh_is_connected) != 1 || socket_.isInterrupted() ||
+           socket_.isAtEnd();
+}
+
 bool SSHSessionConnection::isAlive(SSHHandleSession& session) const
 {
     const auto lock = session.getLock();
-    if (callLocked(session, ssh_is_connected) != 1) {
+    if (callLocked(session, ssh_is_connected) != 1 || socket_.isInterrupted()) {
         return false;
     }
     return !socket_.isAtEnd() || (socket_.hasUnread() && session.mayHaveUnreadOutput());

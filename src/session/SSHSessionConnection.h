@@ -36,8 +36,14 @@ public:
     /// two minutes, and sending never blocks.
     static void tuneSocket(ssh_session session);
 
-    /// Whether the connection stands. libssh takes note of its end only when it reads; this looks
-    /// at the socket too, without reading: what a command sent before the end must stay readable.
+    /// Whether nothing more will come over the connection: the server has ended it, it broke, or it
+    /// was interrupted. libssh takes note of its end only when it reads; this looks at the socket
+    /// too, without reading.
+    bool isAtEnd(SSHHandleSession& session) const;
+
+    /// Whether the connection stands, or may still be read: what a command sent before the server
+    /// ended it must stay readable. One that was interrupted here is given up with all that it
+    /// brought.
     bool isAlive(SSHHandleSession& session) const;
 
     /// Gives what was written and not yet sent half a second to leave.

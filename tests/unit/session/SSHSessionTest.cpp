@@ -543,6 +543,31 @@ TEST_F(SessionWithSocket, IsConnectedWhileOutputThatCameBeforeTheEndIsUnread)
     EXPECT_FALSE(session.isConnected());
 }
 
+TEST_F(SessionWithSocket, ConnectsAgainThoughOutputFromBeforeTheEndIsUnread)
+{
+    const auto process = session.createProcess("command");
+    ASSERT_TRUE(process->start());
+    ASSERT_EQ(::send(server.get(), "x", 1, 0), 1);
+    peerCloses();
+    ASSERT_TRUE(session.isConnected());
+    EXPECT_CALL(libssh, ssh_options_copy(fakeSession(0), _))
+        .WillOnce(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
+    EXPECT_TRUE(session.connect());
+    EXPECT_FALSE(process->isValid());
+}
+
+TEST_F(SessionWithSocket, IsNotConnectedAfterAnInterruptThoughOutputIsUnread)
+{
+    const auto process = session.createProcess("command");
+    ASSERT_TRUE(process->start());
+    ASSERT_EQ(::send(server.get(), "x", 1, 0), 1);
+    pollfd arriving{client.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&arriving, 1, 60'000), 1);
+    session.interrupt();
+    EXPECT_FALSE(session.isConnected());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
 TEST_F(SessionWithSocket, IsShutDownByAnInterrupt)
 {
     session.interrupt();
