@@ -94,6 +94,7 @@ void SSHSession::leaveConnection()
 
 bool SSHSession::do_connect()
 {
+    const auto interruptsBefore = connection_->interruptCount();
     leaveEndedConnection();
     if (state_->load() != RemoteSessionState::Disconnected) {
         return false;
@@ -104,16 +105,16 @@ bool SSHSession::do_connect()
         return false;
     }
     state_->exchange(RemoteSessionState::Connecting);
-    const int result = runConnect();
+    const int result = runConnect(interruptsBefore);
     state_->exchange(result == SSH_OK ? RemoteSessionState::HostAuthenticating
                                       : RemoteSessionState::Disconnected);
     return result == SSH_OK;
 }
 
 /// To be called under the lock.
-int SSHSession::runConnect()
+int SSHSession::runConnect(std::uint64_t interruptsBefore)
 {
-    if (!connection_->prepare(*session_)) {
+    if (!connection_->prepare(*session_, interruptsBefore)) {
         return SSH_ERROR;
     }
     const int result = callUnblocked(

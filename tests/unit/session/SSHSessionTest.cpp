@@ -597,6 +597,66 @@ TEST_F(SessionWithSocket, LetsGoOfTheSocketWhenItDisconnects)
     EXPECT_EQ(::recv(server.get(), &byte, 1, 0), 0);
 }
 
+TEST_F(ConnectedSession, IsInterruptedInTheFirstMomentsOfTheNextConnect)
+{
+    // The first thing that connect() asks libssh, before it expects any connection.
+    EXPECT_CALL(libssh, ssh_is_connected).WillRepeatedly([this](auto...) {
+        session.interrupt();
+        libssh.connected = 0;
+        return 0;
+    });
+    EXPECT_CALL(libssh, ssh_connect).Times(0);
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(Session, IsInterruptedBeforeItBeginsToConnect)
+{
+    EXPECT_CALL(libssh, ssh_options_set).WillRepeatedly([this](auto...) {
+        session.interrupt();
+        return SSH_OK;
+    });
+    EXPECT_CALL(libssh, ssh_connect).Times(0);
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(Session, IsInterruptedWhileLibsshConnects)
+{
+    EXPECT_CALL(libssh, ssh_connect).WillOnce([this](auto...) {
+        session.interrupt();
+        libssh.connected = 1;
+        return SSH_OK;
+    });
+    EXPECT_CALL(libssh, ssh_silent_disconnect(fakeSession())).WillOnce(DoDefault());
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(Session, IsInterruptedBetweenTwoTriesToConnect)
+{
+    EXPECT_CALL(libssh, ssh_connect).WillOnce(Return(SSH_AGAIN)).WillOnce([this](auto...) {
+        session.interrupt();
+        return SSH_AGAIN;
+    });
+    EXPECT_FALSE(session.connect());
+}
+
+TEST_F(Session, ConnectsAfterAnInterruptedAttempt)
+{
+    EXPECT_CALL(libssh, ssh_connect)
+        .WillOnce([this](auto...) {
+            session.interrupt();
+            return SSH_AGAIN;
+        })
+        .WillOnce(DoDefault());
+    EXPECT_FALSE(session.connect());
+    EXPECT_CALL(libssh, ssh_options_copy(fakeSession(0), _))
+        .WillOnce(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
+    EXPECT_TRUE(session.connect());
+    EXPECT_TRUE(session.isConnected());
+}
+
 TEST_F(Session, InterruptWithoutAConnectionDoesNotHarmTheNextOne)
 {
     session.interrupt();
