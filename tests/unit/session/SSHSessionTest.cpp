@@ -599,12 +599,16 @@ TEST_F(SessionWithSocket, LetsGoOfTheSocketWhenItDisconnects)
 
 TEST_F(ConnectedSession, IsInterruptedInTheFirstMomentsOfTheNextConnect)
 {
+    ON_CALL(libssh, ssh_options_copy)
+        .WillByDefault(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
     // The first thing that connect() asks libssh, before it expects any connection.
-    EXPECT_CALL(libssh, ssh_is_connected).WillRepeatedly([this](auto...) {
-        session.interrupt();
-        libssh.connected = 0;
-        return 0;
-    });
+    EXPECT_CALL(libssh, ssh_is_connected)
+        .WillOnce([this](auto...) {
+            session.interrupt();
+            libssh.connected = 0;
+            return 0;
+        })
+        .WillRepeatedly(DoDefault());
     EXPECT_CALL(libssh, ssh_connect).Times(0);
     EXPECT_FALSE(session.connect());
     EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
