@@ -30,7 +30,8 @@ public:
     RemoteSession& operator=(const RemoteSession&) = delete;
 
     /// Connects to the server and exchanges keys. Blocks until that is done or failed, at most
-    /// about 100 seconds; resolving the host name comes on top of it.
+    /// about 100 seconds; resolving the host name comes on top of it. A connection that is at its
+    /// end is left behind for the new one, with whatever it brought that was not read.
     ///
     /// True: the state is HostAuthenticating. False: the session was not Disconnected (nothing was
     /// done), or the attempt failed (the state is Disconnected and connect() may be called again).
@@ -48,9 +49,10 @@ public:
 
     /// The state. A connection that was lost is noticed here: the state is then Disconnected. While
     /// there is a process, and bytes that arrived before the loss are unread, the state stays, so
-    /// that output among them can be read; bytes that are none, such as the server's signs of life,
-    /// keep it too. Whatever else is asked of that process or another one may notice the loss
-    /// first, and what is unread then is gone. Does not wait for the network.
+    /// that output among them can be read, until connect() or disconnect(); bytes that are none,
+    /// such as the server's signs of life, keep it too. Whatever else is asked of that process or
+    /// another one may notice the loss first, and what is unread then is gone. Does not wait for
+    /// the network.
     RemoteSessionState getState();
 
     /// Whether there is a live connection, authenticated or not. As getState(), does not wait for

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -63,8 +64,11 @@ public:
 
     /// Frees every call that is blocked on this session, in any thread, by shutting its connection
     /// down: a connect() under way, an authentication, a read, a transfer. Each of them fails
-    /// within moments and the session reads as Disconnected; connect() may then be called again.
-    /// Does nothing when there is no connection. Call it from any thread, at any time during the
+    /// within moments and the session reads as Disconnected, whatever has arrived and was not read;
+    /// connect() may then be called again. A connect() is under way from its first moment on,
+    /// before it waits for other calls and before there is a socket: it fails, unless it is through
+    /// already and it is its connection that has ended. What is called later is not concerned. Does
+    /// nothing when there is no connection. Call it from any thread, at any time during the
     /// session's life; it does not block and does not wait for the session's lock. Two things that
     /// libssh waits for are not the connection and go on: a host name that is being resolved, and
     /// an agent that has not answered (UserAuthenticatorPrivateKeyAuto).
@@ -150,9 +154,11 @@ private:
 
     bool isSessionConnected() const;
     void noticeLostConnection();
+    void leaveEndedConnection();
+    void leaveConnection();
     void setBlocking(bool blocking);
     bool isBlocking() const;
-    int runConnect();
+    int runConnect(std::uint64_t interruptsBefore);
     FileSystem::HandleLock lockToEnd();
     void closeLostConnection();
     void endConnection(void (*disconnectCall)(ssh_session_struct*));

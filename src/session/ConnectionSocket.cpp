@@ -24,11 +24,17 @@ ConnectionSocket::~ConnectionSocket()
     closeIfOpen(socket_);
 }
 
-void ConnectionSocket::expect()
+std::uint64_t ConnectionSocket::interruptCount() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return interrupts_;
+}
+
+void ConnectionSocket::expect(std::uint64_t interruptsBefore)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     closeIfOpen(socket_);
-    interrupted_ = false;
+    interruptsBefore_ = interruptsBefore;
 }
 
 void ConnectionSocket::attach(int socket)
@@ -40,7 +46,7 @@ void ConnectionSocket::attach(int socket)
     // A child process of the host must not keep the connection open.
     static_cast<void>(::fcntl(socket, F_SETFD, FD_CLOEXEC));
     socket_ = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
-    if (interrupted_) {
+    if (interrupts_ != interruptsBefore_) {
         ::shutdown(socket, SHUT_RDWR);
     }
 }
@@ -54,10 +60,16 @@ void ConnectionSocket::detach() noexcept
 void ConnectionSocket::interrupt() noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    interrupted_ = true;
+    ++interrupts_;
     if (socket_ >= 0) {
         ::shutdown(socket_, SHUT_RDWR);
     }
+}
+
+bool ConnectionSocket::isInterrupted() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return interrupts_ != interruptsBefore_;
 }
 
 bool ConnectionSocket::isAtEnd() const

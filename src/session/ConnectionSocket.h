@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 
 namespace Tarnis {
@@ -16,9 +17,13 @@ public:
     ConnectionSocket& operator=(const ConnectionSocket&) = delete;
     ~ConnectionSocket();
 
-    /// A new attempt to connect begins: whatever was interrupted before is over. Lets go of the
-    /// socket of an earlier connection.
-    void expect();
+    /// How often interrupt() has come so far. An attempt to connect asks at its very first moment,
+    /// before it waits for anything: what comes later is meant for it.
+    std::uint64_t interruptCount() const;
+
+    /// An attempt to connect begins that has found `interruptsBefore` at its first moment: those
+    /// are over, each later one holds for it. Lets go of the socket of an earlier connection.
+    void expect(std::uint64_t interruptsBefore);
 
     /// Duplicates the attempt's socket and keeps both from child processes; it is shut down at once
     /// when interrupt() came meanwhile.
@@ -31,6 +36,9 @@ public:
     /// Shuts the connection down, now or as soon as it is attached.
     void interrupt() noexcept;
 
+    /// Whether interrupt() has come since the first moment of the attempt.
+    bool isInterrupted() const;
+
     /// Whether the peer has closed the connection, or it was shut down or broke: nothing will
     /// arrive after what has arrived. False without a socket.
     bool isAtEnd() const;
@@ -41,7 +49,8 @@ public:
 private:
     mutable std::mutex mutex_;
     int socket_ = -1;
-    bool interrupted_ = false;
+    std::uint64_t interrupts_ = 0;
+    std::uint64_t interruptsBefore_ = 0;
 };
 
 } // namespace Tarnis

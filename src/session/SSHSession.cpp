@@ -69,14 +69,34 @@ void SSHSession::noticeLostConnection()
     // Under the lock, or a connection that another thread makes meanwhile would be taken for lost.
     const auto lock = session_->getLock();
     if (hasBits(state_->load(), connectedBit) && !isSessionConnected()) {
-        connection_->noteLoss();
-        state_->exchange(RemoteSessionState::Disconnected);
+        leaveConnection();
     }
+}
+
+/// Whoever connects again has done with what the last connection brought, read or unread.
+void SSHSession::leaveEndedConnection()
+{
+    if (!hasBits(state_->load(), connectedBit)) {
+        return;
+    }
+    const auto lock = session_->getLock();
+    if (hasBits(state_->load(), connectedBit) && connection_->isAtEnd(*session_)) {
+        leaveConnection();
+    }
+}
+
+/// To be called under the lock.
+void SSHSession::leaveConnection()
+{
+    connection_->noteLoss();
+    state_->exchange(RemoteSessionState::Disconnected);
 }
 
 bool SSHSession::do_connect()
 {
-    if (do_getState() != RemoteSessionState::Disconnected) {
+    const auto interruptsBefore = connection_->interruptCount();
+    leaveEndedConnection();
+    if (state_->load() != RemoteSessionState::Disconnected) {
         return false;
     }
     const auto lock = session_->getLock();
@@ -85,16 +105,16 @@ bool SSHSession::do_connect()
         return false;
     }
     state_->exchange(RemoteSessionState::Connecting);
-    const int result = runConnect();
+    const int result = runConnect(interruptsBefore);
     state_->exchange(result == SSH_OK ? RemoteSessionState::HostAuthenticating
                                       : RemoteSessionState::Disconnected);
     return result == SSH_OK;
 }
 
 /// To be called under the lock.
-int SSHSession::runConnect()
+int SSHSession::runConnect(std::uint64_t interruptsBefore)
 {
-    if (!connection_->prepare(*session_)) {
+    if (!connection_->prepare(*session_, interruptsBefore)) {
         return SSH_ERROR;
     }
     const int result = callUnblocked(

@@ -86,9 +86,9 @@ OwnedSession copyOf(ssh_session used)
 
 } // namespace
 
-bool SSHSessionConnection::prepare(SSHHandleSession& session)
+bool SSHSessionConnection::prepare(SSHHandleSession& session, std::uint64_t interruptsBefore)
 {
-    socket_.expect();
+    socket_.expect(interruptsBefore);
     lost_ = false;
     if (used_ && !renew(session)) {
         return false;
@@ -132,9 +132,13 @@ std::optional<std::string> SSHSessionConnection::knownHostsFileOf(SSHHandleSessi
 
 int SSHSessionConnection::tryConnect(ssh_session session)
 {
+    // Once there is a socket, libssh finds it shut down and says so.
+    if (socket_.isInterrupted() && ssh_get_fd(session) < 0) {
+        return SSH_ERROR;
+    }
     const int result = ssh_connect(session);
     socket_.attach(ssh_get_fd(session));
-    return result;
+    return result == SSH_OK && socket_.isInterrupted() ? SSH_ERROR : result;
 }
 
 void SSHSessionConnection::giveUp(ssh_session session, int result)
@@ -158,10 +162,16 @@ void SSHSessionConnection::tuneSocket(ssh_session session)
     }
 }
 
+bool SSHSessionConnection::isAtEnd(SSHHandleSession& session) const
+{
+    return callLocked(session, ssh_is_connected) != 1 || socket_.isInterrupted() ||
+           socket_.isAtEnd();
+}
+
 bool SSHSessionConnection::isAlive(SSHHandleSession& session) const
 {
     const auto lock = session.getLock();
-    if (callLocked(session, ssh_is_connected) != 1) {
+    if (callLocked(session, ssh_is_connected) != 1 || socket_.isInterrupted()) {
         return false;
     }
     return !socket_.isAtEnd() || (socket_.hasUnread() && session.mayHaveUnreadOutput());

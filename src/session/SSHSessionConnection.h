@@ -4,6 +4,7 @@
 
 #include <libssh/libssh.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -15,18 +16,26 @@ class SSHHandleSession;
 /// Makes and unmakes the connection of a session: what has to be done around ssh_connect and
 /// ssh_disconnect so that both can be done again and again, and broken off.
 ///
-/// The session's lock must be held for every operation but interrupt().
+/// The session's lock must be held for every operation but interrupt() and interruptCount().
 class SSHSessionConnection
 {
 public:
+    /// How often interrupt() has come so far; needs no lock. For the first moment of an attempt.
+    std::uint64_t interruptCount() const { return socket_.interruptCount(); }
+
     /// Gets the handle's libssh session ready for an attempt: a fresh one with the same options
     /// where the present one was used before, as libssh connects each only once; no configuration
     /// files; no delayed sends. False: there is no memory for it; the present one is still in
     /// place. Throws handle_fatal_error("invalid") when the handle is invalid.
-    bool prepare(SSHHandleSession& session);
+    /// \param interruptsBefore interruptCount() at the attempt's first moment.
+    bool prepare(SSHHandleSession& session, std::uint64_t interruptsBefore);
 
-    /// One try of ssh_connect, in the session's blocking mode; its result.
+    /// One try of ssh_connect, in the session's blocking mode; its result, or SSH_ERROR once the
+    /// attempt was interrupted.
     int tryConnect(ssh_session session);
+
+    /// Whether interrupt() has come since the attempt's first moment.
+    bool isInterrupted() const { return socket_.isInterrupted(); }
 
     /// Gives a failed attempt up: closes its socket, and leaves an error text where libssh has
     /// none, as when the time was up.
@@ -36,8 +45,14 @@ public:
     /// two minutes, and sending never blocks.
     static void tuneSocket(ssh_session session);
 
-    /// Whether the connection stands. libssh takes note of its end only when it reads; this looks
-    /// at the socket too, without reading: what a command sent before the end must stay readable.
+    /// Whether nothing more will come over the connection: the server has ended it, it broke, or it
+    /// was interrupted. libssh takes note of its end only when it reads; this looks at the socket
+    /// too, without reading.
+    bool isAtEnd(SSHHandleSession& session) const;
+
+    /// Whether the connection stands, or may still be read: what a command sent before the server
+    /// ended it must stay readable. One that was interrupted here is given up with all that it
+    /// brought.
     bool isAlive(SSHHandleSession& session) const;
 
     /// Gives what was written and not yet sent half a second to leave.

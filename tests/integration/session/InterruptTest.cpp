@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <thread>
+
+#include <sys/ioctl.h>
 
 namespace TarnisTest {
 
@@ -60,6 +63,18 @@ protected:
 private:
     SSHSession session_;
 };
+
+/// What has arrived from the server and was not taken off the connection.
+int unreadBytes(std::uint16_t port)
+{
+    int bytes = 0;
+    for (const int socket : socketsConnectedTo(port)) {
+        int arrived = 0;
+        EXPECT_EQ(::ioctl(socket, FIONREAD, &arrived), 0);
+        bytes = std::max(bytes, arrived);
+    }
+    return bytes;
+}
 
 class InterruptDuringHandshake : public SessionInterrupt,
                                  public ::testing::WithParamInterface<Handshake>
@@ -176,6 +191,24 @@ TEST_F(SessionInterrupt, EndsAnIdleConnection)
     session().interrupt();
     EXPECT_EQ(session().getState(), State::Disconnected);
     EXPECT_TRUE(server.events().waitFor(ServerEvent::Kind::Disconnected));
+    expectDisconnectedAndUsable();
+}
+
+TEST_F(SessionInterrupt, EndsAConnectionThatBroughtOutputWhichNobodyRead)
+{
+    ScriptedPolicy policy;
+    policy.run = [](ScriptedChannel& channel) {
+        // More than libssh takes in together with the answer to the start.
+        channel.writeOutput(std::string(1'000'000, 'x'));
+        channel.waitForClose();
+    };
+    const ScriptedServer server(policy);
+    ASSERT_TRUE(logIn(server.port()));
+    const auto process = session().createProcess("anything");
+    ASSERT_NE(process, nullptr);
+    ASSERT_TRUE(process->start());
+    ASSERT_TRUE(waitUntil([&] { return unreadBytes(server.port()) > 0; }));
+    session().interrupt();
     expectDisconnectedAndUsable();
 }
 

@@ -189,21 +189,31 @@ WholeStream readWholeStream(const SSHProcess& process)
     }
 }
 
-TEST(LostConnectionScripted, LeavesTheOutputOfAFinishedProcessReadable)
+ScriptedPolicy writingThenDropping(const std::string& output)
 {
-    const std::string output = pseudoRandomBytes(1, 50'000);
     ScriptedPolicy policy;
-    policy.run = [&output](ScriptedChannel& channel) {
+    policy.run = [output](ScriptedChannel& channel) {
         channel.writeOutput(output);
         channel.finish(3);
         channel.dropConnection();
     };
-    const ScriptedServer server(policy);
-    SSHSession session;
+    return policy;
+}
+
+bool logInTo(SSHSession& session, const ScriptedServer& server)
+{
     address(session, server.port(), "anybody");
-    ASSERT_TRUE(connectTrusting(session));
-    ASSERT_EQ(authenticate(session, UserAuthenticatorPassword(ScriptedPolicy::kPassword)),
-              AuthenticateUserResult::Success);
+    return connectTrusting(session) &&
+           authenticate(session, UserAuthenticatorPassword(ScriptedPolicy::kPassword)) ==
+               AuthenticateUserResult::Success;
+}
+
+TEST(LostConnectionScripted, LeavesTheOutputOfAFinishedProcessReadable)
+{
+    const std::string output = pseudoRandomBytes(1, 50'000);
+    const ScriptedServer server(writingThenDropping(output));
+    SSHSession session;
+    ASSERT_TRUE(logInTo(session, server));
     const auto process = session.createProcess("anything");
     ASSERT_NE(process, nullptr);
     ASSERT_TRUE(process->start());
@@ -219,14 +229,26 @@ TEST(LostConnectionScripted, LeavesTheOutputOfAFinishedProcessReadable)
     EXPECT_TRUE(waitUntil([&] { return session.getState() == State::Disconnected; }));
 }
 
+TEST(LostConnectionScripted, IsLeftForANewOneThoughOutputIsUnread)
+{
+    const ScriptedServer server(writingThenDropping(pseudoRandomBytes(1, 50'000)));
+    SSHSession session;
+    ASSERT_TRUE(logInTo(session, server));
+    const auto process = session.createProcess("anything");
+    ASSERT_NE(process, nullptr);
+    ASSERT_TRUE(process->start());
+    ASSERT_TRUE(server.events().waitFor(ServerEvent::Kind::Disconnected));
+    EXPECT_TRUE(session.isConnected());
+    ASSERT_TRUE(waitUntil([&] { return logInTo(session, server); })) << session.getLastError();
+    EXPECT_EQ(session.getState(), State::Authenticated);
+    EXPECT_FALSE(process->isValid());
+}
+
 TEST(LostConnectionScripted, IsNoticedWhenTheServerDropsAnIdleSession)
 {
     ScriptedServer server;
     SSHSession session;
-    address(session, server.port(), "anybody");
-    ASSERT_TRUE(connectTrusting(session));
-    ASSERT_EQ(authenticate(session, UserAuthenticatorPassword(ScriptedPolicy::kPassword)),
-              AuthenticateUserResult::Success);
+    ASSERT_TRUE(logInTo(session, server));
     server.dropConnections();
     EXPECT_TRUE(waitUntil([&] { return !session.isAuthenticated(); }));
 }

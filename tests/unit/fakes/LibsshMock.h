@@ -47,6 +47,7 @@ public:
     MOCK_METHOD(socket_t, ssh_get_fd, (ssh_session));
     MOCK_METHOD(int, ssh_get_poll_flags, (ssh_session));
     MOCK_METHOD(const char*, ssh_get_error, (void*));
+    MOCK_METHOD(int, ssh_get_error_code, (void*));
     MOCK_METHOD(int, ssh_set_callbacks, (ssh_session, ssh_callbacks));
 
     MOCK_METHOD(int, ssh_options_set, (ssh_session, ssh_options_e, const void*));

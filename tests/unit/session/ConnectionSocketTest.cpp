@@ -57,7 +57,7 @@ protected:
 
 TEST_F(SecondDescriptor, InterruptsAConnectionThatIsAttached)
 {
-    socket.expect();
+    socket.expect(0);
     socket.attach(client.get());
     EXPECT_TRUE(peerSeesNoEnd());
     socket.interrupt();
@@ -66,16 +66,26 @@ TEST_F(SecondDescriptor, InterruptsAConnectionThatIsAttached)
 
 TEST_F(SecondDescriptor, InterruptsAConnectionThatIsAttachedLater)
 {
-    socket.expect();
+    socket.expect(0);
     socket.interrupt();
     EXPECT_TRUE(peerSeesNoEnd());
     socket.attach(client.get());
     EXPECT_TRUE(peerSeesTheEnd());
 }
 
+TEST_F(SecondDescriptor, InterruptsAnAttemptThatHasNotComeToExpectAConnectionYet)
+{
+    const auto before = socket.interruptCount();
+    socket.interrupt();
+    socket.expect(before);
+    EXPECT_TRUE(socket.isInterrupted());
+    socket.attach(client.get());
+    EXPECT_TRUE(peerSeesTheEnd());
+}
+
 TEST_F(SecondDescriptor, InterruptFreesAThreadThatIsBlockedOnTheConnection)
 {
-    socket.expect();
+    socket.expect(0);
     socket.attach(client.get());
     const Background blocked([this] {
         char byte = 0;
@@ -89,10 +99,11 @@ TEST_F(SecondDescriptor, InterruptFreesAThreadThatIsBlockedOnTheConnection)
 TEST_F(SecondDescriptor, ANewAttemptIsNotInterruptedByAnEarlierInterrupt)
 {
     socket.interrupt();
-    socket.expect();
+    socket.expect(socket.interruptCount());
     socket.attach(client.get());
     EXPECT_TRUE(peerSeesNoEnd());
     EXPECT_FALSE(socket.isAtEnd());
+    EXPECT_FALSE(socket.isInterrupted());
 }
 
 TEST_F(SecondDescriptor, InterruptWithoutAConnectionDoesNothing)
@@ -132,7 +143,7 @@ TEST_F(SecondDescriptor, LetsGoOfAnEarlierConnectionWhenANewOneIsExpected)
 {
     socket.attach(client.get());
     client = UniqueFd();
-    socket.expect();
+    socket.expect(0);
     EXPECT_TRUE(peerSeesTheEnd());
 }
 
@@ -222,7 +233,7 @@ TEST_F(SecondDescriptor, MayBeInterruptedWhileItIsAttached)
         const UniqueFd oneClient = connectToLoopback(localPort(listener));
         const UniqueFd oneServer = acceptConnection(listener);
         ConnectionSocket one;
-        one.expect();
+        one.expect(0);
         {
             const Background attaching([&] { one.attach(oneClient.get()); });
             const Background interrupting([&] { one.interrupt(); });

@@ -543,6 +543,31 @@ TEST_F(SessionWithSocket, IsConnectedWhileOutputThatCameBeforeTheEndIsUnread)
     EXPECT_FALSE(session.isConnected());
 }
 
+TEST_F(SessionWithSocket, ConnectsAgainThoughOutputFromBeforeTheEndIsUnread)
+{
+    const auto process = session.createProcess("command");
+    ASSERT_TRUE(process->start());
+    ASSERT_EQ(::send(server.get(), "x", 1, 0), 1);
+    peerCloses();
+    ASSERT_TRUE(session.isConnected());
+    EXPECT_CALL(libssh, ssh_options_copy(fakeSession(0), _))
+        .WillOnce(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
+    EXPECT_TRUE(session.connect());
+    EXPECT_FALSE(process->isValid());
+}
+
+TEST_F(SessionWithSocket, IsNotConnectedAfterAnInterruptThoughOutputIsUnread)
+{
+    const auto process = session.createProcess("command");
+    ASSERT_TRUE(process->start());
+    ASSERT_EQ(::send(server.get(), "x", 1, 0), 1);
+    pollfd arriving{client.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&arriving, 1, 60'000), 1);
+    session.interrupt();
+    EXPECT_FALSE(session.isConnected());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
 TEST_F(SessionWithSocket, IsShutDownByAnInterrupt)
 {
     session.interrupt();
@@ -570,6 +595,70 @@ TEST_F(SessionWithSocket, LetsGoOfTheSocketWhenItDisconnects)
     client.reset();
     char byte = 0;
     EXPECT_EQ(::recv(server.get(), &byte, 1, 0), 0);
+}
+
+TEST_F(ConnectedSession, IsInterruptedInTheFirstMomentsOfTheNextConnect)
+{
+    ON_CALL(libssh, ssh_options_copy)
+        .WillByDefault(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
+    // The first thing that connect() asks libssh, before it expects any connection.
+    EXPECT_CALL(libssh, ssh_is_connected)
+        .WillOnce([this](auto...) {
+            session.interrupt();
+            libssh.connected = 0;
+            return 0;
+        })
+        .WillRepeatedly(DoDefault());
+    EXPECT_CALL(libssh, ssh_connect).Times(0);
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(Session, IsInterruptedBeforeItBeginsToConnect)
+{
+    EXPECT_CALL(libssh, ssh_options_set).WillRepeatedly([this](auto...) {
+        session.interrupt();
+        return SSH_OK;
+    });
+    EXPECT_CALL(libssh, ssh_connect).Times(0);
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(Session, IsInterruptedWhileLibsshConnects)
+{
+    EXPECT_CALL(libssh, ssh_connect).WillOnce([this](auto...) {
+        session.interrupt();
+        libssh.connected = 1;
+        return SSH_OK;
+    });
+    EXPECT_CALL(libssh, ssh_silent_disconnect(fakeSession())).WillOnce(DoDefault());
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(Session, IsInterruptedBetweenTwoTriesToConnect)
+{
+    EXPECT_CALL(libssh, ssh_connect).WillOnce(Return(SSH_AGAIN)).WillOnce([this](auto...) {
+        session.interrupt();
+        return SSH_AGAIN;
+    });
+    EXPECT_FALSE(session.connect());
+}
+
+TEST_F(Session, ConnectsAfterAnInterruptedAttempt)
+{
+    EXPECT_CALL(libssh, ssh_connect)
+        .WillOnce([this](auto...) {
+            session.interrupt();
+            return SSH_AGAIN;
+        })
+        .WillOnce(DoDefault());
+    EXPECT_FALSE(session.connect());
+    EXPECT_CALL(libssh, ssh_options_copy(fakeSession(0), _))
+        .WillOnce(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
+    EXPECT_TRUE(session.connect());
+    EXPECT_TRUE(session.isConnected());
 }
 
 TEST_F(Session, InterruptWithoutAConnectionDoesNotHarmTheNextOne)
