@@ -47,6 +47,7 @@ public:
     MOCK_METHOD(socket_t, ssh_get_fd, (ssh_session));
     MOCK_METHOD(int, ssh_get_poll_flags, (ssh_session));
     MOCK_METHOD(const char*, ssh_get_error, (void*));
+    MOCK_METHOD(int, ssh_get_error_code, (void*));
     MOCK_METHOD(int, ssh_set_callbacks, (ssh_session, ssh_callbacks));
 
     MOCK_METHOD(int, ssh_options_set, (ssh_session, ssh_options_e, const void*));
@@ -79,6 +80,7 @@ public:
     MOCK_METHOD(int, ssh_channel_close, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_open, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_eof, (ssh_channel));
+    MOCK_METHOD(int, ssh_channel_is_closed, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_send_eof, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_get_exit_status, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_poll, (ssh_channel, int));
