@@ -79,6 +79,16 @@ public:
 
     bool hasBulkWriters() const noexcept { return bulkWriters_ > 0; }
 
+    /// Whether the channel or the connection was seen at its end: no call can succeed any more. The
+    /// handle keeps what it owns, as others may be using it, until it is invalidated.
+    bool isLost() const noexcept { return *lost_; }
+
+    /// To be set by whoever sees that end; shared with the open files. The reference is good for
+    /// the handle's life.
+    std::atomic<bool>& lossMark() const noexcept { return *lost_; }
+
+    const std::shared_ptr<std::atomic<bool>>& sharedLossMark() const noexcept { return lost_; }
+
 protected:
     void do_invalidate() override;
 
@@ -86,6 +96,7 @@ private:
     std::atomic<LinkPathOrder> linkPathOrder_{LinkPathOrder::Unknown};
     std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
     std::atomic<int> bulkWriters_{0};
+    std::shared_ptr<std::atomic<bool>> lost_ = std::make_shared<std::atomic<bool>>(false);
 };
 
 } // namespace Tarnis

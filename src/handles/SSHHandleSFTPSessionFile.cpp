@@ -4,6 +4,7 @@ namespace Tarnis {
 
 SSHHandleSFTPSessionFile::SSHHandleSFTPSessionFile(SSHHandleSFTPSession* sftp, sftp_file file)
     : SSHHandleObjectWrapper(sftp, file)
+    , lost_(sftp != nullptr ? sftp->sharedLossMark() : std::make_shared<std::atomic<bool>>(false))
 {}
 
 SSHHandleSFTPSessionFile::~SSHHandleSFTPSessionFile()

@@ -9,6 +9,8 @@
 #include <libssh/libssh.h>
 #include <libssh/sftp.h>
 
+#include <atomic>
+#include <memory>
 #include <mutex>
 
 namespace Tarnis {
@@ -49,6 +51,13 @@ public:
         return static_cast<SSHHandleSFTPSession*>(getParent());
     }
 
+    /// Whether the channel or the connection of the SFTP session was seen at its end, also when
+    /// both handles are invalid by now.
+    bool isLost() const noexcept { return *lost_; }
+
+    /// As the SFTP session's.
+    std::atomic<bool>& lossMark() const noexcept { return *lost_; }
+
 protected:
     void do_invalidate() override;
 
@@ -59,6 +68,7 @@ private:
     // look alone.
     mutable std::mutex looking_;
     bool committed_ = false;
+    std::shared_ptr<std::atomic<bool>> lost_;
 };
 
 } // namespace Tarnis

@@ -1,6 +1,6 @@
 #include "sftp/SFTPDirectory.h"
 
-#include "handles/SSHCall.h"
+#include "sftp/SFTPCall.h"
 
 #include <Tarnis/SSHDefaultDeleter.h>
 
@@ -10,6 +10,9 @@
 namespace Tarnis {
 
 namespace {
+
+// So many replies in a row may hold no entry before the server counts as broken.
+constexpr int mostEmptyReplies = 100;
 
 /// Forgets the server's handle of the directory: closing it then asks the server for nothing and
 /// only frees memory.
@@ -41,6 +44,20 @@ void copyErrorText(ssh_session from, ssh_session to) noexcept
     }
 }
 
+/// Lets go of a reply that says that it holds no entry. libssh takes that for an error and would
+/// look into the same reply again for ever; without the reply, it asks for the next one. Relies on
+/// sftp_dir_struct being public and on a reply staying in `buffer` until its last entry was read:
+/// so in 0.10 to 0.12.
+bool dropEmptyReply(sftp_dir directory) noexcept
+{
+    if (directory->buffer == nullptr || directory->count != 0) {
+        return false;
+    }
+    ssh_buffer_free(directory->buffer);
+    directory->buffer = nullptr;
+    return true;
+}
+
 /// Reads an entry without its owner's and its group's names.
 ///
 /// From OpenSSH, libssh takes these out of the line that "ls -l" would print. Where that line is
@@ -65,7 +82,8 @@ sftp_attributes readEntry(sftp_dir directory, ssh_session unconnected) noexcept
 
 SFTPDirectory::SFTPDirectory(std::shared_ptr<SSHHandleSFTPSession> sftp, const std::string& path)
     : sftp_(std::move(sftp))
-    , directory_(callLocked(*sftp_, sftp_opendir, path.c_str()))
+    , path_(path)
+    , directory_(callSftp(*sftp_, path, sftp_opendir, path.c_str()))
     , unconnected_(directory_ != nullptr ? ssh_new() : nullptr)
 {}
 
@@ -73,7 +91,7 @@ SFTPDirectory::~SFTPDirectory()
 {
     try {
         const auto lock = sftp_->getLock();
-        close(directory_, sftp_->getResource() == nullptr);
+        close(directory_, sftp_->getResource() == nullptr || sftp_->isLost());
     } catch (...) {
         // Without the lock, nothing of libssh's may be touched: the memory is lost.
     }
@@ -84,8 +102,47 @@ SFTPAttributes SFTPDirectory::next()
     if (directory_ == nullptr) {
         return nullptr;
     }
-    return SFTPAttributes(callLocked(
-        *sftp_, [this](sftp_session) { return readEntry(directory_, unconnected_.get()); }));
+    for (int emptyReplies = 0; emptyReplies <= mostEmptyReplies; ++emptyReplies) {
+        if (sftp_->isLost()) {
+            failForLostSftp(path_);
+            return nullptr;
+        }
+        // Others get their turn before the server is asked again.
+        const Reading reading = callLocked(*sftp_, [this](sftp_session raw) { return read(raw); });
+        if (!reading.wasEmptyReply) {
+            return SFTPAttributes(reading.entry);
+        }
+    }
+    FileSystem::fail(FileSystem::FailureCode::Protocol, FileSystem::FailureSource::Server, 0,
+                     "the server goes on answering without a name", path_);
+    return nullptr;
+}
+
+SFTPDirectory::Reading SFTPDirectory::read(sftp_session sftp)
+{
+    sftp->errnum = SSH_FX_OK;
+    Reading reading{readEntry(directory_, unconnected_.get())};
+    if (reading.entry == nullptr && directory_->eof == 0) {
+        reading.wasEmptyReply = dropEmptyReply(directory_);
+        if (!reading.wasEmptyReply) {
+            noteFailure(sftp);
+        }
+    }
+    return reading;
+}
+
+/// As noteSftpFailure(), but libssh tells no answers here from what it finds wrong by itself, and
+/// drops the text that came with a status.
+void SFTPDirectory::noteFailure(sftp_session sftp) const
+{
+    const bool isLost = markIfLost(sftp, sftp_->lossMark());
+    if (sftp->errnum > SSH_FX_EOF) {
+        failBySftpStatus(static_cast<std::uint32_t>(sftp->errnum), {}, path_);
+        return;
+    }
+    FileSystem::fail(isLost ? FileSystem::FailureCode::ConnectionLost
+                            : FileSystem::FailureCode::Protocol,
+                     FileSystem::FailureSource::Transport, 0, sftpErrorText(sftp), path_);
 }
 
 bool SFTPDirectory::isAtEnd() const

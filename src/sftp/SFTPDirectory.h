@@ -17,8 +17,8 @@ namespace Tarnis {
 class SFTPDirectory
 {
 public:
-    /// Opens the directory; blocks until the server has answered. Throws
-    /// handle_fatal_error("invalid") when the handle is invalid.
+    /// Opens the directory; blocks until the server has answered. Notes why that failed, as next()
+    /// does. Throws handle_fatal_error("invalid") when the handle is invalid.
     SFTPDirectory(std::shared_ptr<SSHHandleSFTPSession> sftp, const std::string& path);
     SFTPDirectory(const SFTPDirectory&) = delete;
     SFTPDirectory& operator=(const SFTPDirectory&) = delete;
@@ -27,14 +27,25 @@ public:
     ~SFTPDirectory();
 
     /// The next entry, in the server's order. Null: there are no more, the reading failed, or the
-    /// directory could not be opened. Blocks and throws as the constructor does.
+    /// directory could not be opened. A reply without any entry is not the end: the server is asked
+    /// again, a bounded number of times. Blocks and throws as the constructor does.
     SFTPAttributes next();
 
     /// Whether the server has said that there are no more entries.
     bool isAtEnd() const;
 
 private:
+    struct Reading
+    {
+        sftp_attributes entry = nullptr;
+        bool wasEmptyReply = false;
+    };
+
+    Reading read(sftp_session sftp);
+    void noteFailure(sftp_session sftp) const;
+
     std::shared_ptr<SSHHandleSFTPSession> sftp_;
+    std::string path_;
     sftp_dir directory_ = nullptr;
     /// Never connected to anything.
     std::unique_ptr<ssh_session_struct, ssh_default_deleter<ssh_session_struct>> unconnected_;

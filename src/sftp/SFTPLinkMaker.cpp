@@ -1,6 +1,6 @@
 #include "sftp/SFTPLinkMaker.h"
 
-#include "handles/SSHCall.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPLinkTarget.h"
 #include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPServerKind.h"
@@ -76,7 +76,7 @@ SFTPLinkMaker::Answer SFTPLinkMaker::attempt(Order order, const std::string& tar
     const bool exchanged = order == Order::Exchanged;
     const char* const first = exchanged ? linkPath.c_str() : target.c_str();
     const char* const second = exchanged ? target.c_str() : linkPath.c_str();
-    if (callLocked(sftp_, sftp_symlink, first, second) != SSH_OK) {
+    if (callSftp(sftp_, linkPath, sftp_symlink, first, second) != SSH_OK) {
         return Answer::Refused;
     }
     if (!isLink(linkPath)) {
@@ -112,7 +112,7 @@ bool SFTPLinkMaker::isLink(const std::string& path)
 
 void SFTPLinkMaker::remove(const std::string& path)
 {
-    static_cast<void>(callLocked(sftp_, sftp_unlink, path.c_str()));
+    static_cast<void>(callSftp(sftp_, path, sftp_unlink, path.c_str()));
 }
 
 } // namespace Tarnis

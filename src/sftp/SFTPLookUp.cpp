@@ -1,7 +1,6 @@
 #include "sftp/SFTPLookUp.h"
 
-#include "handles/SSHCall.h"
-#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPLinkTarget.h"
 #include "sftp/SFTPServerKind.h"
 
@@ -22,7 +21,7 @@ bool isModSftp(SSHHandleSFTPSession& sftp)
 
 SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& path)
 {
-    return SFTPAttributes(callLocked(sftp, sftp_lstat, path.c_str()));
+    return SFTPAttributes(callSftp(sftp, path, sftp_lstat, path.c_str()));
 }
 
 /// What a link says whose target's attributes the server has told in place of its own.
@@ -30,7 +29,7 @@ std::optional<std::string> followedLink(SSHHandleSFTPSession& sftp, const std::s
                                         const SFTPAttributes& told)
 {
     const bool mayBeFollowed = told != nullptr && !isLinkMode(told->permissions) && isModSftp(sftp);
-    return mayBeFollowed ? readLinkTarget(sftp, path) : std::nullopt;
+    return mayBeFollowed ? readLinkTarget(sftp, path, SFTPNotes::LossOnly) : std::nullopt;
 }
 
 } // namespace

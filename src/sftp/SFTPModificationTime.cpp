@@ -1,13 +1,15 @@
 #include "sftp/SFTPModificationTime.h"
 
-#include "handles/SSHCall.h"
-#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
 
 #include <cstdint>
 #include <limits>
 
 namespace Tarnis {
+
+using FileSystem::fail;
+using FileSystem::FailureCode;
 
 namespace {
 
@@ -27,7 +29,7 @@ void setTime(sftp_attributes_struct& attributes, const SFTPTime& time, std::uint
 
 bool write(SSHHandleSFTPSession& sftp, const std::string& path, const SFTPAttributes& attributes)
 {
-    return callLocked(sftp, sftp_setstat, path.c_str(), attributes.get()) == SSH_OK;
+    return callSftp(sftp, path, sftp_setstat, path.c_str(), attributes.get()) == SSH_OK;
 }
 
 /// Whether the server told the times at all.
@@ -36,16 +38,16 @@ bool hasTimes(const sftp_attributes_struct& attributes) noexcept
     return (attributes.flags & (SSH_FILEXFER_ATTR_ACMODTIME | SSH_FILEXFER_ATTR_MODIFYTIME)) != 0;
 }
 
-bool hasTime(const SFTPAttributes& attributes, const SFTPTime& time) noexcept
+bool hasTime(const sftp_attributes_struct& attributes, const SFTPTime& time) noexcept
 {
-    return attributes != nullptr && hasTimes(*attributes) && attributes->mtime == time.seconds;
+    return hasTimes(attributes) && attributes.mtime == time.seconds;
 }
 
 /// Whether the time can be set in the form of version 3, which names the access time too and
 /// follows a link.
-bool canWriteBothTimes(const SFTPAttributes& attributes, const SFTPTime& time) noexcept
+bool canWriteBothTimes(const sftp_attributes_struct& attributes, const SFTPTime& time) noexcept
 {
-    return attributes != nullptr && hasTimes(*attributes) && !isLinkMode(attributes->permissions) &&
+    return hasTimes(attributes) && !isLinkMode(attributes.permissions) &&
            time.seconds <= std::numeric_limits<std::uint32_t>::max();
 }
 
@@ -64,14 +66,22 @@ bool setModificationTime(SSHHandleSFTPSession& sftp, const std::string& path,
     // An answer of success proves nothing: version 3 cannot carry this form, and libssh sends it
     // empty.
     attributes = lookUp(sftp, path);
-    if (accepted && hasTime(attributes, wanted)) {
+    if (accepted && attributes != nullptr && hasTime(*attributes, wanted)) {
         return true;
     }
-    if (!canWriteBothTimes(attributes, wanted)) {
+    if (attributes == nullptr) {
         return false;
     }
+    if (!canWriteBothTimes(*attributes, wanted)) {
+        return fail(FailureCode::Unsupported, {}, path);
+    }
     setTime(*attributes, wanted, bothTimes);
-    return write(sftp, path, attributes) && hasTime(lookUp(sftp, path), wanted);
+    if (!write(sftp, path, attributes)) {
+        return false;
+    }
+    attributes = lookUp(sftp, path);
+    return attributes != nullptr &&
+           (hasTime(*attributes, wanted) || fail(FailureCode::NotKept, {}, path));
 }
 
 } // namespace Tarnis

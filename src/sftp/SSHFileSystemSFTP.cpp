@@ -1,7 +1,5 @@
-#include "handles/SSHCall.h"
-#include "handles/SSHHandleSFTPSession.h"
-#include "handles/SSHHandleSFTPSessionFile.h"
 #include "handles/SSHSessionOptions.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPModificationTime.h"
 #include "sftp/SFTPReplacingRename.h"
@@ -16,6 +14,8 @@
 
 namespace Tarnis {
 
+using FileSystem::fail;
+using FileSystem::FailureCode;
 using FileSystem::PosixFilePermissionFlag;
 using FileSystem::StorageSystemFileOpenModeFlag;
 
@@ -74,7 +74,11 @@ std::shared_ptr<SSHHandleSFTPSession> SSHFileSystemSFTP::handle() const
 std::shared_ptr<SSHHandleSFTPSession> SSHFileSystemSFTP::validHandle() const
 {
     auto sftp = handle();
-    return do_isValid() ? sftp : nullptr;
+    if (sftp != nullptr && sftp->isValid() && !sftp->isLost()) {
+        return sftp;
+    }
+    failForLostSftp({});
+    return nullptr;
 }
 
 unsigned long long SSHFileSystemSFTP::maxReadPackageSize() const
@@ -94,7 +98,7 @@ std::optional<std::string> SSHFileSystemSFTP::startDirectory() const
         return std::nullopt;
     }
     const std::unique_ptr<char, ssh_default_deleter<char>> path(
-        callLocked(*sftp, sftp_canonicalize_path, "."));
+        callSftp(*sftp, ".", sftp_canonicalize_path, "."));
     return path != nullptr ? std::make_optional<std::string>(path.get()) : std::nullopt;
 }
 
@@ -117,7 +121,7 @@ FileSystem::StorageSystemType SSHFileSystemSFTP::do_getType() const
 bool SSHFileSystemSFTP::do_isValid() const
 {
     const auto sftp = handle();
-    return sftp != nullptr && sftp->isValid();
+    return sftp != nullptr && sftp->isValid() && !sftp->isLost();
 }
 
 std::uint64_t SSHFileSystemSFTP::do_recommendedReadBufferSize() const
@@ -142,10 +146,13 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
 {
     const auto sftp = handle();
     if (!isValid() || sftp == nullptr) {
+        failForLostSftp(path);
         return nullptr;
     }
-    auto file = sftp->openFile(path, FileSystem::storageSystemFileOpenModeToPosixMode(mode),
-                               permissions.raw());
+    auto file = callSftp(*sftp, path, [&](sftp_session) {
+        return sftp->openFile(path, FileSystem::storageSystemFileOpenModeToPosixMode(mode),
+                              permissions.raw());
+    });
     if (file == nullptr) {
         return nullptr;
     }
@@ -155,7 +162,7 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
 bool SSHFileSystemSFTP::do_fileRemove(const std::string& path) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr && callLocked(*sftp, sftp_unlink, path.c_str()) == SSH_OK;
+    return sftp != nullptr && callSftp(*sftp, path, sftp_unlink, path.c_str()) == SSH_OK;
 }
 
 bool SSHFileSystemSFTP::do_fileRenameAs(const std::string& path, const std::string& newPath) const
@@ -163,7 +170,7 @@ bool SSHFileSystemSFTP::do_fileRenameAs(const std::string& path, const std::stri
     const auto sftp = validHandle();
     // Better not at all than something else than what was named.
     return sftp != nullptr && !isFollowedByRename(*sftp, path) &&
-           callLocked(*sftp, sftp_rename, path.c_str(), newPath.c_str()) == SSH_OK;
+           callSftp(*sftp, path, sftp_rename, path.c_str(), newPath.c_str()) == SSH_OK;
 }
 
 bool SSHFileSystemSFTP::do_fileSetPermissions(
@@ -171,14 +178,15 @@ bool SSHFileSystemSFTP::do_fileSetPermissions(
 {
     const auto sftp = validHandle();
     return sftp != nullptr &&
-           callLocked(*sftp, sftp_chmod, path.c_str(), permissions.raw()) == SSH_OK;
+           callSftp(*sftp, path, sftp_chmod, path.c_str(), permissions.raw()) == SSH_OK;
 }
 
 bool SSHFileSystemSFTP::do_fileSetModTime(const std::string& path,
                                           const FileSystem::StorageSystemTimePoint time) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr && !path.empty() && setModificationTime(*sftp, path, time);
+    return sftp != nullptr && (!path.empty() || fail(FailureCode::BadName)) &&
+           setModificationTime(*sftp, path, time);
 }
 
 bool SSHFileSystemSFTP::do_directoryCreateAs(
@@ -186,16 +194,19 @@ bool SSHFileSystemSFTP::do_directoryCreateAs(
     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     const auto sftp = validHandle();
-    if (sftp == nullptr || (exclusive && directoryExists(path, true))) {
+    if (sftp == nullptr) {
         return false;
     }
-    return callLocked(*sftp, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
+    if (exclusive && directoryExists(path, true)) {
+        return fail(FailureCode::Exists, {}, path);
+    }
+    return callSftp(*sftp, path, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
 }
 
 bool SSHFileSystemSFTP::do_directoryRemove(const std::string& path) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr && callLocked(*sftp, sftp_rmdir, path.c_str()) == SSH_OK;
+    return sftp != nullptr && callSftp(*sftp, path, sftp_rmdir, path.c_str()) == SSH_OK;
 }
 
 } // namespace Tarnis

@@ -1,6 +1,5 @@
-#include "handles/SSHCall.h"
-#include "handles/SSHHandleSFTPSessionFile.h"
 #include "sftp/SFTPBulkTransfer.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPReplies.h"
 
 #include <Tarnis/SSHFileSystemSFTP.h>
@@ -31,13 +30,13 @@ struct ReadRequest
 };
 
 /// Sends a request for each package of the range. False: one could not be sent, nor any after it.
-bool issueReads(SSHHandleSFTPSessionFile& file, std::uint64_t size, std::uint32_t package,
-                std::vector<ReadRequest>& requests)
+bool issueReads(SSHHandleSFTPSessionFile& file, const std::string& path, std::uint64_t size,
+                std::uint32_t package, std::vector<ReadRequest>& requests)
 {
     for (std::uint64_t issued = 0; issued < size; issued += package) {
         const auto length =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(package, size - issued));
-        const int id = callLocked(file, sftp_async_read_begin, length);
+        const int id = callSftp(file, path, sftp_async_read_begin, length);
         if (id < 0) {
             return false;
         }
@@ -104,11 +103,15 @@ bool SSHFileSystemSFTPFile::do_eof() const
 
 bool SSHFileSystemSFTPFile::do_seek(std::uint64_t offset) const
 {
-    return callLocked(*file_, sftp_seek64, offset) == SSH_OK;
+    return callSftp(*file_, fileId_, sftp_seek64, offset) == SSH_OK;
 }
 
 std::optional<std::uint64_t> SSHFileSystemSFTPFile::do_tell()
 {
+    if (file_->isLost()) {
+        failForLostSftp(fileId_);
+        return std::nullopt;
+    }
     return callLocked(*file_, sftp_tell64);
 }
 
@@ -121,11 +124,12 @@ std::uint64_t SSHFileSystemSFTPFile::do_read(char* buffer, std::uint64_t size) c
 {
     const auto package = static_cast<std::uint32_t>(maxReadPackageSize());
     std::vector<ReadRequest> requests;
-    bool failed = !issueReads(*file_, size, package, requests);
+    bool failed = !issueReads(*file_, fileId_, size, package, requests);
     std::uint64_t total = 0;
     char* destination = buffer;
     for (const auto& request : requests) {
-        const int count = callLocked(*file_, collectRead, destination, request.length, request.id);
+        const int count =
+            callSftp(*file_, fileId_, collectRead, destination, request.length, request.id);
         destination += request.length;
         if (count < 0) {
             failed = true;
@@ -141,7 +145,7 @@ std::uint64_t SSHFileSystemSFTPFile::do_write(const char* buffer, std::uint64_t 
     std::uint64_t done = 0;
     while (done < size) {
         const std::size_t length = std::min<std::uint64_t>(size - done, maxWritePackageSize());
-        const ssize_t written = callLocked(*file_, sftp_write, buffer + done, length);
+        const ssize_t written = callSftp(*file_, fileId_, sftp_write, buffer + done, length);
         if (written < 0) {
             return 0;
         }

@@ -1,13 +1,14 @@
 // What a path is, and the room on the volume that holds it.
 
-#include "handles/SSHCall.h"
-#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
 
 #include <Tarnis/SSHFileSystemSFTP.h>
 
 namespace Tarnis {
 
+using FileSystem::fail;
+using FileSystem::FailureCode;
 using FileSystem::StorageSystemFileInfo;
 using FileSystem::StorageSystemStorageInfo;
 
@@ -20,17 +21,15 @@ SFTPAttributes anyAttributes(SSHHandleSFTPSession& sftp, const std::string& path
 {
     SFTPAttributes attributes = lookUp(sftp, path);
     if (attributes == nullptr) {
-        attributes.reset(callLocked(sftp, sftp_stat, path.c_str()));
+        attributes.reset(callSftp(sftp, path, sftp_stat, path.c_str()));
     }
     return attributes;
 }
 
 /// Some servers end the SFTP session at an extension that they did not offer.
-sftp_statvfs_t readVolume(sftp_session sftp, const char* path)
+bool offersVolumes(sftp_session sftp)
 {
-    return sftp_extension_supported(sftp, "statvfs@openssh.com", "2") != 0
-               ? sftp_statvfs(sftp, path)
-               : nullptr;
+    return sftp_extension_supported(sftp, "statvfs@openssh.com", "2") != 0;
 }
 
 StorageSystemStorageInfo figuresOf(const sftp_statvfs_struct& volume) noexcept
@@ -44,7 +43,11 @@ StorageSystemStorageInfo figuresOf(const sftp_statvfs_struct& volume) noexcept
 std::optional<StorageSystemFileInfo> SSHFileSystemSFTP::do_fileInfo(const std::string& path) const
 {
     const auto sftp = validHandle();
-    if (sftp == nullptr || path.empty()) {
+    if (sftp == nullptr) {
+        return std::nullopt;
+    }
+    if (path.empty()) {
+        fail(FailureCode::BadName);
         return std::nullopt;
     }
     const SFTPAttributes attributes = lookUp(*sftp, path);
@@ -66,7 +69,11 @@ std::optional<StorageSystemStorageInfo>
 SSHFileSystemSFTP::do_fileStorageInfo(const std::string& path) const
 {
     const auto sftp = validHandle();
-    if (sftp == nullptr || path.empty()) {
+    if (sftp == nullptr) {
+        return std::nullopt;
+    }
+    if (path.empty()) {
+        fail(FailureCode::BadName);
         return std::nullopt;
     }
     std::string existing = path;
@@ -83,7 +90,11 @@ SSHFileSystemSFTP::do_fileStorageInfo(const std::string& path) const
     if (directory.empty()) {
         return std::nullopt;
     }
-    const SFTPVolume volume(callLocked(*sftp, readVolume, directory.c_str()));
+    if (!callLocked(*sftp, offersVolumes)) {
+        fail(FailureCode::Unsupported, {}, directory);
+        return std::nullopt;
+    }
+    const SFTPVolume volume(callSftp(*sftp, directory, sftp_statvfs, directory.c_str()));
     return volume != nullptr ? std::optional(figuresOf(*volume)) : std::nullopt;
 }
 

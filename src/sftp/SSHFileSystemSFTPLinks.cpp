@@ -1,7 +1,6 @@
 // Symbolic links: making, reading and removing them.
 
-#include "handles/SSHCall.h"
-#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPLinkMaker.h"
 #include "sftp/SFTPLinkTarget.h"
 
@@ -10,10 +9,11 @@
 
 namespace Tarnis {
 
-std::optional<std::string> readLinkTarget(SSHHandleSFTPSession& sftp, const std::string& path)
+std::optional<std::string> readLinkTarget(SSHHandleSFTPSession& sftp, const std::string& path,
+                                          SFTPNotes notes)
 {
     const std::unique_ptr<char, ssh_default_deleter<char>> text(
-        callLocked(sftp, sftp_readlink, path.c_str()));
+        callSftpNoting(notes, sftp, path, sftp_readlink, path.c_str()));
     return text != nullptr ? std::optional<std::string>(text.get()) : std::nullopt;
 }
 
@@ -22,7 +22,7 @@ bool SSHFileSystemSFTP::do_fileSymbolicLinkCreateAs(const std::string& target,
                                                     bool failIfLinkExists) const
 {
     if (failIfLinkExists && fileIsSymbolicLink(linkPath)) {
-        return false;
+        return FileSystem::fail(FileSystem::FailureCode::Exists, {}, linkPath);
     }
     return replaceByLink(target, linkPath);
 }
@@ -32,7 +32,7 @@ bool SSHFileSystemSFTP::do_directorySymbolicLinkCreateAs(const std::string& targ
                                                          bool failIfLinkExists) const
 {
     if (failIfLinkExists && directoryIsSymbolicLink(linkPath)) {
-        return false;
+        return FileSystem::fail(FileSystem::FailureCode::Exists, {}, linkPath);
     }
     return replaceByLink(target, linkPath);
 }

@@ -5,6 +5,7 @@
 #include "sftp/SFTPDirectory.h"
 #include "sftp/SFTPNameFilter.h"
 
+#include <FileSystem/FailureScope.h>
 #include <Tarnis/SSHFileSystemSFTP.h>
 
 #include <set>
@@ -25,7 +26,7 @@ template <class Keep>
 bool forEachEntry(const Handle& sftp, const std::string& path, Keep keep)
 {
     if (path.empty()) {
-        return false;
+        return FileSystem::fail(FileSystem::FailureCode::BadName);
     }
     SFTPDirectory directory(sftp, path);
     while (const SFTPAttributes entry = directory.next()) {

@@ -197,6 +197,11 @@ int ssh_get_poll_flags(ssh_session session)
     return LibsshMock::active().ssh_get_poll_flags(session);
 }
 
+int ssh_get_error_code(void* error)
+{
+    return LibsshMock::active().ssh_get_error_code(error);
+}
+
 const char* ssh_get_error(void* error)
 {
     return LibsshMock::active().ssh_get_error(error);
@@ -330,6 +335,11 @@ int ssh_channel_close(ssh_channel channel)
 int ssh_channel_is_open(ssh_channel channel)
 {
     return LibsshMock::active().ssh_channel_is_open(channel);
+}
+
+int ssh_channel_is_closed(ssh_channel channel)
+{
+    return LibsshMock::active().ssh_channel_is_closed(channel);
 }
 
 int ssh_channel_is_eof(ssh_channel channel)

@@ -80,6 +80,7 @@ public:
     MOCK_METHOD(int, ssh_channel_close, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_open, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_eof, (ssh_channel));
+    MOCK_METHOD(int, ssh_channel_is_closed, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_send_eof, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_get_exit_status, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_poll, (ssh_channel, int));

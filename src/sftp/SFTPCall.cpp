@@ -1,0 +1,76 @@
+#include "sftp/SFTPCall.h"
+
+#include "sftp/SFTPStatus.h"
+
+#include <string_view>
+#include <utility>
+
+namespace Tarnis {
+
+using FileSystem::fail;
+using FileSystem::FailureCode;
+using FileSystem::FailureSource;
+
+namespace {
+
+/// Whether the last failure of a call is an answer of the server's. What libssh finds wrong by
+/// itself gets a status too, but is fatal to it.
+bool isAnswer(sftp_session sftp) noexcept
+{
+    return sftp->errnum > SSH_FX_EOF && ssh_get_error_code(sftp->session) == SSH_REQUEST_DENIED;
+}
+
+} // namespace
+
+bool failForLostSftp(const std::string& entry)
+{
+    return fail(FailureCode::ConnectionLost, FailureSource::Transport, 0,
+                "the SFTP session has ended", entry);
+}
+
+bool failBySftpStatus(std::uint32_t status, std::string text, const std::string& entry)
+{
+    return fail(failureCodeOfSftpStatus(status), FailureSource::Server, status, std::move(text),
+                entry);
+}
+
+bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept
+{
+    // A channel whose server program has ended tells so itself: the connection lives on. Replies
+    // that have arrived are read before a channel counts as being at its end.
+    const bool isLost = ssh_channel_is_closed(sftp->channel) != 0 ||
+                        ssh_channel_is_eof(sftp->channel) != 0 ||
+                        ssh_is_connected(sftp->session) == 0;
+    if (isLost) {
+        lost = true;
+    }
+    return isLost;
+}
+
+std::string sftpErrorText(sftp_session sftp)
+{
+    constexpr std::string_view prefix = "SFTP server: ";
+    const char* const error = ssh_get_error(sftp->session);
+    std::string_view text(error != nullptr ? error : "");
+    if (text.substr(0, prefix.size()) == prefix) {
+        text.remove_prefix(prefix.size());
+    }
+    return std::string(text);
+}
+
+void noteSftpFailure(sftp_session sftp, std::atomic<bool>& lost, const std::string& entry,
+                     SFTPNotes notes)
+{
+    const bool answered = isAnswer(sftp);
+    if (markIfLost(sftp, lost) && !answered) {
+        fail(FailureCode::ConnectionLost, FailureSource::Transport,
+             ssh_get_error_code(sftp->session), sftpErrorText(sftp), entry);
+    } else if (notes == SFTPNotes::All && answered) {
+        failBySftpStatus(static_cast<std::uint32_t>(sftp->errnum), sftpErrorText(sftp), entry);
+    } else if (notes == SFTPNotes::All) {
+        fail(FailureCode::Protocol, FailureSource::Transport, ssh_get_error_code(sftp->session),
+             sftpErrorText(sftp), entry);
+    }
+}
+
+} // namespace Tarnis

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "handles/SSHCall.h"
+#include "handles/SSHHandleSFTPSession.h"
+#include "handles/SSHHandleSFTPSessionFile.h"
+
+#include <FileSystem/FailureScope.h>
+
+#include <libssh/sftp.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <type_traits>
+
+namespace Tarnis {
+
+// libssh calls on an SFTP session or an open file of one, whose failures are noted (see
+// FileSystem::fail) together with what only the lock keeps from being overwritten: the status of
+// the server's answer and its text.
+//
+// A failure on a channel or a connection that has come to its end is no answer. It is noted as
+// FailureCode::ConnectionLost, and the SFTP session is marked: from then on its file system is
+// invalid, and calls through these functions fail at once, the server unasked. What the session
+// holds stays, since others may be using it, until its owner lets go of it or the next one is made.
+
+/// Which failures are noted.
+enum class SFTPNotes
+{
+    All,
+    LossOnly, ///< For a question whose refusal is an answer too.
+};
+
+/// Says that the SFTP session that an operation needs has gone; false.
+bool failForLostSftp(const std::string& entry);
+
+/// Notes an answer of the server's that is a failure; false.
+bool failBySftpStatus(std::uint32_t status, std::string text, const std::string& entry);
+
+/// Looks whether the SFTP session's channel or connection has come to its end, and marks it then.
+/// To be called under the lock, after a call that failed.
+bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept;
+
+/// The text of the last failure as the server gave it, without what libssh puts in front. To be
+/// called under the lock.
+std::string sftpErrorText(sftp_session sftp);
+
+/// Notes why the last call on the SFTP session failed. To be called under the lock, at once.
+void noteSftpFailure(sftp_session sftp, std::atomic<bool>& lost, const std::string& entry,
+                     SFTPNotes notes);
+
+inline sftp_session sftpOf(sftp_session sftp) noexcept
+{
+    return sftp;
+}
+
+inline sftp_session sftpOf(sftp_file file) noexcept
+{
+    return file->sftp;
+}
+
+/// callLocked on an SFTP session or an open file. A negative result, or a null one, is a failure
+/// and noted with this path.
+template <class Handle, class Function, class... Args>
+auto callSftpNoting(SFTPNotes notes, Handle& handle, const std::string& entry, Function&& function,
+                    Args... args)
+{
+    using Resource = typename Handle::resource_type*;
+    using Result = std::invoke_result_t<Function, Resource, Args...>;
+    if (handle.isLost()) {
+        failForLostSftp(entry);
+        if constexpr (std::is_integral_v<Result>) {
+            return static_cast<Result>(-1);
+        } else {
+            return Result{};
+        }
+    }
+    return callLocked(handle, [&](Resource resource) {
+        const sftp_session sftp = sftpOf(resource);
+        // libssh leaves an old status where an answer has none.
+        sftp->errnum = SSH_FX_OK;
+        Result result = std::invoke(function, resource, args...);
+        bool failed = false;
+        if constexpr (std::is_integral_v<Result>) {
+            failed = std::is_signed_v<Result> && result < 0;
+        } else {
+            failed = result == nullptr;
+        }
+        if (failed) {
+            noteSftpFailure(sftp, handle.lossMark(), entry, notes);
+        }
+        return result;
+    });
+}
+
+/// For an operation: every failure is noted.
+template <class Handle, class Function, class... Args>
+auto callSftp(Handle& handle, const std::string& entry, Function&& function, Args... args)
+{
+    return callSftpNoting(SFTPNotes::All, handle, entry, std::forward<Function>(function), args...);
+}
+
+/// For a question on the way: a refusal is not noted.
+template <class Handle, class Function, class... Args>
+auto askSftp(Handle& handle, const std::string& entry, Function&& function, Args... args)
+{
+    return callSftpNoting(SFTPNotes::LossOnly, handle, entry, std::forward<Function>(function),
+                          args...);
+}
+
+} // namespace Tarnis
