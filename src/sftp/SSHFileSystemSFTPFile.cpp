@@ -1,3 +1,4 @@
+#include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
 #include "sftp/SFTPBulkTransfer.h"
@@ -37,7 +38,7 @@ bool issueReads(SSHHandleSFTPSessionFile& file, std::uint64_t size, std::uint32_
     for (std::uint64_t issued = 0; issued < size; issued += package) {
         const auto length =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(package, size - issued));
-        const int id = callLocked(file, sftp_async_read_begin, length);
+        const int id = callLocked(file, Compatibility::beginRead, length);
         if (id < 0) {
             return false;
         }
