@@ -1,5 +1,6 @@
 #include "Benchmarks.h"
 #include "support/Bars.h"
+#include "support/DeprecatedLibssh.h"
 #include "support/DirectSession.h"
 #include "support/Interleaved.h"
 #include "support/OpenSshClient.h"
@@ -44,10 +45,10 @@ void requestExecPolled(ssh_channel channel)
 
 void awaitExitPolled(ssh_channel channel)
 {
-    while (ssh_channel_get_exit_status(channel) < 0 && ssh_channel_is_open(channel) == 1) {
+    while (TarnisTest::Deprecated::exitStatus(channel) < 0 && ssh_channel_is_open(channel) == 1) {
         std::this_thread::sleep_for(pause);
     }
-    require(ssh_channel_get_exit_status(channel) == 0, "running a command");
+    require(TarnisTest::Deprecated::exitStatus(channel) == 0, "running a command");
 }
 
 /// The calls that SSHProcess makes, in the modes in which it makes them.
@@ -79,7 +80,7 @@ void runBlocking(ssh_session session)
 {
     const DirectChannel channel = startDirectly(session, command);
     readToEnd(channel.get());
-    require(ssh_channel_get_exit_status(channel.get()) == 0, "running a command");
+    require(TarnisTest::Deprecated::exitStatus(channel.get()) == 0, "running a command");
     static_cast<void>(ssh_channel_close(channel.get()));
 }
 

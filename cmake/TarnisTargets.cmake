@@ -21,13 +21,21 @@ endif()
 # then reports paths that cannot be taken.
 set(TARNIS_WARNINGS_OPTIMISED -Wno-null-dereference)
 
-# tarnis_target(<target>): language level, warnings, hidden visibility and sanitizers.
+# tarnis_language_level(<target>): C++17, neither more nor less, and no extensions. A feature alone
+# means "at least", and newer compilers start from a later standard.
+function(tarnis_language_level target)
+    set_target_properties(${target} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON
+                                               CXX_EXTENSIONS OFF)
+endfunction()
+
+# tarnis_target(<target>): language level, warnings, hidden visibility and sanitizers. Whoever links
+# with the target may use a later standard.
 function(tarnis_target target)
+    tarnis_language_level(${target})
     target_compile_features(${target} PUBLIC cxx_std_17)
     set_target_properties(
         ${target}
-        PROPERTIES CXX_EXTENSIONS OFF
-                   CXX_VISIBILITY_PRESET hidden
+        PROPERTIES CXX_VISIBILITY_PRESET hidden
                    VISIBILITY_INLINES_HIDDEN ON
                    POSITION_INDEPENDENT_CODE ON)
     target_compile_options(

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 . scripts/lib/packages.sh
 
 build_dir=build/demo
-tarnis=$build_dir/tools/tarnis/tarnis
+tarnis=
 scratch=
 remote=
 privilege_separation=
@@ -57,10 +57,22 @@ show() { # COMMAND...: prints the command, runs it, and prints how it ended
 }
 
 build() {
-    title "building"
     cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARNIS_BUILD_TESTS=OFF \
         -DTARNIS_BUILD_EXAMPLES=OFF >/dev/null
     cmake --build "$build_dir" -j "$(nproc)" | tail -n 1
+}
+
+# One demonstration at a time builds. What it runs is a copy of its own, so that the next may build
+# meanwhile.
+make_program() {
+    title "building"
+    mkdir -p "$build_dir"
+    (
+        flock 9
+        build
+        cmake --install "$build_dir" --prefix "$scratch/installed" >/dev/null
+    ) 9>"$build_dir/demo.lock"
+    tarnis=$scratch/installed/bin/tarnis
 }
 
 # As root, the server is shown an account that does not exist: sshd passes no signals on to root's
@@ -101,7 +113,6 @@ CONFIG
 }
 
 make_server() {
-    scratch=$(mktemp -d)
     # What the account that logs in may write to.
     remote=$scratch/remote
     mkdir "$remote"
@@ -236,7 +247,8 @@ demo_files() {
 }
 
 ensure_packages demo
-build
+scratch=$(mktemp -d)
+make_program
 title "starting a server"
 make_server
 start_server

@@ -12,6 +12,9 @@
 #   style     the same without clang-tidy, in seconds
 #   coverage  every test, then the line coverage of src/ and framework/
 #   all       all of them
+#   debian13        the demonstration and every test in a Debian 13, with its libssh, compiler and
+#                   servers; made the first time, in build/chroots or $TARNIS_CHROOT_DIRECTORY
+#   debian-testing  the same in Debian's testing release
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/packages.sh
@@ -58,6 +61,15 @@ lane_coverage() {
         --fail-under-line 95 --print-summary build/coverage
 }
 
+# In there nothing is missing, so nothing is skipped.
+lane_release() { # NAME SUITE
+    local chroots=${TARNIS_CHROOT_DIRECTORY:-$PWD/build/chroots}
+    ensure_packages release
+    mkdir -p build
+    as_root "another release needs a chroot" scripts/lib/chroot.sh "$chroots/$1" "$2" \
+        env TARNIS_REQUIRE_ALL_SERVERS=1 bash -c 'scripts/demo.sh && scripts/test.sh dev'
+}
+
 lane_lint() { # [style]
     ensure_packages lint
     scripts/lint.sh "$@"
@@ -71,6 +83,8 @@ lane() {
     valgrind) lane_valgrind ;;
     coverage) lane_coverage ;;
     lint) lane_lint ;;
+    debian13) lane_release debian13 trixie ;;
+    debian-testing) lane_release debian-testing testing ;;
     style) lane_lint style ;;
     all)
         local each
@@ -79,7 +93,7 @@ lane() {
         done
         ;;
     *)
-        sed -n '4,15s/^# \{0,1\}//p' "$0" >&2
+        sed -n '4,18s/^# \{0,1\}//p' "$0" >&2
         exit 2
         ;;
     esac

@@ -1,3 +1,4 @@
+#include "support/DeprecatedLibssh.h"
 #include "support/DirectSession.h"
 #include "support/Probe.h"
 #include "support/Require.h"
@@ -41,7 +42,7 @@ void measureDirectly(const Login& login, const std::string& call, int count)
         ssh_set_blocking(session.get(), 0);
         // The library asks whether the channel is open too: no code is not yet no code ever.
         measuredCalls(count, [=] {
-            static_cast<void>(ssh_channel_get_exit_status(channel));
+            static_cast<void>(TarnisTest::Deprecated::exitStatus(channel));
             static_cast<void>(ssh_channel_is_open(channel));
         });
     }

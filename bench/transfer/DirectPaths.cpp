@@ -1,5 +1,6 @@
 #include "transfer/DirectPaths.h"
 
+#include "support/DeprecatedLibssh.h"
 #include "support/DirectSession.h"
 #include "support/Interleaved.h"
 #include "support/PseudoRandom.h"
@@ -58,10 +59,10 @@ public:
     std::size_t read(char* buffer, std::size_t size) const
     {
         const auto length = static_cast<std::uint32_t>(size);
-        const int id = sftp_async_read_begin(input_.get(), length);
+        const int id = TarnisTest::Deprecated::beginRead(input_.get(), length);
         require(id >= 0, "asking for data");
-        const int count =
-            sftp_async_read(input_.get(), buffer, length, static_cast<std::uint32_t>(id));
+        const int count = TarnisTest::Deprecated::waitRead(input_.get(), buffer, length,
+                                                           static_cast<std::uint32_t>(id));
         require(count >= 0, "reading");
         return static_cast<std::size_t>(count);
     }

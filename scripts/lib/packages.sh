@@ -17,6 +17,7 @@ packages_for() {
     coverage) echo "$test gcovr" ;;
     lint) echo "$test clang-format clang-tidy shellcheck" ;;
     bench) echo "$build $server valgrind curl lftp rclone" ;;
+    release) echo "debootstrap" ;;
     *)
         echo "packages_for: unknown purpose $1" >&2
         return 1
@@ -32,21 +33,28 @@ missing_packages() {
     done
 }
 
+# as_root REASON COMMAND...: runs a command as root, by sudo where that is needed.
+as_root() {
+    local reason=$1
+    shift
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        echo "$reason: do it as root, or install sudo" >&2
+        exit 1
+    fi
+}
+
 # ensure_packages PURPOSE: installs what is missing, and says so. Does not touch the network when
 # nothing is.
 ensure_packages() {
-    local wanted missing as_root=()
+    local wanted missing
     read -ra wanted <<<"$(packages_for "$1" | tr '\n' ' ')"
     read -ra missing <<<"$(missing_packages "${wanted[@]}")"
     [ ${#missing[@]} -eq 0 ] && return
-    if [ "$(id -u)" -ne 0 ]; then
-        if ! command -v sudo >/dev/null; then
-            echo "these Debian packages are missing: ${missing[*]}" >&2
-            echo "install them as root, or install sudo" >&2
-            exit 1
-        fi
-        as_root=(sudo)
-    fi
     echo "== installing Debian packages: ${missing[*]}"
-    "${as_root[@]}" "$(dirname "${BASH_SOURCE[0]}")/install_packages.sh" "${missing[@]}"
+    as_root "these Debian packages are missing: ${missing[*]}" \
+        "$(dirname "${BASH_SOURCE[0]}")/install_packages.sh" "${missing[@]}"
 }

@@ -1,6 +1,7 @@
 #include "process/CommandRunner.h"
 
 #include "handles/CString.h"
+#include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
 #include "process/ChannelRequests.h"
 #include "process/ChannelTransfer.h"
@@ -196,7 +197,7 @@ void CommandRunner::pump(ssh_channel channel) const
     for (int rounds = roundsToRead(channel); rounds > 0 && !recorder_.closed; --rounds) {
         // After the end of the streams a poll does not look at the connection any more, while the
         // exit code and the close may still be to come.
-        const int result = recorder_.endOfStreams ? ssh_channel_get_exit_status(channel)
+        const int result = recorder_.endOfStreams ? Compatibility::channelExitStatus(channel)
                                                   : ssh_channel_poll(channel, 0);
         if (result == SSH_ERROR) {
             return;

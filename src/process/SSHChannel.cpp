@@ -1,4 +1,5 @@
 #include "handles/CString.h"
+#include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHSocketWait.h"
@@ -166,7 +167,7 @@ std::optional<int> SSHChannel::getExitCode()
 
 int SSHChannel::queryExitStatus() const
 {
-    return callUnblocked(valid(channel_), ssh_channel_get_exit_status);
+    return callUnblocked(valid(channel_), Compatibility::channelExitStatus);
 }
 
 std::size_t SSHChannel::bytesAvailable(bool isStderr) const

@@ -1,5 +1,6 @@
 #include "sftp/SFTPReadAhead.h"
 
+#include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
 #include "sftp/SFTPReplies.h"
 
@@ -105,7 +106,7 @@ bool SFTPReadAhead::ask(std::uint64_t offset, std::uint32_t length, std::deque<R
     const int id = callLocked(*file_, [offset, length](sftp_file file) {
         // Others may have moved the position.
         sftp_seek64(file, offset);
-        return sftp_async_read_begin(file, length);
+        return Compatibility::beginRead(file, length);
     });
     if (id < 0) {
         return false;

@@ -1,5 +1,7 @@
 #include "sftp/SFTPReplies.h"
 
+#include "handles/LibsshCompatibility.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -93,7 +95,7 @@ bool readArrivals(sftp_file file) noexcept
     const UntouchedFile untouched(file);
     file->nonblocking = 1;
     char nothing = 0;
-    return sftp_async_read(file, &nothing, 0, noRequest) == SSH_AGAIN;
+    return Compatibility::waitRead(file, &nothing, 0, noRequest) == SSH_AGAIN;
 }
 
 /// Waits for a reply and leaves it in the queue. False: it will not come.
@@ -155,12 +157,12 @@ bool isRefusal(const sftp_message_struct& message) noexcept
 void recordText(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
 {
     const UntouchedFile untouched(file);
-    const int another = stream.isBroken ? SSH_ERROR : sftp_async_read_begin(file, 1);
+    const int another = stream.isBroken ? SSH_ERROR : Compatibility::beginRead(file, 1);
     if (another < 0) {
         return;
     }
     char nothing = 0;
-    static_cast<void>(sftp_async_read(file, &nothing, 0, id));
+    static_cast<void>(Compatibility::waitRead(file, &nothing, 0, id));
     if (awaitArrival(file, static_cast<std::uint32_t>(another), stream)) {
         takeArrived(file->sftp, static_cast<std::uint32_t>(another));
     }
@@ -212,7 +214,7 @@ int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id
     file->eof = 0;
     const Message arrived = takeArrived(file->sftp, id);
     const int result = arrived != nullptr ? takeReply(file, *arrived, data, size)
-                                          : sftp_async_read(file, data, size, id);
+                                          : Compatibility::waitRead(file, data, size, id);
     if (result == 0 && file->eof != 0 && file->offset >= size) {
         // libssh takes a short answer off the position, but not one without anything.
         file->offset -= size;

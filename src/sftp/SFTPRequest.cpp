@@ -1,5 +1,7 @@
 #include "sftp/SFTPRequest.h"
 
+#include "handles/LibsshCompatibility.h"
+
 #include <cstring>
 
 namespace Tarnis {
@@ -18,7 +20,7 @@ std::optional<std::uint32_t> newRequestId(sftp_file file) noexcept
     const std::uint32_t before = sftp->id_counter;
     const ssh_channel channel = sftp->channel;
     sftp->channel = nullptr;
-    const int sent = sftp_async_read_begin(file, 0);
+    const int sent = Compatibility::beginRead(file, 0);
     sftp->channel = channel;
     const bool numbered = sent < 0 && sftp->id_counter == before + 1;
     return numbered ? std::optional(sftp->id_counter) : std::nullopt;

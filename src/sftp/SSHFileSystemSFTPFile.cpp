@@ -1,3 +1,4 @@
+#include "handles/LibsshCompatibility.h"
 #include "sftp/SFTPBulkTransfer.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPReplies.h"
@@ -36,7 +37,7 @@ bool issueReads(SSHHandleSFTPSessionFile& file, const std::string& path, std::ui
     for (std::uint64_t issued = 0; issued < size; issued += package) {
         const auto length =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(package, size - issued));
-        const int id = callSftp(file, path, sftp_async_read_begin, length);
+        const int id = callSftp(file, path, Compatibility::beginRead, length);
         if (id < 0) {
             return false;
         }

@@ -3,6 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/OpenSshServer.h"
 #include "support/PasswordSshServer.h"
+#include "support/Preload.h"
 #include "support/PseudoRandom.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
@@ -205,11 +206,12 @@ protected:
 
     CommandResult visit(std::uint16_t port) const
     {
+        std::vector<std::string> environment = preloading(TARNIS_HOME_SHIELD);
+        environment.push_back("HOME=" + home_.path().string());
+        // The shield comes before the sanitizer's own library.
+        environment.emplace_back("ASAN_OPTIONS=verify_asan_link_order=0");
         return runExample("readme", {server_->user() + "@127.0.0.1", std::to_string(port)},
-                          {"HOME=" + home_.path().string(),
-                           std::string("LD_PRELOAD=") + TARNIS_HOME_SHIELD,
-                           // The shield comes before the sanitizer's own library.
-                           "ASAN_OPTIONS=verify_asan_link_order=0"});
+                          environment);
     }
 
     CommandResult visit() const { return visit(server_->port()); }

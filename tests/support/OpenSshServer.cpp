@@ -91,7 +91,7 @@ std::string OpenSshServer::configuration(std::uint16_t port) const
         << "SetEnv HOME=" << directory_.file("home") << "\n"
         << "Subsystem sftp " << sftpCommand() << "\n"
         << "MaxStartups 1000\n"
-        << "MaxSessions " << options_.maxSessions << "\n";
+        << withoutPenalties() << "MaxSessions " << options_.maxSessions << "\n";
     for (const auto& [type, key] : hostKeys_) {
         out << "HostKey " << key.privatePath << "\n";
     }

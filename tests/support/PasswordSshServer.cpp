@@ -62,7 +62,8 @@ std::string PasswordSshServer::configuration(const std::vector<std::uint16_t>& p
         << "PermitEmptyPasswords yes\n"
         << "AuthorizedKeysFile " << users_.authorizedKeysFile() << "\n"
         << "Subsystem sftp internal-sftp\n"
-        << "MaxStartups 1000\n";
+        << "MaxStartups 1000\n"
+        << withoutPenalties();
     for (std::size_t i = 0; i < ports.size(); ++i) {
         out << "Match LocalPort " << ports[i] << "\n"
             << "    AuthenticationMethods " << kAuthenticationMethods[i].second << "\n";

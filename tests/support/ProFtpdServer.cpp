@@ -37,6 +37,18 @@ std::string currentGroup()
     return entry != nullptr ? entry->gr_name : "nogroup";
 }
 
+// Distributions differ in what they compile in and what they leave to be loaded.
+std::string loadModules()
+{
+    std::string lines;
+    for (const char* const module : {"mod_ls", "mod_xfer", "mod_delay", "mod_sftp"}) {
+        if (std::filesystem::exists(std::string(kModules) + "/" + module + ".so")) {
+            lines += std::string("LoadModule ") + module + ".c\n";
+        }
+    }
+    return lines;
+}
+
 bool acceptsConnections(std::uint16_t port)
 {
     try {
@@ -119,8 +131,7 @@ std::string ProFtpdServer::configuration(std::uint16_t port) const
 {
     std::ostringstream out;
     out << "ModulePath " << kModules << "\n"
-        << "LoadModule mod_sftp.c\n"
-        << "ServerType standalone\n"
+        << loadModules() << "ServerType standalone\n"
         << "DefaultAddress 127.0.0.1\n"
         << "SocketBindTight on\n"
         << "UseIPv6 off\n"

@@ -1,5 +1,6 @@
 #include "support/ScriptedConnection.h"
 
+#include "support/DeprecatedLibssh.h"
 #include "support/KexInit.h"
 
 #include <algorithm>
@@ -615,7 +616,7 @@ ssh_key scriptedHostKey()
     static const std::unique_ptr<ssh_key_struct, decltype(&ssh_key_free)> key(
         [] {
             ssh_key made = nullptr;
-            if (ssh_pki_generate(SSH_KEYTYPE_ED25519, 0, &made) != SSH_OK) {
+            if (Deprecated::generateKey(SSH_KEYTYPE_ED25519, &made) != SSH_OK) {
                 throw std::runtime_error("libssh cannot make a host key");
             }
             return made;

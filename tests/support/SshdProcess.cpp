@@ -151,6 +151,17 @@ SshdProcess::Startup checkSshdStartup(ChildProcess& process,
     return listening ? SshdProcess::Startup::Listening : SshdProcess::Startup::Pending;
 }
 
+std::string withoutPenalties()
+{
+    static const std::string line = [] {
+        const std::string setting = "PerSourcePenalties no";
+        Command command;
+        command.arguments = {findSshd(), "-G", "-f", "/dev/null", "-o", setting};
+        return runCommand(command).succeeded() ? setting + "\n" : std::string();
+    }();
+    return line;
+}
+
 Command sshdCommand(const std::string& configurationFile)
 {
     Command command;

@@ -77,6 +77,11 @@ void providePrivilegeSeparationDirectory();
 SshdProcess::Startup checkSshdStartup(ChildProcess& process,
                                       const std::vector<std::uint16_t>& ports);
 
+/// The line of a configuration that allows any number of failures. From 9.8 on sshd turns an
+/// address away for a while after failed log-ins and connections that end early, and every test
+/// comes from the same one. Empty for an sshd that does not know of it.
+std::string withoutPenalties();
+
 /// `sshd` in the foreground, with its log on standard error.
 Command sshdCommand(const std::string& configurationFile);
 

@@ -3,6 +3,7 @@
 
 #include "support/LoopbackSocket.h"
 #include "support/OpenSshServer.h"
+#include "support/Preload.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedServer.h"
 #include "tool/ToolTest.h"
@@ -43,7 +44,9 @@ protected:
         ToolSetup setup;
         setup.arguments = std::move(arguments);
         setup.environment = std::move(variables);
-        setup.environment.emplace_back(std::string("LD_PRELOAD=") + TARNIS_LIBSSH_STUB);
+        for (const std::string& variable : preloading(TARNIS_LIBSSH_STUB)) {
+            setup.environment.push_back(variable);
+        }
         return run(setup);
     }
 

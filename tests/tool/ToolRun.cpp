@@ -1,5 +1,6 @@
 #include "tool/ToolRun.h"
 
+#include "support/Preload.h"
 #include "support/SystemError.h"
 
 #include <array>
@@ -61,14 +62,17 @@ UniqueFd openFile(const std::string& path, int flags)
 /// Nothing of the test's own environment, and no way to the real user's keys.
 std::vector<std::string> shieldedEnvironment(const TemporaryDirectory& home)
 {
-    return {
+    std::vector<std::string> environment{
         "PATH=/usr/local/bin:/usr/bin:/bin",
         "HOME=" + home.path().string(),
         "TERM=xterm",
-        std::string("LD_PRELOAD=") + TARNIS_HOME_SHIELD,
         // The shield comes before the sanitizer's own library, and does no harm there.
         "ASAN_OPTIONS=verify_asan_link_order=0",
     };
+    for (std::string& variable : preloading(TARNIS_HOME_SHIELD)) {
+        environment.push_back(std::move(variable));
+    }
+    return environment;
 }
 
 /// As exec takes it; lends the strings.

@@ -1,5 +1,6 @@
 #include "support/AsyncSshServer.h"
 
+#include "support/DeprecatedLibssh.h"
 #include "support/PseudoRandom.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedSftp.h"
@@ -93,7 +94,7 @@ TEST_F(AsyncSshServerTest, PassesSignalsOn)
     ASSERT_EQ(ssh_channel_read(channel.get(), line.data(), 6, 0), 6);
     EXPECT_EQ(ssh_channel_request_send_signal(channel.get(), "TERM"), SSH_OK);
     EXPECT_EQ(channel.readAll(), "caught\n");
-    EXPECT_EQ(ssh_channel_get_exit_status(channel.get()), 3);
+    EXPECT_EQ(Deprecated::exitStatus(channel.get()), 3);
 }
 
 TEST_F(AsyncSshServerTest, EchoesWithoutAnEndOfFile)

@@ -1,5 +1,6 @@
 #include "support/DropbearServer.h"
 
+#include "support/DeprecatedLibssh.h"
 #include "support/RequireServer.h"
 #include "support/selftest/SftpClient.h"
 
@@ -74,7 +75,7 @@ TEST_F(DropbearServerTest, SendsTheExitStatusAfterTheEndOfTheOutput)
     ASSERT_TRUE(channel.execute("exec >&- 2>&-; sleep 0.2; exit 6"));
     EXPECT_EQ(channel.readAll(), "");
     EXPECT_EQ(ssh_channel_is_eof(channel.get()), 1);
-    EXPECT_EQ(ssh_channel_get_exit_status(channel.get()), 6);
+    EXPECT_EQ(Deprecated::exitStatus(channel.get()), 6);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "support/ScriptedServer.h"
 
+#include "support/DeprecatedLibssh.h"
 #include "support/PseudoRandom.h"
 #include "support/selftest/SshClient.h"
 
@@ -373,7 +374,7 @@ TEST(ScriptedServerChannel, RecordsInputWithSizeAndDigest)
               static_cast<int>(input.size()));
     ssh_channel_send_eof(client.channel->get());
     EXPECT_EQ(client.channel->readAll(), "");
-    EXPECT_EQ(ssh_channel_get_exit_status(client.channel->get()), 0);
+    EXPECT_EQ(Deprecated::exitStatus(client.channel->get()), 0);
     EXPECT_EQ(size, input.size());
     EXPECT_EQ(digest, sha256(input));
     const auto data = server.events().ofKind(Kind::Data);
@@ -449,7 +450,7 @@ TEST(ScriptedServerChannel, ReceivesSignals)
     ASSERT_TRUE(client.channel->execute("x"));
     ASSERT_EQ(ssh_channel_request_send_signal(client.channel->get(), "TERM"), SSH_OK);
     client.channel->readAll();
-    EXPECT_EQ(ssh_channel_get_exit_status(client.channel->get()), -1);
+    EXPECT_EQ(Deprecated::exitStatus(client.channel->get()), -1);
     EXPECT_EQ(signal, "TERM");
     EXPECT_EQ(server.events().ofKind(Kind::Signal).at(0).text, "TERM");
 }
@@ -468,7 +469,7 @@ TEST(ScriptedServerChannel, CanSendTheStatusAfterTheEnd)
     EXPECT_EQ(client.channel->readAll(), "");
     EXPECT_EQ(ssh_channel_is_closed(client.channel->get()), 0);
     goOn = true;
-    EXPECT_EQ(ssh_channel_get_exit_status(client.channel->get()), 3);
+    EXPECT_EQ(Deprecated::exitStatus(client.channel->get()), 3);
 }
 
 TEST(ScriptedServerChannel, TellsAWriterThatTheClientClosed)

@@ -357,6 +357,18 @@ int ssh_channel_get_exit_status(ssh_channel channel)
     return LibsshMock::active().ssh_channel_get_exit_status(channel);
 }
 
+// Takes the place of the one before it in newer versions of libssh.
+int ssh_channel_get_exit_state(ssh_channel channel, std::uint32_t* status, char** /*signal*/,
+                               int* /*coreDumped*/)
+{
+    const int result = LibsshMock::active().ssh_channel_get_exit_status(channel);
+    if (result < 0) {
+        return result;
+    }
+    *status = static_cast<std::uint32_t>(result);
+    return SSH_OK;
+}
+
 int ssh_channel_poll(ssh_channel channel, int isStderr)
 {
     return LibsshMock::active().ssh_channel_poll(channel, isStderr);
