@@ -70,10 +70,15 @@ public:
     /// server heeds it is not told. False: it could not be sent.
     bool sendSignal(const std::string& signalName) const;
 
-    /// The exit code of the remote command. Does not wait for it. Empty: none was reported yet. A
-    /// negative number: the channel is closed and none was reported, as for a command that was
-    /// ended by a signal.
+    /// The exit code of the remote command, as it was reported: any number, also a negative one.
+    /// Does not wait for it. Empty: none was reported yet. -1 once the channel is closed: none was
+    /// reported, as for a command that was ended by a signal, which getExitSignal() tells.
     std::optional<int> getExitCode();
+
+    /// The signal that ended the remote command, without "SIG", for example "TERM"; as the server
+    /// says it, so escape it before it goes to a terminal. Does not wait for it. Empty: none was
+    /// reported, as for a command that runs or has exited, and by servers that tell no signals.
+    std::optional<std::string> getExitSignal() const;
 
     /// Bytes that can be read at once. Waits up to a millisecond for some to arrive. 0: none, or
     /// the stream has ended, or the connection is lost.
@@ -123,8 +128,15 @@ protected:
     /// Another reference to the handle.
     std::shared_ptr<SSHHandleChannel> getChannel();
 
-    /// The exit status as libssh has it: negative while none was reported. Does not wait for it.
-    int queryExitStatus() const;
+    /// An exit status that was reported, or the negative number that libssh has for none.
+    struct ExitStatus
+    {
+        bool isReported;
+        int value;
+    };
+
+    /// The exit status. Does not wait for it.
+    ExitStatus queryExitStatus() const;
 
     virtual bool do_open();
     virtual bool do_isOpen() const;

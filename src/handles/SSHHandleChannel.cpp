@@ -42,6 +42,15 @@ bool SSHHandleChannel::renew()
     return true;
 }
 
+void SSHHandleChannel::watchExit()
+{
+    const auto lock = getLock();
+    if (exit_ == nullptr) {
+        exit_ = callLocked(
+            *this, [](ssh_channel channel) { return std::make_unique<ChannelExit>(channel); });
+    }
+}
+
 void SSHHandleChannel::abandon(const std::shared_ptr<SSHHandleChannel>& channel)
 {
     const auto lock = channel->getLock();
@@ -60,8 +69,10 @@ void SSHHandleChannel::do_invalidate()
     releaseWithoutWaiting(exchangeResource(nullptr));
 }
 
+/// To be called under the lock.
 void SSHHandleChannel::releaseWithoutWaiting(ssh_channel channel) noexcept
 {
+    exit_.reset();
     const SessionBlockingGuard guard(channel, 0);
     queueChannelClose(channel);
     release(channel);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "handles/ChannelExit.h"
 #include "handles/SSHHandleObjectWrapper.h"
 #include "handles/SSHHandleSession.h"
 
@@ -41,12 +42,22 @@ public:
     /// Whether the channel was ever opened, and so has a number that it may be closed by.
     bool wasOpened() const noexcept { return opened_; }
 
+    /// Begins to take down how the server says that the command ended. To be called before the
+    /// channel is opened; once is enough for each channel. Throws handle_fatal_error("invalid")
+    /// when the handle is invalid.
+    void watchExit();
+
+    /// What the server has said of the command's end; null when nobody watches. To be called under
+    /// the lock.
+    const ChannelExit* getExit() const noexcept { return exit_.get(); }
+
 protected:
     void do_invalidate() override;
 
 private:
-    static void releaseWithoutWaiting(ssh_channel channel) noexcept;
+    void releaseWithoutWaiting(ssh_channel channel) noexcept;
 
+    std::unique_ptr<ChannelExit> exit_;
     bool opened_ = false;
 };
 

@@ -113,6 +113,7 @@ bool SSHChannel::do_open()
 {
     SSHHandleChannel& channel = valid(channel_);
     const auto lock = channel.getLock();
+    channel.watchExit();
     if (callLocked(channel, openChannel) != SSH_OK) {
         return false;
     }
@@ -158,16 +159,36 @@ bool SSHChannel::sendSignal(const std::string& signalName) const
 
 std::optional<int> SSHChannel::getExitCode()
 {
-    const int status = queryExitStatus();
-    if (status < 0 && do_isOpen()) {
+    const ExitStatus status = queryExitStatus();
+    if (!status.isReported && do_isOpen()) {
         return std::nullopt;
     }
-    return status;
+    return status.value;
 }
 
-int SSHChannel::queryExitStatus() const
+std::optional<std::string> SSHChannel::getExitSignal() const
 {
-    return callUnblocked(valid(channel_), Compatibility::channelExitStatus);
+    SSHHandleChannel& channel = valid(channel_);
+    const auto lock = channel.getLock();
+    // Takes in what has arrived.
+    static_cast<void>(queryExitStatus());
+    return channel.getExit() != nullptr ? channel.getExit()->signal() : std::nullopt;
+}
+
+SSHChannel::ExitStatus SSHChannel::queryExitStatus() const
+{
+    SSHHandleChannel& channel = valid(channel_);
+    const auto lock = channel.getLock();
+    const auto isReported = [&channel] {
+        return channel.getExit() != nullptr && channel.getExit()->status().has_value();
+    };
+    const int status = callUnblocked(channel, [&isReported](ssh_channel c) {
+        const int answer = Compatibility::channelExitStatus(c);
+        // The status itself may be the number that asks for another try.
+        return answer == SSH_AGAIN && isReported() ? SSH_OK : answer;
+    });
+    return isReported() ? ExitStatus{true, *channel.getExit()->status()}
+                        : ExitStatus{status >= 0, status};
 }
 
 std::size_t SSHChannel::bytesAvailable(bool isStderr) const

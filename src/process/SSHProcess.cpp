@@ -147,7 +147,7 @@ void SSHProcess::checkState() const
 
 bool SSHProcess::hasEnded() const
 {
-    return queryExitStatus() >= 0 || !do_isOpen();
+    return queryExitStatus().isReported || !do_isOpen();
 }
 
 } // namespace Tarnis

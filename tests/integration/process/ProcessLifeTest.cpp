@@ -219,6 +219,43 @@ TEST(ProcessOnAScriptedServer, RunsUntilARefreshNoticesItsEnd)
     EXPECT_EQ(process->getExitCode(), 3);
 }
 
+TEST(ProcessOnAScriptedServer, HasAnyExitCodeThatItsServerReports)
+{
+    for (const int status : {-1, -2, -1073741819}) {
+        ScriptedSession scripted([status](ScriptedChannel& channel) {
+            channel.sendExitStatus(status);
+            channel.waitForClose();
+        });
+        const auto process = startProcess(scripted.session(), "x");
+        EXPECT_TRUE(process->waitForFinished(kGenerousLimit));
+        EXPECT_EQ(process->getExitCode(), status);
+        EXPECT_EQ(process->getExitSignal(), std::nullopt);
+        EXPECT_TRUE(process->isFinished());
+        EXPECT_TRUE(process->close());
+        EXPECT_EQ(process->getExitCode(), status);
+    }
+}
+
+TEST(ProcessOnAScriptedServer, TellsTheSignalThatEndedItsCommandAndForgetsItAtTheNextStart)
+{
+    ScriptedSession scripted([](ScriptedChannel& channel) {
+        if (channel.number() > 1) {
+            channel.waitForClose();
+            return;
+        }
+        channel.sendExitSignal("SEGV", true, "of no use");
+        channel.sendEof();
+        channel.close();
+    });
+    const auto process = startProcess(scripted.session(), "x");
+    ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getExitSignal(), "SEGV");
+    EXPECT_EQ(process->getExitCode(), -1);
+    ASSERT_TRUE(process->open());
+    EXPECT_EQ(process->getExitSignal(), std::nullopt);
+    EXPECT_EQ(process->getExitCode(), std::nullopt);
+}
+
 TEST(ProcessOnAScriptedServer, WaitingForZeroOrLessOnlyLooks)
 {
     ScriptedSession scripted([](ScriptedChannel& channel) { channel.waitForClose(); });
@@ -294,6 +331,13 @@ TEST_F(ProcessTest, RunsItsCommandLineThroughTheShell)
     ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
     EXPECT_EQ(process->getExitCode(), 9);
     EXPECT_EQ(process->getProcessState(), State::Finished);
+}
+
+TEST_F(ProcessTest, TellsTheSignalThatEndedItsCommand)
+{
+    const auto process = startProcess(session(), "kill -KILL $$");
+    ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getExitSignal(), "KILL");
 }
 
 TEST_F(ProcessTest, IsNotMadeOnASessionThatIsNotConnected)

@@ -50,6 +50,26 @@ TEST_F(ChannelHandle, IsMadeOnASessionAndKeptByIt)
     EXPECT_FALSE(channel->isValid());
 }
 
+TEST_F(LiveChannelHandle, ListensForTheExitUntilItsChannelIsReleased)
+{
+    ssh_channel_callbacks exit = nullptr;
+    EXPECT_CALL(libssh, ssh_add_channel_callbacks(fakeChannel(), ::testing::_))
+        .WillOnce(::testing::DoAll(::testing::SaveArg<1>(&exit), Return(SSH_OK)));
+    channel->watchExit();
+    channel->watchExit();
+    ASSERT_NE(exit, nullptr);
+    exit->channel_exit_status_function(fakeSession(), fakeChannel(), -2, exit->userdata);
+    exit->channel_exit_signal_function(fakeSession(), fakeChannel(), "TERM", 0, "", "",
+                                       exit->userdata);
+    EXPECT_EQ(channel->getExit()->status(), -2);
+    EXPECT_EQ(channel->getExit()->signal(), "TERM");
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, ssh_remove_channel_callbacks(fakeChannel(), exit));
+    EXPECT_CALL(libssh, ssh_channel_free(fakeChannel()));
+    channel->invalidate();
+    EXPECT_EQ(channel->getExit(), nullptr);
+}
+
 TEST_F(ChannelHandle, IsNullWhenLibsshHasNoChannel)
 {
     EXPECT_CALL(libssh, ssh_channel_new).WillOnce(Return(nullptr));
