@@ -69,7 +69,12 @@ public:
 
     void write(const char* buffer, std::size_t size) const
     {
-        require(sftp_write(output_.get(), buffer, size) == static_cast<ssize_t>(size), "writing");
+        // Newer versions of libssh send no more at a time than the server takes.
+        for (std::size_t written = 0; written < size;) {
+            const ssize_t count = sftp_write(output_.get(), buffer + written, size - written);
+            require(count > 0, "writing");
+            written += static_cast<std::size_t>(count);
+        }
     }
 
 private:

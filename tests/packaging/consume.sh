@@ -46,9 +46,12 @@ pkg-config)
     use_installed_pkg_config
     read -ra flags <<<"$(pkg-config --cflags --libs tarnis)"
     libdir=$(pkg-config --variable=libdir tarnis)
-    "$compiler" -std=c++17 "$consumer/main.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" \
-        -o "$scratch/consumer"
-    "$scratch/consumer"
+    # A host may be written to a later standard than the library.
+    for standard in c++17 c++2b; do
+        "$compiler" "-std=$standard" "$consumer/main.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" \
+            -o "$scratch/consumer"
+        "$scratch/consumer"
+    done
     ;;
 version)
     install_to_scratch

@@ -47,8 +47,14 @@ bool SftpClient::put(const std::string& path, const std::string& content) const
     if (file == nullptr) {
         return false;
     }
-    const ssize_t written = sftp_write(file, content.data(), content.size());
-    return sftp_close(file) == 0 && written == static_cast<ssize_t>(content.size());
+    // Newer versions of libssh send no more at a time than the server takes.
+    std::size_t written = 0;
+    ssize_t count = 1;
+    while (written < content.size() && count > 0) {
+        count = sftp_write(file, content.data() + written, content.size() - written);
+        written += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    return sftp_close(file) == 0 && written == content.size();
 }
 
 std::string SftpClient::get(const std::string& path) const
