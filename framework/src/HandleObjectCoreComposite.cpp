@@ -1,6 +1,7 @@
 #include <FileSystem/HandleObjectCoreComposite.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace FileSystem {
@@ -17,7 +18,13 @@ HandleObjectCoreComposite::~HandleObjectCoreComposite()
 
 void HandleObjectCoreComposite::do_invalidate()
 {
-    invalidateChildren();
+    try {
+        invalidateChildren();
+    } catch (...) {
+        // Without its children it is of no more use than after a smooth end.
+        HandleObjectCore::do_invalidate();
+        throw;
+    }
     HandleObjectCore::do_invalidate();
 }
 
@@ -41,9 +48,18 @@ HandleObjectCoreComposite::addChild(std::unique_ptr<HandleObjectCore>&& child)
 void HandleObjectCoreComposite::invalidateChildren()
 {
     const auto leaving = std::exchange(children_, {});
+    std::exception_ptr failure;
     for (const auto& child : leaving) {
-        child->invalidate();
+        try {
+            child->invalidate();
+        } catch (...) {
+            // The others must learn all the same that this parent is going.
+            failure = failure != nullptr ? failure : std::current_exception();
+        }
         child->parent_ = nullptr;
+    }
+    if (failure != nullptr) {
+        std::rethrow_exception(failure);
     }
 }
 

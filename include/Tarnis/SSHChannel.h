@@ -18,7 +18,11 @@ class SSHHandleChannel;
 ///
 /// Failures: when the session was disconnected or destroyed, every operation that needs it, here
 /// all but isValid() and the destructor, throws FileSystem::handle_fatal_error("invalid").
-/// Everything else is told by results; SSHSession::getLastError() has libssh's reason.
+/// Everything else is told by results; FileSystem::Failure::last() has the reason: ConnectionLost
+/// where the channel or the connection has gone; Denied where the server refused, with libssh's
+/// text; TimedOut where a time that was given is over, of our own limits also; BadName for a text
+/// with a NUL byte. A question whose answer is no, the end of a stream and a look without waiting
+/// that finds nothing are no failures.
 ///
 /// Threads: any thread may call any operation. All channels of a session take turns with it: a
 /// call waits for those of other threads on the same session. "Blocks on the server" below means
@@ -110,7 +114,7 @@ public:
     /// session meanwhile.
     /// \param size    bytes that `buffer` has room for; 0 transfers nothing and reads as TimedOut
     ///                unless the stream has ended.
-    /// \param timeout zero or less does not wait.
+    /// \param timeout zero or less does not wait; a TimedOut is no failure then.
     /// \return how many bytes really arrived, or why none did. Bytes that had arrived before the
     ///         connection broke may be lost with it: an Error means that the stream is incomplete.
     SSHChannelTransfer readSome(char* buffer, std::size_t size, bool isStderr,
@@ -119,7 +123,7 @@ public:
     /// Writes as much as the peer's window takes, waiting for room up to `timeout`; other threads
     /// may use the session meanwhile.
     /// \param size    bytes at `data`; 0 transfers nothing and reads as TimedOut.
-    /// \param timeout zero or less does not wait.
+    /// \param timeout zero or less does not wait; a TimedOut is no failure then.
     /// \return how many bytes were really taken, from the front, or why none were.
     SSHChannelTransfer writeSome(const char* data, std::size_t size,
                                  std::chrono::milliseconds timeout) const;

@@ -49,12 +49,13 @@ public:
     /// The command line, as given.
     std::string getCommandLine();
 
-    /// Replaces the command line, unless the command is running or finished. The result is always
-    /// false and means nothing; getCommandLine() tells.
+    /// Replaces the command line, unless the command is running or finished, which is a failure
+    /// with the code Busy. The result is always false and means nothing.
     bool setCommandLine(const std::string& commandLine);
 
     /// Opens the channel and sends the command line followed by a line feed. Blocks on the server.
-    /// True: the command runs. False: it is running or finished already (nothing was done), or the
+    /// True: the command runs. False: it is running or finished already (nothing was done; the
+    /// failure's code is Busy), or the
     /// channel or the command was refused (the state is Failed; start() may be called again). When
     /// it throws, as on a session that is gone, the state stays Starting.
     bool start();
@@ -75,7 +76,8 @@ public:
     /// its output: a command that waits for somebody to read does not end, and the end of one that
     /// was killed shows once its output was read. Other threads may use the session meanwhile.
     /// True: it has ended, or its channel is closed, as it is before the start; output may still be
-    /// on its way, so read with readSome() until EndOfStream. Does not change the state.
+    /// on its way, so read with readSome() until EndOfStream. False: the time is over, which is a
+    /// failure with the code TimedOut unless there was none to wait. Does not change the state.
     bool waitForFinished(std::chrono::milliseconds timeout) const;
 
     /// Sends the signal KILL. As SSHChannel::sendSignal.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/HandleLock.h>
 #include <Tarnis/Export.h>
 #include <Tarnis/RemoteSession.h>
@@ -30,6 +31,12 @@ class SSHSessionInterface;
 /// Ownership: the session owns the connection and every SSH object made on it. Processes and file
 /// systems made from a session may outlive it; they are invalid from then on, and their operations
 /// throw FileSystem::handle_fatal_error or answer false, as each says.
+///
+/// A session may be a static object, and so may what was made from it, in whatever order they are
+/// destroyed: exit() ends every session that is still there, as its destructor would, before the
+/// libraries below it clean up. An object that is older than the program's first session and looks
+/// at one in its destructor finds that session invalid, and cannot make a new one. A child process
+/// made by fork() must not use its parent's sessions; it leaves by _exit().
 ///
 /// Configuration is by calls alone: neither the user's nor the system's ssh configuration file is
 /// read. Still taken from the environment, by libssh: the agent's socket (SSH_AUTH_SOCK), the
@@ -103,7 +110,8 @@ public:
     void attachSSHSessionInterface(SSHSessionInterface* sessionInterface);
 
     /// A process, not yet started, that will run `commandLine` on the server through the user's
-    /// shell. Does not touch the network. Null: libssh could not create a channel.
+    /// shell. Does not touch the network. Null: libssh could not create a channel, as before the
+    /// log-in (Denied) and without a connection (ConnectionLost).
     std::unique_ptr<SSHProcess> createProcess(const std::string& commandLine);
 
     /// As a time limit of execute(): none.
@@ -125,7 +133,9 @@ public:
     /// \param timeout counted from the call; when it is over, the command is sent KILL and its
     ///                channel is closed. Zero or less gives up at the first wait.
     /// \return what came of it, never an exception for a failure of the command or of the network;
-    ///         see SSHExecuteResult::Outcome.
+    ///         see SSHExecuteResult::Outcome. Whatever is not Completed is a failure: Denied where
+    ///         the server refused the channel or the command, or the user is not logged in;
+    ///         ConnectionLost, TimedOut; BadName for a command line with a NUL byte.
     SSHExecuteResult execute(const std::string& commandLine, std::string_view input = {},
                              std::chrono::milliseconds timeout = noTimeout);
 
@@ -158,6 +168,11 @@ private:
     void leaveConnection();
     void setBlocking(bool blocking);
     bool isBlocking() const;
+    FileSystem::FailureCode codeWithoutChannel() const;
+    SSHExecuteResult executeCommand(const std::string& commandLine, std::string_view input,
+                                    std::chrono::milliseconds timeout);
+    void retire();
+    void endAtExit();
     int runConnect(std::uint64_t interruptsBefore);
     FileSystem::HandleLock lockToEnd();
     void closeLostConnection();

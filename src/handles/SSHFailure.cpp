@@ -20,7 +20,9 @@ std::string textOf(ssh_session session)
     return text != nullptr ? text : "";
 }
 
-FailureCode codeOf(ssh_session session, FailureCode otherwise)
+} // namespace
+
+FailureCode transportFailureCode(ssh_session session, FailureCode otherwise)
 {
     if (ssh_is_connected(session) == 0) {
         return FailureCode::ConnectionLost;
@@ -28,14 +30,12 @@ FailureCode codeOf(ssh_session session, FailureCode otherwise)
     return ssh_get_error_code(session) == SSH_REQUEST_DENIED ? FailureCode::Denied : otherwise;
 }
 
-} // namespace
-
 bool noteTransportFailure(ssh_session session, FailureCode otherwise, std::string entry)
 {
     if (session == nullptr) {
         return fail(FailureCode::ConnectionLost, {}, std::move(entry));
     }
-    return fail(codeOf(session, otherwise), FailureSource::Transport, ssh_get_error_code(session),
+    return fail(transportFailureCode(session, otherwise), FailureSource::Transport, ssh_get_error_code(session),
                 textOf(session), std::move(entry));
 }
 

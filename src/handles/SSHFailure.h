@@ -28,6 +28,10 @@ bool noteTransportFailure(SSHHandleSession& session,
                           FileSystem::FailureCode otherwise = FileSystem::FailureCode::Other,
                           std::string entry = {});
 
+/// The code alone, for who has asked for the text already.
+FileSystem::FailureCode transportFailureCode(ssh_session session,
+                                             FileSystem::FailureCode otherwise);
+
 /// ConnectionLost for a channel or a session that has gone where libssh has nothing to say of it.
 bool noteConnectionLost(std::string text = {});
 

@@ -3,9 +3,11 @@
 #include "handles/CString.h"
 #include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
+#include "handles/SSHFailure.h"
 #include "process/ChannelRequests.h"
 #include "process/ChannelTransfer.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SessionBlockingGuard.h>
 
@@ -15,6 +17,8 @@
 #include <sys/ioctl.h>
 
 namespace Tarnis {
+
+using FileSystem::FailureCode;
 
 namespace {
 
@@ -65,11 +69,13 @@ SSHExecuteResult CommandRunner::run(const std::string& commandLine)
     try {
         outcome = runPhases(commandLine);
         if (outcome == Outcome::TimedOut) {
+            FileSystem::fail(FailureCode::TimedOut);
             killCommand();
         }
     } catch (const FileSystem::handle_fatal_error&) {
         // Another thread disconnected the session.
         error_ = sessionEnded;
+        noteConnectionLost(sessionEnded);
     }
     return collect(outcome);
 }
@@ -78,6 +84,7 @@ CommandRunner::Outcome CommandRunner::runPhases(const std::string& commandLine)
 {
     if (!fitsCString(commandLine)) {
         error_ = "the command line holds a NUL byte";
+        FileSystem::fail(FailureCode::BadName, error_);
         return Outcome::NotStarted;
     }
     const std::string line = commandLine + '\n';
@@ -135,6 +142,9 @@ CommandRunner::Step CommandRunner::noteFailure(Step step, ssh_session session)
 {
     if (step == Step::Failed || step == Step::Lost) {
         error_ = ssh_get_error(session);
+        // While the connection stands, it is the server that fails a step.
+        FileSystem::fail(transportFailureCode(session, FailureCode::Denied),
+                         FileSystem::FailureSource::Transport, ssh_get_error_code(session), error_);
     }
     return step;
 }

@@ -1,11 +1,14 @@
 #include "handles/CString.h"
 #include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
+#include "handles/SSHFailure.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHSocketWait.h"
+#include "process/ChannelFailure.h"
 #include "process/ChannelRequests.h"
 #include "process/ChannelTransfer.h"
 
+#include <FileSystem/FailureScope.h>
 #include <Tarnis/SSHChannel.h>
 #include <Tarnis/SessionBlockingGuard.h>
 
@@ -15,12 +18,26 @@
 
 namespace Tarnis {
 
+using FileSystem::fail;
+using FileSystem::FailureCode;
+using FileSystem::FailureScope;
+
 namespace {
 
 constexpr std::size_t largestChunk = 0x7FFFFFFF;
 constexpr int readTimeoutMilliseconds = 1;
 constexpr int pollTimeoutMilliseconds = 1;
 constexpr std::chrono::milliseconds noWait{0};
+
+/// A time that is up is no bytes: libssh says so up to 0.10. Newer versions answer SSH_AGAIN, which
+/// asks for no other try here, since a silent server would be asked again for 100 seconds.
+int readForAMoment(ssh_channel channel, char* buffer, std::uint32_t size, int isStderr)
+{
+    const int count =
+        ssh_channel_read_timeout(channel, buffer, size, isStderr, readTimeoutMilliseconds);
+    const bool saysAgain = ssh_version(SSH_VERSION_INT(0, 11, 0)) != nullptr;
+    return count == SSH_AGAIN && saysAgain ? 0 : count;
+}
 
 SSHHandleChannel& valid(const std::shared_ptr<SSHHandleChannel>& channel)
 {
@@ -49,16 +66,46 @@ std::size_t moveInChunks(std::size_t size, MoveChunk moveChunk)
     }
 }
 
+/// callUnblocked, and a note of why it failed.
+template <class Function, class... Args>
+int moveChunk(SSHHandleChannel& channel, Function function, Args... args)
+{
+    const auto lock = channel.getLock();
+    const int moved = callUnblocked(channel, function, args...);
+    if (moved < 0) {
+        const auto otherwise = moved == SSH_AGAIN ? FailureCode::TimedOut : FailureCode::Other;
+        callLocked(channel, noteChannelFailure, otherwise);
+    }
+    return moved;
+}
+
+/// The same for a request, which is done or is not.
+template <class Request, class... Args>
+bool isDone(SSHHandleChannel& channel, Request request, Args... args)
+{
+    return moveChunk(channel, request, args...) == SSH_OK;
+}
+
 /// Repeats one step of a transfer until it moves something, fails, or the time is up.
 template <class Step>
 SSHChannelTransfer transferWithin(std::chrono::milliseconds timeout, SSHHandleChannel& channel,
                                   Step step)
 {
+    using Status = SSHChannelTransfer::Status;
     SSHSocketWait wait(SSHSocketWait::deadlineAfter(timeout));
     SSHChannelTransfer transfer;
     do {
-        transfer = callLocked(channel, step);
-    } while (transfer.status == SSHChannelTransfer::Status::TimedOut && wait.wait(channel));
+        transfer = callLocked(channel, [step](ssh_channel c) {
+            const SSHChannelTransfer moved = step(c);
+            if (moved.status == Status::Error) {
+                noteChannelFailure(c);
+            }
+            return moved;
+        });
+    } while (transfer.status == Status::TimedOut && wait.wait(channel));
+    if (transfer.status == Status::TimedOut && timeout > noWait) {
+        fail(FailureCode::TimedOut);
+    }
     return transfer;
 }
 
@@ -96,17 +143,20 @@ bool SSHChannel::isValid() const
 
 bool SSHChannel::open()
 {
-    return do_open();
+    FailureScope scope("open");
+    return scope.result(do_open());
 }
 
 bool SSHChannel::isOpen() const
 {
-    return do_isOpen();
+    FailureScope scope("isOpen");
+    return scope.answer(do_isOpen());
 }
 
 bool SSHChannel::close()
 {
-    return do_close();
+    FailureScope scope("close");
+    return scope.result(do_close());
 }
 
 bool SSHChannel::do_open()
@@ -114,11 +164,13 @@ bool SSHChannel::do_open()
     SSHHandleChannel& channel = valid(channel_);
     const auto lock = channel.getLock();
     channel.watchExit();
-    if (callLocked(channel, openChannel) != SSH_OK) {
-        return false;
+    const bool opened = callLocked(channel, [](ssh_channel c) {
+        return openChannel(c) == SSH_OK || noteTransportFailure(ssh_channel_get_session(c));
+    });
+    if (opened) {
+        channel.markOpened();
     }
-    channel.markOpened();
-    return true;
+    return opened;
 }
 
 bool SSHChannel::do_isOpen() const
@@ -129,50 +181,58 @@ bool SSHChannel::do_isOpen() const
 bool SSHChannel::do_close()
 {
     SSHHandleChannel& channel = valid(channel_);
-    // libssh would close channel number 0 of the server, whosever it is.
     return callLocked(channel, [&channel](ssh_channel c) {
-               return channel.wasOpened() ? ssh_channel_close(c) : SSH_ERROR;
-           }) == SSH_OK;
+        // libssh would close channel number 0 of the server, whosever it is.
+        if (!channel.wasOpened()) {
+            return fail(FailureCode::Other, "the channel was never opened");
+        }
+        return ssh_channel_close(c) == SSH_OK || noteTransportFailure(ssh_channel_get_session(c));
+    });
 }
 
 bool SSHChannel::isEOF() const
 {
-    return callLocked(valid(channel_), ssh_channel_is_eof) != 0;
+    FailureScope scope("isEOF");
+    return scope.answer(callLocked(valid(channel_), ssh_channel_is_eof) != 0);
 }
 
 bool SSHChannel::sendEOF() const
 {
-    return callUnblocked(valid(channel_), requestEndOfFile) == SSH_OK;
+    FailureScope scope("sendEOF");
+    return scope.result(isDone(valid(channel_), requestEndOfFile));
 }
 
 bool SSHChannel::sendSignal(const std::string& signalName) const
 {
+    FailureScope scope("sendSignal");
     SSHHandleChannel& channel = valid(channel_);
     const auto lock = channel.getLock();
+    if (!fitsCString(signalName)) {
+        return scope.result(fail(FailureCode::BadName, "the signal's name holds a NUL byte"));
+    }
     // libssh only queues the request while an earlier one is on its way.
-    return fitsCString(signalName) &&
-           callUnblocked(channel, requestSignal, signalName.c_str()) == SSH_OK &&
-           callUnblocked(channel, [](ssh_channel c) {
-               return ssh_blocking_flush(ssh_channel_get_session(c), 0);
-           }) == SSH_OK;
+    return scope.result(isDone(channel, requestSignal, signalName.c_str()) &&
+                        isDone(channel, [](ssh_channel c) {
+                            return ssh_blocking_flush(ssh_channel_get_session(c), 0);
+                        }));
 }
 
 std::optional<int> SSHChannel::getExitCode()
 {
+    FailureScope scope("getExitCode");
     const ExitStatus status = queryExitStatus();
-    if (!status.isReported && do_isOpen()) {
-        return std::nullopt;
-    }
-    return status.value;
+    const bool isNoneYet = !status.isReported && do_isOpen();
+    return scope.answer(isNoneYet ? std::nullopt : std::make_optional(status.value));
 }
 
 std::optional<std::string> SSHChannel::getExitSignal() const
 {
+    FailureScope scope("getExitSignal");
     SSHHandleChannel& channel = valid(channel_);
     const auto lock = channel.getLock();
     // Takes in what has arrived.
     static_cast<void>(queryExitStatus());
-    return channel.getExit() != nullptr ? channel.getExit()->signal() : std::nullopt;
+    return scope.answer(channel.getExit() != nullptr ? channel.getExit()->signal() : std::nullopt);
 }
 
 SSHChannel::ExitStatus SSHChannel::queryExitStatus() const
@@ -193,52 +253,63 @@ SSHChannel::ExitStatus SSHChannel::queryExitStatus() const
 
 std::size_t SSHChannel::bytesAvailable(bool isStderr) const
 {
-    const int available = callLocked(valid(channel_), ssh_channel_poll_timeout,
-                                     pollTimeoutMilliseconds, isStderr ? 1 : 0);
-    return available < 0 ? 0 : static_cast<std::size_t>(available);
+    FailureScope scope("bytesAvailable");
+    return scope.answer(callLocked(valid(channel_), [isStderr](ssh_channel channel) {
+        const int available =
+            ssh_channel_poll_timeout(channel, pollTimeoutMilliseconds, isStderr ? 1 : 0);
+        if (available == SSH_ERROR) {
+            noteChannelFailure(channel);
+        }
+        return available < 0 ? 0 : static_cast<std::size_t>(available);
+    }));
 }
 
 std::size_t SSHChannel::read(char* buffer, std::size_t size, bool isStderr) const
 {
+    FailureScope scope("read");
     SSHHandleChannel& channel = valid(channel_);
-    return moveInChunks(size, [&](std::size_t done, std::uint32_t chunk) {
-        return callUnblocked(channel, ssh_channel_read_timeout, buffer + done, chunk,
-                             isStderr ? 1 : 0, readTimeoutMilliseconds);
-    });
+    return scope.answer(moveInChunks(size, [&](std::size_t done, std::uint32_t chunk) {
+        return moveChunk(channel, readForAMoment, buffer + done, chunk, isStderr ? 1 : 0);
+    }));
 }
 
 std::size_t SSHChannel::write(const char* data, std::size_t size) const
 {
+    FailureScope scope("write");
     SSHHandleChannel& channel = valid(channel_);
-    return moveInChunks(size, [&](std::size_t done, std::uint32_t chunk) {
-        return callUnblocked(channel, ssh_channel_write, data + done, chunk);
-    });
+    return scope.answer(moveInChunks(size, [&](std::size_t done, std::uint32_t chunk) {
+        return moveChunk(channel, ssh_channel_write, data + done, chunk);
+    }));
 }
 
 std::string SSHChannel::readAll(bool isStderr)
 {
+    FailureScope scope("readAll");
     std::string text(bytesAvailable(isStderr), '\0');
-    if (text.empty()) {
-        return text;
+    if (!text.empty()) {
+        const std::size_t count = read(text.data(), text.size(), isStderr);
+        text.resize(count);
     }
-    const std::size_t count = read(text.data(), text.size(), isStderr);
-    text.resize(count);
-    return text;
+    return scope.asNoted(std::move(text));
 }
 
 SSHChannelTransfer SSHChannel::readSome(char* buffer, std::size_t size, bool isStderr,
                                         std::chrono::milliseconds timeout) const
 {
-    return transferWithin(size == 0 ? noWait : timeout, valid(channel_), [=](ssh_channel channel) {
-        return readArrived(channel, buffer, size, isStderr);
-    });
+    FailureScope scope("readSome");
+    return scope.asNoted(
+        transferWithin(size == 0 ? noWait : timeout, valid(channel_), [=](ssh_channel channel) {
+            return readArrived(channel, buffer, size, isStderr);
+        }));
 }
 
 SSHChannelTransfer SSHChannel::writeSome(const char* data, std::size_t size,
                                          std::chrono::milliseconds timeout) const
 {
-    return transferWithin(size == 0 ? noWait : timeout, valid(channel_),
-                          [=](ssh_channel channel) { return writeAccepted(channel, data, size); });
+    FailureScope scope("writeSome");
+    return scope.asNoted(
+        transferWithin(size == 0 ? noWait : timeout, valid(channel_),
+                       [=](ssh_channel channel) { return writeAccepted(channel, data, size); }));
 }
 
 } // namespace Tarnis

@@ -1,8 +1,10 @@
 #include "handles/CString.h"
 #include "handles/SSHCall.h"
+#include "handles/SSHFailure.h"
 #include "handles/SSHHandleChannel.h"
 #include "process/ChannelRequests.h"
 
+#include <FileSystem/FailureScope.h>
 #include <Tarnis/SSHProcess.h>
 
 #include <optional>
@@ -11,7 +13,23 @@
 
 namespace Tarnis {
 
+using FileSystem::fail;
+using FileSystem::FailureCode;
+using FileSystem::FailureScope;
 using State = SSHCommandLineProcessState;
+
+namespace {
+
+constexpr const char* hasBegun = "the command is running or has ended";
+
+/// A server that closes the channel instead of answering has refused the command too.
+bool noteRefusal(ssh_channel channel, int status)
+{
+    return noteTransportFailure(ssh_channel_get_session(channel),
+                                status == SSH_AGAIN ? FailureCode::TimedOut : FailureCode::Denied);
+}
+
+} // namespace
 
 SSHProcess::SSHProcess(std::shared_ptr<SSHHandleChannel>&& channel)
     : SSHProcess(std::string(), std::move(channel))
@@ -33,66 +51,81 @@ std::string SSHProcess::getCommandLine()
 
 bool SSHProcess::setCommandLine(const std::string& commandLine)
 {
-    if (!isRunning() && !isFinished() && &commandLine != &commandLine_) {
+    FailureScope scope("setCommandLine");
+    if (isRunning() || isFinished()) {
+        fail(FailureCode::Busy, hasBegun);
+    } else if (&commandLine != &commandLine_) {
         const std::lock_guard<std::mutex> lock(commandLineMutex_);
         commandLine_ = commandLine;
     }
     // False either way: hosts have come to rely on it, so it cannot begin to mean anything.
-    return false;
+    return scope.asNoted(false);
 }
 
 bool SSHProcess::start()
 {
+    FailureScope scope("start");
     const std::shared_ptr<SSHHandleChannel> channel = getChannel();
     // Of two threads that start it, the second one must find it running.
     const auto lock = channel != nullptr ? std::make_optional(channel->getLock()) : std::nullopt;
     if (isRunning() || isFinished()) {
-        return false;
+        return scope.result(fail(FailureCode::Busy, hasBegun));
     }
-    return open();
+    return scope.result(open());
 }
 
 bool SSHProcess::start(const std::string& commandLine)
 {
+    FailureScope scope("start");
     setCommandLine(commandLine);
-    return start();
+    return scope.result(start());
 }
 
 bool SSHProcess::isRunning() const
 {
+    FailureScope scope("isRunning");
     checkState();
-    return state_.load() == State::Running;
+    return scope.answer(state_.load() == State::Running);
 }
 
 bool SSHProcess::isFinished() const
 {
+    FailureScope scope("isFinished");
     checkState();
-    return state_.load() == State::Finished;
+    return scope.answer(state_.load() == State::Finished);
 }
 
 State SSHProcess::getProcessState()
 {
+    FailureScope scope("getProcessState");
     checkState();
-    return state_.load();
+    return scope.asNoted(state_.load());
 }
 
 bool SSHProcess::waitForFinished(std::chrono::milliseconds timeout) const
 {
+    FailureScope scope("waitForFinished");
     const auto deadline = SSHCallLimits::deadlineAfter(timeout);
     while (!hasEnded() && SSHCallLimits::now() < deadline) {
         std::this_thread::sleep_for(SSHCallLimits::pause);
     }
-    return hasEnded();
+    const bool ended = hasEnded();
+    if (!ended && timeout > std::chrono::milliseconds::zero()) {
+        fail(FailureCode::TimedOut);
+    }
+    return scope.answer(ended);
 }
 
 bool SSHProcess::kill()
 {
-    return sendSignal("KILL");
+    FailureScope scope("kill");
+    return scope.result(sendSignal("KILL"));
 }
 
 bool SSHProcess::terminate()
 {
-    return sendSignal("TERM");
+    FailureScope scope("terminate");
+    return scope.result(sendSignal("TERM"));
 }
 
 bool SSHProcess::do_open()
@@ -107,12 +140,16 @@ bool SSHProcess::runOnChannel(State previous)
 {
     const std::shared_ptr<SSHHandleChannel> channel = getChannel();
     const std::string line = getCommandLine() + '\n';
-    if (channel == nullptr || !fitsCString(line)) {
-        return false;
+    if (channel == nullptr) {
+        return noteConnectionLost("the process has no channel");
     }
+    if (!fitsCString(line)) {
+        return fail(FailureCode::BadName, "the command line holds a NUL byte");
+    }
+    const auto lock = channel->getLock();
     // A channel is opened once and takes one command.
     if (previous != State::NotStarted && channel->isValid() && !channel->renew()) {
-        return false;
+        return fail(FailureCode::NoResources, "libssh could not create a channel");
     }
     if (!SSHChannel::do_open()) {
         return false;
@@ -122,7 +159,8 @@ bool SSHProcess::runOnChannel(State previous)
         sent = result == SSH_AGAIN;
         return result;
     };
-    return callUnblocked(*channel, request) == SSH_OK;
+    const int status = callUnblocked(*channel, request);
+    return status == SSH_OK || callLocked(*channel, noteRefusal, status);
 }
 
 bool SSHProcess::do_isOpen() const

@@ -4,6 +4,7 @@
 #include "handles/SSHHandleSession.h"
 #include "process/CommandRunner.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
@@ -12,10 +13,17 @@
 
 namespace Tarnis {
 
+using FileSystem::fail;
+using FileSystem::FailureCode;
+using FileSystem::FailureScope;
+
 namespace {
 
-SSHExecuteResult notStarted(const char* why)
+constexpr const char* noChannel = "libssh could not create a channel";
+
+SSHExecuteResult notStarted(FailureCode code, const char* why)
 {
+    fail(code, why);
     SSHExecuteResult result;
     result.error = why;
     return result;
@@ -25,28 +33,48 @@ SSHExecuteResult notStarted(const char* why)
 
 std::unique_ptr<SSHProcess> SSHSession::createProcess(const std::string& commandLine)
 {
+    FailureScope scope("createProcess");
     auto channel = SSHHandleChannel::create(*session_);
     if (channel == nullptr) {
-        return nullptr;
+        fail(codeWithoutChannel(), noChannel);
+        return scope.result(std::unique_ptr<SSHProcess>());
     }
-    return std::make_unique<SSHProcess>(commandLine, std::move(channel));
+    return scope.result(std::make_unique<SSHProcess>(commandLine, std::move(channel)));
+}
+
+/// Why there is no channel: before the log-in libssh has none to give.
+FailureCode SSHSession::codeWithoutChannel() const
+{
+    if (!isSessionConnected()) {
+        return FailureCode::ConnectionLost;
+    }
+    return isAuthenticated() ? FailureCode::NoResources : FailureCode::Denied;
 }
 
 SSHExecuteResult SSHSession::execute(const std::string& commandLine, std::string_view input,
                                      std::chrono::milliseconds timeout)
 {
-    if (!isAuthenticated()) {
-        return notStarted("the session is not logged in");
-    }
+    FailureScope scope("execute");
+    auto result = executeCommand(commandLine, input, timeout);
+    static_cast<void>(scope.result(result.outcome == SSHExecuteResult::Outcome::Completed));
+    return result;
+}
+
+SSHExecuteResult SSHSession::executeCommand(const std::string& commandLine, std::string_view input,
+                                            std::chrono::milliseconds timeout)
+{
     try {
+        if (!isAuthenticated()) {
+            return notStarted(codeWithoutChannel(), "the session is not logged in");
+        }
         auto channel = SSHHandleChannel::create(*session_);
         if (channel == nullptr) {
-            return notStarted("libssh could not create a channel");
+            return notStarted(codeWithoutChannel(), noChannel);
         }
         return CommandRunner(std::move(channel), input, timeout).run(commandLine);
     } catch (const FileSystem::handle_fatal_error&) {
         // Another thread disconnected the session before there was a command.
-        return notStarted(CommandRunner::sessionEnded);
+        return notStarted(FailureCode::ConnectionLost, CommandRunner::sessionEnded);
     }
 }
 

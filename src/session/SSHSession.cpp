@@ -3,6 +3,7 @@
 #include "handles/SSHSessionOptions.h"
 #include "session/SSHSessionConnection.h"
 #include "session/SessionStateBits.h"
+#include "session/SessionsAtExit.h"
 
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/SSHDefaultDeleter.h>
@@ -23,21 +24,44 @@ constexpr std::chrono::milliseconds patience{300};
 } // namespace
 
 SSHSession::SSHSession()
-    : session_(std::make_unique<SSHHandleSession>(ssh_new()))
+    : session_(std::make_unique<SSHHandleSession>(SessionsAtExit::areOver() ? nullptr : ssh_new()))
     , state_(std::make_shared<std::atomic<RemoteSessionState>>(RemoteSessionState::Disconnected))
     , connection_(std::make_unique<SSHSessionConnection>())
-{}
+{
+    SessionsAtExit::add(this, [this] { endAtExit(); });
+}
 
 SSHSession::~SSHSession()
 {
+    SessionsAtExit::remove(this);
     try {
         const auto lock = lockToEnd();
-        if (do_isConnected()) {
-            do_disconnect();
-        }
-        session_->deleteMe();
+        retire();
     } catch (...) {
         // A destructor has nobody to tell; the handle frees what is left.
+    }
+}
+
+/// To be called under the lock.
+void SSHSession::retire()
+{
+    if (do_isConnected()) {
+        do_disconnect();
+    }
+    session_->deleteMe();
+}
+
+/// Waits for a call of another thread a moment only: one that is not freed by an interrupt would
+/// keep the program from ending.
+void SSHSession::endAtExit()
+{
+    auto lock = session_->getLockWithin(patience);
+    if (lock == nullptr) {
+        connection_->interrupt();
+        lock = session_->getLockWithin(patience);
+    }
+    if (lock != nullptr) {
+        retire();
     }
 }
 

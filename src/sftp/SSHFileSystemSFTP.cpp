@@ -59,8 +59,13 @@ SSHFileSystemSFTP::~SSHFileSystemSFTP()
 
 void SSHFileSystemSFTP::abort()
 {
-    // Others may ask for the handle meanwhile; they keep what they got alive.
-    const auto sftp = std::atomic_exchange(&sftp_, std::shared_ptr<SSHHandleSFTPSession>());
+    // Others may ask for the handle meanwhile; they keep what they got alive. It is let go of in
+    // every case, but only once it is invalid: a transfer that finds no handle has no package size.
+    auto letGo = [this](const SSHHandleSFTPSession*) {
+        std::atomic_store(&sftp_, std::shared_ptr<SSHHandleSFTPSession>());
+    };
+    const auto sftp = handle();
+    const std::unique_ptr<SSHHandleSFTPSession, decltype(letGo)> retired(sftp.get(), letGo);
     if (sftp != nullptr) {
         sftp->deleteMe();
     }

@@ -24,6 +24,17 @@ orInvalid(std::shared_ptr<SSHHandleSFTPSessionFile>&& file)
                            : std::make_shared<SSHHandleSFTPSessionFile>(nullptr, nullptr);
 }
 
+/// What a transfer comes to once the file system has no session any more, and so no package size:
+/// steps of nothing would never end.
+std::uint64_t withoutPackages(const SSHHandleSFTPSessionFile& file, const std::string& path)
+{
+    if (!file.isValid()) {
+        throw FileSystem::handle_fatal_error("invalid");
+    }
+    failForLostSftp(path);
+    return 0;
+}
+
 struct ReadRequest
 {
     std::uint32_t id;
@@ -124,6 +135,9 @@ bool SSHFileSystemSFTPFile::do_error() const
 std::uint64_t SSHFileSystemSFTPFile::do_read(char* buffer, std::uint64_t size) const
 {
     const auto package = static_cast<std::uint32_t>(maxReadPackageSize());
+    if (package == 0 && size > 0) {
+        return withoutPackages(*file_, fileId_);
+    }
     std::vector<ReadRequest> requests;
     bool failed = !issueReads(*file_, fileId_, size, package, requests);
     std::uint64_t total = 0;
@@ -149,6 +163,9 @@ std::uint64_t SSHFileSystemSFTPFile::do_write(const char* buffer, std::uint64_t 
         const ssize_t written = callSftp(*file_, fileId_, sftp_write, buffer + done, length);
         if (written < 0) {
             return 0;
+        }
+        if (length == 0) {
+            return withoutPackages(*file_, fileId_);
         }
         done += static_cast<std::uint64_t>(written);
     }

@@ -17,7 +17,8 @@ public:
     ~HandleObjectCoreComposite() override;
 
 protected:
-    /// Invalidates every child, lets go of it, then marks this handle invalid.
+    /// Invalidates every child, lets go of it, then marks this handle invalid; throws as
+    /// invalidateChildren() does, but is invalid then.
     void do_invalidate() override;
 
     /// Takes a new child over, keeps a shared reference to it and returns another. The child's
@@ -27,7 +28,8 @@ protected:
     std::shared_ptr<HandleObjectCore> addChild(std::unique_ptr<HandleObjectCore>&& child);
 
     /// Invalidates every child and lets go of it; this handle itself stays as it is. To be called
-    /// under the lock.
+    /// under the lock. When children throw, goes on through all, then throws what the first of them
+    /// threw.
     void invalidateChildren();
 
     /// The children, oldest first. To be used under the lock.

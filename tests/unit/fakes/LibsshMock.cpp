@@ -207,11 +207,6 @@ const char* ssh_get_error(void* error)
     return LibsshMock::active().ssh_get_error(error);
 }
 
-int ssh_get_error_code(void* error)
-{
-    return LibsshMock::active().ssh_get_error_code(error);
-}
-
 int ssh_set_callbacks(ssh_session session, ssh_callbacks callbacks)
 {
     return LibsshMock::active().ssh_set_callbacks(session, callbacks);

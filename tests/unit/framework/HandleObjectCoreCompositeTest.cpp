@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,28 @@ TEST(HandleTree, InvalidatesChildrenOldestFirstWhileTheParentIsStillValid)
     second->onInvalidation = [&] { order.emplace_back(parent.isValid() ? "second" : "too late"); };
     parent.invalidate();
     EXPECT_THAT(order, ElementsAre("first", "second"));
+}
+
+TEST(HandleTree, AChildThatThrowsLeavesItsSiblingsInvalidAndWithoutAParent)
+{
+    Node parent;
+    const auto first = makeChild<Leaf>(parent);
+    const auto second = makeChild<Leaf>(parent);
+    const auto third = makeChild<Leaf>(parent);
+    first->onInvalidation = [] { throw std::runtime_error("first"); };
+    second->onInvalidation = [] { throw std::runtime_error("second"); };
+    try {
+        parent.invalidate();
+        FAIL() << "nothing was thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "first");
+    }
+    EXPECT_FALSE(third->isValid());
+    EXPECT_FALSE(parent.isValid());
+    for (const auto& child : {first, second, third}) {
+        EXPECT_EQ(child->getParent(), nullptr);
+        child->onInvalidation = nullptr;
+    }
 }
 
 TEST(HandleTree, AnInvalidParentKeepsNoChildAlive)

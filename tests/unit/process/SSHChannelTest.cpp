@@ -357,6 +357,13 @@ TEST_F(OpenChannel, ReadIsRepeatedWhileLibsshAsksForIt)
     EXPECT_EQ(libssh.blocking, 1);
 }
 
+TEST_F(OpenChannel, ReadIsTriedOnceWhereLibsshSaysAgainForATimeThatIsUp)
+{
+    ON_CALL(libssh, ssh_version(SSH_VERSION_INT(0, 11, 0))).WillByDefault(Return("0.11.5"));
+    EXPECT_CALL(libssh, ssh_channel_read_timeout).WillOnce(Return(SSH_AGAIN));
+    EXPECT_EQ(channel.read(buffer.data(), 64, false), 64U);
+}
+
 TEST_F(OpenChannel, ReadOfNothingIsNothing)
 {
     EXPECT_EQ(channel.read(buffer.data(), 0, false), 0U);

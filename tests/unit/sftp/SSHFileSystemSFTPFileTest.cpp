@@ -1,12 +1,15 @@
 #include "sftp/SftpFixture.h"
 #include "util/Background.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
 
 #include <cstring>
 #include <string>
 
+using FileSystem::Failure;
+using FileSystem::FailureCode;
 using FileSystem::handle_fatal_error;
 using FileSystem::StorageSystemFileOpenModeFlag;
 using Tarnis::SSHFileSystemSFTP;
@@ -279,6 +282,17 @@ TEST_F(SftpFileElsewhere, AsksForThePackageOfEveryWrite)
     // Without a session, the file system has no package.
     EXPECT_CALL(libssh, sftp_write(&file, _, 0)).WillOnce(Return(-1));
     EXPECT_EQ(opened.write(buffer.data(), 2 * writePackage), 0U);
+}
+
+TEST_F(SftpFileElsewhere, MovesNothingOnceItsFileSystemHasNoPackageThoughItsHandleIsValid)
+{
+    elsewhere.abort();
+    EXPECT_CALL(libssh, sftp_write(&file, _, 0)).WillOnce(Return(0));
+    EXPECT_EQ(opened.write(buffer.data(), 10), 0U);
+    EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost);
+    EXPECT_CALL(libssh, sftp_async_read_begin).Times(0);
+    EXPECT_EQ(opened.read(buffer.data(), 10), 0U);
+    EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost);
 }
 
 TEST_F(SftpFileElsewhere, AsksForThePackageOfAllReadsOnce)

@@ -135,6 +135,17 @@ TEST_F(SftpFileSystem, AfterAbortIsAsWithoutASession)
     EXPECT_EQ(files.hostName(), "");
 }
 
+TEST_F(SftpFileSystem, KeepsItsPackageSizesUntilAbortHasRetiredTheSession)
+{
+    EXPECT_CALL(libssh, sftp_free(&sftp)).WillOnce([this](sftp_session) {
+        EXPECT_EQ(files.maxReadPackageSize(), 2'621'440U);
+        EXPECT_EQ(files.maxWritePackageSize(), 262'119U);
+        EXPECT_FALSE(files.isValid());
+    });
+    files.abort();
+    EXPECT_EQ(files.maxWritePackageSize(), 0U);
+}
+
 TEST_F(SftpFileSystem, WhoseSessionEndedFailsCleanly)
 {
     session.retireChildren();
