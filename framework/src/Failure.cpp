@@ -1,6 +1,7 @@
 #include "FailureRecord.h"
 
 #include <FileSystem/Failure.h>
+#include <FileSystem/FailureCategory.h>
 
 #include <array>
 #include <cerrno>
@@ -10,101 +11,47 @@ namespace FileSystem {
 
 namespace {
 
-/// What a code means to people, and which of the standard's conditions it compares with.
-struct Meaning
-{
-    FailureCode code;
-    const char* text;
-    std::array<std::errc, 2> conditions;
-};
-
-constexpr auto noCondition = std::errc();
-
-constexpr std::array<Meaning, 27> meanings{{
-    {FailureCode::NotFound, "no such file or directory", {std::errc::no_such_file_or_directory}},
-    {FailureCode::Denied,
-     "permission denied",
-     {std::errc::permission_denied, std::errc::operation_not_permitted}},
-    {FailureCode::Exists, "something is there already", {std::errc::file_exists}},
-    {FailureCode::NotEmpty, "the directory is not empty", {std::errc::directory_not_empty}},
-    {FailureCode::IsDirectory, "a directory is there", {std::errc::is_a_directory}},
-    {FailureCode::NotDirectory, "not a directory", {std::errc::not_a_directory}},
-    {FailureCode::NoSpace, "no space left", {std::errc::no_space_on_device}},
-    {FailureCode::Unsupported,
-     "not supported",
-     {std::errc::not_supported, std::errc::operation_not_supported}},
-    {FailureCode::NotCopyable, "a pipe, a socket or a device is there", {noCondition}},
-    {FailureCode::Cancelled, "cancelled", {std::errc::operation_canceled}},
-    {FailureCode::ConnectionLost,
-     "the connection is lost",
-     {std::errc::connection_reset, std::errc::not_connected}},
-    {FailureCode::TimedOut, "timed out", {std::errc::timed_out}},
-    {FailureCode::BadName,
-     "nothing can have this name",
-     {std::errc::invalid_argument, std::errc::filename_too_long}},
-    {FailureCode::Protocol, "the answer makes no sense", {std::errc::protocol_error}},
-    {FailureCode::Other, "no reason is known", {std::errc::io_error}},
-    {FailureCode::IntoItself, "a directory cannot be put into itself", {noCondition}},
-    {FailureCode::TooDeep, "too many directories below each other", {noCondition}},
-    {FailureCode::TooMany, "too many entries", {noCondition}},
-    {FailureCode::TooLarge, "the file is too large", {std::errc::file_too_large}},
-    {FailureCode::ReadOnly, "the volume is read-only", {std::errc::read_only_file_system}},
-    {FailureCode::OtherVolume, "on another volume", {std::errc::cross_device_link}},
-    {FailureCode::LinkLoop,
-     "too many symbolic links on the way",
-     {std::errc::too_many_symbolic_link_levels}},
-    {FailureCode::Busy, "in use", {std::errc::device_or_resource_busy, std::errc::text_file_busy}},
-    {FailureCode::NoResources,
-     "no memory, descriptors or handles left",
-     {std::errc::not_enough_memory, std::errc::too_many_files_open}},
-    {FailureCode::Changed, "it changed meanwhile", {noCondition}},
-    {FailureCode::NotKept, "the system did not keep what was set", {noCondition}},
-    {FailureCode::NotALink, "not a symbolic link", {noCondition}},
+constexpr std::array<FailureMeaning, 27> meanings{{
+    {FailureCode::NotFound, "no such file or directory", std::errc::no_such_file_or_directory},
+    {FailureCode::Denied, "permission denied", std::errc::permission_denied,
+     std::errc::operation_not_permitted},
+    {FailureCode::Exists, "something is there already", std::errc::file_exists},
+    {FailureCode::NotEmpty, "the directory is not empty", std::errc::directory_not_empty},
+    {FailureCode::IsDirectory, "a directory is there", std::errc::is_a_directory},
+    {FailureCode::NotDirectory, "not a directory", std::errc::not_a_directory},
+    {FailureCode::NoSpace, "no space left", std::errc::no_space_on_device},
+    {FailureCode::Unsupported, "not supported", std::errc::not_supported,
+     std::errc::operation_not_supported},
+    {FailureCode::NotCopyable, "a pipe, a socket or a device is there"},
+    {FailureCode::Cancelled, "cancelled", std::errc::operation_canceled},
+    {FailureCode::ConnectionLost, "the connection is lost", std::errc::connection_reset,
+     std::errc::not_connected},
+    {FailureCode::TimedOut, "timed out", std::errc::timed_out},
+    {FailureCode::BadName, "nothing can have this name", std::errc::invalid_argument,
+     std::errc::filename_too_long},
+    {FailureCode::Protocol, "the answer makes no sense", std::errc::protocol_error},
+    {FailureCode::Other, "no reason is known", std::errc::io_error},
+    {FailureCode::IntoItself, "a directory cannot be put into itself"},
+    {FailureCode::TooDeep, "too many directories below each other"},
+    {FailureCode::TooMany, "too many entries"},
+    {FailureCode::TooLarge, "the file is too large", std::errc::file_too_large},
+    {FailureCode::ReadOnly, "the volume is read-only", std::errc::read_only_file_system},
+    {FailureCode::OtherVolume, "on another volume", std::errc::cross_device_link},
+    {FailureCode::LinkLoop, "too many symbolic links on the way",
+     std::errc::too_many_symbolic_link_levels},
+    {FailureCode::Busy, "in use", std::errc::device_or_resource_busy, std::errc::text_file_busy},
+    {FailureCode::NoResources, "no memory, descriptors or handles left",
+     std::errc::not_enough_memory, std::errc::too_many_files_open},
+    {FailureCode::Changed, "it changed meanwhile"},
+    {FailureCode::NotKept, "the system did not keep what was set"},
+    {FailureCode::NotALink, "not a symbolic link"},
 }};
-
-const Meaning* meaningOf(int code) noexcept
-{
-    for (const auto& meaning : meanings) {
-        if (static_cast<int>(meaning.code) == code) {
-            return &meaning;
-        }
-    }
-    return nullptr;
-}
-
-class FailureCategory final : public std::error_category
-{
-public:
-    const char* name() const noexcept override { return "storage"; }
-
-    std::string message(int code) const override
-    {
-        const auto* const meaning = meaningOf(code);
-        return meaning != nullptr ? meaning->text : "unknown failure";
-    }
-
-    std::error_condition default_error_condition(int code) const noexcept override
-    {
-        const auto* const meaning = meaningOf(code);
-        return meaning != nullptr && meaning->conditions.front() != noCondition
-                   ? std::make_error_condition(meaning->conditions.front())
-                   : std::error_condition(code, *this);
-    }
-
-    bool equivalent(int code, const std::error_condition& condition) const noexcept override
-    {
-        const auto* const meaning = meaningOf(code);
-        const bool isSecond = meaning != nullptr && meaning->conditions.back() != noCondition &&
-                              condition == std::make_error_condition(meaning->conditions.back());
-        return isSecond || default_error_condition(code) == condition;
-    }
-};
 
 } // namespace
 
 const std::error_category& failureCategory() noexcept
 {
-    static const FailureCategory category;
+    static const FailureCategory category("storage", meanings);
     return category;
 }
 

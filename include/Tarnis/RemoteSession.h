@@ -138,6 +138,9 @@ protected:
     do_hostAuthenticate(const HostAuthenticator& authenticator) = 0;
     virtual std::unique_ptr<UserAuthenticatorResponse>
     do_userAuthenticate(const UserAuthenticator& authenticator) = 0;
+
+private:
+    RemoteSessionState stateNow() const;
 };
 
 } // namespace Tarnis

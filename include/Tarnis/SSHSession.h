@@ -4,12 +4,15 @@
 #include <FileSystem/HandleLock.h>
 #include <Tarnis/Export.h>
 #include <Tarnis/RemoteSession.h>
+#include <Tarnis/SSHAlgorithmMismatch.h>
 #include <Tarnis/SSHExecuteResult.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -105,6 +108,23 @@ public:
     /// connected. Does not block on the network.
     std::string getPublicServerKeyB64() const;
 
+    /// The SHA-256 fingerprint of the server's public key as ssh prints it, "SHA256:" and base64
+    /// without padding; empty when not connected. Does not block on the network.
+    std::string getPublicServerKeyFingerprint() const;
+
+    /// The methods by which the server would still let the user in, as it said last, by the
+    /// protocol's names: "publickey", "password", "keyboard-interactive", "hostbased",
+    /// "gssapi-with-mic"; those that libssh does not know are left out. Known from the first
+    /// attempt that did not succeed: UserAuthenticatorNone asks, and each Denied and Partial says
+    /// it anew. Empty before; what was known stays when the connection is lost, and goes with
+    /// disconnect() and connect(). Does not block on the network. Leaves Failure::last() as it is.
+    std::set<std::string> getOfferedMethods() const;
+
+    /// The algorithms that kept the last connect() from coming about, after
+    /// SSHFailureCode::NoCommonAlgorithm and until the next connect(); empty otherwise. Does not
+    /// block on the network. Leaves Failure::last() as it is.
+    std::optional<SSHAlgorithmMismatch> getAlgorithmMismatch() const;
+
     /// Attaches an object of the caller's, not owned, which must outlive the session or be replaced
     /// by null. Takes no lock: call it from one thread at a time.
     void attachSSHSessionInterface(SSHSessionInterface* sessionInterface);
@@ -166,6 +186,7 @@ private:
     void noticeLostConnection();
     void leaveEndedConnection();
     void leaveConnection();
+    std::string tellServerKey(const char* operation, std::string (*read)(SSHHandleSession&)) const;
     void setBlocking(bool blocking);
     bool isBlocking() const;
     FileSystem::FailureCode codeWithoutChannel() const;

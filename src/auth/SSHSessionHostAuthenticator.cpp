@@ -1,16 +1,19 @@
 #include "auth/SSHSessionHostAuthenticator.h"
 
+#include "handles/FileProbe.h"
 #include "handles/SSHCall.h"
+#include "handles/SSHFailure.h"
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHServerKey.h"
 #include "handles/SSHSessionOptions.h"
 
+#include <FileSystem/FailureScope.h>
+#include <Tarnis/SSHFailureCode.h>
+
 #include <cerrno>
 #include <string>
+#include <system_error>
 #include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace Tarnis {
 
@@ -43,17 +46,6 @@ bool isNew(Reason reason)
     return reason == Reason::KnownHostFileMissing || reason == Reason::HostUnknown;
 }
 
-/// Whether there is something at the path that cannot be read.
-bool isKeptFromUs(const std::string& path)
-{
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file >= 0) {
-        ::close(file);
-        return false;
-    }
-    return errno != ENOENT && errno != ENOTDIR;
-}
-
 /// What the policy says of a server that the file neither vouches for nor failed to check.
 AuthenticateHostResult decideByPolicy(AutoMode mode, Reason reason)
 {
@@ -82,7 +74,42 @@ AuthenticateHostResult decide(AutoMode mode, Reason reason)
     }
 }
 
+/// Whether nothing that can know a server is where the file should be.
+bool holdsNothing(int errorOfFile)
+{
+    return errorOfFile == ENOENT || errorOfFile == ENOTDIR || errorOfFile == EISDIR;
+}
+
+/// Whether the policy does not go by what a file says of a server.
+bool canDoWithoutFile(const HostAuthenticatorKnownHostFile& authenticator)
+{
+    const AutoMode mode = authenticator.getAutoMode();
+    return mode == AutoMode::Ask ||
+           (mode == AutoMode::AcceptAll && !authenticator.getUpdateKnownHostFile());
+}
+
+SSHFailureCode codeOf(Reason reason)
+{
+    return reason == Reason::HostKeyChanged ? SSHFailureCode::HostKeyChanged
+                                            : SSHFailureCode::HostUnknown;
+}
+
+const char* textOf(Reason reason)
+{
+    return reason == Reason::HostKeyTypeOther ? "only a key of another type is known" : "";
+}
+
 } // namespace
+
+/// What there is to know of the server.
+struct SSHSessionHostAuthenticator::LookUp
+{
+    /// As libssh tells it.
+    Reason reason;
+    std::string file;
+    /// Why the file cannot be read, a value of errno; 0 when it can, or holds nothing.
+    int fileError = 0;
+};
 
 std::unique_ptr<HostAuthenticatorResponse>
 SSHSessionHostAuthenticator::run(SSHHandleSession& session, SharedState state,
@@ -101,11 +128,16 @@ SSHSessionHostAuthenticator::SSHSessionHostAuthenticator(SSHHandleSession& sessi
 
 void SSHSessionHostAuthenticator::visit(const HostAuthenticatorKnownHostFile& authenticator)
 {
-    const Reason reason = lookUp();
+    const LookUp found = lookUp();
+    const bool isUnchecked = found.fileError != 0 && !canDoWithoutFile(authenticator);
+    const Reason reason = isUnchecked ? Reason::CheckFailed : found.reason;
     const AuthenticateHostResult result = decide(authenticator.getAutoMode(), reason);
     const bool vouchedFor = reason == Reason::Known;
     const bool showsKey = !vouchedFor && reason != Reason::CheckFailed;
 
+    if (result != AuthenticateHostResult::Accepted) {
+        noteRefusal(found);
+    }
     response_ = std::make_unique<HostAuthenticatorResponseKnownHostFile>(
         result, reason, showsKey ? serverKeyBase64(*session_) : std::string());
     if (result == AuthenticateHostResult::Accepted && !vouchedFor &&
@@ -118,6 +150,10 @@ void SSHSessionHostAuthenticator::visit(const HostAuthenticatorHostKey& authenti
 {
     const std::string key = serverKeyBase64(*session_);
     const bool accepted = !key.empty() && authenticator.isValidHostKey(key);
+    if (!accepted) {
+        FileSystem::fail(key.empty() ? SSHFailureCode::NotConnected
+                                     : SSHFailureCode::HostKeyRefused);
+    }
     response_ = std::make_unique<HostAuthenticatorResponseHostKey>(
         accepted ? AuthenticateHostResult::Accepted : AuthenticateHostResult::Rejected);
 }
@@ -129,12 +165,29 @@ void SSHSessionHostAuthenticator::visit(const HostAuthenticatorNone& /*authentic
 
 /// libssh takes a file that it may not read for one that does not know the server. Whoever trusts
 /// new servers would then trust one whose key has changed.
-Reason SSHSessionHostAuthenticator::lookUp()
+SSHSessionHostAuthenticator::LookUp SSHSessionHostAuthenticator::lookUp()
 {
-    const Reason reason = reasonOf(callLocked(*session_, ssh_session_is_known_server));
-    return isNew(reason) && isKeptFromUs(readTextOption(*session_, SSH_OPTIONS_KNOWNHOSTS))
-               ? Reason::CheckFailed
-               : reason;
+    LookUp found{reasonOf(callLocked(*session_, ssh_session_is_known_server)),
+                 readTextOption(*session_, SSH_OPTIONS_KNOWNHOSTS)};
+    if (isNew(found.reason)) {
+        const int error = errorOfReading(found.file);
+        found.fileError = holdsNothing(error) ? 0 : error;
+    }
+    return found;
+}
+
+void SSHSessionHostAuthenticator::noteRefusal(const LookUp& found)
+{
+    using FileSystem::FailureSource;
+    if (found.fileError != 0) {
+        FileSystem::fail(SSHFailureCode::KnownHostsUnreadable, FailureSource::System,
+                         found.fileError, std::generic_category().message(found.fileError),
+                         found.file);
+    } else if (found.reason == Reason::CheckFailed) {
+        noteTransportFailure(*session_);
+    } else {
+        FileSystem::fail(codeOf(found.reason), textOf(found.reason), found.file);
+    }
 }
 
 void SSHSessionHostAuthenticator::updateKnownHosts()

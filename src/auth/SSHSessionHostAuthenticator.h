@@ -19,8 +19,8 @@ class SSHSessionHostAuthenticator : private HostAuthenticatorVisitorConst
 public:
     using SharedState = std::shared_ptr<std::atomic<RemoteSessionState>>;
 
-    /// Runs the procedure that `authenticator` asks for. Throws handle_fatal_error("invalid") when
-    /// the session's handle is invalid.
+    /// Runs the procedure that `authenticator` asks for, and notes why it did not accept. Throws
+    /// handle_fatal_error("invalid") when the session's handle is invalid.
     static std::unique_ptr<HostAuthenticatorResponse>
     run(SSHHandleSession& session, SharedState state, const HostAuthenticator& authenticator);
 
@@ -31,7 +31,10 @@ private:
     void visit(const HostAuthenticatorHostKey& authenticator) override;
     void visit(const HostAuthenticatorNone& authenticator) override;
 
-    HostAuthenticatorResponseKnownHostFile::Reason lookUp();
+    struct LookUp;
+
+    LookUp lookUp();
+    void noteRefusal(const LookUp& found);
     void updateKnownHosts();
 
     SSHHandleSession* session_;

@@ -1,8 +1,12 @@
 #include "auth/SSHSessionUserAuthenticator.h"
 
+#include "auth/KeyFailure.h"
+#include "auth/LoginFailure.h"
 #include "handles/CString.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
+
+#include <FileSystem/FailureScope.h>
 
 #include <libssh/callbacks.h>
 
@@ -42,11 +46,11 @@ ssh_callbacks_struct makePromptRefusal()
 // libssh keeps a pointer to it for as long as the session lives.
 ssh_callbacks_struct promptRefusal = makePromptRefusal();
 
-/// Whether the connection has ended, or the server broke the protocol and libssh listens to it no
-/// more. In both cases libssh itself goes on waiting for an answer.
-bool canNeverAnswer(ssh_session session)
+/// For a text with a NUL byte, which would go out cut short.
+AuthenticateUserResult refuseText()
 {
-    return ssh_is_connected(session) == 0 || (ssh_get_status(session) & SSH_CLOSED_ERROR) != 0;
+    FileSystem::fail(FileSystem::FailureCode::BadName, "there is a NUL byte in it");
+    return AuthenticateUserResult::Denied;
 }
 
 } // namespace
@@ -72,19 +76,21 @@ void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKeyAuto& a
     const std::string& passPhrase = authenticator.getPassPhrase();
     response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyAuto>(
         fitsCString(passPhrase) ? ask(ssh_userauth_publickey_auto, nullIfEmpty(passPhrase))
-                                : AuthenticateUserResult::Denied);
+                                : refuseText());
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKeyFile& authenticator)
 {
-    response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyFile>(askWithKey(
-        importPrivateKeyFile, authenticator.getPrivateKeyFile(), authenticator.getPassPhrase()));
+    response_ = std::make_unique<UserAuthenticatorResponsePrivateKeyFile>(
+        askWithKey({importPrivateKeyFile, noteKeyFileFailure}, authenticator.getPrivateKeyFile(),
+                   authenticator.getPassPhrase()));
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPrivateKey& authenticator)
 {
-    response_ = std::make_unique<UserAuthenticatorResponsePrivateKey>(askWithKey(
-        importPrivateKey, authenticator.getPrivateKeyB64(), authenticator.getPassPhrase()));
+    response_ = std::make_unique<UserAuthenticatorResponsePrivateKey>(
+        askWithKey({importPrivateKey, noteKeyTextFailure}, authenticator.getPrivateKeyB64(),
+                   authenticator.getPassPhrase()));
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPassword& authenticator)
@@ -92,8 +98,7 @@ void SSHSessionUserAuthenticator::visit(const UserAuthenticatorPassword& authent
     // Accounts without a password exist. libssh would crash on a null one.
     const std::string& password = authenticator.getPassword();
     response_ = std::make_unique<UserAuthenticatorResponsePassword>(
-        fitsCString(password) ? ask(ssh_userauth_password, password.c_str())
-                              : AuthenticateUserResult::Denied);
+        fitsCString(password) ? ask(ssh_userauth_password, password.c_str()) : refuseText());
 }
 
 void SSHSessionUserAuthenticator::visit(const UserAuthenticatorNone& /*authenticator*/)
@@ -104,6 +109,8 @@ void SSHSessionUserAuthenticator::visit(const UserAuthenticatorNone& /*authentic
 template <class Function, class... Args>
 AuthenticateUserResult SSHSessionUserAuthenticator::ask(Function function, Args... args)
 {
+    // What libssh says of a failure is there until the next call.
+    const auto lock = session_->getLock();
     bool asked = false;
     const auto attempt = [&](ssh_session session) {
         if (std::exchange(asked, true) && canNeverAnswer(session)) {
@@ -111,18 +118,26 @@ AuthenticateUserResult SSHSessionUserAuthenticator::ask(Function function, Args.
         }
         return function(session, sessionUserName, args...);
     };
-    return resultOf(callUnblocked<SSH_AUTH_AGAIN>(*session_, attempt));
+    const int answer = callUnblocked<SSH_AUTH_AGAIN>(*session_, attempt);
+    if (answer != SSH_AUTH_SUCCESS) {
+        noteLoginFailure(*session_, answer);
+    }
+    return resultOf(answer);
 }
 
-AuthenticateUserResult SSHSessionUserAuthenticator::askWithKey(KeyImport import,
+AuthenticateUserResult SSHSessionUserAuthenticator::askWithKey(KeyReading reading,
                                                                const std::string& source,
                                                                const std::string& passPhrase)
 {
     if (!fitsCString(source) || !fitsCString(passPhrase)) {
+        return refuseText();
+    }
+    const PrivateKey key = reading.import(source, passPhrase);
+    if (key == nullptr) {
+        reading.noteFailure(source);
         return AuthenticateUserResult::Denied;
     }
-    const PrivateKey key = import(source, passPhrase);
-    return key != nullptr ? ask(ssh_userauth_publickey, key.get()) : AuthenticateUserResult::Denied;
+    return ask(ssh_userauth_publickey, key.get());
 }
 
 } // namespace Tarnis

@@ -24,15 +24,20 @@ class SSHSessionUserAuthenticator : private UserAuthenticatorVisitorConst
 public:
     using SharedState = std::shared_ptr<std::atomic<RemoteSessionState>>;
 
-    /// Runs the procedure that `authenticator` asks for. Holds the session's lock and keeps it in
-    /// non-blocking mode while the server is asked. Throws handle_fatal_error("invalid") when the
-    /// session's handle is invalid.
+    /// Runs the procedure that `authenticator` asks for, and notes why it did not succeed. Holds
+    /// the session's lock and keeps it in non-blocking mode while the server is asked. Throws
+    /// handle_fatal_error("invalid") when the session's handle is invalid.
     static std::unique_ptr<UserAuthenticatorResponse>
     run(SSHHandleSession& session, SharedState state, const UserAuthenticator& authenticator);
 
 private:
-    /// Reads a private key from a file or a text; null when it cannot be read.
-    using KeyImport = PrivateKey (*)(const std::string& source, const std::string& passPhrase);
+    /// How to read a private key from a file or from a text, null when it cannot be read, and how
+    /// to tell why it could not.
+    struct KeyReading
+    {
+        PrivateKey (*import)(const std::string& source, const std::string& passPhrase);
+        void (*noteFailure)(const std::string& source);
+    };
 
     SSHSessionUserAuthenticator(SSHHandleSession& session, SharedState state);
 
@@ -44,7 +49,7 @@ private:
 
     template <class Function, class... Args>
     AuthenticateUserResult ask(Function function, Args... args);
-    AuthenticateUserResult askWithKey(KeyImport import, const std::string& source,
+    AuthenticateUserResult askWithKey(KeyReading reading, const std::string& source,
                                       const std::string& passPhrase);
 
     SSHHandleSession* session_;

@@ -2,6 +2,7 @@
 
 #include "handles/SSHCallLimits.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SessionBlockingGuard.h>
 
@@ -13,6 +14,19 @@
 
 namespace Tarnis {
 
+class SSHHandleSession;
+
+/// A session's own handle is invalid only where libssh had no memory for a session. What was made
+/// from a session is invalid once that has gone, which FileSystem::Failure::last() says by itself.
+template <class Handle>
+[[noreturn]] void throwInvalid()
+{
+    if constexpr (std::is_same_v<std::remove_const_t<Handle>, SSHHandleSession>) {
+        FileSystem::fail(FileSystem::FailureCode::NoResources);
+    }
+    throw FileSystem::handle_fatal_error("invalid");
+}
+
 /// Runs one libssh call on a handle's native object, under the handle's lock, and returns its
 /// result. The object is the call's first argument. Throws handle_fatal_error("invalid") when the
 /// handle is invalid, and whatever fatal error is recorded for it; the lock is free again then.
@@ -20,7 +34,7 @@ template <class Handle, class Function, class... Args>
 auto callLocked(Handle& handle, Function&& function, Args... args)
 {
     if (!handle.isValid()) {
-        throw FileSystem::handle_fatal_error("invalid");
+        throwInvalid<Handle>();
     }
     handle.checkFatalError();
     const auto lock = handle.getLock();

@@ -89,4 +89,14 @@ bool ConnectionSocket::hasUnread() const
     return socket_ >= 0 && ::recv(socket_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
 }
 
+int ConnectionSocket::takeError() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    int error = 0;
+    socklen_t size = sizeof error;
+    const bool told =
+        socket_ >= 0 && ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &size) == 0;
+    return told ? error : 0;
+}
+
 } // namespace Tarnis

@@ -46,6 +46,10 @@ public:
     /// Whether something has arrived that was not read yet. False without a socket.
     bool hasUnread() const;
 
+    /// The error by which the connection broke, a value of errno, which the system tells only once;
+    /// 0 when there is none to tell.
+    int takeError() const;
+
 private:
     mutable std::mutex mutex_;
     int socket_ = -1;

@@ -1,107 +1,127 @@
 #include "session/SessionStateBits.h"
 
+#include <FileSystem/FailureScope.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/RemoteSession.h>
 #include <Tarnis/UserAuthenticatorResponse.h>
 
 namespace Tarnis {
 
-namespace {
-
-/// The queries do not change the session for their caller, but they may be what notices that the
-/// connection was lost.
-RemoteSessionState stateOf(const RemoteSession& session)
-{
-    return const_cast<RemoteSession&>(session).getState();
-}
-
-} // namespace
+using FileSystem::FailureScope;
 
 bool RemoteSession::connect()
 {
-    return do_connect();
+    FailureScope scope("connect");
+    return scope.result(do_connect());
 }
 
 bool RemoteSession::disconnect()
 {
-    return do_disconnect();
+    FailureScope scope("disconnect");
+    return scope.result(do_disconnect());
 }
 
 RemoteSessionState RemoteSession::getState()
 {
-    return do_getState();
+    FailureScope scope("getState");
+    return scope.asNoted(do_getState());
 }
 
 bool RemoteSession::isConnected() const
 {
-    return do_isConnected();
+    FailureScope scope("isConnected");
+    return scope.answer(do_isConnected());
 }
 
 bool RemoteSession::isAuthenticating() const
 {
-    return do_isAuthenticating();
+    FailureScope scope("isAuthenticating");
+    return scope.answer(do_isAuthenticating());
 }
 
 bool RemoteSession::isAuthenticated() const
 {
-    return do_isAuthenticated();
+    FailureScope scope("isAuthenticated");
+    return scope.answer(do_isAuthenticated());
 }
 
 bool RemoteSession::setHostName(const std::string& hostName)
 {
-    return do_setHostName(hostName);
+    FailureScope scope("setHostName", hostName);
+    return scope.result(do_setHostName(hostName));
 }
 
 std::string RemoteSession::getHostName()
 {
-    return do_getHostName();
+    FailureScope scope("getHostName");
+    return scope.asNoted(do_getHostName());
 }
 
 bool RemoteSession::setUserName(const std::string& userName)
 {
-    return do_setUserName(userName);
+    FailureScope scope("setUserName", userName);
+    return scope.result(do_setUserName(userName));
 }
 
 std::string RemoteSession::getUserName()
 {
-    return do_getUserName();
+    FailureScope scope("getUserName");
+    return scope.asNoted(do_getUserName());
 }
 
 bool RemoteSession::setPortNumber(unsigned short port)
 {
-    return do_setPortNumber(port);
+    FailureScope scope("setPortNumber");
+    return scope.result(do_setPortNumber(port));
 }
 
 unsigned short RemoteSession::getPortNumber() const
 {
-    return do_getPortNumber();
+    FailureScope scope("getPortNumber");
+    return scope.asNoted(do_getPortNumber());
 }
 
 std::unique_ptr<HostAuthenticatorResponse>
 RemoteSession::hostAuthenticate(const HostAuthenticator& authenticator)
 {
-    return do_hostAuthenticate(authenticator);
+    FailureScope scope("hostAuthenticate");
+    auto response = do_hostAuthenticate(authenticator);
+    scope.result(response != nullptr && response->getResult() == AuthenticateHostResult::Accepted);
+    return response;
 }
 
 std::unique_ptr<UserAuthenticatorResponse>
 RemoteSession::userAuthenticate(const UserAuthenticator& authenticator)
 {
-    return do_userAuthenticate(authenticator);
+    FailureScope scope("userAuthenticate");
+    auto response = do_userAuthenticate(authenticator);
+    scope.result(response != nullptr && response->getResult() == AuthenticateUserResult::Success);
+    return response;
 }
+
+// Not getState(), which is an operation of its own: a destructor that asks would take from
+// Failure::last() what its owner wants to tell.
 
 bool RemoteSession::do_isConnected() const
 {
-    return hasBits(stateOf(*this), connectedBit);
+    return hasBits(stateNow(), connectedBit);
 }
 
 bool RemoteSession::do_isAuthenticating() const
 {
-    return hasBits(stateOf(*this), connectedBit | authenticatingBit);
+    return hasBits(stateNow(), connectedBit | authenticatingBit);
 }
 
 bool RemoteSession::do_isAuthenticated() const
 {
-    return stateOf(*this) == RemoteSessionState::Authenticated;
+    return stateNow() == RemoteSessionState::Authenticated;
+}
+
+/// The queries do not change the session for their caller, but they may be what notices that the
+/// connection was lost.
+RemoteSessionState RemoteSession::stateNow() const
+{
+    return const_cast<RemoteSession*>(this)->do_getState();
 }
 
 } // namespace Tarnis

@@ -5,8 +5,10 @@
 #include "session/SessionStateBits.h"
 #include "session/SessionsAtExit.h"
 
+#include <FileSystem/FailureScope.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/SSHDefaultDeleter.h>
+#include <Tarnis/SSHFailureCode.h>
 #include <Tarnis/SSHSession.h>
 #include <Tarnis/SessionBlockingGuard.h>
 #include <Tarnis/UserAuthenticatorResponse.h>
@@ -85,7 +87,11 @@ RemoteSessionState SSHSession::do_getState()
     if (hasBits(state_->load(), connectedBit)) {
         noticeLostConnection();
     }
-    return state_->load();
+    const RemoteSessionState state = state_->load();
+    if (state == RemoteSessionState::Disconnected) {
+        connection_->noteWhyLost();
+    }
+    return state;
 }
 
 void SSHSession::noticeLostConnection()
@@ -112,7 +118,7 @@ void SSHSession::leaveEndedConnection()
 /// To be called under the lock.
 void SSHSession::leaveConnection()
 {
-    connection_->noteLoss();
+    connection_->noteLoss(*session_);
     state_->exchange(RemoteSessionState::Disconnected);
 }
 
@@ -121,12 +127,12 @@ bool SSHSession::do_connect()
     const auto interruptsBefore = connection_->interruptCount();
     leaveEndedConnection();
     if (state_->load() != RemoteSessionState::Disconnected) {
-        return false;
+        return FileSystem::fail(SSHFailureCode::AlreadyConnected);
     }
     const auto lock = session_->getLock();
     if (state_->load() != RemoteSessionState::Disconnected) {
         // Another thread came first; its state stands.
-        return false;
+        return FileSystem::fail(SSHFailureCode::AlreadyConnected);
     }
     state_->exchange(RemoteSessionState::Connecting);
     const int result = runConnect(interruptsBefore);
@@ -146,8 +152,7 @@ int SSHSession::runConnect(std::uint64_t interruptsBefore)
     if (result == SSH_OK) {
         callLocked(*session_, SSHSessionConnection::tuneSocket);
     } else {
-        callLocked(*session_,
-                   [this, result](ssh_session session) { connection_->giveUp(session, result); });
+        connection_->giveUp(*session_, result);
     }
     return result;
 }
@@ -158,7 +163,7 @@ bool SSHSession::do_disconnect()
     setBlocking(true);
     if (state_->load() == RemoteSessionState::Disconnected) {
         closeLostConnection();
-        return false;
+        return connection_->noteWhyNotConnected();
     }
     state_->exchange(RemoteSessionState::Disconnecting);
     endConnection([](ssh_session session) {
@@ -179,9 +184,11 @@ void SSHSession::closeLostConnection()
 
 void SSHSession::silentDisconnect()
 {
+    FileSystem::FailureScope scope("silentDisconnect");
     const auto lock = lockToEnd();
     setBlocking(true);
     endConnection(ssh_silent_disconnect);
+    scope.result(true);
 }
 
 /// The session's lock, for ending its connection: a call of another thread that holds it for long,
@@ -234,19 +241,23 @@ bool SSHSession::isBlocking() const
 
 bool SSHSession::do_setHostName(const std::string& hostName)
 {
-    return isOptionText(hostName) &&
-           callLocked(*session_, ssh_options_set, SSH_OPTIONS_HOST, hostName.c_str()) == SSH_OK;
+    const bool isSet =
+        isHostText(hostName) &&
+        callLocked(*session_, ssh_options_set, SSH_OPTIONS_HOST, hostName.c_str()) == SSH_OK;
+    return isSet || FileSystem::fail(FileSystem::FailureCode::BadName);
 }
 
 bool SSHSession::do_setUserName(const std::string& userName)
 {
-    return isOptionText(userName) && setUserNameOption(*session_, userName);
+    return setUserNameOption(*session_, userName) ||
+           FileSystem::fail(FileSystem::FailureCode::BadName);
 }
 
 bool SSHSession::do_setPortNumber(unsigned short port)
 {
     const unsigned int widened = port;
-    return callLocked(*session_, ssh_options_set, SSH_OPTIONS_PORT, &widened) == SSH_OK;
+    return callLocked(*session_, ssh_options_set, SSH_OPTIONS_PORT, &widened) == SSH_OK ||
+           FileSystem::fail(FileSystem::FailureCode::BadName, "no server has this port");
 }
 
 std::string SSHSession::do_getHostName()

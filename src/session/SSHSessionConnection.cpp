@@ -3,8 +3,11 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHSessionOptions.h"
+#include "session/AlgorithmMismatch.h"
 
+#include <FileSystem/FailureScope.h>
 #include <Tarnis/SSHDefaultDeleter.h>
+#include <Tarnis/SSHFailureCode.h>
 #include <Tarnis/SessionBlockingGuard.h>
 
 #include <memory>
@@ -68,6 +71,23 @@ void explainTimeOut(ssh_session session)
     static_cast<void>(ssh_options_set(session, SSH_OPTIONS_TIMEOUT_USEC, &none));
 }
 
+std::string textOrNone(const char* text)
+{
+    return text != nullptr ? text : "";
+}
+
+/// The host and the port that an attempt goes to, for people.
+std::string placeOf(SSHHandleSession& session)
+{
+    const std::string host = readTextOption(session, SSH_OPTIONS_HOST);
+    unsigned int port = 0;
+    if (host.empty() || callLocked(session, ssh_options_get_port, &port) != SSH_OK) {
+        return host;
+    }
+    const bool hasColons = host.find(':') != std::string::npos;
+    return (hasColons ? "[" + host + "]" : host) + ":" + std::to_string(port);
+}
+
 bool setFlag(ssh_session session, ssh_options_e option, int value)
 {
     return ssh_options_set(session, option, &value) == SSH_OK;
@@ -89,7 +109,16 @@ OwnedSession copyOf(ssh_session used)
 bool SSHSessionConnection::prepare(SSHHandleSession& session, std::uint64_t interruptsBefore)
 {
     socket_.expect(interruptsBefore);
+    loss_.clear();
+    mismatch_.reset();
     lost_ = false;
+    endedHere_ = false;
+    hasSocket_ = false;
+    return makeReady(session) || FileSystem::fail(FileSystem::FailureCode::NoResources);
+}
+
+bool SSHSessionConnection::makeReady(SSHHandleSession& session)
+{
     if (used_ && !renew(session)) {
         return false;
     }
@@ -137,17 +166,37 @@ int SSHSessionConnection::tryConnect(ssh_session session)
         return SSH_ERROR;
     }
     const int result = ssh_connect(session);
-    socket_.attach(ssh_get_fd(session));
+    const int socket = ssh_get_fd(session);
+    hasSocket_ = hasSocket_ || socket >= 0;
+    socket_.attach(socket);
     return result == SSH_OK && socket_.isInterrupted() ? SSH_ERROR : result;
 }
 
-void SSHSessionConnection::giveUp(ssh_session session, int result)
+void SSHSessionConnection::giveUp(SSHHandleSession& session, int result)
 {
     if (result == SSH_AGAIN) {
-        explainTimeOut(session);
+        callLocked(session, explainTimeOut);
     }
-    ssh_silent_disconnect(session);
+    const ConnectFacts facts = factsOf(session, result);
+    mismatch_ = readAlgorithmMismatch(facts.text);
+    noteConnectFailure(facts,
+                       callLocked(session, [](ssh_session s) { return ssh_get_error_code(s); }),
+                       placeOf(session));
+    callLocked(session, ssh_silent_disconnect);
     socket_.detach();
+}
+
+ConnectFacts SSHSessionConnection::factsOf(SSHHandleSession& session, int result) const
+{
+    ConnectFacts facts;
+    facts.hasHostName = !readTextOption(session, SSH_OPTIONS_HOST).empty();
+    facts.wasInterrupted = socket_.isInterrupted();
+    facts.isTimeUp = result == SSH_AGAIN;
+    facts.hasSocket = hasSocket_;
+    facts.serverIdentification =
+        callLocked(session, [](ssh_session s) { return textOrNone(ssh_get_serverbanner(s)); });
+    facts.text = callLocked(session, [](ssh_session s) { return textOrNone(ssh_get_error(s)); });
+    return facts;
 }
 
 void SSHSessionConnection::tuneSocket(ssh_session session)
@@ -175,6 +224,44 @@ bool SSHSessionConnection::isAlive(SSHHandleSession& session) const
         return false;
     }
     return !socket_.isAtEnd() || (socket_.hasUnread() && session.mayHaveUnreadOutput());
+}
+
+void SSHSessionConnection::noteLoss(SSHHandleSession& session)
+{
+    if (!endedHere_) {
+        keepReasonOfLoss(session);
+    }
+    socket_.detach();
+    lost_ = true;
+}
+
+bool SSHSessionConnection::noteWhyNotConnected() const
+{
+    return !noteWhyLost() && FileSystem::fail(SSHFailureCode::NotConnected);
+}
+
+void SSHSessionConnection::keepReasonOfLoss(SSHHandleSession& session)
+{
+    using FileSystem::FailureSource;
+    if (socket_.isInterrupted()) {
+        loss_.set(SSHFailureCode::Interrupted, FailureSource::Library, 0, {});
+        return;
+    }
+    ssh_session lost = session.getResource();
+    if (ssh_is_connected(lost) == 0) {
+        loss_.set(SSHFailureCode::Lost, FailureSource::Transport, ssh_get_error_code(lost),
+                  textOrNone(ssh_get_error(lost)));
+        return;
+    }
+    // libssh has not read since, so the socket is the one to ask.
+    const int error = socket_.takeError();
+    if (error != 0) {
+        loss_.set(SSHFailureCode::Lost, FailureSource::System, error,
+                  std::generic_category().message(error));
+    } else {
+        loss_.set(SSHFailureCode::Lost, FailureSource::Library, 0,
+                  "the server closed the connection");
+    }
 }
 
 void SSHSessionConnection::flush(ssh_session session)

@@ -1,6 +1,10 @@
 #pragma once
 
+#include "session/ConnectFailure.h"
+#include "session/ConnectionLoss.h"
 #include "session/ConnectionSocket.h"
+
+#include <Tarnis/SSHAlgorithmMismatch.h>
 
 #include <libssh/libssh.h>
 
@@ -16,7 +20,7 @@ class SSHHandleSession;
 /// Makes and unmakes the connection of a session: what has to be done around ssh_connect and
 /// ssh_disconnect so that both can be done again and again, and broken off.
 ///
-/// The session's lock must be held for every operation but interrupt() and interruptCount().
+/// The session's lock must be held for every operation but those that say otherwise.
 class SSHSessionConnection
 {
 public:
@@ -25,7 +29,8 @@ public:
 
     /// Gets the handle's libssh session ready for an attempt: a fresh one with the same options
     /// where the present one was used before, as libssh connects each only once; no configuration
-    /// files; no delayed sends. False: there is no memory for it; the present one is still in
+    /// files; no delayed sends. Forgets why the last connection was lost or did not come about.
+    /// False: there is no memory for it, which is noted as the failure; the present one is still in
     /// place. Throws handle_fatal_error("invalid") when the handle is invalid.
     /// \param interruptsBefore interruptCount() at the attempt's first moment.
     bool prepare(SSHHandleSession& session, std::uint64_t interruptsBefore);
@@ -34,12 +39,12 @@ public:
     /// attempt was interrupted.
     int tryConnect(ssh_session session);
 
-    /// Whether interrupt() has come since the attempt's first moment.
+    /// Whether interrupt() has come since the attempt's first moment. Needs no lock.
     bool isInterrupted() const { return socket_.isInterrupted(); }
 
-    /// Gives a failed attempt up: closes its socket, and leaves an error text where libssh has
-    /// none, as when the time was up.
-    void giveUp(ssh_session session, int result);
+    /// Gives a failed attempt up: notes why it failed, closes its socket, and leaves an error text
+    /// where libssh has none, as when the time was up.
+    void giveUp(SSHHandleSession& session, int result);
 
     /// Settings of the socket of a connection that stands: a peer that vanished is noticed within
     /// two minutes, and sending never blocks.
@@ -58,22 +63,32 @@ public:
     /// Gives what was written and not yet sent half a second to leave.
     static void flush(ssh_session session);
 
-    /// Lets go of the connection's socket, which libssh has closed.
-    void release() noexcept { socket_.detach(); }
-
-    /// Lets go of a connection that turned out to be lost. libssh keeps its socket open if it has
-    /// not read since the end.
-    void noteLoss() noexcept
+    /// Lets go of the connection's socket, which libssh has closed because it was told to.
+    void release() noexcept
     {
-        release();
-        lost_ = true;
+        socket_.detach();
+        endedHere_ = true;
     }
+
+    /// Lets go of a connection that turned out to be lost, and keeps the reason. libssh keeps its
+    /// socket open if it has not read since the end.
+    void noteLoss(SSHHandleSession& session);
 
     /// Whether a loss was noted since the last call.
     bool takeLoss() noexcept { return std::exchange(lost_, false); }
 
-    /// Shuts the connection down, from any thread.
+    /// Notes as the failure of the present operation why there is no connection. False: none was
+    /// lost since the last attempt to connect. Needs no lock.
+    bool noteWhyLost() const { return loss_.note(); }
+
+    /// The same, or that there never was one since. Always false.
+    bool noteWhyNotConnected() const;
+
+    /// Shuts the connection down, from any thread. Needs no lock.
     void interrupt() noexcept { socket_.interrupt(); }
+
+    /// The algorithms that kept the last attempt from coming about.
+    const std::optional<SSHAlgorithmMismatch>& algorithmMismatch() const { return mismatch_; }
 
     /// Keeps the known-hosts path as the caller gave it: libssh replaces the escapes in its own
     /// copy at the first attempt, and would do so again in a copy of that copy.
@@ -81,12 +96,19 @@ public:
 
 private:
     bool renew(SSHHandleSession& session);
+    bool makeReady(SSHHandleSession& session);
+    ConnectFacts factsOf(SSHHandleSession& session, int result) const;
+    void keepReasonOfLoss(SSHHandleSession& session);
     std::optional<std::string> knownHostsFileOf(SSHHandleSession& used) const;
 
     ConnectionSocket socket_;
+    ConnectionLoss loss_;
+    std::optional<SSHAlgorithmMismatch> mismatch_;
     std::optional<std::string> knownHostsFile_;
     bool used_ = false;
     bool lost_ = false;
+    bool endedHere_ = false;
+    bool hasSocket_ = false;
 };
 
 } // namespace Tarnis

@@ -2,8 +2,12 @@
 #include "integration/session/SessionSteps.h"
 #include "support/HomeOverride.h"
 
+#include <FileSystem/Failure.h>
+#include <Tarnis/SSHFailureCode.h>
+
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 
 namespace TarnisTest {
@@ -100,16 +104,86 @@ TEST_F(KnownHosts, MakeTheServerShowTheKeyThatTheyKnow)
     }
 }
 
-TEST_F(KnownHosts, ThatCannotBeReadMakeNoServerANewOne)
+/// A known-hosts file that is there and cannot be read.
+class UnreadableKnownHosts : public KnownHosts
 {
-    // Not even the superuser can read this one.
-    const std::string circle = file().directory().file("circle");
-    std::filesystem::create_symlink(circle, circle);
-    ASSERT_TRUE(session().setKnownHostsFile(circle));
-    for (const AutoMode mode : {AutoMode::Ask, AutoMode::AcceptAll, AutoMode::AcceptNew,
-                                AutoMode::KnownOnly, AutoMode{0}}) {
+protected:
+    void SetUp() override
+    {
+        KnownHosts::SetUp();
+        if (!IsSkipped() && !HasFailure()) {
+            // Not even the superuser can read this one.
+            std::filesystem::create_symlink(path(), path());
+            ASSERT_TRUE(session().setKnownHostsFile(path()));
+        }
+    }
+
+    std::string path() const { return file().directory().file("circle"); }
+
+    /// What Failure::last() says of the file.
+    void expectFailureNamesFile()
+    {
+        const auto failure = FileSystem::Failure::last();
+        EXPECT_EQ(failure.code(), SSHFailureCode::KnownHostsUnreadable);
+        EXPECT_EQ(failure.operation(), "hostAuthenticate");
+        EXPECT_EQ(failure.entry(), path());
+        EXPECT_EQ(failure.source(), FileSystem::FailureSource::System);
+        EXPECT_EQ(failure.number(), ELOOP);
+    }
+
+    void expectRejected(AutoMode mode, bool update)
+    {
         SCOPED_TRACE(static_cast<unsigned>(mode));
-        expectAnswer(mode, true, Result::Rejected, Reason::CheckFailed);
+        ASSERT_TRUE(session().connect()) << session().getLastError();
+        const auto known = ask(mode, update);
+        expectFailureNamesFile();
+        EXPECT_EQ(known.getResult(), Result::Rejected);
+        EXPECT_EQ(known.getReason(), Reason::CheckFailed);
+        EXPECT_EQ(known.getHostKeyB64(), "");
+        ASSERT_TRUE(session().disconnect());
+    }
+
+    HostAuthenticatorResponseKnownHostFile ask(AutoMode mode, bool update)
+    {
+        const auto response =
+            session().hostAuthenticate(HostAuthenticatorKnownHostFile(mode, update));
+        return dynamic_cast<const HostAuthenticatorResponseKnownHostFile&>(*response);
+    }
+};
+
+TEST_F(UnreadableKnownHosts, MakeNoServerANewOne)
+{
+    for (const AutoMode mode : {AutoMode::AcceptNew, AutoMode::KnownOnly, AutoMode{0}}) {
+        expectRejected(mode, false);
+        expectRejected(mode, true);
+    }
+}
+
+TEST_F(UnreadableKnownHosts, CannotRecordAServer)
+{
+    expectRejected(AutoMode::AcceptAll, true);
+}
+
+TEST_F(UnreadableKnownHosts, DoNotKeepAServerFromBeingAcceptedWhereAnyIs)
+{
+    ASSERT_TRUE(session().connect()) << session().getLastError();
+    const auto known = ask(AutoMode::AcceptAll, false);
+    EXPECT_FALSE(FileSystem::Failure::last());
+    EXPECT_EQ(known.getResult(), Result::Accepted);
+    EXPECT_EQ(known.getHostKeyB64(), server().hostPublicKeyBase64());
+    EXPECT_EQ(session().getState(), RemoteSessionState::UserAuthenticating);
+}
+
+TEST_F(UnreadableKnownHosts, LeaveTheDecisionToWhoeverIsAsked)
+{
+    for (const bool update : {false, true}) {
+        ASSERT_TRUE(session().connect()) << session().getLastError();
+        const auto known = ask(AutoMode::Ask, update);
+        expectFailureNamesFile();
+        EXPECT_EQ(known.getResult(), Result::Undecided);
+        EXPECT_EQ(known.getHostKeyB64(), server().hostPublicKeyBase64());
+        EXPECT_EQ(session().getState(), RemoteSessionState::HostAuthenticating);
+        ASSERT_TRUE(session().disconnect());
     }
 }
 

@@ -5,8 +5,11 @@
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
+#include <libssh/libssh.h>
 
+#include <memory>
 #include <string_view>
+#include <vector>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -125,16 +128,64 @@ TEST(SessionOptions, RefuseAHostNameWithShellCharacters)
     EXPECT_EQ(session.getHostName(), "");
 }
 
-TEST(SessionOptions, RefuseAUserNameWithShellCharacters)
+TEST(SessionOptions, RefuseAUserNameWithShellCharactersAndChangeNothing)
 {
     SSHSession session;
     EXPECT_FALSE(session.setUserName("user;id"));
-    // Libssh's own choice, as without any.
-    EXPECT_EQ(session.getUserName(), localUser());
+    EXPECT_EQ(session.getUserName(), "");
     ASSERT_TRUE(session.setUserName("alice"));
-    for (const char* const name : {"user;id", "-oOption", "'quoted'", "`id`", "$(id)"}) {
+    for (const char* const name : {"user;id", "-oOption", "'quoted'", "`id`", "$(id)", "a -b"}) {
         EXPECT_FALSE(session.setUserName(name));
         EXPECT_EQ(session.getUserName(), "alice");
+    }
+}
+
+TEST(SessionOptions, RefuseAHostNameWhoseUserNameHasShellCharactersAndChangeNothing)
+{
+    SSHSession session;
+    ASSERT_TRUE(session.setHostName("alice@host.example"));
+    for (const char* const name : {"user;id@other", "-oOption@other", "a`id`@other", "a\\@other"}) {
+        EXPECT_FALSE(session.setHostName(name));
+        EXPECT_EQ(session.getUserName(), "alice");
+        EXPECT_EQ(session.getHostName(), "host.example");
+    }
+}
+
+/// What libssh itself says of a user name.
+bool libsshTakes(const std::string& name)
+{
+    const std::unique_ptr<ssh_session_struct, decltype(&ssh_free)> plain(ssh_new(), ssh_free);
+    return ssh_options_set(plain.get(), SSH_OPTIONS_USER, name.c_str()) == SSH_OK;
+}
+
+/// Names with one byte at each place that matters, which `isRefused` says of.
+struct OddName
+{
+    std::string name;
+    bool isRefused;
+};
+
+std::vector<OddName> namesWith(char c)
+{
+    const bool isOfShells = "'`\";&<>|(){}$\\,"s.find(c) != std::string::npos;
+    const bool isSpace = " \t\n\v\f\r"s.find(c) != std::string::npos;
+    return {{{'a', c, 'b'}, isOfShells},
+            {{'a', c}, isOfShells},
+            {{c, 'b'}, isOfShells || c == '-'},
+            {{'a', c, '-'}, isOfShells || isSpace}};
+}
+
+TEST(SessionOptions, RefuseTheSameUserNamesWhateverLibsshDoes)
+{
+    // Older versions take every name.
+    const bool libsshChecks = !libsshTakes("user;id");
+    for (int byte = 1; byte < 256; ++byte) {
+        for (const auto& [name, isRefused] : namesWith(static_cast<char>(byte))) {
+            SSHSession session;
+            EXPECT_EQ(session.setUserName(name), !isRefused) << byte << ' ' << name;
+            EXPECT_EQ(session.getUserName(), isRefused ? "" : name);
+            EXPECT_TRUE(!libsshChecks || libsshTakes(name) == !isRefused) << byte << ' ' << name;
+        }
     }
 }
 

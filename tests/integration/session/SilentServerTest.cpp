@@ -5,6 +5,9 @@
 #include "integration/session/SessionSteps.h"
 #include "support/ScriptedServer.h"
 
+#include <FileSystem/Failure.h>
+#include <Tarnis/SSHFailureCode.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -26,6 +29,7 @@ protected:
         address(session(), port, "anybody");
         SSHCallLimits::setRetryLimit(std::chrono::milliseconds(300));
         EXPECT_FALSE(session().connect());
+        EXPECT_EQ(FileSystem::Failure::last().code(), SSHFailureCode::TimedOut);
         EXPECT_EQ(session().getState(), RemoteSessionState::Disconnected);
         EXPECT_THAT(session().getLastError(), testing::HasSubstr("Timeout connecting"));
         SSHCallLimits::setRetryLimit(SSHCallLimits::defaultRetryLimit);

@@ -364,7 +364,7 @@ TEST_F(UserAuthentication, ByKeyWithEmptyTextsGivesNone)
 
 TEST_F(UserAuthentication, ByKeyThatCannotBeImportedIsDeniedWithoutAskingTheServer)
 {
-    EXPECT_CALL(libssh, ssh_pki_import_privkey_base64).WillOnce(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, ssh_pki_import_privkey_base64).WillRepeatedly(Return(SSH_ERROR));
     EXPECT_CALL(libssh, ssh_pki_import_privkey_file).WillOnce(Return(SSH_EOF));
     EXPECT_CALL(libssh, ssh_key_free).Times(0);
     expectNoAuthentication();
@@ -399,7 +399,9 @@ TEST_F(UserAuthentication, ByKeyImportsWithoutTheLockAndInTheSessionsOwnMode)
             lockWasFree = other.ends();
             mode = libssh.blocking;
             return SSH_ERROR;
-        });
+        })
+        // Once more, to tell why it failed.
+        .WillOnce(Return(SSH_ERROR));
     run(UserAuthenticatorPrivateKey("key", ""));
     EXPECT_TRUE(lockWasFree);
     EXPECT_EQ(mode, 1);

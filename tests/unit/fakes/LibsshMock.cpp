@@ -253,6 +253,22 @@ int ssh_pki_export_pubkey_base64(const ssh_key key, char** text)
     return LibsshMock::active().ssh_pki_export_pubkey_base64(key, text);
 }
 
+int ssh_get_publickey_hash(const ssh_key key, enum ssh_publickey_hash_type type,
+                           unsigned char** hash, size_t* size)
+{
+    return LibsshMock::active().ssh_get_publickey_hash(key, type, hash, size);
+}
+
+void ssh_clean_pubkey_hash(unsigned char** hash)
+{
+    LibsshMock::active().ssh_clean_pubkey_hash(hash);
+}
+
+char* ssh_get_fingerprint_hash(enum ssh_publickey_hash_type type, unsigned char* hash, size_t size)
+{
+    return LibsshMock::active().ssh_get_fingerprint_hash(type, hash, size);
+}
+
 int ssh_pki_import_privkey_base64(const char* text, const char* passPhrase,
                                   ssh_auth_callback prompt, void* userData, ssh_key* key)
 {
@@ -280,6 +296,11 @@ void ssh_string_free_char(char* text)
 void ssh_string_free(ssh_string string)
 {
     LibsshMock::active().ssh_string_free(string);
+}
+
+int ssh_userauth_list(ssh_session session, const char* user)
+{
+    return LibsshMock::active().ssh_userauth_list(session, user);
 }
 
 int ssh_userauth_none(ssh_session session, const char* user)

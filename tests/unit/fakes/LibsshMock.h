@@ -60,6 +60,10 @@ public:
     MOCK_METHOD(int, ssh_session_update_known_hosts, (ssh_session));
     MOCK_METHOD(int, ssh_get_server_publickey, (ssh_session, ssh_key*));
     MOCK_METHOD(int, ssh_pki_export_pubkey_base64, (ssh_key, char**));
+    MOCK_METHOD(int, ssh_get_publickey_hash,
+                (ssh_key, ssh_publickey_hash_type, unsigned char**, size_t*));
+    MOCK_METHOD(void, ssh_clean_pubkey_hash, (unsigned char**));
+    MOCK_METHOD(char*, ssh_get_fingerprint_hash, (ssh_publickey_hash_type, unsigned char*, size_t));
     MOCK_METHOD(int, ssh_pki_import_privkey_base64,
                 (const char*, const char*, ssh_auth_callback, void*, ssh_key*));
     MOCK_METHOD(int, ssh_pki_import_privkey_file,
@@ -68,6 +72,7 @@ public:
     MOCK_METHOD(void, ssh_string_free_char, (char*));
     MOCK_METHOD(void, ssh_string_free, (ssh_string));
 
+    MOCK_METHOD(int, ssh_userauth_list, (ssh_session, const char*));
     MOCK_METHOD(int, ssh_userauth_none, (ssh_session, const char*));
     MOCK_METHOD(int, ssh_userauth_password, (ssh_session, const char*, const char*));
     MOCK_METHOD(int, ssh_userauth_publickey, (ssh_session, const char*, ssh_key));

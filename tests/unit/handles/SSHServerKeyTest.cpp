@@ -88,3 +88,29 @@ TEST_F(ServerKey, CannotBeHadFromAnInvalidSession)
     EXPECT_CALL(libssh, ssh_get_server_publickey).Times(0);
     EXPECT_THROW(serverKeyBase64(session), handle_fatal_error);
 }
+
+TEST_F(ServerKey, FingerprintIsACopyOfLibsshsTextForTheSha256Hash)
+{
+    expectKeyFetched();
+    unsigned char hash[32] = {};
+    char fingerprint[] = "SHA256:abc";
+    EXPECT_CALL(libssh, ssh_get_publickey_hash(fakeKey(), SSH_PUBLICKEY_HASH_SHA256, _, _))
+        .WillOnce(DoAll(SetArgPointee<2>(hash), SetArgPointee<3>(sizeof hash), Return(SSH_OK)));
+    EXPECT_CALL(libssh, ssh_get_fingerprint_hash(SSH_PUBLICKEY_HASH_SHA256, hash, sizeof hash))
+        .WillOnce(Return(fingerprint));
+    EXPECT_CALL(libssh, ssh_string_free_char(fingerprint)).Times(1);
+    EXPECT_CALL(libssh, ssh_clean_pubkey_hash).WillOnce([&hash](unsigned char** cleaned) {
+        EXPECT_EQ(*cleaned, hash);
+    });
+    EXPECT_EQ(Tarnis::serverKeyFingerprint(session), "SHA256:abc");
+}
+
+TEST_F(ServerKey, FingerprintIsEmptyWithoutAKeyOrAHash)
+{
+    EXPECT_CALL(libssh, ssh_get_fingerprint_hash).Times(0);
+    EXPECT_CALL(libssh, ssh_get_server_publickey).WillOnce(Return(SSH_ERROR));
+    EXPECT_EQ(Tarnis::serverKeyFingerprint(session), "");
+    expectKeyFetched();
+    EXPECT_CALL(libssh, ssh_get_publickey_hash).WillOnce(Return(SSH_ERROR));
+    EXPECT_EQ(Tarnis::serverKeyFingerprint(session), "");
+}

@@ -335,7 +335,7 @@ TEST_F(Session, ConnectsAgainWithAFreshSessionOfTheSameOptions)
 TEST_F(Session, KeepsTheFailedSessionAndItsErrorUntilTheNextAttempt)
 {
     EXPECT_CALL(libssh, ssh_connect).WillOnce(Return(SSH_ERROR));
-    EXPECT_CALL(libssh, ssh_get_error(fakeSession())).WillOnce(Return("Connection refused"));
+    EXPECT_CALL(libssh, ssh_get_error(fakeSession())).WillRepeatedly(Return("Connection refused"));
     EXPECT_CALL(libssh, ssh_free).Times(0);
     EXPECT_FALSE(session.connect());
     EXPECT_EQ(session.getLastError(), "Connection refused");
@@ -684,16 +684,24 @@ TEST_F(Session, SetsTheUserName)
     EXPECT_TRUE(session.setUserName("somebody"));
 }
 
-TEST_F(Session, PutsTheFormerUserNameBackWhenTheNewOneIsRefused)
+TEST_F(Session, PutsTheFormerUserNameBackWhenLibsshAloneRefusesTheNewOne)
 {
     char former[] = "former";
     const InSequence inThisOrder;
     EXPECT_CALL(libssh, ssh_options_get(fakeSession(), SSH_OPTIONS_USER, _))
         .WillOnce(DoAll(SetArgPointee<2>(former), Return(SSH_OK)));
-    EXPECT_CALL(libssh, ssh_options_set(fakeSession(), SSH_OPTIONS_USER, PointsToText("a;b")))
+    EXPECT_CALL(libssh, ssh_options_set(fakeSession(), SSH_OPTIONS_USER, PointsToText("odd")))
         .WillOnce(Return(1));
     EXPECT_CALL(libssh, ssh_options_set(fakeSession(), SSH_OPTIONS_USER, PointsToText("former")));
+    EXPECT_FALSE(session.setUserName("odd"));
+}
+
+TEST_F(Session, RefusesAUserNameWithShellCharactersWithoutAskingLibssh)
+{
+    EXPECT_CALL(libssh, ssh_options_set).Times(0);
     EXPECT_FALSE(session.setUserName("a;b"));
+    EXPECT_FALSE(session.setHostName("a;b@host"));
+    EXPECT_FALSE(session.setHostName("-a@host"));
 }
 
 TEST_F(Session, SetsThePortWidened)

@@ -2,6 +2,7 @@
 
 #include "fakes/LibsshMock.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
@@ -120,6 +121,20 @@ TEST_F(SessionWithoutObject, ThrowsAtEveryOption)
     EXPECT_EQ(textThrownBy([&] { session.setKnownHostsFile("file"); }), "invalid");
     EXPECT_EQ(textThrownBy([&] { session.getKnownHostsFile(); }), "invalid");
     EXPECT_EQ(textThrownBy([&] { session.getPublicServerKeyB64(); }), "invalid");
+    EXPECT_EQ(textThrownBy([&] { session.getPublicServerKeyFingerprint(); }), "invalid");
+    EXPECT_EQ(textThrownBy([&] { session.getOfferedMethods(); }), "invalid");
+    EXPECT_EQ(session.getAlgorithmMismatch(), std::nullopt);
+}
+
+TEST_F(SessionWithoutObject, SaysThatMemoryIsMissing)
+{
+    SSHSession session;
+    EXPECT_THROW(session.setHostName("host"), handle_fatal_error);
+    const auto failure = FileSystem::Failure::last();
+    EXPECT_EQ(failure.code(), std::errc::not_enough_memory);
+    EXPECT_EQ(failure.operation(), "setHostName");
+    EXPECT_THROW(session.connect(), handle_fatal_error);
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::NoResources);
 }
 
 TEST_F(SessionWithoutObject, MakesNoProcess)

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <Tarnis/SSHFailureCode.h>
+
+#include <string>
+#include <system_error>
+
+namespace Tarnis {
+
+/// What is known of an attempt to connect that failed.
+struct ConnectFacts
+{
+    bool hasHostName = true;
+    bool wasInterrupted = false;
+    bool isTimeUp = false;
+    /// Whether libssh came so far as to open a socket.
+    bool hasSocket = false;
+    /// The line by which the server identified itself; empty when none arrived.
+    std::string serverIdentification;
+    /// libssh's message.
+    std::string text;
+};
+
+/// The kind of failure that it is: by what is known, and by libssh's message only where nothing
+/// else tells. The one place where messages about connecting are looked at.
+std::error_code classifyConnectFailure(const ConnectFacts& facts);
+
+/// Notes the failure for FileSystem::Failure::last().
+/// \param number libssh's code for it.
+/// \param where the host and port that the attempt went to.
+void noteConnectFailure(const ConnectFacts& facts, int number, std::string where);
+
+} // namespace Tarnis
