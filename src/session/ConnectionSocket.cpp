@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -85,8 +86,9 @@ bool ConnectionSocket::isAtEnd() const
 bool ConnectionSocket::hasUnread() const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    char byte = 0;
-    return socket_ >= 0 && ::recv(socket_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+    // Not a look by reading: it would take the socket's error, which is told only once.
+    int count = 0;
+    return socket_ >= 0 && ::ioctl(socket_, FIONREAD, &count) == 0 && count > 0;
 }
 
 int ConnectionSocket::takeError() const
