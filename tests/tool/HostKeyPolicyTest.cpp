@@ -278,10 +278,10 @@ TEST_F(HostKeyPolicyTest, LeavesAFileAsItIsWhenItRecordsNothing)
 TEST_F(HostKeyPolicyTest, RecordsAServerByItsNameInSmallLetters)
 {
     ToolSetup setup = withPolicy("new");
-    setup.arguments[1] = "tester@LocalHost:" + std::to_string(server_.port());
+    setup.arguments[1] = "tester@LoopBack.Test:" + std::to_string(server_.port());
     const ToolResult result = run(setup);
     EXPECT_THAT(result.errorOutput, HasSubstr("tarnis: recorded the ssh-ed25519 key of "));
-    EXPECT_THAT(knownHosts(), StartsWith("[localhost]:"));
+    EXPECT_THAT(knownHosts(), StartsWith("[loopback.test]:"));
 }
 
 TEST_F(HostKeyPolicyTest, RecordsEveryTypeOfKey)
