@@ -3,6 +3,7 @@
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
+#include <libssh/libssh.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -233,12 +234,40 @@ TEST_F(AutomaticKey, IsLookedForAgainAfterItWasDenied)
     EXPECT_TRUE(runsCommands(session()));
 }
 
-TEST_F(AutomaticKey, IsAnErrorForAnEd25519KeyInPkcs8ThatCanStillBeNamedAsAFile)
+/// Whether libssh finds both halves of a key by itself.
+bool libsshReadsWhole(const KeyPair& pair)
+{
+    ssh_key key = nullptr;
+    char* text = nullptr;
+    const bool isWhole = ssh_pki_import_privkey_file(pair.privatePath.c_str(), nullptr, nullptr,
+                                                     nullptr, &key) == SSH_OK &&
+                         ssh_pki_export_pubkey_base64(key, &text) == SSH_OK;
+    ssh_string_free_char(text);
+    ssh_key_free(key);
+    return isWhole;
+}
+
+// libssh 0.10 does not, which only who names the file gets round.
+TEST_F(AutomaticKey, TakesAnEd25519KeyInPkcs8WhereLibsshReadsOne)
 {
     const KeyPair key = makeDefaultKey(KeyType::Ed25519, "", KeyFormat::Pkcs8);
     authorize(key);
+    if (libsshReadsWhole(key)) {
+        expectSuccess();
+        return;
+    }
     EXPECT_EQ(tryAutomatically(), Result::Error);
     EXPECT_EQ(session().getState(), RemoteSessionState::UserAuthenticating);
+}
+
+TEST_F(AutomaticKey, DoesNotKeepAnEd25519KeyInPkcs8FromBeingNamedAsAFile)
+{
+    const KeyPair key = makeDefaultKey(KeyType::Ed25519, "", KeyFormat::Pkcs8);
+    authorize(key);
+    ASSERT_TRUE(connectTrusting(session()));
+    if (!libsshReadsWhole(key)) {
+        EXPECT_EQ(authenticate(session(), UserAuthenticatorPrivateKeyAuto()), Result::Error);
+    }
     EXPECT_EQ(authenticate(session(), UserAuthenticatorPrivateKeyFile(key.privatePath, "")),
               Result::Success)
         << session().getLastError();
