@@ -28,31 +28,36 @@ struct Login
     }
 };
 
-/// Says on standard error what failed, and libssh's reason where it has one. Always false.
-inline bool failed(const Tarnis::SSHSession& session, const char* step)
+/// Says on standard error which operation failed, on what and why. To be called before any other
+/// operation, which would forget it. Always false.
+inline bool failed()
 {
-    const std::string reason = session.getLastError();
-    std::cerr << step << " failed" << (reason.empty() ? "" : ": " + reason) << '\n';
+    std::cerr << FileSystem::Failure::last().message() << '\n';
     return false;
+}
+
+/// Whether a server was trusted, or a user let in: the step leaves a failure where it was not.
+template <class Response>
+bool isAccepted(const std::unique_ptr<Response>& response)
+{
+    return response != nullptr && !FileSystem::Failure::last();
 }
 
 /// Connects to the server.
 inline bool connectTo(Tarnis::SSHSession& session, const Login& login)
 {
-    session.setHostName(login.host);
-    session.setPortNumber(login.port);
-    session.setUserName(login.user);
-    session.setKnownHostsFile(login.knownHostsFile);
-    return session.connect() || failed(session, "connecting");
+    return (session.setHostName(login.host) && session.setPortNumber(login.port) &&
+            session.setUserName(login.user) && session.setKnownHostsFile(login.knownHostsFile) &&
+            session.connect()) ||
+           failed();
 }
 
 /// Goes on only with a server that stands in the known-hosts file.
 inline bool trustKnownHost(Tarnis::SSHSession& session)
 {
     using Known = Tarnis::HostAuthenticatorKnownHostFile;
-    const auto response = session.hostAuthenticate(Known(Known::AutoMode::KnownOnly, false));
-    return (response && response->getResult() == Tarnis::AuthenticateHostResult::Accepted) ||
-           failed(session, "verifying the server's key");
+    return isAccepted(session.hostAuthenticate(Known(Known::AutoMode::KnownOnly, false))) ||
+           failed();
 }
 
 /// All the way to a session that can be used.
@@ -61,8 +66,9 @@ inline bool logIn(Tarnis::SSHSession& session, const Login& login)
     if (!connectTo(session, login) || !trustKnownHost(session)) {
         return false;
     }
-    session.userAuthenticate(Tarnis::UserAuthenticatorPrivateKeyFile(login.keyFile, ""));
-    return session.isAuthenticated() || failed(session, "logging in");
+    return isAccepted(session.userAuthenticate(
+               Tarnis::UserAuthenticatorPrivateKeyFile(login.keyFile, ""))) ||
+           failed();
 }
 
 /// The server's files, once logged in; null after a failure.
@@ -70,7 +76,7 @@ inline std::unique_ptr<Tarnis::SSHFileSystemSFTP> openFiles(Tarnis::SSHSession& 
 {
     auto files = session.createSFTPFileSystem();
     if (!files) {
-        failed(session, "starting file transfer");
+        failed();
     }
     return files;
 }

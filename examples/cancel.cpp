@@ -25,7 +25,7 @@ int main(int argc, char** argv)
     const auto result = session.execute("sleep 3600");
     cancelButton.join();
     if (result.outcome != Tarnis::SSHExecuteResult::Outcome::ConnectionLost) {
-        std::cerr << "the command was not broken off\n";
+        std::cerr << "the command was not broken off: " << result.error << '\n';
         return 1;
     }
     std::cout << "cancelled\n";
@@ -33,6 +33,11 @@ int main(int argc, char** argv)
     if (!logIn(session, login)) {
         return 1;
     }
-    std::cout << session.execute("echo connected again").output;
+    const auto again = session.execute("echo connected again");
+    std::cout << again.output;
+    if (!again.succeeded()) {
+        std::cerr << "the command failed: " << again.error << '\n';
+        return 1;
+    }
     return 0;
 }

@@ -27,7 +27,7 @@ int main(int argc, char** argv)
     if (!local.fileCopyAs(source, *remote, target, {},
                           Option::Recursive | Option::PreservePermissions |
                               Option::PreserveModTime)) {
-        failed(session, "copying");
+        failed();
         return 1;
     }
     const bool isSame =

@@ -27,14 +27,16 @@ int main(int argc, char** argv)
         return 1;
     }
     const auto remote = openFiles(session);
+    if (!remote) {
+        return 1;
+    }
     const FileSystem::LocalFileSystem local;
     const bool isCopied =
-        remote &&
         remote->fileCopyAs(argv[1 + Login::argumentCount], local, argv[2 + Login::argumentCount],
                            showProgress, Option::PreservePermissions | Option::PreserveModTime);
     std::cerr << '\n';
     if (!isCopied) {
-        failed(session, "downloading");
+        failed();
         return 1;
     }
     return 0;

@@ -19,7 +19,7 @@ int main(int argc, char** argv)
     const std::string path = argv[1 + Login::argumentCount];
     const auto room = files->fileStorageInfo(path);
     if (!room) {
-        std::cerr << "the server has no figures for " << files->displayPath(path) << '\n';
+        failed(); // not supported, where the server has no such figures
         return 1;
     }
     std::cout << room->available << " of " << room->capacity << " bytes are free on the volume of "

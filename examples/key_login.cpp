@@ -29,13 +29,18 @@ int main(int argc, char** argv)
         return 1;
     }
     auto result = tryKey(session, login.keyFile, "");
+    const bool isEncrypted =
+        FileSystem::Failure::last().code() == Tarnis::SSHFailureCode::WrongPassPhrase;
     const char* const passPhrase = std::getenv("KEY_PASS_PHRASE");
-    if (result == Tarnis::AuthenticateUserResult::Denied && passPhrase != nullptr) {
+    if (isEncrypted && passPhrase != nullptr) {
         // A failed attempt leaves the session where it was, so the next one may follow.
         std::cout << "trying again with the pass phrase\n";
         result = tryKey(session, login.keyFile, passPhrase);
     }
-    const bool loggedIn = result == Tarnis::AuthenticateUserResult::Success;
-    std::cout << (loggedIn ? "logged in as " + session.getUserName() : "denied") << '\n';
-    return loggedIn ? 0 : 1;
+    if (result != Tarnis::AuthenticateUserResult::Success) {
+        failed();
+        return 1;
+    }
+    std::cout << "logged in as " << session.getUserName() << '\n';
+    return 0;
 }

@@ -43,14 +43,11 @@ int main(int argc, char** argv)
         return 1;
     }
     const std::string directory = argv[fewest - 1];
-    // An empty list is a directory without entries, or none at all.
-    if (!files->directoryExists(directory)) {
-        failed(session, "finding the directory");
-        return 1;
-    }
-    for (const auto& entry :
-         files->directoryFileInfoList(directory, argc > fewest ? argv[fewest] : "")) {
+    const auto entries = files->directoryFileInfoList(directory, argc > fewest ? argv[fewest] : "");
+    // An empty list, or one that breaks off, has a failure where it could not be read to its end.
+    const bool isWhole = !FileSystem::Failure::last() || failed();
+    for (const auto& entry : entries) {
         print(entry);
     }
-    return 0;
+    return isWhole ? 0 : 1;
 }

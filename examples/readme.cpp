@@ -5,18 +5,19 @@
 int main(int argc, char** argv)
 {
     using Known = Tarnis::HostAuthenticatorKnownHostFile;
+    using FileSystem::Failure; // each step leaves one exactly where it did not succeed
+    const auto isAccepted = [](const auto& response) { return response && !Failure::last(); };
     Tarnis::SSHSession session;
-    session.setHostName(argc > 1 ? argv[1] : "localhost"); // "user@host" works too
-    session.setPortNumber(static_cast<unsigned short>(argc > 2 ? std::stoul(argv[2]) : 22));
-    session.connect();
-    const auto host = session.hostAuthenticate(Known(Known::AutoMode::KnownOnly, false));
-    session.userAuthenticate(Tarnis::UserAuthenticatorPrivateKeyAuto()); // agent, default keys
-    const auto result = session.execute("uname -a"); // runs only when each step above succeeded
-    std::cout << result.output << result.errorOutput;
-    if (host && host->getResult() != Tarnis::AuthenticateHostResult::Accepted) {
-        std::cerr << "the known-hosts file does not vouch for this server\n";
-    } else if (!result.exitCode) {
-        std::cerr << "not connected, or not logged in: " << session.getLastError() << '\n';
+    if (!session.setHostName(argc > 1 ? argv[1] : "localhost") || // "user@host" works too
+        !session.setPortNumber(static_cast<unsigned short>(argc > 2 ? std::stoul(argv[2]) : 22)) ||
+        !session.connect() ||
+        !isAccepted(session.hostAuthenticate(Known(Known::AutoMode::KnownOnly, false))) ||
+        !isAccepted(session.userAuthenticate(Tarnis::UserAuthenticatorPrivateKeyAuto()))) {
+        std::cerr << Failure::last().message() << '\n'; // what failed, where and why
+        return 255;
     }
+    const auto result = session.execute("uname -a");
+    std::cout << result.output << result.errorOutput;
+    std::cerr << result.error; // why the command could not be run, where it could not
     return result.exitCode.value_or(255);
 }

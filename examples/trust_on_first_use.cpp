@@ -9,13 +9,13 @@ using Known = Tarnis::HostAuthenticatorKnownHostFile;
 using Response = Tarnis::HostAuthenticatorResponseKnownHostFile;
 
 /// Asks the user, who is to compare the key with what the server's owner says.
-bool userAccepts(const Response& response)
+bool userAccepts(const Response& response, const std::string& fingerprint)
 {
     if (response.getReason() == Response::Reason::HostKeyChanged) {
         std::cerr << "the server's key has changed: somebody may be listening in\n";
         return false;
     }
-    std::cout << "unknown server, with the key " << response.getHostKeyB64()
+    std::cout << "unknown server, with the key " << fingerprint
               << "\nTrust it from now on (yes/no)? " << std::flush;
     std::string answer;
     return std::getline(std::cin, answer) && answer == "yes";
@@ -24,20 +24,20 @@ bool userAccepts(const Response& response)
 bool decideAboutHost(Tarnis::SSHSession& session)
 {
     const auto response = session.hostAuthenticate(Known(Known::AutoMode::Ask, false));
-    if (!response) {
-        return failed(session, "verifying the server's key");
-    }
-    if (response->getResult() == Tarnis::AuthenticateHostResult::Undecided) {
-        const auto* const asked = dynamic_cast<const Response*>(response.get());
-        if (asked == nullptr || !userAccepts(*asked)) {
-            return false;
-        }
-        // The same question again, under a policy that records the answer.
-        session.hostAuthenticate(Known(Known::AutoMode::AcceptNew, true));
-    } else {
+    if (isAccepted(response)) {
         std::cout << "known server\n";
+        return true;
     }
-    return session.getState() == Tarnis::RemoteSessionState::UserAuthenticating;
+    const auto* const asked = dynamic_cast<const Response*>(response.get());
+    if (asked == nullptr || asked->getResult() != Tarnis::AuthenticateHostResult::Undecided) {
+        return failed();
+    }
+    if (!userAccepts(*asked, session.getPublicServerKeyFingerprint())) {
+        return false;
+    }
+    // The same question again, under a policy that records the answer.
+    return isAccepted(session.hostAuthenticate(Known(Known::AutoMode::AcceptNew, true))) ||
+           failed();
 }
 
 } // namespace

@@ -23,8 +23,8 @@ int main(int argc, char** argv)
         response = session.userAuthenticate(
             Tarnis::UserAuthenticatorPassword(password != nullptr ? password : ""));
     }
-    if (!session.isAuthenticated()) {
-        failed(session, "logging in");
+    if (!isAccepted(response)) {
+        failed();
         return 1;
     }
     std::cout << "logged in\n";

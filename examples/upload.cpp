@@ -45,14 +45,14 @@ int main(int argc, char** argv)
     const std::string unfinished = path + ".part";
     auto file = remote->fileOpen(unfinished, Mode::Write | Mode::Create | Mode::Truncate);
     if (!file || !writeInput(*file, remote->recommendedWriteBufferSize())) {
-        failed(session, "writing");
+        failed();
         file.reset();
         remote->fileRemove(unfinished);
         return 1;
     }
     file.reset(); // closes it
     if (!remote->fileRenameAs(unfinished, path)) {
-        failed(session, "giving the file its name");
+        failed();
         remote->fileRemove(unfinished);
         return 1;
     }
