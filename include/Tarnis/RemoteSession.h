@@ -21,6 +21,12 @@ class UserAuthenticatorResponse;
 /// userAuthenticate(). Each step runs only in the state that the step before it reached; a step
 /// that fails leaves the state, so it can be tried again.
 ///
+/// Failures: each operation that does not do what it is for leaves FileSystem::Failure::last(),
+/// with an SSHFailureCode or, where that says it, a FileSystem::FailureCode: a step in the wrong
+/// state (OutOfTurn, NotConnected, AlreadyConnected), an option that cannot be (BadName), and
+/// whatever an operation below names. Once a connection was lost, the steps and the queries of the
+/// state fail with Lost and the reason, or with Interrupted, until the next connect().
+///
 /// Threads: a session and everything made from it form one unit. Any thread may call any operation;
 /// the calls take turns, so one waits while another one blocks.
 class TARNIS_EXPORT RemoteSession
@@ -35,6 +41,9 @@ public:
     ///
     /// True: the state is HostAuthenticating. False: the session was not Disconnected (nothing was
     /// done), or the attempt failed (the state is Disconnected and connect() may be called again).
+    /// Failures, with the host and port as Failure::entry(): NameNotResolved, Refused, Unreachable,
+    /// TimedOut, NoSshServer, NoCommonAlgorithm, Lost (while the keys were exchanged), Interrupted;
+    /// Protocol, for a server that breaks it; BadName, for a session without a host name.
     /// When it throws, as for a session without an object of libssh's, the state stays Connecting:
     /// no later connect() begins.
     bool connect();
@@ -71,7 +80,8 @@ public:
     /// Sets the server's host name or address; "user@host" sets the user name too. The next
     /// connect() goes there. On a session that is connected it changes the name whose known-hosts
     /// entry hostAuthenticate() looks up, so do not set it between the two. Does not block on the
-    /// network. False: libssh refuses the name, nothing was changed.
+    /// network. False: it can be no host name, or the user's before it no user name (see
+    /// setUserName()); nothing was changed.
     bool setHostName(const std::string& hostName);
 
     /// The host name as set; empty when none was. libssh's copy of it is not released, so each call
@@ -79,8 +89,9 @@ public:
     std::string getHostName();
 
     /// Sets the name to log in with; without it libssh takes the local user's at connect(). Does
-    /// not block on the network. False: libssh refuses the name; the former one stays, or the local
-    /// user's where none was set.
+    /// not block on the network. False: it can be no user name, since a shell would read something
+    /// else into it: one of '`";&<>|(){}$, a comma or a backslash, or a dash at the start or after
+    /// a blank. Nothing was changed.
     bool setUserName(const std::string& userName);
 
     /// The user name as set, or as connect() chose it; empty when there is none yet. Does not block
@@ -101,7 +112,9 @@ public:
     ///
     /// Null: the state was another one, nothing was done. A response whose result is Accepted:
     /// the state is UserAuthenticating. Any other result: the state is unchanged and another
-    /// authenticator may be tried.
+    /// authenticator may be tried. Failures, with the known-hosts file as Failure::entry():
+    /// HostUnknown, HostKeyChanged, KnownHostsUnreadable; HostKeyRefused, by a list of keys.
+    /// Undecided leaves one as well.
     std::unique_ptr<HostAuthenticatorResponse>
     hostAuthenticate(const HostAuthenticator& authenticator);
 
@@ -112,8 +125,10 @@ public:
     /// Null: the state was another one, nothing was done. A response whose result is Success: the
     /// state is Authenticated. Any other result: the state is unchanged; after Partial the server
     /// expects a further method, after Denied another one may be tried. A key that cannot be read,
-    /// and a text with a NUL byte, are Denied without a word to the server; getLastError() knows
-    /// nothing of that.
+    /// and a text with a NUL byte, are Denied without a word to the server. Failures: Denied, by
+    /// the server; MoreRequired, after Partial, with the methods as its text; TimedOut, Lost,
+    /// Interrupted; KeyFileMissing, KeyFileUnreadable, NotAKey and WrongPassPhrase, with the file
+    /// as Failure::entry(); BadName, for a NUL byte.
     std::unique_ptr<UserAuthenticatorResponse>
     userAuthenticate(const UserAuthenticator& authenticator);
 

@@ -49,7 +49,9 @@ class SSHSessionInterface;
 /// Failures: when libssh could not create a session object (out of memory), operations that need
 /// one throw FileSystem::handle_fatal_error("invalid"); those that a session in another state
 /// refuses first, as execute() and the authentications, do that. Everything else is told by
-/// results; getLastError() has libssh's reason where the failure was libssh's.
+/// results, and why by FileSystem::Failure::last(), which belongs to the calling thread's last
+/// operation. getLastError(), getOfferedMethods(), getAlgorithmMismatch(), interrupt() and
+/// attachSSHSessionInterface() leave that as it is.
 ///
 /// Threads: as RemoteSession says. The library starts no thread. interrupt() is the one operation
 /// that may come while another thread is in any call and waits for none; getLastError() and
@@ -91,7 +93,7 @@ public:
     /// knows. "~" at the start is the home directory, "%%" is a percent sign, and any other "%"
     /// begins an escape of libssh's or makes connect() fail; all are resolved by connect(), so a
     /// path that is set later is taken as it stands. Does not block on the network.
-    /// False: libssh refuses the path, nothing was changed.
+    /// False: it can be no path (BadName), nothing was changed.
     bool setKnownHostsFile(const std::string& path);
 
     /// The known-hosts file as set, or as connect() chose it; empty when there is none yet. Does
@@ -105,7 +107,7 @@ public:
     std::string getLastError() const;
 
     /// The server's public key in base64, as it stands in a known-hosts line; empty when not
-    /// connected. Does not block on the network.
+    /// connected (NotConnected, Lost). Does not block on the network.
     std::string getPublicServerKeyB64() const;
 
     /// The SHA-256 fingerprint of the server's public key as ssh prints it, "SHA256:" and base64

@@ -18,7 +18,7 @@ enum class AuthenticateUserResult : std::uint32_t
 {
     Success = 1, ///< The server accepted the user; the session is usable.
     Denied = 2,  ///< Refused, or the key could not be loaded, or no answer came in time.
-    Error = 3,   ///< libssh reports an error; SSHSession::getLastError() tells which.
+    Error = 3,   ///< libssh reports an error; FileSystem::Failure::last() tells which.
     Partial = 4, ///< Accepted as one step of several: the server expects a further method.
 };
 

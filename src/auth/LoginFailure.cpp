@@ -1,5 +1,6 @@
 #include "auth/LoginFailure.h"
 
+#include "handles/SSHFailure.h"
 #include "handles/SSHHandleSession.h"
 
 #include <FileSystem/FailureScope.h>
@@ -37,12 +38,6 @@ std::string listOf(const std::set<std::string>& names)
         list += (list.empty() ? "" : ", ") + name;
     }
     return list;
-}
-
-std::string textOf(ssh_session session)
-{
-    const char* const text = ssh_get_error(session);
-    return text != nullptr ? text : "";
 }
 
 std::error_code codeOf(ssh_session session, int answer)
@@ -87,7 +82,7 @@ void noteLoginFailure(SSHHandleSession& session, int answer)
     const bool isLibsshs = code != SSHFailureCode::MoreRequired && code != SSHFailureCode::TimedOut;
     if (isLibsshs) {
         FileSystem::fail(code, FileSystem::FailureSource::Transport, ssh_get_error_code(asked),
-                         textOf(asked));
+                         transportText(asked));
     } else {
         FileSystem::fail(code, code == SSHFailureCode::MoreRequired ? listOf(offeredMethods(asked))
                                                                     : std::string());

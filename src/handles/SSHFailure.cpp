@@ -12,15 +12,11 @@ using FileSystem::fail;
 using FileSystem::FailureCode;
 using FileSystem::FailureSource;
 
-namespace {
-
-std::string textOf(ssh_session session)
+std::string transportText(ssh_session session)
 {
-    const char* const text = ssh_get_error(session);
+    const char* const text = session != nullptr ? ssh_get_error(session) : nullptr;
     return text != nullptr ? text : "";
 }
-
-} // namespace
 
 FailureCode transportFailureCode(ssh_session session, FailureCode otherwise)
 {
@@ -35,8 +31,8 @@ bool noteTransportFailure(ssh_session session, FailureCode otherwise, std::strin
     if (session == nullptr) {
         return fail(FailureCode::ConnectionLost, {}, std::move(entry));
     }
-    return fail(transportFailureCode(session, otherwise), FailureSource::Transport, ssh_get_error_code(session),
-                textOf(session), std::move(entry));
+    return fail(transportFailureCode(session, otherwise), FailureSource::Transport,
+                ssh_get_error_code(session), transportText(session), std::move(entry));
 }
 
 bool noteTransportFailure(SSHHandleSession& session, FailureCode otherwise, std::string entry)

@@ -10,6 +10,10 @@ namespace Tarnis {
 
 class SSHHandleSession;
 
+/// libssh's text for the last failure on a session, copied; empty where it has none, and without a
+/// session.
+std::string transportText(ssh_session session);
+
 // Notes for FileSystem::Failure::last() why a libssh call has just failed, with libssh's text and
 // error code. libssh keeps one reason for a session and all that was made from it, and the next
 // call may replace it: to be called under the lock that the failed call was made under. Each

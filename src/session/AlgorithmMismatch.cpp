@@ -33,13 +33,13 @@ constexpr std::array<KindName, 8> kindNames{{
     {"compression algo server->client", Kind::CompressionFromServer},
 }};
 
-/// Takes what comes before `mark` off the text, and the mark; the whole text where there is none.
 struct Piece
 {
     std::string_view text;
     bool hasEnd = false;
 };
 
+/// Takes what comes before `mark` off the text, and the mark; the whole text where there is none.
 Piece takeUntil(std::string_view mark, std::string_view& text)
 {
     const auto at = text.find(mark);

@@ -1,6 +1,7 @@
 #include "session/SSHSessionConnection.h"
 
 #include "handles/SSHCall.h"
+#include "handles/SSHFailure.h"
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHSessionOptions.h"
 #include "session/AlgorithmMismatch.h"
@@ -69,11 +70,6 @@ void explainTimeOut(ssh_session session)
     static_cast<void>(ssh_options_set(session, SSH_OPTIONS_TIMEOUT_USEC, &oneMillisecond));
     static_cast<void>(ssh_connect(session));
     static_cast<void>(ssh_options_set(session, SSH_OPTIONS_TIMEOUT_USEC, &none));
-}
-
-std::string textOrNone(const char* text)
-{
-    return text != nullptr ? text : "";
 }
 
 /// The host and the port that an attempt goes to, for people.
@@ -193,9 +189,9 @@ ConnectFacts SSHSessionConnection::factsOf(SSHHandleSession& session, int result
     facts.wasInterrupted = socket_.isInterrupted();
     facts.isTimeUp = result == SSH_AGAIN;
     facts.hasSocket = hasSocket_;
-    facts.serverIdentification =
-        callLocked(session, [](ssh_session s) { return textOrNone(ssh_get_serverbanner(s)); });
-    facts.text = callLocked(session, [](ssh_session s) { return textOrNone(ssh_get_error(s)); });
+    const char* const identification = callLocked(session, ssh_get_serverbanner);
+    facts.serverIdentification = identification != nullptr ? identification : "";
+    facts.text = callLocked(session, transportText);
     return facts;
 }
 
@@ -250,7 +246,7 @@ void SSHSessionConnection::keepReasonOfLoss(SSHHandleSession& session)
     ssh_session lost = session.getResource();
     if (ssh_is_connected(lost) == 0) {
         loss_.set(SSHFailureCode::Lost, FailureSource::Transport, ssh_get_error_code(lost),
-                  textOrNone(ssh_get_error(lost)));
+                  transportText(lost));
         return;
     }
     // libssh has not read since, so the socket is the one to ask.

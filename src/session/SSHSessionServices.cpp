@@ -5,6 +5,7 @@
 #include "auth/SSHSessionHostAuthenticator.h"
 #include "auth/SSHSessionUserAuthenticator.h"
 #include "handles/SSHCall.h"
+#include "handles/SSHFailure.h"
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHServerKey.h"
 #include "handles/SSHSessionOptions.h"
@@ -60,9 +61,7 @@ std::string SSHSession::getKnownHostsFile() const
 
 std::string SSHSession::getLastError() const
 {
-    ssh_session session = session_->getResource();
-    const char* const text = session != nullptr ? ssh_get_error(session) : nullptr;
-    return text != nullptr ? std::string(text) : std::string();
+    return transportText(session_->getResource());
 }
 
 std::string SSHSession::getPublicServerKeyB64() const

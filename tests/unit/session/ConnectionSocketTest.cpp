@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -225,6 +227,29 @@ TEST_F(SecondDescriptor, SeesTheEndBehindWhatHasNotBeenReadYet)
     waitForInput(POLLRDHUP);
     EXPECT_TRUE(socket.isAtEnd());
     EXPECT_TRUE(socket.hasUnread());
+}
+
+TEST_F(SecondDescriptor, TellsTheErrorOfAConnectionThatWasResetOnce)
+{
+    socket.attach(client.get());
+    const linger atOnce{1, 0};
+    ASSERT_EQ(::setsockopt(server.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce), 0);
+    server = UniqueFd();
+    waitForInput(POLLRDHUP);
+    EXPECT_TRUE(socket.isAtEnd());
+    // Looking takes nothing away.
+    EXPECT_FALSE(socket.hasUnread());
+    EXPECT_EQ(socket.takeError(), ECONNRESET);
+    EXPECT_EQ(socket.takeError(), 0);
+}
+
+TEST_F(SecondDescriptor, HasNoErrorWhenThePeerJustCloses)
+{
+    EXPECT_EQ(socket.takeError(), 0);
+    socket.attach(client.get());
+    server = UniqueFd();
+    waitForInput(POLLRDHUP);
+    EXPECT_EQ(socket.takeError(), 0);
 }
 
 TEST_F(SecondDescriptor, MayBeInterruptedWhileItIsAttached)
