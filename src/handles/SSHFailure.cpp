@@ -35,8 +35,8 @@ bool noteTransportFailure(ssh_session session, FailureCode otherwise, std::strin
     if (session == nullptr) {
         return fail(FailureCode::ConnectionLost, {}, std::move(entry));
     }
-    return fail(transportFailureCode(session, otherwise), FailureSource::Transport, ssh_get_error_code(session),
-                textOf(session), std::move(entry));
+    return fail(transportFailureCode(session, otherwise), FailureSource::Transport,
+                ssh_get_error_code(session), textOf(session), std::move(entry));
 }
 
 bool noteTransportFailure(SSHHandleSession& session, FailureCode otherwise, std::string entry)
