@@ -133,7 +133,7 @@ public:
 
     /// A process, not yet started, that will run `commandLine` on the server through the user's
     /// shell. Does not touch the network. Null: libssh could not create a channel, as before the
-    /// log-in (Denied) and without a connection (ConnectionLost).
+    /// log-in (Denied) and before there was a connection (ConnectionLost).
     std::unique_ptr<SSHProcess> createProcess(const std::string& commandLine);
 
     /// As a time limit of execute(): none.
