@@ -4,6 +4,9 @@
 #include "integration/session/SessionSteps.h"
 #include "support/ScriptedServer.h"
 
+#include <FileSystem/Failure.h>
+#include <Tarnis/SSHFailureCode.h>
+
 #include <gtest/gtest.h>
 
 namespace TarnisTest {
@@ -40,6 +43,7 @@ protected:
     {
         SSHCallLimits::setRetryLimit(std::chrono::milliseconds(300));
         EXPECT_EQ(authenticate(session_, authenticator), Result::Denied);
+        EXPECT_EQ(FileSystem::Failure::last().code(), SSHFailureCode::TimedOut);
         EXPECT_EQ(session_.getState(), RemoteSessionState::UserAuthenticating);
         SSHCallLimits::setRetryLimit(SSHCallLimits::defaultRetryLimit);
     }
