@@ -7,7 +7,7 @@ packages_for() {
         nlohmann-json3-dev"
     local server="openssh-server openssh-client libnss-wrapper"
     local test="$build $server openssl googletest libgtest-dev libgmock-dev libpam-wrapper
-        openssh-sftp-server dropbear-bin python3 python3-asyncssh proftpd-core
+        libcrypt-dev openssh-sftp-server dropbear-bin python3 python3-asyncssh proftpd-core
         proftpd-mod-crypto clang git"
     case $1 in
     build) echo "$build" ;;

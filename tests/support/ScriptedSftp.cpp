@@ -22,13 +22,17 @@ std::string quoted(const std::string& path)
 ScriptedSftp::ScriptedSftp(const SftpScript& script)
 {
     files_.makeDirectory("root");
+    // In a file: sshd takes the quotation marks out of a subsystem's command before the shell sees
+    // them, and the program's path may have blanks.
+    files_.write("serve", "exec " + quoted(TARNIS_TEST_SFTP_SERVER) + " " + quoted(root()) + " " +
+                              quoted(files_.file("script")) + " " + quoted(files_.file("log")) +
+                              "\n");
     setScript(script);
 }
 
 std::string ScriptedSftp::command() const
 {
-    return quoted(TARNIS_TEST_SFTP_SERVER) + " " + quoted(root()) + " " +
-           quoted(files_.file("script")) + " " + quoted(files_.file("log"));
+    return "/bin/sh " + files_.file("serve");
 }
 
 void ScriptedSftp::setScript(const SftpScript& script) const

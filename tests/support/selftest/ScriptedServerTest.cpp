@@ -233,9 +233,10 @@ TEST(ScriptedServerAuthentication, GoesOnWithAnotherMethodAfterPartialSuccess)
         case AuthMethod::Password:
             return AuthReply::partial({AuthMethod::KeyboardInteractive});
         case AuthMethod::KeyboardInteractive:
-            return attempt.isPromptResponse
-                       ? AuthReply::accept()
-                       : AuthReply::ask("name", "instruction", {{"One", true}, {"Two", false}});
+            if (attempt.isPromptResponse) {
+                return AuthReply::accept();
+            }
+            return AuthReply::ask("name", "instruction", {{"One", true}, {"Two", false}});
         default:
             return AuthReply::deny();
         }
