@@ -144,8 +144,8 @@ FileSystem2::fileCreateAs(const std::string& path, bool failIfExists, bool makeP
                           Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("fileCreateAs", path);
-    return scope.result(isPath(path) ? do_fileCreateAs(path, failIfExists, makePath, permissions)
-                                     : nullptr);
+    return scope.result(
+        isPath(path) ? own(do_fileCreateAs(path, failIfExists, makePath, permissions)) : nullptr);
 }
 
 bool FileSystem2::fileRenameAs(const std::string& path, const std::string& newPath) const

@@ -1,3 +1,5 @@
+#include "GoneFileSystem.h"
+
 #include <FileSystem/FileSystem2.h>
 #include <FileSystem/FileSystem2File.h>
 
@@ -9,7 +11,7 @@ FileSystem2File::~FileSystem2File() = default;
 
 const FileSystem2& FileSystem2File::fileSystem() const
 {
-    return do_fileSystem();
+    return isSystemAlive() ? do_fileSystem() : goneFileSystem();
 }
 
 std::string FileSystem2File::do_parentDirectoryId()

@@ -4,6 +4,8 @@
 #include "LocalError.h"
 #include "SystemCall.h"
 
+#include <FileSystem/FailureScope.h>
+
 #include <cerrno>
 #include <string_view>
 
@@ -12,8 +14,9 @@
 
 namespace FileSystem {
 
-LocalDirectory::LocalDirectory(const std::string& path)
+LocalDirectory::LocalDirectory(const std::string& path, std::uint64_t limit)
     : directory_(::opendir(systemPath(path)))
+    , left_(limit)
 {
     static_cast<void>(LocalError::succeeded(directory_ != nullptr));
 }
@@ -37,9 +40,15 @@ const dirent* LocalDirectory::next()
             return nullptr;
         }
         const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") {
-            return entry;
+        if (name == "." || name == "..") {
+            continue;
         }
+        if (left_ == 0) {
+            failed_ = !fail(FailureCode::TooMany);
+            return nullptr;
+        }
+        --left_;
+        return entry;
     }
     return nullptr;
 }

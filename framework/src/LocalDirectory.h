@@ -4,6 +4,8 @@
 
 #include <FileSystem/StorageSystemFlags.h>
 
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -16,7 +18,9 @@ class LocalDirectory
 {
 public:
     /// One that cannot be opened has no entries.
-    explicit LocalDirectory(const std::string& path);
+    /// \param limit more entries count as a failure.
+    explicit LocalDirectory(const std::string& path,
+                            std::uint64_t limit = std::numeric_limits<std::uint64_t>::max());
 
     /// The directory that is open.
     explicit LocalDirectory(const FileDescriptor& directory);
@@ -42,6 +46,7 @@ private:
     };
 
     std::unique_ptr<DIR, Close> directory_;
+    std::uint64_t left_ = std::numeric_limits<std::uint64_t>::max();
     bool failed_ = false;
 };
 

@@ -37,6 +37,7 @@ LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
     , mode_(mode)
     , fileSystem_(fileSystem)
 {
+    belongTo(fileSystem);
     // Closing any descriptor of it makes a network file system say what became of the bytes, and
     // costs a local one nothing.
     setCommit([this] {

@@ -213,8 +213,8 @@ std::optional<std::string> currentDirectory()
 
 LocalFileSystem::LocalFileSystem()
 {
-    setDirectoryReader([](const std::string& path) {
-        LocalDirectory directory(path);
+    setDirectoryReader([this](const std::string& path) {
+        LocalDirectory directory(path, listingLimit());
         auto entries = describeEntries(directory, path, NameFilter::all());
         return directory.isComplete() ? std::make_optional(std::move(entries)) : std::nullopt;
     });
@@ -359,7 +359,7 @@ LocalFileSystem::do_directoryList(const std::string& path, const std::string& fi
 {
     const NameFilter wanted(filter, type);
     std::vector<StorageSystemDirectoryInfo> entries;
-    LocalDirectory directory(path);
+    LocalDirectory directory(path, listingLimit());
     while (const dirent* const entry = directory.next()) {
         if (wanted.passes(entry->d_name)) {
             entries.push_back(
@@ -374,7 +374,7 @@ LocalFileSystem::do_directoryFileInfoList(const std::string& path, const std::st
                                           StorageSystemDirectoryFilterType type) const
 {
     const NameFilter wanted(filter, type);
-    LocalDirectory directory(path);
+    LocalDirectory directory(path, listingLimit());
     return describeEntries(directory, path, wanted);
 }
 
@@ -384,7 +384,7 @@ LocalFileSystem::do_directoryListFileNames(const std::string& path, const std::s
 {
     const NameFilter wanted(filter, type);
     std::vector<std::string> names;
-    LocalDirectory directory(path);
+    LocalDirectory directory(path, listingLimit());
     while (const dirent* const entry = directory.next()) {
         if (wanted.passes(entry->d_name)) {
             names.emplace_back(entry->d_name);

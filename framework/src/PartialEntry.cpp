@@ -4,6 +4,7 @@
 #include "HiddenName.h"
 #include "PathText.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
 
 #include <utility>
@@ -28,6 +29,7 @@ PartialEntry::~PartialEntry()
         return;
     }
     try {
+        const FailureKeeper keeper;
         system_.fileRemove(path_);
     } catch (...) {
         // The system is out of reach, and the entry with it.

@@ -4,6 +4,7 @@
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
+#include <FileSystem/StorageSystemFile.h>
 
 #include <algorithm>
 
@@ -11,7 +12,10 @@ namespace FileSystem {
 
 StorageSystem::StorageSystem() = default;
 
-StorageSystem::~StorageSystem() = default;
+StorageSystem::~StorageSystem()
+{
+    *alive_ = false;
+}
 
 std::string StorageSystem::hostName() const
 {
@@ -67,7 +71,7 @@ StorageSystem::fileCreate(const std::string& directoryPath, const std::string& n
     FailureScope scope("fileCreate", directoryPath, name);
     return scope.result(
         isPath(directoryPath) && isPath(name)
-            ? do_fileCreate(directoryPath, name, failIfExists, makePath, permissions)
+            ? own(do_fileCreate(directoryPath, name, failIfExists, makePath, permissions))
             : nullptr);
 }
 
@@ -77,7 +81,26 @@ StorageSystem::fileOpen(const std::string& path,
                         Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("fileOpen", path);
-    return scope.result(isPath(path) ? do_fileOpen(path, mode, permissions) : nullptr);
+    return scope.result(isPath(path) ? own(do_fileOpen(path, mode, permissions)) : nullptr);
+}
+
+std::unique_ptr<StorageSystemFile>
+StorageSystem::own(std::unique_ptr<StorageSystemFile>&& file) const
+{
+    if (file != nullptr) {
+        file->belongTo(*this);
+    }
+    return std::move(file);
+}
+
+void StorageSystem::setListingLimit(std::uint64_t entries) noexcept
+{
+    listingLimit_ = entries;
+}
+
+std::uint64_t StorageSystem::listingLimit() const noexcept
+{
+    return listingLimit_;
 }
 
 bool StorageSystem::fileIsSymbolicLink(const std::string& path) const

@@ -1,5 +1,7 @@
 #include "ByteStream.h"
+#include "GoneFileSystem.h"
 #include "LinkResolution.h"
+#include "PathText.h"
 #include "RequestSize.h"
 
 #include <FileSystem/FailureScope.h>
@@ -94,7 +96,7 @@ StorageSystemFile::~StorageSystemFile() = default;
 
 bool StorageSystemFile::isValid() const
 {
-    return do_isValid();
+    return isSystemAlive() && do_isValid();
 }
 
 std::string StorageSystemFile::fileId()
@@ -104,12 +106,12 @@ std::string StorageSystemFile::fileId()
 
 std::string StorageSystemFile::parentDirectoryId()
 {
-    return do_parentDirectoryId();
+    return isSystemAlive() ? do_parentDirectoryId() : PathText::parentId(fileId());
 }
 
 std::string StorageSystemFile::name()
 {
-    return do_name();
+    return isSystemAlive() ? do_name() : PathText::fileName(fileId());
 }
 
 Utilities::Flags<StorageSystemFileOpenModeFlag> StorageSystemFile::mode()
@@ -119,36 +121,36 @@ Utilities::Flags<StorageSystemFileOpenModeFlag> StorageSystemFile::mode()
 
 bool StorageSystemFile::eof() const
 {
-    return do_eof();
+    return isSystemAlive() && do_eof();
 }
 
 bool StorageSystemFile::seek(std::uint64_t offset) const
 {
     FailureScope scope("seek");
-    return scope.result(do_seek(offset));
+    return scope.result(hasSystem() && do_seek(offset));
 }
 
 std::optional<std::uint64_t> StorageSystemFile::tell()
 {
     FailureScope scope("tell");
-    return scope.result(do_tell());
+    return scope.result(hasSystem() ? do_tell() : std::nullopt);
 }
 
 bool StorageSystemFile::error() const
 {
-    return do_error();
+    return !isSystemAlive() || do_error();
 }
 
 std::uint64_t StorageSystemFile::read(char* buffer, std::uint64_t size) const
 {
     FailureScope scope("read");
-    return scope.answer(do_read(buffer, size));
+    return scope.answer(hasSystem() ? do_read(buffer, size) : 0);
 }
 
 std::uint64_t StorageSystemFile::write(const char* buffer, std::uint64_t size) const
 {
     FailureScope scope("write");
-    const auto written = do_write(buffer, size);
+    const auto written = hasSystem() ? do_write(buffer, size) : 0;
     scope.result(written != 0 || size == 0);
     return written;
 }
@@ -212,24 +214,32 @@ bool StorageSystemFile::writeInSteps(const char* buffer, std::uint64_t size) con
 Utilities::Flags<PosixFilePermissionFlag> StorageSystemFile::permissions()
 {
     FailureScope scope("permissions");
-    return scope.asNoted(do_permissions());
+    return scope.asNoted(hasSystem() ? do_permissions()
+                                     : Utilities::Flags<PosixFilePermissionFlag>());
 }
 
 std::uint64_t StorageSystemFile::size()
 {
     FailureScope scope("size");
-    return scope.asNoted(do_size());
+    return scope.asNoted(hasSystem() ? do_size() : 0);
 }
 
 StorageSystemFileInfo StorageSystemFile::fileInfo()
 {
     FailureScope scope("fileInfo");
-    return scope.asNoted(do_fileInfo());
+    if (hasSystem()) {
+        return scope.asNoted(do_fileInfo());
+    }
+    StorageSystemFileInfo info;
+    info.name = name();
+    info.fileId = fileId();
+    info.parentDirectoryId = parentDirectoryId();
+    return scope.asNoted(std::move(info));
 }
 
 const StorageSystem& StorageSystemFile::storageSystem()
 {
-    return do_storageSystem();
+    return isSystemAlive() ? do_storageSystem() : goneFileSystem();
 }
 
 bool StorageSystemFile::copy(StorageSystemFile& target, const StorageSystemProgress& progress,
@@ -238,6 +248,9 @@ bool StorageSystemFile::copy(StorageSystemFile& target, const StorageSystemProgr
     FailureScope scope("copy");
     if (&target == this) {
         return scope.result(fail(FailureCode::IntoItself));
+    }
+    if (!hasSystem() || !target.hasSystem()) {
+        return scope.result(false);
     }
     // Taken back on every way out.
     const auto forget = [](StorageSystemFile* file) { file->copyTarget_ = nullptr; };
@@ -292,7 +305,26 @@ bool StorageSystemFile::do_copy(const StorageSystemProgress& progress,
 bool StorageSystemFile::commit()
 {
     FailureScope scope("commit");
-    return scope.result(!commit_ || commit_());
+    return scope.result(hasSystem() && (!commit_ || commit_()));
+}
+
+void StorageSystemFile::belongTo(const StorageSystem& system)
+{
+    if (systemAlive_ == nullptr) {
+        systemAlive_ = system.alive_;
+    }
+}
+
+bool StorageSystemFile::isSystemAlive() const noexcept
+{
+    return systemAlive_ == nullptr || *systemAlive_;
+}
+
+/// Says why where it has not.
+bool StorageSystemFile::hasSystem() const
+{
+    return isSystemAlive() ||
+           fail(FailureCode::ConnectionLost, "the file's storage system is gone");
 }
 
 void StorageSystemFile::setCommit(std::function<bool()> commit)

@@ -20,11 +20,18 @@ class SSHHandleSFTPSession;
 /// Ownership: the SSH session owns the SFTP session; this object shares it. When the SSH session is
 /// disconnected or destroyed, this object stays and is invalid: operations answer false, empty or
 /// null, and one that is under way in another thread throws
-/// FileSystem::handle_fatal_error("invalid"). Open files refer to this object and must go before
-/// it.
+/// FileSystem::handle_fatal_error("invalid"). Open files that outlive this object are invalid.
 ///
-/// Failures: told by results, as the base classes say; SSHSession::getLastError() has the server's
-/// message.
+/// Failures: told by results, as the base classes say; FileSystem::Failure::last() has the reason.
+/// What the server refused has FailureSource::Server with the status of its answer and its text;
+/// where the status says little ("failure"), the library looks what stands there and gives the code
+/// for that. SSHSession::getLastError() has the server's message too.
+///
+/// A lost server: an operation that finds the channel or the connection at its end fails with
+/// FailureCode::ConnectionLost, and this object and its files are invalid from then on; every later
+/// operation fails likewise, without an exception, until the session is disconnected. When it was
+/// the SFTP server alone that ended, the session lives and SSHSession::createSFTPFileSystem() makes
+/// a new file system.
 ///
 /// Threads: any thread may call any operation, construction and destruction aside. The calls take
 /// turns with everything else made from the SSH session, request by request, and each request
@@ -36,9 +43,16 @@ class SSHHandleSFTPSession;
 /// Particular to SFTP:
 /// - Paths are bytes and go to the server as they are; a relative one is taken from the directory
 ///   that the server starts in, usually the home directory.
-/// - fileRenameAs() onto a file that exists fails with most servers and replaces it with others.
-///   With those, fileMoveAs() and whatever else must not replace a file (a copy with FailIfExists)
-///   replaces one that another client puts there after they have looked.
+/// - fileRenameAs() never sends a request that is meant to replace. Some servers replace on a plain
+///   rename all the same, open what stands there though the file was to be a new one (Exclusive),
+///   or remove a directory as a file, a file or link as a directory. Unless the server is known to
+///   be OpenSSH's sftp-server, which does not, these operations look first, at the cost of a
+///   request; on a server that does, what another client puts there after the look is replaced,
+///   opened or removed.
+/// - fileSetPermissions() asks the server for the permissions afterwards, as fileSetModTime() for
+///   the time: true means that the nine bits are there.
+/// - A file opened with Append is read from its start, and its position after a write is its end,
+///   as on this machine; but what others append meanwhile is not counted in tell().
 /// - fileReplaceAs(), and with it a copy over a file, is one atomic step where the server offers
 ///   the extension posix-rename@openssh.com.
 /// - Times are whole seconds from 1970 to 2106; a time outside is not set. Less than a second
@@ -52,7 +66,9 @@ class SSHHandleSFTPSession;
 ///   statvfs@openssh.com.
 /// - Servers disagree on the order of the two paths when a link is made. A link is read back after
 ///   it was made; where it cannot be made right the operation answers false and leaves no link
-///   behind. What a server with the wrong order has made elsewhere is removed again.
+///   behind. What a server with the wrong order has made elsewhere is removed again. Once a link
+///   came out wrong that the server would not remove, no more are made by this object.
+/// - A reply to a listing that holds no name does not end it; after 100 in a row it fails.
 /// - ProFTPD follows links where it should not: to look a path up takes one more request there,
 ///   and a link whose target exists is neither renamed, nor copied, nor replaced by a copy, since
 ///   the server would rename the target. It tells of relative targets as absolute ones, so a link

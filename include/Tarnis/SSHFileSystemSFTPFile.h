@@ -13,12 +13,15 @@ namespace Tarnis {
 class SSHFileSystemSFTP;
 class SSHHandleSFTPSessionFile;
 
-/// An open remote file. Opened by the fileOpen() of an SSHFileSystemSFTP, which must outlive it.
+/// An open remote file. Opened by the fileOpen() of an SSHFileSystemSFTP; invalid when that is
+/// gone.
 ///
 /// What each operation does stands in FileSystem::StorageSystemFile. isValid() and error() tell of
 /// the file system, not of the last read or write. Once the session was disconnected or destroyed,
 /// seek(), tell(), read() and write() throw FileSystem::handle_fatal_error("invalid"); the other
-/// operations answer as before, eof() with false.
+/// operations answer as before, eof() with false. After the loss of the server (see
+/// SSHFileSystemSFTP), and when the file system is gone, they fail without an exception, with
+/// FailureCode::ConnectionLost.
 ///
 /// read() sends requests of at most maxReadPackageSize() for its whole range before it waits for
 /// the first answer; each answer lands where its request belongs, so a short one leaves a hole.
@@ -35,7 +38,7 @@ public:
     /// Takes the handle over, leaving `file` empty. Without a handle, the file is as one whose
     /// session has ended, except that isValid() and error() still tell of the file system.
     /// \param fileId     the path that the file was opened under.
-    /// \param fileSystem must outlive this object.
+    /// \param fileSystem when it is gone, this object is invalid.
     SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessionFile>&& file,
                           const std::string& fileId,
                           Utilities::Flags<FileSystem::StorageSystemFileOpenModeFlag> mode,
@@ -45,10 +48,10 @@ public:
     /// Never throws.
     ~SSHFileSystemSFTPFile() override;
 
-    /// Bytes of the largest read request: the file system's.
+    /// Bytes of the largest read request: the file system's; 0 when that is gone.
     std::size_t maxReadPackageSize() const;
 
-    /// Bytes of the largest write request: the file system's.
+    /// Bytes of the largest write request: the file system's; 0 when that is gone.
     std::size_t maxWritePackageSize() const;
 
 private:

@@ -58,6 +58,11 @@ public:
 
     void setLinkPathOrder(LinkPathOrder order) noexcept { linkPathOrder_ = order; }
 
+    /// Whether a link came out wrong and the server would not remove it again.
+    bool hasLeftLinks() const noexcept { return leftLinks_; }
+
+    void markLeftLinks() noexcept { leftLinks_ = true; }
+
     /// How the writes of a bulk transfer are sent, as far as the first of them has shown.
     enum class BulkWriting
     {
@@ -94,6 +99,7 @@ protected:
 
 private:
     std::atomic<LinkPathOrder> linkPathOrder_{LinkPathOrder::Unknown};
+    std::atomic<bool> leftLinks_{false};
     std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
     std::atomic<int> bulkWriters_{0};
     std::shared_ptr<std::atomic<bool>> lost_ = std::make_shared<std::atomic<bool>>(false);

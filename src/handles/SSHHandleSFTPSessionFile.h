@@ -10,6 +10,7 @@
 #include <libssh/sftp.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -51,6 +52,12 @@ public:
         return static_cast<SSHHandleSFTPSession*>(getParent());
     }
 
+    /// Where the next write of a file that is appended to goes, as far as this handle knows; what
+    /// others append meanwhile is not counted. To be used under the lock.
+    std::uint64_t getAppendEnd() const noexcept { return appendEnd_; }
+
+    void setAppendEnd(std::uint64_t offset) noexcept { appendEnd_ = offset; }
+
     /// Whether the channel or the connection of the SFTP session was seen at its end, also when
     /// both handles are invalid by now.
     bool isLost() const noexcept { return *lost_; }
@@ -68,6 +75,7 @@ private:
     // look alone.
     mutable std::mutex looking_;
     bool committed_ = false;
+    std::uint64_t appendEnd_ = 0;
     std::shared_ptr<std::atomic<bool>> lost_;
 };
 

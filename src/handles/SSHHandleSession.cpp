@@ -1,6 +1,7 @@
 #include "handles/SSHHandleSession.h"
 
 #include "handles/SSHHandleChannel.h"
+#include "handles/SSHHandleSFTPSession.h"
 
 #include <Tarnis/SessionBlockingGuard.h>
 
@@ -45,6 +46,20 @@ void SSHHandleSession::reapAbandoned()
         });
     std::for_each(answered, abandoned_.end(), [](const auto& channel) { channel->deleteMe(); });
     abandoned_.erase(answered, abandoned_.end());
+}
+
+void SSHHandleSession::retireLostSftpSessions()
+{
+    const auto lock = getLock();
+    const SessionBlockingGuard guard(getResource(), 0);
+    // A copy: each leaves the children when it goes.
+    const auto candidates = children();
+    for (const auto& child : candidates) {
+        auto* const sftp = dynamic_cast<SSHHandleSFTPSession*>(child.get());
+        if (sftp != nullptr && sftp->isLost()) {
+            sftp->deleteMe();
+        }
+    }
 }
 
 void SSHHandleSession::replaceSession(ssh_session fresh)

@@ -35,6 +35,10 @@ public:
     /// with the connection's; the session itself stays valid. Waits for nothing on the network.
     void retireChildren();
 
+    /// Lets go of the SFTP sessions whose end was seen, so that the server's and our own side of
+    /// their channels are free again. To be called outside any call on one of them.
+    void retireLostSftpSessions();
+
     /// Puts a fresh libssh session in the place of the used one, retiring what was made from that.
     void replaceSession(ssh_session fresh);
 

@@ -11,8 +11,7 @@ using FileSystem::StorageSystemTimePoint;
 
 namespace {
 
-constexpr std::uint32_t kindBits = 0xF000;
-constexpr std::uint32_t linkBits = 0xA000;
+constexpr std::uint32_t linkBits = linkKind;
 constexpr std::uint32_t directoryBit = 0x4000;
 constexpr std::uint32_t regularBit = 0x8000;
 constexpr std::uint32_t permissionBits = 0x1FF;
@@ -30,6 +29,13 @@ bool hasAll(std::uint32_t mode, std::uint32_t bits) noexcept
 bool hasDirectoryBit(std::uint32_t mode) noexcept
 {
     return hasAll(mode, directoryBit);
+}
+
+bool hasPermissions(const sftp_attributes_struct& attributes,
+                    Utilities::Flags<PosixFilePermissionFlag> wanted) noexcept
+{
+    return (attributes.flags & SSH_FILEXFER_ATTR_PERMISSIONS) != 0 &&
+           ((attributes.permissions ^ wanted.raw()) & permissionBits) == 0;
 }
 
 bool isLinkMode(std::uint32_t mode) noexcept

@@ -15,6 +15,11 @@ namespace Tarnis {
 using SFTPAttributes =
     std::unique_ptr<sftp_attributes_struct, ssh_default_deleter<sftp_attributes_struct>>;
 
+/// The bits of a mode that say what kind of thing it is of, all together, and two of their values.
+inline constexpr std::uint32_t kindBits = 0xF000;
+inline constexpr std::uint32_t directoryKind = 0x4000;
+inline constexpr std::uint32_t linkKind = 0xA000;
+
 /// A moment as SFTP's attributes hold it.
 struct SFTPTime
 {
@@ -25,6 +30,10 @@ struct SFTPTime
 /// Whether the mode is a directory's, by the bits that are tested all over; a socket's and a block
 /// device's are too.
 bool hasDirectoryBit(std::uint32_t mode) noexcept;
+
+/// Whether the server told the permissions, and the nine bits are these.
+bool hasPermissions(const sftp_attributes_struct& attributes,
+                    Utilities::Flags<FileSystem::PosixFilePermissionFlag> wanted) noexcept;
 
 /// Whether the mode is a symbolic link's and nothing else's.
 bool isLinkMode(std::uint32_t mode) noexcept;

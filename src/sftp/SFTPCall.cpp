@@ -36,11 +36,11 @@ bool failBySftpStatus(std::uint32_t status, std::string text, const std::string&
 
 bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept
 {
-    // A channel whose server program has ended tells so itself: the connection lives on. Replies
-    // that have arrived are read before a channel counts as being at its end.
-    const bool isLost = ssh_channel_is_closed(sftp->channel) != 0 ||
-                        ssh_channel_is_eof(sftp->channel) != 0 ||
-                        ssh_is_connected(sftp->session) == 0;
+    // A channel counts as closed when its connection has gone, too; one whose server program has
+    // ended tells so itself while the connection lives on. Replies that have arrived are read
+    // before a channel counts as being at its end.
+    const bool isLost =
+        ssh_channel_is_closed(sftp->channel) != 0 || ssh_channel_is_eof(sftp->channel) != 0;
     if (isLost) {
         lost = true;
     }

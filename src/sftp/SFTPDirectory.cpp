@@ -1,6 +1,7 @@
 #include "sftp/SFTPDirectory.h"
 
 #include "sftp/SFTPCall.h"
+#include "sftp/SFTPObstacle.h"
 
 #include <Tarnis/SSHDefaultDeleter.h>
 
@@ -85,7 +86,11 @@ SFTPDirectory::SFTPDirectory(std::shared_ptr<SSHHandleSFTPSession> sftp, const s
     , path_(path)
     , directory_(callSftp(*sftp_, path, sftp_opendir, path.c_str()))
     , unconnected_(directory_ != nullptr ? ssh_new() : nullptr)
-{}
+{
+    if (directory_ == nullptr) {
+        explainListing(*sftp_, path);
+    }
+}
 
 SFTPDirectory::~SFTPDirectory()
 {

@@ -9,6 +9,9 @@
 
 namespace Tarnis {
 
+using FileSystem::fail;
+using FileSystem::FailureCode;
+
 namespace {
 
 /// Whether one text is the other, or ends with it as a path does.
@@ -25,6 +28,10 @@ bool endsWithPath(std::string_view text, std::string_view path)
 
 bool SFTPLinkMaker::make(const std::string& target, const std::string& linkPath)
 {
+    if (sftp_.hasLeftLinks()) {
+        return fail(FailureCode::Unsupported, "links come out wrong here and cannot be removed",
+                    linkPath);
+    }
     const Order known = sftp_.getLinkPathOrder();
     return known != Order::Unknown ? makeInKnownOrder(known, target, linkPath)
                                    : findOrder(target, linkPath);
@@ -41,22 +48,30 @@ bool SFTPLinkMaker::findOrder(const std::string& target, const std::string& link
     const auto [first, trusted] = guess();
     const Order second = first == Order::Exchanged ? Order::AsLibsshSends : Order::Exchanged;
     const bool targetStood = standsAt(target);
-    for (const Order order : {first, second}) {
-        const Answer answer = attempt(order, target, linkPath);
-        if (answer == Answer::Made) {
-            sftp_.setLinkPathOrder(order);
-            return true;
-        }
-        if (targetStood) {
-            // Whichever order is the wrong one fails at what stands there, so trying is harmless.
-            continue;
-        }
-        removeStray(target, linkPath);
-        if (answer == Answer::Refused && trusted) {
-            return false;
-        }
+    const Answer answer = tryOrder(first, target, linkPath, targetStood);
+    if (answer == Answer::Made) {
+        return true;
     }
-    return false;
+    const bool isRefused = answer == Answer::Refused && trusted && !targetStood;
+    if (isRefused || sftp_.isLost() || sftp_.hasLeftLinks()) {
+        return false;
+    }
+    // Where neither order does, the first one was the better guess, and its failure is the reason.
+    const FileSystem::FailureKeeper reason;
+    return tryOrder(second, target, linkPath, targetStood) == Answer::Made;
+}
+
+SFTPLinkMaker::Answer SFTPLinkMaker::tryOrder(Order order, const std::string& target,
+                                              const std::string& linkPath, bool targetStood)
+{
+    const Answer answer = attempt(order, target, linkPath);
+    if (answer == Answer::Made) {
+        sftp_.setLinkPathOrder(order);
+    } else if (!targetStood) {
+        // Where something stood at the target, the wrong order fails at it and leaves nothing.
+        removeStray(target, linkPath);
+    }
+    return answer;
 }
 
 SFTPLinkMaker::Guess SFTPLinkMaker::guess() const
@@ -79,14 +94,17 @@ SFTPLinkMaker::Answer SFTPLinkMaker::attempt(Order order, const std::string& tar
     if (callSftp(sftp_, linkPath, sftp_symlink, first, second) != SSH_OK) {
         return Answer::Refused;
     }
-    if (!isLink(linkPath)) {
-        return Answer::NotAsAsked;
-    }
-    if (readLinkTarget(sftp_, linkPath) == target) {
+    const bool isThere = isLink(linkPath);
+    if (isThere && readLinkTarget(sftp_, linkPath, SFTPNotes::LossOnly) == target) {
         return Answer::Made;
     }
-    // Nothing stood here before, so this one is ours.
-    remove(linkPath);
+    if (!sftp_.isLost()) {
+        fail(FailureCode::NotKept, "the server made another link than it was asked for", linkPath);
+    }
+    if (isThere) {
+        // Nothing stood here before, so this one is ours.
+        remove(linkPath);
+    }
     return Answer::NotAsAsked;
 }
 
@@ -94,25 +112,29 @@ SFTPLinkMaker::Answer SFTPLinkMaker::attempt(Order order, const std::string& tar
 void SFTPLinkMaker::removeStray(const std::string& target, const std::string& linkPath)
 {
     // Some servers put what they take for the root in front of what a link says.
-    if (isLink(target) && endsWithPath(readLinkTarget(sftp_, target).value_or(""), linkPath)) {
+    if (isLink(target) &&
+        endsWithPath(readLinkTarget(sftp_, target, SFTPNotes::LossOnly).value_or(""), linkPath)) {
         remove(target);
     }
 }
 
 bool SFTPLinkMaker::standsAt(const std::string& path)
 {
-    return lookUp(sftp_, path) != nullptr;
+    return lookUp(sftp_, path, SFTPNotes::LossOnly) != nullptr;
 }
 
 bool SFTPLinkMaker::isLink(const std::string& path)
 {
-    const SFTPAttributes attributes = lookUp(sftp_, path);
+    const SFTPAttributes attributes = lookUp(sftp_, path, SFTPNotes::LossOnly);
     return attributes != nullptr && isLinkMode(attributes->permissions);
 }
 
 void SFTPLinkMaker::remove(const std::string& path)
 {
-    static_cast<void>(callSftp(sftp_, path, sftp_unlink, path.c_str()));
+    const FileSystem::FailureKeeper reason;
+    if (askSftp(sftp_, path, sftp_unlink, path.c_str()) != SSH_OK && isLink(path)) {
+        sftp_.markLeftLinks();
+    }
 }
 
 } // namespace Tarnis

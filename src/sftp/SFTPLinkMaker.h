@@ -22,7 +22,9 @@ public:
     {}
 
     /// Makes a link at `linkPath`, where nothing may stand. True: it is there and reads back as
-    /// `target`. False: it could not be made so; no link that this call made is left.
+    /// `target`. False: it could not be made so, for the reason that is noted; no link that this
+    /// call made is left, unless the server would not remove it. On such a server no more are made
+    /// in the SFTP session: each would leave another one behind.
     bool make(const std::string& target, const std::string& linkPath);
 
 private:
@@ -45,6 +47,8 @@ private:
     Guess guess() const;
     bool makeInKnownOrder(Order order, const std::string& target, const std::string& linkPath);
     bool findOrder(const std::string& target, const std::string& linkPath);
+    Answer tryOrder(Order order, const std::string& target, const std::string& linkPath,
+                    bool targetStood);
     Answer attempt(Order order, const std::string& target, const std::string& linkPath);
     void removeStray(const std::string& target, const std::string& linkPath);
     bool standsAt(const std::string& path);

@@ -19,9 +19,9 @@ bool isModSftp(SSHHandleSFTPSession& sftp)
     });
 }
 
-SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& path)
+SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& path, SFTPNotes notes)
 {
-    return SFTPAttributes(callSftp(sftp, path, sftp_lstat, path.c_str()));
+    return SFTPAttributes(callSftpNoting(notes, sftp, path, sftp_lstat, path.c_str()));
 }
 
 /// What a link says whose target's attributes the server has told in place of its own.
@@ -34,9 +34,9 @@ std::optional<std::string> followedLink(SSHHandleSFTPSession& sftp, const std::s
 
 } // namespace
 
-SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path)
+SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path, SFTPNotes notes)
 {
-    SFTPAttributes attributes = readAttributes(sftp, path);
+    SFTPAttributes attributes = readAttributes(sftp, path, notes);
     if (const auto text = followedLink(sftp, path, attributes)) {
         attributes->permissions = linkWithAllPermissions;
         attributes->size = text->size();
@@ -46,7 +46,14 @@ SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path)
 
 bool isFollowedByRename(SSHHandleSFTPSession& sftp, const std::string& path)
 {
-    return isModSftp(sftp) && followedLink(sftp, path, readAttributes(sftp, path)).has_value();
+    const bool isFollowed =
+        isModSftp(sftp) &&
+        followedLink(sftp, path, readAttributes(sftp, path, SFTPNotes::LossOnly)).has_value();
+    if (isFollowed) {
+        FileSystem::fail(FileSystem::FailureCode::Unsupported,
+                         "the server takes a link for what it leads to", path);
+    }
+    return isFollowed;
 }
 
 } // namespace Tarnis

@@ -1,7 +1,6 @@
 #include "sftp/SFTPReplacingRename.h"
 
-#include "handles/SSHCall.h"
-#include "handles/SSHHandleSFTPSession.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPReplies.h"
 #include "sftp/SFTPRequest.h"
@@ -53,18 +52,30 @@ bool sendPosixRename(sftp_session sftp, std::uint32_t id, const std::string& pat
     return sendRequest(sftp, packet);
 }
 
-bool rename(sftp_session sftp, const std::string& path, const std::string& newPath)
+/// From this version on libssh sends the extension by itself, where it is offered.
+bool libsshReplaces() noexcept
 {
-    if (!canSendRequests() || sftp_extension_supported(sftp, posixRename, "1") == 0) {
-        return false;
-    }
+    return ssh_version(SSH_VERSION_INT(0, 11, 0)) != nullptr;
+}
+
+int renameByOwnRequest(sftp_session sftp, const std::string& path, const std::string& newPath)
+{
     NoFile file(sftp);
     const auto id = file.get() != nullptr ? newRequestId(file.get()) : std::nullopt;
     if (!id || !sendPosixRename(sftp, *id, path, newPath)) {
-        return false;
+        return SSH_ERROR;
     }
     SFTPReplyStream stream;
-    return collectStatusAlone(file.get(), *id, stream) == static_cast<std::uint32_t>(SSH_FX_OK);
+    const auto status = collectStatusAlone(file.get(), *id, stream);
+    if (status && *status != SSH_FX_OK) {
+        failBySftpStatus(*status, {}, newPath);
+    }
+    return status == static_cast<std::uint32_t>(SSH_FX_OK) ? SSH_OK : SSH_ERROR;
+}
+
+bool offersReplacing(sftp_session sftp) noexcept
+{
+    return sftp_extension_supported(sftp, posixRename, "1") != 0;
 }
 
 } // namespace
@@ -72,9 +83,19 @@ bool rename(sftp_session sftp, const std::string& path, const std::string& newPa
 bool renameReplacing(SSHHandleSFTPSession& sftp, const std::string& path,
                      const std::string& newPath)
 {
-    // Better not at all than something else than what was named.
-    return !isFollowedByRename(sftp, path) && !isFollowedByRename(sftp, newPath) &&
-           callLocked(sftp, [&](sftp_session raw) { return rename(raw, path, newPath); });
+    if (!callLocked(sftp, offersReplacing)) {
+        return false;
+    }
+    // A link that the server would follow is neither renamed nor replaced.
+    if (isFollowedByRename(sftp, path) || isFollowedByRename(sftp, newPath)) {
+        return false;
+    }
+    if (libsshReplaces()) {
+        return callSftp(sftp, newPath, sftp_rename, path.c_str(), newPath.c_str()) == SSH_OK;
+    }
+    return askSftp(sftp, newPath, [&](sftp_session raw) {
+               return renameByOwnRequest(raw, path, newPath);
+           }) == SSH_OK;
 }
 
 } // namespace Tarnis

@@ -20,4 +20,16 @@ SFTPServerKind sftpServerKindOf(ssh_session session)
     return mentions("dropbear") ? SFTPServerKind::Dropbear : SFTPServerKind::Other;
 }
 
+bool isOpenSshSftpServer(sftp_session sftp)
+{
+    const auto offers = [sftp](const char* name, const char* data) {
+        return sftp_extension_supported(sftp, name, data) != 0;
+    };
+    const SFTPServerKind server = sftpServerKindOf(sftp->session);
+    return (server == SFTPServerKind::OpenSsh || server == SFTPServerKind::Dropbear) &&
+           offers("posix-rename@openssh.com", "1") && offers("statvfs@openssh.com", "2") &&
+           offers("fstatvfs@openssh.com", "2") && offers("hardlink@openssh.com", "1") &&
+           offers("fsync@openssh.com", "1") && offers("lsetstat@openssh.com", "1");
+}
+
 } // namespace Tarnis

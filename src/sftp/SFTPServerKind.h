@@ -1,6 +1,7 @@
 #pragma once
 
 #include <libssh/libssh.h>
+#include <libssh/sftp.h>
 
 namespace Tarnis {
 
@@ -15,5 +16,10 @@ enum class SFTPServerKind
 
 /// What the server's banner says of it.
 SFTPServerKind sftpServerKindOf(ssh_session session);
+
+/// Whether the SFTP session's other end is OpenSSH's own sftp-server, from 8.0 on, or as good as
+/// that. The banner alone tells of the SSH server, which may run any other program for SFTP; this
+/// one announces a whole set of extensions besides. To be called under the lock; asks no server.
+bool isOpenSshSftpServer(sftp_session sftp);
 
 } // namespace Tarnis

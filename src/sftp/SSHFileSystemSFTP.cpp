@@ -2,6 +2,8 @@
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPModificationTime.h"
+#include "sftp/SFTPObstacle.h"
+#include "sftp/SFTPPlainRename.h"
 #include "sftp/SFTPReplacingRename.h"
 
 #include <FileSystem/OpenMode.h>
@@ -29,6 +31,14 @@ std::uint64_t wholePackages(std::uint64_t proposed, std::uint64_t package)
 {
     const std::uint64_t rounded = proposed - proposed % package;
     return std::min(std::max(rounded, package), package);
+}
+
+/// libssh opens a file that is appended to at its end, where this machine's systems read it from
+/// its start. To be called under the lock.
+void readFromStart(SSHHandleSFTPSessionFile& file)
+{
+    file.setAppendEnd(sftp_tell64(file.getResource()));
+    sftp_seek64(file.getResource(), 0);
 }
 
 } // namespace
@@ -154,11 +164,21 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
         failForLostSftp(path);
         return nullptr;
     }
+    const bool exclusive = mode.has(StorageSystemFileOpenModeFlag::Create) &&
+                           mode.has(StorageSystemFileOpenModeFlag::Exclusive);
+    if (exclusive && !mayAppearAt(*sftp, path)) {
+        return nullptr;
+    }
     auto file = callSftp(*sftp, path, [&](sftp_session) {
-        return sftp->openFile(path, FileSystem::storageSystemFileOpenModeToPosixMode(mode),
-                              permissions.raw());
+        auto opened = sftp->openFile(path, FileSystem::storageSystemFileOpenModeToPosixMode(mode),
+                                     permissions.raw());
+        if (opened != nullptr && mode.has(StorageSystemFileOpenModeFlag::Append)) {
+            readFromStart(*opened);
+        }
+        return opened;
     });
     if (file == nullptr) {
+        explainOpening(*sftp, path, exclusive);
         return nullptr;
     }
     return std::make_unique<SSHFileSystemSFTPFile>(std::move(file), path, mode, *this);
@@ -167,23 +187,43 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
 bool SSHFileSystemSFTP::do_fileRemove(const std::string& path) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr && callSftp(*sftp, path, sftp_unlink, path.c_str()) == SSH_OK;
+    if (sftp == nullptr || !mayRemoveAsFile(*sftp, path)) {
+        return false;
+    }
+    const bool removed = callSftp(*sftp, path, sftp_unlink, path.c_str()) == SSH_OK;
+    if (!removed) {
+        explainFileRemoval(*sftp, path);
+    }
+    return removed;
 }
 
 bool SSHFileSystemSFTP::do_fileRenameAs(const std::string& path, const std::string& newPath) const
 {
     const auto sftp = validHandle();
-    // Better not at all than something else than what was named.
-    return sftp != nullptr && !isFollowedByRename(*sftp, path) &&
-           callSftp(*sftp, path, sftp_rename, path.c_str(), newPath.c_str()) == SSH_OK;
+    // A link that the server would follow is not renamed at all.
+    if (sftp == nullptr || isFollowedByRename(*sftp, path) || !mayAppearAt(*sftp, newPath)) {
+        return false;
+    }
+    const bool renamed =
+        callSftp(*sftp, path, renamePlainly, path.c_str(), newPath.c_str()) == SSH_OK;
+    if (!renamed) {
+        explainRenaming(*sftp, path, newPath);
+    }
+    return renamed;
 }
 
 bool SSHFileSystemSFTP::do_fileSetPermissions(
     const std::string& path, const Utilities::Flags<PosixFilePermissionFlag>& permissions) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr &&
-           callSftp(*sftp, path, sftp_chmod, path.c_str(), permissions.raw()) == SSH_OK;
+    if (sftp == nullptr ||
+        callSftp(*sftp, path, sftp_chmod, path.c_str(), permissions.raw()) != SSH_OK) {
+        return false;
+    }
+    // Some servers say yes and change nothing. A link was followed, so its target is looked at.
+    const SFTPAttributes kept(callSftp(*sftp, path, sftp_stat, path.c_str()));
+    return kept != nullptr &&
+           (hasPermissions(*kept, permissions) || fail(FailureCode::NotKept, {}, path));
 }
 
 bool SSHFileSystemSFTP::do_fileSetModTime(const std::string& path,
@@ -205,13 +245,24 @@ bool SSHFileSystemSFTP::do_directoryCreateAs(
     if (exclusive && directoryExists(path, true)) {
         return fail(FailureCode::Exists, {}, path);
     }
-    return callSftp(*sftp, path, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
+    const bool made = callSftp(*sftp, path, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
+    if (!made) {
+        explainMaking(*sftp, path);
+    }
+    return made;
 }
 
 bool SSHFileSystemSFTP::do_directoryRemove(const std::string& path) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr && callSftp(*sftp, path, sftp_rmdir, path.c_str()) == SSH_OK;
+    if (sftp == nullptr || !mayRemoveAsDirectory(*sftp, path)) {
+        return false;
+    }
+    const bool removed = callSftp(*sftp, path, sftp_rmdir, path.c_str()) == SSH_OK;
+    if (!removed) {
+        explainDirectoryRemoval(sftp, path);
+    }
+    return removed;
 }
 
 } // namespace Tarnis

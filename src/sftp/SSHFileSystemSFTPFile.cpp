@@ -57,6 +57,37 @@ bool issueReads(SSHHandleSFTPSessionFile& file, const std::string& path, std::ui
     return true;
 }
 
+/// Writes at the end of the file: some servers take the offset of each write as it is and not the
+/// mode that the file was opened with, and the position afterwards is the end. To be called under
+/// the lock.
+ssize_t append(SSHHandleSFTPSessionFile& handle, sftp_file file, const char* data,
+               std::size_t length)
+{
+    if (file->offset != handle.getAppendEnd()) {
+        sftp_seek64(file, handle.getAppendEnd());
+    }
+    const ssize_t written = sftp_write(file, data, length);
+    handle.setAppendEnd(file->offset);
+    return written;
+}
+
+/// Closes the file and says why that failed.
+bool commitFile(SSHHandleSFTPSessionFile& file, const std::string& path)
+{
+    const auto lock = file.getLock();
+    const sftp_file open = file.getResource();
+    if (open == nullptr || file.isLost()) {
+        return file.commit() || failForLostSftp(path);
+    }
+    const sftp_session sftp = open->sftp;
+    sftp->errnum = SSH_FX_OK;
+    const bool committed = file.commit();
+    if (!committed) {
+        noteSftpFailure(sftp, file.lossMark(), path, SFTPNotes::All);
+    }
+    return committed;
+}
+
 } // namespace
 
 SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessionFile>&& file,
@@ -68,8 +99,9 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     , fileId_(fileId)
     , mode_(mode)
 {
+    belongTo(fileSystem);
     setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, mode));
-    setCommit([file = file_] { return file->commit(); });
+    setCommit([file = file_, path = fileId] { return commitFile(*file, path); });
 }
 
 SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()
@@ -85,12 +117,12 @@ SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()
 
 std::size_t SSHFileSystemSFTPFile::maxReadPackageSize() const
 {
-    return fileSystem_.maxReadPackageSize();
+    return isSystemAlive() ? fileSystem_.maxReadPackageSize() : 0;
 }
 
 std::size_t SSHFileSystemSFTPFile::maxWritePackageSize() const
 {
-    return fileSystem_.maxWritePackageSize();
+    return isSystemAlive() ? fileSystem_.maxWritePackageSize() : 0;
 }
 
 bool SSHFileSystemSFTPFile::do_isValid() const
@@ -157,10 +189,14 @@ std::uint64_t SSHFileSystemSFTPFile::do_read(char* buffer, std::uint64_t size) c
 
 std::uint64_t SSHFileSystemSFTPFile::do_write(const char* buffer, std::uint64_t size) const
 {
+    const bool appends = mode_.has(StorageSystemFileOpenModeFlag::Append);
+    const auto write = [this, appends](sftp_file file, const char* data, std::size_t length) {
+        return appends ? append(*file_, file, data, length) : sftp_write(file, data, length);
+    };
     std::uint64_t done = 0;
     while (done < size) {
         const std::size_t length = std::min<std::uint64_t>(size - done, maxWritePackageSize());
-        const ssize_t written = callSftp(*file_, fileId_, sftp_write, buffer + done, length);
+        const ssize_t written = callSftp(*file_, fileId_, write, buffer + done, length);
         if (written < 0) {
             return 0;
         }

@@ -3,6 +3,7 @@
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPLinkMaker.h"
 #include "sftp/SFTPLinkTarget.h"
+#include "sftp/SFTPObstacle.h"
 
 #include <Tarnis/SSHDefaultDeleter.h>
 #include <Tarnis/SSHFileSystemSFTP.h>
@@ -58,7 +59,11 @@ std::optional<std::string>
 SSHFileSystemSFTP::do_fileSymbolicLinkTarget(const std::string& path) const
 {
     const auto sftp = validHandle();
-    return sftp != nullptr ? readLinkTarget(*sftp, path) : std::nullopt;
+    auto target = sftp != nullptr ? readLinkTarget(*sftp, path) : std::nullopt;
+    if (sftp != nullptr && !target) {
+        explainReadingLink(*sftp, path);
+    }
+    return target;
 }
 
 std::optional<std::string>

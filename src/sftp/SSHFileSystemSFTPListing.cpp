@@ -20,29 +20,39 @@ namespace {
 
 using Handle = std::shared_ptr<SSHHandleSFTPSession>;
 
+bool isDots(const std::string& name)
+{
+    return name == "." || name == "..";
+}
+
 /// Calls `keep` with the name and the attributes of every entry, in the server's order. False: the
-/// directory could not be opened, or reading it broke off.
+/// directory could not be opened, reading it broke off, or it has more than `limit` entries.
 template <class Keep>
-bool forEachEntry(const Handle& sftp, const std::string& path, Keep keep)
+bool forEachEntry(const Handle& sftp, const std::string& path, std::uint64_t limit, Keep keep)
 {
     if (path.empty()) {
         return FileSystem::fail(FileSystem::FailureCode::BadName);
     }
     SFTPDirectory directory(sftp, path);
+    std::uint64_t left = limit;
     while (const SFTPAttributes entry = directory.next()) {
-        keep(std::string(entry->name), *entry);
+        const std::string name(entry->name);
+        if (!isDots(name) && left-- == 0) {
+            return FileSystem::fail(FileSystem::FailureCode::TooMany, {}, path);
+        }
+        keep(name, *entry);
     }
     return directory.isAtEnd();
 }
 
 /// The same without the directory itself, its parent, and what the filter does not let through.
 template <class Keep>
-bool forEachMatch(const Handle& sftp, const std::string& path, const SFTPNameFilter& filter,
-                  Keep keep)
+bool forEachMatch(const Handle& sftp, const std::string& path, std::uint64_t limit,
+                  const SFTPNameFilter& filter, Keep keep)
 {
-    return forEachEntry(sftp, path,
+    return forEachEntry(sftp, path, limit,
                         [&](const std::string& name, const sftp_attributes_struct& entry) {
-                            if (name != ".." && name != "." && filter.matches(name)) {
+                            if (!isDots(name) && filter.matches(name)) {
                                 keep(name, entry);
                             }
                         });
@@ -60,10 +70,10 @@ Info identify(const std::string& directory, const std::string& name)
 }
 
 /// Adds what is known of the entries that match. False as for forEachEntry().
-bool describeEntries(const Handle& sftp, const std::string& path, const SFTPNameFilter& filter,
-                     std::vector<StorageSystemFileInfo>& list)
+bool describeEntries(const Handle& sftp, const std::string& path, std::uint64_t limit,
+                     const SFTPNameFilter& filter, std::vector<StorageSystemFileInfo>& list)
 {
-    return forEachMatch(sftp, path, filter,
+    return forEachMatch(sftp, path, limit, filter,
                         [&](const std::string& name, const sftp_attributes_struct& entry) {
                             list.push_back(identify<StorageSystemFileInfo>(path, name));
                             // Here a directory too has the size that the server tells.
@@ -79,7 +89,7 @@ SSHFileSystemSFTP::do_directoryList(const std::string& path, const std::string& 
 {
     std::vector<StorageSystemDirectoryInfo> list;
     if (const auto sftp = validHandle()) {
-        forEachMatch(sftp, path, SFTPNameFilter(filter, type),
+        forEachMatch(sftp, path, listingLimit(), SFTPNameFilter(filter, type),
                      [&](const std::string& name, const sftp_attributes_struct& entry) {
                          list.push_back(identify<StorageSystemDirectoryInfo>(path, name));
                          list.back().type = fileTypeOf(entry.permissions);
@@ -94,7 +104,7 @@ SSHFileSystemSFTP::do_directoryFileInfoList(const std::string& path, const std::
 {
     std::vector<StorageSystemFileInfo> list;
     if (const auto sftp = validHandle()) {
-        describeEntries(sftp, path, SFTPNameFilter(filter, type), list);
+        describeEntries(sftp, path, listingLimit(), SFTPNameFilter(filter, type), list);
     }
     return list;
 }
@@ -105,7 +115,8 @@ SSHFileSystemSFTP::readDirectoryFully(const std::string& path) const
     std::vector<StorageSystemFileInfo> list;
     const auto sftp = validHandle();
     if (sftp == nullptr ||
-        !describeEntries(sftp, path, {{}, StorageSystemDirectoryFilterType::SearchPattern}, list)) {
+        !describeEntries(sftp, path, listingLimit(),
+                         {{}, StorageSystemDirectoryFilterType::SearchPattern}, list)) {
         return std::nullopt;
     }
     return list;
@@ -121,9 +132,9 @@ SSHFileSystemSFTP::do_directoryListFileNames(const std::string& path, const std:
     }
     // Ordered by the values of the bytes, whatever the sign of char.
     std::set<std::string> names;
-    forEachEntry(sftp, path, [&names](const std::string& name, const sftp_attributes_struct&) {
-        names.insert(name);
-    });
+    forEachEntry(
+        sftp, path, listingLimit(),
+        [&names](const std::string& name, const sftp_attributes_struct&) { names.insert(name); });
     names.erase(".");
     names.erase("..");
     const SFTPNameFilter nameFilter(filter, type);

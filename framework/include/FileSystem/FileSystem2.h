@@ -70,9 +70,9 @@ public:
         Utilities::Flags<PosixFilePermissionFlag> permissions = defaultFilePermissions) const;
 
     /// Gives a file, a link itself or a directory another path within the system, in one atomic
-    /// step of the system's. Target exists: false where the system can tell in that step; a remote
-    /// system that replaces on renaming does so. False: nothing there, the new parent is missing or
-    /// on another volume, a refusal.
+    /// step of the system's. Target exists: false where the system can tell in that step; on a
+    /// remote system that would replace it, after a look, as fileRename(). False: nothing there,
+    /// the new parent is missing or on another volume, a refusal.
     bool fileRenameAs(const std::string& path, const std::string& newPath) const;
 
     /// As fileRenameAs() for a file or a link itself, and a file or a link at the new path is

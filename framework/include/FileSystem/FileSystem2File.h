@@ -16,7 +16,7 @@ class FILESYSTEM_EXPORT FileSystem2File : public StorageSystemFile
 public:
     ~FileSystem2File() override;
 
-    /// The file system that opened the file.
+    /// The file system that opened the file; as storageSystem() when that is gone.
     const FileSystem2& fileSystem() const;
 
 protected:

@@ -12,8 +12,8 @@
 namespace FileSystem {
 
 /// The file system of this machine, as the process sees it. A relative path starts at the process's
-/// current directory. Holds no resources and is always valid; it must outlive the files that it
-/// opened.
+/// current directory. Holds no resources and is always valid; files that it has opened are invalid
+/// once it is gone.
 ///
 /// Renaming and moving never replace what stands at the new path.
 ///

@@ -6,6 +6,7 @@
 #include <FileSystem/StorageSystemRecords.h>
 #include <Utilities/Flags.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -76,6 +77,18 @@ public:
     /// Bytes per write() that suit the system.
     std::uint64_t recommendedWriteBufferSize() const;
 
+    /// How many entries a listing reads, unless setListingLimit() says otherwise.
+    static constexpr std::uint64_t defaultListingLimit = 10'000'000;
+
+    /// Sets how many entries of a directory a listing reads at most, those that a filter leaves out
+    /// included: a broken server may go on naming entries for ever. A listing that meets one more
+    /// ends with what it has so far and leaves FailureCode::TooMany; directoryReadFully() has none
+    /// then. Holds for listings that begin afterwards. Does not block.
+    void setListingLimit(std::uint64_t entries) noexcept;
+
+    /// How many that is.
+    std::uint64_t listingLimit() const noexcept;
+
     /// The path from the root of the system on: a relative one is joined to the directory in which
     /// the system starts it. Nothing need stand there, and links stay as they are. Empty: the
     /// system cannot tell. A remote system is asked about a relative path only.
@@ -136,8 +149,8 @@ public:
     bool fileRemove(const std::string& path) const;
 
     /// Gives a file another name in its directory; a link is renamed itself. One atomic step.
-    /// Target exists: fails where the system can tell in that step; a remote system that replaces
-    /// on renaming does so.
+    /// Target exists: fails where the system can tell in that step; on a remote system that would
+    /// replace it, after a look, so that only what appears after the look is replaced.
     /// \return the new path. Empty: nothing there, a directory, a name that is no single component,
     ///         a refusal.
     std::optional<std::string> fileRename(const std::string& path,
@@ -320,6 +333,9 @@ protected:
 
     StorageSystem();
 
+    /// Makes a file that this system has opened know when the system goes. Null gives null.
+    std::unique_ptr<StorageSystemFile> own(std::unique_ptr<StorageSystemFile>&& file) const;
+
     /// For a system that can tell whether a listing broke off. To be called while nobody else uses
     /// the system, at best on construction.
     void setDirectoryReader(DirectoryReader reader);
@@ -430,7 +446,11 @@ protected:
 
 private:
     friend class FileReplacement;
+    friend class StorageSystemFile;
 
+    /// False when the system is gone; outlives it in the files that it has opened.
+    std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
+    std::atomic<std::uint64_t> listingLimit_{defaultListingLimit};
     DirectoryReader directoryReader_;
     std::function<std::optional<std::string>()> startDirectory_;
     std::function<bool(const std::string&, const std::string&)> replacer_;

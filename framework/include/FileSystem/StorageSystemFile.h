@@ -7,6 +7,7 @@
 #include <FileSystem/StorageSystemRecords.h>
 #include <Utilities/Flags.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -20,7 +21,8 @@ class StorageSystem;
 /// An open file of a storage system: bytes and a position among them.
 ///
 /// Ownership: the caller owns the file; destroying it closes it, and blocks as a call on the
-/// storage system does. The storage system must outlive it.
+/// storage system does. A file that outlives its storage system is invalid and can only be
+/// destroyed; the system must not go while an operation on the file runs.
 ///
 /// Failures are told by results. When the storage system has lost its resources (its session
 /// ended), isValid() is false, error() is true, and operations that need them answer with a failure
@@ -98,7 +100,8 @@ public:
     /// What is known of the file's path now; a record with the path alone when that cannot be told.
     StorageSystemFileInfo fileInfo();
 
-    /// The storage system that opened the file.
+    /// The storage system that opened the file. When that is gone: an invalid one of the kind
+    /// StorageSystemType::None, on which every operation fails, and which lives for ever.
     const StorageSystem& storageSystem();
 
     /// Copies the file from its start to its end into `target`, at the target's position; the
@@ -121,6 +124,15 @@ public:
 
 protected:
     StorageSystemFile();
+
+    /// Tells which storage system has opened the file, so that the file knows when it is gone.
+    /// StorageSystem does so for the files that it hands out; a file class may do it before. Only
+    /// the first call counts.
+    void belongTo(const StorageSystem& system);
+
+    /// Whether the storage system is still there, as far as the file knows which it is. While it is
+    /// not, no do_ operation is called but do_fileId() and do_mode().
+    bool isSystemAlive() const noexcept;
 
     virtual bool do_isValid() const = 0;
     virtual std::string do_fileId() = 0;
@@ -152,12 +164,16 @@ protected:
 
 private:
     friend class FileCopy;
+    friend class StorageSystem;
+
+    bool hasSystem() const;
 
     StorageSystemReadResult readInSteps(char* buffer, std::uint64_t size) const;
     bool writeInSteps(const char* buffer, std::uint64_t size) const;
 
     std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer_;
     std::function<bool()> commit_;
+    std::shared_ptr<const std::atomic<bool>> systemAlive_;
     StorageSystemFile* copyTarget_ = nullptr;
     /// Told by whoever knows it already, so that a copy need not ask the system.
     std::optional<std::uint64_t> knownSize_;

@@ -36,7 +36,8 @@ enum class StorageSystemFileOpenModeFlag : std::uint32_t
 {
     Read = 1,
     Write = 2,
-    Append = 4,     ///< Every write goes to the end of the file.
+    Append = 4,     ///< Every write goes to the end of the file, and leaves the position there;
+                    ///< before the first one it is at the start.
     Create = 8,     ///< A missing file is created.
     Truncate = 16,  ///< What the file held is dropped.
     Exclusive = 32, ///< With Create: fails where something stands already, a link included.
@@ -54,6 +55,7 @@ enum class StorageSystemDirectoryFilterType : std::uint32_t
 /// Kind of a storage system.
 enum class StorageSystemType : std::uint32_t
 {
+    None = 0, ///< What an open file gives for a storage system that is gone.
     Local = 1,
     SFTP = 2,
 };

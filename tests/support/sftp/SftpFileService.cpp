@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <optional>
 
 #include <dirent.h>
@@ -251,8 +252,9 @@ SftpMessage SftpFileService::open(SftpReader& in)
     if (!reads && !mayChangeTarget(opened->path)) {
         return outcome(-1);
     }
-    opened->file = UniqueFd(
-        ::open(opened->path.c_str(), posixFlags(flags), wanted.permissions.value_or(0666)));
+    const int ignored = script_.ignoresExclusive ? O_EXCL : 0;
+    opened->file = UniqueFd(::open(opened->path.c_str(), posixFlags(flags) & ~ignored,
+                                   wanted.permissions.value_or(0666)));
     return opened->file.isOpen() ? keep(std::move(opened)) : outcome(-1);
 }
 
@@ -361,7 +363,8 @@ SftpMessage SftpFileService::readDirectory(SftpReader& in)
 SftpMessage SftpFileService::remove(SftpReader& in, int (*how)(const char*)) const
 {
     const std::string path = absolute(in.text());
-    return outcome(mayChange(path) ? how(path.c_str()) : -1);
+    const auto whatever = script_.removesWhateverIsThere ? ::remove : how;
+    return outcome(mayChange(path) ? whatever(path.c_str()) : -1);
 }
 
 SftpMessage SftpFileService::rename(SftpReader& in, bool replaces) const

@@ -36,6 +36,8 @@ void visitFields(Script& script, Field&& field)
     field("linkAnswer", script.linkAnswer);
     field("linkTarget", script.linkTarget);
     field("renameReplaces", script.renameReplaces);
+    field("ignoresExclusive", script.ignoresExclusive);
+    field("removesWhateverIsThere", script.removesWhateverIsThere);
     field("version", script.version);
     field("extensions", script.extensions);
     field("unknownExtensionIsFatal", script.unknownExtensionIsFatal);

@@ -103,6 +103,10 @@ struct SftpScript
     /// Answers every Readlink.
     std::optional<std::string> linkTarget;
     bool renameReplaces = false;
+    /// Opening a file that is to be a new one opens what stands there.
+    bool ignoresExclusive = false;
+    /// Remove takes an empty directory too, and Rmdir a file or a link.
+    bool removesWhateverIsThere = false;
 
     // Start of the session
     std::uint64_t version = 3;

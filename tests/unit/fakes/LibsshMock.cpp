@@ -197,6 +197,11 @@ int ssh_get_poll_flags(ssh_session session)
     return LibsshMock::active().ssh_get_poll_flags(session);
 }
 
+int ssh_get_error_code(void* error)
+{
+    return LibsshMock::active().ssh_get_error_code(error);
+}
+
 const char* ssh_get_error(void* error)
 {
     return LibsshMock::active().ssh_get_error(error);

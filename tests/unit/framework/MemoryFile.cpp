@@ -90,6 +90,9 @@ MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNod
 MemoryFile::~MemoryFile()
 {
     --*openFiles_;
+    if (!isSystemAlive()) {
+        return;
+    }
     const auto kept = system_.behaviour.keptOnClosing;
     if (mode_.has(::Mode::Write) && node_->bytes.size() > kept) {
         node_->bytes.resize(kept);

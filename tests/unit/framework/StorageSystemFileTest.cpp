@@ -1,5 +1,6 @@
 #include "framework/MemoryFileSystem.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/FileSystem2File.h>
 
 #include <gmock/gmock.h>
@@ -404,6 +405,37 @@ TEST_F(OpenFile, CopyWithoutProgressDoesNotAskForTheSize)
     const auto target = open("/target");
     EXPECT_TRUE(source->copy(*target));
     EXPECT_THAT(system.calls(), Not(Contains("info /file")));
+}
+
+/// Of any system at all: the file class does nothing for it.
+TEST(OpenFileOfASystemThatIsGone, IsInvalidAndFailsCleanly)
+{
+    auto system = std::make_unique<MemoryFileSystem>();
+    system->addFile("/a/file", "bytes");
+    const auto opened = system->fileOpen("/a/file", Mode::Read);
+    const auto created = system->fileCreateAs("/a/new", true, false);
+    ASSERT_TRUE(opened != nullptr && created != nullptr);
+    EXPECT_TRUE(opened->isValid());
+    EXPECT_EQ(&opened->storageSystem(), system.get());
+    system.reset();
+    for (auto* const file : {opened.get(), created.get()}) {
+        char byte = 0;
+        EXPECT_FALSE(file->isValid());
+        EXPECT_TRUE(file->error());
+        EXPECT_EQ(file->read(&byte, 1), 0U);
+        EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
+        EXPECT_EQ(file->readFully(&byte, 1).status, Status::Error);
+        EXPECT_EQ(file->write(&byte, 1), 0U);
+        EXPECT_FALSE(file->seek(0));
+        EXPECT_FALSE(file->tell());
+        EXPECT_EQ(file->size(), 0U);
+        EXPECT_EQ(file->parentDirectoryId(), "/a");
+        EXPECT_EQ(file->fileInfo().fileId, file->fileId());
+        EXPECT_FALSE(file->storageSystem().isValid());
+        EXPECT_FALSE(file->storageSystem().fileExists("/a/file"));
+    }
+    EXPECT_FALSE(opened->copy(*created));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
 }
 
 TEST_F(OpenFile, CopyFailsWhenThePositionOfTheTargetIsNotKnown)

@@ -42,10 +42,22 @@ protected:
 
 } // namespace
 
-TEST_F(SftpReplacingRename, IsNotAskedForWithALibsshThatItWasNotMadeFor)
+TEST_F(SftpReplacingRename, IsLibsshsOwnFromTheVersionOnThatHasIt)
 {
-    EXPECT_CALL(libssh, ssh_version).WillOnce(Return("0.11.1"));
+    EXPECT_CALL(libssh, ssh_version).WillRepeatedly(Return("0.11.1"));
     expectNothingIsSent();
+    EXPECT_CALL(libssh, sftp_rename(&sftp, StrEq("/old"), StrEq("/new")))
+        .WillOnce(Return(SSH_OK))
+        .WillOnce(Return(SSH_ERROR));
+    EXPECT_TRUE(rename());
+    EXPECT_FALSE(rename());
+}
+
+TEST_F(SftpReplacingRename, IsNotLibsshsWhereItIsNotOffered)
+{
+    EXPECT_CALL(libssh, ssh_version).WillRepeatedly(Return("0.11.1"));
+    EXPECT_CALL(libssh, sftp_extension_supported).WillRepeatedly(Return(0));
+    EXPECT_CALL(libssh, sftp_rename).Times(0);
     EXPECT_FALSE(rename());
 }
 

@@ -279,6 +279,7 @@ TEST_F(SftpFileSystem, PassesRequestsOnAsTheyAre)
     EXPECT_CALL(libssh, sftp_unlink(&sftp, StrEq("/a b")));
     EXPECT_CALL(libssh, sftp_rename(&sftp, StrEq("/old"), StrEq("/new")));
     EXPECT_CALL(libssh, sftp_chmod(&sftp, StrEq("/f"), mode_t{0754}));
+    EXPECT_CALL(libssh, sftp_stat(&sftp, StrEq("/f"))).WillOnce(Return(attributesOf(0100754)));
     EXPECT_CALL(libssh, sftp_mkdir(&sftp, StrEq("/d"), mode_t{0700}));
     EXPECT_CALL(libssh, sftp_rmdir(&sftp, StrEq("/d")));
     EXPECT_TRUE(files.fileRemove("/a b"));
@@ -286,6 +287,34 @@ TEST_F(SftpFileSystem, PassesRequestsOnAsTheyAre)
     EXPECT_TRUE(files.fileSetPermissions("/f", permissions(0754)));
     EXPECT_TRUE(files.directoryCreateAs("/d", false, permissions(0700)));
     EXPECT_TRUE(files.directoryRemove("/d"));
+}
+
+TEST_F(SftpFileSystem, LooksFirstUnlessTheServerIsKnownToRefuse)
+{
+    ON_CALL(libssh, sftp_extension_supported(_, StrEq("lsetstat@openssh.com"), _))
+        .WillByDefault(Return(0));
+    EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/d")))
+        .WillOnce(Return(attributesOf(directoryMode)));
+    EXPECT_CALL(libssh, sftp_unlink).Times(0);
+    EXPECT_FALSE(files.fileRemove("/d"));
+    ::testing::Mock::VerifyAndClearExpectations(&libssh);
+    ON_CALL(libssh, sftp_extension_supported).WillByDefault(Return(1));
+    EXPECT_CALL(libssh, sftp_lstat).Times(0);
+    EXPECT_CALL(libssh, sftp_unlink).WillOnce(Return(SSH_ERROR));
+    EXPECT_FALSE(files.fileRemove("/d"));
+}
+
+TEST_F(SftpFileSystem, HidesWhatTheServerOffersFromARenameAlone)
+{
+    int list = 0;
+    auto* const offered = reinterpret_cast<sftp_ext>(&list);
+    sftp.ext = offered;
+    EXPECT_CALL(libssh, sftp_rename).WillOnce([](sftp_session renaming, auto...) {
+        EXPECT_EQ(renaming->ext, nullptr);
+        return SSH_ERROR;
+    });
+    EXPECT_FALSE(files.fileRenameAs("/old", "/new"));
+    EXPECT_EQ(sftp.ext, offered);
 }
 
 TEST_F(SftpFileSystem, TakesEveryAnswerButZeroForAFailure)

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace Tarnis {
+
+class SSHHandleSFTPSession;
+
+// What stands in an operation's way. All of these block on the server as far as they ask it, and
+// throw handle_fatal_error("invalid") when the handle is invalid.
+
+// Before the operation. Some servers do more than they are asked to: they open what stands there
+// though the file was to be a new one, remove a directory as a file or a file as a directory, or
+// replace what stands at the new path of a rename. Where the server is not known to refuse that,
+// these look first, at the cost of a round trip; what another client changes between the look and
+// the operation is not noticed. False: the obstacle is noted.
+
+/// Nothing may stand at the path.
+bool mayAppearAt(SSHHandleSFTPSession& sftp, const std::string& path);
+
+/// No directory may stand at the path.
+bool mayRemoveAsFile(SSHHandleSFTPSession& sftp, const std::string& path);
+
+/// Nothing but a directory may stand at the path.
+bool mayRemoveAsDirectory(SSHHandleSFTPSession& sftp, const std::string& path);
+
+// After the operation, where the failure just noted is a status of the server's that says little
+// (most of what has no status of its own in version 3 comes as "failure"): look what stands there
+// and note the failure anew with that reason. What the server was asked for, and its status and
+// text, stay. Nothing happens after any other failure.
+
+/// After opening a file.
+void explainOpening(SSHHandleSFTPSession& sftp, const std::string& path, bool exclusive);
+
+/// After reading a directory's first entries, or opening it.
+void explainListing(SSHHandleSFTPSession& sftp, const std::string& path);
+
+/// After making a directory.
+void explainMaking(SSHHandleSFTPSession& sftp, const std::string& path);
+
+/// After renaming.
+void explainRenaming(SSHHandleSFTPSession& sftp, const std::string& path,
+                     const std::string& newPath);
+
+/// After removing a file.
+void explainFileRemoval(SSHHandleSFTPSession& sftp, const std::string& path);
+
+/// After removing a directory.
+void explainDirectoryRemoval(const std::shared_ptr<SSHHandleSFTPSession>& sftp,
+                             const std::string& path);
+
+/// After reading a link's text.
+void explainReadingLink(SSHHandleSFTPSession& sftp, const std::string& path);
+
+} // namespace Tarnis

@@ -1,0 +1,327 @@
+// A server that has gone is not one that has nothing.
+
+#include "integration/sftp/FailureCause.h"
+#include "integration/sftp/SftpTest.h"
+
+#include <FileSystem/LocalFileSystem.h>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <tuple>
+#include <vector>
+
+namespace TarnisTest {
+
+namespace {
+
+using FileSystem::StorageSystemFile;
+using Permission = FileSystem::PosixFilePermissionFlag;
+
+/// Whatever is asked of a file system or an open file; true when that failed.
+struct Operation
+{
+    const char* name;
+    std::function<bool(const Tarnis::SSHFileSystemSFTP&, StorageSystemFile&, const std::string&)>
+        fails;
+};
+
+std::vector<Operation> operationsOnSystem()
+{
+    using Files = const Tarnis::SSHFileSystemSFTP&;
+    using Path = const std::string&;
+    using File = StorageSystemFile&;
+    return {
+        {"FileInfo", [](Files f, File, Path p) { return !f.fileInfo(p); }},
+        {"FileExists", [](Files f, File, Path p) { return !f.fileExists(p); }},
+        {"DirectoryExists", [](Files f, File, Path p) { return !f.directoryExists(p + "/.."); }},
+        {"FileIsSymbolicLink", [](Files f, File, Path p) { return !f.fileIsSymbolicLink(p); }},
+        {"FileSize", [](Files f, File, Path p) { return !f.fileSize(p); }},
+        {"FileStorageInfo", [](Files f, File, Path p) { return !f.fileStorageInfo(p); }},
+        {"DirectoryList", [](Files f, File, Path) { return f.directoryList(".").empty(); }},
+        {"DirectoryFileInfoList",
+         [](Files f, File, Path) { return f.directoryFileInfoList(".").empty(); }},
+        {"DirectoryListFileNames",
+         [](Files f, File, Path) { return f.directoryListFileNames(".").empty(); }},
+        {"DirectoryReadFully", [](Files f, File, Path) { return !f.directoryReadFully("."); }},
+        {"AbsolutePath", [](Files f, File, Path) { return !f.absolutePath("x"); }},
+        {"FileOpen", [](Files f, File, Path p) { return f.fileOpen(p, kRead) == nullptr; }},
+        {"FileCreateAs",
+         [](Files f, File, Path p) { return f.fileCreateAs(p + "2", true, true) == nullptr; }},
+        {"FileRemove", [](Files f, File, Path p) { return !f.fileRemove(p); }},
+        {"FileRenameAs", [](Files f, File, Path p) { return !f.fileRenameAs(p, p + "2"); }},
+        {"FileMoveAs", [](Files f, File, Path p) { return !f.fileMoveAs(p, p + "2"); }},
+        {"FileReplaceAs", [](Files f, File, Path p) { return !f.fileReplaceAs(p, p + "2"); }},
+        {"FileSetPermissions",
+         [](Files f, File, Path p) { return !f.fileSetPermissions(p, Permission::OwnerRead); }},
+        {"FileSetModTime", [](Files f, File, Path p) { return !f.fileSetModTime(p, timeOf(5)); }},
+        {"LinkTarget", [](Files f, File, Path p) { return !f.fileSymbolicLinkTarget(p); }},
+        {"LinkCreate",
+         [](Files f, File, Path p) { return !f.fileSymbolicLinkCreateAs("t", p + "2", true); }},
+        {"LinkRemove", [](Files f, File, Path p) { return !f.fileSymbolicLinkRemove(p); }},
+        {"DirectoryCreateAs",
+         [](Files f, File, Path p) { return !f.directoryCreateAs(p + "2", false); }},
+        {"DirectoryCreateAsExclusively",
+         [](Files f, File, Path p) { return !f.directoryCreateAs(p + "2", true); }},
+        {"DirectoryMakePath",
+         [](Files f, File, Path p) { return !f.directoryMakePath(p + "2/a", false); }},
+        {"DirectoryRemove", [](Files f, File, Path p) { return !f.directoryRemove(p); }},
+        {"DirectoryRemoveWithAll",
+         [](Files f, File, Path) { return !f.directoryRemove("sub", true); }},
+        {"FileCopyAs",
+         [](Files f, File, Path p) {
+             return !f.fileCopyAs(p, FileSystem::LocalFileSystem(), p + "2");
+         }},
+    };
+}
+
+std::vector<Operation> operationsOnFile()
+{
+    using Files = const Tarnis::SSHFileSystemSFTP&;
+    using Path = const std::string&;
+    using File = StorageSystemFile&;
+    return {
+        {"Read",
+         [](Files, File file, Path) {
+             char byte = 0;
+             return file.read(&byte, 1) == 0;
+         }},
+        {"Write", [](Files, File file, Path) { return file.write("x", 1) == 0; }},
+        {"ReadFully",
+         [](Files, File file, Path) {
+             char byte = 0;
+             return file.readFully(&byte, 1).status == ReadStatus::Error;
+         }},
+        {"WriteFully", [](Files, File file, Path) { return !file.writeFully("x", 1); }},
+        {"Size", [](Files, File file, Path) { return file.size() == 0; }},
+        {"FileInfoOfAFile", [](Files, File file, Path) { return file.fileInfo().size == 0; }},
+        {"Commit", [](Files, File file, Path) { return !file.commit(); }},
+    };
+}
+
+std::vector<Operation> allOperations()
+{
+    auto all = operationsOnSystem();
+    const auto onFile = operationsOnFile();
+    all.insert(all.end(), onFile.begin(), onFile.end());
+    return all;
+}
+
+enum class Death
+{
+    OfTheSftpServer,
+    OfTheConnection,
+};
+
+class LostServerTest : public ScriptedSftpTest
+{
+protected:
+    void SetUp() override
+    {
+        start();
+        if (IsSkipped() || HasFailure()) {
+            return;
+        }
+        put("file", "content");
+        std::filesystem::create_directories(path("sub/below"));
+        file_ = files().fileOpen(path("file"), OpenMode::Read | OpenMode::Write);
+        ASSERT_NE(file_, nullptr);
+    }
+
+    void die(Death death)
+    {
+        if (death == Death::OfTheSftpServer) {
+            SftpScript script;
+            script.rules = {{every(SftpPacket::Any), SftpActions::exit()}};
+            server().sftp().setScript(script);
+        } else {
+            server().ssh().killConnections();
+        }
+    }
+
+    void expectLossBy(const Operation& operation)
+    {
+        EXPECT_TRUE(operation.fails(files(), *file_, path("file"))) << operation.name;
+        EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost)
+            << operation.name << " " << Failure::last().message();
+    }
+
+    StorageSystemFile& file() { return *file_; }
+
+private:
+    std::unique_ptr<StorageSystemFile> file_;
+};
+
+class LossTest : public LostServerTest,
+                 public ::testing::WithParamInterface<std::tuple<std::size_t, Death>>
+{};
+
+TEST_P(LossTest, IsToldByTheOperationThatMeetsItAndByEveryoneAfterIt)
+{
+    const auto operations = allOperations();
+    die(std::get<Death>(GetParam()));
+    expectLossBy(operations[std::get<std::size_t>(GetParam())]);
+    EXPECT_FALSE(files().isValid());
+    EXPECT_FALSE(file().isValid());
+    EXPECT_TRUE(file().error());
+    for (const auto& operation : operations) {
+        expectLossBy(operation);
+    }
+    EXPECT_FALSE(file().seek(0));
+    EXPECT_FALSE(file().tell());
+    EXPECT_EQ(readFile(path("file")), "content");
+    EXPECT_TRUE(std::filesystem::is_directory(path("sub/below")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    MetBy, LossTest,
+    ::testing::Combine(::testing::Range<std::size_t>(0, allOperations().size()),
+                       ::testing::Values(Death::OfTheSftpServer, Death::OfTheConnection)),
+    [](const auto& kind) {
+        return allOperations()[std::get<std::size_t>(kind.param)].name +
+               std::string(std::get<Death>(kind.param) == Death::OfTheSftpServer ? "" : "AfterAll");
+    });
+
+TEST_F(LostServerTest, LeavesASessionThatMakesANewFileSystem)
+{
+    die(Death::OfTheSftpServer);
+    EXPECT_FALSE(files().fileInfo(path("file")));
+    EXPECT_EQ(client().session().getState(), Tarnis::RemoteSessionState::Authenticated);
+    server().sftp().setScript({});
+    const auto again = client().session().createSFTPFileSystem();
+    ASSERT_NE(again, nullptr) << Failure::last().message();
+    EXPECT_TRUE(again->fileInfo(path("file")));
+    EXPECT_FALSE(files().isValid());
+    EXPECT_FALSE(files().fileInfo(path("file")));
+    expectFailure(FailureCode::ConnectionLost);
+    EXPECT_EQ(file().write("x", 1), 0U);
+    expectFailure(FailureCode::ConnectionLost);
+}
+
+TEST_F(LostServerTest, GivesTheChannelBackWhereTheServerAllowsOne)
+{
+    OpenSshOptions options;
+    options.extraLines = {"MaxSessions 1"};
+    start({}, std::move(options));
+    for (int round = 0; round < 3; ++round) {
+        die(Death::OfTheSftpServer);
+        EXPECT_FALSE(files().fileInfo("."));
+        server().sftp().setScript({});
+        ASSERT_TRUE(client().openFilesAgain()) << Failure::last().message();
+        EXPECT_TRUE(files().fileInfo("."));
+    }
+}
+
+TEST_F(LostServerTest, WhoseListingBreaksOffIsNotAnEmptyDirectory)
+{
+    SftpScript script;
+    script.entriesPerReply = 1;
+    script.rules = {{from(SftpPacket::Readdir, 3), SftpActions::exit()}};
+    server().sftp().setScript(script);
+    EXPECT_LT(files().directoryFileInfoList(server().sftp().root()).size(), 3U);
+    expectFailure(FailureCode::ConnectionLost);
+    EXPECT_FALSE(files().isValid());
+}
+
+TEST_F(LostServerTest, IsNoneThatRefusedBeforeItWent)
+{
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Lstat, 1), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    server().sftp().setScript(script);
+    EXPECT_FALSE(files().fileInfo(path("file")));
+    expectRefusal(FailureCode::Denied, 3);
+    EXPECT_TRUE(files().isValid());
+}
+
+TEST_F(LostServerTest, MakesNoFileSystemAnyMore)
+{
+    die(Death::OfTheConnection);
+    EXPECT_FALSE(files().fileInfo(path("file")));
+    EXPECT_EQ(client().session().createSFTPFileSystem(), nullptr);
+    expectFailure(FailureCode::ConnectionLost);
+}
+
+TEST(SftpFileSystemWithoutAService, IsNotMadeForThatReason)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    OpenSshOptions options;
+    options.sftpCommand = "/bin/false";
+    const OpenSshServer server(std::move(options));
+    SftpClient client(accessTo(server));
+    EXPECT_FALSE(client.hasFiles());
+    expectFailure(FailureCode::Unsupported);
+    EXPECT_EQ(Failure::last().operation(), "createSFTPFileSystem");
+}
+
+/// Files that are still open when their file system goes.
+class OutlivingFileTest : public OpenSshSftpTest
+{
+protected:
+    static void expectAllFails(StorageSystemFile& file)
+    {
+        EXPECT_FALSE(file.isValid());
+        EXPECT_TRUE(file.error());
+        for (const auto& operation : operationsOnFile()) {
+            EXPECT_TRUE(operation.fails({}, file, {})) << operation.name;
+            EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost) << operation.name;
+        }
+        EXPECT_FALSE(file.seek(0));
+        EXPECT_FALSE(file.tell());
+        EXPECT_FALSE(file.eof());
+        EXPECT_FALSE(file.storageSystem().isValid());
+        EXPECT_FALSE(file.storageSystem().fileInfo("x"));
+        EXPECT_EQ(file.storageSystem().getType(), FileSystem::StorageSystemType::None);
+        EXPECT_EQ(file.name(), "file");
+    }
+};
+
+TEST_F(OutlivingFileTest, FailsCleanlyAndCanBeClosed)
+{
+    directory().write("file", "content");
+    auto file = files().fileOpen(path("file"), OpenMode::Read | OpenMode::Write);
+    ASSERT_NE(file, nullptr);
+    const std::string where = file->fileId();
+    client().dropFiles();
+    expectAllFails(*file);
+    EXPECT_EQ(file->fileId(), where);
+    EXPECT_EQ(file->parentDirectoryId(), directory().path().string());
+    const auto& sftpFile = dynamic_cast<const Tarnis::SSHFileSystemSFTPFile&>(*file);
+    EXPECT_EQ(sftpFile.maxReadPackageSize(), 0U);
+    EXPECT_EQ(sftpFile.maxWritePackageSize(), 0U);
+    EXPECT_FALSE(sftpFile.fileSystem().isValid());
+    file.reset();
+    client().dropSession();
+}
+
+TEST_F(OutlivingFileTest, IsNeitherCopiedNorCopiedInto)
+{
+    directory().write("file", "content");
+    auto local = std::make_unique<FileSystem::LocalFileSystem>();
+    auto here = local->fileOpen(directory().write("here", "here"), kRead);
+    auto file = files().fileOpen(path("file"), OpenMode::Read | OpenMode::Write);
+    ASSERT_TRUE(here != nullptr && file != nullptr);
+    client().dropFiles();
+    EXPECT_FALSE(here->copy(*file));
+    expectFailure(FailureCode::ConnectionLost);
+    EXPECT_FALSE(file->copy(*here));
+    expectFailure(FailureCode::ConnectionLost);
+    local.reset();
+    EXPECT_FALSE(here->copy(*file));
+    expectFailure(FailureCode::ConnectionLost);
+}
+
+TEST_F(OutlivingFileTest, OfThisMachineFailsCleanlyToo)
+{
+    auto local = std::make_unique<FileSystem::LocalFileSystem>();
+    const auto file = local->fileOpen(directory().write("file", "content"), kRead);
+    ASSERT_NE(file, nullptr);
+    EXPECT_TRUE(file->isValid());
+    local.reset();
+    expectAllFails(*file);
+}
+
+} // namespace
+
+} // namespace TarnisTest
