@@ -1,15 +1,20 @@
 #pragma once
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystemFlags.h>
 #include <FileSystem/StorageSystemRecords.h>
 #include <Utilities/Flags.h>
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace FileSystem {
 
 class StorageSystem;
+
+/// Of a link that cannot be copied.
+constexpr const char* noLinksThere = "the target has no symbolic links";
 
 /// How far a copy of one file or of many is, told to whoever asked for it.
 class CopyProgress
@@ -22,10 +27,10 @@ public:
     /// More bytes are to be copied.
     void addTotal(std::uint64_t bytes) { total_ += bytes; }
 
-    /// `bytes` of the file under way are copied. False: stop.
+    /// `bytes` of the file under way are copied. False: stop, which is told as the failure.
     bool report(std::uint64_t bytes = 0) const
     {
-        return !progress_ || progress_(done_ + bytes, total_);
+        return !progress_ || progress_(done_ + bytes, total_) || fail(FailureCode::Cancelled);
     }
 
     /// The file under way is complete, and had `bytes`.
@@ -37,6 +42,36 @@ private:
     std::uint64_t total_ = 0;
 };
 
+/// What was to be preserved and is not, in a copy that goes on all the same.
+class CopyLosses
+{
+public:
+    /// \param why the failure of whoever was to set it.
+    void add(const std::string& path, const char* what, const Failure& why)
+    {
+        if (count_++ == 0) {
+            path_ = path;
+            text_ = std::string(what) + ": " + why.cause();
+        }
+    }
+
+    /// Whether nothing was lost. Otherwise that is told as the failure.
+    bool areNone() const
+    {
+        if (count_ == 0) {
+            return true;
+        }
+        const auto others = count_ - 1;
+        const auto more = others == 0 ? "" : ", and " + std::to_string(others) + " more";
+        return fail(FailureCode::NotKept, text_ + more, path_);
+    }
+
+private:
+    std::uint64_t count_ = 0;
+    std::string path_;
+    std::string text_;
+};
+
 /// What a copy works with from its beginning to its end.
 struct CopyTask
 {
@@ -45,6 +80,18 @@ struct CopyTask
     Utilities::Flags<StorageSystemCopyOptionFlag> options;
     std::optional<std::uint64_t> bufferSize;
     CopyProgress& progress;
+    CopyLosses& losses;
 };
+
+/// To be asked when something could not be preserved, whether the copy goes on; then that is noted,
+/// with the failure at hand as the reason.
+inline bool goesOnWithout(const CopyTask& task, const std::string& path, const char* what)
+{
+    const bool goesOn = task.options.has(StorageSystemCopyOptionFlag::PreserveBestEffort);
+    if (goesOn) {
+        task.losses.add(path, what, Failure::last());
+    }
+    return goesOn;
+}
 
 } // namespace FileSystem

@@ -1,6 +1,9 @@
 #include "FileCopy.h"
 
+#include "EntryKind.h"
+#include "FailureWatch.h"
 #include "PartialEntry.h"
+#include "PathText.h"
 
 #include <FileSystem/StorageSystem.h>
 #include <FileSystem/StorageSystemFile.h>
@@ -10,86 +13,273 @@
 namespace FileSystem {
 
 using Option = StorageSystemCopyOptionFlag;
+using Mode = StorageSystemFileOpenModeFlag;
+using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
+
+namespace {
+
+constexpr Permissions ownerOnly =
+    PosixFilePermissionFlag::OwnerRead | PosixFilePermissionFlag::OwnerWrite;
+constexpr Permissions everybodyReads =
+    PosixFilePermissionFlag::GroupRead | PosixFilePermissionFlag::OthersRead;
+
+/// Whether not everybody may read what has these.
+bool areSecret(Permissions permissions)
+{
+    return (permissions & everybodyReads) != everybodyReads;
+}
+
+/// With the right to execute for everybody who may read.
+Permissions withExecution(Permissions permissions)
+{
+    constexpr auto reading = 0444U;
+    return Permissions(permissions.raw() | (permissions.raw() & reading) >> 2U);
+}
+
+} // namespace
 
 FileCopy::FileCopy(const CopyTask& task, const StorageSystemFileInfo& source,
-                   std::string sourcePath, std::string directory, std::string name)
+                   std::string sourcePath, const std::string& directory, std::string name,
+                   std::optional<StorageSystemFileInfo> standing)
     : task_(task)
     , source_(source)
     , sourcePath_(std::move(sourcePath))
-    , directory_(std::move(directory))
+    , directory_(directory)
     , name_(std::move(name))
+    , targetPath_(PathText::childId(directory, {name_}))
+    , standing_(std::move(standing))
 {}
+
+bool FileCopy::copy() const
+{
+    if (!mayTakeItsPlace()) {
+        return false;
+    }
+    if (isSymbolicLink(source_.type)) {
+        return copyLink();
+    }
+    return has(Option::InPlace) && replacesFile() ? writeInPlace() : copyFile();
+}
+
+/// Whether what stands at the target may go.
+bool FileCopy::mayTakeItsPlace() const
+{
+    if (!standing_) {
+        return true;
+    }
+    if (!isFileOrLink(task_.target, targetPath_, standing_->type)) {
+        return false;
+    }
+    return !has(Option::FailIfExists) || fail(FailureCode::Exists, {}, targetPath_);
+}
 
 bool FileCopy::copyFile() const
 {
     PartialEntry partial(task_.target, directory_, name_);
-    std::uint64_t bytes = 0;
-    if (!fill(partial, bytes)) {
+    Outcome outcome;
+    if (!fill(partial, outcome)) {
         return false;
     }
     // The file is closed by now: what a system could not keep after all shows here.
-    if (!isWhole(bytes) || task_.target.fileSize(partial.path()) != bytes ||
-        !setAttributes(partial.path()) || !partial.publish(replaces())) {
+    const auto made = task_.target.fileInfo(partial.path());
+    if (!isWhole(partial.path(), outcome.bytes, made) ||
+        !setAttributes(partial.path(), *made, outcome.hasPermissions) ||
+        !partial.publish(!has(Option::FailIfExists))) {
         return false;
     }
-    task_.progress.complete(bytes);
+    task_.progress.complete(outcome.bytes);
     return true;
+}
+
+/// \param made what stands at the path that was written to.
+bool FileCopy::isWhole(const std::string& path, std::uint64_t bytes,
+                       const std::optional<StorageSystemFileInfo>& made) const
+{
+    if (!made || !isReadToItsEnd(bytes)) {
+        return false;
+    }
+    return made->size == bytes ||
+           fail(FailureCode::Changed, "it has not the size of what was written", path);
 }
 
 /// An end that came before the known one is that of a file that has been cut since, or of an answer
 /// that was not true. This machine's own files end where they end: some have sizes that mean
 /// nothing.
-bool FileCopy::isWhole(std::uint64_t bytes) const
+bool FileCopy::isReadToItsEnd(std::uint64_t bytes) const
 {
-    return bytes >= source_.size || task_.source.getType() == StorageSystemType::Local ||
-           task_.source.fileSize(sourcePath_) == bytes;
+    if (bytes >= source_.size || task_.source.getType() == StorageSystemType::Local) {
+        return true;
+    }
+    const auto size = task_.source.fileSize(sourcePath_);
+    return size &&
+           (*size == bytes || fail(FailureCode::Changed, "it ended before its size", sourcePath_));
 }
 
-bool FileCopy::fill(PartialEntry& partial, std::uint64_t& bytes) const
+std::unique_ptr<StorageSystemFile> FileCopy::openSource() const
 {
-    const auto source = task_.source.fileOpen(sourcePath_, StorageSystemFileOpenModeFlag::Read);
-    if (source == nullptr) {
-        return false;
+    auto source = task_.source.fileOpen(sourcePath_, Mode::Read);
+    if (source != nullptr) {
+        source->knownSize_ = source_.size;
     }
-    // What is to have permissions of its own is nobody else's to read before it has them.
-    const auto permissions =
-        task_.options.has(Option::PreservePermissions)
-            ? PosixFilePermissionFlag::OwnerRead | PosixFilePermissionFlag::OwnerWrite
-            : defaultFilePermissions;
-    const auto target = partial.createFile(permissions);
+    return source;
+}
+
+bool FileCopy::fill(PartialEntry& partial, Outcome& outcome) const
+{
+    const auto source = openSource();
+    const auto target = source != nullptr ? createTarget(partial) : nullptr;
     if (target == nullptr) {
         return false;
     }
-    source->knownSize_ = source_.size;
-    const auto progress = [this, &bytes](std::uint64_t done, std::uint64_t /*total*/) {
-        bytes = done;
+    hide(*target, partial.path(), permissionsWhileFilled());
+    if (!move(*source, *target, outcome)) {
+        return false;
+    }
+    outcome.hasPermissions = replacesFile() && takePlaceOfStanding(*target);
+    return target->commit();
+}
+
+std::unique_ptr<StorageSystemFile> FileCopy::createTarget(PartialEntry& partial) const
+{
+    const FailureWatch watch;
+    auto target = partial.createFile(permissionsWhileFilled(), has(Option::InPlace) && !standing_);
+    if (target == nullptr && replacesFile() && watch.noted().code() == FailureCode::Denied) {
+        const auto why = watch.noted();
+        const auto text = why.text().empty() ? "" : why.text() + "; ";
+        fail(why.code(), why.source(), why.number(),
+             text + "no file can be made beside it, to write in place may be possible",
+             targetPath_);
+    }
+    return target;
+}
+
+bool FileCopy::move(StorageSystemFile& source, StorageSystemFile& target, Outcome& outcome) const
+{
+    const auto progress = [&](std::uint64_t done, std::uint64_t /*total*/) {
+        outcome.bytes = done;
         return task_.progress.report(done);
     };
-    return source->copy(*target, progress, task_.bufferSize) && target->commit();
+    return source.copy(target, progress, task_.bufferSize);
+}
+
+/// Takes back what a system that does not look at the permissions of a new file has given to
+/// others. As far as that is possible: where it is not, files have no permissions to speak of.
+void FileCopy::hide(StorageSystemFile& file, const std::string& path, Permissions permissions) const
+{
+    const bool isSecret =
+        areSecret(source_.permissions) || (replacesFile() && areSecret(standing_->permissions));
+    if (!isSecret) {
+        return;
+    }
+    if (file.attributeKeeper_.narrow && file.attributeKeeper_.narrow(permissions)) {
+        return;
+    }
+    const auto made = task_.target.fileInfo(path);
+    if (!made || (made->permissions & permissions) != made->permissions) {
+        task_.target.fileSetPermissions(path, permissions);
+    }
+}
+
+/// Gives the file the owner of what it is to replace, and its permissions unless it gets the
+/// source's. False: it has not got these.
+bool FileCopy::takePlaceOfStanding(StorageSystemFile& file) const
+{
+    const auto permissions =
+        has(Option::PreservePermissions) ? permissionsWhileFilled() : standing_->permissions;
+    return file.attributeKeeper_.succeed && file.attributeKeeper_.succeed(targetPath_, permissions);
+}
+
+bool FileCopy::replacesFile() const
+{
+    return standing_ && isRegularFile(standing_->type);
+}
+
+/// Where the source's are set in the end, they count from then on. If that may fail, a file that
+/// others may read is better off with what it can have.
+Permissions FileCopy::permissionsWhileFilled() const
+{
+    if (has(Option::PreservePermissions) && !has(Option::PreserveBestEffort)) {
+        return ownerOnly;
+    }
+    const auto permissions =
+        replacesFile() ? source_.permissions & standing_->permissions : source_.permissions;
+    // Some systems take none for none given, and give their own.
+    return permissions.isEmpty() ? PosixFilePermissionFlag::OwnerWrite : permissions;
+}
+
+/// \param made the permissions that the system has given to the new file: the source's less the
+///             umask, where it looked at them.
+Permissions FileCopy::finalPermissions(Permissions made) const
+{
+    if (replacesFile()) {
+        return standing_->permissions;
+    }
+    constexpr auto execution = PosixFilePermissionFlag::OwnerExecute;
+    const bool wasLookedAt = made.has(execution) || !source_.permissions.has(execution);
+    return source_.permissions & (wasLookedAt ? made : withExecution(made));
 }
 
 // The time first: a file that nobody may write may refuse it.
-bool FileCopy::setAttributes(const std::string& path) const
+bool FileCopy::setAttributes(const std::string& path, const StorageSystemFileInfo& made,
+                             bool hasPermissions) const
 {
-    return (!task_.options.has(Option::PreserveModTime) ||
-            task_.target.fileSetModTime(path, source_.modTime)) &&
-           (!task_.options.has(Option::PreservePermissions) ||
-            task_.target.fileSetPermissions(path, source_.permissions));
+    const auto& target = task_.target;
+    if (has(Option::PreserveModTime) && !target.fileSetModTime(path, source_.modTime) &&
+        !goesOnWithout(task_, targetPath_, "the modification time")) {
+        return false;
+    }
+    if (has(Option::PreservePermissions)) {
+        return target.fileSetPermissions(path, source_.permissions) ||
+               goesOnWithout(task_, targetPath_, "the permissions");
+    }
+    const auto permissions = finalPermissions(made.permissions);
+    if (!hasPermissions && isRegularFile(made.type) && permissions != made.permissions) {
+        // As far as the system has permissions at all.
+        target.fileSetPermissions(path, permissions);
+    }
+    return true;
 }
 
 bool FileCopy::copyLink() const
 {
+    if (!task_.target.hasSymbolicLinks()) {
+        return fail(FailureCode::Unsupported, noLinksThere, sourcePath_);
+    }
     const auto text = task_.source.fileSymbolicLinkTarget(sourcePath_);
     if (!text || !task_.progress.report()) {
         return false;
     }
     PartialEntry partial(task_.target, directory_, name_);
-    return partial.createLink(*text) && task_.progress.report() && partial.publish(replaces());
+    return partial.createLink(*text) && task_.progress.report() &&
+           partial.publish(!has(Option::FailIfExists));
 }
 
-bool FileCopy::replaces() const
+/// What goes wrong on the way leaves a file that is neither the old one nor the new one.
+bool FileCopy::writeInPlace() const
 {
-    return !task_.options.has(Option::FailIfExists);
+    Outcome outcome;
+    {
+        const auto source = openSource();
+        const auto target = source != nullptr ? openStanding() : nullptr;
+        if (target == nullptr || !move(*source, *target, outcome) || !target->commit()) {
+            return false;
+        }
+    }
+    const auto made = task_.target.fileInfo(targetPath_);
+    if (!isWhole(targetPath_, outcome.bytes, made) || !setAttributes(targetPath_, *made, true)) {
+        return false;
+    }
+    task_.progress.complete(outcome.bytes);
+    return true;
+}
+
+// What is longer than the source cannot be the source under another name, and is cut before; the
+// bytes of anything else are all written over.
+std::unique_ptr<StorageSystemFile> FileCopy::openStanding() const
+{
+    const bool isLonger = standing_->size > source_.size;
+    return task_.target.fileOpen(targetPath_, isLonger ? Mode::Write | Mode::Truncate
+                                                       : Utilities::Flags<Mode>(Mode::Write));
 }
 
 } // namespace FileSystem

@@ -3,6 +3,8 @@
 #include "CopyTask.h"
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace FileSystem {
@@ -10,31 +12,66 @@ namespace FileSystem {
 class PartialEntry;
 class StorageSystemFile;
 
-/// Copies one file or one link, so that it appears at its target complete or not at all.
+/// Copies one file or one link, so that it appears at its target complete or not at all, unless the
+/// task says that files are to be written in place.
+///
+/// Permissions that are not to be preserved: a new file gets the source's, less the umask; one that
+/// is replaced keeps its own, and its owner and group where the system lets us. What the bytes go
+/// to is never open to more people than the source is and the file that it becomes.
 class FileCopy
 {
 public:
     /// \param source    what is known of what is to be copied; its size is told as the total.
     /// \param directory of the target; must exist.
     /// \param name      in it, a single component.
+    /// \param standing  what stands at the target; empty for nothing.
     FileCopy(const CopyTask& task, const StorageSystemFileInfo& source, std::string sourcePath,
-             std::string directory, std::string name);
+             const std::string& directory, std::string name,
+             std::optional<StorageSystemFileInfo> standing);
 
-    /// False: a failure, or the progress said stop. What an exception leaves is the same.
-    bool copyFile() const;
-    bool copyLink() const;
+    /// Whichever of the two the source is. False: a failure, or the progress said stop. What an
+    /// exception leaves is the same.
+    bool copy() const;
 
 private:
-    bool isWhole(std::uint64_t bytes) const;
-    bool fill(PartialEntry& partial, std::uint64_t& bytes) const;
-    bool setAttributes(const std::string& path) const;
-    bool replaces() const;
+    using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
+
+    /// What became of the bytes.
+    struct Outcome
+    {
+        std::uint64_t bytes = 0;
+        bool hasPermissions = false; ///< The final ones, if these are not to be preserved.
+    };
+
+    bool mayTakeItsPlace() const;
+    bool copyFile() const;
+    bool copyLink() const;
+    bool writeInPlace() const;
+    bool isWhole(const std::string& path, std::uint64_t bytes,
+                 const std::optional<StorageSystemFileInfo>& made) const;
+    bool isReadToItsEnd(std::uint64_t bytes) const;
+    std::unique_ptr<StorageSystemFile> openSource() const;
+    std::unique_ptr<StorageSystemFile> createTarget(PartialEntry& partial) const;
+    std::unique_ptr<StorageSystemFile> openStanding() const;
+    bool fill(PartialEntry& partial, Outcome& outcome) const;
+    bool move(StorageSystemFile& source, StorageSystemFile& target, Outcome& outcome) const;
+    void hide(StorageSystemFile& file, const std::string& path, Permissions permissions) const;
+    bool takePlaceOfStanding(StorageSystemFile& file) const;
+    bool setAttributes(const std::string& path, const StorageSystemFileInfo& made,
+                       bool hasPermissions) const;
+    Permissions permissionsWhileFilled() const;
+    Permissions finalPermissions(Permissions made) const;
+    bool replacesFile() const;
+
+    bool has(StorageSystemCopyOptionFlag option) const { return task_.options.has(option); }
 
     const CopyTask& task_;
     const StorageSystemFileInfo& source_;
     std::string sourcePath_;
     std::string directory_;
     std::string name_;
+    std::string targetPath_;
+    std::optional<StorageSystemFileInfo> standing_;
 };
 
 } // namespace FileSystem

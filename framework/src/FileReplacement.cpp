@@ -1,11 +1,32 @@
 #include "FileReplacement.h"
 
+#include "EntryKind.h"
 #include "HiddenName.h"
 #include "PathText.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
 
 namespace FileSystem {
+
+namespace {
+
+std::string asidePath(const std::string& path)
+{
+    return PathText::childId(PathText::parentId(path),
+                             {hiddenName(PathText::fileName(path), HiddenNameUse::SetAside)});
+}
+
+/// Whether what stands at a path looks as it did.
+bool isAsBefore(const StorageSystem& system, const std::string& path,
+                const StorageSystemFileInfo& before)
+{
+    const auto now = system.fileInfo(path);
+    return now && now->type == before.type && now->size == before.size &&
+           now->modTime == before.modTime && now->permissions == before.permissions;
+}
+
+} // namespace
 
 bool FileReplacement::rename(const StorageSystem& system, const std::string& path,
                              const std::string& newPath)
@@ -20,8 +41,16 @@ bool FileReplacement::rename(const StorageSystem& system, const std::string& pat
 bool FileReplacement::replace(const StorageSystem& system, const std::string& path,
                               const std::string& newPath)
 {
-    return replaceAtOnce(system, path, newPath) || rename(system, path, newPath) ||
-           replaceInSteps(system, path, newPath);
+    return replaceAtOnce(system, path, newPath) || replaceAfterLooking(system, path, newPath);
+}
+
+// Systems that rename one name of a file onto another of the same file do nothing, and say that
+// they did it.
+bool FileReplacement::replaceByAny(const StorageSystem& system, const std::string& path,
+                                   const StorageSystemFileInfo& file, const std::string& newPath)
+{
+    return replace(system, path, newPath) &&
+           (!isAsBefore(system, path, file) || removeOtherName(system, path, newPath));
 }
 
 bool FileReplacement::replaceAtOnce(const StorageSystem& system, const std::string& path,
@@ -30,28 +59,58 @@ bool FileReplacement::replaceAtOnce(const StorageSystem& system, const std::stri
     return system.replacer_ && system.replacer_(path, newPath);
 }
 
+// Some servers replace whatever stands there, a directory with all below it as well.
+bool FileReplacement::replaceAfterLooking(const StorageSystem& system, const std::string& path,
+                                          const std::string& newPath)
+{
+    const auto type = system.fileType(newPath);
+    if (!type) {
+        return rename(system, path, newPath);
+    }
+    return isFileOrLink(system, newPath, *type) &&
+           (rename(system, path, newPath) || replaceInSteps(system, path, newPath));
+}
+
 // Many servers refuse to rename onto something. What stands there is set aside and not removed
 // first: nothing is lost on a server that refuses to rename at all.
 bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::string& path,
                                      const std::string& newPath)
 {
-    const auto type = system.fileType(newPath);
-    if (!type || isDirectory(*type)) {
-        return false;
-    }
-    const auto name = PathText::fileName(newPath);
-    const auto asideName = hiddenName(name, HiddenNameUse::SetAside);
-    const auto aside = PathText::childId(PathText::parentId(newPath), {asideName});
-    // A renaming that was reported as failed may have been done.
-    if (!system.fileRename(newPath, asideName) && system.fileType(newPath)) {
-        return false;
+    const auto aside = asidePath(newPath);
+    if (!system.fileRename(newPath, PathText::fileName(aside))) {
+        const FailureKeeper keeper;
+        // A renaming that was reported as failed may have been done.
+        if (system.fileType(newPath)) {
+            return false;
+        }
     }
     if (!rename(system, path, newPath)) {
-        system.fileRename(aside, name);
+        const FailureKeeper keeper;
+        system.fileRename(aside, PathText::fileName(newPath));
         return false;
     }
     system.fileRemove(aside);
     return true;
+}
+
+// The two paths may also be two ways to one name, through a link above it or in another case. So
+// the old one is set aside, and removed once it is seen that the new one is still there.
+bool FileReplacement::removeOtherName(const StorageSystem& system, const std::string& path,
+                                      const std::string& newPath)
+{
+    const auto aside = asidePath(path);
+    if (!rename(system, path, aside)) {
+        return false;
+    }
+    if (!system.fileType(newPath)) {
+        return rename(system, aside, newPath);
+    }
+    if (system.fileRemove(aside)) {
+        return true;
+    }
+    const FailureKeeper keeper;
+    rename(system, aside, path);
+    return false;
 }
 
 } // namespace FileSystem

@@ -5,9 +5,10 @@
 namespace FileSystem {
 
 class StorageSystem;
+struct StorageSystemFileInfo;
 
-/// Renaming of a file or a link, without asking first what stands where: far from a server each
-/// question counts. Only for what is known to be no directory.
+/// Renaming of a file or a link. Whoever calls it has looked at what stands at both paths: far from
+/// a server each question counts.
 class FileReplacement
 {
 public:
@@ -15,16 +16,25 @@ public:
     static bool rename(const StorageSystem& system, const std::string& path,
                        const std::string& newPath);
 
-    /// As rename(). A file or a link at the new path makes room, in one atomic step where the
-    /// system can. It is back when the path cannot be taken after all.
+    /// As rename(), for what has only one name. A file or a link at the new path makes room, in one
+    /// atomic step where the system can. It is back when the path cannot be taken after all.
     static bool replace(const StorageSystem& system, const std::string& path,
                         const std::string& newPath);
+
+    /// As replace(), for what may have several names, the new path among them.
+    /// \param file what stands at the path.
+    static bool replaceByAny(const StorageSystem& system, const std::string& path,
+                             const StorageSystemFileInfo& file, const std::string& newPath);
 
 private:
     static bool replaceAtOnce(const StorageSystem& system, const std::string& path,
                               const std::string& newPath);
+    static bool replaceAfterLooking(const StorageSystem& system, const std::string& path,
+                                    const std::string& newPath);
     static bool replaceInSteps(const StorageSystem& system, const std::string& path,
                                const std::string& newPath);
+    static bool removeOtherName(const StorageSystem& system, const std::string& path,
+                                const std::string& newPath);
 };
 
 } // namespace FileSystem

@@ -1,3 +1,4 @@
+#include "EntryKind.h"
 #include "FileCopy.h"
 #include "FileReplacement.h"
 #include "LinkResolution.h"
@@ -40,19 +41,15 @@ bool copySingle(const CopyTask& task, const StorageSystemFileInfo& source,
                 const std::string& targetPath)
 {
     const auto name = PathText::fileName(targetPath);
-    if (!PathText::isEntryName(name)) {
+    if (!isFileOrLink(task.source, source.fileId, source.type) || !isName(name)) {
         return false;
     }
-    const auto standing = task.target.fileType(targetPath);
-    if (standing && (isDirectory(*standing) || task.options.has(CopyOption::FailIfExists))) {
-        return false;
+    if (isRegularFile(source.type)) {
+        task.progress.addTotal(source.size);
     }
-    const FileCopy copy(task, source, source.fileId, PathText::parentId(targetPath), name);
-    if (isSymbolicLink(source.type)) {
-        return task.target.hasSymbolicLinks() && copy.copyLink();
-    }
-    task.progress.addTotal(source.size);
-    return isRegularFile(source.type) && copy.copyFile();
+    return FileCopy(task, source, source.fileId, PathText::parentId(targetPath), name,
+                    task.target.fileInfo(targetPath))
+        .copy();
 }
 
 /// Of a directory on the way to the one that is wanted: its owner can go on from there.
@@ -160,16 +157,16 @@ bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newP
     if (!isPath(newPath)) {
         return scope.result(false);
     }
-    const auto source = fileType(path);
-    if (!source || (isDirectory(*source) && !fail(FailureCode::IsDirectory, {}, path))) {
+    const auto source = fileInfo(path);
+    if (!source || !isFileOrLink(*this, path, source->type)) {
         return scope.result(false);
     }
     const auto target = fileType(newPath);
-    if (target && isDirectory(*target)) {
-        return scope.result(fail(FailureCode::IsDirectory, {}, newPath));
+    if (target && !isFileOrLink(*this, newPath, *target)) {
+        return scope.result(false);
     }
     return scope.result(pathCanonize(path) == pathCanonize(newPath) ||
-                        FileReplacement::replace(*this, path, newPath));
+                        FileReplacement::replaceByAny(*this, path, *source, newPath));
 }
 
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const
@@ -604,11 +601,12 @@ bool FileSystem2::do_fileCopyAs(const std::string& path, const StorageSystem& ta
     }
     source->fileId = path;
     CopyProgress copyProgress(progress);
-    const CopyTask task{*this, target, options, bufferSize, copyProgress};
-    if (isDirectory(source->type)) {
-        return options.has(CopyOption::Recursive) && TreeCopy(task, path, targetPath).copy(*source);
-    }
-    return copySingle(task, *source, targetPath);
+    CopyLosses losses;
+    const CopyTask task{*this, target, options, bufferSize, copyProgress, losses};
+    const bool isTree = isDirectory(source->type) && options.has(CopyOption::Recursive);
+    const bool isCopied = isTree ? TreeCopy(task, path, targetPath).copy(*source)
+                                 : copySingle(task, *source, targetPath);
+    return isCopied && losses.areNone();
 }
 
 std::optional<FileMetaData> FileSystem2::do_fileMetaData(const std::string& path) const

@@ -1,6 +1,7 @@
 #include "LocalFile.h"
 
 #include "LocalError.h"
+#include "LocalSuccession.h"
 #include "SystemCall.h"
 
 #include <FileSystem/LocalFileSystem.h>
@@ -44,6 +45,11 @@ LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
         const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
         return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
     });
+    setAttributeKeeper(
+        {[this](auto permissions) { return narrowPermissions(descriptor_.get(), permissions); },
+         [this](const std::string& path, auto permissions) {
+             return succeedTo(descriptor_.get(), path, permissions);
+         }});
 }
 
 LocalFile::~LocalFile() = default;

@@ -5,6 +5,7 @@
 #include "TreeCopy.h"
 #include "TreeRemoval.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
 
 #include <algorithm>
@@ -23,8 +24,9 @@ bool isUnchanged(const FileSystem2& system, const std::string& path,
                  const StorageSystemFileInfo& copied)
 {
     const auto info = system.fileInfo(path);
-    return info && info->type == copied.type && info->size == copied.size &&
-           info->modTime == copied.modTime;
+    return info && ((info->type == copied.type && info->size == copied.size &&
+                     info->modTime == copied.modTime) ||
+                    fail(FailureCode::Changed, {}, path));
 }
 
 bool removeEntries(const FileSystem2& system, const std::string& directory,
@@ -59,6 +61,7 @@ bool moveFileByCopy(const FileSystem2& system, const std::string& path, const st
     if (isUnchanged(system, path, *source) && system.fileRemove(path)) {
         return true;
     }
+    const FailureKeeper keeper;
     // A removal that was reported as failed may have been done, and then the copy is all there is.
     if (system.fileType(path)) {
         system.fileRemove(newPath);
@@ -75,8 +78,9 @@ bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const st
     }
     const StorageSystemProgress unheard;
     CopyProgress progress(unheard);
-    const CopyTask task{system, system, keepAll | StorageSystemCopyOptionFlag::Recursive,
-                        std::nullopt, progress};
+    CopyLosses losses;
+    const CopyTask task{system,       system,   keepAll | StorageSystemCopyOptionFlag::Recursive,
+                        std::nullopt, progress, losses};
     TreeCopy copy(task, path, newPath);
     // The original leaves its place in one step, which also tells whether it may.
     const auto aside = copy.copy(*source)
@@ -84,6 +88,7 @@ bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const st
                                                                      HiddenNameUse::SetAside))
                            : std::nullopt;
     if (!aside) {
+        const FailureKeeper keeper;
         if (copy.hasMadeTarget()) {
             removeTree(system, newPath);
         }
@@ -92,6 +97,7 @@ bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const st
     if (removeCopied(system, copy.tree(), *aside)) {
         return true;
     }
+    const FailureKeeper keeper;
     system.directoryRenameAs(*aside, path);
     return false;
 }

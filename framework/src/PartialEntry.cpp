@@ -37,21 +37,32 @@ PartialEntry::~PartialEntry()
 }
 
 std::unique_ptr<StorageSystemFile>
-PartialEntry::createFile(Utilities::Flags<PosixFilePermissionFlag> permissions)
+PartialEntry::createFile(Utilities::Flags<PosixFilePermissionFlag> permissions, bool isInPlace)
 {
+    if (isInPlace) {
+        return tryToCreate(name_, permissions);
+    }
     for (int tries = 0; tries < maximumNameTries; ++tries) {
-        const auto hidden = hiddenName(name_, HiddenNameUse::Unfinished);
-        path_ = PathText::childId(directory_, {hidden});
-        auto file = system_.fileCreate(directory_, hidden, true, false, permissions);
+        auto file = tryToCreate(hiddenName(name_, HiddenNameUse::Unfinished), permissions);
         if (file != nullptr) {
-            created_ = true;
             return file;
         }
+        const FailureKeeper keeper;
         if (!system_.fileType(path_)) {
             return nullptr;
         }
     }
     return nullptr;
+}
+
+std::unique_ptr<StorageSystemFile>
+PartialEntry::tryToCreate(const std::string& name,
+                          Utilities::Flags<PosixFilePermissionFlag> permissions)
+{
+    path_ = PathText::childId(directory_, {name});
+    auto file = system_.fileCreate(directory_, name, true, false, permissions);
+    created_ = file != nullptr;
+    return file;
 }
 
 bool PartialEntry::createLink(const std::string& target)
@@ -74,20 +85,29 @@ bool PartialEntry::takeFreeName()
             return true;
         }
     }
-    return false;
+    return fail(FailureCode::Exists, {}, path_);
 }
 
 bool PartialEntry::publish(bool replace)
 {
     const auto finalPath = PathText::childId(directory_, {name_});
-    const bool isPublished = replace ? FileReplacement::replace(system_, path_, finalPath)
-                                     : !system_.fileType(finalPath) &&
-                                           FileReplacement::rename(system_, path_, finalPath);
-    if (isPublished) {
-        path_ = finalPath;
-        created_ = false;
+    if (path_ != finalPath && !takeFinalName(finalPath, replace)) {
+        return false;
     }
-    return isPublished;
+    path_ = finalPath;
+    created_ = false;
+    return true;
+}
+
+bool PartialEntry::takeFinalName(const std::string& finalPath, bool replace) const
+{
+    if (replace) {
+        return FileReplacement::replace(system_, path_, finalPath);
+    }
+    if (system_.fileType(finalPath)) {
+        return fail(FailureCode::Exists, {}, finalPath);
+    }
+    return FileReplacement::rename(system_, path_, finalPath);
 }
 
 } // namespace FileSystem

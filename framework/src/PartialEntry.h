@@ -25,8 +25,9 @@ public:
     ~PartialEntry();
 
     /// Null: it cannot be created.
+    /// \param isInPlace under its final name, where nothing may stand.
     std::unique_ptr<StorageSystemFile>
-    createFile(Utilities::Flags<PosixFilePermissionFlag> permissions);
+    createFile(Utilities::Flags<PosixFilePermissionFlag> permissions, bool isInPlace);
 
     /// False: it cannot be created.
     bool createLink(const std::string& target);
@@ -39,7 +40,10 @@ public:
     bool publish(bool replace);
 
 private:
+    std::unique_ptr<StorageSystemFile>
+    tryToCreate(const std::string& name, Utilities::Flags<PosixFilePermissionFlag> permissions);
     bool takeFreeName();
+    bool takeFinalName(const std::string& finalPath, bool replace) const;
 
     const StorageSystem& system_;
     std::string directory_;

@@ -332,6 +332,11 @@ void StorageSystemFile::setCommit(std::function<bool()> commit)
     commit_ = std::move(commit);
 }
 
+void StorageSystemFile::setAttributeKeeper(AttributeKeeper keeper)
+{
+    attributeKeeper_ = std::move(keeper);
+}
+
 StorageSystemFile* StorageSystemFile::copyTarget() const noexcept
 {
     return copyTarget_;

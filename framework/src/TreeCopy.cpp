@@ -1,9 +1,11 @@
 #include "TreeCopy.h"
 
+#include "EntryKind.h"
 #include "FileCopy.h"
 #include "LinkResolution.h"
 #include "PathText.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
 
 #include <algorithm>
@@ -38,15 +40,25 @@ TreeCopy::TreeCopy(const CopyTask& task, const std::string& sourcePath,
 
 bool TreeCopy::copy(const StorageSystemFileInfo& source)
 {
-    if (leadsIntoItself() || !task_.progress.report()) {
+    if (leadsIntoItself()) {
+        return fail(FailureCode::IntoItself, {}, targetPath_);
+    }
+    if (!task_.progress.report()) {
         return false;
     }
     auto tree = scanTree(task_, sourcePath_, source);
-    if (!tree || (tree->hasLinks && !task_.target.hasSymbolicLinks())) {
+    if (!tree) {
         return false;
     }
     tree_ = *std::move(tree);
-    return makeRoot() && copyDirectories() && setAttributes() && task_.progress.report();
+    return canHaveLinks() && makeRoot() && copyDirectories() && finishDirectories() &&
+           task_.progress.report();
+}
+
+bool TreeCopy::canHaveLinks() const
+{
+    return tree_.firstLink.empty() || task_.target.hasSymbolicLinks() ||
+           fail(FailureCode::Unsupported, noLinksThere, tree_.firstLink);
 }
 
 bool TreeCopy::leadsIntoItself() const
@@ -68,26 +80,9 @@ bool TreeCopy::leadsIntoItself() const
 
 bool TreeCopy::makeRoot()
 {
-    const bool mayExist = !task_.options.has(Option::FailIfExists);
-    // The root and "." cannot be made, only be there.
-    const bool isMade = PathText::isEntryName(PathText::fileName(targetPath_))
-                            ? makeDirectory(targetPath_, madeTarget_)
-                            : task_.target.directoryExists(targetPath_, false);
-    targets_.push_back(targetPath_);
-    return isMade && (madeTarget_ || mayExist);
-}
-
-// Exclusively: a link to a directory, which would lead elsewhere, must not pass for a directory.
-bool TreeCopy::makeDirectory(const std::string& path, bool& made) const
-{
-    constexpr Utilities::Flags<PosixFilePermissionFlag> ownerOnly(0700U);
-    const auto permissions =
-        task_.options.has(Option::PreservePermissions) ? ownerOnly : defaultDirectoryPermissions;
-    made = task_.target
-               .directoryCreate(PathText::parentId(path), {PathText::fileName(path)}, true,
-                                permissions)
-               .has_value();
-    return made || task_.target.directoryExists(path, false);
+    auto& root = targets_.emplace_back(task_, targetPath_, tree_.directories.front().info);
+    return root.make() && (root.isNew() || !task_.options.has(Option::FailIfExists) ||
+                           fail(FailureCode::Exists, {}, targetPath_));
 }
 
 bool TreeCopy::copyDirectories()
@@ -95,10 +90,10 @@ bool TreeCopy::copyDirectories()
     for (std::size_t index = 0; index < tree_.directories.size(); ++index) {
         const auto& directory = tree_.directories[index];
         if (index > 0) {
-            bool made = false;
-            targets_.push_back(
-                PathText::childId(targets_[directory.parent], {directory.info.name}));
-            if (!makeDirectory(targets_.back(), made)) {
+            const auto& parent = targets_[directory.parent];
+            auto& target = targets_.emplace_back(
+                task_, PathText::childId(parent.path(), {directory.info.name}), directory.info);
+            if (!target.make()) {
                 return false;
             }
         }
@@ -109,35 +104,29 @@ bool TreeCopy::copyDirectories()
     return true;
 }
 
-bool TreeCopy::copyEntries(const TreeDirectory& directory, const std::string& targetPath) const
+bool TreeCopy::copyEntries(const TreeDirectory& directory, const TargetDirectory& target) const
 {
+    const StandingEntries standing(task_.target, target.path(),
+                                   target.isNew() ? 0 : directory.entries.size());
     const bool areCopied = std::all_of(
         directory.entries.begin(), directory.entries.end(),
         [&](const StorageSystemFileInfo& entry) {
-            const FileCopy copy(task_, entry, PathText::childId(directory.path, {entry.name}),
-                                targetPath, entry.name);
-            return isSymbolicLink(entry.type) ? copy.copyLink() : copy.copyFile();
+            return FileCopy(task_, entry, PathText::childId(directory.path, {entry.name}),
+                            target.path(), entry.name,
+                            target.isNew() ? std::nullopt : standing.find(entry.name))
+                .copy();
         });
     // What came through a link that has taken the directory's place is not the tree's.
     return areCopied &&
-           (directory.entries.empty() || task_.source.directoryExists(directory.path, false));
+           (directory.entries.empty() || isStillDirectory(task_.source, directory.path));
 }
 
 // When everything is in place: what is put into a directory changes its time, and takes permissions
 // that it may not be meant to keep. The deepest first, before the way to it closes.
-bool TreeCopy::setAttributes() const
+bool TreeCopy::finishDirectories() const
 {
-    for (auto index = targets_.size(); index-- > 0;) {
-        const auto& info = tree_.directories[index].info;
-        const auto& path = targets_[index];
-        if ((task_.options.has(Option::PreserveModTime) &&
-             !task_.target.directorySetModTime(path, info.modTime)) ||
-            (task_.options.has(Option::PreservePermissions) &&
-             !task_.target.directorySetPermissions(path, info.permissions))) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(targets_.rbegin(), targets_.rend(),
+                       [](const TargetDirectory& target) { return target.finish(); });
 }
 
 } // namespace FileSystem

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CopyTask.h"
+#include "TargetDirectory.h"
 #include "TreeScan.h"
 
 #include <string>
@@ -18,25 +19,24 @@ public:
     bool copy(const StorageSystemFileInfo& source);
 
     /// Whether the target directory did not exist before.
-    bool hasMadeTarget() const { return madeTarget_; }
+    bool hasMadeTarget() const { return !targets_.empty() && targets_.front().isNew(); }
 
     /// What was found at the source.
     const Tree& tree() const { return tree_; }
 
 private:
     bool leadsIntoItself() const;
+    bool canHaveLinks() const;
     bool makeRoot();
-    bool makeDirectory(const std::string& path, bool& made) const;
     bool copyDirectories();
-    bool copyEntries(const TreeDirectory& directory, const std::string& targetPath) const;
-    bool setAttributes() const;
+    bool copyEntries(const TreeDirectory& directory, const TargetDirectory& target) const;
+    bool finishDirectories() const;
 
     const CopyTask& task_;
     std::string sourcePath_;
     std::string targetPath_;
     Tree tree_;
-    std::vector<std::string> targets_; ///< The tree's directories at the target, in its order.
-    bool madeTarget_ = false;
+    std::vector<TargetDirectory> targets_; ///< For the tree's directories, in its order.
 };
 
 } // namespace FileSystem

@@ -1,5 +1,7 @@
 #include "TreeRemoval.h"
 
+#include "EntryKind.h"
+#include "NameCheck.h"
 #include "PathText.h"
 #include "TreeLimits.h"
 
@@ -46,11 +48,11 @@ private:
     bool enter(const std::string& path)
     {
         if (levels_.size() == maximumTreeDepth) {
-            return false;
+            return fail(FailureCode::TooDeep, {}, path);
         }
         levels_.push_back({path, system_.directoryList(path)});
         // What was listed through a link that has just taken the directory's place is not below it.
-        return system_.directoryExists(path, false);
+        return isStillDirectory(system_, path);
     }
 
     bool leave()
@@ -64,7 +66,7 @@ private:
     {
         auto& level = levels_.back();
         const auto& entry = level.entries[level.next++];
-        if (!PathText::isEntryName(entry.name)) {
+        if (!isNameBelow(level.path, entry.name)) {
             return false;
         }
         const auto path = PathText::childId(level.path, {entry.name});
@@ -89,8 +91,8 @@ bool removeTree(const FileSystem2& system, const std::string& path)
 {
     // With a slash behind it a link would be taken for the directory that it leads to.
     const auto directory = PathText::removeTrailingSlash(path);
-    return PathText::isEntryName(PathText::fileName(directory)) &&
-           system.directoryExists(directory, false) && TreeRemoval(system).remove(directory);
+    return isName(PathText::fileName(directory)) && system.directoryExists(directory, false) &&
+           TreeRemoval(system).remove(directory);
 }
 
 } // namespace FileSystem

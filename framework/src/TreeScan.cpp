@@ -1,5 +1,7 @@
 #include "TreeScan.h"
 
+#include "EntryKind.h"
+#include "NameCheck.h"
 #include "PathText.h"
 #include "TreeLimits.h"
 
@@ -38,15 +40,25 @@ private:
         const auto path = tree_.directories[index].path;
         auto entries = task_.source.directoryReadFully(path);
         if (!entries) {
-            return false;
+            return failToRead(path);
         }
         for (auto& entry : *entries) {
-            if (!PathText::isEntryName(entry.name) || !add(index, path, std::move(entry))) {
+            if (!isNameBelow(path, entry.name) || !add(index, path, std::move(entry))) {
                 return false;
             }
         }
         // What was read through a link that has just taken the directory's place is not the tree's.
-        return task_.source.directoryExists(path, false);
+        return isStillDirectory(task_.source, path);
+    }
+
+    bool failToRead(const std::string& path) const
+    {
+        bool isDirectory = true;
+        {
+            const FailureKeeper keeper;
+            isDirectory = isDirectoryItself(task_.source, path);
+        }
+        return !isDirectory && fail(FailureCode::NotCopyable, {}, path);
     }
 
     bool add(std::size_t index, const std::string& directory, StorageSystemFileInfo entry)
@@ -58,12 +70,13 @@ private:
         if (isDirectory(entry.type)) {
             return addDirectory(index, std::move(path), std::move(entry));
         }
+        if (!isFileOrLink(task_.source, path, entry.type)) {
+            return false;
+        }
         if (isRegularFile(entry.type)) {
             task_.progress.addTotal(entry.size);
-        } else if (isSymbolicLink(entry.type)) {
-            tree_.hasLinks = true;
-        } else {
-            return false;
+        } else if (tree_.firstLink.empty()) {
+            tree_.firstLink = std::move(path);
         }
         tree_.directories[index].entries.push_back(withoutPath(std::move(entry)));
         return true;
@@ -85,7 +98,7 @@ private:
     {
         const auto depth = tree_.directories[parent].depth + 1;
         if (depth >= maximumTreeDepth) {
-            return false;
+            return fail(FailureCode::TooDeep, {}, std::move(path));
         }
         tree_.directories.push_back(
             {std::move(path), parent, depth, withoutPath(std::move(entry)), {}});

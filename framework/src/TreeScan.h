@@ -25,7 +25,7 @@ struct TreeDirectory
 struct Tree
 {
     std::vector<TreeDirectory> directories;
-    bool hasLinks = false;
+    std::string firstLink; ///< The path of a symbolic link in it; empty for none.
 };
 
 /// Looks at a whole tree, never through a symbolic link, and adds the bytes of its files to the

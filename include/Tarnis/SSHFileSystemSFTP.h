@@ -60,7 +60,9 @@ class SSHHandleSFTPSession;
 ///   fileSetModTime() asks the server for the time afterwards: true means that the server has it,
 ///   to the second. The time of a symbolic link itself cannot be set.
 /// - Block devices and sockets have the type bit of a directory: a block device passes for one, a
-///   socket for none, as it has the bit of a file too.
+///   socket for none, as it has the bit of a file too. Copies look twice: a device is NotCopyable.
+/// - A copy looks at the permissions of a new file where not everybody may read it, one request
+///   more, and where it replaces a file at the owners of both, two more.
 /// - No filter of a listing lets a name of more than 1,024 bytes through.
 /// - fileStorageInfo() has figures only where the server offers the extension
 ///   statvfs@openssh.com.

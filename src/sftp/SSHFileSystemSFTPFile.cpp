@@ -2,6 +2,7 @@
 #include "sftp/SFTPBulkTransfer.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPReplies.h"
+#include "sftp/SFTPSuccession.h"
 
 #include <Tarnis/SSHFileSystemSFTP.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
@@ -102,6 +103,11 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     belongTo(fileSystem);
     setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, mode));
     setCommit([file = file_, path = fileId] { return commitFile(*file, path); });
+    setAttributeKeeper(
+        {[file = file_](auto permissions) { return narrowPermissions(*file, permissions); },
+         [file = file_](const std::string& path, auto permissions) {
+             return succeedTo(*file, path, permissions);
+         }});
 }
 
 SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()

@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include <sys/stat.h>
+
 namespace TarnisTest {
 
 namespace {
@@ -84,6 +86,30 @@ std::string CopyRouteTest::targetPath(std::string_view name) const
 std::string CopyRouteTest::localSourcePath(const std::string& path) const
 {
     return GetParam().route == Route::FromLocal ? path : underTest_->localPath(path);
+}
+
+std::string CopyRouteTest::localTargetPath(const std::string& path) const
+{
+    return GetParam().route == Route::ToLocal ? path : underTest_->localPath(path);
+}
+
+void CopyRouteTest::makeTargetPipe(std::string_view name) const
+{
+    EXPECT_EQ(::mkfifo(localTargetPath(targetPath(name)).c_str(), 0600), 0) << name;
+}
+
+void CopyRouteTest::makeTargetSocket(std::string_view name) const
+{
+    EXPECT_EQ(::mknod(localTargetPath(targetPath(name)).c_str(), S_IFSOCK | 0600, 0), 0) << name;
+}
+
+Permissions CopyRouteTest::lessUmask(Permissions permissions) const
+{
+    const std::string probe = targetRoot_ + ".probe";
+    EXPECT_TRUE(target_->directoryCreateAs(probe, true, Permissions(0777U)));
+    const auto all = target_->fileGetPermissions(probe).value_or(Permissions());
+    EXPECT_TRUE(target_->directoryRemove(probe));
+    return permissions & all;
 }
 
 void CopyRouteTest::makeSource(std::string_view name, std::string_view bytes) const

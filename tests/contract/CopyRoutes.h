@@ -59,8 +59,16 @@ protected:
     std::string sourcePath(std::string_view name) const;
     std::string targetPath(std::string_view name) const;
 
-    /// Where a path of the source stands on this machine.
+    /// Where a path of the source, or of the target, stands on this machine.
     std::string localSourcePath(const std::string& path) const;
+    std::string localTargetPath(const std::string& path) const;
+
+    /// Makes a pipe, and something else that is no file, in the directory that is copied to.
+    void makeTargetPipe(std::string_view name) const;
+    void makeTargetSocket(std::string_view name) const;
+
+    /// What a new file or directory of the target gets of these permissions.
+    Permissions lessUmask(Permissions permissions) const;
 
     void makeSource(std::string_view name, std::string_view bytes) const;
     void makeTarget(std::string_view name, std::string_view bytes) const;

@@ -78,9 +78,11 @@ public:
     /// As fileRenameAs() for a file or a link itself, and a file or a link at the new path is
     /// replaced: in one atomic step where the system can, as this machine's can and many servers.
     /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.old" beside it:
-    /// when the system is lost just then, it is found there. False: nothing there, a directory at
-    /// either path, the new parent is missing or on another volume, a refusal; both are where they
-    /// were. When a connection was lost, nothing tells how far the system came.
+    /// when the system is lost just then, it is found there. Where the two paths are two names of
+    /// one file, the old name is removed, by way of such a name too. False: nothing there; a
+    /// directory, a pipe, a socket or a device at either path; the new parent is missing or on
+    /// another volume; a refusal; both are where they were. When a connection was lost, nothing
+    /// tells how far the system came.
     bool fileReplaceAs(const std::string& path, const std::string& newPath) const;
 
     /// Moves a file or a link itself: renames it, or where the system cannot (another volume),
@@ -91,15 +93,24 @@ public:
 
     /// Copies a file, a symbolic link as a link, or with Recursive a directory with all below it,
     /// to a path of this or another system. Never follows a link below `path`; never leaves a
-    /// half-written file under its final name: the bytes go to a hidden name beside it
-    /// (".NAME.XXXXXXXX.part"), which takes the final one when complete, as by fileReplaceAs().
-    /// What is to be preserved and cannot be makes the copy fail; of a link it is the text alone.
-    /// A remote source that ends before the size that it is told to have makes the copy fail.
+    /// half-written file under its final name, unless InPlace says so: the bytes go to a hidden
+    /// name beside it (".NAME.XXXXXXXX.part"), which takes the final one when complete, as by
+    /// fileReplaceAs(). What is to be preserved and cannot be makes the copy fail (but see
+    /// PreserveBestEffort); of a link it is the text alone. A remote source that ends before the
+    /// size that it is told to have makes the copy fail.
+    ///
+    /// Permissions, unless they are to be preserved: a new file or directory gets the source's less
+    /// the umask. A file that is replaced keeps its own, and its owner and group where the system
+    /// lets us; in another group it keeps none for its group that others do not have. A directory
+    /// that is filled keeps its own. While it is made, a copy is open to nobody to whom the source,
+    /// or the file that it replaces, is not. All of this as far as the target's system keeps to
+    /// permissions.
     ///
     /// Target exists: a file or link is replaced, unless FailIfExists; a directory makes the copy
-    /// of a file fail, and is filled by the copy of a directory. Parent missing: fails. A pipe, a
-    /// socket or a device is not copied but makes the copy fail, as does an entry whose name is no
-    /// single component, and a directory that is to be copied into itself.
+    /// of a file fail, and is filled by the copy of a directory; a pipe, a socket or a device makes
+    /// the copy fail. Parent missing: fails. A pipe, a socket or a device is not copied but makes
+    /// the copy fail, as does an entry whose name is no single component, and a directory that is
+    /// to be copied into itself.
     /// \param progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
     ///                   while a tree is looked at, before its total is known.
     /// \param bufferSize bytes per step; by default what the systems recommend.

@@ -162,6 +162,24 @@ protected:
     /// For a system that tells at the end of writing whether it has taken everything.
     void setCommit(std::function<bool()> commit);
 
+    /// Sees to the permissions of the open file itself, whatever its path leads to meanwhile. Both
+    /// answer false where the system refuses or does not tell.
+    struct AttributeKeeper
+    {
+        using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
+
+        /// Takes away what the file has beyond these permissions.
+        std::function<bool(Permissions)> narrow;
+
+        /// Gives the file the owner and the group of what stands at a path, as far as the system
+        /// lets us, and then these permissions. In another group it gets none for its group that
+        /// others do not have.
+        std::function<bool(const std::string&, Permissions)> succeed;
+    };
+
+    /// For a system that can do that. A copy sets the permissions by path otherwise, and no owner.
+    void setAttributeKeeper(AttributeKeeper keeper);
+
 private:
     friend class FileCopy;
     friend class StorageSystem;
@@ -174,6 +192,7 @@ private:
     std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer_;
     std::function<bool()> commit_;
     std::shared_ptr<const std::atomic<bool>> systemAlive_;
+    AttributeKeeper attributeKeeper_;
     StorageSystemFile* copyTarget_ = nullptr;
     /// Told by whoever knows it already, so that a copy need not ask the system.
     std::optional<std::uint64_t> knownSize_;

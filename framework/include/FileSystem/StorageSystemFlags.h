@@ -64,17 +64,28 @@ enum class StorageSystemType : std::uint32_t
 enum class StorageSystemCopyOptionFlag : std::uint32_t
 {
     None = 0,
-    /// The target gets the source's nine permission bits. Without it, the permissions of a new
-    /// file.
+    /// The target gets the source's nine permission bits. Without it, a new file or directory gets
+    /// them less the umask, and a file that is replaced keeps its own.
     PreservePermissions = 1,
     /// The target gets the source's modification time, as exactly as the target's system keeps it.
     PreserveModTime = 2,
     /// Fails where something stands at the target's path. Without it, a file or a link there is
-    /// replaced; a directory never is.
+    /// replaced; a directory, a pipe, a socket or a device never is.
     FailIfExists = 4,
     /// A directory is copied with everything below it, into a target directory that may exist.
     /// Without it, copying a directory fails.
     Recursive = 8,
+    /// The bytes go into the file that stands at the target's path, or into a new one of that name,
+    /// and not to a hidden name beside it: for a file that may be written in a directory that may
+    /// not, and for systems that do not rename. Not atomic: others see the file while it is
+    /// written, and a copy that fails leaves a file that is neither the old one nor the new one; a
+    /// new file is removed again. A symbolic link is not written through but replaced, as without
+    /// this option.
+    InPlace = 16,
+    /// What is to be preserved and cannot be is no reason to give the copy up: it goes on to its
+    /// end and fails then, with FailureCode::NotKept, the entry and what was not kept (of several
+    /// the first, and their number). A failure with any other code is as without this option.
+    PreserveBestEffort = 32,
 };
 
 constexpr Utilities::Flags<StorageSystemFileTypeFlag>
@@ -117,6 +128,15 @@ constexpr bool isDirectory(Utilities::Flags<StorageSystemFileTypeFlag> type) noe
 constexpr bool isRegularFile(Utilities::Flags<StorageSystemFileTypeFlag> type) noexcept
 {
     return type == StorageSystemFileTypeFlag::Regular;
+}
+
+/// The permissions without what the group may and others may not: for a file that has got into
+/// another group.
+constexpr Utilities::Flags<PosixFilePermissionFlag>
+withoutOwnOfGroup(Utilities::Flags<PosixFilePermissionFlag> permissions) noexcept
+{
+    const auto bits = permissions.raw();
+    return Utilities::Flags<PosixFilePermissionFlag>(bits & (0707U | (bits & 07U) << 3U));
 }
 
 /// The permissions of new files and directories, before the umask of whoever creates them.

@@ -2,14 +2,22 @@
 #include "contract/CopyRoutes.h"
 #include "support/PseudoRandom.h"
 
+#include <FileSystem/Failure.h>
+
 #include <limits>
 #include <stdexcept>
 #include <utility>
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
 namespace TarnisTest {
 
 namespace {
 
+using FileSystem::Failure;
+using FileSystem::FailureCode;
 using Progress = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
 
 class FileCopyContract : public CopyRouteTest
@@ -224,14 +232,119 @@ TEST_P(FileCopyContract, KeepsPermissionsWhenWanted)
     }
 }
 
-TEST_P(FileCopyContract, HasThePermissionsOfANewFileOtherwise)
+TEST_P(FileCopyContract, GivesANewFileTheSourcesPermissionsLessTheUmask)
+{
+    for (const std::uint32_t mode : {0600U, 0755U, 0777U, 0444U, 0500U}) {
+        const std::string name = std::to_string(mode);
+        makeSource(name, "bytes");
+        ASSERT_TRUE(source().fileSetPermissions(sourcePath(name), Permissions(mode)));
+        EXPECT_TRUE(copy(name, name));
+        EXPECT_EQ(target().fileGetPermissions(targetPath(name)), lessUmask(Permissions(mode)))
+            << std::oct << mode;
+    }
+}
+
+TEST_P(FileCopyContract, LeavesAReplacedFileItsOwnPermissions)
+{
+    makeSource("file", "after");
+    for (const std::uint32_t mode : {0600U, 0640U, 0755U, 0666U, 0444U}) {
+        makeTarget("copy", "before");
+        ASSERT_TRUE(target().fileSetPermissions(targetPath("copy"), Permissions(mode)));
+        EXPECT_TRUE(copy("file", "copy"));
+        EXPECT_EQ(targetContent("copy"), "after");
+        EXPECT_EQ(target().fileGetPermissions(targetPath("copy")), Permissions(mode));
+        ASSERT_TRUE(target().fileRemove(targetPath("copy")));
+    }
+}
+
+TEST_P(FileCopyContract, ShowsNoSecretWhileItIsCopied)
+{
+    makeSource("secret", pseudoRandomBytes(17, 20'000));
+    ASSERT_TRUE(source().fileSetPermissions(sourcePath("secret"), Permissions(0600U)));
+    const auto look = [this](std::uint64_t, std::uint64_t) {
+        for (const auto& entry : target().directoryFileInfoList(targetRoot())) {
+            EXPECT_EQ(entry.permissions & Permissions(0077U), Permissions()) << entry.name;
+        }
+        return true;
+    };
+    for (const CopyOptions options :
+         {CopyOptions(), CopyOptions(CopyOption::PreservePermissions)}) {
+        EXPECT_TRUE(source().fileCopyAs(sourcePath("secret"), target(), targetPath("copy"), look,
+                                        options, 1'000));
+    }
+}
+
+TEST_P(FileCopyContract, NeverReplacesAPipeOrASocket)
 {
     makeSource("file", "bytes");
-    ASSERT_TRUE(source().fileSetPermissions(sourcePath("file"), Permissions(0500U)));
-    makeTarget("new", "");
-    EXPECT_TRUE(copy("file", "copy"));
-    EXPECT_EQ(target().fileGetPermissions(targetPath("copy")),
-              target().fileGetPermissions(targetPath("new")));
+    makeTargetPipe("pipe");
+    makeTargetSocket("socket");
+    for (const char* name : {"pipe", "socket"}) {
+        for (const CopyOptions options : {CopyOptions(), CopyOptions(CopyOption::InPlace)}) {
+            EXPECT_FALSE(copy("file", name, options)) << name;
+            EXPECT_EQ(Failure::last().code(), FailureCode::NotCopyable) << name;
+            EXPECT_EQ(Failure::last().entry(), targetPath(name));
+        }
+    }
+    EXPECT_THAT(targetNames(), testing::ElementsAre("pipe", "socket"));
+    EXPECT_NE(target().fileType(targetPath("pipe")), Types(FileType::Regular));
+    EXPECT_NE(target().fileType(targetPath("socket")), Types(FileType::Regular));
+}
+
+TEST_P(FileCopyContract, NeverReplacesADevice)
+{
+    makeSource("file", "bytes");
+    const auto device = [this](const char* name, mode_t kind) {
+        // The numbers of /dev/null, and of a disk that is not there.
+        const dev_t number = kind == S_IFCHR ? makedev(1, 3) : makedev(7, 250);
+        return ::mknod(localTargetPath(targetPath(name)).c_str(), kind | 0600, number) == 0;
+    };
+    if (!device("character", S_IFCHR) || !device("block", S_IFBLK)) {
+        GTEST_SKIP() << "only the superuser makes devices";
+    }
+    EXPECT_FALSE(copy("file", "character"));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotCopyable);
+    EXPECT_FALSE(copy("file", "block"));
+    EXPECT_THAT(targetNames(), testing::ElementsAre("block", "character"));
+    EXPECT_NE(target().fileType(targetPath("block")), Types(FileType::Regular));
+    EXPECT_NE(target().fileType(targetPath("character")), Types(FileType::Regular));
+}
+
+TEST_P(FileCopyContract, WritesInPlaceWhenWanted)
+{
+    for (const char* before : {"longer than what is copied", "short", ""}) {
+        makeSource("file", "new bytes");
+        makeTarget("copy", before);
+        const std::string other = targetPath("other name");
+        ASSERT_EQ(
+            ::link(localTargetPath(targetPath("copy")).c_str(), localTargetPath(other).c_str()), 0);
+        ASSERT_TRUE(target().fileSetPermissions(targetPath("copy"), Permissions(0640U)));
+        EXPECT_TRUE(copy("file", "copy", CopyOption::InPlace)) << Failure::last().message();
+        EXPECT_EQ(targetContent("copy"), "new bytes");
+        EXPECT_EQ(targetContent("other name"), "new bytes") << "not the same file";
+        EXPECT_EQ(target().fileGetPermissions(targetPath("copy")), Permissions(0640U));
+        EXPECT_TRUE(target().fileRemove(other));
+        EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
+        EXPECT_TRUE(target().fileRemove(targetPath("copy")));
+    }
+    EXPECT_TRUE(copy("file", "new", CopyOption::InPlace));
+    EXPECT_EQ(targetContent("new"), "new bytes");
+}
+
+TEST_P(FileCopyContract, NeedsNoRoomBesideItToWriteInPlace)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    makeSource("file", "after");
+    ASSERT_TRUE(target().directoryMakePath(targetPath("closed"), false));
+    makeTarget("closed/copy", "before");
+    ASSERT_TRUE(target().directorySetPermissions(targetPath("closed"), Permissions(0555U)));
+    EXPECT_FALSE(copy("file", "closed/copy"));
+    EXPECT_EQ(targetContent("closed/copy"), "before");
+    EXPECT_TRUE(copy("file", "closed/copy", CopyOption::InPlace)) << Failure::last().message();
+    EXPECT_EQ(targetContent("closed/copy"), "after");
+    EXPECT_TRUE(target().directorySetPermissions(targetPath("closed"), Permissions(0755U)));
 }
 
 TEST_P(FileCopyContract, KeepsTheTimeWhenWanted)
@@ -348,6 +461,27 @@ TEST_P(FileCopyInPlaceContract, LongestNameIsCopied)
     makeFile("file", "bytes");
     EXPECT_TRUE(system().fileCopyAs(path("file"), system(), path(longest)));
     EXPECT_EQ(contentOf(path(longest)), "bytes");
+}
+
+TEST_P(FileCopyInPlaceContract, OntoItselfWrittenInPlaceLosesNothing)
+{
+    makeFile("file", "stays");
+    ASSERT_EQ(::link(localPath(path("file")).c_str(), localPath(path("other")).c_str()), 0);
+    for (const char* const name : {"file", "./file", "other"}) {
+        static_cast<void>(
+            system().fileCopyAs(path("file"), system(), path(name), {}, CopyOption::InPlace));
+        EXPECT_EQ(contentOf(path("file")), "stays") << name;
+    }
+}
+
+TEST_P(FileCopyInPlaceContract, OntoAnotherNameOfItselfMakesTwoFiles)
+{
+    makeFile("file", "bytes");
+    ASSERT_EQ(::link(localPath(path("file")).c_str(), localPath(path("other")).c_str()), 0);
+    EXPECT_TRUE(system().fileCopyAs(path("file"), system(), path("other")));
+    writeContent(system(), path("other"), "changed");
+    EXPECT_EQ(contentOf(path("file")), "bytes");
+    EXPECT_THAT(names(), testing::ElementsAre("file", "other"));
 }
 
 TEST_P(FileCopyInPlaceContract, PipeIsNotCopied)

@@ -1,5 +1,7 @@
 #include "contract/ContractTest.h"
 
+#include <unistd.h>
+
 namespace TarnisTest {
 
 namespace {
@@ -210,6 +212,15 @@ TEST_P(FileMoveContract, ADanglingLinkIsMovedToo)
     EXPECT_TRUE(system().fileMoveAs(path("dangling"), path("new")));
     EXPECT_EQ(system().fileSymbolicLinkTarget(path("new")), textTo("nowhere"));
     EXPECT_THAT(names(), testing::ElementsAre("new"));
+}
+
+TEST_P(FileMoveContract, OntoAnotherNameOfItselfLeavesBoth)
+{
+    makeFile("file", "stays");
+    ASSERT_EQ(::link(localPath(path("file")).c_str(), localPath(path("other")).c_str()), 0);
+    EXPECT_FALSE(system().fileMoveAs(path("file"), path("other")));
+    EXPECT_THAT(names(), testing::ElementsAre("file", "other"));
+    EXPECT_EQ(contentOf(path("file")), "stays");
 }
 
 INSTANTIATE_TEST_SUITE_P(Contract, FileMoveContract, testing::ValuesIn(backends()), backendName);

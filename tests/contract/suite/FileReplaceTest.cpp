@@ -1,7 +1,11 @@
 #include "contract/ContractTest.h"
 
+#include <FileSystem/Failure.h>
+
 #include <atomic>
 #include <thread>
+
+#include <unistd.h>
 
 namespace TarnisTest {
 
@@ -120,6 +124,41 @@ TEST_P(FileReplaceContract, LeavesNoMomentWithoutAFile)
     }
     replacing.join();
     EXPECT_THAT(names(), testing::ElementsAre("target"));
+}
+
+TEST_P(FileReplaceContract, OneNameOfAFileByAnotherLeavesTheNewOne)
+{
+    makeFile("old", "bytes");
+    ASSERT_EQ(::link(localPath(path("old")).c_str(), localPath(path("new")).c_str()), 0);
+    EXPECT_TRUE(system().fileReplaceAs(path("old"), path("new")))
+        << FileSystem::Failure::last().message();
+    EXPECT_THAT(names(), testing::ElementsAre("new"));
+    EXPECT_EQ(contentOf(path("new")), "bytes");
+}
+
+TEST_P(FileReplaceContract, AFileByItselfOnAnotherWayStays)
+{
+    makeDirectory("directory");
+    makeFile("directory/file", "stays");
+    ASSERT_EQ(::symlink("directory", localPath(path("way")).c_str()), 0);
+    static_cast<void>(system().fileReplaceAs(path("directory/file"), path("way/file")));
+    EXPECT_EQ(contentOf(path("directory/file")), "stays");
+    EXPECT_THAT(names(path("directory")), testing::ElementsAre("file"));
+}
+
+TEST_P(FileReplaceContract, NeitherTakesNorReplacesAPipe)
+{
+    using FileSystem::Failure;
+    using FileSystem::FailureCode;
+    makeFile("file", "stays");
+    makePipe("pipe");
+    EXPECT_FALSE(system().fileReplaceAs(path("file"), path("pipe")));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotCopyable);
+    EXPECT_EQ(Failure::last().entry(), path("pipe"));
+    EXPECT_FALSE(system().fileReplaceAs(path("pipe"), path("file")));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotCopyable);
+    EXPECT_EQ(contentOf(path("file")), "stays");
+    EXPECT_THAT(names(), testing::ElementsAre("file", "pipe"));
 }
 
 class LinkReplaceContract : public LinkContractTest

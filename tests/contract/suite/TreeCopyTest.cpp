@@ -1,10 +1,13 @@
 #include "contract/CopyRoutes.h"
 #include "support/PseudoRandom.h"
 
+#include <FileSystem/Failure.h>
+
 #include <gmock/gmock.h>
 
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -141,6 +144,62 @@ TEST_P(TreeCopyContract, KeepsPermissionsAndTimesWhenWanted)
     expect("copy/sub/file", 0604U, 1'000'000'001);
     expect("copy/sub", 0750U, 1'000'000'002);
     expect("copy", 0711U, 1'000'000'003);
+}
+
+TEST_P(TreeCopyContract, GivesNewDirectoriesTheSourcesPermissionsLessTheUmask)
+{
+    makeSourceDirectory("tree/private");
+    makeSourceDirectory("tree/locked");
+    makeSource("tree/private/file", "bytes");
+    makeSource("tree/locked/file", "bytes");
+    ASSERT_TRUE(source().fileSetPermissions(sourcePath("tree/private"), Permissions(0700U)));
+    ASSERT_TRUE(source().fileSetPermissions(sourcePath("tree/locked"), Permissions(0575U)));
+    ASSERT_TRUE(source().fileSetPermissions(sourcePath("tree"), Permissions(0777U)));
+    EXPECT_TRUE(copy("tree", "copy", recursive));
+    for (const auto& [name, mode] : {std::pair("copy", 0777U), std::pair("copy/private", 0700U),
+                                     std::pair("copy/locked", 0575U)}) {
+        EXPECT_EQ(target().fileGetPermissions(targetPath(name)), lessUmask(Permissions(mode)))
+            << name;
+    }
+    EXPECT_EQ(targetContent("copy/locked/file"), "bytes");
+    EXPECT_TRUE(source().fileSetPermissions(sourcePath("tree/locked"), Permissions(0755U)));
+    EXPECT_TRUE(target().fileSetPermissions(targetPath("copy/locked"), Permissions(0755U)));
+}
+
+TEST_P(TreeCopyContract, LeavesWhatItFillsItsOwnPermissions)
+{
+    makeSourceDirectory("tree");
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy"), false));
+    ASSERT_TRUE(target().fileSetPermissions(targetPath("copy"), Permissions(0751U)));
+    for (const std::string name : {"1", "2", "3", "4", "5", "6"}) {
+        makeSource("tree/" + name, "after");
+        makeTarget("copy/" + name, "before");
+        ASSERT_TRUE(target().fileSetPermissions(targetPath("copy/" + name), Permissions(0640U)));
+    }
+    EXPECT_TRUE(copy("tree", "copy", recursive));
+    EXPECT_EQ(target().fileGetPermissions(targetPath("copy")), Permissions(0751U));
+    for (const std::string name : {"1", "6"}) {
+        EXPECT_EQ(targetContent("copy/" + name), "after");
+        EXPECT_EQ(target().fileGetPermissions(targetPath("copy/" + name)), Permissions(0640U));
+    }
+}
+
+TEST_P(TreeCopyContract, NeverReplacesAPipeOrASocket)
+{
+    makeSourceDirectory("tree");
+    makeSource("tree/pipe", "bytes");
+    makeSource("tree/socket", "bytes");
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy"), false));
+    makeTargetPipe("copy/pipe");
+    EXPECT_FALSE(copy("tree", "copy", recursive));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::NotCopyable);
+    EXPECT_EQ(FileSystem::Failure::last().entry(), targetPath("copy/pipe"));
+    EXPECT_TRUE(target().fileRemove(targetPath("copy/pipe")));
+    makeTargetSocket("copy/socket");
+    EXPECT_FALSE(copy("tree", "copy", recursive));
+    EXPECT_EQ(FileSystem::Failure::last().entry(), targetPath("copy/socket"));
+    EXPECT_NE(target().fileType(targetPath("copy/socket")), Types(FileType::Regular));
+    expectNothingHalfWritten("copy");
 }
 
 TEST_P(TreeCopyContract, FillsADirectoryThatMustNotBeWrittenAfterwards)

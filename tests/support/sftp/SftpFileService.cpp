@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <optional>
+#include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -176,6 +177,7 @@ struct SftpFileService::Opened
     bool isDirectory = false;
     std::vector<std::string> entries;
     std::size_t told = 0;
+    bool isWritten = false;
 };
 
 SftpFileService::SftpFileService(const fs::path& root, const SftpScript& script)
@@ -252,10 +254,36 @@ SftpMessage SftpFileService::open(SftpReader& in)
     if (!reads && !mayChangeTarget(opened->path)) {
         return outcome(-1);
     }
+    const bool isNew = (flags & SftpOpen::kCreate) != 0 && !fs::exists(opened->path);
+    const std::uint32_t mode = wanted.permissions.value_or(0666);
     const int ignored = script_.ignoresExclusive ? O_EXCL : 0;
-    opened->file = UniqueFd(::open(opened->path.c_str(), posixFlags(flags) & ~ignored,
-                                   wanted.permissions.value_or(0666)));
-    return opened->file.isOpen() ? keep(std::move(opened)) : outcome(-1);
+    const int added = isEmptiedOnOpening(flags) ? O_TRUNC : 0;
+    opened->file =
+        UniqueFd(::open(opened->path.c_str(), (posixFlags(flags) & ~ignored) | added, mode));
+    if (!opened->file.isOpen()) {
+        return outcome(-1);
+    }
+    if (isNew) {
+        setModeOfNew(opened->path, mode, 0666);
+    }
+    return keep(std::move(opened));
+}
+
+bool SftpFileService::isEmptiedOnOpening(std::uint32_t flags) const
+{
+    const bool writes = (flags & SftpOpen::kWrite) != 0;
+    const bool reads = (flags & SftpOpen::kRead) != 0;
+    return writes && (script_.emptying == SftpEmptying::OpenedToWrite ||
+                      (script_.emptying == SftpEmptying::OpenedToWriteOnly && !reads));
+}
+
+void SftpFileService::setModeOfNew(const std::string& path, std::uint32_t asked,
+                                   std::uint32_t everybodys) const
+{
+    if (script_.ignoresModes || script_.umask) {
+        const std::uint32_t mode = script_.ignoresModes ? everybodys : asked;
+        ::chmod(path.c_str(), mode & ~static_cast<std::uint32_t>(script_.umask.value_or(0)));
+    }
 }
 
 SftpMessage SftpFileService::close(SftpReader& in)
@@ -287,7 +315,7 @@ SftpMessage SftpFileService::read(SftpReader& in)
 
 SftpMessage SftpFileService::write(SftpReader& in)
 {
-    const Opened* const opened = find(in.text());
+    Opened* const opened = find(in.text());
     const std::uint64_t offset = in.number64();
     const std::string data = in.text();
     const auto& badByte = script_.failWriteAt;
@@ -295,6 +323,11 @@ SftpMessage SftpFileService::write(SftpReader& in)
         data.size() > script_.maxWrite.value_or(data.size()) ||
         (badByte && offset <= *badByte && *badByte - offset < data.size())) {
         return sftpStatus(SftpStatus::Failure);
+    }
+    const bool isFirst = !std::exchange(opened->isWritten, true);
+    if (isFirst && script_.emptying == SftpEmptying::FirstWritten &&
+        ::ftruncate(opened->file.get(), 0) != 0) {
+        return outcome(-1);
     }
     const std::uint64_t space = script_.diskSpace.value_or(written_ + data.size());
     const std::size_t fitting =
@@ -388,7 +421,12 @@ SftpMessage SftpFileService::makeDirectory(SftpReader& in) const
 {
     const std::string path = absolute(in.text());
     const WantedAttributes wanted(in);
-    return outcome(mayChange(path) ? ::mkdir(path.c_str(), wanted.permissions.value_or(0777)) : -1);
+    const std::uint32_t mode = wanted.permissions.value_or(0777);
+    const int result = mayChange(path) ? ::mkdir(path.c_str(), mode) : -1;
+    if (result == 0) {
+        setModeOfNew(path, mode, 0777);
+    }
+    return outcome(result);
 }
 
 SftpMessage SftpFileService::realPath(SftpReader& in) const

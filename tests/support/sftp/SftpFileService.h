@@ -50,6 +50,8 @@ private:
     SftpMessage extended(SftpReader& in) const;
 
     SftpMessage attributes(int result, const struct stat& info) const;
+    void setModeOfNew(const std::string& path, std::uint32_t asked, std::uint32_t everybodys) const;
+    bool isEmptiedOnOpening(std::uint32_t flags) const;
     std::string attributeBlock(const struct stat& info) const;
     std::string nameEntry(const std::string& name, const struct stat& info) const;
     std::vector<std::string> listing(const std::string& path) const;

@@ -20,6 +20,9 @@ void visitFields(Script& script, Field&& field)
     field("maxWrite", script.maxWrite);
     field("failWriteAt", script.failWriteAt);
     field("diskSpace", script.diskSpace);
+    field("emptying", script.emptying);
+    field("ignoresModes", script.ignoresModes);
+    field("umask", script.umask);
     field("order", script.order);
     field("heldReplies", script.heldReplies);
     field("heldRequest", script.heldRequest);

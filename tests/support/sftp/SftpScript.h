@@ -38,6 +38,15 @@ enum class SftpLinkAnswer : std::uint8_t
     Absolute, ///< resolved to an absolute path
 };
 
+/// Which files a server empties when it opens them, though it was not asked to.
+enum class SftpEmptying : std::uint8_t
+{
+    None,
+    OpenedToWrite,     ///< Those that are opened to be written.
+    OpenedToWriteOnly, ///< Those that are opened to be written and not to be read.
+    FirstWritten,      ///< Those that are written to, with the first write.
+};
+
 /// An extension that the server announces.
 struct SftpExtension
 {
@@ -72,6 +81,13 @@ struct SftpScript
     /// So many bytes can be written in a session: then the disk is full. What still fits of a Write
     /// is written, and the Write fails.
     std::optional<std::uint64_t> diskSpace;
+
+    // Files
+    SftpEmptying emptying = SftpEmptying::None;
+    /// New files and directories are everybody's, whatever permissions they are asked for with.
+    bool ignoresModes = false;
+    /// In place of the one that the server was started with.
+    std::optional<std::uint64_t> umask;
 
     // Order of replies
     SftpOrder order = SftpOrder::AsReceived;

@@ -19,13 +19,6 @@ using testing::IsEmpty;
 using CopyTest = FilesTest;
 using ScriptedCopyTest = ScriptedFilesTest;
 
-mode_t modeOf(const std::string& path)
-{
-    struct stat status = {};
-    EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 0777U;
-}
-
 TEST_F(CopyTest, EveryByteGoesThereAndBack)
 {
     const std::string data = pseudoRandomBytes(1, 3'000'001);

@@ -61,6 +61,18 @@ void ScriptedFilesTest::put(const std::string& name, const std::string& text)
     ASSERT_TRUE(file.flush()) << path;
 }
 
+struct stat statusOf(const std::string& path)
+{
+    struct stat status = {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+    return status;
+}
+
+mode_t modeOf(const std::string& path)
+{
+    return statusOf(path).st_mode & 07777U;
+}
+
 std::vector<std::string> namesIn(const std::string& directory)
 {
     std::vector<std::string> names;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace TarnisTest {
 
 /// The program's file commands, and a user who is known to a server.
@@ -80,6 +82,12 @@ protected:
 private:
     std::unique_ptr<ScriptedSftpServer> server_;
 };
+
+/// What stands at a path of this machine, a link itself.
+struct stat statusOf(const std::string& path);
+
+/// Its permissions, all twelve.
+mode_t modeOf(const std::string& path);
 
 /// The names in a directory of this machine, in ascending order, hidden ones too.
 std::vector<std::string> namesIn(const std::string& directory);

@@ -21,18 +21,6 @@ using testing::HasSubstr;
 constexpr std::size_t kSize = 3'000'000;
 constexpr std::size_t kBeginning = 2'500'000;
 
-struct stat statusOf(const std::string& path)
-{
-    struct stat status = {};
-    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-    return status;
-}
-
-mode_t modeOf(const std::string& path)
-{
-    return statusOf(path).st_mode & 07777U;
-}
-
 time_t timeOf(const std::string& path)
 {
     return statusOf(path).st_mtime;
@@ -67,7 +55,11 @@ private:
     std::unique_ptr<TcpProxy> proxy_;
 };
 
-using ScriptedResumeTest = ScriptedFilesTest;
+class ScriptedResumeTest : public ScriptedFilesTest
+{
+protected:
+    const std::string data_ = pseudoRandomBytes(1, kSize);
+};
 
 TEST_F(ResumeTest, PutSendsOnlyWhatIsMissing)
 {
@@ -207,6 +199,35 @@ TEST_F(ScriptedResumeTest, AFullDiskThatIsToldAtTheEndIsNoSuccess)
     sftp().setScript({});
     expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+}
+
+TEST_F(ScriptedResumeTest, BeginsAnewWhereTheServerEmptiesWhatItOpens)
+{
+    here().write("f", data_);
+    for (const SftpEmptying emptying :
+         {SftpEmptying::OpenedToWrite, SftpEmptying::OpenedToWriteOnly,
+          SftpEmptying::FirstWritten}) {
+        put(".f.tarnis-part", data_.substr(0, kBeginning));
+        SftpScript script;
+        script.emptying = emptying;
+        sftp().setScript(script);
+        expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+        EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
+        EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+        std::filesystem::remove(sftp().path("f"));
+    }
+}
+
+TEST_F(ScriptedResumeTest, GoesOnWhereTheServerEmptiesWhatItOpensToWriteOnly)
+{
+    here().write("f", data_);
+    put(".f.tarnis-part", data_.substr(0, kBeginning));
+    SftpScript script;
+    script.emptying = SftpEmptying::OpenedToWriteOnly;
+    script.diskSpace = kSize - kBeginning;
+    sftp().setScript(script);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
 }
 
 TEST_F(ScriptedResumeTest, AFileThatGrowsMeanwhileIsNoSuccess)

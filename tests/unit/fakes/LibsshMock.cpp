@@ -481,6 +481,11 @@ sftp_attributes sftp_lstat(sftp_session sftp, const char* path)
     return LibsshMock::active().sftp_lstat(sftp, path);
 }
 
+sftp_attributes sftp_fstat(sftp_file file)
+{
+    return LibsshMock::active().sftp_fstat(file);
+}
+
 sftp_attributes sftp_stat(sftp_session sftp, const char* path)
 {
     return LibsshMock::active().sftp_stat(sftp, path);

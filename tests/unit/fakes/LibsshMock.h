@@ -108,6 +108,7 @@ public:
     MOCK_METHOD(int, sftp_init, (sftp_session));
     MOCK_METHOD(int, sftp_extension_supported, (sftp_session, const char*, const char*));
     MOCK_METHOD(sftp_attributes, sftp_lstat, (sftp_session, const char*));
+    MOCK_METHOD(sftp_attributes, sftp_fstat, (sftp_file));
     MOCK_METHOD(sftp_attributes, sftp_stat, (sftp_session, const char*));
     MOCK_METHOD(int, sftp_setstat, (sftp_session, const char*, sftp_attributes));
     MOCK_METHOD(int, sftp_chmod, (sftp_session, const char*, mode_t));

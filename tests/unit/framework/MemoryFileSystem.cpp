@@ -3,11 +3,14 @@
 #include "framework/MemoryFile.h"
 
 #include <FileSystem/DirectoryListing.h>
+#include <FileSystem/FailureScope.h>
 
 #include <algorithm>
 #include <regex>
 #include <utility>
 
+using FileSystem::fail;
+using FileSystem::FailureCode;
 using FileSystem::StorageSystemDirectoryFilterType;
 using FileSystem::StorageSystemDirectoryInfo;
 using FileSystem::StorageSystemFile;
@@ -69,6 +72,10 @@ Type typeOf(const MemoryNode& node)
         return StorageSystemFileTypeFlag::Directory;
     case MemoryNode::Kind::Link:
         return StorageSystemFileTypeFlag::SymbolicLink | StorageSystemFileTypeFlag::Regular;
+    case MemoryNode::Kind::Socket:
+        return StorageSystemFileTypeFlag::Regular | StorageSystemFileTypeFlag::Directory;
+    case MemoryNode::Kind::BlockDevice:
+        return StorageSystemFileTypeFlag::Directory;
     case MemoryNode::Kind::Pipe:
         break;
     }
@@ -109,6 +116,27 @@ void MemoryFileSystem::addLink(const std::string& path, const std::string& targe
 void MemoryFileSystem::addPipe(const std::string& path)
 {
     add(path, {MemoryNode::Kind::Pipe, {}, Permissions(0644U), now()});
+}
+
+void MemoryFileSystem::addSocket(const std::string& path)
+{
+    add(path, {MemoryNode::Kind::Socket, {}, Permissions(0644U), now()});
+}
+
+void MemoryFileSystem::addBlockDevice(const std::string& path)
+{
+    add(path, {MemoryNode::Kind::BlockDevice, {}, Permissions(0644U), now()});
+}
+
+void MemoryFileSystem::addName(const std::string& path, const std::string& existing)
+{
+    nodes_[path] = nodes_.at(existing);
+}
+
+MemoryFileSystem::Permissions MemoryFileSystem::permissionsOfNew(Permissions asked,
+                                                                 unsigned everybodys) const
+{
+    return Permissions(behaviour.ignoresModes ? everybodys : asked.raw() & ~behaviour.umask);
 }
 
 void MemoryFileSystem::add(const std::string& path, MemoryNode node)
@@ -208,8 +236,14 @@ bool MemoryFileSystem::mayChangeEntriesOf(const std::string& directory) const
 
 bool MemoryFileSystem::insert(const std::string& key, const std::shared_ptr<MemoryNode>& node) const
 {
-    if (!mayChangeEntriesOf(parentOf(key)) || !nodes_.emplace(key, node).second) {
-        return false;
+    if (find(parentOf(key)) == nullptr) {
+        return fail(FailureCode::NotFound);
+    }
+    if (!mayChangeEntriesOf(parentOf(key))) {
+        return fail(FailureCode::Denied);
+    }
+    if (!nodes_.emplace(key, node).second) {
+        return fail(FailureCode::Exists);
     }
     find(parentOf(key))->modTime = now();
     return true;
@@ -258,12 +292,13 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
     const bool creates = mode.has(Mode::Create);
     const auto key = resolve(path, !mode.has(Mode::Exclusive));
     if (!key || path.back() == '/') {
+        fail(FailureCode::NotFound);
         return nullptr;
     }
     auto node = find(*key);
     if (node == nullptr && creates) {
         node = std::make_shared<MemoryNode>(
-            MemoryNode{MemoryNode::Kind::File, {}, permissions, now()});
+            MemoryNode{MemoryNode::Kind::File, {}, permissionsOfNew(permissions, 0666U), now()});
         if (!insert(*key, node)) {
             return nullptr;
         }
@@ -295,7 +330,11 @@ std::optional<StorageSystemFileInfo> MemoryFileSystem::do_fileInfo(const std::st
 {
     note("info", path);
     const auto node = existing(path, false);
-    return node == nullptr ? std::nullopt : std::make_optional(describe(path, *node));
+    if (node == nullptr) {
+        fail(FailureCode::NotFound);
+        return std::nullopt;
+    }
+    return describe(path, *node);
 }
 
 std::optional<StorageSystemStorageInfo>
@@ -323,7 +362,7 @@ bool MemoryFileSystem::do_fileSetPermissions(const std::string& path,
     note("setPermissions", path);
     const auto node = existing(path, true);
     if (node == nullptr || behaviour.refusesPermissions) {
-        return false;
+        return fail(node == nullptr ? FailureCode::NotFound : FailureCode::Denied);
     }
     node->permissions = permissions;
     return true;
@@ -335,7 +374,7 @@ bool MemoryFileSystem::do_fileSetModTime(const std::string& path, const Time tim
     note("setModTime", path);
     const auto node = existing(path, true);
     if (node == nullptr || behaviour.refusesTimes) {
-        return false;
+        return fail(node == nullptr ? FailureCode::NotFound : FailureCode::Denied);
     }
     node->modTime = time;
     return true;
@@ -433,6 +472,28 @@ bool MemoryFileSystem::do_directorySymbolicLinkRemove(const std::string& path) c
     return do_fileSymbolicLinkRemove(path);
 }
 
+/// Makes room for what is renamed.
+bool MemoryFileSystem::mayReplace(const std::string& from, const std::string& to) const
+{
+    const auto standing = find(to);
+    if (standing == nullptr) {
+        return true;
+    }
+    if (from == to || !behaviour.renamingReplaces) {
+        return fail(FailureCode::Exists);
+    }
+    if (!isDirectory(standing)) {
+        return erase(to);
+    }
+    if (!behaviour.renamingReplacesDirectories) {
+        return fail(FailureCode::IsDirectory);
+    }
+    for (const auto& name : childNames(to)) {
+        nodes_.erase(to + "/" + name);
+    }
+    return erase(to);
+}
+
 bool MemoryFileSystem::do_fileRenameAs(const std::string& path, const std::string& newPath) const
 {
     note("rename", path);
@@ -442,9 +503,10 @@ bool MemoryFileSystem::do_fileRenameAs(const std::string& path, const std::strin
         (behaviour.refusesRename && behaviour.refusesRename(path, newPath))) {
         return false;
     }
-    const auto standing = find(*to);
-    if (standing != nullptr &&
-        (!behaviour.renamingReplaces || isDirectory(standing) || !erase(*to))) {
+    if (behaviour.renamingKnowsNames && find(*to) == find(*from)) {
+        return true;
+    }
+    if (!mayReplace(*from, *to)) {
         return false;
     }
     Nodes moved;
@@ -504,8 +566,11 @@ bool MemoryFileSystem::do_directoryCreateAs(const std::string& path, bool exclus
     }
     note("makeDirectory", path);
     const auto key = resolve(path, false);
-    return key && insert(*key, std::make_shared<MemoryNode>(MemoryNode{
-                                   MemoryNode::Kind::Directory, {}, permissions, now()}));
+    return key &&
+           insert(
+               *key,
+               std::make_shared<MemoryNode>(MemoryNode{
+                   MemoryNode::Kind::Directory, {}, permissionsOfNew(permissions, 0777U), now()}));
 }
 
 bool MemoryFileSystem::do_directoryRemove(const std::string& path) const

@@ -23,6 +23,8 @@ struct MemoryNode
         Directory,
         Link,
         Pipe,
+        Socket,
+        BlockDevice, ///< With the type of a directory, as over SFTP.
     };
 
     Kind kind = Kind::File;
@@ -39,6 +41,14 @@ struct MemoryBehaviour
     bool isSuperuser = false;
     /// Renaming onto something replaces it. Otherwise it fails.
     bool renamingReplaces = false;
+    /// Renaming onto a directory replaces it, with all below it.
+    bool renamingReplacesDirectories = false;
+    /// Renaming one name of a file onto another does nothing, and succeeds.
+    bool renamingKnowsNames = false;
+    /// What new files and directories do not get.
+    unsigned umask = 0;
+    /// New files and directories are everybody's, whatever permissions they are made with.
+    bool ignoresModes = false;
     bool refusesTimes = false;
     bool refusesPermissions = false;
     bool refusesLinks = false;
@@ -108,6 +118,10 @@ public:
     void addFile(const std::string& path, const std::string& bytes, unsigned permissions = 0644);
     void addLink(const std::string& path, const std::string& target);
     void addPipe(const std::string& path);
+    void addSocket(const std::string& path);
+    void addBlockDevice(const std::string& path);
+    /// Another name of what stands at a path.
+    void addName(const std::string& path, const std::string& existing);
     void setModTime(const std::string& path, Time time);
 
     // Looking at it. Paths of these follow no link.
@@ -176,6 +190,8 @@ protected:
 
 private:
     void add(const std::string& path, MemoryNode node);
+    Permissions permissionsOfNew(Permissions asked, unsigned everybodys) const;
+    bool mayReplace(const std::string& from, const std::string& to) const;
     std::shared_ptr<MemoryNode> find(const std::string& key) const;
     std::optional<std::string> resolve(const std::string& path, bool followLast,
                                        int links = 0) const;

@@ -3,6 +3,7 @@
 #include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/Pattern.h"
+#include "files/StreamedCopy.h"
 #include "terminal/Messages.h"
 
 #include <CLI/CLI.hpp>
@@ -17,6 +18,9 @@ CopyCommand::CopyCommand(CLI::App& program, const std::string& name, const std::
                            "Copy directories with all below them; links are copied as links");
     commandLine().add_flag("-p,--preserve", options_.preserves,
                            "Keep permissions and modification times");
+    commandLine().add_flag("--inplace", options_.isInPlace,
+                           "Write into the file that is there, for one in a directory that may "
+                           "not be written. Not atomic: a failure leaves it half-written");
 }
 
 void CopyCommand::declareResume()
@@ -26,9 +30,36 @@ void CopyCommand::declareResume()
                            "the source first. An interruption keeps what was copied");
 }
 
+void CopyCommand::checkOptions() const
+{
+    if (options_.resumes && options_.isInPlace) {
+        throw UsageError("--resume gathers a file beside its target, --inplace writes into it: "
+                         "only one of them");
+    }
+}
+
+void CopyCommand::writeInto(RemotePlace& remote, Place& from, const std::string& source, Place& to,
+                            const std::string& target) const
+{
+    to.forgetFailures();
+    if (to.kindOf(target) == TargetKind::Refused) {
+        to.fail("cannot copy to", target, "it leads to a disk or a socket");
+    }
+    if (options_.resumes) {
+        to.fail("cannot go on in", target, "it is no file");
+    }
+    const Cancellation cancellation(remote.session());
+    StreamedCopy(from, source, target, cancellation).run();
+}
+
 int CopyCommand::copyAll(RemotePlace& remote, Place& from, const std::vector<std::string>& sources,
                          Place& to, const std::string& target) const
 {
+    checkOptions();
+    if (sources.size() == 1 && to.kindOf(target) != TargetKind::Ordinary) {
+        writeInto(remote, from, sources.front(), to, target);
+        return ExitCode::success;
+    }
     const Destination destination(to, target, sources.size());
     const Cancellation cancellation(remote.session());
     TreeCopy copy(from, to, options_, cancellation);

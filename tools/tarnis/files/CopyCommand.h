@@ -25,6 +25,10 @@ protected:
     const CopyOptions& options() const noexcept { return options_; }
 
 private:
+    void checkOptions() const;
+    void writeInto(RemotePlace& remote, Place& from, const std::string& source, Place& to,
+                   const std::string& target) const;
+
     CopyOptions options_;
 };
 

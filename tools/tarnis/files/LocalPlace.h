@@ -17,6 +17,8 @@ public:
 
     std::string display(const std::string& path) const override { return textOf(path); }
 
+    TargetKind kindOf(const std::string& path) const override { return kindOfTarget(path); }
+
     std::string readingProblem(const std::string& path) override;
     void forgetFailures() override;
     std::string lastReason() override;

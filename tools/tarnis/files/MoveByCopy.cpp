@@ -2,6 +2,7 @@
 
 #include "Failure.h"
 #include "files/EntryNames.h"
+#include "files/NewDirectory.h"
 #include "terminal/ProgressBar.h"
 
 #include <algorithm>
@@ -88,7 +89,7 @@ void MoveByCopy::copy(std::uint64_t totalBytes)
 /// Exclusively: what is taken back later is nobody else's.
 void MoveByCopy::makeTarget()
 {
-    if (!place_.system().directoryCreateAs(target_, true, ownerOnly)) {
+    if (!makeNewDirectory(place_.system(), target_, ownerOnly)) {
         fail("its new place cannot be made");
     }
 }

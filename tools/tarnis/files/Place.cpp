@@ -17,6 +17,12 @@ std::string joinReasons(const std::string& first, const std::string& second)
     return first + " (" + second + ")";
 }
 
+TargetKind Place::kindOf(const std::string& path) const
+{
+    static_cast<void>(path);
+    return TargetKind::Ordinary;
+}
+
 std::string Place::readingProblem(const std::string& path)
 {
     static_cast<void>(path);

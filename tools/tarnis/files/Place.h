@@ -1,5 +1,7 @@
 #pragma once
 
+#include "files/StreamTarget.h"
+
 #include <FileSystem/FileSystem2.h>
 
 #include <string>
@@ -28,6 +30,9 @@ public:
 
     /// What is known of why the last operation failed; empty for nothing.
     virtual std::string lastReason() { return {}; }
+
+    /// What a path leads to, as far as a copy of one file must know that is to go there.
+    virtual TargetKind kindOf(const std::string& path) const;
 
     /// Throws a Failure when the place is gone altogether, as after a lost connection.
     virtual void requireAlive() {}

@@ -3,6 +3,7 @@
 #include "files/SinkFile.h"
 #include "files/TailFile.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/StorageSystemFile.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@ using FileSystem::StorageSystemFile;
 using FileSystem::StorageSystemReadResult;
 
 constexpr std::size_t longestName = 255;
+constexpr std::uint64_t checkedSize = 32'768;
 constexpr auto ownerOnly = Permission::OwnerRead | Permission::OwnerWrite;
 constexpr const char* suffix = ".tarnis-part";
 
@@ -94,6 +96,20 @@ private:
     std::vector<char> buffer_;
 };
 
+/// What a file holds there; empty when it cannot be read. Shorter where it ends before.
+std::optional<std::string> bytesAt(const StorageSystemFile& file, std::uint64_t offset,
+                                   std::uint64_t size)
+{
+    std::string bytes(size, '\0');
+    if (!file.seek(offset)) {
+        return std::nullopt;
+    }
+    const auto read = file.readFully(bytes.data(), size);
+    bytes.resize(read.count);
+    return read.status == StorageSystemReadResult::Status::Error ? std::nullopt
+                                                                 : std::optional(bytes);
+}
+
 } // namespace
 
 ResumedCopy::ResumedCopy(const FileSystem::FileSystem2& from, const FileSystem::FileSystem2& to,
@@ -114,15 +130,29 @@ bool ResumedCopy::run(const std::string& source, const std::string& target)
     source_ = source;
     target_ = target;
     part_ = partOf(to_, target);
-    const auto complete = isComplete();
+    const auto complete = lookAtTarget() ? isComplete() : std::nullopt;
     if (!complete) {
         return false;
     }
     if (*complete) {
-        return setAttributes(target_) && progress_(info_.size);
+        setAttributes(target_);
+        return progress_(info_.size);
     }
     const auto start = findStart();
-    return start && fill(*start) && publish();
+    return start && fillAndCheck(*start) && publish();
+}
+
+/// What is neither a file nor a link is not replaced.
+bool ResumedCopy::lookAtTarget()
+{
+    const auto info = to_.fileInfo(target_);
+    if (info && isRegularFile(info->type)) {
+        standing_ = info->permissions;
+    } else if (info && !isSymbolicLink(info->type)) {
+        problem_ = isDirectory(info->type) ? "a directory stands there"
+                                           : "something that is no file stands there";
+    }
+    return problem_.empty();
 }
 
 bool ResumedCopy::hasPart() const
@@ -197,9 +227,23 @@ std::optional<bool> ResumedCopy::beginsAlike(const std::string& path)
     return comparison.result() == Result::Same;
 }
 
+/// A server may also lose what the part held when the first byte is written.
+bool ResumedCopy::fillAndCheck(std::uint64_t start)
+{
+    if (!fill(start)) {
+        return false;
+    }
+    const auto isWhole = isWholeBefore(start);
+    return isWhole && (*isWhole || fill(0));
+}
+
 bool ResumedCopy::fill(std::uint64_t start)
 {
     auto part = openPart(start);
+    // Some servers empty a file that is opened to be written.
+    if (part != nullptr && start > 0 && to_.fileSize(part_) != start) {
+        start = 0;
+    }
     if (part == nullptr || !append(*part, start) || !part->commit()) {
         return false;
     }
@@ -211,19 +255,71 @@ bool ResumedCopy::fill(std::uint64_t start)
     return true;
 }
 
-/// What is to have permissions of its own is nobody else's to read before it has them, also where
-/// an interruption leaves it for long.
-std::unique_ptr<StorageSystemFile> ResumedCopy::openPart(std::uint64_t start)
+/// Whether the part still begins, and ends where the rest was put behind it, as the source does.
+/// Empty when that could not be found out.
+std::optional<bool> ResumedCopy::isWholeBefore(std::uint64_t start)
 {
-    const bool isThere = to_.fileExists(part_, false);
-    const bool isPrivate = options_.has(Option::PreservePermissions);
-    if (isThere && isPrivate && !to_.fileSetPermissions(part_, ownerOnly)) {
-        return nullptr;
+    if (start == 0) {
+        return true;
     }
-    const auto create = isThere ? Mode::Truncate : Mode::Exclusive;
-    const auto mode =
-        start > 0 ? Utilities::Flags<Mode>(Mode::Write) : Mode::Write | Mode::Create | create;
-    return to_.fileOpen(part_, mode, isPrivate ? ownerOnly : FileSystem::defaultFilePermissions);
+    const auto there = to_.fileOpen(part_, Mode::Read);
+    const auto source = from_.fileOpen(source_, Mode::Read);
+    if (there == nullptr || source == nullptr) {
+        return std::nullopt;
+    }
+    const std::uint64_t size = std::min(start, checkedSize);
+    for (const std::uint64_t offset : {std::uint64_t(0), start - size}) {
+        const auto here = bytesAt(*source, offset, size);
+        const auto copied = bytesAt(*there, offset, size);
+        if (!here || !copied) {
+            return std::nullopt;
+        }
+        if (*here != *copied) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// To go on, for reading as well: some servers empty only what is opened to be written and nothing
+/// else.
+ResumedCopy::File ResumedCopy::openPart(std::uint64_t start)
+{
+    if (!to_.fileExists(part_, false)) {
+        return createPart();
+    }
+    hide(part_, permissionsOfPart());
+    return to_.fileOpen(part_, start > 0 ? Mode::Read | Mode::Write
+                                         : Mode::Write | Mode::Create | Mode::Truncate);
+}
+
+ResumedCopy::File ResumedCopy::createPart()
+{
+    const auto permissions = permissionsOfPart();
+    auto part = to_.fileOpen(part_, Mode::Write | Mode::Create | Mode::Exclusive, permissions);
+    if (part != nullptr && to_.getType() != FileSystem::StorageSystemType::Local) {
+        hide(part_, permissions);
+    }
+    return part;
+}
+
+/// Takes away what the path has beyond the permissions: a server may not look at those that a file
+/// is made with, and an earlier attempt may have had others. Its owner is to go on.
+void ResumedCopy::hide(const std::string& path, Permissions permissions)
+{
+    const auto has = to_.fileGetPermissions(path);
+    const auto wanted = (has.value_or(permissions) & permissions) | ownerOnly;
+    if (wanted != has) {
+        // As far as the system has permissions at all.
+        static_cast<void>(to_.fileSetPermissions(path, wanted));
+    }
+}
+
+/// Never open to more people than the source and the file that it becomes, also where an
+/// interruption leaves it for long; and to its owner, who is to go on.
+ResumedCopy::Permissions ResumedCopy::permissionsOfPart() const
+{
+    return ownerOnly | (info_.permissions & standing_.value_or(info_.permissions));
 }
 
 bool ResumedCopy::append(StorageSystemFile& part, std::uint64_t start)
@@ -242,22 +338,34 @@ bool ResumedCopy::append(StorageSystemFile& part, std::uint64_t start)
     return part.seek(start) && tail.copy(part, progress);
 }
 
-bool ResumedCopy::setAttributes(const std::string& path) const
+/// What cannot be set is noted: the file is worth more.
+void ResumedCopy::setAttributes(const std::string& path)
 {
     // The time first: a file that nobody may write may refuse it.
-    return (!options_.has(Option::PreserveModTime) || to_.fileSetModTime(path, info_.modTime)) &&
-           (!options_.has(Option::PreservePermissions) ||
-            to_.fileSetPermissions(path, info_.permissions));
+    if (options_.has(Option::PreserveModTime) && !to_.fileSetModTime(path, info_.modTime)) {
+        note("the modification time");
+    }
+    if (options_.has(Option::PreservePermissions) &&
+        !to_.fileSetPermissions(path, info_.permissions)) {
+        note("the permissions");
+    }
+}
+
+void ResumedCopy::note(const char* what)
+{
+    lost_ +=
+        std::string(lost_.empty() ? "" : "; ") + what + ": " + FileSystem::Failure::last().cause();
 }
 
 bool ResumedCopy::publish()
 {
-    if (!setAttributes(part_)) {
-        return false;
-    }
-    if (to_.directoryExists(target_, false)) {
-        problem_ = "a directory stands there";
-        return false;
+    setAttributes(part_);
+    if (!options_.has(Option::PreservePermissions)) {
+        const auto has = to_.fileGetPermissions(part_).value_or(info_.permissions);
+        const auto wanted = standing_.value_or(has & info_.permissions);
+        if (wanted != has) {
+            static_cast<void>(to_.fileSetPermissions(part_, wanted));
+        }
     }
     return to_.fileReplaceAs(part_, target_);
 }

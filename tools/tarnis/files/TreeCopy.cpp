@@ -2,6 +2,7 @@
 
 #include "files/Destination.h"
 #include "files/EntryNames.h"
+#include "files/NewDirectory.h"
 #include "files/ResumedCopy.h"
 #include "files/TreeWalk.h"
 #include "terminal/Messages.h"
@@ -15,7 +16,7 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
-constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> ownerOnly{0700U};
+constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> allOfTheOwner{0700U};
 
 } // namespace
 
@@ -97,7 +98,7 @@ bool TreeCopy::run()
         }
     }
     checkDirectories();
-    preserveDirectories();
+    finishDirectories();
     return !hasFailed_;
 }
 
@@ -118,17 +119,30 @@ void TreeCopy::makeDirectory(const Job& job)
 {
     // A link to a directory would lead elsewhere.
     if (!to_.system().directoryExists(job.target, false)) {
-        to_.forgetFailures();
-        // What is to have permissions of its own is nobody else's to look into before it has them.
-        const auto permissions =
-            options_.preserves ? ownerOnly : FileSystem::defaultDirectoryPermissions;
-        if (!to_.system().directoryCreateAs(job.target, true, permissions)) {
-            const bool isTaken = to_.system().fileExists(job.target);
-            to_.fail("cannot make the directory", job.target,
-                     isTaken ? "something else stands there" : to_.writingProblem(job.target));
-        }
+        madeDirectories_.push_back(makeNew(job));
+        return;
     }
-    madeDirectories_.push_back(&job);
+    madeDirectories_.push_back({&job, std::nullopt});
+    if (options_.preserves) {
+        madeDirectories_.back().permissions = job.info.permissions;
+    }
+}
+
+TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
+{
+    to_.forgetFailures();
+    const auto wanted = job.info.permissions | allOfTheOwner;
+    const auto made = makeNewDirectory(to_.system(), job.target, wanted);
+    if (!made) {
+        const bool isTaken = to_.system().fileExists(job.target);
+        to_.fail("cannot make the directory", job.target,
+                 isTaken ? "something else stands there" : to_.writingProblem(job.target));
+    }
+    if (options_.preserves) {
+        return {&job, job.info.permissions};
+    }
+    const bool isOnlyWhileFilled = wanted != job.info.permissions;
+    return {&job, isOnlyWhileFilled ? std::optional(*made & job.info.permissions) : std::nullopt};
 }
 
 void TreeCopy::copyLink(const Job& job)
@@ -158,9 +172,14 @@ void TreeCopy::copyWhole(const Job& job)
     const auto progress = [this](std::uint64_t done, std::uint64_t /*total*/) {
         return noteProgress(done);
     };
-    if (!from_.system().fileCopyAs(job.source, to_.system(), job.target, progress, copyFlags())) {
-        throw failureOf(job, {});
+    if (from_.system().fileCopyAs(job.source, to_.system(), job.target, progress, copyFlags())) {
+        return;
     }
+    const auto failure = FileSystem::Failure::last();
+    if (failure.code() != FileSystem::FailureCode::NotKept) {
+        throw failureOf(job, targetProblem(job, failure));
+    }
+    noteLoss(job, failure.text());
 }
 
 void TreeCopy::resumeFile(const Job& job)
@@ -170,6 +189,9 @@ void TreeCopy::resumeFile(const Job& job)
     ResumedCopy copy(from_.system(), to_.system(), copyFlags(),
                      [this](std::uint64_t done) { return noteProgress(done); });
     if (copy.run(job.source, job.target)) {
+        if (!copy.lost().empty()) {
+            noteLoss(job, copy.lost());
+        }
         return;
     }
     Failure failure = failureOf(job, copy.problem());
@@ -178,6 +200,26 @@ void TreeCopy::resumeFile(const Job& job)
              ": the same command goes on from there");
     }
     throw Failure(std::move(failure));
+}
+
+/// What is known of the target that keeps it from being copied to; empty for nothing.
+std::string TreeCopy::targetProblem(const Job& job, const FileSystem::Failure& failure)
+{
+    using FileSystem::FailureCode;
+    if (failure.code() == FailureCode::NotCopyable) {
+        return "a pipe, a socket or a device stands there, which is not replaced";
+    }
+    const bool isClosed = failure.code() == FailureCode::Denied && !options_.isInPlace &&
+                          failure.entry() == job.target;
+    return isClosed ? "no file can be made beside it; --inplace writes into the file itself"
+                    : std::string();
+}
+
+/// The file is there all the same.
+void TreeCopy::noteLoss(const Job& job, const std::string& what)
+{
+    note("copied " + from_.display(job.source) + " to " + to_.display(job.target) +
+         ", but could not keep " + what);
 }
 
 bool TreeCopy::noteProgress(std::uint64_t done)
@@ -202,15 +244,21 @@ Failure TreeCopy::failureOf(const Job& job, const std::string& hint)
 
 Utilities::Flags<Option> TreeCopy::copyFlags() const
 {
-    return options_.preserves ? Option::PreservePermissions | Option::PreserveModTime
-                              : Utilities::Flags<Option>();
+    Utilities::Flags<Option> flags;
+    if (options_.preserves) {
+        flags |= Option::PreservePermissions | Option::PreserveModTime | Option::PreserveBestEffort;
+    }
+    if (options_.isInPlace) {
+        flags |= Option::InPlace;
+    }
+    return flags;
 }
 
 /// While files were copied by their paths, a link may have taken the place of a directory above
 /// them.
 void TreeCopy::checkDirectories()
 {
-    for (const Job* const job : madeDirectories_) {
+    for (const auto& [job, permissions] : madeDirectories_) {
         throwIfCancelled();
         if (filledDirectories_.count(job->target) != 0 &&
             !from_.system().directoryExists(job->source, false)) {
@@ -223,19 +271,24 @@ void TreeCopy::checkDirectories()
 
 /// When everything is in place: what is put into a directory changes its time, and may need
 /// permissions that it is not to keep. The deepest first.
-void TreeCopy::preserveDirectories()
+void TreeCopy::finishDirectories()
 {
-    if (!options_.preserves) {
-        return;
+    for (auto made = madeDirectories_.rbegin(); made != madeDirectories_.rend(); ++made) {
+        finish(*made);
     }
-    for (auto job = madeDirectories_.rbegin(); job != madeDirectories_.rend(); ++job) {
-        const auto& [source, target, parent, info] = **job;
-        to_.forgetFailures();
-        if (!to_.system().fileSetPermissions(target, info.permissions) ||
-            !to_.system().fileSetModTime(target, info.modTime)) {
-            note("cannot keep permissions and time of " + to_.display(target) + ": " +
-                 to_.lastReason());
-        }
+}
+
+void TreeCopy::finish(const MadeDirectory& made)
+{
+    const auto& system = to_.system();
+    const auto& job = *made.job;
+    to_.forgetFailures();
+    const bool isSet =
+        (!options_.preserves || system.fileSetModTime(job.target, job.info.modTime)) &&
+        (!made.permissions || system.fileSetPermissions(job.target, *made.permissions));
+    if (!isSet) {
+        note("cannot keep permissions and time of " + to_.display(job.target) + ": " +
+             to_.lastReason());
     }
 }
 

@@ -5,9 +5,12 @@
 #include "files/Place.h"
 #include "terminal/ProgressBar.h"
 
+#include <FileSystem/Failure.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -22,6 +25,8 @@ struct CopyOptions
     bool preserves = false;
     /// A copy that was interrupted goes on.
     bool resumes = false;
+    /// What is written goes into the file that is there.
+    bool isInPlace = false;
 };
 
 /// Copies files and trees from one place to another.
@@ -52,20 +57,32 @@ private:
         FileSystem::StorageSystemFileInfo info;
     };
 
+    /// A directory that is copied into.
+    struct MadeDirectory
+    {
+        const Job* job;
+        /// What it is to have in the end, if not what it has.
+        std::optional<Utilities::Flags<FileSystem::PosixFilePermissionFlag>> permissions;
+    };
+
     std::string followLink(const std::string& source);
     void addTree(const Job& root);
     void addJob(Job job);
     void copy(const Job& job);
     void makeDirectory(const Job& job);
+    MadeDirectory makeNew(const Job& job);
     void copyLink(const Job& job);
     void copyFile(const Job& job);
     void resumeFile(const Job& job);
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const std::string& hint);
+    std::string targetProblem(const Job& job, const FileSystem::Failure& failure);
+    void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
     void checkDirectories();
-    void preserveDirectories();
+    void finishDirectories();
+    void finish(const MadeDirectory& made);
     void note(const std::string& failure);
     void throwIfCancelled() const;
 
@@ -74,7 +91,7 @@ private:
     CopyOptions options_;
     const Cancellation& cancellation_;
     std::vector<Job> jobs_;
-    std::vector<const Job*> madeDirectories_;
+    std::vector<MadeDirectory> madeDirectories_;
     std::set<std::string> failedDirectories_;
     std::set<std::string> filledDirectories_;
     std::unique_ptr<ProgressBar> bar_;

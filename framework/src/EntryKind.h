@@ -1,0 +1,27 @@
+#pragma once
+
+#include <FileSystem/StorageSystemFlags.h>
+#include <Utilities/Flags.h>
+
+#include <string>
+
+namespace FileSystem {
+
+class StorageSystem;
+
+// What a path stands for, as far as whoever copies or removes it must know. A "no" is told as the
+// failure, with the path as its entry.
+
+/// Whether what has this type can be copied, or be replaced by a copy: a regular file or a link.
+/// Otherwise IsDirectory, or NotCopyable for a pipe, a socket or a device.
+bool isFileOrLink(const StorageSystem& system, const std::string& path,
+                  Utilities::Flags<StorageSystemFileTypeFlag> type);
+
+/// Whether a directory is where one was found: Changed where it has become something else.
+bool isStillDirectory(const StorageSystem& system, const std::string& path);
+
+/// Whether what has the type of a directory is one: over SFTP, a block device has that type too.
+/// NotCopyable otherwise. Where the system does not tell it passes for a directory.
+bool isDirectoryItself(const StorageSystem& system, const std::string& path);
+
+} // namespace FileSystem

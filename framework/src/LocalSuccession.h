@@ -1,0 +1,20 @@
+#pragma once
+
+#include <FileSystem/StorageSystemFlags.h>
+#include <Utilities/Flags.h>
+
+#include <string>
+
+namespace FileSystem {
+
+// What an open file of this machine gets in the place of another. By its descriptor: its path may
+// lead elsewhere meanwhile, and the superuser would give that away.
+
+/// As StorageSystemFile::AttributeKeeper::narrow.
+bool narrowPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permissions);
+
+/// As StorageSystemFile::AttributeKeeper::succeed.
+bool succeedTo(int file, const std::string& path,
+               Utilities::Flags<PosixFilePermissionFlag> permissions);
+
+} // namespace FileSystem

@@ -1,0 +1,123 @@
+#include "sftp/SFTPSuccession.h"
+
+#include "sftp/SFTPAttributes.h"
+#include "sftp/SFTPCall.h"
+#include "sftp/SFTPLookUp.h"
+#include "sftp/SFTPReplies.h"
+#include "sftp/SFTPRequest.h"
+
+#include <string_view>
+#include <vector>
+
+namespace Tarnis {
+
+using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+
+namespace {
+
+constexpr std::uint8_t fsetstatPacket = 10;
+constexpr std::uint32_t ownerFlag = SSH_FILEXFER_ATTR_UIDGID;
+constexpr std::uint32_t permissionsFlag = SSH_FILEXFER_ATTR_PERMISSIONS;
+
+std::string_view handleOf(sftp_file file)
+{
+    return {static_cast<const char*>(ssh_string_data(file->handle)), ssh_string_len(file->handle)};
+}
+
+/// Sets attributes that are numbers of 32 bits.
+bool setAttributes(sftp_file file, std::uint32_t flags, const std::vector<std::uint32_t>& values)
+{
+    const auto id = canSendRequests() ? newRequestId(file) : std::nullopt;
+    if (!id) {
+        return false;
+    }
+    const auto handle = handleOf(file);
+    std::vector<char> packet;
+    SFTPRequestWriter writer(packet, fsetstatPacket, *id,
+                             SFTPRequestWriter::textOverhead + handle.size() +
+                                 (1 + values.size()) * sizeof flags);
+    writer.text(handle);
+    writer.number(flags);
+    for (const auto value : values) {
+        writer.number(value);
+    }
+    SFTPReplyStream stream;
+    return sendRequest(file->sftp, packet) &&
+           collectStatusAlone(file, *id, stream) == static_cast<std::uint32_t>(SSH_FX_OK);
+}
+
+SFTPAttributes look(SSHHandleSFTPSessionFile& file)
+{
+    return SFTPAttributes(askSftp(file, {}, sftp_fstat));
+}
+
+/// Looks at what stands at a path of the file's system.
+SFTPAttributes lookUpBeside(SSHHandleSFTPSessionFile& file, const std::string& path)
+{
+    const auto lock = file.getLock();
+    SSHHandleSFTPSession* const sftp = file.getSftpSession();
+    return sftp != nullptr ? lookUp(*sftp, path) : nullptr;
+}
+
+bool tellsOwner(const SFTPAttributes& attributes)
+{
+    return attributes != nullptr && (attributes->flags & ownerFlag) != 0;
+}
+
+/// setAttributes() under the lock, unless the SFTP session has gone.
+bool setAttributes(SSHHandleSFTPSessionFile& file, std::uint32_t flags,
+                   const std::vector<std::uint32_t>& values)
+{
+    constexpr int refused = -1;
+    return askSftp(file, {}, [&](sftp_file raw) {
+               return setAttributes(raw, flags, values) ? SSH_OK : refused;
+           }) == SSH_OK;
+}
+
+bool setPermissions(SSHHandleSFTPSessionFile& file, const SFTPAttributes& now, Permissions wanted)
+{
+    constexpr std::uint32_t permissionBits = 0777;
+    const bool isTold = now != nullptr && (now->flags & permissionsFlag) != 0;
+    return (isTold && (now->permissions & permissionBits) == wanted.raw()) ||
+           setAttributes(file, permissionsFlag, {wanted.raw()});
+}
+
+/// The owner and the group where that is allowed, or else the group. Whether it has that group then
+/// is seen: a server may say that it did what it did not do.
+bool setOwner(SSHHandleSFTPSessionFile& file, const SFTPAttributes& now,
+              const SFTPAttributes& wanted)
+{
+    if (!tellsOwner(now) || !tellsOwner(wanted)) {
+        return true;
+    }
+    if (now->uid == wanted->uid && now->gid == wanted->gid) {
+        return true;
+    }
+    const bool isSet = setAttributes(file, ownerFlag, {wanted->uid, wanted->gid}) ||
+                       setAttributes(file, ownerFlag, {now->uid, wanted->gid});
+    const auto after = isSet ? look(file) : nullptr;
+    return after != nullptr ? after->gid == wanted->gid : now->gid == wanted->gid;
+}
+
+} // namespace
+
+bool narrowPermissions(SSHHandleSFTPSessionFile& file, Permissions permissions)
+{
+    const auto now = look(file);
+    const bool isTold = now != nullptr && (now->flags & permissionsFlag) != 0;
+    return setPermissions(file, now,
+                          isTold ? permissions & Permissions(now->permissions) : permissions);
+}
+
+bool succeedTo(SSHHandleSFTPSessionFile& file, const std::string& path, Permissions permissions)
+{
+    const auto former = lookUpBeside(file, path);
+    const auto now = look(file);
+    if (former == nullptr || now == nullptr) {
+        return false;
+    }
+    const bool hasItsGroup = setOwner(file, now, former);
+    return setPermissions(file, now, hasItsGroup ? permissions : withoutOwnOfGroup(permissions));
+}
+
+} // namespace Tarnis

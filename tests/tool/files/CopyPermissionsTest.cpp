@@ -1,0 +1,216 @@
+// Which permissions, and what else of a file, copies keep.
+
+#include "support/PseudoRandom.h"
+#include "tool/files/FilesTest.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace TarnisTest {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// With the usual umask on both sides.
+class CopyPermissionsTest : public FilesTest
+{
+protected:
+    CopyPermissionsTest()
+        : umask_(::umask(022))
+    {}
+
+    ~CopyPermissionsTest() override { ::umask(umask_); }
+
+    void putAndGet(const std::vector<std::string>& options)
+    {
+        std::vector<std::string> put = options;
+        put.insert(put.end(), {here().file("f"), at("f")});
+        expectQuiet(tarnis("put", put));
+        std::vector<std::string> get = options;
+        get.insert(get.end(), {at("f"), here().file("back")});
+        expectQuiet(tarnis("get", get));
+    }
+
+private:
+    const mode_t umask_;
+};
+
+TEST_F(CopyPermissionsTest, OfAPrivateFileAndAScriptAreKept)
+{
+    for (const std::vector<std::string>& options :
+         {std::vector<std::string>{}, std::vector<std::string>{"--resume"}}) {
+        for (const mode_t mode : {0600U, 0755U, 0640U}) {
+            here().write("f", "text", mode);
+            putAndGet(options);
+            EXPECT_EQ(modeOf(there().file("f")), mode);
+            EXPECT_EQ(modeOf(here().file("back")), mode);
+            ::unlink(there().file("f").c_str());
+            ::unlink(here().file("back").c_str());
+        }
+    }
+}
+
+TEST_F(CopyPermissionsTest, OfAReplacedFileAreItsOwn)
+{
+    for (const std::vector<std::string>& options :
+         {std::vector<std::string>{}, std::vector<std::string>{"--resume"},
+          std::vector<std::string>{"--inplace"}}) {
+        here().write("f", "new", 0644);
+        there().write("f", "old", 0600);
+        here().write("back", "old", 0751);
+        putAndGet(options);
+        EXPECT_EQ(readFile(there().file("f")), "new");
+        EXPECT_EQ(readFile(here().file("back")), "new");
+        EXPECT_EQ(modeOf(there().file("f")), 0600U);
+        EXPECT_EQ(modeOf(here().file("back")), 0751U);
+    }
+}
+
+TEST_F(CopyPermissionsTest, OfDirectoriesAreKept)
+{
+    here().makeDirectory("t", 0775);
+    here().makeDirectory("t/private", 0700);
+    here().write("t/private/f", "text", 0644);
+    here().makeDirectory("t/locked");
+    here().write("t/locked/f", "text", 0644);
+    ::chmod(here().file("t/locked").c_str(), 0555);
+    expectQuiet(tarnis("put", {"-r", here().file("t"), at("")}));
+    EXPECT_EQ(modeOf(there().file("t")), 0755U);
+    EXPECT_EQ(modeOf(there().file("t/private")), 0700U);
+    EXPECT_EQ(modeOf(there().file("t/locked")), 0555U);
+    EXPECT_EQ(readFile(there().file("t/locked/f")), "text");
+    for (const auto& path : {here().file("t/locked"), there().file("t/locked")}) {
+        ::chmod(path.c_str(), 0755);
+    }
+}
+
+TEST_F(CopyPermissionsTest, OfAReplacedFileComeWithItsOwnerAndGroup)
+{
+    constexpr uid_t somebody = 12'345;
+    constexpr gid_t group = 23'456;
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser gives files away";
+    }
+    here().write("f", "new", 0644);
+    for (const auto& path : {there().write("f", "old", 0640), here().write("back", "old", 0640)}) {
+        ASSERT_EQ(::chown(path.c_str(), somebody, group), 0);
+    }
+    putAndGet({});
+    for (const auto& path : {there().file("f"), here().file("back")}) {
+        EXPECT_EQ(readFile(path), "new");
+        EXPECT_EQ(modeOf(path), 0640U);
+        EXPECT_EQ(statusOf(path).st_uid, somebody);
+        EXPECT_EQ(statusOf(path).st_gid, group);
+    }
+}
+
+class ScriptedPermissionsTest : public ScriptedFilesTest
+{
+protected:
+    /// A server that gives everything to everybody.
+    static SftpScript openToAll()
+    {
+        SftpScript script;
+        script.ignoresModes = true;
+        script.umask = 0;
+        return script;
+    }
+
+    /// The script, answering no more from the first write on. Copies, and waits for that moment.
+    std::unique_ptr<ToolRun> startAndStop(SftpScript script,
+                                          const std::vector<std::string>& arguments)
+    {
+        script.rules.push_back({nth(SftpPacket::Write, 1), SftpActions::stopReading()});
+        sftp().setScript(script);
+        const auto before = sftp().requestCount(SftpPacket::Write);
+        auto tool = start(setup("put", arguments));
+        EXPECT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Write) > before; }))
+            << tool->errorOutput();
+        return tool;
+    }
+
+    void expectDone(ToolRun& tool, const SftpScript& script)
+    {
+        sftp().setScript(script);
+        EXPECT_EQ(tool.wait(), 0) << tool.errorOutput();
+    }
+
+    mode_t modeOfOnly(const std::string& directory)
+    {
+        const auto names = namesIn(directory);
+        EXPECT_EQ(names.size(), 1U);
+        return names.empty() ? 0 : modeOf(directory + "/" + names.front());
+    }
+};
+
+TEST_F(ScriptedPermissionsTest, AreSentWhereTheUmaskIsNone)
+{
+    SftpScript script;
+    script.umask = 0;
+    sftp().setScript(script);
+    here().makeDirectory("t", 0755);
+    here().write("t/f", "text", 0644);
+    here().write("t/private", "text", 0600);
+    expectQuiet(tarnis("put", {"-r", here().file("t"), at("")}));
+    EXPECT_EQ(modeOf(sftp().path("t")), 0755U);
+    EXPECT_EQ(modeOf(sftp().path("t/f")), 0644U);
+    EXPECT_EQ(modeOf(sftp().path("t/private")), 0600U);
+}
+
+TEST_F(ScriptedPermissionsTest, OfASecretAreSetBeforeItsFirstByte)
+{
+    here().write("f", "secret", 0600);
+    for (const char* const option : {"-r", "-p", "--resume"}) {
+        const auto tool = startAndStop(openToAll(), {option, here().file("f"), at("")});
+        EXPECT_EQ(modeOfOnly(sftp().root()), 0600U) << option;
+        expectDone(*tool, openToAll());
+        EXPECT_EQ(modeOf(sftp().path("f")), 0600U) << option;
+        ::unlink(sftp().path("f").c_str());
+    }
+}
+
+TEST_F(ScriptedPermissionsTest, OfAPrivateDirectoryAreSetBeforeItIsFilled)
+{
+    here().makeDirectory("t", 0700);
+    here().write("t/f", "secret", 0644);
+    for (const char* const option : {"-r", "-rp"}) {
+        const auto tool = startAndStop(openToAll(), {option, here().file("t"), at("")});
+        EXPECT_EQ(modeOf(sftp().path("t")), 0700U) << option;
+        expectDone(*tool, openToAll());
+        EXPECT_EQ(modeOf(sftp().path("t")), 0700U) << option;
+        ::unlink(sftp().path("t/f").c_str());
+        ::rmdir(sftp().path("t").c_str());
+    }
+}
+
+TEST_F(ScriptedPermissionsTest, OfAScriptAreSetWhereTheServerIgnoresThem)
+{
+    here().write("f", "#!/bin/sh\n", 0755);
+    sftp().setScript(openToAll());
+    expectQuiet(tarnis("put", {here().file("f"), at("")}));
+    EXPECT_EQ(modeOf(sftp().path("f")), 0755U);
+}
+
+TEST_F(ScriptedPermissionsTest, ThatTheServerRefusesToSetCostNoFile)
+{
+    for (const char* const option : {"-p", "-rp", "--resume"}) {
+        here().write("f", "text", 0640);
+        SftpScript script;
+        script.rules = {
+            {every(SftpPacket::Setstat), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+        sftp().setScript(script);
+        const ToolResult result = tarnis("put", {option, "-p", here().file("f"), at("")});
+        EXPECT_EQ(result.exitCode, 1) << option;
+        EXPECT_EQ(lineCount(result.errorOutput), 1U) << result.errorOutput;
+        EXPECT_THAT(result.errorOutput, HasSubstr("copied " + here().file("f") + " to " + at("f") +
+                                                  ", but could not keep the modification time: "));
+        EXPECT_EQ(readFile(sftp().path("f")), "text");
+        EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+        EXPECT_EQ(modeOf(sftp().path("f")), 0640U);
+        ::unlink(sftp().path("f").c_str());
+    }
+}
+
+} // namespace
+} // namespace TarnisTest

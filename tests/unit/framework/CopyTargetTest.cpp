@@ -1,0 +1,262 @@
+// What a copy and a replacement do with what stands at their target.
+
+#include "framework/ExpectFailure.h"
+#include "framework/MemoryFileSystem.h"
+
+#include <FileSystem/Failure.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using FileSystem::Failure;
+using FileSystem::FailureCode;
+using TarnisTest::expectFailure;
+using TarnisTest::MemoryFileSystem;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using Option = FileSystem::StorageSystemCopyOptionFlag;
+
+namespace {
+
+class CopyTarget : public testing::Test
+{
+protected:
+    CopyTarget()
+    {
+        source.addFile("/tree/file", "new");
+        target.addPipe("/pipe");
+        target.addSocket("/socket");
+        target.addBlockDevice("/device");
+        target.addDirectory("/directory");
+    }
+
+    bool copyTo(const std::string& path, Utilities::Flags<Option> options = {})
+    {
+        return source.fileCopyAs("/tree/file", target, path, {}, options);
+    }
+
+    MemoryFileSystem source;
+    MemoryFileSystem target;
+};
+
+TEST_F(CopyTarget, ThatIsAPipeASocketOrADeviceIsRefusedBeforeAnythingIsRead)
+{
+    const auto before = target.paths();
+    target.behaviour.renamingReplaces = true;
+    target.behaviour.renamingReplacesDirectories = true;
+    for (const auto* path : {"/pipe", "/socket", "/device"}) {
+        EXPECT_FALSE(copyTo(path)) << path;
+        expectFailure(FailureCode::NotCopyable, path);
+        EXPECT_FALSE(copyTo(path, Option::InPlace)) << path;
+        expectFailure(FailureCode::NotCopyable, path);
+    }
+    EXPECT_THAT(source.calls(), Not(Contains(StartsWith("open"))));
+    EXPECT_EQ(target.paths(), before);
+}
+
+TEST_F(CopyTarget, ThatIsADirectoryIsToldFromADevice)
+{
+    EXPECT_FALSE(copyTo("/directory"));
+    expectFailure(FailureCode::IsDirectory, "/directory");
+}
+
+TEST_F(CopyTarget, OfALinkIsNoPipeEither)
+{
+    source.addLink("/link", "file");
+    EXPECT_FALSE(source.fileCopyAs("/link", target, "/pipe"));
+    expectFailure(FailureCode::NotCopyable, "/pipe");
+    EXPECT_TRUE(target.has("/pipe"));
+}
+
+TEST_F(CopyTarget, InATreeIsRefusedToo)
+{
+    for (const int others : {0, 10}) {
+        for (int number = 0; number < others; ++number) {
+            source.addFile("/tree/other" + std::to_string(number), "");
+        }
+        for (const auto* kind : {"pipe", "socket", "device"}) {
+            MemoryFileSystem there;
+            kind == std::string("pipe")     ? there.addPipe("/copy/file")
+            : kind == std::string("socket") ? there.addSocket("/copy/file")
+                                            : there.addBlockDevice("/copy/file");
+            there.behaviour.renamingReplaces = true;
+            EXPECT_FALSE(source.fileCopyAs("/tree", there, "/copy", {}, Option::Recursive));
+            expectFailure(FailureCode::NotCopyable, "/copy/file");
+        }
+    }
+}
+
+TEST_F(CopyTarget, InATreeIsAskedForWhereAListingDoesNotTellWhatItIs)
+{
+    for (int number = 0; number < 10; ++number) {
+        source.addFile("/tree/other" + std::to_string(number), "");
+    }
+    target.addFile("/copy/file", "old");
+    target.addPipe("/copy/other3");
+    target.behaviour.listsWithoutTypes = true;
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    expectFailure(FailureCode::NotCopyable, "/copy/other3");
+    EXPECT_EQ(target.bytesOf("/copy/file"), "new");
+}
+
+TEST_F(CopyTarget, OfADirectoryIsNoDevice)
+{
+    source.addDirectory("/empty");
+    EXPECT_FALSE(source.fileCopyAs("/empty", target, "/device", {}, Option::Recursive));
+    expectFailure(FailureCode::NotCopyable, "/device");
+}
+
+TEST_F(CopyTarget, ThatIsADirectoryIsNotReplacedWhereRenamingWouldDoIt)
+{
+    target.behaviour.renamingReplaces = true;
+    target.behaviour.renamingReplacesDirectories = true;
+    const auto makesDirectory = [this](std::uint64_t, std::uint64_t) {
+        target.addFile("/new/below", "stays");
+        return true;
+    };
+    EXPECT_FALSE(source.fileCopyAs("/tree/file", target, "/new", makesDirectory));
+    expectFailure(FailureCode::IsDirectory, "/new");
+    EXPECT_EQ(target.bytesOf("/new/below"), "stays");
+}
+
+TEST_F(CopyTarget, InADirectoryThatMayNotBeWrittenSaysWhatIsMissing)
+{
+    target.addFile("/closed/file", "old");
+    target.addDirectory("/closed", 0555);
+    EXPECT_FALSE(copyTo("/closed/file"));
+    expectFailure(FailureCode::Denied, "/closed/file");
+    EXPECT_THAT(Failure::last().text(), HasSubstr("write in place"));
+    EXPECT_FALSE(copyTo("/closed/new"));
+    EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
+    EXPECT_THAT(Failure::last().text(), Not(HasSubstr("write in place")));
+}
+
+TEST_F(CopyTarget, CanBeWrittenInPlaceInADirectoryThatMayNot)
+{
+    target.addFile("/closed/file", "old and longer than the new one", 0604);
+    target.addFile("/closed/short", "", 0604);
+    target.addDirectory("/closed", 0555);
+    for (const auto* path : {"/closed/file", "/closed/short"}) {
+        EXPECT_TRUE(copyTo(path, Option::InPlace)) << Failure::last().message();
+        EXPECT_EQ(target.bytesOf(path), "new");
+        EXPECT_EQ(target.at(path).permissions.raw(), 0604U);
+    }
+    source.setModTime("/tree/file", TarnisTest::timeAt(7));
+    EXPECT_TRUE(copyTo("/closed/file",
+                       Option::InPlace | Option::PreservePermissions | Option::PreserveModTime));
+    EXPECT_EQ(target.at("/closed/file").permissions.raw(), 0644U);
+    EXPECT_EQ(target.at("/closed/file").modTime, TarnisTest::timeAt(7));
+}
+
+TEST_F(CopyTarget, ThatIsNewIsMadeInPlaceAndRemovedWhereItDoesNotBecomeWhole)
+{
+    target.behaviour.refusesRename = [](const std::string&, const std::string&) { return true; };
+    EXPECT_TRUE(copyTo("/directory/new", Option::InPlace));
+    EXPECT_EQ(target.bytesOf("/directory/new"), "new");
+    EXPECT_FALSE(copyTo("/directory/new", Option::InPlace | Option::FailIfExists));
+    expectFailure(FailureCode::Exists, "/directory/new");
+    ASSERT_TRUE(target.fileRemove("/directory/new"));
+    target.behaviour.unwritableFrom = 1;
+    EXPECT_FALSE(copyTo("/directory/new", Option::InPlace));
+    EXPECT_FALSE(target.has("/directory/new"));
+}
+
+TEST_F(CopyTarget, ThatIsALinkIsNotWrittenThroughInPlace)
+{
+    target.addFile("/kept", "stays");
+    target.addLink("/link", "/kept");
+    EXPECT_TRUE(copyTo("/link", Option::InPlace));
+    EXPECT_EQ(target.bytesOf("/link"), "new");
+    EXPECT_EQ(target.bytesOf("/kept"), "stays");
+}
+
+TEST_F(CopyTarget, ThatIsTheSourceItselfLosesNothingInPlace)
+{
+    source.addName("/other", "/tree/file");
+    for (const auto* path : {"/tree/file", "/other"}) {
+        EXPECT_TRUE(source.fileCopyAs("/tree/file", source, path, {}, Option::InPlace));
+        EXPECT_EQ(source.bytesOf("/tree/file"), "new");
+    }
+}
+
+/// One that replaces in one step, as rename(2) does: of two names of one file both stay.
+class ReplacingFileSystem final : public MemoryFileSystem
+{
+public:
+    ReplacingFileSystem()
+    {
+        setReplacer([this](const std::string& path, const std::string& newPath) {
+            if (&at(path) == (has(newPath) ? &at(newPath) : nullptr)) {
+                return true;
+            }
+            return (!has(newPath) || fileRemove(newPath)) && fileRenameAs(path, newPath);
+        });
+    }
+};
+
+TEST(Replacing, OneNameOfAFileByAnotherLeavesTheNewOne)
+{
+    ReplacingFileSystem replacing;
+    MemoryFileSystem renaming;
+    MemoryFileSystem inSteps;
+    renaming.behaviour.renamingReplaces = true;
+    renaming.behaviour.renamingKnowsNames = true;
+    for (MemoryFileSystem* const system :
+         {static_cast<MemoryFileSystem*>(&replacing), &renaming, &inSteps}) {
+        system->addFile("/old", "bytes");
+        system->addName("/new", "/old");
+        EXPECT_TRUE(system->fileReplaceAs("/old", "/new"));
+        EXPECT_THAT(system->paths(), ElementsAre("/new"));
+        EXPECT_EQ(system->bytesOf("/new"), "bytes");
+    }
+}
+
+TEST(Replacing, OneNameOfAFileByAnotherFailsWhereTheOldOneCannotGo)
+{
+    ReplacingFileSystem system;
+    system.addFile("/old", "bytes");
+    system.addName("/new", "/old");
+    system.behaviour.refusesRename = [](const std::string&, const std::string&) { return true; };
+    EXPECT_FALSE(system.fileReplaceAs("/old", "/new"));
+    EXPECT_THAT(system.paths(), ElementsAre("/new", "/old"));
+}
+
+TEST(Replacing, AFileByItselfThroughALinkAboveItKeepsTheFile)
+{
+    MemoryFileSystem system;
+    system.behaviour.renamingReplaces = true;
+    system.behaviour.renamingKnowsNames = true;
+    system.addFile("/directory/file", "bytes");
+    system.addLink("/way", "/directory");
+    EXPECT_TRUE(system.fileReplaceAs("/directory/file", "/way/file"));
+    EXPECT_THAT(system.paths(), ElementsAre("/directory", "/directory/file", "/way"));
+    EXPECT_EQ(system.bytesOf("/directory/file"), "bytes");
+}
+
+TEST(Replacing, TakesAndReplacesFilesAndLinksOnly)
+{
+    MemoryFileSystem system;
+    system.addFile("/file", "bytes");
+    system.addPipe("/pipe");
+    system.addSocket("/socket");
+    system.addBlockDevice("/device");
+    system.behaviour.renamingReplaces = true;
+    system.behaviour.renamingReplacesDirectories = true;
+    const auto before = system.paths();
+    for (const auto* path : {"/pipe", "/socket", "/device"}) {
+        EXPECT_FALSE(system.fileReplaceAs("/file", path)) << path;
+        expectFailure(FailureCode::NotCopyable, path);
+        EXPECT_FALSE(system.fileReplaceAs(path, "/file")) << path;
+        expectFailure(FailureCode::NotCopyable, path);
+        EXPECT_FALSE(system.fileReplaceAs(path, "/new")) << path;
+        expectFailure(FailureCode::NotCopyable, path);
+    }
+    EXPECT_EQ(system.paths(), before);
+}
+
+} // namespace

@@ -1,0 +1,136 @@
+#include "files/StreamTarget.h"
+
+#include "Failure.h"
+#include "files/EntryNames.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace TarnisTool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int mostLinks = 40;
+constexpr int lookMilliseconds = 100;
+
+/// The number of a descriptor of this program whose path in /proc it is.
+std::optional<int> numberOf(const fs::path& directory, const std::string& name)
+{
+    const bool isNumber = !name.empty() && name.size() < 7 &&
+                          name.find_first_not_of("0123456789") == std::string::npos;
+    std::error_code error;
+    const fs::path place = isNumber ? fs::canonical(directory, error) : fs::path();
+    const std::string own = "/proc/" + std::to_string(::getpid());
+    const bool isOwn =
+        !error && (place == own + "/fd" || (place.filename() == "fd" &&
+                                            place.parent_path().parent_path() == own + "/task"));
+    return isOwn ? std::optional(std::stoi(name)) : std::nullopt;
+}
+
+/// The number of the descriptor of this program that a path leads to: what stands behind that need
+/// not have a path at all, and is written at the place where it is.
+std::optional<int> descriptorAt(fs::path path)
+{
+    for (int links = 0; links < mostLinks; ++links) {
+        const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
+        if (const auto number = numberOf(directory, path.filename().string())) {
+            return number;
+        }
+        std::error_code error;
+        const fs::path target = fs::read_symlink(path, error);
+        if (error) {
+            return std::nullopt;
+        }
+        path = directory / target;
+    }
+    return std::nullopt;
+}
+
+[[noreturn]] void failToOpen(const std::string& path, int error)
+{
+    throw Failure(FailureKind::LocalProblem, "cannot write to", textOf(path), std::strerror(error));
+}
+
+void throwIfCancelled(const std::string& path, const Cancellation& cancellation)
+{
+    if (cancellation.isRequested()) {
+        throw Failure(FailureKind::Cancelled, "interrupted before anybody read", textOf(path),
+                      "nothing was written");
+    }
+}
+
+} // namespace
+
+TargetKind kindOfTarget(const std::string& path)
+{
+    if (descriptorAt(path)) {
+        return TargetKind::Stream;
+    }
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return TargetKind::Ordinary;
+    }
+    if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
+        return TargetKind::Stream;
+    }
+    const bool isOrdinary = S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+    return isOrdinary ? TargetKind::Ordinary : TargetKind::Refused;
+}
+
+// Without O_NOCTTY a terminal could become the program's own, and without O_NONBLOCK it could not
+// be interrupted while nobody reads.
+FileDescriptor openStream(const std::string& path, const Cancellation& cancellation)
+{
+    if (const auto number = descriptorAt(path)) {
+        FileDescriptor own(::fcntl(*number, F_DUPFD_CLOEXEC, 0));
+        if (!own.isOpen()) {
+            failToOpen(path, errno);
+        }
+        return own;
+    }
+    for (;;) {
+        throwIfCancelled(path, cancellation);
+        FileDescriptor opened(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+        if (opened.isOpen()) {
+            return opened;
+        }
+        if (errno != ENXIO && errno != EINTR) {
+            failToOpen(path, errno);
+        }
+        ::poll(nullptr, 0, lookMilliseconds);
+    }
+}
+
+int writeAll(int descriptor, const char* bytes, std::size_t size,
+             const std::function<bool()>& goesOn)
+{
+    while (size > 0) {
+        const ssize_t count = ::write(descriptor, bytes, size);
+        if (count >= 0) {
+            bytes += count;
+            size -= static_cast<std::size_t>(count);
+            continue;
+        }
+        if (errno != EINTR && errno != EAGAIN) {
+            return errno;
+        }
+        if (goesOn && !goesOn()) {
+            return ECANCELED;
+        }
+        pollfd output{descriptor, POLLOUT, 0};
+        ::poll(&output, 1, goesOn ? lookMilliseconds : -1);
+    }
+    return 0;
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,62 @@
+#include "files/StreamedCopy.h"
+
+#include "Failure.h"
+#include "files/EntryNames.h"
+#include "terminal/ProgressBar.h"
+#include "terminal/Units.h"
+
+#include <utility>
+
+#include <unistd.h>
+
+namespace TarnisTool {
+
+StreamedCopy::StreamedCopy(Place& from, std::string source, std::string target,
+                           const Cancellation& cancellation)
+    : from_(from)
+    , source_(std::move(source))
+    , target_(std::move(target))
+    , cancellation_(cancellation)
+{}
+
+void StreamedCopy::run()
+{
+    followLinks();
+    const auto info = from_.find(source_);
+    if (!isRegularFile(info.type)) {
+        from_.fail("cannot copy", source_, "it is no file");
+    }
+    const FileDescriptor output = openStream(target_, cancellation_);
+    ProgressBar bar(info.size);
+    bar.setLabel(nameOf(source_));
+    // A terminal shows what it is given.
+    const bool isShown = ::isatty(output.get()) == 0;
+    std::uint64_t done = 0;
+    const bool isWritten =
+        streamFile(from_, source_, {output.get(), textOf(target_)}, [&](std::uint64_t written) {
+            done = written;
+            if (isShown) {
+                bar.show(done);
+            }
+            return !cancellation_.isRequested();
+        });
+    if (!isWritten) {
+        bar.clear();
+        throw Failure(FailureKind::Cancelled, "interrupted after", humanSize(done),
+                      textOf(target_) + " got no more");
+    }
+}
+
+void StreamedCopy::followLinks()
+{
+    if (!isSymbolicLink(from_.find(source_).type)) {
+        return;
+    }
+    auto target = from_.system().fileSymbolicLinkTargetFileId(source_, true);
+    if (!target) {
+        from_.fail("cannot follow the link", source_);
+    }
+    source_ = std::move(*target);
+}
+
+} // namespace TarnisTool
