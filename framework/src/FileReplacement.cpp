@@ -47,10 +47,10 @@ bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::str
         return false;
     }
     if (!rename(system, path, newPath)) {
-        system.fileRename(aside, name);
+        static_cast<void>(system.fileRename(aside, name));
         return false;
     }
-    system.fileRemove(aside);
+    static_cast<void>(system.fileRemove(aside));
     return true;
 }
 

@@ -61,7 +61,7 @@ bool moveFileByCopy(const FileSystem2& system, const std::string& path, const st
     }
     // A removal that was reported as failed may have been done, and then the copy is all there is.
     if (system.fileType(path)) {
-        system.fileRemove(newPath);
+        static_cast<void>(system.fileRemove(newPath));
         return false;
     }
     return system.fileType(newPath).has_value();
@@ -92,7 +92,7 @@ bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const st
     if (removeCopied(system, copy.tree(), *aside)) {
         return true;
     }
-    system.directoryRenameAs(*aside, path);
+    static_cast<void>(system.directoryRenameAs(*aside, path));
     return false;
 }
 

@@ -28,7 +28,7 @@ PartialEntry::~PartialEntry()
         return;
     }
     try {
-        system_.fileRemove(path_);
+        static_cast<void>(system_.fileRemove(path_));
     } catch (...) {
         // The system is out of reach, and the entry with it.
     }

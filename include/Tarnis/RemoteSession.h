@@ -37,7 +37,7 @@ public:
     /// done), or the attempt failed (the state is Disconnected and connect() may be called again).
     /// When it throws, as for a session without an object of libssh's, the state stays Connecting:
     /// no later connect() begins.
-    bool connect();
+    [[nodiscard]] bool connect();
 
     /// Ends the connection. Everything made from the session (processes, file systems) becomes
     /// invalid. A call of another thread that does not end within a moment is broken off; for up to
@@ -102,7 +102,7 @@ public:
     /// Null: the state was another one, nothing was done. A response whose result is Accepted:
     /// the state is UserAuthenticating. Any other result: the state is unchanged and another
     /// authenticator may be tried.
-    std::unique_ptr<HostAuthenticatorResponse>
+    [[nodiscard]] std::unique_ptr<HostAuthenticatorResponse>
     hostAuthenticate(const HostAuthenticator& authenticator);
 
     /// Proves who the user is, in the way that `authenticator` says. Runs only in state
@@ -114,7 +114,7 @@ public:
     /// expects a further method, after Denied another one may be tried. A key that cannot be read,
     /// and a text with a NUL byte, are Denied without a word to the server; getLastError() knows
     /// nothing of that.
-    std::unique_ptr<UserAuthenticatorResponse>
+    [[nodiscard]] std::unique_ptr<UserAuthenticatorResponse>
     userAuthenticate(const UserAuthenticator& authenticator);
 
 protected:

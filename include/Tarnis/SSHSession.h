@@ -104,7 +104,7 @@ public:
 
     /// A process, not yet started, that will run `commandLine` on the server through the user's
     /// shell. Does not touch the network. Null: libssh could not create a channel.
-    std::unique_ptr<SSHProcess> createProcess(const std::string& commandLine);
+    [[nodiscard]] std::unique_ptr<SSHProcess> createProcess(const std::string& commandLine);
 
     /// As a time limit of execute(): none.
     static constexpr std::chrono::milliseconds noTimeout = std::chrono::milliseconds::max();
@@ -126,13 +126,14 @@ public:
     ///                channel is closed. Zero or less gives up at the first wait.
     /// \return what came of it, never an exception for a failure of the command or of the network;
     ///         see SSHExecuteResult::Outcome.
-    SSHExecuteResult execute(const std::string& commandLine, std::string_view input = {},
-                             std::chrono::milliseconds timeout = noTimeout);
+    [[nodiscard]] SSHExecuteResult execute(const std::string& commandLine,
+                                           std::string_view input = {},
+                                           std::chrono::milliseconds timeout = noTimeout);
 
     /// A storage system over an SFTP session of its own. Blocks until the server has answered.
     /// Null: the session is not authenticated, the server refuses another channel or has no SFTP
     /// subsystem, or the connection is lost; nothing is left open then.
-    std::unique_ptr<SSHFileSystemSFTP> createSFTPFileSystem();
+    [[nodiscard]] std::unique_ptr<SSHFileSystemSFTP> createSFTPFileSystem();
 
 private:
     bool do_isConnected() const override;
