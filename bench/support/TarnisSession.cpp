@@ -12,10 +12,11 @@ std::unique_ptr<Tarnis::SSHSession> logInWithTarnis(const Login& login)
     session->setPortNumber(login.port);
     session->setUserName(login.user);
     session->setKnownHostsFile(login.knownHostsFile);
-    session->connect();
-    session->hostAuthenticate(Known(Known::AutoMode::KnownOnly, false));
-    session->userAuthenticate(Tarnis::UserAuthenticatorPrivateKeyFile(login.keyFile, ""));
-    require(session->isAuthenticated(), "logging in: " + session->getLastError());
+    require(session->connect(), "connecting: " + session->getLastError());
+    const auto host = session->hostAuthenticate(Known(Known::AutoMode::KnownOnly, false));
+    const auto user =
+        session->userAuthenticate(Tarnis::UserAuthenticatorPrivateKeyFile(login.keyFile, ""));
+    require(host && user && session->isAuthenticated(), "logging in: " + session->getLastError());
     return session;
 }
 

@@ -86,10 +86,10 @@ bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::str
     }
     if (!rename(system, path, newPath)) {
         const FailureKeeper keeper;
-        system.fileRename(aside, PathText::fileName(newPath));
+        static_cast<void>(system.fileRename(aside, PathText::fileName(newPath)));
         return false;
     }
-    system.fileRemove(aside);
+    static_cast<void>(system.fileRemove(aside));
     return true;
 }
 

@@ -64,7 +64,7 @@ bool moveFileByCopy(const FileSystem2& system, const std::string& path, const st
     const FailureKeeper keeper;
     // A removal that was reported as failed may have been done, and then the copy is all there is.
     if (system.fileType(path)) {
-        system.fileRemove(newPath);
+        static_cast<void>(system.fileRemove(newPath));
         return false;
     }
     return system.fileType(newPath).has_value();
@@ -98,7 +98,7 @@ bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const st
         return true;
     }
     const FailureKeeper keeper;
-    system.directoryRenameAs(*aside, path);
+    static_cast<void>(system.directoryRenameAs(*aside, path));
     return false;
 }
 

@@ -30,7 +30,7 @@ PartialEntry::~PartialEntry()
     }
     try {
         const FailureKeeper keeper;
-        system_.fileRemove(path_);
+        static_cast<void>(system_.fileRemove(path_));
     } catch (...) {
         // The system is out of reach, and the entry with it.
     }

@@ -46,7 +46,7 @@ public:
     /// Protocol, for a server that breaks it; BadName, for a session without a host name.
     /// When it throws, as for a session without an object of libssh's, the state stays Connecting:
     /// no later connect() begins.
-    bool connect();
+    [[nodiscard]] bool connect();
 
     /// Ends the connection. Everything made from the session (processes, file systems) becomes
     /// invalid. A call of another thread that does not end within a moment is broken off; for up to
@@ -115,7 +115,7 @@ public:
     /// authenticator may be tried. Failures, with the known-hosts file as Failure::entry():
     /// HostUnknown, HostKeyChanged, KnownHostsUnreadable; HostKeyRefused, by a list of keys.
     /// Undecided leaves one as well.
-    std::unique_ptr<HostAuthenticatorResponse>
+    [[nodiscard]] std::unique_ptr<HostAuthenticatorResponse>
     hostAuthenticate(const HostAuthenticator& authenticator);
 
     /// Proves who the user is, in the way that `authenticator` says. Runs only in state
@@ -129,7 +129,7 @@ public:
     /// the server; MoreRequired, after Partial, with the methods as its text; TimedOut, Lost,
     /// Interrupted; KeyFileMissing, KeyFileUnreadable, NotAKey and WrongPassPhrase, with the file
     /// as Failure::entry(); BadName, for a NUL byte.
-    std::unique_ptr<UserAuthenticatorResponse>
+    [[nodiscard]] std::unique_ptr<UserAuthenticatorResponse>
     userAuthenticate(const UserAuthenticator& authenticator);
 
 protected:

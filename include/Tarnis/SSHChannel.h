@@ -49,7 +49,7 @@ public:
 
     /// Opens the channel. Blocks on the server. False: the server refused it, or the connection is
     /// lost; the channel stays closed.
-    bool open();
+    [[nodiscard]] bool open();
 
     /// Whether the channel is open: opened, closed by neither side, connection alive as far as the
     /// last exchange with the server showed. Does not wait for the network.
@@ -117,16 +117,16 @@ public:
     /// \param timeout zero or less does not wait; a TimedOut is no failure then.
     /// \return how many bytes really arrived, or why none did. Bytes that had arrived before the
     ///         connection broke may be lost with it: an Error means that the stream is incomplete.
-    SSHChannelTransfer readSome(char* buffer, std::size_t size, bool isStderr,
-                                std::chrono::milliseconds timeout) const;
+    [[nodiscard]] SSHChannelTransfer readSome(char* buffer, std::size_t size, bool isStderr,
+                                              std::chrono::milliseconds timeout) const;
 
     /// Writes as much as the peer's window takes, waiting for room up to `timeout`; other threads
     /// may use the session meanwhile.
     /// \param size    bytes at `data`; 0 transfers nothing and reads as TimedOut.
     /// \param timeout zero or less does not wait; a TimedOut is no failure then.
     /// \return how many bytes were really taken, from the front, or why none were.
-    SSHChannelTransfer writeSome(const char* data, std::size_t size,
-                                 std::chrono::milliseconds timeout) const;
+    [[nodiscard]] SSHChannelTransfer writeSome(const char* data, std::size_t size,
+                                               std::chrono::milliseconds timeout) const;
 
 protected:
     /// Another reference to the handle.

@@ -58,10 +58,10 @@ public:
     /// failure's code is Busy), or the
     /// channel or the command was refused (the state is Failed; start() may be called again). When
     /// it throws, as on a session that is gone, the state stays Starting.
-    bool start();
+    [[nodiscard]] bool start();
 
     /// setCommandLine(), then start().
-    bool start(const std::string& commandLine);
+    [[nodiscard]] bool start(const std::string& commandLine);
 
     /// Whether the command runs. Takes note of its end, as do the next two. Does not wait.
     bool isRunning() const;

@@ -134,7 +134,7 @@ public:
     /// A process, not yet started, that will run `commandLine` on the server through the user's
     /// shell. Does not touch the network. Null: libssh could not create a channel, as before the
     /// log-in (Denied) and before there was a connection (ConnectionLost).
-    std::unique_ptr<SSHProcess> createProcess(const std::string& commandLine);
+    [[nodiscard]] std::unique_ptr<SSHProcess> createProcess(const std::string& commandLine);
 
     /// As a time limit of execute(): none.
     static constexpr std::chrono::milliseconds noTimeout = std::chrono::milliseconds::max();
@@ -158,13 +158,14 @@ public:
     ///         see SSHExecuteResult::Outcome. Whatever is not Completed is a failure: Denied where
     ///         the server refused the channel or the command, or the user is not logged in;
     ///         ConnectionLost, TimedOut; BadName for a command line with a NUL byte.
-    SSHExecuteResult execute(const std::string& commandLine, std::string_view input = {},
-                             std::chrono::milliseconds timeout = noTimeout);
+    [[nodiscard]] SSHExecuteResult execute(const std::string& commandLine,
+                                           std::string_view input = {},
+                                           std::chrono::milliseconds timeout = noTimeout);
 
     /// A storage system over an SFTP session of its own. Blocks until the server has answered.
     /// Null: the session is not authenticated, the server refuses another channel or has no SFTP
     /// subsystem, or the connection is lost; nothing is left open then.
-    std::unique_ptr<SSHFileSystemSFTP> createSFTPFileSystem();
+    [[nodiscard]] std::unique_ptr<SSHFileSystemSFTP> createSFTPFileSystem();
 
 private:
     bool do_isConnected() const override;

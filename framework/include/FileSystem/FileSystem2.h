@@ -65,7 +65,7 @@ public:
     // Files
 
     /// Creates a file and opens it for reading and writing. As fileCreate(), by path.
-    std::unique_ptr<StorageSystemFile> fileCreateAs(
+    [[nodiscard]] std::unique_ptr<StorageSystemFile> fileCreateAs(
         const std::string& path, bool failIfExists, bool makePath,
         Utilities::Flags<PosixFilePermissionFlag> permissions = defaultFilePermissions) const;
 
@@ -73,7 +73,7 @@ public:
     /// step of the system's. Target exists: false where the system can tell in that step; on a
     /// remote system that would replace it, after a look, as fileRename(). False: nothing there,
     /// the new parent is missing or on another volume, a refusal.
-    bool fileRenameAs(const std::string& path, const std::string& newPath) const;
+    [[nodiscard]] bool fileRenameAs(const std::string& path, const std::string& newPath) const;
 
     /// As fileRenameAs() for a file or a link itself, and a file or a link at the new path is
     /// replaced: in one atomic step where the system can, as this machine's can and many servers.
@@ -83,13 +83,13 @@ public:
     /// directory, a pipe, a socket or a device at either path; the new parent is missing or on
     /// another volume; a refusal; both are where they were. When a connection was lost, nothing
     /// tells how far the system came.
-    bool fileReplaceAs(const std::string& path, const std::string& newPath) const;
+    [[nodiscard]] bool fileReplaceAs(const std::string& path, const std::string& newPath) const;
 
     /// Moves a file or a link itself: renames it, or where the system cannot (another volume),
     /// copies it with permissions and time and then removes it. Never replaces what stands at the
     /// new path. False: nothing there, a directory, the target exists, its parent is missing, a
     /// refusal; the file is where it was.
-    bool fileMoveAs(const std::string& path, const std::string& newPath) const;
+    [[nodiscard]] bool fileMoveAs(const std::string& path, const std::string& newPath) const;
 
     /// Copies a file, a symbolic link as a link, or with Recursive a directory with all below it,
     /// to a path of this or another system. Never follows a link below `path`; never leaves a
@@ -116,10 +116,11 @@ public:
     /// \param bufferSize bytes per step; by default what the systems recommend.
     /// False: a failure, or `progress` said stop. Complete files of a tree stay, nothing
     /// half-written does unless the target is out of reach; so too when `progress` throws.
-    bool fileCopyAs(const std::string& path, const StorageSystem& target,
-                    const std::string& targetPath, const StorageSystemProgress& progress = {},
-                    Utilities::Flags<StorageSystemCopyOptionFlag> options = {},
-                    std::optional<std::uint64_t> bufferSize = std::nullopt) const;
+    [[nodiscard]] bool fileCopyAs(const std::string& path, const StorageSystem& target,
+                                  const std::string& targetPath,
+                                  const StorageSystemProgress& progress = {},
+                                  Utilities::Flags<StorageSystemCopyOptionFlag> options = {},
+                                  std::optional<std::uint64_t> bufferSize = std::nullopt) const;
 
     /// Everything that can be told of the path. Empty as for fileInfo().
     std::optional<FileMetaData> fileMetaData(const std::string& path) const;
@@ -133,15 +134,16 @@ public:
     /// True: the link is there and reads back as `target`, byte for byte. False: `target` is empty,
     /// `linkPath` has no name of its own, its parent is missing, what stands there is to be left
     /// alone or cannot be removed, the system makes no links or tells of another target, a refusal.
-    bool fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
-                                  bool failIfLinkExists) const;
+    [[nodiscard]] bool fileSymbolicLinkCreateAs(const std::string& target,
+                                                const std::string& linkPath,
+                                                bool failIfLinkExists) const;
 
     // Directories
 
     /// Makes one directory, in one atomic step.
     /// Target exists: false with `exclusive`, without asking for more when it is a directory; else
     /// what the system says, usually false. Parent missing: false.
-    bool directoryCreateAs(
+    [[nodiscard]] bool directoryCreateAs(
         const std::string& path, bool exclusive,
         Utilities::Flags<PosixFilePermissionFlag> permissions = defaultDirectoryPermissions) const;
 
@@ -149,7 +151,7 @@ public:
     /// followed.
     /// \param exclusive fails when the directory exists already; without, that is a success.
     /// False: something else stands in the way, a refusal; directories that were made before stay.
-    bool directoryMakePath(
+    [[nodiscard]] bool directoryMakePath(
         const std::string& path, bool exclusive,
         Utilities::Flags<PosixFilePermissionFlag> permissions = defaultDirectoryPermissions) const;
 
@@ -157,11 +159,11 @@ public:
 
     /// Removes an empty directory, in one atomic step. False: nothing there, not empty, something
     /// else, a refusal.
-    bool directoryRemove(const std::string& path) const;
+    [[nodiscard]] bool directoryRemove(const std::string& path) const;
 
     /// As fileRenameAs(), for a directory; false for anything else, and for a new path below
     /// itself.
-    bool directoryRenameAs(const std::string& path, const std::string& newPath) const;
+    [[nodiscard]] bool directoryRenameAs(const std::string& path, const std::string& newPath) const;
 
     /// Moves a directory: renames it, or where the system cannot (another volume), copies it with
     /// permissions and times and then removes it. Never replaces what stands at the new path.
@@ -170,7 +172,7 @@ public:
     /// in it was changed or added after it was copied, or could not be removed: what was not
     /// removed is where it was, and the copy is complete. While it is removed it stands beside its
     /// place, named ".name.1a2b3c4d.old".
-    bool directoryMoveAs(const std::string& path, const std::string& newPath) const;
+    [[nodiscard]] bool directoryMoveAs(const std::string& path, const std::string& newPath) const;
 
     /// The names in the directory of the path that match its last component as a search pattern, in
     /// ascending order of their bytes. A failure gives an empty or shortened list.
@@ -178,8 +180,9 @@ public:
 
     /// Makes a symbolic link to a directory. As fileSymbolicLinkCreateAs(), but `failIfLinkExists`
     /// protects only a link whose target is a directory.
-    bool directorySymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
-                                       bool failIfLinkExists) const;
+    [[nodiscard]] bool directorySymbolicLinkCreateAs(const std::string& target,
+                                                     const std::string& linkPath,
+                                                     bool failIfLinkExists) const;
 
 protected:
     FileSystem2();

@@ -105,7 +105,7 @@ public:
     /// without, a file is emptied and opened (through a link, its target), a directory gives null.
     /// Parent missing: with `makePath` it is made, without null.
     /// \param permissions of a file that is created, before the umask.
-    std::unique_ptr<StorageSystemFile> fileCreate(
+    [[nodiscard]] std::unique_ptr<StorageSystemFile> fileCreate(
         const std::string& directoryPath, const std::string& name, bool failIfExists, bool makePath,
         Utilities::Flags<PosixFilePermissionFlag> permissions = defaultFilePermissions) const;
 
@@ -115,7 +115,7 @@ public:
     /// a directory then, of which nothing can be read, or a pipe, which may wait for its other end
     /// as long as that takes.
     /// \param permissions of a file that is created, before the umask.
-    std::unique_ptr<StorageSystemFile>
+    [[nodiscard]] std::unique_ptr<StorageSystemFile>
     fileOpen(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
              Utilities::Flags<PosixFilePermissionFlag> permissions = defaultFilePermissions) const;
 
@@ -146,26 +146,26 @@ public:
 
     /// Removes a file, or a link and not its target; one atomic step. False: nothing there, a
     /// directory, a refusal.
-    bool fileRemove(const std::string& path) const;
+    [[nodiscard]] bool fileRemove(const std::string& path) const;
 
     /// Gives a file another name in its directory; a link is renamed itself. One atomic step.
     /// Target exists: fails where the system can tell in that step; on a remote system that would
     /// replace it, after a look, so that only what appears after the look is replaced.
     /// \return the new path. Empty: nothing there, a directory, a name that is no single component,
     ///         a refusal.
-    std::optional<std::string> fileRename(const std::string& path,
-                                          const std::string& newName) const;
+    [[nodiscard]] std::optional<std::string> fileRename(const std::string& path,
+                                                        const std::string& newName) const;
 
     /// Moves a file into another directory of this system, under its name; a link is moved itself.
     /// As fileMoveAs(). \return the new path; empty as for fileMoveAs().
-    std::optional<std::string> fileMove(const std::string& path,
-                                        const std::string& targetDirectory) const;
+    [[nodiscard]] std::optional<std::string> fileMove(const std::string& path,
+                                                      const std::string& targetDirectory) const;
 
     /// Copies a file, a link or, with Recursive, a directory, to a name in a directory of this or
     /// another system. As FileSystem2::fileCopyAs().
     /// \param failIfExists as the option FailIfExists.
     /// \return the new path; empty as for fileCopyAs(), and for a name that is no single component.
-    std::optional<std::string>
+    [[nodiscard]] std::optional<std::string>
     fileCopy(const std::string& path, const StorageSystem& target,
              const std::string& targetDirectory, const std::string& name, bool failIfExists,
              const StorageSystemProgress& progress = {},
@@ -192,10 +192,9 @@ public:
     /// Makes a symbolic link to a file, named `name` in `linkDirectory`. As
     /// FileSystem2::fileSymbolicLinkCreateAs(). \return the link's path; empty as there, and for a
     /// name that is no single component.
-    std::optional<std::string> fileSymbolicLinkCreate(const std::string& linkDirectory,
-                                                      const std::string& name,
-                                                      const std::string& target,
-                                                      bool failIfLinkExists) const;
+    [[nodiscard]] std::optional<std::string>
+    fileSymbolicLinkCreate(const std::string& linkDirectory, const std::string& name,
+                           const std::string& target, bool failIfLinkExists) const;
 
     /// The text of a symbolic link. Empty: no link there, or it cannot be read.
     std::optional<std::string> fileSymbolicLinkTarget(const std::string& path) const;
@@ -210,7 +209,7 @@ public:
 
     /// Removes a symbolic link and not its target. False: no link there, a refusal. A remote system
     /// may remove whatever file stands there.
-    bool fileSymbolicLinkRemove(const std::string& path) const;
+    [[nodiscard]] bool fileSymbolicLinkRemove(const std::string& path) const;
 
     // Directories
 
@@ -235,7 +234,7 @@ public:
     /// \param exclusive fails when the last one exists already; without, that is a success.
     /// \return the last one's path. Empty: the parent is missing, something else stands in the way,
     ///         a refusal; directories that were made before stay.
-    std::optional<std::string> directoryCreate(
+    [[nodiscard]] std::optional<std::string> directoryCreate(
         const std::string& parentPath, const std::vector<std::string>& names, bool exclusive,
         Utilities::Flags<PosixFilePermissionFlag> permissions = defaultDirectoryPermissions) const;
 
@@ -249,16 +248,16 @@ public:
     ///                  name is no single component; what was removed before is gone. false: only
     ///                  an empty one, in one atomic step.
     /// False: nothing there, something else (a link to a directory included), a refusal.
-    bool directoryRemove(const std::string& path, bool recursive) const;
+    [[nodiscard]] bool directoryRemove(const std::string& path, bool recursive) const;
 
     /// Gives a directory another name in its parent, in one atomic step. As fileRename().
-    std::optional<std::string> directoryRename(const std::string& path,
-                                               const std::string& newName) const;
+    [[nodiscard]] std::optional<std::string> directoryRename(const std::string& path,
+                                                             const std::string& newName) const;
 
     /// Moves a directory into another one, under its name. As FileSystem2::directoryMoveAs().
     /// \return the new path; empty as there.
-    std::optional<std::string> directoryMove(const std::string& path,
-                                             const std::string& targetDirectory) const;
+    [[nodiscard]] std::optional<std::string>
+    directoryMove(const std::string& path, const std::string& targetDirectory) const;
 
     /// The entries of a directory (a link to one is followed), "." and ".." left out, in the
     /// system's order. A failure gives an empty or shortened list; directoryReadFully() tells. A
@@ -307,10 +306,9 @@ public:
 
     /// Makes a symbolic link to a directory. As FileSystem2::directorySymbolicLinkCreateAs().
     /// \return the link's path; empty as there, and for a name that is no single component.
-    std::optional<std::string> directorySymbolicLinkCreate(const std::string& linkDirectory,
-                                                           const std::string& name,
-                                                           const std::string& target,
-                                                           bool failIfLinkExists) const;
+    [[nodiscard]] std::optional<std::string>
+    directorySymbolicLinkCreate(const std::string& linkDirectory, const std::string& name,
+                                const std::string& target, bool failIfLinkExists) const;
 
     /// As fileSymbolicLinkTarget().
     std::optional<std::string> directorySymbolicLinkTarget(const std::string& path) const;
@@ -320,7 +318,7 @@ public:
                                                                       bool followChain) const;
 
     /// As fileSymbolicLinkRemove(): removes the link and not the directory.
-    bool directorySymbolicLinkRemove(const std::string& path) const;
+    [[nodiscard]] bool directorySymbolicLinkRemove(const std::string& path) const;
 
     /// The path as a person wants to see it, with the host where there is one. Waits as
     /// hostName() does.

@@ -56,7 +56,7 @@ public:
 
     /// Moves the position to `offset` bytes from the start; beyond the end is allowed. A remote
     /// system is not asked, and takes any. False: the system refused, the position is as it was.
-    bool seek(std::uint64_t offset) const;
+    [[nodiscard]] bool seek(std::uint64_t offset) const;
 
     /// The position. Empty: it is not known.
     std::optional<std::uint64_t> tell();
@@ -85,11 +85,11 @@ public:
     /// until the buffer is full, the file ends, or a read fails.
     /// \return how many bytes stand at the front of the buffer, without a hole, and why no more.
     ///         After Error the position is undefined.
-    StorageSystemReadResult readFully(char* buffer, std::uint64_t size) const;
+    [[nodiscard]] StorageSystemReadResult readFully(char* buffer, std::uint64_t size) const;
 
     /// Writes exactly `size` bytes from the position on, no more than 256,000 at a time. False: a
     /// write failed; how much of the bytes the file holds now, and the position, are undefined.
-    bool writeFully(const char* buffer, std::uint64_t size) const;
+    [[nodiscard]] bool writeFully(const char* buffer, std::uint64_t size) const;
 
     /// The permissions of the file as its path has them now; none when that cannot be told.
     Utilities::Flags<PosixFilePermissionFlag> permissions();
@@ -111,13 +111,13 @@ public:
     ///                   total is the size at the start.
     /// \param bufferSize bytes per step; by default what the storage systems recommend.
     /// False: a read or a write failed, or `progress` said stop. The target holds a beginning then.
-    bool copy(StorageSystemFile& target, const StorageSystemProgress& progress = {},
-              std::optional<std::uint64_t> bufferSize = std::nullopt);
+    [[nodiscard]] bool copy(StorageSystemFile& target, const StorageSystemProgress& progress = {},
+                            std::optional<std::uint64_t> bufferSize = std::nullopt);
 
     /// Ends the writing of the file. True: the system has taken what was written, as far as it
     /// tells at this point; some find out only now that they have no room, or that they cannot. May
     /// ask the server. The file must not be used afterwards, only destroyed.
-    bool commit();
+    [[nodiscard]] bool commit();
 
     /// Closes the file. What fails now is not told: see commit().
     virtual ~StorageSystemFile();

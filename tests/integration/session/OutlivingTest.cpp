@@ -32,7 +32,7 @@ protected:
     {
         char byte = 'x';
         EXPECT_FALSE(process.isValid());
-        EXPECT_THROW(process.open(), FileSystem::handle_fatal_error);
+        EXPECT_THROW(static_cast<void>(process.open()), FileSystem::handle_fatal_error);
         EXPECT_THROW(process.isOpen(), FileSystem::handle_fatal_error);
         EXPECT_THROW(process.close(), FileSystem::handle_fatal_error);
         EXPECT_THROW(process.isEOF(), FileSystem::handle_fatal_error);
@@ -53,7 +53,7 @@ protected:
     void expectAllInvalid()
     {
         EXPECT_EQ(waiting_->getProcessState(), SSHCommandLineProcessState::NotStarted);
-        EXPECT_THROW(waiting_->start(), FileSystem::handle_fatal_error);
+        EXPECT_THROW(static_cast<void>(waiting_->start()), FileSystem::handle_fatal_error);
         EXPECT_EQ(waiting_->getProcessState(), SSHCommandLineProcessState::Starting);
         expectInvalid(*running_);
         expectInvalid(*waiting_);

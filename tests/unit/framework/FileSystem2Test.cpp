@@ -136,7 +136,7 @@ TEST_F(Creating, AFileMakesTheWayToItWhenAskedTo)
 TEST_F(Creating, AFileInADirectoryThatIsThereTakesOneStep)
 {
     system.addDirectory("/a");
-    system.fileCreateAs("/a/file", false, true);
+    EXPECT_NE(system.fileCreateAs("/a/file", false, true), nullptr);
     EXPECT_THAT(system.calls(), ElementsAre("open /a/file"));
 }
 

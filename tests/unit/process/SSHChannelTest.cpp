@@ -117,7 +117,7 @@ TEST_F(ChannelFixture, ChannelWithoutAHandleIsInvalid)
 {
     SSHChannel channel(nullptr);
     EXPECT_FALSE(channel.isValid());
-    EXPECT_THROW(channel.open(), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(channel.open()), handle_fatal_error);
     EXPECT_THROW(channel.readAll(false), handle_fatal_error);
 }
 

@@ -451,6 +451,6 @@ TEST_F(Process, ThrowsOnlyFromWhatTouchesTheChannelOnceTheSessionIsGone)
     EXPECT_FALSE(process.setCommandLine("pwd"));
     EXPECT_EQ(process.getProcessState(), State::NotStarted);
     EXPECT_THROW(process.waitForFinished(0ms), handle_fatal_error);
-    EXPECT_THROW(process.start(), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(process.start()), handle_fatal_error);
     EXPECT_EQ(process.getProcessState(), State::Starting);
 }

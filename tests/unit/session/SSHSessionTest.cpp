@@ -214,7 +214,7 @@ TEST(SessionLife, ProcessesMayOutliveTheSession)
     }
     session.reset();
     EXPECT_FALSE(process->isValid());
-    EXPECT_THROW(process->start(), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(process->start()), handle_fatal_error);
     EXPECT_THROW(process->readAll(false), handle_fatal_error);
 }
 

@@ -45,7 +45,7 @@ protected:
 
     void expectEveryRequestThrowsBroken()
     {
-        EXPECT_THROW(opened.seek(0), Broken);
+        EXPECT_THROW(static_cast<void>(opened.seek(0)), Broken);
         EXPECT_THROW(opened.tell(), Broken);
         EXPECT_THROW(opened.read(buffer.data(), 1), Broken);
         EXPECT_THROW(opened.write(buffer.data(), 1), Broken);
@@ -143,7 +143,7 @@ TEST_F(SftpOpenFile, IsValidAsItsFileSystemIsWhateverBecameOfItsHandle)
     EXPECT_TRUE(opened.isValid());
     EXPECT_FALSE(opened.error());
     EXPECT_FALSE(opened.eof());
-    EXPECT_THROW(opened.seek(0), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(opened.seek(0)), handle_fatal_error);
     EXPECT_THROW(opened.tell(), handle_fatal_error);
     EXPECT_THROW(opened.read(buffer.data(), 1), handle_fatal_error);
     EXPECT_THROW(opened.write(buffer.data(), 1), handle_fatal_error);
@@ -361,7 +361,7 @@ TEST_F(SftpOpenFile, TellsOfItsFileSystemOnceThatHasEnded)
     EXPECT_TRUE(opened.error());
     EXPECT_FALSE(opened.eof());
     EXPECT_EQ(opened.fileId(), "/a/file");
-    EXPECT_THROW(opened.seek(0), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(opened.seek(0)), handle_fatal_error);
     EXPECT_THROW(opened.tell(), handle_fatal_error);
     EXPECT_THROW(opened.read(buffer.data(), 1), handle_fatal_error);
     EXPECT_THROW(opened.write(buffer.data(), 1), handle_fatal_error);
@@ -382,12 +382,12 @@ TEST_F(SftpFileSystemFile, WithoutAHandleIsAsOneWhoseSessionHasEnded)
     EXPECT_TRUE(opened.isValid());
     EXPECT_FALSE(opened.error());
     EXPECT_FALSE(opened.eof());
-    EXPECT_THROW(opened.seek(0), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(opened.seek(0)), handle_fatal_error);
     EXPECT_THROW(opened.tell(), handle_fatal_error);
     EXPECT_THROW(opened.read(buffer, 1), handle_fatal_error);
     EXPECT_THROW(opened.write(buffer, 1), handle_fatal_error);
-    EXPECT_THROW(opened.readFully(buffer, 1), handle_fatal_error);
-    EXPECT_THROW(opened.writeFully(buffer, 1), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(opened.readFully(buffer, 1)), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(opened.writeFully(buffer, 1)), handle_fatal_error);
     EXPECT_EQ(opened.read(buffer, 0), 0U);
     EXPECT_EQ(opened.write(buffer, 0), 0U);
     // The path is the file system's business.
@@ -402,7 +402,7 @@ TEST_F(SftpFileSystemFile, WithoutAHandleIsNotCopied)
 {
     SSHFileSystemSFTPFile from(nullptr, "/a", StorageSystemFileOpenModeFlag::Read, files);
     SSHFileSystemSFTPFile to(nullptr, "/b", StorageSystemFileOpenModeFlag::Write, files);
-    EXPECT_THROW(from.copy(to), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(from.copy(to)), handle_fatal_error);
 }
 
 TEST_F(SftpOpenFile, ThrowsAfterItsFileSystemWasAborted)

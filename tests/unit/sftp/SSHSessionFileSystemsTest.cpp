@@ -88,5 +88,5 @@ TEST_F(SftpCreation, ThrowsWithoutASession)
 {
     EXPECT_CALL(libssh, ssh_new).WillOnce(Return(nullptr));
     SSHSession session;
-    EXPECT_THROW(session.createSFTPFileSystem(), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(session.createSFTPFileSystem()), handle_fatal_error);
 }
