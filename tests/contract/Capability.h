@@ -67,6 +67,9 @@ struct Capabilities
     Capability takesAnyBytesInNames;
     /// Takes permissions that allow nothing at all. Lacking: ignores them.
     Capability takesNoPermissions;
+    /// Takes its umask off the permissions that a new file is asked for with. Lacking: gives them
+    /// as they are.
+    Capability takesUmaskOffNewFiles;
     /// Refuses what the permissions forbid.
     Capability enforcesPermissions;
     /// Whatever the position, Append writes at the end.

@@ -14,6 +14,8 @@ Capabilities capabilities()
         Capability::lacking("the server would rename what the link leads to");
     capabilities.takesNoPermissions =
         Capability::lacking("the server takes permissions of 0 for none given");
+    capabilities.takesUmaskOffNewFiles =
+        Capability::lacking("the server sets the permissions of a new file once it is made");
     capabilities.refusesToOpenPipes =
         Capability::lacking("the server opens pipes, and does not wait for their other end");
     return capabilities;
