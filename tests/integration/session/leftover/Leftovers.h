@@ -39,7 +39,10 @@ inline int use(Tarnis::SSHSession& session, Leftovers& leftovers, int argc, char
     if (!session.connect() || session.hostAuthenticate(HostAuthenticatorNone()) == nullptr) {
         return EXIT_FAILURE;
     }
-    session.userAuthenticate(UserAuthenticatorPrivateKeyFile(argv[3], ""));
+    const auto response = session.userAuthenticate(UserAuthenticatorPrivateKeyFile(argv[3], ""));
+    if (response == nullptr || response->getResult() != AuthenticateUserResult::Success) {
+        return EXIT_FAILURE;
+    }
     leftovers.process = session.createProcess("echo unread; cat");
     leftovers.files = session.createSFTPFileSystem();
     if (leftovers.process == nullptr || !leftovers.process->start() || leftovers.files == nullptr) {
