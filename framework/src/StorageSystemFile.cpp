@@ -15,8 +15,9 @@ namespace FileSystem {
 
 namespace {
 
-// Some servers end the connection at a longer read, or refuse a longer write.
-constexpr std::uint64_t largestRead = 261'120;
+// Some servers end the connection at a longer read, or refuse a longer write. A multiple of what
+// many answer a read with at most, as some answer what is left with more than was asked for.
+constexpr std::uint64_t largestRead = std::uint64_t{7} * 32'768;
 constexpr std::uint64_t largestWrite = 256'000;
 
 constexpr std::uint64_t largestDefaultStep = 4U << 20U;

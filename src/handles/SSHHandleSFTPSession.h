@@ -1,5 +1,6 @@
 #pragma once
 
+#include "handles/SFTPFlow.h"
 #include "handles/SSHHandleObjectWrapper.h"
 #include "handles/SSHHandleSession.h"
 
@@ -94,6 +95,9 @@ public:
 
     const std::shared_ptr<std::atomic<bool>>& sharedLossMark() const noexcept { return lost_; }
 
+    /// What its bulk transfers share; outlives the handle with those.
+    const std::shared_ptr<SFTPFlow>& sharedFlow() const noexcept { return flow_; }
+
 protected:
     void do_invalidate() override;
 
@@ -103,6 +107,7 @@ private:
     std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
     std::atomic<int> bulkWriters_{0};
     std::shared_ptr<std::atomic<bool>> lost_ = std::make_shared<std::atomic<bool>>(false);
+    std::shared_ptr<SFTPFlow> flow_ = std::make_shared<SFTPFlow>();
 };
 
 } // namespace Tarnis

@@ -5,6 +5,7 @@ namespace Tarnis {
 SSHHandleSFTPSessionFile::SSHHandleSFTPSessionFile(SSHHandleSFTPSession* sftp, sftp_file file)
     : SSHHandleObjectWrapper(sftp, file)
     , lost_(sftp != nullptr ? sftp->sharedLossMark() : std::make_shared<std::atomic<bool>>(false))
+    , flow_(sftp != nullptr ? sftp->sharedFlow() : std::make_shared<SFTPFlow>())
 {}
 
 SSHHandleSFTPSessionFile::~SSHHandleSFTPSessionFile()

@@ -65,6 +65,9 @@ public:
     /// As the SFTP session's.
     std::atomic<bool>& lossMark() const noexcept { return *lost_; }
 
+    /// What the bulk transfers of the SFTP session share. To be used under the lock.
+    SFTPFlow& flow() const noexcept { return *flow_; }
+
 protected:
     void do_invalidate() override;
 
@@ -77,6 +80,7 @@ private:
     bool committed_ = false;
     std::uint64_t appendEnd_ = 0;
     std::shared_ptr<std::atomic<bool>> lost_;
+    std::shared_ptr<SFTPFlow> flow_;
 };
 
 } // namespace Tarnis

@@ -5,6 +5,7 @@
 namespace Tarnis {
 
 class SSHHandleChannel;
+class SSHHandleSFTPSessionFile;
 
 /// Paces a loop that tries something on a channel again and again without holding the session's
 /// lock in between: waits for the connection to have something to do.
@@ -30,7 +31,13 @@ public:
     /// Throws handle_fatal_error("invalid") when the handle is invalid.
     bool wait(SSHHandleChannel& channel);
 
+    /// The same for the SFTP session of an open file.
+    bool wait(SSHHandleSFTPSessionFile& file);
+
 private:
+    template <class Handle>
+    bool waitFor(Handle& handle);
+
     static constexpr std::chrono::milliseconds shortestPause{1};
     static constexpr std::chrono::milliseconds longestPause{10};
 

@@ -9,12 +9,13 @@ namespace Tarnis {
 using FileSystem::StorageSystemFileOpenModeFlag;
 
 SFTPBulkTransfer::SFTPBulkTransfer(std::shared_ptr<SSHHandleSFTPSessionFile> file,
+                                   const std::string& path,
                                    Utilities::Flags<StorageSystemFileOpenModeFlag> mode)
     : file_(std::move(file))
     , appends_(mode.has(StorageSystemFileOpenModeFlag::Append))
     , mayWrite_(mode.has(StorageSystemFileOpenModeFlag::Write))
-    , reader_(file_)
-    , writer_(file_)
+    , reader_(file_, path)
+    , writer_(file_, path)
 {}
 
 SFTPBulkTransfer::~SFTPBulkTransfer()
@@ -33,7 +34,7 @@ void SFTPBulkTransfer::expectEnd(std::uint64_t offset)
 
 bool SFTPBulkTransfer::start(std::uint64_t offset)
 {
-    if (appends_ || !file_->isValid()) {
+    if (appends_ || !file_->isValid() || file_->isLost()) {
         return false;
     }
     reader_.start(offset);

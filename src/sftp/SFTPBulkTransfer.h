@@ -8,6 +8,7 @@
 #include <Utilities/Flags.h>
 
 #include <memory>
+#include <string>
 
 namespace Tarnis {
 
@@ -17,7 +18,8 @@ namespace Tarnis {
 class SFTPBulkTransfer final : public FileSystem::StorageSystemBulkTransfer
 {
 public:
-    SFTPBulkTransfer(std::shared_ptr<SSHHandleSFTPSessionFile> file,
+    /// \param path of the file, for failures.
+    SFTPBulkTransfer(std::shared_ptr<SSHHandleSFTPSessionFile> file, const std::string& path,
                      Utilities::Flags<FileSystem::StorageSystemFileOpenModeFlag> mode);
     ~SFTPBulkTransfer() override;
 

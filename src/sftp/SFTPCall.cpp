@@ -49,11 +49,12 @@ bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept
 
 std::string sftpErrorText(sftp_session sftp)
 {
-    constexpr std::string_view prefix = "SFTP server: ";
     const char* const error = ssh_get_error(sftp->session);
     std::string_view text(error != nullptr ? error : "");
-    if (text.substr(0, prefix.size()) == prefix) {
-        text.remove_prefix(prefix.size());
+    for (const std::string_view prefix : {"SFTP server: ", "SFTP server : "}) {
+        if (text.substr(0, prefix.size()) == prefix) {
+            text.remove_prefix(prefix.size());
+        }
     }
     return std::string(text);
 }

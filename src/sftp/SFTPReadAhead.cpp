@@ -1,7 +1,7 @@
 #include "sftp/SFTPReadAhead.h"
 
 #include "handles/LibsshCompatibility.h"
-#include "handles/SSHCall.h"
+#include "sftp/SFTPCall.h"
 #include "sftp/SFTPReplies.h"
 
 #include <algorithm>
@@ -12,12 +12,18 @@ namespace Tarnis {
 
 namespace {
 
-// What OpenSSH answers at most; more ends the connection on some servers.
-constexpr std::uint32_t largestRequest = 261'120;
+// No more than what OpenSSH answers at most; more ends the connection on some servers. A multiple
+// of what most others answer at most, so that nothing smaller is left to ask for in between: some
+// answer that with more than was asked for.
+constexpr std::uint32_t largestRequest = std::uint32_t{7} * 32'768;
 constexpr std::uint32_t smallestRequest = 4'096;
+// Of one file, what has arrived and waits to be handed out included.
 constexpr std::uint64_t mostUnderWay = std::uint64_t{16} * largestRequest;
-// Fits into the part of a channel's receive window that libssh keeps open at all times.
-constexpr std::uint64_t mostUnderWayBesideWriters = std::uint64_t{2} * largestRequest;
+// Of all files of the SFTP session together. Fits into the receive window that is kept wide.
+constexpr std::uint64_t mostToCome = std::uint64_t{20} * largestRequest;
+// Fits into the part of a channel's receive window that libssh keeps open at all times: a server
+// that waits for room in there may not take more writes meanwhile.
+constexpr std::uint64_t mostToComeBesideWriters = std::uint64_t{2} * largestRequest;
 // What a server nearby needs to be kept busy. More would fill libssh's buffers, which costs memory
 // traffic.
 constexpr std::uint64_t ampleUnderWay = std::uint64_t{3} * largestRequest;
@@ -56,7 +62,7 @@ void SFTPReadAhead::finish()
         const Request request = requests_.front();
         requests_.pop_front();
         unwanted.resize(std::max<std::size_t>(unwanted.size(), request.length));
-        static_cast<void>(collect(request, unwanted.data()));
+        static_cast<void>(collect(request, unwanted.data(), false));
     }
 }
 
@@ -73,15 +79,9 @@ std::uint64_t SFTPReadAhead::takeFromChunk(char* buffer, std::uint64_t size) noe
 /// Sends as many requests as may be under way.
 void SFTPReadAhead::fill()
 {
-    const std::uint64_t most = callLocked(*file_, [this](sftp_file) {
-        const auto* const sftp = file_->getSftpSession();
-        return sftp != nullptr && sftp->hasBulkWriters() ? mostUnderWayBesideWriters : mostUnderWay;
-    });
-    if (most == mostUnderWay && bytesUnderWay_ >= mostUnderWayBesideWriters) {
-        receiveWindow_.keepWide(*file_);
-    }
-    while (mayAsk(most) && ask(nextOffset_, nextLength(), requests_)) {
-        nextOffset_ += requests_.back().length;
+    auto attempt = SFTPAttempt::Done;
+    while (mayAsk() && attempt == SFTPAttempt::Done) {
+        attempt = askNext();
     }
 }
 
@@ -92,28 +92,68 @@ std::uint32_t SFTPReadAhead::nextLength() const noexcept
                                       : requestSize_;
 }
 
-bool SFTPReadAhead::mayAsk(std::size_t bytesAtMost) const noexcept
+bool SFTPReadAhead::mayAsk() const noexcept
 {
     // Behind the expected end, one request is enough to find out whether it is the end.
     const bool isSettled = expectedEnd_ != 0 && nextOffset_ > expectedEnd_;
     return !isSettled && status_ == Result::Status::Complete && requests_.size() < window_.size() &&
-           bytesUnderWay_ + requestSize_ <= bytesAtMost;
+           bytesUnderWay_ + requestSize_ <= mostUnderWay;
 }
 
-/// Sends one request and adds it to `requests`. False: it could not be sent.
-bool SFTPReadAhead::ask(std::uint64_t offset, std::uint32_t length, std::deque<Request>& requests)
+/// Sends the next request, where there is another one to wait for only if it is this file's turn.
+SFTPAttempt SFTPReadAhead::askNext()
 {
-    const int id = callLocked(*file_, [offset, length](sftp_file file) {
-        // Others may have moved the position.
-        sftp_seek64(file, offset);
-        return Compatibility::beginRead(file, length);
-    });
+    const auto attempt = [this](sftp_file file) {
+        const std::uint32_t length = nextLength();
+        return isItsTurn(file, length) ? ask(file, nextOffset_, length, requests_)
+                                       : SFTPAttempt::TooEarly;
+    };
+    auto result = attemptNow(*file_, path_, attempt);
+    if (result == SFTPAttempt::TooEarly && requests_.empty()) {
+        const SFTPFlow::Waiting waiting(file_->flow());
+        result = attemptInTurn(*file_, path_, stream_, attempt);
+    }
+    if (result == SFTPAttempt::Done) {
+        nextOffset_ += requests_.back().length;
+    }
+    return result;
+}
+
+bool SFTPReadAhead::isItsTurn(sftp_file file, std::uint32_t length)
+{
+    const auto* const sftp = file_->getSftpSession();
+    SFTPFlow& flow = file_->flow();
+    // Whoever has nothing under way goes first.
+    const bool isHeldBack = flow.hasWaiting() && !requests_.empty();
+    const std::uint64_t toCome = flow.bytesToCome(file->sftp);
+    if (sftp != nullptr && sftp->hasBulkWriters()) {
+        return toCome + length <= mostToComeBesideWriters && !isHeldBack;
+    }
+    if (toCome >= mostToComeBesideWriters) {
+        receiveWindow_.keepWide(file, flow);
+    }
+    return toCome + length <= mostToCome && !isHeldBack;
+}
+
+/// Sends one request and adds it to `requests`.
+SFTPAttempt SFTPReadAhead::ask(sftp_file file, std::uint64_t offset, std::uint32_t length,
+                               std::deque<Request>& requests)
+{
+    if (!SFTPFlow::hasRoomForSmallRequest(file->sftp)) {
+        return SFTPAttempt::TooEarly;
+    }
+    // Others may have moved the position.
+    sftp_seek64(file, offset);
+    const int id = Compatibility::beginRead(file, length);
     if (id < 0) {
-        return false;
+        // libssh sets a status as if the server had answered.
+        file->sftp->errnum = SSH_FX_OK;
+        return SFTPAttempt::Failed;
     }
     requests.push_back({static_cast<std::uint32_t>(id), offset, length});
     bytesUnderWay_ += length;
-    return true;
+    file_->flow().addRead(static_cast<std::uint32_t>(id), length);
+    return SFTPAttempt::Done;
 }
 
 /// Sends requests for what a short answer left out, ahead of all others.
@@ -123,7 +163,10 @@ bool SFTPReadAhead::askForMissing(const Request& request, std::uint32_t count)
     bool sent = true;
     for (std::uint32_t done = count; sent && done < request.length;) {
         const std::uint32_t length = std::min(request.length - done, requestSize_);
-        sent = ask(request.offset + done, length, missing);
+        const auto attempt = [&](sftp_file file) {
+            return ask(file, request.offset + done, length, missing);
+        };
+        sent = attemptInTurn(*file_, path_, stream_, attempt) == SFTPAttempt::Done;
         done += length;
     }
     requests_.insert(requests_.begin(), missing.begin(), missing.end());
@@ -142,7 +185,7 @@ std::uint64_t SFTPReadAhead::collectNext(char* buffer, std::uint64_t size)
     const bool fits = request.length <= size;
     chunk_.resize(std::max<std::size_t>(chunk_.size(), fits ? 0 : request.length));
     char* const destination = fits ? buffer : chunk_.data();
-    const Reply reply = window_.watch([&] { return collect(request, destination); },
+    const Reply reply = window_.watch([&] { return collect(request, destination, true); },
                                       bytesUnderWay_ >= ampleUnderWay);
     const std::uint32_t count = take(request, reply);
     if (fits) {
@@ -163,7 +206,6 @@ std::uint32_t SFTPReadAhead::take(const Request& request, const Reply& reply)
         return 0;
     }
     const auto count = static_cast<std::uint32_t>(reply.count);
-    receiveWindow_.shrink(count);
     if (request.offset >= expectedEnd_) {
         // The file goes on behind what was thought to be its end.
         expectedEnd_ = 0;
@@ -179,15 +221,25 @@ std::uint32_t SFTPReadAhead::take(const Request& request, const Reply& reply)
     return count;
 }
 
-SFTPReadAhead::Reply SFTPReadAhead::collect(const Request& request, char* destination)
+SFTPReadAhead::Reply SFTPReadAhead::collect(const Request& request, char* destination,
+                                            bool isWanted)
 {
     bytesUnderWay_ -= request.length;
-    return callLocked(*file_, [this, &request, destination](sftp_file file) {
+    return callLocked(*file_, [&](sftp_file file) {
+        file->sftp->errnum = SSH_FX_OK;
         // Also forgets that the end was met, which another request may have.
         sftp_seek64(file, request.offset + request.length);
         const int count =
             collectReadDirectly(file, destination, request.length, request.id, stream_);
-        return Reply{count, file->eof == 1};
+        file_->flow().removeRead(request.id);
+        const Reply reply{count, file->eof == 1};
+        if (isWanted && count < 0) {
+            noteRefusal(file->sftp, file_->lossMark(), stream_.refusal, path_);
+        } else if (isWanted && count == 0 && !reply.endOfFile) {
+            noteRefusal(file->sftp, file_->lossMark(), {std::nullopt, "the server sent no bytes"},
+                        path_);
+        }
+        return reply;
     });
 }
 

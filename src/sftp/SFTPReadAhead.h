@@ -3,6 +3,7 @@
 #include "handles/SSHHandleSFTPSessionFile.h"
 #include "sftp/SFTPReceiveWindow.h"
 #include "sftp/SFTPReplies.h"
+#include "sftp/SFTPTurns.h"
 #include "sftp/SFTPWindow.h"
 
 #include <FileSystem/StorageSystemReadResult.h>
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace Tarnis {
@@ -20,13 +22,15 @@ namespace Tarnis {
 /// comes behind it is handed out. The file ends where the server says so, whatever later requests
 /// were answered with.
 ///
-/// Operations block on the server, letting others in between two requests, and throw
-/// handle_fatal_error("invalid") when the handle is invalid.
+/// Operations block on the server, letting others in between two requests and while it is not this
+/// file's turn to ask, and throw handle_fatal_error("invalid") when the handle is invalid. Why they
+/// fail is noted.
 class SFTPReadAhead
 {
 public:
-    explicit SFTPReadAhead(std::shared_ptr<SSHHandleSFTPSessionFile> file)
+    SFTPReadAhead(std::shared_ptr<SSHHandleSFTPSessionFile> file, std::string path)
         : file_(std::move(file))
+        , path_(std::move(path))
     {}
 
     /// Where the file is thought to end; to be told before start(). Requests are cut there, so that
@@ -60,17 +64,21 @@ private:
 
     std::uint64_t takeFromChunk(char* buffer, std::uint64_t size) noexcept;
     void fill();
-    bool mayAsk(std::size_t bytesAtMost) const noexcept;
+    bool mayAsk() const noexcept;
     std::uint32_t nextLength() const noexcept;
-    bool ask(std::uint64_t offset, std::uint32_t length, std::deque<Request>& requests);
+    SFTPAttempt askNext();
+    bool isItsTurn(sftp_file file, std::uint32_t length);
+    SFTPAttempt ask(sftp_file file, std::uint64_t offset, std::uint32_t length,
+                    std::deque<Request>& requests);
     bool askForMissing(const Request& request, std::uint32_t count);
     std::uint64_t collectNext(char* buffer, std::uint64_t size);
     std::uint32_t take(const Request& request, const Reply& reply);
-    Reply collect(const Request& request, char* destination);
+    Reply collect(const Request& request, char* destination, bool isWanted);
     void learnFromShortReply(std::uint32_t count) noexcept;
     void end(Result::Status status);
 
     std::shared_ptr<SSHHandleSFTPSessionFile> file_;
+    std::string path_;
     std::deque<Request> requests_;
     std::uint64_t bytesUnderWay_ = 0;
     std::uint64_t nextOffset_ = 0;

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "handles/SSHHandleSFTPSessionFile.h"
+#include "handles/SFTPFlow.h"
 
-#include <cstdint>
+#include <libssh/sftp.h>
+
 #include <memory>
 
 namespace Tarnis {
@@ -13,17 +14,12 @@ namespace Tarnis {
 class SFTPReceiveWindow
 {
 public:
-    /// To be called when more is asked for than libssh lets through by itself, each time, as the
-    /// window shrinks with what arrives. Does not wait for the server.
-    void keepWide(SSHHandleSFTPSessionFile& file);
-
-    /// So many bytes have arrived.
-    void shrink(std::uint64_t bytes) noexcept { arrived_ += bytes; }
+    /// To be called under the lock when more is asked for than libssh lets through by itself, each
+    /// time, as the window shrinks with what arrives. Does not wait for the server. From libssh
+    /// 0.11 on the window stays at 2 MiB.
+    void keepWide(sftp_file file, SFTPFlow& flow);
 
 private:
-    static constexpr std::uint64_t step = std::uint64_t{1} << 20U;
-
-    std::uint64_t arrived_ = step;
     std::unique_ptr<char[]> spare_;
 };
 

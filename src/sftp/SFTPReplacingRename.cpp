@@ -12,7 +12,6 @@ namespace Tarnis {
 
 namespace {
 
-constexpr std::uint8_t extendedPacket = 200;
 constexpr const char* posixRename = "posix-rename@openssh.com";
 
 struct StringDeleter

@@ -2,9 +2,11 @@
 
 #include "handles/LibsshCompatibility.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
 namespace Tarnis {
 
@@ -12,6 +14,7 @@ namespace {
 
 constexpr std::uint8_t statusPacket = 101;
 constexpr std::uint8_t dataPacket = 103;
+constexpr std::uint8_t extendedReplyPacket = 201;
 constexpr std::size_t numberSize = 4;
 // libssh numbers its requests from 1 on.
 constexpr std::uint32_t noRequest = 0;
@@ -85,13 +88,10 @@ private:
     sftp_file_struct before_;
 };
 
-/// Waits until replies arrive and reads them into the queue. libssh reads only while it waits for
-/// one; it is told to wait for one that nobody asked for, but not to block, so it takes none out.
+/// Reads replies that have arrived into the queue. libssh reads only while it waits for one; it is
+/// told to wait for one that nobody asked for, but not to block, so it takes none out.
 bool readArrivals(sftp_file file) noexcept
 {
-    if (ssh_channel_poll_timeout(file->sftp->channel, noTimeLimit, 0) <= 0) {
-        return false;
-    }
     const UntouchedFile untouched(file);
     file->nonblocking = 1;
     char nothing = 0;
@@ -102,7 +102,8 @@ bool readArrivals(sftp_file file) noexcept
 bool awaitArrival(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
 {
     while (!stream.isBroken && !hasArrived(file->sftp, id)) {
-        stream.isBroken = !readArrivals(file);
+        stream.isBroken = ssh_channel_poll_timeout(file->sftp->channel, noTimeLimit, 0) <= 0 ||
+                          !readArrivals(file);
     }
     return hasArrived(file->sftp, id);
 }
@@ -119,21 +120,33 @@ public:
     bool hasNumber() const noexcept { return bytes_ != nullptr && size_ >= numberSize; }
 
     /// The number in front, in network order.
-    std::uint32_t number() const noexcept
-    {
-        std::uint32_t value = 0;
-        for (std::size_t index = 0; index < numberSize; ++index) {
-            value = value << 8U | bytes_[index];
-        }
-        return value;
-    }
+    std::uint32_t number() const noexcept { return decode(bytes_); }
 
     /// What follows that number.
     const unsigned char* rest() const noexcept { return bytes_ + numberSize; }
 
     std::size_t restSize() const noexcept { return size_ - numberSize; }
 
+    /// The text behind that number, as far as it is there.
+    std::string text() const
+    {
+        if (restSize() < numberSize) {
+            return {};
+        }
+        const std::size_t length = std::min<std::size_t>(decode(rest()), restSize() - numberSize);
+        return {reinterpret_cast<const char*>(rest()) + numberSize, length};
+    }
+
 private:
+    static std::uint32_t decode(const unsigned char* bytes) noexcept
+    {
+        std::uint32_t value = 0;
+        for (std::size_t index = 0; index < numberSize; ++index) {
+            value = value << 8U | bytes[index];
+        }
+        return value;
+    }
+
     const unsigned char* bytes_;
     std::size_t size_;
 };
@@ -152,6 +165,17 @@ bool isRefusal(const sftp_message_struct& message) noexcept
     return status && *status != SSH_FX_EOF;
 }
 
+SFTPRefusal refusalBy(const sftp_message_struct& status)
+{
+    const Payload payload(status);
+    return {payload.number(), payload.text()};
+}
+
+SFTPRefusal refusalFor(const char* what)
+{
+    return {std::nullopt, what};
+}
+
 /// Has libssh record the text of a bad status that is in the queue. It does so for a reply that it
 /// has waited for, and always reads another one first. So one more is asked for.
 void recordText(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
@@ -168,20 +192,25 @@ void recordText(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexc
     }
 }
 
-int takeStatus(sftp_file file, std::uint32_t status) noexcept
+int takeStatus(sftp_file file, const sftp_message_struct& message, SFTPRefusal& why)
 {
+    const std::uint32_t status = Payload(message).number();
     file->sftp->errnum = static_cast<int>(status);
     if (status != SSH_FX_EOF) {
+        why = refusalBy(message);
         return SSH_ERROR;
     }
     file->eof = 1;
     return 0;
 }
 
-int takeData(sftp_file file, const Payload& payload, void* data, std::uint32_t size) noexcept
+int takeData(sftp_file file, const Payload& payload, void* data, std::uint32_t size,
+             SFTPRefusal& why)
 {
     const std::uint32_t length = payload.number();
     if (length > size || length > payload.restSize()) {
+        why = refusalFor(length > size ? "the server sent more than was asked for"
+                                       : "the server sent less than it says");
         return SSH_ERROR;
     }
     file->offset -= size - length;
@@ -189,31 +218,35 @@ int takeData(sftp_file file, const Payload& payload, void* data, std::uint32_t s
     return static_cast<int>(length);
 }
 
-int takeReply(sftp_file file, const sftp_message_struct& message, void* data,
-              std::uint32_t size) noexcept
+int takeReply(sftp_file file, const sftp_message_struct& message, void* data, std::uint32_t size,
+              SFTPRefusal& why)
 {
     const Payload payload(message);
-    if (!payload.hasNumber()) {
-        return SSH_ERROR;
+    if (payload.hasNumber() && message.packet_type == statusPacket) {
+        return takeStatus(file, message, why);
     }
-    switch (message.packet_type) {
-    case statusPacket:
-        return takeStatus(file, payload.number());
-    case dataPacket:
-        return takeData(file, payload, data, size);
-    default:
-        return SSH_ERROR;
+    if (payload.hasNumber() && message.packet_type == dataPacket) {
+        return takeData(file, payload, data, size, why);
     }
+    why = refusalFor("the server's reply is none to a read");
+    return SSH_ERROR;
 }
 
 } // namespace
 
-int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id) noexcept
+bool takeArrivalsIn(sftp_file file, SFTPReplyStream& stream) noexcept
+{
+    const int arrived = stream.isBroken ? SSH_ERROR : ssh_channel_poll(file->sftp->channel, 0);
+    stream.isBroken = arrived < 0 || (arrived > 0 && !readArrivals(file));
+    return !stream.isBroken;
+}
+
+int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id, SFTPRefusal& why)
 {
     const int eofBefore = file->eof;
     file->eof = 0;
     const Message arrived = takeArrived(file->sftp, id);
-    const int result = arrived != nullptr ? takeReply(file, *arrived, data, size)
+    const int result = arrived != nullptr ? takeReply(file, *arrived, data, size, why)
                                           : Compatibility::waitRead(file, data, size, id);
     if (result == 0 && file->eof != 0 && file->offset >= size) {
         // libssh takes a short answer off the position, but not one without anything.
@@ -226,29 +259,37 @@ int collectRead(sftp_file file, void* data, std::uint32_t size, std::uint32_t id
 }
 
 int collectReadDirectly(sftp_file file, void* data, std::uint32_t size, std::uint32_t id,
-                        SFTPReplyStream& stream) noexcept
+                        SFTPReplyStream& stream)
 {
+    stream.refusal = {};
     if (!awaitArrival(file, id, stream)) {
         return SSH_ERROR;
     }
-    if (isRefusal(*(*findArrived(file->sftp, id))->message)) {
+    const sftp_message_struct& reply = *(*findArrived(file->sftp, id))->message;
+    if (isRefusal(reply)) {
+        stream.refusal = refusalBy(reply);
         recordText(file, id, stream);
         // Where libssh has not taken it.
         takeArrived(file->sftp, id);
         return SSH_ERROR;
     }
-    return collectRead(file, data, size, id);
+    return collectRead(file, data, size, id, stream.refusal);
 }
 
 std::optional<std::uint32_t> collectStatus(sftp_file file, std::uint32_t id,
-                                           SFTPReplyStream& stream) noexcept
+                                           SFTPReplyStream& stream)
 {
+    stream.refusal = {};
     if (!awaitArrival(file, id, stream)) {
         return std::nullopt;
     }
-    const auto status = statusOf(*(*findArrived(file->sftp, id))->message);
+    const sftp_message_struct& reply = *(*findArrived(file->sftp, id))->message;
+    const auto status = statusOf(reply);
     if (status && *status != SSH_FX_OK) {
+        stream.refusal = refusalBy(reply);
         recordText(file, id, stream);
+    } else if (!status) {
+        stream.refusal = refusalFor("the server's reply is no status");
     }
     // Where libssh has not taken it.
     takeArrived(file->sftp, id);
@@ -262,6 +303,19 @@ std::optional<std::uint32_t> collectStatusAlone(sftp_file file, std::uint32_t id
         return std::nullopt;
     }
     return statusOf(*takeArrived(file->sftp, id));
+}
+
+std::optional<std::string> collectExtendedReply(sftp_file file, std::uint32_t id,
+                                                SFTPReplyStream& stream)
+{
+    if (!awaitArrival(file, id, stream)) {
+        return std::nullopt;
+    }
+    const Message reply = takeArrived(file->sftp, id);
+    const auto* const bytes = static_cast<const char*>(ssh_buffer_get(reply->payload));
+    const bool isExtended = reply->packet_type == extendedReplyPacket && bytes != nullptr;
+    return isExtended ? std::optional(std::string(bytes, ssh_buffer_get_len(reply->payload)))
+                      : std::nullopt;
 }
 
 } // namespace Tarnis

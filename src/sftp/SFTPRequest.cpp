@@ -6,11 +6,6 @@
 
 namespace Tarnis {
 
-bool canSendRequests() noexcept
-{
-    return ssh_version(SSH_VERSION_INT(0, 11, 0)) == nullptr;
-}
-
 // libssh must know the identifier: replies to requests that it has not numbered are an error with
 // some of its versions. So it is made to begin a request, and to fail at sending it, for want of a
 // channel.
@@ -18,10 +13,12 @@ std::optional<std::uint32_t> newRequestId(sftp_file file) noexcept
 {
     const sftp_session sftp = file->sftp;
     const std::uint32_t before = sftp->id_counter;
+    const int status = sftp->errnum;
     const ssh_channel channel = sftp->channel;
     sftp->channel = nullptr;
     const int sent = Compatibility::beginRead(file, 0);
     sftp->channel = channel;
+    sftp->errnum = status;
     const bool numbered = sent < 0 && sftp->id_counter == before + 1;
     return numbered ? std::optional(sftp->id_counter) : std::nullopt;
 }

@@ -13,12 +13,13 @@ namespace Tarnis {
 // Requests that libssh has no function for, or one that waits for the reply only. To be called
 // under the lock.
 
-/// Whether the libssh at hand is one that these functions were made for.
-bool canSendRequests() noexcept;
-
-/// An identifier for a request that libssh does not make itself. Empty: there is none.
+/// An identifier for a request that libssh does not make itself. Empty: the libssh at hand does not
+/// give one, and would take the reply for a mistake.
 /// \param file open or not: it stands for the SFTP session.
 std::optional<std::uint32_t> newRequestId(sftp_file file) noexcept;
+
+/// The type of a request that belongs to an extension.
+inline constexpr std::uint8_t extendedPacket = 200;
 
 /// Puts a request together, one field after the other.
 class SFTPRequestWriter

@@ -27,7 +27,7 @@ std::string_view handleOf(sftp_file file)
 /// Sets attributes that are numbers of 32 bits.
 bool setAttributes(sftp_file file, std::uint32_t flags, const std::vector<std::uint32_t>& values)
 {
-    const auto id = canSendRequests() ? newRequestId(file) : std::nullopt;
+    const auto id = newRequestId(file);
     if (!id) {
         return false;
     }

@@ -1,7 +1,7 @@
 #include "sftp/SFTPWriteBehind.h"
 
-#include "handles/SSHCall.h"
-#include "sftp/SFTPRequest.h"
+#include "sftp/SFTPCall.h"
+#include "sftp/SFTPWriteLimit.h"
 #include "sftp/SFTPWriteRequest.h"
 
 #include <algorithm>
@@ -10,18 +10,11 @@ namespace Tarnis {
 
 namespace {
 
-// A server may refuse more, though larger ones are common.
-constexpr std::uint32_t largestRequest = 256'000;
-constexpr std::size_t mostUnderWay = 16;
+constexpr std::uint64_t mostUnderWay = std::uint64_t{16} * SFTPFlow::largestWrite;
+// Worth a reply of its own.
+constexpr std::uint32_t smallestPiece = 4'096;
 
 using BulkWriting = SSHHandleSFTPSession::BulkWriting;
-
-/// How the SFTP session of a file writes. To be called under the lock.
-BulkWriting writingOf(const SSHHandleSFTPSessionFile& file)
-{
-    const auto* const sftp = file.getSftpSession();
-    return sftp != nullptr && canSendRequests() ? sftp->getBulkWriting() : BulkWriting::OneByOne;
-}
 
 } // namespace
 
@@ -34,12 +27,12 @@ void SFTPWriteBehind::start(std::uint64_t offset) noexcept
 
 bool SFTPWriteBehind::write(const char* buffer, std::uint64_t size)
 {
+    failed_ = failed_ || !learnLimits();
     for (std::uint64_t done = 0; !failed_ && done < size;) {
-        const auto length =
-            static_cast<std::uint32_t>(std::min<std::uint64_t>(size - done, largestRequest));
-        failed_ = !writePiece(buffer + done, length);
-        offset_ += length;
-        done += length;
+        const std::uint32_t taken = writePiece(buffer + done, size - done);
+        failed_ = taken == 0;
+        offset_ += taken;
+        done += taken;
     }
     return !failed_;
 }
@@ -52,73 +45,205 @@ bool SFTPWriteBehind::finish()
     return !failed_;
 }
 
-bool SFTPWriteBehind::writePiece(const char* data, std::uint32_t size)
+BulkWriting SFTPWriteBehind::writing() const
 {
-    const auto how = callLocked(*file_, [this](sftp_file) { return writingOf(*file_); });
-    switch (how) {
-    case BulkWriting::Pipelined:
-        return send(data, size);
-    case BulkWriting::OneByOne:
-        return writeOneByOne(data, size);
-    case BulkWriting::Unknown:
-        break;
-    }
-    return writeFirst(data, size);
+    const auto* const sftp = file_->getSftpSession();
+    return sftp != nullptr ? sftp->getBulkWriting() : BulkWriting::OneByOne;
 }
 
-/// The first request on an SFTP session is answered before anybody else gets a turn. It shows
-/// whether libssh hands over the reply to a request that it has not made itself.
-bool SFTPWriteBehind::writeFirst(const char* data, std::uint32_t size)
+void SFTPWriteBehind::setWriting(BulkWriting how)
 {
-    const bool written = callLocked(*file_, [&](sftp_file file) {
-        const auto id = sendWrite(file, offset_, data, size, packet_);
-        return id && collectWrite(file, *id, stream_);
-    });
-    if (!written && !writeOneByOne(data, size)) {
-        return false;
-    }
     const auto lock = file_->getLock();
     auto* const sftp = file_->getSftpSession();
     if (sftp != nullptr) {
-        sftp->setBulkWriting(written ? BulkWriting::Pipelined : BulkWriting::OneByOne);
+        sftp->setBulkWriting(how);
     }
-    return true;
 }
 
-bool SFTPWriteBehind::writeOneByOne(const char* data, std::uint32_t size)
+/// What the server takes, as it says itself; it is asked once per SFTP session. False: a failure.
+bool SFTPWriteBehind::learnLimits()
 {
-    return callLocked(*file_, [=](sftp_file file) {
-        sftp_seek64(file, offset_);
-        for (std::uint32_t done = 0; done < size;) {
-            const ssize_t written = sftp_write(file, data + done, size - done);
-            if (written <= 0) {
-                return false;
-            }
-            done += static_cast<std::uint32_t>(written);
+    const auto attempt = [this](sftp_file file) {
+        SFTPFlow& flow = file_->flow();
+        flow.room(file->sftp);
+        if (flow.knowsWriteLimit()) {
+            return SFTPAttempt::Done;
         }
-        return true;
-    });
+        if (!SFTPFlow::hasRoomForSmallRequest(file->sftp)) {
+            return SFTPAttempt::TooEarly;
+        }
+        SFTPReplyStream stream;
+        flow.setWriteLimit(askForWriteLimit(file, stream));
+        return SFTPAttempt::Done;
+    };
+    return attemptInTurn(*file_, path_, stream_, attempt) == SFTPAttempt::Done;
 }
 
-bool SFTPWriteBehind::send(const char* data, std::uint32_t size)
+SFTPWriteBehind::Piece SFTPWriteBehind::nextPiece(sftp_file file, std::uint64_t size) const
 {
-    if (requests_.size() >= std::min(window_.size(), mostUnderWay) && !collectOldest()) {
-        return false;
+    const SFTPFlow& flow = file_->flow();
+    const std::uint32_t overhead = writeOverhead(file);
+    const std::uint32_t fitting = std::max(flow.largestRoom(), overhead + 1) - overhead;
+    const auto length =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>({size, flow.writeSize(), fitting}));
+    return {length, writing() == BulkWriting::Pipelined && flow.isTaken(length)};
+}
+
+std::uint32_t SFTPWriteBehind::writePiece(const char* data, std::uint64_t size)
+{
+    const Piece piece =
+        callLocked(*file_, [this, size](sftp_file file) { return nextPiece(file, size); });
+    return piece.isProved ? send(data, piece.size) : writeProbing(data, piece.size);
+}
+
+/// Finds out whether the server takes writes of this size; one that every server takes is tried
+/// where it does not.
+std::uint32_t SFTPWriteBehind::writeProbing(const char* data, std::uint32_t size)
+{
+    if (!finish()) {
+        return 0;
     }
-    const auto id = callLocked(
-        *file_, [&](sftp_file file) { return sendWrite(file, offset_, data, size, packet_); });
-    if (id) {
-        requests_.push_back(*id);
+    std::uint32_t taken = writeAlone(data, size);
+    const bool wasRefused = taken == 0 && size > SFTPFlow::ordinaryWrite && !file_->isLost();
+    if (wasRefused) {
+        taken = writeAlone(data, SFTPFlow::ordinaryWrite);
     }
-    return id.has_value();
+    const auto lock = file_->getLock();
+    if (taken > 0) {
+        file_->flow().noteTaken(taken, wasRefused);
+    }
+    return taken;
+}
+
+std::uint32_t SFTPWriteBehind::writeAlone(const char* data, std::uint32_t size)
+{
+    const BulkWriting how = callLocked(*file_, [this](sftp_file) { return writing(); });
+    if (how != BulkWriting::OneByOne) {
+        const Answer answer = exchange(data, size);
+        if (answer.isGiven) {
+            setWriting(BulkWriting::Pipelined);
+        }
+        if (answer.isGiven || how == BulkWriting::Pipelined) {
+            return answer.taken;
+        }
+        stream_ = {};
+    }
+    const std::uint32_t written = writeByLibssh(data, size);
+    if (written > 0) {
+        setWriting(BulkWriting::OneByOne);
+    }
+    return written;
+}
+
+/// Sends a request that is answered before anybody else gets a turn. The first one on an SFTP
+/// session shows whether libssh hands over the reply to a request that it has not made itself.
+SFTPWriteBehind::Answer SFTPWriteBehind::exchange(const char* data, std::uint32_t size)
+{
+    Answer answer{false, 0};
+    attemptInTurn(*file_, path_, stream_, [&](sftp_file file) {
+        Request sent{};
+        const SFTPAttempt attempt = sendNow(file, data, size, sent);
+        if (attempt == SFTPAttempt::Done) {
+            const bool isTaken = collectWrite(file, sent.id, stream_);
+            answer = {isTaken || stream_.refusal.status, isTaken ? sent.length : 0};
+            if (!isTaken) {
+                noteRefusal(file->sftp, file_->lossMark(), stream_.refusal, path_);
+            }
+        }
+        return attempt;
+    });
+    return answer;
+}
+
+/// For a libssh that hands over no replies but to requests of its own.
+std::uint32_t SFTPWriteBehind::writeByLibssh(const char* data, std::uint32_t size)
+{
+    ssize_t written = 0;
+    const auto attempt = [&](sftp_file file) {
+        const std::uint32_t length = sendable(file, size);
+        if (length == 0) {
+            return SFTPAttempt::TooEarly;
+        }
+        sftp_seek64(file, offset_);
+        written = sftp_write(file, data, length);
+        return written < 0 ? SFTPAttempt::Failed : SFTPAttempt::Done;
+    };
+    if (attemptInTurn(*file_, path_, stream_, attempt) == SFTPAttempt::Done && written == 0) {
+        FileSystem::fail(FileSystem::FailureCode::Protocol, "no bytes are taken", path_);
+    }
+    return static_cast<std::uint32_t>(std::max<ssize_t>(written, 0));
+}
+
+std::uint32_t SFTPWriteBehind::send(const char* data, std::uint32_t size)
+{
+    Request sent{};
+    const auto attempt = [&](sftp_file file) { return sendNow(file, data, size, sent); };
+    auto result = SFTPAttempt::TooEarly;
+    while (!requests_.empty() && result == SFTPAttempt::TooEarly) {
+        result = mayHaveUnderWay(size) ? attemptNow(*file_, path_, attempt) : result;
+        // The server has read everything before what it answers.
+        if (result == SFTPAttempt::TooEarly && !collectOldest()) {
+            return 0;
+        }
+    }
+    if (result == SFTPAttempt::TooEarly) {
+        result = attemptInTurn(*file_, path_, stream_, attempt);
+    }
+    if (result == SFTPAttempt::Done) {
+        requests_.push_back(sent);
+        bytesUnderWay_ += sent.length;
+    }
+    return result == SFTPAttempt::Done ? sent.length : 0;
+}
+
+SFTPAttempt SFTPWriteBehind::sendNow(sftp_file file, const char* data, std::uint32_t size,
+                                     Request& sent)
+{
+    const std::uint32_t length = sendable(file, size);
+    if (length == 0) {
+        return SFTPAttempt::TooEarly;
+    }
+    const auto id = sendWrite(file, offset_, data, length, packet_);
+    sent = {id.value_or(0), length};
+    return id ? SFTPAttempt::Done : SFTPAttempt::Failed;
+}
+
+/// How many bytes of a write can be sent now; 0: there is not enough room yet. Small pieces are not
+/// worth their replies, so there must be room for all of it, or for as much as a server is sure to
+/// make. Whoever has nothing under way waits for less: some servers make no more.
+std::uint32_t SFTPWriteBehind::sendable(sftp_file file, std::uint32_t size) const
+{
+    SFTPFlow& flow = file_->flow();
+    const std::uint32_t overhead = writeOverhead(file);
+    const std::uint32_t room = flow.room(file->sftp);
+    if (flow.largestRoom() <= overhead) {
+        // There will never be enough; libssh sends it bit by bit.
+        return size;
+    }
+    const std::uint32_t wanted = requests_.empty() ? std::min(size, smallestPiece) : size;
+    const std::uint32_t enough = std::min(overhead + wanted, flow.roomToExpect());
+    return room >= enough && room > overhead ? std::min(size, room - overhead) : 0;
+}
+
+bool SFTPWriteBehind::mayHaveUnderWay(std::uint32_t size) const noexcept
+{
+    return requests_.size() < window_.size() && bytesUnderWay_ + size <= mostUnderWay;
 }
 
 bool SFTPWriteBehind::collectOldest()
 {
-    const std::uint32_t id = requests_.front();
+    const Request request = requests_.front();
     requests_.pop_front();
+    bytesUnderWay_ -= request.length;
     return window_.watch([&] {
-        return callLocked(*file_, [&](sftp_file file) { return collectWrite(file, id, stream_); });
+        return callLocked(*file_, [&](sftp_file file) {
+            file->sftp->errnum = SSH_FX_OK;
+            const bool isTaken = collectWrite(file, request.id, stream_);
+            if (!isTaken && !failed_) {
+                noteRefusal(file->sftp, file_->lossMark(), stream_.refusal, path_);
+            }
+            return isTaken;
+        });
     });
 }
 

@@ -30,9 +30,16 @@ std::optional<std::uint32_t> sendWrite(sftp_file file, std::uint64_t offset, con
     return sendRequest(file->sftp, packet) ? id : std::nullopt;
 }
 
-bool collectWrite(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
+bool collectWrite(sftp_file file, std::uint32_t id, SFTPReplyStream& stream)
 {
     return collectStatus(file, id, stream) == static_cast<std::uint32_t>(SSH_FX_OK);
+}
+
+std::uint32_t writeOverhead(sftp_file file) noexcept
+{
+    // Length, type and identifier of the packet, two lengths of texts, and the position.
+    constexpr std::uint32_t fixed = 4 + 1 + 4 + 4 + 4 + 8;
+    return fixed + static_cast<std::uint32_t>(ssh_string_len(file->handle));
 }
 
 } // namespace Tarnis

@@ -17,6 +17,9 @@ using FileSystem::StorageSystemFileOpenModeFlag;
 
 namespace {
 
+// So many writes in a row may take nothing before a file counts as stuck.
+constexpr int mostIdleTries = 100;
+
 /// The handle, or an invalid one in the place of none.
 std::shared_ptr<SSHHandleSFTPSessionFile>
 orInvalid(std::shared_ptr<SSHHandleSFTPSessionFile>&& file)
@@ -56,6 +59,25 @@ bool issueReads(SSHHandleSFTPSessionFile& file, const std::string& path, std::ui
         requests.push_back({static_cast<std::uint32_t>(id), length});
     }
     return true;
+}
+
+/// collectRead, whose failure is noted.
+int collectNoting(SSHHandleSFTPSessionFile& file, const std::string& path, char* destination,
+                  const ReadRequest& request)
+{
+    if (file.isLost()) {
+        failForLostSftp(path);
+        return SSH_ERROR;
+    }
+    return callLocked(file, [&](sftp_file native) {
+        SFTPRefusal why;
+        native->sftp->errnum = SSH_FX_OK;
+        const int count = collectRead(native, destination, request.length, request.id, why);
+        if (count < 0) {
+            noteRefusal(native->sftp, file.lossMark(), why, path);
+        }
+        return count;
+    });
 }
 
 /// Writes at the end of the file: some servers take the offset of each write as it is and not the
@@ -101,7 +123,7 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     , mode_(mode)
 {
     belongTo(fileSystem);
-    setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, mode));
+    setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, fileId_, mode));
     setCommit([file = file_, path = fileId] { return commitFile(*file, path); });
     setAttributeKeeper(
         {[file = file_](auto permissions) { return narrowPermissions(*file, permissions); },
@@ -181,8 +203,7 @@ std::uint64_t SSHFileSystemSFTPFile::do_read(char* buffer, std::uint64_t size) c
     std::uint64_t total = 0;
     char* destination = buffer;
     for (const auto& request : requests) {
-        const int count =
-            callSftp(*file_, fileId_, collectRead, destination, request.length, request.id);
+        const int count = collectNoting(*file_, fileId_, destination, request);
         destination += request.length;
         if (count < 0) {
             failed = true;
@@ -200,6 +221,7 @@ std::uint64_t SSHFileSystemSFTPFile::do_write(const char* buffer, std::uint64_t 
         return appends ? append(*file_, file, data, length) : sftp_write(file, data, length);
     };
     std::uint64_t done = 0;
+    int idleTries = 0;
     while (done < size) {
         const std::size_t length = std::min<std::uint64_t>(size - done, maxWritePackageSize());
         const ssize_t written = callSftp(*file_, fileId_, write, buffer + done, length);
@@ -208,6 +230,12 @@ std::uint64_t SSHFileSystemSFTPFile::do_write(const char* buffer, std::uint64_t 
         }
         if (length == 0) {
             return withoutPackages(*file_, fileId_);
+        }
+        // Nothing was taken; it may be next time, but not for ever.
+        idleTries = written == 0 ? idleTries + 1 : 0;
+        if (idleTries == mostIdleTries) {
+            FileSystem::fail(FileSystem::FailureCode::Protocol, "no bytes are taken", fileId_);
+            return 0;
         }
         done += static_cast<std::uint64_t>(written);
     }

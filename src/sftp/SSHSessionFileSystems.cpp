@@ -1,5 +1,6 @@
 // The remote file trees that a session hands out.
 
+#include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHHandleSFTPSession.h"
@@ -57,6 +58,7 @@ bool initialise(SSHHandleSFTPSession& sftp)
     const auto lock = sftp.getLock();
     const SessionBlockingGuard guard(sftp.getResource(), 1);
     if (callLocked(sftp, sftp_init) == SSH_OK) {
+        Compatibility::allowUnlimitedWrites(sftp.getResource());
         return true;
     }
     // The channel is there, but nobody at its other end speaks SFTP.

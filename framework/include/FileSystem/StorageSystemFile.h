@@ -81,7 +81,7 @@ public:
     std::uint64_t write(const char* buffer, std::uint64_t size) const;
 
     /// Reads exactly `size` bytes from the position on, however little each answer brings; asks for
-    /// no more than 261,120 bytes at a time, and for less once the system keeps giving less. Blocks
+    /// no more than 229,376 bytes at a time, and for less once the system keeps giving less. Blocks
     /// until the buffer is full, the file ends, or a read fails.
     /// \return how many bytes stand at the front of the buffer, without a hole, and why no more.
     ///         After Error the position is undefined.

@@ -52,6 +52,11 @@ Access accessTo(const ProFtpdServer& server)
     return {server.port(), server.user(), {}, server.clientKey().privatePath};
 }
 
+Access accessTo(const RcloneServer& server)
+{
+    return {server.port(), server.user(), {}, server.clientKey().privatePath};
+}
+
 Access accessTo(const ScriptedServer& server)
 {
     return {server.port(), "tester", ScriptedPolicy::kPassword, {}};

@@ -5,6 +5,7 @@
 #include "support/OpenSshServer.h"
 #include "support/PasswordSshServer.h"
 #include "support/ProFtpdServer.h"
+#include "support/RcloneServer.h"
 #include "support/ScriptedServer.h"
 #include "support/TcpProxy.h"
 
@@ -34,6 +35,7 @@ Access accessTo(const PasswordSshServer& server);
 Access accessTo(const DropbearServer& server);
 Access accessTo(const AsyncSshServer& server);
 Access accessTo(const ProFtpdServer& server);
+Access accessTo(const RcloneServer& server);
 Access accessTo(const ScriptedServer& server);
 
 /// Connects and authenticates. Throws std::runtime_error, with the session's own words, when that

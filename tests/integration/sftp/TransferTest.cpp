@@ -3,7 +3,12 @@
 #include "integration/sftp/SftpTest.h"
 #include "support/PseudoRandom.h"
 #include "support/Sha256.h"
+#include "support/sftp/SftpWire.h"
 
+#include <FileSystem/Failure.h>
+#include <FileSystem/LocalFileSystem.h>
+
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <future>
@@ -51,8 +56,8 @@ TEST_P(CopySizeTest, EveryByteArrives)
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, CopySizeTest,
-                         ::testing::Values(0, 1, 255'999, 256'000, 256'001, 261'119, 261'120,
-                                           261'121, 2'621'440, 20'000'000));
+                         ::testing::Values(0, 1, 255'999, 256'000, 256'001, 229'375, 229'376,
+                                           229'377, 2'621'440, 20'000'000));
 
 /// What servers do to read requests without doing anything wrong.
 struct ReadBehaviour
@@ -132,6 +137,136 @@ INSTANTIATE_TEST_SUITE_P(Servers, ReadBehaviourTest,
                                            cappedAt("CappedAt20000", 20'000), everyThirdShort()),
                          [](const auto& behaviour) { return behaviour.param.name; });
 
+TEST_F(TransferTest, AServerThatAnswersSmallReadsWithMoreIsNotAskedForLittle)
+{
+    SftpScript script = cappedAt("", 32'768).script;
+    script.minReadReply = 32'768;
+    start(script);
+    const std::string content = pseudoRandomBytes(8, 5'000'000);
+    const std::string source = put("source", content);
+    EXPECT_TRUE(copy(source, path("target")));
+    expectSame(content, path("target"));
+    EXPECT_EQ(sha256(contentOf(files(), source)), sha256(content));
+}
+
+TEST_F(TransferTest, AReplyLongerThanWhatWasAskedForIsTheReasonOfTheFailure)
+{
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 3), SftpActions::lengthenData(10)}};
+    start(script);
+    const FileSystem::LocalFileSystem local;
+    const TemporaryDirectory here;
+    EXPECT_FALSE(
+        files().fileCopyAs(put("source", std::string(2'000'000, 's')), local, here.file("target")));
+    const auto failure = FileSystem::Failure::last();
+    EXPECT_EQ(failure.code(), FileSystem::FailureCode::Protocol) << failure.message();
+    EXPECT_EQ(failure.text(), "the server sent more than was asked for");
+}
+
+/// The limits that a server tells.
+SftpScript limitedTo(std::uint64_t read, std::uint64_t write)
+{
+    SftpScript script;
+    const std::string limits =
+        SftpWriter().number64(300'000).number64(read).number64(write).number64(0).bytes();
+    script.extensions.push_back({"limits@openssh.com", "1"});
+    script.rules = {{onPath(every(SftpPacket::Extended), "limits@openssh.com"),
+                     SftpActions::answer(SftpPacket::ExtendedReply, limits)}};
+    return script;
+}
+
+class WriteLimitTest : public TransferTest
+{
+protected:
+    void expectCopied(std::size_t size)
+    {
+        const std::string content = pseudoRandomBytes(9, size);
+        EXPECT_TRUE(copy(put("source", content), path("target")))
+            << FileSystem::Failure::last().message();
+        expectSame(content, path("target"));
+    }
+
+    std::uint32_t longestWrite()
+    {
+        std::uint32_t longest = 0;
+        for (const auto& event : server().sftp().events()) {
+            longest =
+                event.request == SftpPacket::Write ? std::max(longest, event.length) : longest;
+        }
+        return longest;
+    }
+};
+
+TEST_F(WriteLimitTest, IsFoundOutWhereTheServerDoesNotTellIt)
+{
+    SftpScript script;
+    script.maxWrite = 32'768;
+    start(script);
+    expectCopied(3'000'000);
+    expectTheFileSystemWorks();
+}
+
+TEST_F(WriteLimitTest, IsKeptToWhereTheServerTellsIt)
+{
+    SftpScript script = limitedTo(100'000, 100'000);
+    script.maxWrite = 100'000;
+    start(script);
+    expectCopied(3'000'000);
+    EXPECT_EQ(longestWrite(), 100'000U);
+}
+
+TEST_F(WriteLimitTest, OfZeroIsNone)
+{
+    start(limitedTo(0, 0));
+    expectCopied(3'000'000);
+    EXPECT_EQ(longestWrite(), 256'000U);
+    const auto file = files().fileOpen(path("plain"), kWriteNew);
+    ASSERT_NE(file, nullptr);
+    const std::string content = pseudoRandomBytes(10, 700'000);
+    EXPECT_EQ(file->write(content.data(), content.size()), content.size());
+    EXPECT_EQ(sha256(readFile(path("plain"))), sha256(content));
+}
+
+class RefusalReasonTest : public TransferTest
+{
+protected:
+    FileSystem::Failure failureOfUpload(const SftpRule& rule)
+    {
+        SftpScript script;
+        script.rules = {rule};
+        start(script);
+        const FileSystem::LocalFileSystem local;
+        const TemporaryDirectory here;
+        const std::string source = here.write("source", std::string(2'000'000, 's'));
+        EXPECT_FALSE(local.fileCopyAs(source, files(), path("target")));
+        return FileSystem::Failure::last();
+    }
+};
+
+TEST_F(RefusalReasonTest, OfAWriteIsTheServers)
+{
+    const auto failure = failureOfUpload(
+        {nth(SftpPacket::Write, 5), SftpActions::refuse(SftpStatus::PermissionDenied)});
+    EXPECT_EQ(failure.code(), FileSystem::FailureCode::Denied) << failure.message();
+    EXPECT_EQ(failure.source(), FileSystem::FailureSource::Server);
+    EXPECT_EQ(failure.number(), 3);
+}
+
+TEST_F(RefusalReasonTest, OfAClosingIsTheServers)
+{
+    const auto failure = failureOfUpload({onPath(every(SftpPacket::Close), ".part"),
+                                          SftpActions::refuse(SftpStatus::PermissionDenied)});
+    EXPECT_EQ(failure.code(), FileSystem::FailureCode::Denied) << failure.message();
+    EXPECT_EQ(failure.number(), 3);
+}
+
+TEST_F(RefusalReasonTest, OfAWriteToAServerThatHasGoneIsTheLoss)
+{
+    const auto failure = failureOfUpload({nth(SftpPacket::Write, 5), SftpActions::exit()});
+    EXPECT_EQ(failure.code(), FileSystem::FailureCode::ConnectionLost) << failure.message();
+    EXPECT_FALSE(files().isValid());
+}
+
 TEST_F(TransferTest, ReadsAreUnderWayTogether)
 {
     start(inOrder("", SftpOrder::Reversed, 8).script);
@@ -155,11 +290,12 @@ TEST_F(TransferTest, WritesAreUnderWayTogether)
 TEST_F(TransferTest, AShortCapMakesRequestsSmall)
 {
     start(cappedAt("", 32'768).script);
-    EXPECT_TRUE(copy(put("source", std::string(8'000'000, 's')), path("target")));
+    constexpr std::uint64_t size = 8'000'000;
+    EXPECT_TRUE(copy(put("source", std::string(size, 's')), path("target")));
     std::uint32_t lastLength = 0;
     for (const auto& event : server().sftp().events()) {
         if (event.kind == SftpEvent::Kind::Received && event.request == SftpPacket::Read &&
-            event.length > 0) {
+            event.length > 0 && event.offset + event.length <= size) {
             lastLength = event.length;
         }
     }
@@ -172,7 +308,7 @@ TEST_F(TransferTest, NoRequestIsLargerThanACarefulServerTakes)
     EXPECT_TRUE(copy(put("source", std::string(8'000'000, 's')), path("target")));
     for (const auto& event : server().sftp().events()) {
         if (event.request == SftpPacket::Read) {
-            EXPECT_LE(event.length, 261'120U);
+            EXPECT_LE(event.length, 229'376U);
         } else if (event.request == SftpPacket::Write) {
             EXPECT_LE(event.length, 256'000U);
         }

@@ -300,7 +300,8 @@ SftpMessage SftpFileService::read(SftpReader& in)
         return sftpStatus(SftpStatus::Failure);
     }
     constexpr std::uint64_t kMostAtOnce = 0x4000000;
-    std::string data(std::min({length, script_.maxReadReply.value_or(length), kMostAtOnce}), '\0');
+    const std::uint64_t wanted = std::max(length, script_.minReadReply.value_or(length));
+    std::string data(std::min({wanted, script_.maxReadReply.value_or(wanted), kMostAtOnce}), '\0');
     const ssize_t count =
         ::pread(opened->file.get(), data.data(), data.size(), static_cast<off_t>(offset));
     if (count < 0) {

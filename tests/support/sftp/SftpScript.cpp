@@ -16,6 +16,7 @@ template <typename Script, typename Field>
 void visitFields(Script& script, Field&& field)
 {
     field("maxReadReply", script.maxReadReply);
+    field("minReadReply", script.minReadReply);
     field("fatalReadLength", script.fatalReadLength);
     field("maxWrite", script.maxWrite);
     field("failWriteAt", script.failWriteAt);

@@ -72,6 +72,8 @@ struct SftpScript
     // Sizes
     /// No reply to a Read holds more.
     std::optional<std::uint64_t> maxReadReply;
+    /// A Read for less is answered with so many bytes, as far as the file has them.
+    std::optional<std::uint64_t> minReadReply;
     /// A Read for more than this ends the session.
     std::optional<std::uint64_t> fatalReadLength;
     /// A Write of more than this fails.

@@ -114,6 +114,7 @@ void LibsshMock::behaveAsOneChannel()
         return channelOpen;
     });
     ON_CALL(*this, ssh_channel_get_exit_status(_)).WillByDefault(Return(-1));
+    ON_CALL(*this, ssh_channel_window_size(_)).WillByDefault(Return(2U << 20U));
 }
 
 void LibsshMock::behaveAsOneSftpSession()
@@ -399,6 +400,11 @@ int ssh_channel_read_timeout(ssh_channel channel, void* buffer, std::uint32_t si
                              int timeout)
 {
     return LibsshMock::active().ssh_channel_read_timeout(channel, buffer, size, isStderr, timeout);
+}
+
+std::uint32_t ssh_channel_window_size(ssh_channel channel)
+{
+    return LibsshMock::active().ssh_channel_window_size(channel);
 }
 
 int ssh_channel_write(ssh_channel channel, const void* data, std::uint32_t size)

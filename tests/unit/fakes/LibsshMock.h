@@ -88,6 +88,7 @@ public:
     MOCK_METHOD(int, ssh_channel_is_closed, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_send_eof, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_get_exit_status, (ssh_channel));
+    MOCK_METHOD(std::uint32_t, ssh_channel_window_size, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_poll, (ssh_channel, int));
     MOCK_METHOD(int, ssh_channel_poll_timeout, (ssh_channel, int, int));
     MOCK_METHOD(int, ssh_channel_read_timeout, (ssh_channel, void*, std::uint32_t, int, int));

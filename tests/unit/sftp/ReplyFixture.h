@@ -76,7 +76,8 @@ protected:
 
     int collect(std::uint32_t id, std::uint32_t size = 8)
     {
-        return Tarnis::collectRead(&file, buffer, size, id);
+        why = {};
+        return Tarnis::collectRead(&file, buffer, size, id, why);
     }
 
     bool isQueued(std::uint32_t id) const
@@ -92,6 +93,8 @@ protected:
     std::vector<std::uint32_t> ids;
     std::map<ssh_buffer, std::string> payloads;
     char buffer[16] = {};
+    /// Of the last reply that was collected.
+    Tarnis::SFTPRefusal why;
 };
 
 } // namespace TarnisTest

@@ -2,6 +2,7 @@
 
 #include "sftp/ReplyFixture.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/HandleFatalError.h>
 
 #include <algorithm>
@@ -26,7 +27,7 @@ using Status = FileSystem::StorageSystemReadResult::Status;
 
 namespace {
 
-constexpr std::uint32_t largest = 261'120;
+constexpr std::uint32_t largest = 229'376;
 
 /// A server with one file, which answers reads as it likes.
 class SftpReadAhead : public ReplyFixture
@@ -39,7 +40,7 @@ protected:
     };
 
     SftpReadAhead()
-        : reader(openFile())
+        : reader(openFile(), "/file")
     {
         ON_CALL(libssh, sftp_async_read_begin)
             .WillByDefault([this](sftp_file at, std::uint32_t length) {
@@ -73,14 +74,15 @@ protected:
         ++answers;
         std::this_thread::sleep_for(delay);
         if (answers == failsAt) {
-            arrived(id, statusPacket, number(SSH_FX_FAILURE));
+            arrived(id, statusPacket, number(SSH_FX_FAILURE) + text("worn out"));
         } else if (request.offset >= content.size()) {
             arrived(id, statusPacket, number(SSH_FX_EOF));
         } else {
             const std::uint64_t left = content.size() - request.offset;
             const std::uint64_t count =
                 std::min({left, std::uint64_t{request.length}, cap(request)});
-            arrived(id, dataPacket, text(content.substr(request.offset, count)));
+            arrived(id, dataPacket,
+                    text(content.substr(request.offset, count) + (lengthens ? "more" : "")));
         }
     }
 
@@ -111,6 +113,7 @@ protected:
     std::string content;
     std::function<std::uint64_t(const Asked&)> cap = [](const Asked&) { return ~0ULL; };
     bool refusesRequests = false;
+    bool lengthens = false;
     int failsAt = 0;
     std::chrono::milliseconds delay{0}; ///< Of every answer, as from afar.
     int lastId = 0;
@@ -126,7 +129,7 @@ protected:
 TEST_F(SftpReadAhead, BringsEveryByteInStepsOfAnySize)
 {
     content = bytes(3'000'001);
-    for (const std::uint64_t step : {1'000'000U, 261'120U, 261'121U, 100'000U, 9'999'999U}) {
+    for (const std::uint64_t step : {1'000'000U, 229'376U, 229'377U, 100'000U, 9'999'999U}) {
         reader.start(0);
         EXPECT_EQ(readAll(step), content) << step;
         EXPECT_TRUE(underWay.empty());
@@ -200,7 +203,7 @@ TEST_F(SftpReadAhead, ReadsAFileToItsEndWhereverThatWasExpected)
 {
     content = bytes(3'000'001);
     for (const std::uint64_t expected :
-         {0U, 1U, 261'120U, 1'000'000U, 2'999'999U, 3'000'002U, 9'000'000U}) {
+         {0U, 1U, 229'376U, 1'000'000U, 2'999'999U, 3'000'002U, 9'000'000U}) {
         reader.expectEnd(expected);
         reader.start(0);
         EXPECT_EQ(readAll(1'000'000), content) << expected;
@@ -235,7 +238,11 @@ TEST_F(SftpReadAhead, AsksAgainForWhatAShortAnswerLeftOut)
         return request.length == largest - 1'003;
     }));
     // Single short answers are no reason to ask for less.
-    EXPECT_EQ(asked.back().length, largest);
+    const auto farthest =
+        std::max_element(asked.begin(), asked.end(), [](const Asked& one, const Asked& other) {
+            return one.offset < other.offset;
+        });
+    EXPECT_EQ(farthest->length, largest);
 }
 
 TEST_F(SftpReadAhead, AsksForLessWhereTheServerNeverGivesMore)
@@ -323,4 +330,80 @@ TEST_F(SftpReadAhead, ThrowsWhenTheSessionHasEnded)
     session.retireChildren();
     EXPECT_THROW(reader.read(target.data(), target.size()), handle_fatal_error);
     EXPECT_THROW(reader.finish(), handle_fatal_error);
+}
+
+TEST_F(SftpReadAhead, SharesWhatMayBeToComeWithOtherFilesOfTheSession)
+{
+    content = bytes(10'000'000);
+    handle->addBulkWriter();
+    handle->sharedFlow()->addRead(10'000, largest);
+    EXPECT_EQ(readAll(1'000'000).size(), content.size());
+    EXPECT_EQ(mostUnderWay, 1U);
+    // Taken by whoever it belongs to, or arrived: there is room again.
+    handle->sharedFlow()->removeRead(10'000);
+    reader.start(0);
+    EXPECT_EQ(readAll(1'000'000).size(), content.size());
+    EXPECT_EQ(mostUnderWay, 2U);
+}
+
+TEST_F(SftpReadAhead, TakesInWhatOthersAskedForWhenItIsNotItsTurn)
+{
+    content = bytes(1'000'000);
+    handle->addBulkWriter();
+    for (const std::uint32_t id : {10'000U, 10'001U}) {
+        handle->sharedFlow()->addRead(id, largest);
+        underWay[static_cast<int>(id)] = {0, largest};
+    }
+    ON_CALL(libssh, ssh_channel_poll).WillByDefault([this](auto...) {
+        return underWay.empty() ? 0 : 1;
+    });
+    EXPECT_EQ(readAll(1'000'000), content);
+    EXPECT_TRUE(isQueued(10'000));
+}
+
+TEST_F(SftpReadAhead, WhoHasNothingUnderWayGoesFirst)
+{
+    content = bytes(1'000'000);
+    const Tarnis::SFTPFlow::Waiting waiting(*handle->sharedFlow());
+    EXPECT_EQ(readAll(1'000'000), content);
+    EXPECT_EQ(mostUnderWay, 1U);
+}
+
+TEST_F(SftpReadAhead, LeavesNothingSmallerThanAServerAnswersAtLeastToBeAskedForAgain)
+{
+    content = bytes(3'000'000);
+    cap = [](const Asked&) { return 32'768ULL; };
+    EXPECT_EQ(readAll(1'000'000), content);
+    for (const Asked& request : asked) {
+        // At the end of the file nothing more can come.
+        const bool isAtEnd = request.offset + request.length > content.size();
+        EXPECT_TRUE(isAtEnd || request.length % 32'768 == 0) << request.length;
+    }
+}
+
+TEST_F(SftpReadAhead, TellsOfAReplyThatIsLongerThanWhatWasAskedFor)
+{
+    content = bytes(1'000'000);
+    lengthens = true;
+    char byte = 0;
+    FileSystem::FailureScope scope("copy");
+    EXPECT_EQ(reader.read(&byte, 1).status, Status::Error);
+    EXPECT_FALSE(scope.result(false));
+    const auto failure = FileSystem::Failure::last();
+    EXPECT_EQ(failure.code(), FileSystem::FailureCode::Protocol);
+    EXPECT_EQ(failure.text(), "the server sent more than was asked for");
+    EXPECT_EQ(failure.entry(), "/file");
+}
+
+TEST_F(SftpReadAhead, TellsTheServersReason)
+{
+    content = bytes(1'000'000);
+    failsAt = 1;
+    char byte = 0;
+    FileSystem::FailureScope scope("copy");
+    EXPECT_EQ(reader.read(&byte, 1).status, Status::Error);
+    EXPECT_FALSE(scope.result(false));
+    const auto failure = FileSystem::Failure::last();
+    EXPECT_EQ(failure.number(), SSH_FX_FAILURE);
+    EXPECT_EQ(failure.text(), "worn out");
 }

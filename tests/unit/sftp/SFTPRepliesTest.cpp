@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-using Tarnis::canSendRequests;
 using Tarnis::sendWrite;
 using TarnisTest::dataPacket;
 using TarnisTest::fakeChannel;
@@ -201,15 +200,6 @@ TEST_F(SftpReplies, AreFetchedAlsoWhenTheFileIsAtItsEnd)
     });
     EXPECT_EQ(collect(5), 2);
     EXPECT_EQ(file.eof, 1);
-}
-
-TEST_F(SftpWriteRequest, IsMadeForLibssh010Alone)
-{
-    EXPECT_CALL(libssh, ssh_version(SSH_VERSION_INT(0, 11, 0)))
-        .WillOnce(Return(nullptr))
-        .WillOnce(Return("0.11.1"));
-    EXPECT_TRUE(canSendRequests());
-    EXPECT_FALSE(canSendRequests());
 }
 
 TEST_F(SftpWriteRequest, IsOnePacketOfTheProtocol)

@@ -1,11 +1,15 @@
 #include "sftp/ReplyFixture.h"
 #include "sftp/SFTPBulkTransfer.h"
 
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/HandleFatalError.h>
 
 #include <algorithm>
+#include <atomic>
+#include <future>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 using FileSystem::handle_fatal_error;
@@ -14,11 +18,22 @@ using Tarnis::SFTPBulkTransfer;
 using TarnisTest::number;
 using TarnisTest::ReplyFixture;
 using TarnisTest::statusPacket;
+using TarnisTest::text;
 using ::testing::Return;
+using ::testing::StrEq;
 
 namespace {
 
 constexpr std::size_t largest = 256'000;
+constexpr std::size_t ordinary = 32'768;
+constexpr char extendedPacket = static_cast<char>(200);
+constexpr std::uint8_t extendedReplyPacket = 201;
+
+std::string longNumber(std::uint64_t value)
+{
+    return number(static_cast<std::uint32_t>(value >> 32U)) +
+           number(static_cast<std::uint32_t>(value));
+}
 
 /// A server with one file, which takes write requests.
 class SftpWriteBehind : public ReplyFixture
@@ -26,8 +41,9 @@ class SftpWriteBehind : public ReplyFixture
 protected:
     SftpWriteBehind()
         : opened(openFile())
-        , transfer(opened, StorageSystemFileOpenModeFlag::Write)
+        , transfer(opened, "/file", StorageSystemFileOpenModeFlag::Write)
     {
+        ON_CALL(libssh, sftp_extension_supported).WillByDefault(Return(0));
         ON_CALL(libssh, ssh_string_len).WillByDefault(Return(handleText.size()));
         ON_CALL(libssh, ssh_string_data).WillByDefault(Return(handleText.data()));
         ON_CALL(libssh, sftp_async_read_begin).WillByDefault([this](sftp_file at, std::uint32_t) {
@@ -66,6 +82,8 @@ protected:
             });
     }
 
+    void givesNoIdentifiers() { ON_CALL(libssh, sftp_async_read_begin).WillByDefault(Return(-1)); }
+
     int take(const char* packet, std::uint32_t size)
     {
         const auto numberAt = [packet](std::size_t at) {
@@ -76,10 +94,20 @@ protected:
             return value;
         };
         const std::size_t fields = 4 + 1 + 4 + 4 + handleText.size();
-        underWay.insert(static_cast<std::uint32_t>(numberAt(5)));
+        const auto id = static_cast<std::uint32_t>(numberAt(5));
+        underWay.insert(id);
+        if (packet[4] == extendedPacket) {
+            questions.insert(id);
+            return static_cast<int>(size);
+        }
         mostUnderWay = std::max(mostUnderWay, underWay.size());
         const std::uint64_t length = numberAt(fields + 8);
         longest = std::max<std::size_t>(longest, length);
+        lengths.push_back(length);
+        if (length > serverTakes) {
+            tooLong.insert(id);
+            return static_cast<int>(size);
+        }
         store(numberAt(fields) << 32U | numberAt(fields + 4), packet + fields + 12, length);
         return static_cast<int>(size);
     }
@@ -95,7 +123,14 @@ protected:
         ASSERT_FALSE(underWay.empty());
         const std::uint32_t id = *underWay.begin();
         underWay.erase(id);
-        arrived(id, statusPacket, number(statusFor(id)));
+        if (questions.erase(id) == 1) {
+            arrived(id, extendedReplyPacket,
+                    longNumber(1) + longNumber(2) + longNumber(serverSays) + longNumber(4));
+        } else if (tooLong.erase(id) == 1) {
+            arrived(id, statusPacket, number(SSH_FX_FAILURE) + text("too long"));
+        } else {
+            arrived(id, statusPacket, number(statusFor(id)));
+        }
     }
 
     void store(std::uint64_t offset, const char* data, std::size_t size)
@@ -123,6 +158,11 @@ protected:
     std::string stored;
     std::set<std::uint32_t> underWay;
     std::set<std::uint32_t> reads;
+    std::set<std::uint32_t> questions;
+    std::set<std::uint32_t> tooLong;
+    std::vector<std::size_t> lengths;
+    std::size_t serverTakes = ~std::size_t{0};
+    std::uint64_t serverSays = 0;
     /// The statuses that libssh made texts of.
     std::vector<int> recorded;
     std::size_t mostUnderWay = 0;
@@ -204,9 +244,9 @@ TEST_F(SftpWriteBehind, WritesOneByOneWhereLibsshDropsTheFirstAnswer)
     EXPECT_EQ(handle->getBulkWriting(), Tarnis::SSHHandleSFTPSession::BulkWriting::OneByOne);
 }
 
-TEST_F(SftpWriteBehind, WritesOneByOneWithAnotherLibssh)
+TEST_F(SftpWriteBehind, WritesOneByOneWithALibsshThatGivesNoIdentifiers)
 {
-    EXPECT_CALL(libssh, ssh_version).WillRepeatedly(Return("0.11.1"));
+    givesNoIdentifiers();
     EXPECT_CALL(libssh, ssh_channel_write).Times(0);
     const std::string content = bytes(600'000);
     EXPECT_TRUE(writeAll(content));
@@ -216,23 +256,32 @@ TEST_F(SftpWriteBehind, WritesOneByOneWithAnotherLibssh)
 
 TEST_F(SftpWriteBehind, FailsWhereTheFirstAnswerAndAPlainWriteFail)
 {
-    failsAt = 1;
+    EXPECT_CALL(libssh, sftp_async_read).WillOnce(Return(SSH_ERROR));
     EXPECT_CALL(libssh, sftp_write).WillOnce(Return(-1));
     EXPECT_FALSE(writeAll("data"));
     EXPECT_EQ(handle->getBulkWriting(), Tarnis::SSHHandleSFTPSession::BulkWriting::Unknown);
 }
 
+TEST_F(SftpWriteBehind, FailsAtOnceWhereTheServerRefusesWhatEveryServerTakes)
+{
+    failsAt = 1;
+    EXPECT_FALSE(writeAll("data"));
+    EXPECT_EQ(answers, 1);
+    EXPECT_EQ(plainWrites, 0);
+}
+
 TEST_F(SftpWriteBehind, DoesNotWriteForeverWhereNothingIsTaken)
 {
-    EXPECT_CALL(libssh, ssh_version).WillRepeatedly(Return("0.11.1"));
+    givesNoIdentifiers();
     plainCap = 0;
     EXPECT_FALSE(writeAll("data"));
 }
 
 TEST_F(SftpWriteBehind, IsNotDoneForAFileThatIsAppendedTo)
 {
-    SFTPBulkTransfer appending(opened, StorageSystemFileOpenModeFlag::Write |
-                                           StorageSystemFileOpenModeFlag::Append);
+    SFTPBulkTransfer appending(opened, "/file",
+                               StorageSystemFileOpenModeFlag::Write |
+                                   StorageSystemFileOpenModeFlag::Append);
     EXPECT_FALSE(appending.start(0));
 }
 
@@ -243,7 +292,7 @@ TEST_F(SftpWriteBehind, IsCountedWhileItLasts)
     EXPECT_TRUE(handle->hasBulkWriters());
     EXPECT_TRUE(transfer.finish());
     EXPECT_FALSE(handle->hasBulkWriters());
-    SFTPBulkTransfer reading(opened, StorageSystemFileOpenModeFlag::Read);
+    SFTPBulkTransfer reading(opened, "/file", StorageSystemFileOpenModeFlag::Read);
     EXPECT_TRUE(reading.start(0));
     EXPECT_FALSE(handle->hasBulkWriters());
 }
@@ -259,7 +308,7 @@ TEST_F(SftpWriteBehind, CannotStartOnceTheSessionHasEnded)
 TEST_F(SftpWriteBehind, CollectsWhatIsUnderWayWhenItGoes)
 {
     {
-        SFTPBulkTransfer leaving(opened, StorageSystemFileOpenModeFlag::Write);
+        SFTPBulkTransfer leaving(opened, "/file", StorageSystemFileOpenModeFlag::Write);
         const std::string content = bytes(600'000);
         EXPECT_TRUE(leaving.start(0));
         EXPECT_TRUE(leaving.write(content.data(), content.size()));
@@ -267,4 +316,107 @@ TEST_F(SftpWriteBehind, CollectsWhatIsUnderWayWhenItGoes)
     }
     EXPECT_TRUE(underWay.empty());
     EXPECT_FALSE(handle->hasBulkWriters());
+}
+
+TEST_F(SftpWriteBehind, TriesASmallerFirstWriteWhereALargeOneIsRefusedAndRemembersIt)
+{
+    serverTakes = ordinary;
+    const std::string content = bytes(4'000'000);
+    EXPECT_TRUE(writeAll(content));
+    EXPECT_EQ(stored, content);
+    EXPECT_EQ(longest, largest);
+    lengths.clear();
+    SFTPBulkTransfer next(opened, "/file", StorageSystemFileOpenModeFlag::Write);
+    EXPECT_TRUE(next.start(0));
+    EXPECT_TRUE(next.write(content.data(), content.size()));
+    EXPECT_TRUE(next.finish());
+    EXPECT_EQ(*std::max_element(lengths.begin(), lengths.end()), ordinary);
+    EXPECT_GT(mostUnderWay, 16U);
+}
+
+TEST_F(SftpWriteBehind, TriesTheFirstLargeWriteAloneAlsoAfterSmallOnes)
+{
+    serverTakes = ordinary;
+    EXPECT_TRUE(writeAll("small"));
+    const std::string content = bytes(1'000'000);
+    EXPECT_TRUE(writeAll(content));
+    EXPECT_EQ(stored, content);
+}
+
+TEST_F(SftpWriteBehind, TellsTheRefusalOfTheSmallerWrite)
+{
+    serverTakes = 0;
+    FileSystem::FailureScope scope("copy");
+    EXPECT_FALSE(scope.result(writeAll(bytes(1'000'000))));
+    EXPECT_EQ(lengths, (std::vector<std::size_t>{largest, ordinary}));
+    const auto failure = FileSystem::Failure::last();
+    EXPECT_EQ(failure.source(), FileSystem::FailureSource::Server);
+    EXPECT_EQ(failure.number(), SSH_FX_FAILURE);
+    EXPECT_EQ(failure.text(), "too long");
+    EXPECT_EQ(failure.entry(), "/file");
+}
+
+TEST_F(SftpWriteBehind, SendsNoMoreAtATimeThanTheServerSays)
+{
+    EXPECT_CALL(libssh, sftp_extension_supported(&sftp, StrEq("limits@openssh.com"), StrEq("1")))
+        .WillOnce(Return(1));
+    serverSays = 100'000;
+    const std::string content = bytes(1'000'000);
+    EXPECT_TRUE(writeAll(content));
+    EXPECT_EQ(stored, content);
+    EXPECT_EQ(longest, 100'000U);
+    // It is asked once.
+    EXPECT_TRUE(writeAll(content));
+}
+
+TEST_F(SftpWriteBehind, TakesALimitOfZeroForNone)
+{
+    EXPECT_CALL(libssh, sftp_extension_supported).WillOnce(Return(1));
+    serverSays = 0;
+    const std::string content = bytes(1'000'000);
+    EXPECT_TRUE(writeAll(content));
+    EXPECT_EQ(stored, content);
+    EXPECT_EQ(longest, largest);
+}
+
+TEST_F(SftpWriteBehind, WaitsForRoomWithoutTheLockAndTakesRepliesInMeanwhile)
+{
+    EXPECT_TRUE(writeAll("first"));
+    std::atomic<std::uint32_t> room{0};
+    std::atomic<int> looks{0};
+    ON_CALL(libssh, ssh_channel_window_size).WillByDefault([&](ssh_channel) -> std::uint32_t {
+        ++looks;
+        return room;
+    });
+    // Somebody else's reply, which the server has to get rid of before it reads on.
+    const std::uint32_t others = ++sftp.id_counter;
+    underWay.insert(others);
+    ON_CALL(libssh, ssh_channel_poll).WillByDefault([this](auto...) {
+        return underWay.empty() ? 0 : 1;
+    });
+    auto writing = std::async(std::launch::async, [this] {
+        return transfer.start(5) && transfer.write(" more", 5) && transfer.finish();
+    });
+    while (looks < 10) {
+        std::this_thread::yield();
+    }
+    {
+        const auto lock = opened->getLock();
+        EXPECT_TRUE(isQueued(others));
+        EXPECT_EQ(stored, "first");
+        room = 1U << 20U;
+    }
+    EXPECT_TRUE(writing.get());
+    EXPECT_EQ(stored, "first more");
+}
+
+TEST_F(SftpWriteBehind, SendsLessAtATimeWhereTheServersWindowIsSmall)
+{
+    constexpr std::uint32_t window = 24'576;
+    ON_CALL(libssh, ssh_channel_window_size).WillByDefault(Return(window));
+    const std::string content = bytes(500'000);
+    EXPECT_TRUE(writeAll(content));
+    EXPECT_EQ(stored, content);
+    EXPECT_LT(longest, window);
+    EXPECT_GT(longest, window / 2);
 }

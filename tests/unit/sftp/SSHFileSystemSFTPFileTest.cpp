@@ -2,6 +2,7 @@
 #include "util/Background.h"
 
 #include <FileSystem/Failure.h>
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
 
@@ -253,6 +254,14 @@ TEST_F(SftpOpenFile, WritesPackageAfterPackage)
     EXPECT_CALL(libssh, sftp_write(&file, data + writePackage + 60, 40)).WillOnce(Return(0));
     EXPECT_CALL(libssh, sftp_write(&file, data + writePackage + 60, 40)).WillOnce(Return(40));
     EXPECT_EQ(opened.write(data, writePackage + 100), writePackage + 100);
+}
+
+TEST_F(SftpOpenFile, GivesAWriteUpThatNeverTakesAnything)
+{
+    EXPECT_CALL(libssh, sftp_write).WillOnce(Return(writePackage)).WillRepeatedly(Return(0));
+    FileSystem::FailureScope scope("write");
+    EXPECT_EQ(scope.result(opened.write(buffer.data(), 2 * writePackage)), 0U);
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::Protocol);
 }
 
 TEST_F(SftpOpenFile, WritesNothingWhenALaterPackageFails)

@@ -1,0 +1,41 @@
+#include "sftp/SFTPTurns.h"
+
+#include "handles/SSHSocketWait.h"
+#include "sftp/SFTPCall.h"
+
+namespace Tarnis {
+
+SFTPAttempt attemptNow(SSHHandleSFTPSessionFile& file, const std::string& path,
+                       const std::function<SFTPAttempt(sftp_file)>& attempt)
+{
+    return callLocked(file, [&](sftp_file native) {
+        native->sftp->errnum = SSH_FX_OK;
+        const SFTPAttempt result = attempt(native);
+        if (result == SFTPAttempt::Failed) {
+            noteSftpFailure(native->sftp, file.lossMark(), path, SFTPNotes::All);
+        }
+        return result;
+    });
+}
+
+SFTPAttempt attemptInTurn(SSHHandleSFTPSessionFile& file, const std::string& path,
+                          SFTPReplyStream& stream,
+                          const std::function<SFTPAttempt(sftp_file)>& attempt)
+{
+    const auto attemptWithArrivals = [&stream, &attempt](sftp_file native) {
+        const SFTPAttempt result = attempt(native);
+        if (result != SFTPAttempt::TooEarly) {
+            return result;
+        }
+        return takeArrivalsIn(native, stream) ? attempt(native) : SFTPAttempt::Failed;
+    };
+    SSHSocketWait socket(SSHSocketWait::Clock::time_point::max());
+    SFTPAttempt result = attemptNow(file, path, attemptWithArrivals);
+    while (result == SFTPAttempt::TooEarly) {
+        socket.wait(file);
+        result = attemptNow(file, path, attemptWithArrivals);
+    }
+    return result;
+}
+
+} // namespace Tarnis

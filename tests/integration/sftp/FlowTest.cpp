@@ -1,0 +1,218 @@
+// Uploads and downloads together on one SFTP session, with servers that take no more requests while
+// their replies are not taken.
+
+#include "integration/sftp/SftpTest.h"
+#include "support/PseudoRandom.h"
+#include "support/Sha256.h"
+
+#include <FileSystem/LocalFileSystem.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <vector>
+
+namespace TarnisTest {
+
+namespace {
+
+/// Runs a copy in a thread of its own.
+std::future<bool> inBackground(std::function<bool()> copy)
+{
+    return std::async(std::launch::async, [copy = std::move(copy)] {
+        try {
+            return copy();
+        } catch (const FileSystem::handle_fatal_error&) {
+            return false;
+        }
+    });
+}
+
+void expectDone(std::future<bool>& copy, SftpClient& client)
+{
+    if (copy.wait_for(kGenerousLimit) != std::future_status::ready) {
+        ADD_FAILURE() << "stands still";
+        client.session().interrupt();
+    }
+    EXPECT_TRUE(copy.get()) << client.session().getLastError();
+}
+
+void write(const std::string& path, const std::string& content)
+{
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+/// A point in a copy where it stands still until it is let go.
+class Gate
+{
+public:
+    void pass()
+    {
+        ++reached_;
+        opened_.wait();
+    }
+
+    void open() { opening_.set_value(); }
+
+    void await(int copies)
+    {
+        EXPECT_TRUE(waitUntil([&] { return reached_ >= copies; })) << reached_;
+    }
+
+    void awaitForAWhile(int copies) const
+    {
+        constexpr std::chrono::seconds aWhile(2);
+        static_cast<void>(waitUntil([&] { return reached_ >= copies; }, aWhile));
+    }
+
+private:
+    std::atomic<int> reached_{0};
+    std::promise<void> opening_;
+    std::shared_future<void> opened_{opening_.get_future()};
+};
+
+/// Downloads that stand still while replies to them are on their way, beside an upload.
+class FlowTest : public ScriptedSftpTest
+{
+protected:
+    static constexpr int kDownloads = 16;
+    static constexpr std::uint64_t kStep = 256'000;
+    /// By then as many writes are under way as may be.
+    static constexpr std::uint64_t kInFullSwing = 40 * kStep;
+
+    void SetUp() override
+    {
+        start();
+        write(here_.file("sent"), sent_);
+        put("fetched", fetched_);
+    }
+
+    bool send()
+    {
+        bool isInFullSwing = false;
+        const auto report = [&](std::uint64_t done, std::uint64_t) {
+            if (done >= kInFullSwing && !isInFullSwing) {
+                isInFullSwing = true;
+                inFullSwing_.pass();
+            }
+            return true;
+        };
+        return local_.fileCopyAs(here_.file("sent"), files(), path("sent"), report, {}, kStep);
+    }
+
+    bool fetch(int number)
+    {
+        const auto report = [&](std::uint64_t done, std::uint64_t) {
+            if (done == kStep) {
+                afterOneStep_.pass();
+            } else if (done == 2 * kStep) {
+                afterTwoSteps_.pass();
+            }
+            return true;
+        };
+        return files().fileCopyAs(path("fetched"), local_, target(number), report, {}, kStep);
+    }
+
+    void startDownloads()
+    {
+        for (int number = 0; number < kDownloads; ++number) {
+            downloads_.push_back(inBackground([this, number] { return fetch(number); }));
+        }
+        afterOneStep_.await(kDownloads);
+    }
+
+    /// Every download asks for more and gets what it has asked for before.
+    void letDownloadsAskWithoutAnAnswer()
+    {
+        // All that was asked for so far has arrived when this is answered.
+        EXPECT_TRUE(files().fileInfo(path("fetched")).has_value());
+        SftpScript silent;
+        silent.rules = {{every(SftpPacket::Any), SftpActions::stopAnswering()}};
+        server().sftp().setScript(silent);
+        afterOneStep_.open();
+        // Those that nothing has arrived for, as others had their turn, stand still before.
+        afterTwoSteps_.awaitForAWhile(kDownloads);
+    }
+
+    void letTheServerAnswer()
+    {
+        const auto before = answers();
+        server().sftp().setScript({});
+        EXPECT_TRUE(waitUntil([&] { return answers() > before; }));
+    }
+
+    std::size_t answers()
+    {
+        return server().sftp().events().size() - server().sftp().requestCount();
+    }
+
+    std::string target(int number) const { return here_.file("target" + std::to_string(number)); }
+
+    const std::string sent_ = pseudoRandomBytes(31, 20'000'000);
+    const std::string fetched_ = pseudoRandomBytes(32, 2'000'000);
+    TemporaryDirectory here_;
+    FileSystem::LocalFileSystem local_;
+    Gate inFullSwing_;
+    Gate afterOneStep_;
+    Gate afterTwoSteps_;
+    std::vector<std::future<bool>> downloads_;
+};
+
+TEST_F(FlowTest, AnUploadGetsThroughWhileDownloadsDoNotTakeTheirReplies)
+{
+    auto upload = inBackground([this] { return send(); });
+    inFullSwing_.await(1);
+    startDownloads();
+    letDownloadsAskWithoutAnAnswer();
+    letTheServerAnswer();
+    inFullSwing_.open();
+    expectDone(upload, client());
+    afterTwoSteps_.open();
+    for (auto& download : downloads_) {
+        expectDone(download, client());
+    }
+    EXPECT_EQ(sha256(readFile(path("sent"))), sha256(sent_));
+    for (int number = 0; number < kDownloads; ++number) {
+        EXPECT_EQ(sha256(readFile(target(number))), sha256(fetched_)) << number;
+    }
+}
+
+TEST(RcloneFlowTest, UploadsAndDownloadsOnOneSftpSessionGetThrough)
+{
+    if (!requireServer(RcloneServer::availability())) {
+        return;
+    }
+    const std::string content = pseudoRandomBytes(33, 8'000'000);
+    const RcloneServer server;
+    const TemporaryDirectory here;
+    const FileSystem::LocalFileSystem local;
+    SftpClient client(accessTo(server));
+    ASSERT_TRUE(client.hasFiles()) << client.session().getLastError();
+    write(here.file("source"), content);
+    write(server.root() + "/source", content);
+    std::vector<std::string> targets;
+    std::vector<std::future<bool>> copies;
+    for (int number = 0; number < 8; ++number) {
+        const std::string target = here.file("fetched" + std::to_string(number));
+        targets.push_back(target);
+        copies.push_back(inBackground(
+            [&, target] { return client.files().fileCopyAs("/source", local, target); }));
+    }
+    for (int number = 0; number < 3; ++number) {
+        const std::string name = "/sent" + std::to_string(number);
+        targets.push_back(server.root() + name);
+        copies.push_back(inBackground(
+            [&, name] { return local.fileCopyAs(here.file("source"), client.files(), name); }));
+    }
+    for (auto& copy : copies) {
+        expectDone(copy, client);
+    }
+    for (const auto& target : targets) {
+        EXPECT_EQ(sha256(readFile(target)), sha256(content)) << target;
+    }
+}
+
+} // namespace
+
+} // namespace TarnisTest
