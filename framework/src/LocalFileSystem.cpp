@@ -281,6 +281,16 @@ std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::str
     return info;
 }
 
+std::optional<std::uint32_t> LocalFileSystem::fileMode(const std::string& path) const
+{
+    constexpr std::uint32_t modeBits = 07777;
+    FailureScope scope("fileMode", path);
+    const auto attributes = attributesOf(path);
+    return scope.result(LocalError::answered(attributes.has_value())
+                            ? std::optional(attributes->st_mode & modeBits)
+                            : std::nullopt);
+}
+
 std::optional<StorageSystemStorageInfo>
 LocalFileSystem::do_fileStorageInfo(const std::string& path) const
 {

@@ -3,6 +3,7 @@
 #include <FileSystem/FileSystem2.h>
 #include <Tarnis/Export.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -99,6 +100,12 @@ public:
 
     /// Bytes of the largest write request: 262,119; 0 without an SFTP session. Does not block.
     unsigned long long maxWritePackageSize() const;
+
+    /// All twelve permission bits of what stands at the path, of a symbolic link its own: set-ID
+    /// and sticky bits (07000) are no part of StorageSystemFileInfo. fileSetPermissions() sends
+    /// every bit of the raw value that it is given. Blocks on the server. Empty: a failure, also
+    /// where the server does not tell.
+    std::optional<std::uint32_t> fileMode(const std::string& path) const;
 
 protected:
     using FileSystem2::do_directoryRemove;

@@ -65,6 +65,21 @@ std::optional<StorageSystemFileInfo> SSHFileSystemSFTP::do_fileInfo(const std::s
     return info;
 }
 
+std::optional<std::uint32_t> SSHFileSystemSFTP::fileMode(const std::string& path) const
+{
+    constexpr std::uint32_t modeBits = 07777;
+    FileSystem::FailureScope scope("fileMode", path);
+    const auto sftp = validHandle();
+    if (sftp == nullptr || (path.empty() && !fail(FailureCode::BadName))) {
+        return scope.result(std::optional<std::uint32_t>());
+    }
+    const SFTPAttributes attributes = lookUp(*sftp, path);
+    const bool isTold =
+        attributes != nullptr && ((attributes->flags & SSH_FILEXFER_ATTR_PERMISSIONS) != 0 ||
+                                  fail(FailureCode::Unsupported));
+    return scope.result(isTold ? std::optional(attributes->permissions & modeBits) : std::nullopt);
+}
+
 std::optional<StorageSystemStorageInfo>
 SSHFileSystemSFTP::do_fileStorageInfo(const std::string& path) const
 {

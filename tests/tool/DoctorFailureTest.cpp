@@ -24,13 +24,9 @@ using testing::StartsWith;
 constexpr const char* kNoSuchHost = "no-such-host.invalid";
 
 // What the advice on each failure begins or ends with.
-constexpr const char* kUnknownHostName = "Check the spelling of ";
-constexpr const char* kRefused = "no server listens on port ";
-constexpr const char* kTimedOut = "a firewall drops the connection";
 constexpr const char* kUnreachable = "No network leads there.";
 constexpr const char* kNoCommonAlgorithm = "share no algorithm";
 constexpr const char* kNotAnSshServer = "does not speak SSH";
-constexpr const char* kLost = "The connection broke.";
 
 class DoctorFailureTest : public ToolTest
 {
@@ -114,9 +110,8 @@ TEST_F(DoctorFailureTest, ExecNamesAHostThatCannotBeResolved)
     const ToolResult result = run({"exec", kNoSuchHost, "--", "true"});
     EXPECT_EQ(result.exitCode, 255);
     EXPECT_EQ(result.output, "");
-    EXPECT_THAT(result.errorOutput,
-                StartsWith(std::string("tarnis: cannot connect to ") + kNoSuchHost +
-                           ": Failed to resolve hostname " + kNoSuchHost));
+    EXPECT_THAT(result.errorOutput, StartsWith(std::string("tarnis: cannot connect to ") +
+                                               kNoSuchHost + ": the host name has no address ("));
     EXPECT_EQ(lineCount(result.errorOutput), 1U);
 }
 
@@ -129,7 +124,7 @@ TEST_F(DoctorFailureTest, ExecHandsLibsshsReasonForARefusedCommandOn)
     const ToolResult result = run(exec(server.port(), "refused"));
     EXPECT_EQ(result.exitCode, 255);
     EXPECT_EQ(result.errorOutput, "tarnis: cannot run the command on " + target(server.port()) +
-                                      ": Channel request exec failed\n");
+                                      ": permission denied (Channel request exec failed)\n");
 }
 
 TEST_F(DoctorFailureTest, ExecHandsLibsshsReasonForALostConnectionOn)
@@ -141,7 +136,7 @@ TEST_F(DoctorFailureTest, ExecHandsLibsshsReasonForALostConnectionOn)
     const ToolResult result = run(exec(server.port(), "dropped"));
     EXPECT_EQ(result.exitCode, 255);
     const std::string lost = "tarnis: lost the connection to " + target(server.port()) + ": ";
-    EXPECT_THAT(result.errorOutput, StartsWith(lost + "Socket error: "));
+    EXPECT_THAT(result.errorOutput, StartsWith(lost + "the connection is lost (Socket error: "));
     EXPECT_EQ(lineCount(result.errorOutput), 1U);
 }
 
@@ -173,37 +168,6 @@ TEST_F(DoctorFailureTest, AdvisesWhereSomethingElseThanAnSshServerListens)
     expectConnectFails(examine(web.place()), "cannot connect to", kNotAnSshServer);
     const Babbler rude("", true);
     expectConnectFails(examine(rude.place()), "Connection reset by peer", kNotAnSshServer);
-}
-
-TEST_F(DoctorFailureTest, KnowsEveryReasonByItsWords)
-{
-    struct Reason
-    {
-        const char* text;
-        const char* advice;
-    };
-
-    const std::array<Reason, 13> reasons{{
-        {"Failed to resolve hostname x (Name or service not known)", kUnknownHostName},
-        {"Failed to connect: Connection refused", kRefused},
-        {"Timeout connecting to 127.0.0.1", kTimedOut},
-        {"Failed to connect: Connection timed out", kTimedOut},
-        {"Failed to connect: No route to host", kUnreachable},
-        {"Failed to connect: Network is unreachable", kUnreachable},
-        {"kex error : no match for method kex algos: server [a], client [b]", kNoCommonAlgorithm},
-        {"Receiving banner: too large banner", kNotAnSshServer},
-        {"No version of SSH protocol version usable", kNotAnSshServer},
-        {"Protocol version mismatch", kNotAnSshServer},
-        {"Socket error: disconnected", kNotAnSshServer},
-        {"Socket error: Connection reset by peer", kNotAnSshServer},
-        {"Words that nobody has heard yet", kLost},
-    }};
-    for (const Reason& reason : reasons) {
-        SCOPED_TRACE(reason.text);
-        expectConnectFails(
-            runWithStub({"doctor", target(22)}, {std::string("STUB_CONNECT_ERROR=") + reason.text}),
-            reason.text, reason.advice);
-    }
 }
 
 TEST_F(DoctorFailureTest, NoPolicyTrustsAServerWhoseKeyCouldNotBeChecked)

@@ -7,6 +7,7 @@
 #include "tool/ToolTest.h"
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 namespace TarnisTest {
 namespace {
@@ -122,7 +123,7 @@ TEST_F(DoctorTest, WritesOnlyWhenAsked)
     server.sftp().setScript(fullAtTheEnd);
     const ToolResult refused = run(arguments);
     EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_THAT(refused.output, HasSubstr("SFTP server: Failure"));
+    EXPECT_THAT(refused.output, HasSubstr("cannot write a file on "));
     EXPECT_TRUE(std::filesystem::is_empty(server.sftp().root()));
 }
 
@@ -141,6 +142,96 @@ TEST_F(DoctorTest, LooksAtFilesWhereNoCommandsRun)
     EXPECT_EQ(result.exitCode, 1);
     expectLine(result, "command", "FAILED");
     expectLine(result, "files", "ok");
+}
+
+TEST_F(DoctorTest, LooksAtFilesOnAConnectionOfItsOwnWhereThatIsNeeded)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    const TemporaryDirectory directory;
+    const std::string onePerConnection = "mark=" + directory.path().string() +
+                                         "/$(echo $SSH_CONNECTION | tr ' :' '__')\n" +
+                                         "[ -e $mark ] && exit 1\n: > $mark\n";
+    const std::string noneAfterACommand =
+        "case $SSH_ORIGINAL_COMMAND in *sftp*) ;; *) echo tarnis; kill -9 $PPID; exit ;; esac\n";
+    for (const std::string& limit : {onePerConnection, noneAfterACommand}) {
+        const std::string script = directory.write(
+            "limit", "#!/bin/sh\n" + limit + "exec sh -c \"$SSH_ORIGINAL_COMMAND\"\n", 0700);
+        OpenSshOptions options;
+        options.forceCommand = script;
+        options.sftpCommand = "/usr/lib/openssh/sftp-server";
+        const OpenSshServer server(options);
+        trust(server.port(), server.hostPublicKeyBase64());
+        const ToolResult result = run({"doctor", target(server.port(), server.user()), "--identity",
+                                       server.clientKey().privatePath});
+        expectLine(result, "files", "ok");
+        EXPECT_THAT(result.output, HasSubstr("on a connection of its own"));
+    }
+}
+
+TEST_F(DoctorTest, ALineEndBehindACommandIsNoStartUpFilesOutput)
+{
+    for (const char* const output : {"tarnis\n\n", "tarnis\r\n", "tarnis"}) {
+        const ScriptedServer server(policyWith([output](ScriptedChannel& channel) {
+            channel.writeOutput(output);
+            channel.finish(0);
+        }));
+        expectLine(examine(server), "command", "ok +[0-9.]+ ms +the shell runs commands\n");
+    }
+}
+
+TEST_F(DoctorTest, ClosesWhatItWroteBeforeItReads)
+{
+    if (!requireServer(ScriptedSftpServer::availability())) {
+        return;
+    }
+    const ScriptedSftpServer server;
+    trust(server.ssh().port(), server.ssh().hostPublicKeyBase64());
+    const ToolResult result =
+        run({"doctor", "--write", target(server.ssh().port(), server.ssh().user()), "--identity",
+             server.ssh().clientKey().privatePath});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(server.sftp().requestCount(SftpPacket::Open), 2U);
+    EXPECT_EQ(server.sftp().requestCount(SftpPacket::Close), 3U) << "those, and the listing";
+}
+
+TEST_F(DoctorTest, NamesTheSignalThatEndedItsCommand)
+{
+    const ScriptedServer server(policyWith([](ScriptedChannel& channel) {
+        channel.sendExitSignal("KILL");
+        channel.sendEof();
+        channel.close();
+    }));
+    EXPECT_THAT(examine(server).output, HasSubstr("the signal KILL ended it"));
+}
+
+TEST_F(DoctorTest, ReportsAsJson)
+{
+    ScriptedPolicy policy;
+    policy.channelRequest = [](const ServerEvent&) { return Answer::Refuse; };
+    const ScriptedServer server(policy);
+    const ToolResult result = examine(server, {"--json"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.errorOutput, "");
+    const auto report = nlohmann::json::parse(result.output);
+    EXPECT_EQ(report["host"], "127.0.0.1");
+    EXPECT_EQ(report["port"], server.port());
+    EXPECT_EQ(report["ok"], false);
+    ASSERT_EQ(report["steps"].size(), 6U);
+    const auto& login = report["steps"][3];
+    EXPECT_EQ(login["name"], "login");
+    EXPECT_EQ(login["status"], "ok");
+    EXPECT_TRUE(login["milliseconds"].is_number());
+    EXPECT_THAT(login["finding"].get<std::string>(), HasSubstr("password: accepted"));
+    const auto& command = report["steps"][4];
+    EXPECT_EQ(command["status"], "failed");
+    EXPECT_THAT(command["problem"].get<std::string>(), HasSubstr("cannot run a command on"));
+    EXPECT_THAT(command["advice"].get<std::string>(), HasSubstr("file transfer only"));
+    const RefusingPort port;
+    const auto refused = nlohmann::json::parse(examine(port.number(), {"--json"}).output);
+    EXPECT_EQ(refused["steps"][5]["status"], "skipped");
+    EXPECT_FALSE(refused["steps"][5].contains("milliseconds"));
 }
 
 TEST_F(DoctorTest, ColoursItsVerdictsAtATerminal)
@@ -280,8 +371,11 @@ TEST_F(DoctorTest, ReportsAConnectionThatBreaks)
     const ScriptedServer server(
         policyWith([](ScriptedChannel& channel) { channel.dropConnection(); }));
     const ToolResult result = examine(server);
-    expectFailureAt("command", result);
+    expectFailureUpTo("command", result);
     EXPECT_THAT(result.output, HasSubstr("The connection broke."));
+    // Files may work all the same, on another connection.
+    expectLine(result, "files", "FAILED");
+    EXPECT_EQ(server.events().count(ServerEvent::Kind::Connected), 2U);
 }
 
 } // namespace

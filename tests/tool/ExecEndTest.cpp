@@ -9,6 +9,7 @@
 namespace TarnisTest {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -49,7 +50,7 @@ TEST_F(ExecEndTest, NeverTurnsALargeExitCodeIntoSuccess)
     EXPECT_EQ(runScript([](ScriptedChannel& channel) { channel.finish(256); }).exitCode, 255);
 }
 
-TEST_F(ExecEndTest, SaysThatASignalEndedTheCommand)
+TEST_F(ExecEndTest, NamesTheSignalThatEndedTheCommand)
 {
     const ToolResult result = runScript([](ScriptedChannel& channel) {
         channel.writeOutput("some");
@@ -61,8 +62,18 @@ TEST_F(ExecEndTest, SaysThatASignalEndedTheCommand)
     EXPECT_EQ(result.output, "some");
     const std::string message = withoutRecording(result.errorOutput);
     EXPECT_THAT(message, StartsWith("tarnis: the command on tester@127.0.0.1:"));
-    EXPECT_THAT(message, HasSubstr("a signal ended it"));
+    EXPECT_THAT(message, EndsWith(" was ended by the signal SEGV\n"));
     EXPECT_EQ(lineCount(message), 1U);
+}
+
+TEST_F(ExecEndTest, ASignalsNameCannotSteerTheTerminal)
+{
+    const ToolResult result = runScript([](ScriptedChannel& channel) {
+        channel.sendExitSignal("X\x1b[2J");
+        channel.sendEof();
+        channel.close();
+    });
+    EXPECT_THAT(result.errorOutput, HasSubstr("ended by the signal X?[2J"));
 }
 
 TEST_F(ExecEndTest, DoesNotWaitForAnExitCodeThatNeverComes)
@@ -126,8 +137,8 @@ TEST_F(ExecEndTest, ReportsARefusedConnection)
     const RefusingPort port;
     const ToolResult result = run(exec(port.number(), "true"));
     EXPECT_EQ(result.exitCode, 255);
-    EXPECT_EQ(result.errorOutput,
-              "tarnis: cannot connect to " + target(port.number()) + ": Connection refused\n");
+    EXPECT_EQ(result.errorOutput, "tarnis: cannot connect to " + target(port.number()) +
+                                      ": nobody listens at this port (Connection refused)\n");
 }
 
 TEST_F(ExecEndTest, GivesUpConnectingWhenTheTimeIsOver)

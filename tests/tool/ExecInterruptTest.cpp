@@ -134,7 +134,7 @@ TEST_F(ExecInterruptTest, EndsARealCommandOfARealServer)
     const auto tool = startCommand(setup);
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 255);
-    EXPECT_THAT(tool->errorOutput(), testing::HasSubstr("a signal ended it"));
+    EXPECT_THAT(tool->errorOutput(), testing::HasSubstr("was ended by the signal TERM"));
 }
 
 } // namespace

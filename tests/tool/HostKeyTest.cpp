@@ -5,6 +5,8 @@
 #include "support/ScriptedServer.h"
 #include "tool/ToolTest.h"
 
+#include <nlohmann/json.hpp>
+
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -78,7 +80,8 @@ TEST_F(HostKeyTest, SaysWhyThereIsNoKey)
     const ToolResult result = run({"hostkey", place});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errorOutput, "tarnis: cannot connect to " + place + ": Connection refused\n");
+    EXPECT_EQ(result.errorOutput, "tarnis: cannot connect to " + place +
+                                      ": nobody listens at this port (Connection refused)\n");
 }
 
 TEST_F(HostKeyTest, ConnectsToIPv6AddressesInBrackets)
@@ -107,6 +110,19 @@ TEST_F(HostKeyTest, SaysThatTheOutputCannotBeWritten)
     const ToolResult result = run(setup);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(result.errorOutput, StartsWith("tarnis: cannot write to standard output: "));
+}
+
+TEST_F(HostKeyTest, ShowsTheKeyAsJson)
+{
+    const ScriptedServer server;
+    const ToolResult result = run({"hostkey", "--json", target(server.port())});
+    EXPECT_EQ(result.exitCode, 0);
+    const auto key = nlohmann::json::parse(result.output);
+    EXPECT_EQ(key["host"], "127.0.0.1");
+    EXPECT_EQ(key["port"], server.port());
+    EXPECT_EQ(key["type"], "ssh-ed25519");
+    EXPECT_EQ(key["key"], ScriptedServer::hostPublicKeyBase64());
+    EXPECT_EQ(key["fingerprint"], ScriptedServer::hostKeyFingerprint());
 }
 
 } // namespace

@@ -234,9 +234,10 @@ TEST_F(LoginTest, ReportsADenialInOneLineWithWhatWasTried)
     const ToolResult result = run(login({"-i", strangerKey_.privatePath}));
     EXPECT_EQ(result.exitCode, 255);
     EXPECT_EQ(lineCount(result.errorOutput), 1U);
-    EXPECT_THAT(result.errorOutput, testing::StartsWith("tarnis: cannot log in to " +
-                                                        target(server_->port(), server_->user()) +
-                                                        ": Access denied for 'publickey'."));
+    EXPECT_THAT(
+        result.errorOutput,
+        testing::StartsWith("tarnis: cannot log in to " + target(server_->port(), server_->user()) +
+                            ": the server denies the log-in (Access denied for 'publickey'."));
     EXPECT_THAT(result.errorOutput, HasSubstr("key " + strangerKey_.privatePath + ": denied"));
     EXPECT_THAT(result.errorOutput, HasSubstr("password: not tried, the server does not take it"));
 }
@@ -451,6 +452,20 @@ TEST_F(PasswordLoginTest, AfterAKeyWhereTheServerWantsBoth)
                               {"-i", passwords_->clientKey().privatePath, "--password-fd", "5"});
     setup.descriptors[5] = passwords_->password() + "\n";
     expectIn(setup);
+}
+
+TEST_F(PasswordLoginTest, SaysFirstThatAKeyWasAcceptedAndIsNotEnough)
+{
+    const std::string path = passwords_->clientKey().privatePath;
+    ToolSetup setup = loginBy(Login::KeyThenPassword, {"-i", path, "--password-env", "SECRET"});
+    setup.environment = {"SECRET=wrong"};
+    const ToolResult result = run(setup);
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_THAT(result.errorOutput,
+                testing::ContainsRegex("^tarnis: cannot log in to [^ ]*: key " + path +
+                                       " was accepted, but the server wants more than that"));
+    EXPECT_THAT(result.errorOutput, HasSubstr("password: denied"));
+    EXPECT_EQ(lineCount(result.errorOutput), 1U);
 }
 
 TEST_F(PasswordLoginTest, AfterAnEncryptedKeyWithBothSecretsOnOneDescriptor)

@@ -155,7 +155,8 @@ void ToolRun::become(const Launch& launch)
 ToolRun::ToolRun(const TemporaryDirectory& home, const ToolSetup& setup)
 {
     std::vector<std::string> arguments = setup.arguments;
-    arguments.insert(arguments.begin(), TARNIS_TOOL);
+    arguments.insert(arguments.begin(),
+                     setup.program.empty() ? std::string(TARNIS_TOOL) : setup.program);
     std::vector<std::string> environment = shieldedEnvironment(home);
     environment.insert(environment.end(), setup.environment.begin(), setup.environment.end());
     if (setup.hasTerminal) {

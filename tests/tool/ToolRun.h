@@ -48,6 +48,8 @@ struct ToolSetup
     std::optional<int> outputDescriptor{};
     /// Whether SIGINT is ignored from the start, as in a script's background.
     bool ignoresInterrupts = false;
+    /// What runs in its place, for a script that uses it; empty: the program itself.
+    std::string program{};
 };
 
 /// One run of the program, in a login session of its own. It dies with the test.

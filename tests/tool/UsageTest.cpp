@@ -41,7 +41,7 @@ TEST_F(UsageTest, HelpsWithEverySubCommandAndOption)
         EXPECT_EQ(one.exitCode, 0);
         EXPECT_THAT(one.output, HasSubstr(std::string("Usage: tarnis ") + name));
     }
-    const std::string help = run({"exec", "--help"}).output;
+    const std::string help = run({"exec", "--help-all"}).output;
     for (const char* const option :
          {"--identity", "--known-hosts", "--host-key-policy", "--password-fd", "--password-env",
           "--passphrase-fd", "--passphrase-env", "--timeout", "--connect-timeout", "-- command"}) {
@@ -76,6 +76,45 @@ TEST_F(UsageTest, KeepsToItselfWhatWasGivenToAnUnknownOption)
     expectRefused(arguments, "there is no option --pasword (");
     EXPECT_THAT(run(arguments).errorOutput, testing::Not(HasSubstr("secret")));
     expectRefused({"ls", "host:", "--pasword=secret"}, "there is no option \"--pasword\";");
+}
+
+TEST_F(UsageTest, TakesOptionsBeforeTheSubCommand)
+{
+    const RefusingPort port;
+    const std::string number = std::to_string(port.number());
+    for (const std::vector<std::string>& leading :
+         std::vector<std::vector<std::string>>{{"-P", number},
+                                               {"--port=" + number},
+                                               {"-P" + number, "-q"},
+                                               {"-qP", number},
+                                               {"--connect-timeout", "20", "--port", number},
+                                               // A value may be the name of a sub-command.
+                                               {"--known-hosts", "ls", "-P", number}}) {
+        std::vector<std::string> arguments = leading;
+        arguments.insert(arguments.end(), {"hostkey", "127.0.0.1"});
+        const ToolResult result = run(arguments);
+        EXPECT_THAT(result.errorOutput, HasSubstr("127.0.0.1:" + number + ""))
+            << testing::PrintToString(arguments);
+    }
+    // Those of the sub-command itself, too.
+    EXPECT_THAT(run({"-r", "-P", number, "rm", "127.0.0.1:x"}).errorOutput,
+                HasSubstr("127.0.0.1:" + number + ""));
+    expectRefused({"--frobnicate", "ls", "host:"}, "there is no option --frobnicate");
+}
+
+TEST_F(UsageTest, TheLastOneOfARepeatedOptionCounts)
+{
+    const RefusingPort port;
+    const std::string number = std::to_string(port.number());
+    EXPECT_THAT(run({"hostkey", "-P", "1", "-P", number, "127.0.0.1"}).errorOutput,
+                HasSubstr("127.0.0.1:" + number + ""));
+    EXPECT_THAT(
+        run({"exec", "--host-key-policy", "new", "--host-key-policy", "known", "--password-env",
+             "NONE", "--password-env", "HOME", "-n", "-n", "-P", number, "127.0.0.1", "--", "x"})
+            .errorOutput,
+        HasSubstr("127.0.0.1:" + number + ""));
+    // Identities gather: each may be repeated.
+    expectRefused({"exec", "host", "again", "--", "x"}, "again");
 }
 
 TEST_F(UsageTest, RefusesTargetsThatCannotBe)

@@ -1,38 +1,28 @@
 #include "Command.h"
 
+#include "HelpText.h"
+
 #include <CLI/CLI.hpp>
 
 #include <memory>
-#include <utility>
 
 namespace TarnisTool {
 
 namespace {
 
-class UsageFormatter : public CLI::Formatter
+/// As users are used to: of an option that stands there twice, the last one counts.
+CLI::App& declare(CLI::App& program, const std::string& name, const std::string& description)
 {
-public:
-    explicit UsageFormatter(std::string operands)
-        : operands_(std::move(operands))
-    {}
-
-    std::string make_usage(const CLI::App* app, std::string name) const override
-    {
-        std::string usage = CLI::Formatter::make_usage(app, std::move(name));
-        while (!usage.empty() && usage.back() == '\n') {
-            usage.pop_back();
-        }
-        return usage + " " + operands_ + "\n";
-    }
-
-private:
-    std::string operands_;
-};
+    CLI::App& commandLine = *program.add_subcommand(name, description);
+    commandLine.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    commandLine.formatter(std::make_shared<HelpText>(""));
+    return commandLine;
+}
 
 } // namespace
 
 Command::Command(CLI::App& program, const std::string& name, const std::string& description)
-    : commandLine_(*program.add_subcommand(name, description))
+    : commandLine_(declare(program, name, description))
 {}
 
 bool Command::isChosen() const
@@ -42,7 +32,12 @@ bool Command::isChosen() const
 
 void Command::showInUsage(const std::string& operands)
 {
-    commandLine_.formatter(std::make_shared<UsageFormatter>(operands));
+    commandLine_.formatter(std::make_shared<HelpText>(operands));
+}
+
+void Command::keepShortHForItself()
+{
+    commandLine_.set_help_flag("--help", "Print this help message and exit");
 }
 
 } // namespace TarnisTool

@@ -41,6 +41,9 @@ protected:
     /// Shows more behind the options in the help's line of usage.
     void showInUsage(const std::string& operands);
 
+    /// For a sub-command whose -h is an option of its own: its help is --help alone.
+    void keepShortHForItself();
+
 private:
     CLI::App& commandLine_;
 };

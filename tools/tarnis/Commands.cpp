@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include "HelpCommand.h"
 #include "doctor/DoctorCommand.h"
 #include "exec/ExecCommand.h"
 #include "files/CatCommand.h"
@@ -38,8 +39,8 @@ std::vector<std::unique_ptr<Command>> makeCommands(CLI::App& program)
 {
     return makeEach<ExecCommand, HostKeyCommand, DoctorCommand, LsCommand, StatCommand, CatCommand,
                     GetCommand, PutCommand, CpCommand, MvCommand, RmCommand, MkdirCommand,
-                    RmdirCommand, LnCommand, ReadlinkCommand, ChmodCommand, TouchCommand,
-                    DfCommand>(program);
+                    RmdirCommand, LnCommand, ReadlinkCommand, ChmodCommand, TouchCommand, DfCommand,
+                    HelpCommand>(program);
 }
 
 } // namespace TarnisTool

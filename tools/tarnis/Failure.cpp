@@ -1,5 +1,7 @@
 #include "Failure.h"
 
+#include <system_error>
+
 namespace TarnisTool {
 
 namespace {
@@ -18,6 +20,29 @@ Failure::Failure(FailureKind kind, const std::string& what, const std::string& w
     , kind_(kind)
     , reason_(orUnknown(why))
 {}
+
+std::string reasonOf(const FileSystem::Failure& why)
+{
+    const std::string& entry = why.entry();
+    const bool isOwn = entry.empty() || entry == why.path() || entry == why.otherPath();
+    return (isOwn ? "" : entry + ": ") + why.cause();
+}
+
+bool isLoss(const FileSystem::Failure& why)
+{
+    return why.code() == std::errc::connection_reset || why.code() == std::errc::not_connected;
+}
+
+std::string joinReasons(const std::string& first, const std::string& second)
+{
+    if (first.empty() || first == second) {
+        return second;
+    }
+    if (second.empty()) {
+        return first;
+    }
+    return first + " (" + second + ")";
+}
 
 std::string optionName(const std::string& argument)
 {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <FileSystem/Failure.h>
+
 #include <stdexcept>
 #include <string>
 
@@ -24,6 +26,7 @@ enum class FailureKind
     CommandTimedOut,
     FileTransferRefused,
     FileProblem,
+    NothingThere,
     Cancelled,
     LocalProblem,
 };
@@ -55,6 +58,16 @@ class UsageError : public std::runtime_error
 public:
     using std::runtime_error::runtime_error;
 };
+
+/// What an operation of the library says of why it failed, for people: the cause, and the path that
+/// it is about where that is none of the operation's own.
+std::string reasonOf(const FileSystem::Failure& why);
+
+/// Whether it failed because the server is not there any more.
+bool isLoss(const FileSystem::Failure& why);
+
+/// The first text, with the second in parentheses where both have something to say.
+std::string joinReasons(const std::string& first, const std::string& second);
 
 /// How an option that nobody knows is named to the user: without the value given to it, which may
 /// have been meant for a secret.

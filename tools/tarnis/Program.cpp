@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "ExitCode.h"
 #include "Failure.h"
+#include "LeadingOptions.h"
 #include "terminal/Messages.h"
 
 #include <Tarnis/Version.h>
@@ -89,9 +90,11 @@ int runProgram(std::vector<std::string> arguments)
     const std::vector<std::string> words = splitOffWords(arguments);
     CLI::App program("Remote commands and files over SSH, and what keeps you from them.", "tarnis");
     program.set_version_flag("--version", std::string("tarnis ") + TARNIS_VERSION);
+    program.set_help_all_flag("--help-all", "Print the help with every option and exit");
     program.require_subcommand(1);
     const auto commands = makeCommands(program);
     try {
+        moveOptionsBehindCommand(program, arguments);
         // The parser wants them last to first.
         std::reverse(arguments.begin(), arguments.end());
         program.parse(std::move(arguments));

@@ -33,6 +33,10 @@ public:
     /// Makes getLastError() empty for the calling thread.
     static void clearLastError() noexcept;
 
+    /// All twelve permission bits of what stands at the path, of a symbolic link its own: set-ID
+    /// and sticky bits (07000) are no part of StorageSystemFileInfo. Empty: a failure.
+    std::optional<std::uint32_t> fileMode(const std::string& path) const;
+
 protected:
     std::string do_hostName() const override;
     StorageSystemType do_getType() const override;

@@ -2,6 +2,8 @@
 
 #include "integration/sftp/SftpTest.h"
 
+#include <FileSystem/Failure.h>
+
 #include <filesystem>
 
 #include <sys/socket.h>
@@ -46,6 +48,23 @@ TEST_F(SftpInfoTest, KeepsTheNinePermissionBitsAlone)
     const auto info = files().fileInfo(where);
     ASSERT_TRUE(info.has_value());
     EXPECT_EQ(info->permissions.raw(), 0755U);
+}
+
+TEST_F(SftpInfoTest, TheModeHasAllTwelveBits)
+{
+    const std::string where = directory().write("file", "x");
+    ASSERT_EQ(::chmod(where.c_str(), 06751), 0);
+    EXPECT_EQ(files().fileMode(where), 06751U);
+    ASSERT_TRUE(files().fileSetPermissions(
+        where, Utilities::Flags<FileSystem::PosixFilePermissionFlag>(04700U)));
+    EXPECT_EQ(files().fileMode(where), 04700U);
+    std::filesystem::create_symlink("file", path("link"));
+    EXPECT_EQ(files().fileMode(path("link")), 0777U) << "a link's own";
+    EXPECT_FALSE(files().fileMode(path("none")));
+    EXPECT_EQ(FileSystem::Failure::last().code(), std::errc::no_such_file_or_directory);
+    EXPECT_EQ(FileSystem::Failure::last().operation(), "fileMode");
+    EXPECT_FALSE(files().fileMode(""));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::BadName);
 }
 
 TEST_F(SftpInfoTest, TellsTheKindBySingleBits)

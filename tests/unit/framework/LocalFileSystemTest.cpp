@@ -1,6 +1,7 @@
 #include "support/TemporaryDirectory.h"
 #include "support/UnprivilegedUser.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/FileSystem2File.h>
 #include <FileSystem/LocalFileSystem.h>
 
@@ -211,6 +212,17 @@ TEST_F(LocalFileSystemTest, IsThisMachine)
     EXPECT_EQ(system_.displayPath("/a b"), "/a b");
     EXPECT_TRUE(system_.isValid());
     EXPECT_TRUE(system_.hasSymbolicLinks());
+}
+
+TEST_F(LocalFileSystemTest, TheModeHasAllTwelveBits)
+{
+    ASSERT_EQ(::chmod(write("f").c_str(), 06751), 0);
+    EXPECT_EQ(system_.fileMode(file("f")), 06751U);
+    std::filesystem::create_symlink("f", file("link"));
+    EXPECT_EQ(system_.fileMode(file("link")), 0777U) << "a link's own";
+    EXPECT_FALSE(system_.fileMode(file("none")));
+    EXPECT_EQ(FileSystem::Failure::last().code(), std::errc::no_such_file_or_directory);
+    EXPECT_FALSE(system_.fileMode(""));
 }
 
 TEST_F(LocalFileSystemTest, RelativePathsStartAtTheCurrentDirectory)

@@ -91,23 +91,24 @@ std::string adviceForChangedKey(const Target& target, const LoginOptions& option
            removalCommandFor(target, options.reach.knownHostsFile) + "\nand connect again.";
 }
 
-std::string_view supplementFor(const Failure& failure)
+std::string_view supplementFor(const Failure& failure, const std::set<std::string>& offered)
 {
-    const bool wantsAnswers = failure.kind() == FailureKind::LoginDenied &&
-                              failure.reason().find("keyboard-interactive") != std::string::npos;
+    const bool wantsAnswers =
+        failure.kind() == FailureKind::LoginDenied && offered.count("keyboard-interactive") > 0;
     return wantsAnswers ? noKeyboardInteractive : std::string_view();
 }
 
 } // namespace
 
-std::string adviceFor(const Failure& failure, const Target& target, const LoginOptions& options)
+std::string adviceFor(const Failure& failure, const Target& target, const LoginOptions& options,
+                      const std::set<std::string>& offered)
 {
     if (failure.kind() == FailureKind::HostKeyChanged) {
         return adviceForChangedKey(target, options);
     }
     for (const KnownAdvice& advice : knownAdvice) {
         if (advice.kind == failure.kind()) {
-            return fillIn(advice.text, target) + std::string(supplementFor(failure));
+            return fillIn(advice.text, target) + std::string(supplementFor(failure, offered));
         }
     }
     return {};

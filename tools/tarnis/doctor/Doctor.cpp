@@ -9,6 +9,8 @@
 #include "terminal/Messages.h"
 #include "terminal/Units.h"
 
+#include <FileSystem/Failure.h>
+
 #include <array>
 #include <chrono>
 #include <memory>
@@ -27,7 +29,7 @@ using AddressList = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
 // The start of a shell may be slow, but not that slow.
 constexpr std::chrono::seconds commandLimit{30};
 constexpr const char* commandLine = "echo tarnis";
-constexpr const char* commandOutput = "tarnis\n";
+constexpr const char* commandOutput = "tarnis";
 
 std::string numericAddress(const addrinfo& address)
 {
@@ -37,16 +39,29 @@ std::string numericAddress(const addrinfo& address)
     return result == 0 ? text.data() : "?";
 }
 
+/// Some servers end lines in their own way, and end a command with one more.
+std::string withoutLineEnd(const std::string& text)
+{
+    return text.substr(0, text.find_last_not_of(" \r\n") + 1);
+}
+
+std::string describeEnd(const Tarnis::SSHExecuteResult& result)
+{
+    if (!result.exitSignal.empty()) {
+        return "the signal " + printable(result.exitSignal) + " ended it";
+    }
+    return result.exitCode ? "exit code " + std::to_string(*result.exitCode) : "no exit code";
+}
+
 /// The command ran, but how?
 std::string judge(const Tarnis::SSHExecuteResult& result, const Target& target)
 {
     if (result.exitCode != 0) {
-        const std::string code =
-            result.exitCode ? "exit code " + std::to_string(*result.exitCode) : "no exit code";
         throw Failure(FailureKind::CommandRefused, "cannot run a command on", target.display(),
-                      code + ", it says \"" + printable(result.output + result.errorOutput) + "\"");
+                      describeEnd(result) + ", it says \"" +
+                          printable(result.output + result.errorOutput) + "\"");
     }
-    if (result.output == commandOutput) {
+    if (withoutLineEnd(result.output) == commandOutput) {
         return "the shell runs commands";
     }
     return "the shell runs commands, but its start-up files, or a command that the server forces, "
@@ -54,15 +69,36 @@ std::string judge(const Tarnis::SSHExecuteResult& result, const Target& target)
            printable(result.output) + "\"";
 }
 
-std::size_t countEntries(const Tarnis::SSHSession& session, const Tarnis::SSHFileSystemSFTP& files,
-                         const Target& target)
+std::size_t countEntries(const Tarnis::SSHFileSystemSFTP& files, const Target& target)
 {
     const auto entries = files.directoryReadFully(".");
     if (!entries) {
         throw Failure(FailureKind::FileProblem, "cannot list the login directory on",
-                      target.display(), session.getLastError());
+                      target.display(), FileSystem::Failure::last().cause());
     }
     return entries->size();
+}
+
+using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+
+/// Why the text cannot be written; empty where it can.
+std::string problemOfWriting(FileSystem::StorageSystemFile& file, const std::string& text)
+{
+    const bool isWritten = file.writeFully(text.data(), text.size()) && file.commit();
+    return isWritten ? std::string() : FileSystem::Failure::last().cause();
+}
+
+/// Why the file does not have this text; empty where it does.
+std::string problemOfReading(const Tarnis::SSHFileSystemSFTP& files, const std::string& path,
+                             const std::string& text)
+{
+    const auto file = files.fileOpen(path, Mode::Read);
+    std::string back(text.size(), '\0');
+    const bool isRead = file != nullptr && file->readFully(back.data(), back.size()).count > 0;
+    if (isRead && back != text) {
+        return "what was read back is not what was written";
+    }
+    return isRead ? std::string() : FileSystem::Failure::last().cause();
 }
 
 } // namespace
@@ -86,27 +122,26 @@ const std::vector<Doctor::Step>& Doctor::steps()
     return all;
 }
 
-bool Doctor::run()
+bool Doctor::run(Report& report)
 {
-    const Report report;
-    report.heading(target_.display());
+    report.heading(target_);
     bool isWell = true;
     bool leadsOn = true;
     for (const Step& step : steps()) {
         if (!leadsOn) {
             report.skipped(step.name);
-        } else if (!take(step)) {
+        } else if (!take(report, step)) {
             isWell = false;
-            leadsOn = !step.isOnTheWay && session_.isConnected();
+            leadsOn = !step.isOnTheWay;
         }
     }
+    report.finish(isWell);
     return isWell;
 }
 
-bool Doctor::take(const Step& step)
+bool Doctor::take(Report& report, const Step& step)
 {
     using Clock = std::chrono::steady_clock;
-    const Report report;
     const auto start = Clock::now();
     try {
         const std::string finding = (this->*step.examine)();
@@ -114,7 +149,7 @@ bool Doctor::take(const Step& step)
         return true;
     } catch (const Failure& failure) {
         report.bad(step.name, Clock::now() - start, failure.what(),
-                   adviceFor(failure, target_, options_));
+                   adviceFor(failure, target_, options_, session_.getOfferedMethods()));
         return false;
     }
 }
@@ -152,7 +187,7 @@ std::string Doctor::checkHostKey()
 
 std::string Doctor::logIn()
 {
-    Login login(session_, target_, options_, std::move(secrets_));
+    Login login(session_, target_, options_, secrets_);
     login.run();
     return target_.user + "; " + login.history();
 }
@@ -173,16 +208,42 @@ std::string Doctor::runCommand()
     case Outcome::ConnectionLost:
         break;
     }
-    throwConnectionLost(session_, target_, "lost the connection to");
+    throw Failure(FailureKind::ConnectionLost, "lost the connection to", target_.display(),
+                  result.error);
+}
+
+/// Some servers allow one session per connection, or end the connection with the command.
+std::string Doctor::lookAtFiles()
+{
+    if (!session_.isConnected()) {
+        return lookAtFilesAnew();
+    }
+    try {
+        return lookAtFilesOn(session_);
+    } catch (const Failure& failure) {
+        if (failure.kind() != FailureKind::FileTransferRefused &&
+            failure.kind() != FailureKind::ConnectionLost) {
+            throw;
+        }
+    }
+    return lookAtFilesAnew();
+}
+
+std::string Doctor::lookAtFilesAnew()
+{
+    Tarnis::SSHSession session;
+    openSession(session, target_, options_, secrets_);
+    return lookAtFilesOn(session) +
+           "; on a connection of its own, since the one with the command had room for nothing else";
 }
 
 /// Reads only, unless the user has allowed more.
-std::string Doctor::lookAtFiles()
+std::string Doctor::lookAtFilesOn(Tarnis::SSHSession& session) const
 {
-    const Watchdog watchdog(session_, commandLimit);
+    const Watchdog watchdog(session, commandLimit);
     try {
-        const auto files = startFileTransfer(session_, target_);
-        const std::string count = std::to_string(countEntries(session_, *files, target_));
+        const auto files = startFileTransfer(session, target_);
+        const std::string count = std::to_string(countEntries(*files, target_));
         const auto room = files->fileStorageInfo(".");
         return "SFTP; the login directory has " + count + " entries" +
                (room ? ", " + humanSize(room->available) + " free of " + humanSize(room->capacity)
@@ -197,28 +258,30 @@ std::string Doctor::lookAtFiles()
     }
 }
 
-std::string Doctor::writeFile(const Tarnis::SSHFileSystemSFTP& files)
+/// Closed before it is read: some servers let nobody read what is open for writing.
+std::string Doctor::writeFile(const Tarnis::SSHFileSystemSFTP& files) const
 {
-    using Mode = FileSystem::StorageSystemFileOpenModeFlag;
     const std::string path = "./.tarnis-doctor-" + std::to_string(::getpid());
     const std::string text = "written by tarnis doctor, to be removed\n";
-    const std::string before = forgetLastError(session_);
-    auto file = files.fileOpen(path, Mode::Read | Mode::Write | Mode::Create | Mode::Exclusive);
-    std::string back(text.size(), '\0');
-    const bool isWritten = file != nullptr && file->writeFully(text.data(), text.size()) &&
-                           file->seek(0) && file->readFully(back.data(), back.size()).count > 0 &&
-                           file->commit();
-    const std::string reason = session_.getLastError();
-    const bool isMade = file != nullptr;
-    file.reset();
-    const bool isRemoved = !isMade || files.fileRemove(path);
-    if (!isWritten || back != text) {
+    auto file = files.fileOpen(path, Mode::Write | Mode::Create | Mode::Exclusive);
+    if (file == nullptr) {
         throw Failure(FailureKind::FileProblem, "cannot write a file on", target_.display(),
-                      reason == before ? "what was read back is not what was written" : reason);
+                      FileSystem::Failure::last().cause());
+    }
+    std::string problem = problemOfWriting(*file, text);
+    file.reset();
+    if (problem.empty()) {
+        problem = problemOfReading(files, path, text);
+    }
+    const bool isRemoved = files.fileRemove(path);
+    const std::string reason = FileSystem::Failure::last().cause();
+    if (!problem.empty()) {
+        throw Failure(FailureKind::FileProblem, "cannot write a file on", target_.display(),
+                      problem);
     }
     if (!isRemoved) {
         throw Failure(FailureKind::FileProblem, "cannot remove " + path + " on", target_.display(),
-                      session_.getLastError());
+                      reason);
     }
     return "a file was written, read back and removed";
 }

@@ -13,6 +13,8 @@
 
 namespace TarnisTool {
 
+class Report;
+
 /// Goes the way to a server step by step and says what each of them found, on standard output.
 class Doctor
 {
@@ -21,7 +23,7 @@ public:
     Doctor(Target target, const LoginOptions& options, LoginSecrets secrets, bool writes);
 
     /// True: every step went well.
-    bool run();
+    bool run(Report& report);
 
 private:
     struct Step
@@ -35,14 +37,16 @@ private:
 
     static const std::vector<Step>& steps();
 
-    bool take(const Step& step);
+    bool take(Report& report, const Step& step);
     std::string resolve();
     std::string connect();
     std::string checkHostKey();
     std::string logIn();
     std::string runCommand();
     std::string lookAtFiles();
-    std::string writeFile(const Tarnis::SSHFileSystemSFTP& files);
+    std::string lookAtFilesAnew();
+    std::string lookAtFilesOn(Tarnis::SSHSession& session) const;
+    std::string writeFile(const Tarnis::SSHFileSystemSFTP& files) const;
 
     Target target_;
     const LoginOptions& options_;

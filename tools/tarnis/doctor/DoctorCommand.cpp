@@ -2,11 +2,27 @@
 
 #include "Failure.h"
 #include "doctor/Doctor.h"
+#include "doctor/Report.h"
 #include "login/Login.h"
+#include "terminal/StandardStreams.h"
 
 #include <CLI/CLI.hpp>
 
+#include <memory>
+
 namespace TarnisTool {
+
+namespace {
+
+std::unique_ptr<Report> makeReport(bool isJson)
+{
+    if (isJson) {
+        return std::make_unique<JsonReport>();
+    }
+    return std::make_unique<TextReport>();
+}
+
+} // namespace
 
 DoctorCommand::DoctorCommand(CLI::App& program)
     : Command(program, "doctor", "Find out what keeps you from a server")
@@ -18,6 +34,7 @@ DoctorCommand::DoctorCommand(CLI::App& program)
     commandLine().add_flag("--write", writes_,
                            "Also write a small hidden file to the login directory, read it back "
                            "and remove it; without this, nothing on the server is changed");
+    commandLine().add_flag("--json", isJson_, "Print one JSON object instead of lines");
     declareLoginOptions(commandLine(), options_);
     commandLine().footer(
         "Goes the way to the server step by step (name, connection, host key, login, command,\n"
@@ -31,10 +48,13 @@ int DoctorCommand::run(const std::vector<std::string>& words)
     if (!words.empty()) {
         throw UsageError("doctor takes no command line");
     }
-    Target target = parseTarget(targetText_);
+    Target target = parseTarget(targetText_, options_.reach.port);
     LoginSecrets secrets = LoginSecrets::fetch(options_);
+    const std::unique_ptr<Report> report = makeReport(isJson_);
     Doctor doctor(std::move(target), options_, std::move(secrets), writes_);
-    return doctor.run() ? ExitCode::success : ExitCode::failure;
+    const bool isWell = doctor.run(*report);
+    flushOutput();
+    return isWell ? ExitCode::success : ExitCode::failure;
 }
 
 } // namespace TarnisTool

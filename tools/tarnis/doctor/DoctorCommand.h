@@ -17,6 +17,7 @@ private:
     std::string targetText_;
     LoginOptions options_;
     bool writes_ = false;
+    bool isJson_ = false;
 };
 
 } // namespace TarnisTool

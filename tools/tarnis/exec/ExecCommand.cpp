@@ -9,8 +9,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <utility>
-
 namespace TarnisTool {
 
 namespace {
@@ -50,17 +48,17 @@ ExecCommand::ExecCommand(CLI::App& program)
 
 int ExecCommand::run(const std::vector<std::string>& words)
 {
-    Target target = parseTarget(targetText_);
+    Target target = parseTarget(targetText_, options_.reach.port);
     const std::string line = join(words);
     if (line.empty()) {
         throw UsageError("exec needs a command line after \"--\"");
     }
-    LoginSecrets secrets = LoginSecrets::fetch(options_);
+    const LoginSecrets secrets = LoginSecrets::fetch(options_);
     if (hasNoInput_) {
         closeStandardInput();
     }
     Tarnis::SSHSession session;
-    openSession(session, target, options_, std::move(secrets));
+    openSession(session, target, options_, secrets);
     return RemoteCommand(session, target, timeout_).run(line);
 }
 

@@ -53,6 +53,9 @@ bool OutputRelay::fetch(std::chrono::milliseconds patience)
     end_ = transfer.count;
     hasEnded_ = transfer.status == Status::EndOfStream || transfer.status == Status::Error;
     isIncomplete_ = transfer.status == Status::Error;
+    if (isIncomplete_) {
+        failure_ = FileSystem::Failure::last();
+    }
     return transfer.status == Status::Transferred;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <FileSystem/Failure.h>
+
 #include <chrono>
 #include <cstddef>
 #include <vector>
@@ -34,6 +36,9 @@ public:
     /// Whether the connection broke before the end of the stream.
     bool isIncomplete() const noexcept { return isIncomplete_; }
 
+    /// Why it broke.
+    const FileSystem::Failure& failure() const noexcept { return failure_; }
+
     /// Whether the local reader is gone. Found out by writing, or by asking here.
     bool isReaderGone();
 
@@ -56,6 +61,7 @@ private:
     std::size_t end_ = 0;
     bool hasEnded_ = false;
     bool isIncomplete_ = false;
+    FileSystem::Failure failure_;
     bool isReaderGone_ = false;
     bool isDiscarding_ = false;
 };

@@ -74,14 +74,15 @@ void RemoteCommand::Run::start()
     if (process_ != nullptr && process_->start()) {
         return;
     }
+    const auto why = FileSystem::Failure::last();
     if (watchdog.hasBitten()) {
         checkDeadline();
     }
     if (!command_.session_.isConnected()) {
-        throwConnectionLost(command_.session_, command_.target_, "lost the connection to");
+        throwConnectionLost(command_.target_, "lost the connection to", why);
     }
     throw Failure(FailureKind::CommandRefused, "cannot run the command on",
-                  command_.target_.display(), command_.session_.getLastError());
+                  command_.target_.display(), why.cause());
 }
 
 int RemoteCommand::Run::finish()
@@ -120,7 +121,8 @@ void RemoteCommand::Run::relayOutput()
     if (output_->isIncomplete() || errorOutput_->isIncomplete()) {
         // It may have been our own watchdog.
         checkDeadline();
-        throwConnectionLost(command_.session_, command_.target_, "lost the connection to");
+        throwConnectionLost(command_.target_, "lost the connection to",
+                            output_->isIncomplete() ? output_->failure() : errorOutput_->failure());
     }
 }
 
@@ -193,10 +195,13 @@ int RemoteCommand::Run::exitCode()
         return code > largestExitCode ? largestExitCode : code;
     }
     if (!command_.session_.isConnected()) {
-        throwConnectionLost(command_.session_, command_.target_, "lost the connection to");
+        throwConnectionLost(command_.target_, "lost the connection to",
+                            FileSystem::Failure::last());
     }
+    const auto signal = process_->getExitSignal();
     report("the command on " + command_.target_.display() +
-           " ended without an exit code: a signal ended it, or the server tells none");
+           (signal ? " was ended by the signal " + *signal
+                   : " ended without an exit code, and the server tells no signal"));
     return ExitCode::execFailure;
 }
 

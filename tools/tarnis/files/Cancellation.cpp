@@ -79,7 +79,7 @@ void Cancellation::watch()
     if (isOver_) {
         return;
     }
-    report("ending; once more gives up at once");
+    reportNote("ending; once more gives up at once");
     if (!waitForEvent(patienceMilliseconds) && !isOver_) {
         session_.interrupt();
     }

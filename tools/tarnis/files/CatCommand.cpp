@@ -13,9 +13,8 @@ CatCommand::CatCommand(CLI::App& program)
 void CatCommand::workOn(RemotePlace& place, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    place.forgetFailures();
     if (place.system().directoryExists(id)) {
-        place.fail("cannot read", id, "it is a directory");
+        place.refuse("cannot read", id, "it is a directory");
     }
     streamFile(place, id, {STDOUT_FILENO, "standard output"});
 }

@@ -1,5 +1,6 @@
 #include "files/ChmodCommand.h"
 
+#include "files/EntryText.h"
 #include "files/PermissionChange.h"
 
 #include <CLI/CLI.hpp>
@@ -11,16 +12,16 @@ ChmodCommand::ChmodCommand(CLI::App& program)
                    "permissions host:path...", 1)
 {
     commandLine().footer(
-        "Permissions are octal (644) or a change (u+x, go-rwx, a=r,u+w). A\n"
-        "symbolic link is followed. Only the nine permission bits are known here: to set them\n"
-        "takes set-ID and sticky bits away. A change that begins with \"-\" follows \"--\":\n"
-        "tarnis chmod -- -x host:path");
+        "Permissions are octal (644) or a change (u+x, go-rwx, a=r,u+w, g+s, +t). A symbolic link\n"
+        "is followed. Three digits, and changes without s and t, leave set-ID and sticky bits as\n"
+        "they are; four digits (0644, 2775) set all. A change that begins with \"-\" follows\n"
+        "\"--\": tarnis chmod -- -x host:path");
 }
 
 void ChmodCommand::prepare(const std::vector<std::string>& operands)
 {
     change_ = operands.front();
-    static_cast<void>(changedPermissions(change_, {}));
+    static_cast<void>(changedMode(change_, 0));
 }
 
 void ChmodCommand::workOn(RemotePlace& place, const std::string& path)
@@ -31,10 +32,16 @@ void ChmodCommand::workOn(RemotePlace& place, const std::string& path)
         id = place.system().fileSymbolicLinkTargetFileId(id, true).value_or(id);
         info = place.find(id);
     }
-    place.forgetFailures();
-    const auto permissions = changedPermissions(change_, info.permissions);
-    if (!place.system().fileSetPermissions(id, permissions)) {
-        place.fail("cannot set the permissions of", id);
+    const std::uint32_t mode =
+        changedMode(change_, place.mode(id).value_or(info.permissions.raw()));
+    using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+    if (!place.system().fileSetPermissions(id, Permissions(mode))) {
+        place.failBecause("cannot set the permissions of", id, FileSystem::Failure::last());
+    }
+    const auto kept = place.mode(id);
+    if (kept && *kept != mode) {
+        place.refuse("cannot set the permissions of", id,
+                     "the server agreed to " + octalMode(mode) + " and keeps " + octalMode(*kept));
     }
 }
 

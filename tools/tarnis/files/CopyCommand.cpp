@@ -41,30 +41,29 @@ void CopyCommand::checkOptions() const
 void CopyCommand::writeInto(RemotePlace& remote, Place& from, const std::string& source, Place& to,
                             const std::string& target) const
 {
-    to.forgetFailures();
     if (to.kindOf(target) == TargetKind::Refused) {
-        to.fail("cannot copy to", target, "it leads to a disk or a socket");
+        to.refuse("cannot copy to", target, "it leads to a disk or a socket");
     }
     if (options_.resumes) {
-        to.fail("cannot go on in", target, "it is no file");
+        to.refuse("cannot go on in", target, "it is no file");
     }
     const Cancellation cancellation(remote.session());
     StreamedCopy(from, source, target, cancellation).run();
 }
 
-int CopyCommand::copyAll(RemotePlace& remote, Place& from, const std::vector<std::string>& sources,
-                         Place& to, const std::string& target) const
+int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
+                         const std::string& target) const
 {
     checkOptions();
-    if (sources.size() == 1 && to.kindOf(target) != TargetKind::Ordinary) {
-        writeInto(remote, from, sources.front(), to, target);
-        return ExitCode::success;
+    if (sources.ids.size() == 1 && to.kindOf(target) != TargetKind::Ordinary) {
+        writeInto(remote, from, sources.ids.front(), to, target);
+        return sources.isComplete ? ExitCode::success : ExitCode::failure;
     }
-    const Destination destination(to, target, sources.size());
+    const Destination destination(to, target, sources.ids.size());
     const Cancellation cancellation(remote.session());
     TreeCopy copy(from, to, options_, cancellation);
-    bool isComplete = true;
-    for (const std::string& source : sources) {
+    bool isComplete = sources.isComplete;
+    for (const std::string& source : sources.ids) {
         try {
             copy.add(source, destination.pathFor(source));
         } catch (const Failure& failure) {
@@ -77,23 +76,17 @@ int CopyCommand::copyAll(RemotePlace& remote, Place& from, const std::vector<std
     return isComplete ? ExitCode::success : ExitCode::failure;
 }
 
-std::vector<std::string> expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)
+Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)
 {
-    std::vector<std::string> sources;
+    Sources sources;
+    const auto note = [&](const Failure& failure) {
+        place.requireAlive();
+        report(failure.what());
+        sources.isComplete = false;
+    };
     for (const RemotePath& path : paths) {
-        const std::string id = fileIdOf(path.path);
-        if (!isPattern(place, id)) {
-            sources.push_back(id);
-            continue;
-        }
-        const std::string directory = place.system().pathParentId(id);
-        for (const auto& entry : expandPattern(place, id)) {
-            if (!isEntryName(entry.name)) {
-                throw Failure(FailureKind::FileProblem, "cannot copy", place.display(id),
-                              "a name there would lead elsewhere: \"" + entry.name + "\"");
-            }
-            sources.push_back(joinPath(directory, entry.name));
-        }
+        const auto found = pathsFor(place, fileIdOf(path.path), "cannot copy", note);
+        sources.ids.insert(sources.ids.end(), found.begin(), found.end());
     }
     return sources;
 }

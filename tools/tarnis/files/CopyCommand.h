@@ -8,6 +8,14 @@
 
 namespace TarnisTool {
 
+/// What is to be copied, as file ids.
+struct Sources
+{
+    std::vector<std::string> ids;
+    /// Where a pattern could not be followed everywhere, that was reported.
+    bool isComplete = true;
+};
+
 /// What the sub-commands that copy files have in common.
 class CopyCommand : public FileCommand
 {
@@ -19,8 +27,8 @@ protected:
     void declareResume();
 
     /// Copies each source to where it belongs under the target; the exit code.
-    int copyAll(RemotePlace& remote, Place& from, const std::vector<std::string>& sources,
-                Place& to, const std::string& target) const;
+    int copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
+                const std::string& target) const;
 
     const CopyOptions& options() const noexcept { return options_; }
 
@@ -32,7 +40,7 @@ private:
     CopyOptions options_;
 };
 
-/// The remote paths as file ids, with patterns replaced by what they stand for. Throws Failure.
-std::vector<std::string> expandSources(RemotePlace& place, const std::vector<RemotePath>& paths);
+/// The remote paths, with patterns replaced by what they stand for. Throws Failure.
+Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths);
 
 } // namespace TarnisTool

@@ -8,13 +8,13 @@ CpCommand::CpCommand(CLI::App& program)
     : CopyCommand(program, "cp", "Copy files within a server", "host:path... host:path", 2)
 {
     commandLine().footer(
-        "All paths are on one server. The bytes travel through this machine and back. A path may\n"
-        "end in a pattern.");
+        "All paths are on one server. The bytes travel through this machine and back. Each part\n"
+        "of a path may be a pattern.");
 }
 
 int CpCommand::work(const std::vector<std::string>& operands)
 {
-    auto paths = parseRemotePaths(operands);
+    auto paths = remotePaths(operands);
     const std::string target = paths.back().path;
     paths.pop_back();
     RemotePlace remote(paths.front().target, loginOptions());

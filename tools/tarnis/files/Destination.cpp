@@ -10,8 +10,7 @@ Destination::Destination(Place& place, const std::string& target, std::size_t so
 {
     const bool mustBeDirectory = sourceCount > 1 || target_.back() == '/';
     if (mustBeDirectory && !isDirectory_) {
-        place.forgetFailures();
-        place.fail("cannot copy or move into", target_, "there is no such directory");
+        place.refuse("cannot copy or move into", target_, "there is no such directory");
     }
 }
 

@@ -33,6 +33,8 @@ std::string shareInUse(const FileSystem::StorageSystemStorageInfo& room)
 DfCommand::DfCommand(CLI::App& program)
     : PathsCommand(program, "df", "Show the room on the volume of remote paths")
 {
+    keepShortHForItself();
+    commandLine().add_flag("-h,--human-readable", "Sizes for people, as they always are");
     commandLine().add_flag("--json", isJson_,
                            "Print one JSON array with an object for each path, in bytes");
 }
@@ -40,10 +42,10 @@ DfCommand::DfCommand(CLI::App& program)
 void DfCommand::workOn(RemotePlace& place, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    place.forgetFailures();
     const auto room = place.system().fileStorageInfo(id);
     if (!room) {
-        place.fail("cannot tell the room for", id, "the server has no figures");
+        place.failBecause("cannot tell the room for", id, FileSystem::Failure::last(),
+                          "the server has no figures");
     }
     rows_.push_back({path, *room});
 }

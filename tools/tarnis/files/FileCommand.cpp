@@ -7,7 +7,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <iostream>
 #include <iterator>
 
 #include <unistd.h>
@@ -43,32 +42,30 @@ int FileCommand::run(const std::vector<std::string>& words)
     try {
         return work(operands);
     } catch (const FileSystem::handle_fatal_error&) {
-        throw Failure(FailureKind::ConnectionLost, "lost the connection during", name_,
-                      "the session ended");
+        throw Failure(FailureKind::ConnectionLost, "lost the connection to", server_,
+                      "the session ended during " + name_);
     }
 }
 
-std::vector<RemotePath> parseRemotePaths(const std::vector<std::string>& texts)
+RemotePath FileCommand::remotePath(const std::string& text)
+{
+    RemotePath path = parseRemotePath(text, loginOptions_.reach.port);
+    server_ = path.target.display();
+    return path;
+}
+
+std::vector<RemotePath> FileCommand::remotePaths(const std::vector<std::string>& texts)
 {
     std::vector<RemotePath> paths;
     paths.reserve(texts.size());
     for (const std::string& text : texts) {
-        paths.push_back(parseRemotePath(text));
+        paths.push_back(remotePath(text));
         if (!(paths.back().target == paths.front().target)) {
             throw UsageError("\"" + text + "\" is on another server than \"" + texts.front() +
                              "\": one call works on one server");
         }
     }
     return paths;
-}
-
-void flushOutput()
-{
-    std::cout << std::flush;
-    if (!std::cout) {
-        throw Failure(FailureKind::LocalProblem, "cannot write to", "standard output",
-                      "it is closed or full");
-    }
 }
 
 std::string forOutput(const std::string& name)

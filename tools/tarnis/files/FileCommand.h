@@ -29,18 +29,20 @@ protected:
 
     const LoginOptions& loginOptions() const noexcept { return loginOptions_; }
 
+    /// Reads a remote path, on the port that the user gave apart from it, if any. Throws
+    /// UsageError.
+    RemotePath remotePath(const std::string& text);
+
+    /// The same for several, which must be on one server.
+    std::vector<RemotePath> remotePaths(const std::vector<std::string>& texts);
+
 private:
     std::string name_;
     std::string operandNames_;
     std::size_t fewestOperands_;
     LoginOptions loginOptions_;
+    std::string server_; ///< As messages name it.
 };
-
-/// Reads several remote paths, which must be on one server. Throws UsageError.
-std::vector<RemotePath> parseRemotePaths(const std::vector<std::string>& texts);
-
-/// Waits for what was written to standard output. Throws Failure when it did not get there.
-void flushOutput();
 
 /// A name or path as it goes to standard output: as it is, or to a terminal without characters that
 /// would control it.

@@ -13,8 +13,8 @@ GetCommand::GetCommand(CLI::App& program)
     declareResume();
     commandLine().footer(
         "The last of several paths is the local one; without it: the current directory. Into a\n"
-        "directory, files go under their own names. A remote path may end in a pattern. A file\n"
-        "takes its name when it is complete; what stood there is replaced, also a symbolic "
+        "directory, files go under their own names. Each part of a remote path may be a pattern.\n"
+        "A file takes its name when it is complete; what stood there is replaced, also a symbolic "
         "link.\n\n"
         "Example: tarnis get -rp alice@example.org:project .");
 }
@@ -23,8 +23,9 @@ int GetCommand::work(const std::vector<std::string>& operands)
 {
     const bool hasTarget = operands.size() > 1;
     const std::string target = hasTarget ? operands.back() : ".";
+    requireLocalPath(target, "get copies to this machine, and the last path is local");
     const auto paths =
-        parseRemotePaths({operands.begin(), hasTarget ? operands.end() - 1 : operands.end()});
+        remotePaths({operands.begin(), hasTarget ? operands.end() - 1 : operands.end()});
     RemotePlace remote(paths.front().target, loginOptions());
     LocalPlace local;
     return copyAll(remote, remote, expandSources(remote, paths), local, target);

@@ -1,11 +1,11 @@
 #include "files/JsonList.h"
 
 #include "Base64.h"
+#include "JsonText.h"
 #include "files/EntryText.h"
 #include "terminal/Units.h"
 #include "terminal/Utf8.h"
 
-#include <iostream>
 #include <nlohmann/json.hpp>
 
 namespace TarnisTool {
@@ -36,14 +36,14 @@ JsonList::JsonList()
 JsonList::~JsonList() = default;
 
 void JsonList::add(const FileSystem::StorageSystemFileInfo& info, const std::string& path,
-                   const std::optional<std::string>& linkTarget)
+                   const std::optional<std::string>& linkTarget, std::optional<std::uint32_t> mode)
 {
     Json record = Json::object();
     putBytes(record, "path", path);
     putBytes(record, "name", info.name);
     record["type"] = kindOf(info);
     record["size"] = info.size;
-    record["permissions"] = octalMode(info);
+    record["permissions"] = octalMode(mode.value_or(info.permissions.raw()));
     record["modified"] = isoTime(info.modTime);
     if (linkTarget) {
         putBytes(record, "linkTarget", *linkTarget);
@@ -63,9 +63,7 @@ void JsonList::add(const FileSystem::StorageSystemStorageInfo& room, const std::
 
 void JsonList::print() const
 {
-    constexpr int indentation = 2;
-    std::cout << records_->list.dump(indentation, ' ', false, Json::error_handler_t::replace)
-              << '\n';
+    printJson(records_->list);
 }
 
 } // namespace TarnisTool

@@ -21,8 +21,9 @@ public:
     JsonList& operator=(const JsonList&) = delete;
     ~JsonList();
 
+    /// \param mode all twelve permission bits, where they are known.
     void add(const FileSystem::StorageSystemFileInfo& info, const std::string& path,
-             const std::optional<std::string>& linkTarget);
+             const std::optional<std::string>& linkTarget, std::optional<std::uint32_t> mode = {});
     void add(const FileSystem::StorageSystemStorageInfo& room, const std::string& path);
 
     /// Writes it to standard output.

@@ -26,7 +26,7 @@ int LnCommand::work(const std::vector<std::string>& operands)
     if (operands.size() > 2) {
         throw UsageError("ln takes a target and one host:path");
     }
-    const RemotePath path = parseRemotePath(operands.back());
+    const RemotePath path = remotePath(operands.back());
     RemotePlace remote(path.target, loginOptions());
     const std::string id = fileIdOf(path.path);
     // A link to a directory is the link that is meant, not the directory.
@@ -42,12 +42,10 @@ void LnCommand::makeLink(RemotePlace& place, const std::string& target,
     // The file system would make room for the link, whatever stands there.
     const auto there = system.fileInfo(path);
     if (there && (!isForced_ || isDirectory(there->type))) {
-        place.forgetFailures();
-        place.fail("cannot make the link", path, "something stands there already");
+        place.refuse("cannot make the link", path, "something stands there already");
     }
-    place.forgetFailures();
     if (!system.fileSymbolicLinkCreateAs(target, path, false)) {
-        place.fail("cannot make the link", path);
+        place.failBecause("cannot make the link", path, FileSystem::Failure::last());
     }
 }
 

@@ -19,12 +19,17 @@ public:
 
     TargetKind kindOf(const std::string& path) const override { return kindOfTarget(path); }
 
-    std::string readingProblem(const std::string& path) override;
-    void forgetFailures() override;
-    std::string lastReason() override;
+    std::optional<std::uint32_t> mode(const std::string& path) const override
+    {
+        return system_.fileMode(path);
+    }
 
 private:
     FileSystem::LocalFileSystem system_;
 };
+
+/// Throws UsageError for a text that reads like a remote path, unless something stands there on
+/// this machine. \param rule what the command takes where.
+void requireLocalPath(const std::string& text, const std::string& rule);
 
 } // namespace TarnisTool

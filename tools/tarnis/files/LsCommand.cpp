@@ -24,11 +24,6 @@ std::optional<std::string> linkTargetOf(const RemotePlace& place, const std::str
                                      : std::nullopt;
 }
 
-std::size_t digitsIn(std::uint64_t number)
-{
-    return std::to_string(number).size();
-}
-
 } // namespace
 
 LsCommand::LsCommand(CLI::App& program)
@@ -38,9 +33,23 @@ LsCommand::LsCommand(CLI::App& program)
     commandLine().add_flag("-a,--all", showsHidden_, "Show names that begin with a dot too");
     commandLine().add_flag("-R,--recursive", isRecursive_,
                            "List everything below too; symbolic links are not followed");
+    commandLine().add_flag("-d,--directory", showsItself_,
+                           "List directories themselves, not what they hold");
+    keepShortHForItself();
+    commandLine().add_flag("-h,--human-readable", hasReadableSizes_,
+                           "With -l: sizes for people, such as 1.2 MB");
+    const auto orderBy = [this](Order order) { return [this, order] { order_ = order; }; };
+    commandLine()
+        .add_flag_callback("-t", orderBy(Order::Time), "The newest first")
+        ->trigger_on_parse();
+    commandLine()
+        .add_flag_callback("-S", orderBy(Order::Size), "The largest first")
+        ->trigger_on_parse();
+    commandLine().add_flag("-r,--reverse", isReversed_, "The other way round");
+    commandLine().add_flag("-1", "One name in a line, as it always is");
     commandLine().add_flag("--json", isJson_, "Print one JSON array of all entries");
     commandLine().footer(
-        "The last part of a path may be a pattern: * any bytes, ? one byte, [a-z] one of a set,\n"
+        "Each part of a path may be a pattern: * any bytes, ? one byte, [a-z] one of a set,\n"
         "; between alternatives. A name that exists is that name, whatever it looks like.\n"
         "At a terminal, control characters in names appear as \"?\"; elsewhere names are printed\n"
         "byte for byte. In JSON, a name that is no UTF-8 has its bytes in nameBase64.\n\n"
@@ -56,7 +65,9 @@ void LsCommand::workOn(RemotePlace& place, const std::string& path)
     }
     const auto info = place.find(id);
     const bool isFollowed = !isLong_ && isSymbolicLink(info.type);
-    if (isDirectory(info.type) || (isFollowed && place.system().directoryExists(id))) {
+    if (showsItself_) {
+        show(place, {{info, path, path.empty() ? "." : path}});
+    } else if (isDirectory(info.type) || (isFollowed && place.system().directoryExists(id))) {
         listTree(place, path);
     } else {
         show(place, {{info, path, path}});
@@ -66,20 +77,21 @@ void LsCommand::workOn(RemotePlace& place, const std::string& path)
 /// Files first, then what the directories among the matches hold.
 void LsCommand::listMatches(RemotePlace& place, const std::string& path)
 {
-    const auto slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash + 1);
+    const std::string id = fileIdOf(path);
+    const auto each = [&](const Failure& failure) { note(place, failure); };
     std::vector<Entry> entries;
-    std::vector<std::string> directories;
-    for (auto& info : expandPattern(place, fileIdOf(path), showsHidden_)) {
-        const std::string entryPath = joinPath(directory, info.name);
-        if (isDirectory(info.type) && isRecursive_ && isEntryName(info.name)) {
-            directories.push_back(entryPath);
-        }
-        entries.push_back({std::move(info), entryPath, entryPath});
+    for (auto& match : expandPattern(place, id, each, showsHidden_)) {
+        // As the user began it.
+        const std::string shown = id == path ? match.path : textOf(match.path);
+        entries.push_back({std::move(match.info), shown, shown});
     }
+    sort(entries);
     show(place, entries);
-    for (const std::string& each : directories) {
-        listTree(place, each);
+    for (const Entry& entry : entries) {
+        if (isDirectory(entry.info.type) && isRecursive_ && !showsItself_ &&
+            isEntryName(entry.info.name)) {
+            listTree(place, entry.path);
+        }
     }
 }
 
@@ -125,7 +137,28 @@ std::vector<LsCommand::Entry> LsCommand::entriesOf(RemotePlace& place,
         std::string name = info.name;
         entries.push_back({std::move(info), joinPath(path, name), std::move(name)});
     }
+    sort(entries);
     return entries;
+}
+
+/// What is equal stays in the order of the names, in which the entries come.
+void LsCommand::sort(std::vector<Entry>& entries) const
+{
+    const auto comesFirst = [this](const Entry& left, const Entry& right) {
+        return order_ == Order::Time ? left.info.modTime > right.info.modTime
+                                     : left.info.size > right.info.size;
+    };
+    if (order_ != Order::Name) {
+        std::stable_sort(entries.begin(), entries.end(), comesFirst);
+    }
+    if (isReversed_) {
+        std::reverse(entries.begin(), entries.end());
+    }
+}
+
+std::string LsCommand::sizeText(std::uint64_t size) const
+{
+    return hasReadableSizes_ ? humanSize(size) : std::to_string(size);
 }
 
 void LsCommand::heading(const std::string& path)
@@ -141,7 +174,7 @@ void LsCommand::show(RemotePlace& place, const std::vector<Entry>& entries)
     hasListed_ = true;
     std::size_t sizeWidth = 0;
     for (const Entry& entry : entries) {
-        sizeWidth = std::max(sizeWidth, digitsIn(entry.info.size));
+        sizeWidth = std::max(sizeWidth, sizeText(entry.info.size).size());
     }
     for (const auto& [info, path, shownName] : entries) {
         const bool needsTarget = isLong_ || isJson_;
@@ -151,8 +184,9 @@ void LsCommand::show(RemotePlace& place, const std::vector<Entry>& entries)
             continue;
         }
         if (isLong_) {
-            std::cout << modeText(info) << ' ' << std::setw(static_cast<int>(sizeWidth))
-                      << info.size << ' ' << localTime(info.modTime) << ' ';
+            std::cout << modeText(info, info.permissions.raw()) << ' '
+                      << std::setw(static_cast<int>(sizeWidth)) << sizeText(info.size) << ' '
+                      << localTime(info.modTime) << ' ';
         }
         std::cout << forOutput(shownName) << (target ? " -> " + forOutput(*target) : "") << '\n';
     }

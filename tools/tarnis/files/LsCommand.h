@@ -15,6 +15,13 @@ public:
     explicit LsCommand(CLI::App& program);
 
 private:
+    enum class Order
+    {
+        Name,
+        Time, ///< The newest first.
+        Size, ///< The largest first.
+    };
+
     /// An entry, with its path as the user would write it.
     struct Entry
     {
@@ -31,6 +38,8 @@ private:
     void listTree(RemotePlace& place, const std::string& path);
     std::vector<std::string> listDirectory(RemotePlace& place, const std::string& path);
     std::vector<Entry> entriesOf(RemotePlace& place, const std::string& path) const;
+    void sort(std::vector<Entry>& entries) const;
+    std::string sizeText(std::uint64_t size) const;
     void heading(const std::string& path);
     void show(RemotePlace& place, const std::vector<Entry>& entries);
 
@@ -38,6 +47,10 @@ private:
     bool showsHidden_ = false;
     bool isRecursive_ = false;
     bool isJson_ = false;
+    bool showsItself_ = false;
+    bool hasReadableSizes_ = false;
+    bool isReversed_ = false;
+    Order order_ = Order::Name;
     bool hasListed_ = false;
     JsonList json_;
 };

@@ -14,18 +14,13 @@ MkdirCommand::MkdirCommand(CLI::App& program)
 void MkdirCommand::workOn(RemotePlace& place, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    place.forgetFailures();
     const bool isMade = makesParents_ ? place.system().directoryMakePath(id, false)
                                       : place.system().directoryCreateAs(id, true);
     if (isMade) {
         return;
     }
-    const std::string said = place.lastReason();
-    const bool isTaken = place.system().fileInfo(id).has_value();
-    const std::string problem =
-        isTaken ? "something stands there already" : place.writingProblem(id);
-    place.forgetFailures();
-    place.fail("cannot make the directory", id, joinReasons(problem, said));
+    const auto why = FileSystem::Failure::last();
+    place.failBecause("cannot make the directory", id, why, place.obstacleAt(id, why));
 }
 
 } // namespace TarnisTool

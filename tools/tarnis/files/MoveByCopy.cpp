@@ -63,7 +63,6 @@ std::uint64_t MoveByCopy::findEntries()
 
 void MoveByCopy::copy(std::uint64_t totalBytes)
 {
-    place_.forgetFailures();
     if (isTree()) {
         makeTarget();
     }
@@ -77,8 +76,8 @@ void MoveByCopy::copy(std::uint64_t totalBytes)
     const auto options = keepAll | (isTree() ? Option::Recursive : Option::FailIfExists);
     const bool isCopied = system.fileCopyAs(source_, system, target_, progress, options);
     if (!isCopied || cancellation_.isRequested()) {
+        const std::string said = reasonOf(FileSystem::Failure::last());
         bar.clear();
-        const std::string said = place_.lastReason();
         if (isCopied || isTree()) {
             giveUp(said);
         }
@@ -90,17 +89,16 @@ void MoveByCopy::copy(std::uint64_t totalBytes)
 void MoveByCopy::makeTarget()
 {
     if (!makeNewDirectory(place_.system(), target_, ownerOnly)) {
-        fail("its new place cannot be made");
+        fail(joinReasons("its new place cannot be made", FileSystem::Failure::last().cause()));
     }
 }
 
 void MoveByCopy::removeSource()
 {
-    place_.forgetFailures();
     if (isTree()) {
         removeTree();
     } else if (!removeEntry(source_, entries_.front())) {
-        giveUp("it cannot be removed from its place");
+        giveUp(joinReasons("it cannot be removed from its place", reasonOf(why_)));
     }
 }
 
@@ -111,7 +109,8 @@ void MoveByCopy::removeTree()
     const std::string aside = system.pathChildId(system.pathParentId(source_),
                                                  {".tarnis-moved-" + std::to_string(::getpid())});
     if (system.fileInfo(aside) || !system.directoryRenameAs(source_, aside)) {
-        giveUp("it cannot be removed from its place");
+        giveUp(joinReasons("it cannot be removed from its place",
+                           FileSystem::Failure::last().cause()));
     }
     const bool isRemoved =
         std::all_of(entries_.rbegin(), entries_.rend(), [&](const TreeEntry& entry) {
@@ -120,7 +119,7 @@ void MoveByCopy::removeTree()
     if (isRemoved) {
         return;
     }
-    const std::string said = place_.lastReason();
+    const std::string said = reasonOf(why_);
     const bool isBack = system.directoryRenameAs(aside, source_);
     place_.requireAlive();
     throw Failure(cancellation_.isRequested() ? FailureKind::Cancelled : FailureKind::FileProblem,
@@ -131,13 +130,14 @@ void MoveByCopy::removeTree()
                               said));
 }
 
-bool MoveByCopy::removeEntry(const std::string& root, const TreeEntry& entry) const
+bool MoveByCopy::removeEntry(const std::string& root, const TreeEntry& entry)
 {
     const auto& system = place_.system();
     const std::string path = entry.path.empty() ? root : joinPath(root, entry.path);
     const bool isRemoved = isDirectory(entry.info.type)
                                ? system.directoryRemove(path)
                                : isUnchanged(path, entry) && system.fileRemove(path);
+    why_ = FileSystem::Failure::last();
     // A removal that was reported as failed may have been done.
     return isRemoved || (!system.fileInfo(path) && place_.isAlive());
 }
@@ -166,8 +166,8 @@ void MoveByCopy::fail(const std::string& hint, bool isClean)
 {
     const std::string left = "a part of the copy may be left at " + place_.display(target_);
     if (!cancellation_.isRequested()) {
-        place_.fail("cannot move " + place_.display(source_) + " to", target_,
-                    joinReasons(isClean ? "" : left, hint));
+        place_.refuse("cannot move " + place_.display(source_) + " to", target_,
+                      joinReasons(isClean ? "" : left, hint));
     }
     throw Failure(FailureKind::Cancelled, "interrupted the move of", place_.display(source_),
                   !place_.isAlive() ? "the connection was given up; " + left

@@ -33,7 +33,7 @@ private:
     void makeTarget();
     void removeSource();
     void removeTree();
-    bool removeEntry(const std::string& root, const TreeEntry& entry) const;
+    bool removeEntry(const std::string& root, const TreeEntry& entry);
     bool isUnchanged(const std::string& path, const TreeEntry& entry) const;
     [[noreturn]] void giveUp(const std::string& hint);
     bool takeBack() const;
@@ -46,6 +46,7 @@ private:
     std::string target_;
     /// What is to be copied, and nothing else is to be removed. Directories before what they hold.
     std::vector<TreeEntry> entries_;
+    FileSystem::Failure why_; ///< What was said of the last removal of an entry.
 };
 
 } // namespace TarnisTool

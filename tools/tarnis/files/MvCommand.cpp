@@ -34,7 +34,7 @@ MvCommand::MvCommand(CLI::App& program)
 
 int MvCommand::work(const std::vector<std::string>& operands)
 {
-    auto paths = parseRemotePaths(operands);
+    auto paths = remotePaths(operands);
     const std::string target = paths.back().path;
     paths.pop_back();
     RemotePlace remote(paths.front().target, loginOptions());
@@ -67,17 +67,15 @@ void MvCommand::move(RemotePlace& place, const Cancellation& cancellation,
     const auto& system = place.system();
     auto info = place.find(source);
     if (system.fileInfo(target)) {
-        place.forgetFailures();
-        place.fail("cannot move " + place.display(source) + " to", target,
-                   "something stands there already");
+        place.refuse("cannot move " + place.display(source) + " to", target,
+                     "something stands there already");
     }
-    place.forgetFailures();
     if (system.fileRenameAs(source, target)) {
         return;
     }
-    const std::string said = place.lastReason();
+    const auto why = FileSystem::Failure::last();
     if (!canBeCopied(place, source, target)) {
-        place.fail("cannot move " + place.display(source) + " to", target, said);
+        place.failBecause("cannot move " + place.display(source) + " to", target, why);
     }
     MoveByCopy(place, cancellation, source, std::move(info), target).run();
 }

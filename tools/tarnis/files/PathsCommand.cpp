@@ -2,6 +2,7 @@
 
 #include "Failure.h"
 #include "terminal/Messages.h"
+#include "terminal/StandardStreams.h"
 
 namespace TarnisTool {
 
@@ -26,7 +27,7 @@ int PathsCommand::work(const std::vector<std::string>& operands)
 {
     prepare(operands);
     const auto firstPath = operands.begin() + static_cast<std::ptrdiff_t>(otherOperands_);
-    const auto paths = parseRemotePaths({firstPath, operands.end()});
+    const auto paths = remotePaths({firstPath, operands.end()});
     pathCount_ = paths.size();
     RemotePlace place(paths.front().target, loginOptions());
     for (const RemotePath& path : paths) {

@@ -10,38 +10,58 @@ namespace TarnisTool {
 
 namespace {
 
-using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+constexpr std::uint32_t bitsOfOne = 07;
+constexpr std::uint32_t permissionBits = 0777;
+constexpr std::uint32_t setUserId = 04000;
+constexpr std::uint32_t setGroupId = 02000;
+constexpr std::uint32_t sticky = 01000;
 
-constexpr unsigned bitsOfOne = 07;
-
-/// The bits of read, write and execute for one class of users.
-unsigned rightsIn(std::string_view letters)
+bool has(std::string_view letters, char letter)
 {
-    unsigned bits = 0;
-    for (const char letter : letters) {
-        bits |= letter == 'r' ? 04U : letter == 'w' ? 02U : 01U;
-    }
-    return bits;
+    return letters.find(letter) != std::string_view::npos;
 }
 
-/// The same bits for each of the classes named; nobody named is everybody.
-unsigned spread(unsigned bits, std::string_view who)
+/// The bits of read, write and execute for one class of users.
+std::uint32_t rightsIn(std::string_view letters)
 {
-    const bool isAll = who.empty() || who.find('a') != std::string_view::npos;
-    unsigned result = 0;
+    return (has(letters, 'r') ? 04U : 0U) | (has(letters, 'w') ? 02U : 0U) |
+           (has(letters, 'x') ? 01U : 0U);
+}
+
+/// Nobody named is everybody.
+bool isMeant(char user, std::string_view who)
+{
+    return who.empty() || has(who, 'a') || has(who, user);
+}
+
+/// The same bits for each of the classes named.
+std::uint32_t spread(std::uint32_t bits, std::string_view who)
+{
+    std::uint32_t result = 0;
     constexpr std::string_view classes = "ogu";
     for (std::size_t i = 0; i < classes.size(); ++i) {
-        if (isAll || who.find(classes[i]) != std::string_view::npos) {
+        if (isMeant(classes[i], who)) {
             result |= bits << 3U * i;
         }
     }
     return result;
 }
 
-unsigned applied(const std::smatch& clause, unsigned mode)
+/// Set-ID bits belong to a class, the sticky bit to none.
+std::uint32_t specialBitsIn(std::string_view letters, std::string_view who)
+{
+    std::uint32_t bits = has(letters, 't') ? sticky : 0U;
+    if (has(letters, 's')) {
+        bits |= (isMeant('u', who) ? setUserId : 0U) | (isMeant('g', who) ? setGroupId : 0U);
+    }
+    return bits;
+}
+
+std::uint32_t applied(const std::smatch& clause, std::uint32_t mode)
 {
     const std::string who = clause[1];
-    const unsigned bits = spread(rightsIn(clause[3].str()), who);
+    const std::string letters = clause[3];
+    const std::uint32_t bits = spread(rightsIn(letters), who) | specialBitsIn(letters, who);
     switch (clause[2].str().front()) {
     case '+':
         return mode | bits;
@@ -54,14 +74,15 @@ unsigned applied(const std::smatch& clause, unsigned mode)
 
 } // namespace
 
-Permissions changedPermissions(const std::string& change, Permissions permissions)
+std::uint32_t changedMode(const std::string& change, std::uint32_t mode)
 {
-    static const std::regex octal("0?[0-7]{3}");
-    static const std::regex clauseForm("([ugoa]*)([-+=])([rwx]*)");
+    static const std::regex octal("[0-7]{3,4}");
+    static const std::regex clauseForm("([ugoa]*)([-+=])([rwxst]*)");
+    constexpr std::size_t digitsForAll = 4;
     if (std::regex_match(change, octal)) {
-        return Permissions(static_cast<Permissions::Raw>(std::stoul(change, nullptr, 8)));
+        const auto bits = static_cast<std::uint32_t>(std::stoul(change, nullptr, 8));
+        return change.size() == digitsForAll ? bits : (mode & ~permissionBits) | bits;
     }
-    unsigned mode = permissions.raw();
     std::istringstream clauses(change);
     std::string clause;
     while (std::getline(clauses, clause, ',')) {
@@ -75,7 +96,7 @@ Permissions changedPermissions(const std::string& change, Permissions permission
     if (clause.empty()) {
         throw UsageError("\"" + change + "\" are no permissions: write 644, u+x or go-rwx");
     }
-    return Permissions(mode);
+    return mode;
 }
 
 } // namespace TarnisTool

@@ -1,15 +1,13 @@
 #pragma once
 
-#include <FileSystem/StorageSystemFlags.h>
-
+#include <cstdint>
 #include <string>
 
 namespace TarnisTool {
 
-/// The permissions after a change, which is octal ("644", "0755") or symbolic ("u+x", "go-rwx",
-/// "a=r,u+w"). Throws UsageError for what is neither.
-Utilities::Flags<FileSystem::PosixFilePermissionFlag>
-changedPermissions(const std::string& change,
-                   Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions);
+/// The twelve permission bits after a change, which is octal ("644", "4755") or symbolic ("u+x",
+/// "go-rwx", "a=r,u+w", "g+s", "+t"). Three octal digits, and changes without "s" and "t", leave
+/// set-ID and sticky bits as they are. Throws UsageError for what is neither.
+std::uint32_t changedMode(const std::string& change, std::uint32_t mode);
 
 } // namespace TarnisTool

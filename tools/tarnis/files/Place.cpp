@@ -3,30 +3,14 @@
 #include "Failure.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace TarnisTool {
-
-std::string joinReasons(const std::string& first, const std::string& second)
-{
-    if (first.empty() || first == second) {
-        return second;
-    }
-    if (second.empty()) {
-        return first;
-    }
-    return first + " (" + second + ")";
-}
 
 TargetKind Place::kindOf(const std::string& path) const
 {
     static_cast<void>(path);
     return TargetKind::Ordinary;
-}
-
-std::string Place::readingProblem(const std::string& path)
-{
-    static_cast<void>(path);
-    return {};
 }
 
 std::string Place::writingProblem(const std::string& path)
@@ -41,33 +25,62 @@ std::string Place::writingProblem(const std::string& path)
     return {};
 }
 
+std::string Place::obstacleAt(const std::string& path, const FileSystem::Failure& why) const
+{
+    const bool isUnexplained = why.code() == FileSystem::FailureCode::Other ||
+                               why.code() == FileSystem::FailureCode::NotFound;
+    if (!isUnexplained) {
+        return {};
+    }
+    if (system().fileInfo(path)) {
+        return "something is there already";
+    }
+    const std::string parent = system().pathParentId(path);
+    const bool isOrphan = !parent.empty() && !system().directoryExists(parent);
+    return isOrphan ? "its directory does not exist" : "";
+}
+
 FileSystem::StorageSystemFileInfo Place::find(const std::string& path)
 {
-    forgetFailures();
     auto info = system().fileInfo(path);
     if (!info) {
-        fail("cannot find", path, readingProblem(path));
+        failBecause("cannot find", path, FileSystem::Failure::last());
     }
     return std::move(*info);
 }
 
 std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& directory)
 {
-    forgetFailures();
     auto entries = system().directoryReadFully(directory);
     if (!entries) {
-        fail("cannot list", directory, readingProblem(directory));
+        failBecause("cannot list", directory, FileSystem::Failure::last());
     }
     std::sort(entries->begin(), entries->end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });
     return *std::move(entries);
 }
 
-void Place::fail(const std::string& what, const std::string& path, const std::string& hint)
+void Place::throwLost(const FileSystem::Failure& why)
 {
-    const std::string reason = lastReason();
+    throw Failure(FailureKind::ConnectionLost, "lost", "the files", reasonOf(why));
+}
+
+void Place::failBecause(const std::string& what, const std::string& path,
+                        const FileSystem::Failure& why, const std::string& hint)
+{
+    if (isLoss(why)) {
+        throwLost(why);
+    }
+    const bool isNothingThere = why.code() == FileSystem::FailureCode::NotFound;
+    throw Failure(isNothingThere ? FailureKind::NothingThere : FailureKind::FileProblem, what,
+                  display(path), hint.empty() ? reasonOf(why) : joinReasons(hint, why.text()));
+}
+
+void Place::refuse(const std::string& what, const std::string& path, const std::string& reason)
+{
+    // What looks absent may be out of reach.
     requireAlive();
-    throw Failure(FailureKind::FileProblem, what, display(path), joinReasons(hint, reason));
+    throw Failure(FailureKind::FileProblem, what, display(path), reason);
 }
 
 } // namespace TarnisTool

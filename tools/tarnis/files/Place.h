@@ -1,9 +1,12 @@
 #pragma once
 
+#include "Failure.h"
 #include "files/StreamTarget.h"
 
 #include <FileSystem/FileSystem2.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,26 +27,21 @@ public:
     /// The path as messages name it.
     virtual std::string display(const std::string& path) const = 0;
 
-    /// To be called before an operation whose failure is to be explained: what failed earlier is no
-    /// reason.
-    virtual void forgetFailures() {}
-
-    /// What is known of why the last operation failed; empty for nothing.
-    virtual std::string lastReason() { return {}; }
-
-    /// What a path leads to, as far as a copy of one file must know that is to go there.
-    virtual TargetKind kindOf(const std::string& path) const;
-
     /// Throws a Failure when the place is gone altogether, as after a lost connection.
     virtual void requireAlive() {}
 
-    /// Whether it is not.
+    /// Whether it is not gone.
     virtual bool isAlive() { return true; }
 
-    /// Why what stands at the path cannot be read, or written to; found out by looking. Empty where
-    /// nothing speaks against it.
-    virtual std::string readingProblem(const std::string& path);
+    /// Throws the Failure for a place that is gone.
+    [[noreturn]] virtual void throwLost(const FileSystem::Failure& why);
+
+    /// Why nothing can be written to the path, found out by looking. Empty where nothing speaks
+    /// against it.
     virtual std::string writingProblem(const std::string& path);
+
+    /// What a path leads to, as far as a copy of one file must know that is to go there.
+    virtual TargetKind kindOf(const std::string& path) const;
 
     /// What stands at the path, a link itself included.
     FileSystem::StorageSystemFileInfo find(const std::string& path);
@@ -51,13 +49,23 @@ public:
     /// The entries of a directory, in ascending order of the bytes of their names.
     std::vector<FileSystem::StorageSystemFileInfo> list(const std::string& directory);
 
-    /// Throws a Failure "cannot <what> <path>: <reason>".
-    /// \param hint what the command knows itself; stands before the system's own words.
-    [[noreturn]] void fail(const std::string& what, const std::string& path,
-                           const std::string& hint = {});
-};
+    /// What keeps something new from the path, found out by looking; empty where nothing does, and
+    /// where the failure tells by itself.
+    std::string obstacleAt(const std::string& path, const FileSystem::Failure& why) const;
 
-/// The first text, with the second in parentheses where both have something to say.
-std::string joinReasons(const std::string& first, const std::string& second);
+    /// All twelve permission bits of what stands at the path, a link itself included; empty where
+    /// that cannot be told.
+    virtual std::optional<std::uint32_t> mode(const std::string& path) const = 0;
+
+    /// Throws a Failure "<what> <path>: <reason>" for an operation that failed.
+    /// \param why  what FileSystem::Failure::last() said right after it.
+    /// \param hint what the command knows itself; stands before the system's own words.
+    [[noreturn]] void failBecause(const std::string& what, const std::string& path,
+                                  const FileSystem::Failure& why, const std::string& hint = {});
+
+    /// Throws a Failure "<what> <path>: <reason>" for something that is not even tried.
+    [[noreturn]] void refuse(const std::string& what, const std::string& path,
+                             const std::string& reason);
+};
 
 } // namespace TarnisTool

@@ -20,13 +20,14 @@ PutCommand::PutCommand(CLI::App& program)
 
 int PutCommand::work(const std::vector<std::string>& operands)
 {
-    const RemotePath target = parseRemotePath(operands.back());
-    std::vector<std::string> sources;
+    const RemotePath target = remotePath(operands.back());
+    Sources sources;
     for (auto path = operands.begin(); path != operands.end() - 1; ++path) {
         if (path->empty()) {
             throw UsageError("an empty local path names nothing");
         }
-        sources.push_back(fileIdOf(*path));
+        requireLocalPath(*path, "put copies from this machine, and only the last path is remote");
+        sources.ids.push_back(fileIdOf(*path));
     }
     RemotePlace remote(target.target, loginOptions());
     LocalPlace local;

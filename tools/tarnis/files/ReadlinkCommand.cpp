@@ -12,11 +12,11 @@ void ReadlinkCommand::workOn(RemotePlace& place, const std::string& path)
 {
     const std::string id = fileIdOf(path);
     if (!isSymbolicLink(place.find(id).type)) {
-        place.fail("cannot read the link", id, "it is no symbolic link");
+        place.refuse("cannot read the link", id, "it is no symbolic link");
     }
     const auto target = place.system().fileSymbolicLinkTarget(id);
     if (!target) {
-        place.fail("cannot read the link", id);
+        place.failBecause("cannot read the link", id, FileSystem::Failure::last());
     }
     std::cout << forOutput(*target) << '\n';
 }

@@ -1,6 +1,7 @@
 #include "files/RemotePath.h"
 
 #include "Failure.h"
+#include "login/ServerUrl.h"
 
 #include <algorithm>
 #include <string_view>
@@ -33,10 +34,30 @@ bool isNumber(std::string_view text)
            std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+[[noreturn]] void refuseNumber(const std::string& text, const std::string& place,
+                               const std::string& number)
+{
+    refuse(text, "is " + number + " a port or a file? Write " + place + ":" + number + ": (or -P " +
+                     number + ") for the port, " + place + ":./" + number + " for the file");
+}
+
+/// "/~" and what is below it: the login directory.
+std::string pathOfUrl(const std::string& path)
+{
+    constexpr std::string_view home = "/~/";
+    if (path == "/~") {
+        return {};
+    }
+    return path.compare(0, home.size(), home) == 0 ? path.substr(home.size()) : path;
+}
+
 } // namespace
 
-RemotePath parseRemotePath(const std::string& text)
+RemotePath parseRemotePath(const std::string& text, std::optional<std::uint16_t> port)
 {
+    if (const auto url = parseServerUrl(text)) {
+        return {parseAuthority(url->authority, text, port), pathOfUrl(url->path)};
+    }
     const auto colon = endOfHost(text);
     if (colon == std::string::npos || text.find('/') < colon) {
         refuse(text, "write [user@]host:path (\"host:\" is the login directory)");
@@ -48,21 +69,33 @@ RemotePath parseRemotePath(const std::string& text)
         refuse(text, "an IPv6 address stands in brackets, and a path that begins with a colon "
                      "is written with \"./\" in front");
     }
+    if (isNumber(path)) {
+        refuseNumber(text, place, path);
+    }
     if (second != std::string::npos && isNumber(std::string_view(path).substr(0, second))) {
         place += ":" + path.substr(0, second);
         path.erase(0, second + 1);
     }
-    return {parseTarget(place), std::move(path)};
+    return {parseTarget(place, port), std::move(path)};
+}
+
+bool looksRemote(const std::string& text)
+{
+    const auto colon = endOfHost(text);
+    return colon != std::string::npos && colon > 0 &&
+           (text.find('/') > colon || parseServerUrl(text));
 }
 
 std::string displayRemote(const Target& target, const std::string& path)
 {
+    // As it could be typed again.
+    const std::string shown = (isNumber(path) ? "./" : "") + path;
     const bool isIPv6 = target.host.find(':') != std::string::npos;
     if (!isIPv6 || target.port != Target::defaultPort) {
-        return target.display() + ":" + path;
+        return target.display() + ":" + shown;
     }
     const std::string who = target.user.empty() ? std::string() : target.user + "@";
-    return who + "[" + target.host + "]:" + path;
+    return who + "[" + target.host + "]:" + shown;
 }
 
 } // namespace TarnisTool

@@ -24,25 +24,23 @@ bool isAnswering(const FileSystem::FileSystem2& system)
 std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession& session,
                                                              const Target& target)
 {
-    const std::string before = forgetLastError(session);
     auto system = session.createSFTPFileSystem();
     if (system != nullptr) {
         return system;
     }
-    const std::string reason = session.getLastError();
+    const auto why = FileSystem::Failure::last();
     if (!session.isConnected()) {
-        throwConnectionLost(session, target, "cannot start file transfer with");
+        throwConnectionLost(target, "cannot start file transfer with", why);
     }
     throw Failure(FailureKind::FileTransferRefused, "cannot start file transfer with",
-                  target.display(),
-                  joinReasons("the server does not offer SFTP", reason == before ? "" : reason));
+                  target.display(), joinReasons("the server does not offer SFTP", why.cause()));
 }
 
 RemotePlace::RemotePlace(Target target, const LoginOptions& options)
     : target_(std::move(target))
 {
-    LoginSecrets secrets = LoginSecrets::fetch(options);
-    openSession(session_, target_, options, std::move(secrets));
+    const LoginSecrets secrets = LoginSecrets::fetch(options);
+    openSession(session_, target_, options, secrets);
     system_ = startFileTransfer(session_, target_);
 }
 
@@ -51,31 +49,25 @@ std::string RemotePlace::display(const std::string& path) const
     return displayRemote(target_, textOf(path));
 }
 
-void RemotePlace::forgetFailures()
-{
-    forgotten_ = forgetLastError(session_);
-}
-
-std::string RemotePlace::lastReason()
-{
-    const std::string reason = session_.getLastError();
-    return reason == forgotten_ ? std::string() : reason;
-}
-
 bool RemotePlace::isAlive()
 {
-    return session_.isConnected() && isAnswering(*system_);
+    return isAnswering(*system_);
 }
 
 void RemotePlace::requireAlive()
 {
-    if (!session_.isConnected()) {
-        throwConnectionLost(session_, target_, "lost the connection to");
-    }
     if (!isAnswering(*system_)) {
+        throwLost(FileSystem::Failure::last());
+    }
+}
+
+void RemotePlace::throwLost(const FileSystem::Failure& why)
+{
+    if (session_.isConnected()) {
         throw Failure(FailureKind::ConnectionLost, "lost the connection to", target_.display(),
                       "the server ended the file transfer");
     }
+    throwConnectionLost(target_, "lost the connection to", why);
 }
 
 } // namespace TarnisTool

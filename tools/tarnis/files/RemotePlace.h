@@ -22,10 +22,15 @@ public:
     const FileSystem::FileSystem2& system() const override { return *system_; }
 
     std::string display(const std::string& path) const override;
-    void forgetFailures() override;
-    std::string lastReason() override;
+
+    std::optional<std::uint32_t> mode(const std::string& path) const override
+    {
+        return system_->fileMode(path);
+    }
+
     bool isAlive() override;
     void requireAlive() override;
+    [[noreturn]] void throwLost(const FileSystem::Failure& why) override;
 
     Tarnis::SSHSession& session() noexcept { return session_; }
 
@@ -33,7 +38,6 @@ private:
     Target target_;
     Tarnis::SSHSession session_;
     std::unique_ptr<Tarnis::SSHFileSystemSFTP> system_;
-    std::string forgotten_;
 };
 
 /// Starts file transfer on a session that is logged in. Throws Failure.

@@ -3,6 +3,7 @@
 #include "Failure.h"
 #include "files/Cancellation.h"
 #include "files/EntryNames.h"
+#include "files/Pattern.h"
 #include "files/TreeRemoval.h"
 
 #include <CLI/CLI.hpp>
@@ -14,32 +15,51 @@ RmCommand::RmCommand(CLI::App& program)
 {
     commandLine().add_flag("-r,--recursive", isRecursive_,
                            "Remove directories with all below them");
-    commandLine().footer("A symbolic link is removed itself, never what it leads to. Names are\n"
-                         "taken as they are: there are no patterns here.");
+    commandLine().add_flag("-f,--force", isForced_, "What is not there is no failure");
+    commandLine().footer(
+        "A symbolic link is removed itself, never what it leads to. Each part of a path may be a\n"
+        "pattern, as with ls; a name that exists is that name.");
 }
 
 void RmCommand::workOn(RemotePlace& place, const std::string& path)
 {
-    const std::string id = fileIdOf(path);
+    const auto each = [&](const Failure& failure) { note(place, failure); };
+    const auto attempt = [&](const auto& work) {
+        try {
+            work();
+        } catch (const Failure& failure) {
+            if (!isForced_ || failure.kind() != FailureKind::NothingThere) {
+                note(place, failure);
+            }
+        }
+    };
+    attempt([&] {
+        for (const std::string& id : pathsFor(place, fileIdOf(path), "cannot remove", each)) {
+            attempt([&] { remove(place, id); });
+        }
+    });
+}
+
+void RmCommand::remove(RemotePlace& place, const std::string& id)
+{
     const auto info = place.find(id);
     if (!isDirectory(info.type)) {
         removeFile(place, id);
         return;
     }
     if (!isRecursive_) {
-        place.fail("cannot remove", id, "it is a directory; -r removes it and all below it");
+        place.refuse("cannot remove", id, "it is a directory; -r removes it and all below it");
     }
     if (nameOf(id).empty()) {
-        place.fail("cannot remove", id, "it has no name of its own");
+        place.refuse("cannot remove", id, "it has no name of its own");
     }
     removeTree(place, id);
 }
 
 void RmCommand::removeFile(RemotePlace& place, const std::string& path)
 {
-    place.forgetFailures();
     if (!place.system().fileRemove(path)) {
-        place.fail("cannot remove", path);
+        place.failBecause("cannot remove", path, FileSystem::Failure::last());
     }
 }
 

@@ -15,10 +15,12 @@ public:
 
 private:
     void workOn(RemotePlace& place, const std::string& path) override;
+    void remove(RemotePlace& place, const std::string& id);
     static void removeFile(RemotePlace& place, const std::string& path);
     void removeTree(RemotePlace& place, const std::string& root);
 
     bool isRecursive_ = false;
+    bool isForced_ = false;
 };
 
 } // namespace TarnisTool

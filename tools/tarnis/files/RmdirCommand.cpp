@@ -10,14 +10,13 @@ void RmdirCommand::workOn(RemotePlace& place, const std::string& path)
 {
     const std::string id = fileIdOf(path);
     if (!isDirectory(place.find(id).type)) {
-        place.fail("cannot remove", id, "it is no directory");
+        place.refuse("cannot remove", id, "it is no directory");
     }
-    place.forgetFailures();
     if (!place.system().directoryRemove(id)) {
-        const std::string said = place.lastReason();
-        const bool isEmpty = place.system().directoryListFileNames(id).empty();
-        place.forgetFailures();
-        place.fail("cannot remove", id, joinReasons(isEmpty ? "" : "it is not empty", said));
+        const auto why = FileSystem::Failure::last();
+        const bool isUnexplained = why.code() == FileSystem::FailureCode::Other;
+        const bool isFull = isUnexplained && !place.system().directoryListFileNames(id).empty();
+        place.failBecause("cannot remove", id, why, isFull ? "it is not empty" : "");
     }
 }
 

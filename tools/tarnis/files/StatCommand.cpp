@@ -24,14 +24,16 @@ void StatCommand::workOn(RemotePlace& place, const std::string& path)
     const auto info = place.find(id);
     const auto target = isSymbolicLink(info.type) ? place.system().fileSymbolicLinkTarget(id)
                                                   : std::optional<std::string>();
+    const auto mode = place.mode(id);
     if (isJson_) {
-        json_.add(info, path, target);
+        json_.add(info, path, target, mode);
         return;
     }
+    const std::uint32_t bits = mode.value_or(info.permissions.raw());
     std::cout << "path:        " << forOutput(path.empty() ? "." : path) << '\n'
               << "type:        " << kindOf(info) << '\n'
               << "size:        " << info.size << '\n'
-              << "permissions: " << octalMode(info) << " (" << modeText(info) << ")\n"
+              << "permissions: " << octalMode(bits) << " (" << modeText(info, bits) << ")\n"
               << "modified:    " << localTime(info.modTime) << '\n';
     if (target) {
         std::cout << "leads to:    " << forOutput(*target) << '\n';

@@ -24,7 +24,7 @@ void StreamedCopy::run()
     followLinks();
     const auto info = from_.find(source_);
     if (!isRegularFile(info.type)) {
-        from_.fail("cannot copy", source_, "it is no file");
+        from_.refuse("cannot copy", source_, "it is no file");
     }
     const FileDescriptor output = openStream(target_, cancellation_);
     ProgressBar bar(info.size);
@@ -54,7 +54,7 @@ void StreamedCopy::followLinks()
     }
     auto target = from_.system().fileSymbolicLinkTargetFileId(source_, true);
     if (!target) {
-        from_.fail("cannot follow the link", source_);
+        from_.failBecause("cannot follow the link", source_, FileSystem::Failure::last());
     }
     source_ = std::move(*target);
 }

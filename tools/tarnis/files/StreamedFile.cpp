@@ -24,10 +24,9 @@ struct Passage
 bool streamFile(Place& place, const std::string& id, const Stream& stream,
                 const std::function<bool(std::uint64_t done)>& goesOn)
 {
-    place.forgetFailures();
     const auto file = place.system().fileOpen(id, FileSystem::StorageSystemFileOpenModeFlag::Read);
     if (file == nullptr) {
-        place.fail("cannot read", id);
+        place.failBecause("cannot read", id, FileSystem::Failure::last());
     }
     Passage passage;
     const auto ask = [&] {
@@ -51,11 +50,11 @@ bool streamFile(Place& place, const std::string& id, const Stream& stream,
         if (passage.isStopped) {
             return false;
         }
-        place.fail("cannot read", id);
+        place.failBecause("cannot read", id, FileSystem::Failure::last());
     }
     // A file that has been cut since ends there; any other early end is not its own.
     if (passage.written < passage.expected && file->size() != passage.written) {
-        place.fail("cannot read", id, "it ended before its size");
+        place.refuse("cannot read", id, "it ended before its size");
     }
     return true;
 }

@@ -43,18 +43,16 @@ void TouchCommand::prepare(const std::vector<std::string>& operands)
 void TouchCommand::workOn(RemotePlace& place, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    place.forgetFailures();
     const auto info = place.system().fileInfo(id);
     if (!info && !makeFile(place.system(), id)) {
-        const std::string said = place.lastReason();
-        place.fail("cannot make", id, joinReasons(place.writingProblem(id), said));
+        const auto why = FileSystem::Failure::last();
+        place.failBecause("cannot make", id, why, place.obstacleAt(id, why));
     }
-    place.forgetFailures();
     if (!place.system().fileSetModTime(id, time_)) {
         const bool isLink = info && isSymbolicLink(info->type);
-        place.fail("cannot set the time of", id,
-                   isLink ? "it is a symbolic link, whose own time no server sets"
-                          : "the server does not take " + isoTime(time_));
+        place.failBecause("cannot set the time of", id, FileSystem::Failure::last(),
+                          isLink ? "it is a symbolic link, whose own time no server sets"
+                                 : "the server does not take " + isoTime(time_));
     }
 }
 

@@ -39,10 +39,10 @@ void TreeCopy::add(const std::string& source, const std::string& target)
         return;
     }
     if (!options_.isRecursive) {
-        from_.fail("cannot copy", source, "it is a directory; -r copies it and all below it");
+        from_.refuse("cannot copy", source, "it is a directory; -r copies it and all below it");
     }
     if (&from_ == &to_ && isWithin(from_.system(), target, source)) {
-        from_.fail("cannot copy", source, "the copy would be inside of it");
+        from_.refuse("cannot copy", source, "the copy would be inside of it");
     }
     addTree(job);
 }
@@ -51,7 +51,7 @@ std::string TreeCopy::followLink(const std::string& source)
 {
     auto target = from_.system().fileSymbolicLinkTargetFileId(source, true);
     if (!target) {
-        from_.fail("cannot follow the link", source);
+        from_.failBecause("cannot follow the link", source, FileSystem::Failure::last());
     }
     return std::move(*target);
 }
@@ -111,7 +111,7 @@ void TreeCopy::copy(const Job& job)
     } else if (isRegularFile(job.info.type)) {
         copyFile(job);
     } else {
-        from_.fail("cannot copy", job.source, "it is no file, directory or link");
+        from_.refuse("cannot copy", job.source, "it is no file, directory or link");
     }
 }
 
@@ -130,13 +130,13 @@ void TreeCopy::makeDirectory(const Job& job)
 
 TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
 {
-    to_.forgetFailures();
     const auto wanted = job.info.permissions | allOfTheOwner;
     const auto made = makeNewDirectory(to_.system(), job.target, wanted);
     if (!made) {
+        const auto why = FileSystem::Failure::last();
         const bool isTaken = to_.system().fileExists(job.target);
-        to_.fail("cannot make the directory", job.target,
-                 isTaken ? "something else stands there" : to_.writingProblem(job.target));
+        to_.failBecause("cannot make the directory", job.target, why,
+                        isTaken ? "something else stands there" : to_.writingProblem(job.target));
     }
     if (options_.preserves) {
         return {&job, job.info.permissions};
@@ -148,7 +148,7 @@ TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
 void TreeCopy::copyLink(const Job& job)
 {
     if (to_.system().directoryExists(job.target, false)) {
-        to_.fail("cannot make the link", job.target, "a directory stands there");
+        to_.refuse("cannot make the link", job.target, "a directory stands there");
     }
     copyWhole(job);
 }
@@ -167,8 +167,6 @@ void TreeCopy::copyFile(const Job& job)
 
 void TreeCopy::copyWhole(const Job& job)
 {
-    from_.forgetFailures();
-    to_.forgetFailures();
     const auto progress = [this](std::uint64_t done, std::uint64_t /*total*/) {
         return noteProgress(done);
     };
@@ -177,15 +175,13 @@ void TreeCopy::copyWhole(const Job& job)
     }
     const auto failure = FileSystem::Failure::last();
     if (failure.code() != FileSystem::FailureCode::NotKept) {
-        throw failureOf(job, targetProblem(job, failure));
+        throw failureOf(job, failure, targetProblem(job, failure));
     }
     noteLoss(job, failure.text());
 }
 
 void TreeCopy::resumeFile(const Job& job)
 {
-    from_.forgetFailures();
-    to_.forgetFailures();
     ResumedCopy copy(from_.system(), to_.system(), copyFlags(),
                      [this](std::uint64_t done) { return noteProgress(done); });
     if (copy.run(job.source, job.target)) {
@@ -194,7 +190,7 @@ void TreeCopy::resumeFile(const Job& job)
         }
         return;
     }
-    Failure failure = failureOf(job, copy.problem());
+    Failure failure = failureOf(job, FileSystem::Failure::last(), copy.problem());
     if (copy.hasPart()) {
         note("kept what was copied in " + to_.display(copy.part()) +
              ": the same command goes on from there");
@@ -228,18 +224,13 @@ bool TreeCopy::noteProgress(std::uint64_t done)
     return !cancellation_.isRequested();
 }
 
-Failure TreeCopy::failureOf(const Job& job, const std::string& hint)
+Failure TreeCopy::failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint)
 {
-    // Before anything else is asked of the server, which would leave other words behind.
-    const std::string said =
-        joinReasons(from_.lastReason(), &to_ == &from_ ? "" : to_.lastReason());
-    std::string problem = hint.empty() ? from_.readingProblem(job.source) : hint;
-    if (problem.empty()) {
-        problem = to_.writingProblem(job.target);
-    }
+    const bool isUnexplained = hint.empty() && why.code() == FileSystem::FailureCode::Other;
+    const std::string problem = isUnexplained ? to_.writingProblem(job.target) : hint;
     return {FailureKind::FileProblem, "cannot copy",
             from_.display(job.source) + " to " + to_.display(job.target),
-            joinReasons(problem, said)};
+            problem.empty() ? reasonOf(why) : joinReasons(problem, why.text())};
 }
 
 Utilities::Flags<Option> TreeCopy::copyFlags() const
@@ -282,13 +273,12 @@ void TreeCopy::finish(const MadeDirectory& made)
 {
     const auto& system = to_.system();
     const auto& job = *made.job;
-    to_.forgetFailures();
     const bool isSet =
         (!options_.preserves || system.fileSetModTime(job.target, job.info.modTime)) &&
         (!made.permissions || system.fileSetPermissions(job.target, *made.permissions));
     if (!isSet) {
         note("cannot keep permissions and time of " + to_.display(job.target) + ": " +
-             to_.lastReason());
+             FileSystem::Failure::last().cause());
     }
 }
 

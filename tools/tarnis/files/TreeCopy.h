@@ -76,7 +76,7 @@ private:
     void resumeFile(const Job& job);
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
-    Failure failureOf(const Job& job, const std::string& hint);
+    Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint);
     std::string targetProblem(const Job& job, const FileSystem::Failure& failure);
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;

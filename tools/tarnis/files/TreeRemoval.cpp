@@ -46,10 +46,10 @@ std::vector<FileSystem::StorageSystemFileInfo> TreeRemoval::entriesOf(const std:
 {
     auto entries = place_.list(path);
     if (!place_.system().directoryExists(path, false)) {
-        place_.fail("cannot remove", path, "it is no directory any more");
+        place_.refuse("cannot remove", path, "it is no directory any more");
     }
     if (path.size() > longestPath) {
-        place_.fail("cannot remove", path, "it is nested too deep");
+        place_.refuse("cannot remove", path, "it is nested too deep");
     }
     return entries;
 }
@@ -65,10 +65,9 @@ void TreeRemoval::removeNextEntry()
     }
     try {
         if (!isEntryName(entry.name)) {
-            place_.fail("cannot remove an entry of", parent.path,
-                        "its name would lead elsewhere: \"" + entry.name + "\"");
+            place_.refuse("cannot remove an entry of", parent.path,
+                          "its name would lead elsewhere: \"" + entry.name + "\"");
         }
-        place_.forgetFailures();
         count(place_.system().fileRemove(path), path);
     } catch (const Failure& failure) {
         keep(failure);
@@ -91,7 +90,6 @@ void TreeRemoval::leave()
         return;
     }
     try {
-        place_.forgetFailures();
         count(place_.system().directoryRemove(left.path), left.path);
     } catch (const Failure& failure) {
         keep(failure);
@@ -101,7 +99,7 @@ void TreeRemoval::leave()
 void TreeRemoval::count(bool isGone, const std::string& path)
 {
     if (!isGone) {
-        place_.fail("cannot remove", path);
+        place_.failBecause("cannot remove", path, FileSystem::Failure::last());
     }
     ++removedCount_;
 }

@@ -58,7 +58,7 @@ void TreeWalk::listInto(std::vector<TreeEntry>& entries, const std::string& root
     // What was read through a link that has just taken the parent's place is not the tree's.
     if (!place_.system().directoryExists(path, false)) {
         entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(before), entries.end());
-        place_.fail("cannot copy", path, "it is no directory any more");
+        place_.refuse("cannot copy", path, "it is no directory any more");
     }
 }
 

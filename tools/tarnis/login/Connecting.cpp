@@ -3,8 +3,10 @@
 #include "Failure.h"
 #include "login/Watchdog.h"
 
+#include <Tarnis/SSHFailureCode.h>
+
 #include <array>
-#include <string_view>
+#include <system_error>
 
 namespace TarnisTool {
 
@@ -12,35 +14,31 @@ namespace {
 
 struct KnownReason
 {
-    std::string_view text;
+    Tarnis::SSHFailureCode code;
     FailureKind kind;
 };
 
-// The library hands on libssh's words, and libssh those of the system: there is nothing else to
-// tell the reasons apart by. A reason that is not recognised costs a piece of advice, no more.
-constexpr std::array<KnownReason, 12> knownReasons{{
-    {"Failed to resolve hostname", FailureKind::UnknownHostName},
-    {"Connection refused", FailureKind::ConnectionRefused},
-    {"imeout", FailureKind::ConnectionTimedOut},
-    {"timed out", FailureKind::ConnectionTimedOut},
-    {"No route to host", FailureKind::HostUnreachable},
-    {"unreachable", FailureKind::HostUnreachable},
-    {"no match for method", FailureKind::NoCommonAlgorithm},
-    {"banner", FailureKind::NotAnSshServer},
-    {"protocol version", FailureKind::NotAnSshServer},
-    {"Protocol version", FailureKind::NotAnSshServer},
-    {"disconnected", FailureKind::NotAnSshServer},
-    {"Connection reset", FailureKind::NotAnSshServer},
+constexpr std::array<KnownReason, 6> knownReasons{{
+    {Tarnis::SSHFailureCode::NameNotResolved, FailureKind::UnknownHostName},
+    {Tarnis::SSHFailureCode::Refused, FailureKind::ConnectionRefused},
+    {Tarnis::SSHFailureCode::TimedOut, FailureKind::ConnectionTimedOut},
+    {Tarnis::SSHFailureCode::Unreachable, FailureKind::HostUnreachable},
+    {Tarnis::SSHFailureCode::NoCommonAlgorithm, FailureKind::NoCommonAlgorithm},
+    {Tarnis::SSHFailureCode::NoSshServer, FailureKind::NotAnSshServer},
 }};
 
-FailureKind kindOf(std::string_view reason)
+FailureKind kindOf(const std::error_code& code)
 {
     for (const KnownReason& known : knownReasons) {
-        if (reason.find(known.text) != std::string_view::npos) {
+        if (code == known.code) {
             return known.kind;
         }
     }
-    return FailureKind::ConnectionLost;
+    // Before the keys are exchanged, whoever hangs up may be anything.
+    const bool isHangUp = code == std::errc::connection_reset ||
+                          code == FileSystem::FailureCode::Protocol ||
+                          code == FileSystem::FailureCode::Other;
+    return isHangUp ? FailureKind::NotAnSshServer : FailureKind::LocalProblem;
 }
 
 /// The file with exactly this name: the library takes percent signs for the beginning of an escape.
@@ -69,11 +67,8 @@ void configure(Tarnis::SSHSession& session, const Target& target, const ReachOpt
 
 [[noreturn]] void throwTimedOut(const Target& target, std::chrono::seconds limit)
 {
-    const std::string within = limit > std::chrono::seconds::zero()
-                                   ? " within " + std::to_string(limit.count()) + " seconds"
-                                   : "";
     throw Failure(FailureKind::ConnectionTimedOut, "cannot connect to", target.display(),
-                  "no answer" + within);
+                  "no answer within " + std::to_string(limit.count()) + " seconds");
 }
 
 } // namespace
@@ -83,30 +78,22 @@ void connectTo(Tarnis::SSHSession& session, Target& target, const ReachOptions& 
     configure(session, target, options);
     const Watchdog watchdog(session, options.connectTimeout);
     if (!session.connect()) {
-        const std::string reason = session.getLastError();
-        if (watchdog.hasBitten() || reason.empty()) {
+        const auto why = FileSystem::Failure::last();
+        if (watchdog.hasBitten()) {
             throwTimedOut(target, options.connectTimeout);
         }
-        throw Failure(kindOf(reason), "cannot connect to", target.display(), reason);
+        throw Failure(kindOf(why.code()), "cannot connect to", target.display(), why.cause());
     }
     if (target.user.empty()) {
         target.user = session.getUserName();
     }
 }
 
-std::string forgetLastError(Tarnis::SSHSession& session)
+void throwConnectionLost(const Target& target, const std::string& what,
+                         const FileSystem::Failure& why)
 {
-    // This port is refused and changes nothing but the message.
-    static_cast<void>(session.setPortNumber(0));
-    return session.getLastError();
-}
-
-void throwConnectionLost(const Tarnis::SSHSession& session, const Target& target,
-                         const std::string& what)
-{
-    const std::string reason = session.getLastError();
     throw Failure(FailureKind::ConnectionLost, what, target.display(),
-                  reason.empty() ? "the connection is lost" : reason);
+                  why ? why.cause() : "the connection is lost");
 }
 
 } // namespace TarnisTool

@@ -3,6 +3,7 @@
 #include "login/ConnectionOptions.h"
 #include "login/Target.h"
 
+#include <FileSystem/Failure.h>
 #include <Tarnis/SSHSession.h>
 
 #include <string>
@@ -13,15 +14,9 @@ namespace TarnisTool {
 /// Failure, with a kind that tells what to do about it.
 void connectTo(Tarnis::SSHSession& session, Target& target, const ReachOptions& options);
 
-/// The session keeps the message of its last failure until another one takes its place, so whether
-/// an operation has left a message cannot be told afterwards: it may be an older failure's, in the
-/// same words even. This puts a message in place that no operation leaves, by a setting that is
-/// refused and changes nothing else, and returns it: where getLastError() gives something else
-/// later, it is what an operation since has left.
-std::string forgetLastError(Tarnis::SSHSession& session);
-
 /// Throws the Failure for a session that was lost while `what` was going on.
-[[noreturn]] void throwConnectionLost(const Tarnis::SSHSession& session, const Target& target,
-                                      const std::string& what);
+/// \param why what is known of it; may be no failure.
+[[noreturn]] void throwConnectionLost(const Target& target, const std::string& what,
+                                      const FileSystem::Failure& why);
 
 } // namespace TarnisTool

@@ -1,16 +1,17 @@
 #include "login/ConnectionOptions.h"
 
+#include "HelpText.h"
+#include "terminal/Messages.h"
+
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <climits>
 #include <map>
 
 namespace TarnisTool {
 
 namespace {
-
-const std::string loginGroup = "Login";
-const std::string hostKeyGroup = "Trust in the server";
 
 void declareSecret(CLI::App& command, SecretSource& source, const std::string& option,
                    const std::string& what)
@@ -23,13 +24,13 @@ void declareSecret(CLI::App& command, SecretSource& source, const std::string& o
                 "Read the " + what + " from this open file descriptor (one line)")
             ->check(CLI::Range(0, INT_MAX).description(""))
             ->type_name("N")
-            ->group(loginGroup);
+            ->group(OptionGroup::login);
     command
         .add_option("--" + option + "-env", source.variable,
                     "Take the " + what + " from this environment variable")
         ->type_name("NAME")
         ->excludes(descriptor)
-        ->group(loginGroup);
+        ->group(OptionGroup::login);
 }
 
 /// Takes one of these names for its value. The parser's own validators say less, or show the
@@ -62,13 +63,23 @@ void declareHostKeyOptions(CLI::App& command, LoginOptions& options)
                     "all   accept both (whoever is on the line can pose as the server)")
         ->transform(nameIn(modes, "ask, new, known and all"))
         ->type_name("ask|new|known|all")
-        ->group(hostKeyGroup);
+        ->group(OptionGroup::hostKey);
+}
+
+std::string isPort(const std::string& text)
+{
+    constexpr unsigned int largest = 65'535;
+    unsigned int port = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    const bool fits = error == std::errc() && stop == end && port > 0 && port <= largest;
+    return fits ? std::string() : "\"" + text + "\" is no port: that is a number from 1 to 65535";
 }
 
 } // namespace
 
 void declareTimeLimit(CLI::App& command, const std::string& option, std::chrono::seconds& limit,
-                      const std::string& description)
+                      const std::string& description, const std::string& group)
 {
     const auto isWhole = [](const std::string& text) {
         const bool whole = text.find_first_not_of("0123456789") == std::string::npos;
@@ -80,18 +91,31 @@ void declareTimeLimit(CLI::App& command, const std::string& option, std::chrono:
             [&limit](const unsigned int& seconds) { limit = std::chrono::seconds(seconds); },
             description)
         ->check(isWhole)
-        ->type_name("SECONDS");
+        ->type_name("SECONDS")
+        ->group(group);
 }
 
 void declareReachOptions(CLI::App& command, ReachOptions& options)
 {
+    command
+        .add_option_function<std::uint16_t>(
+            "-P,--port", [&options](const std::uint16_t& port) { options.port = port; },
+            "The server's port, as if it was written behind the host")
+        ->check(isPort)
+        ->type_name("PORT")
+        ->group(OptionGroup::connection);
+    command
+        .add_flag_callback("-q,--quiet", beQuiet,
+                           "Show no progress and no notes; failures and warnings alone")
+        ->group(OptionGroup::connection);
     declareTimeLimit(command, "--connect-timeout", options.connectTimeout,
-                     "Give up connecting after this long; 0: no sooner than the library does");
+                     "Give up connecting after this long; 0: no sooner than the library does",
+                     OptionGroup::connection);
     command
         .add_option("--known-hosts", options.knownHostsFile,
                     "Known-hosts file to go by, and to record in, instead of ~/.ssh/known_hosts")
         ->type_name("FILE")
-        ->group(hostKeyGroup);
+        ->group(OptionGroup::hostKey);
 }
 
 void declareLoginOptions(CLI::App& command, LoginOptions& options)
@@ -104,7 +128,8 @@ void declareLoginOptions(CLI::App& command, LoginOptions& options)
                     "keys, then the default ones of ~/.ssh")
         ->type_name("FILE")
         ->allow_extra_args(false)
-        ->group(loginGroup);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->group(OptionGroup::login);
     declareSecret(command, options.password, "password", "password");
     declareSecret(command, options.passPhrase, "passphrase", "pass phrase of encrypted keys");
 }

@@ -3,6 +3,8 @@
 #include "login/SecretSource.h"
 
 #include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,8 @@ enum class HostKeyMode
 /// How to reach a server: the only part that every sub-command needs.
 struct ReachOptions
 {
+    /// Given apart from the target.
+    std::optional<std::uint16_t> port;
     /// For connecting and for the key exchange together; 0: the library's own limit.
     std::chrono::seconds connectTimeout{0};
     /// Empty: the user's own file. Part of connecting, since a server with several keys shows one
@@ -43,7 +47,7 @@ struct LoginOptions
 
 /// Declares an option that takes a number of whole seconds. `limit` must outlive the parsing.
 void declareTimeLimit(CLI::App& command, const std::string& option, std::chrono::seconds& limit,
-                      const std::string& description);
+                      const std::string& description, const std::string& group = "Options");
 
 /// Declare the options on a sub-command's command line. The object must outlive the parsing.
 void declareReachOptions(CLI::App& command, ReachOptions& options);

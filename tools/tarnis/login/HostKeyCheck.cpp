@@ -1,8 +1,9 @@
 #include "login/HostKeyCheck.h"
 
+#include "Base64.h"
 #include "Failure.h"
 #include "login/Connecting.h"
-#include "login/Fingerprint.h"
+#include "login/SshFields.h"
 #include "terminal/Messages.h"
 #include "terminal/Terminal.h"
 
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <cctype>
 #include <fstream>
+#include <string_view>
 
 namespace TarnisTool {
 
@@ -85,17 +87,25 @@ void endLastLine(const std::string& path)
     }
 }
 
+/// The type of a public key, "ssh-ed25519" for example: the first field of its binary form. Empty
+/// where it has none.
+std::string keyTypeOf(std::string_view keyBase64)
+{
+    const auto key = decodeBase64(keyBase64);
+    return key ? std::string(firstField(*key)) : std::string();
+}
+
 } // namespace
 
 HostKey HostKey::of(const Tarnis::SSHSession& session, const Target& target)
 {
     HostKey key;
     key.base64 = session.getPublicServerKeyB64();
-    key.type = printable(keyTypeOf(key.base64));
-    key.fingerprint = fingerprintOf(key.base64);
-    if (key.fingerprint.empty()) {
-        throwConnectionLost(session, target, "cannot read the host key of");
+    if (key.base64.empty()) {
+        throwConnectionLost(target, "cannot read the host key of", FileSystem::Failure::last());
     }
+    key.type = printable(keyTypeOf(key.base64));
+    key.fingerprint = session.getPublicServerKeyFingerprint();
     return key;
 }
 
@@ -122,10 +132,8 @@ void HostKeyCheck::run()
         return;
     }
     if (reason_ == Reason::CheckFailed) {
-        const std::string reason = session_.getLastError();
         throw Failure(FailureKind::HostKeyNotChecked, "cannot check the host key of",
-                      target_.display(),
-                      reason.empty() ? "the known-hosts file cannot be read" : reason);
+                      target_.display(), reasonOf(why_));
     }
     decide();
 }
@@ -136,8 +144,9 @@ HostKeyCheck::Reason HostKeyCheck::check()
 {
     const auto response =
         session_.hostAuthenticate(KnownHostFile(KnownHostFile::AutoMode::Ask, false));
+    why_ = FileSystem::Failure::last();
     if (response == nullptr) {
-        throwConnectionLost(session_, target_, "cannot check the host key of");
+        throwConnectionLost(target_, "cannot check the host key of", why_);
     }
     ReasonReader reader;
     static_cast<const Tarnis::HostAuthenticatorResponse&>(*response).accept(reader);
@@ -212,7 +221,7 @@ void HostKeyCheck::accept(bool record)
     const auto response =
         session_.hostAuthenticate(KnownHostFile(KnownHostFile::AutoMode::AcceptAll, record));
     if (response == nullptr || response->getResult() != AuthenticateHostResult::Accepted) {
-        throwConnectionLost(session_, target_, "cannot check the host key of");
+        throwConnectionLost(target_, "cannot check the host key of", FileSystem::Failure::last());
     }
     finding_ += "; accepted";
     if (record) {
@@ -227,7 +236,7 @@ void HostKeyCheck::reportRecording() const
     const std::string file = session_.getKnownHostsFile();
     const std::string what = "the " + key_.type + " key of " + target_.display();
     if (hasLine(file, knownHostsLine(target_, key_))) {
-        report("recorded " + what + " in " + file);
+        reportNote("recorded " + what + " in " + file);
     } else {
         report("could not record " + what + " in " + file);
     }

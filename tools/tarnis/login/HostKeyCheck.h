@@ -3,6 +3,7 @@
 #include "login/ConnectionOptions.h"
 #include "login/Target.h"
 
+#include <FileSystem/Failure.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/SSHSession.h>
 
@@ -55,6 +56,7 @@ private:
     const LoginOptions& options_;
     HostKey key_;
     Reason reason_ = Reason::CheckFailed;
+    FileSystem::Failure why_; ///< What the library said of the check.
     std::string finding_;
 };
 

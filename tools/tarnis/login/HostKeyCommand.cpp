@@ -1,8 +1,10 @@
 #include "login/HostKeyCommand.h"
 
 #include "Failure.h"
+#include "JsonText.h"
 #include "login/Connecting.h"
 #include "login/HostKeyCheck.h"
+#include "terminal/StandardStreams.h"
 
 #include <Tarnis/SSHSession.h>
 
@@ -19,6 +21,7 @@ HostKeyCommand::HostKeyCommand(CLI::App& program)
         .add_option("target", targetText_, "The server: host[:port]")
         ->required()
         ->type_name("");
+    commandLine().add_flag("--json", isJson_, "Print one JSON object instead of lines");
     declareReachOptions(commandLine(), options_);
     commandLine().footer(
         "Prints two lines: the key as a known-hosts file has it, and its SHA-256 fingerprint.\n"
@@ -32,17 +35,21 @@ int HostKeyCommand::run(const std::vector<std::string>& words)
     if (!words.empty()) {
         throw UsageError("hostkey takes no command line");
     }
-    Target target = parseTarget(targetText_);
+    Target target = parseTarget(targetText_, options_.port);
     Tarnis::SSHSession session;
     connectTo(session, target, options_);
     const HostKey key = HostKey::of(session, target);
-    std::cout << target.knownHostsName() << ' ' << key.type << ' ' << key.base64 << '\n'
-              << key.fingerprint << '\n'
-              << std::flush;
-    if (!std::cout) {
-        throw Failure(FailureKind::LocalProblem, "cannot write to", "standard output",
-                      "it is closed or full");
+    if (isJson_) {
+        printJson({{"host", target.host},
+                   {"port", target.port},
+                   {"type", key.type},
+                   {"key", key.base64},
+                   {"fingerprint", key.fingerprint}});
+    } else {
+        std::cout << target.knownHostsName() << ' ' << key.type << ' ' << key.base64 << '\n'
+                  << key.fingerprint << '\n';
     }
+    flushOutput();
     return ExitCode::success;
 }
 

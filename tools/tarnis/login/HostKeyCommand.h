@@ -16,6 +16,7 @@ public:
 private:
     std::string targetText_;
     ReachOptions options_;
+    bool isJson_ = false;
 };
 
 } // namespace TarnisTool

@@ -8,8 +8,6 @@
 
 #include <Tarnis/UserAuthenticator.h>
 
-#include <utility>
-
 namespace TarnisTool {
 
 namespace {
@@ -49,32 +47,31 @@ LoginSecrets LoginSecrets::fetch(const LoginOptions& options)
 }
 
 void openSession(Tarnis::SSHSession& session, Target& target, const LoginOptions& options,
-                 LoginSecrets secrets)
+                 const LoginSecrets& secrets)
 {
     connectTo(session, target, options.reach);
     HostKeyCheck(session, target, options).run();
-    Login(session, target, options, std::move(secrets)).run();
+    Login(session, target, options, secrets).run();
 }
 
 Login::Login(Tarnis::SSHSession& session, const Target& target, const LoginOptions& options,
-             LoginSecrets secrets)
+             const LoginSecrets& secrets)
     : target_(target)
-    , secrets_(std::move(secrets))
     , context_(session, target)
 {
     if (options.identities.empty()) {
-        addDefaultKeys();
+        addDefaultKeys(secrets);
     }
     for (const std::string& path : options.identities) {
-        methods_.push_back(std::make_unique<NamedKey>(path, lend(secrets_.passPhrase)));
+        methods_.push_back(std::make_unique<NamedKey>(path, lend(secrets.passPhrase)));
     }
-    methods_.push_back(std::make_unique<Password>(lend(secrets_.password)));
+    methods_.push_back(std::make_unique<Password>(lend(secrets.password)));
 }
 
-void Login::addDefaultKeys()
+void Login::addDefaultKeys(const LoginSecrets& secrets)
 {
-    methods_.push_back(std::make_unique<DefaultKeys>(lend(secrets_.passPhrase)));
-    if (secrets_.passPhrase) {
+    methods_.push_back(std::make_unique<DefaultKeys>(lend(secrets.passPhrase)));
+    if (secrets.passPhrase) {
         // The encrypted ones are tried with it among the others.
         return;
     }
@@ -99,10 +96,24 @@ void Login::run()
             // One step is done; a method that was denied before may be the next one.
             continue;
         case RoundResult::Denied:
-            throw Failure(FailureKind::LoginDenied, "cannot log in to", target_.display(),
-                          context_.lastDenial() + " (tried: " + history_ + ")");
+            refuse();
         }
     }
+}
+
+/// What was right comes first: whoever reads only of the denial looks for the mistake there.
+void Login::refuse() const
+{
+    std::string first;
+    if (!accepted_.empty()) {
+        first = accepted_ + " was accepted, but the server wants more than that";
+        for (const std::string& method : context_.offeredMethods()) {
+            first += (first.back() == 't' ? ": " : ", ") + method;
+        }
+        first += "; ";
+    }
+    throw Failure(FailureKind::LoginDenied, "cannot log in to", target_.display(),
+                  first + context_.lastDenial() + " (tried: " + history_ + ")");
 }
 
 Login::RoundResult Login::tryEachMethod()
@@ -116,6 +127,7 @@ Login::RoundResult Login::tryEachMethod()
             return RoundResult::Success;
         case Result::Partial:
             method->isUsed = true;
+            accepted_ += (accepted_.empty() ? "" : ", ") + method->name();
             return RoundResult::Partial;
         default:
             break;

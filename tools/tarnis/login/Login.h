@@ -27,15 +27,16 @@ struct LoginSecrets
 /// All the way to a session that is ready for work: connects to the target, checks the host key and
 /// logs in. Throws Failure.
 void openSession(Tarnis::SSHSession& session, Target& target, const LoginOptions& options,
-                 LoginSecrets secrets);
+                 const LoginSecrets& secrets);
 
 /// Proves who the user is, by one method after the other until the server is content.
 class Login
 {
 public:
     /// The session must have accepted the host.
+    /// \param secrets lent.
     Login(Tarnis::SSHSession& session, const Target& target, const LoginOptions& options,
-          LoginSecrets secrets);
+          const LoginSecrets& secrets);
 
     /// Returns once the session is authenticated; throws Failure when nothing helped.
     void run();
@@ -51,17 +52,17 @@ private:
         Denied
     };
 
-    void addDefaultKeys();
+    void addDefaultKeys(const LoginSecrets& secrets);
     RoundResult tryEachMethod();
     Tarnis::AuthenticateUserResult tryMethod(LoginMethod& method);
     void record(const std::string& what, const std::string& result);
+    [[noreturn]] void refuse() const;
 
     const Target& target_;
-    /// Lent to the methods.
-    LoginSecrets secrets_;
     LoginContext context_;
     std::vector<std::unique_ptr<LoginMethod>> methods_;
     std::string history_;
+    std::string accepted_; ///< What the server took as one step of several.
 };
 
 } // namespace TarnisTool

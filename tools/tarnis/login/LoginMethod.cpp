@@ -6,9 +6,11 @@
 #include "terminal/Messages.h"
 #include "terminal/Terminal.h"
 
+#include <FileSystem/Failure.h>
+#include <Tarnis/SSHFailureCode.h>
 #include <Tarnis/UserAuthenticator.h>
 
-#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace TarnisTool {
@@ -22,6 +24,14 @@ constexpr int typingAttempts = 3;
 
 constexpr const char* noneFits = "no pass phrase that fits was typed";
 
+/// A key that cannot be used never gets to the server.
+bool isAboutTheKey(const std::error_code& code)
+{
+    using Code = Tarnis::SSHFailureCode;
+    return code == Code::KeyFileMissing || code == Code::KeyFileUnreadable ||
+           code == Code::NotAKey || code == Code::WrongPassPhrase;
+}
+
 } // namespace
 
 LoginContext::LoginContext(Tarnis::SSHSession& session, const Target& target)
@@ -31,41 +41,32 @@ LoginContext::LoginContext(Tarnis::SSHSession& session, const Target& target)
 
 Result LoginContext::attempt(const Tarnis::UserAuthenticator& authenticator)
 {
-    const std::string before = forgetLastError(session_);
     const auto response = session_.userAuthenticate(authenticator);
+    const auto why = FileSystem::Failure::last();
     if (response == nullptr) {
-        throwConnectionLost(session_, target_, "cannot log in to");
+        throwConnectionLost(target_, "cannot log in to", why);
     }
     const Result result = response->getResult();
-    const std::string after = session_.getLastError();
     if (result != Result::Success && !session_.isConnected()) {
         throw Failure(FailureKind::LoginDenied, "cannot log in to", target_.display(),
-                      "the server ended the connection: " + after);
+                      "the server ended the connection: " + reasonOf(why));
     }
-    wasServerAsked_ = result != Result::Denied || after != before;
-    if (result == Result::Partial) {
-        // The server takes something else from now on, and libssh has no message that tells what.
-        offered_.clear();
-    } else if (wasServerAsked_ && result != Result::Success) {
-        lastDenial_ = after;
-        learnOfferedMethods();
+    wasServerAsked_ = !isAboutTheKey(why.code());
+    if (wasServerAsked_ && result != Result::Success && result != Result::Partial) {
+        lastDenial_ = why.cause();
     }
     return result;
 }
 
-/// The library does not hand the list on, but libssh's message for a denial has it.
-void LoginContext::learnOfferedMethods()
+std::set<std::string> LoginContext::offeredMethods() const
 {
-    constexpr std::string_view introduction = "that can continue: ";
-    const auto found = lastDenial_.find(introduction);
-    if (found != std::string::npos) {
-        offered_ = "," + lastDenial_.substr(found + introduction.size()) + ",";
-    }
+    return session_.getOfferedMethods();
 }
 
 bool LoginContext::mayTake(const std::string& protocolName) const
 {
-    return offered_.empty() || offered_.find("," + protocolName + ",") != std::string::npos;
+    const auto offered = offeredMethods();
+    return offered.empty() || offered.count(protocolName) > 0;
 }
 
 DefaultKeys::DefaultKeys(const Secret* passPhrase)

@@ -7,6 +7,7 @@
 #include <Tarnis/UserAuthenticatorResponse.h>
 
 #include <optional>
+#include <set>
 #include <string>
 
 namespace Tarnis {
@@ -33,16 +34,15 @@ public:
     /// Whether the last attempt reached the server. A key that cannot be decrypted never does.
     bool wasServerAsked() const noexcept { return wasServerAsked_; }
 
-    /// libssh's words for the last denial; empty when there was none.
+    /// The methods that the server still takes, as far as it has told.
+    std::set<std::string> offeredMethods() const;
+
+    /// Why the server denied the last attempt that got to it; empty when none did.
     const std::string& lastDenial() const noexcept { return lastDenial_; }
 
 private:
-    void learnOfferedMethods();
-
     Tarnis::SSHSession& session_;
     const Target& target_;
-    /// Between commas, with one at either end; empty while not known.
-    std::string offered_;
     std::string lastDenial_;
     bool wasServerAsked_ = false;
 };

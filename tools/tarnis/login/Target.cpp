@@ -1,6 +1,7 @@
 #include "login/Target.h"
 
 #include "Failure.h"
+#include "login/ServerUrl.h"
 
 #include <algorithm>
 #include <charconv>
@@ -26,8 +27,16 @@ std::uint16_t parsePort(std::string_view digits, std::string_view text)
     return port;
 }
 
+/// What a text says of a server: a port that was written is told from none.
+struct WrittenTarget
+{
+    std::string user;
+    std::string host;
+    std::optional<std::uint16_t> port;
+};
+
 /// "[address]" or "[address]:port".
-void parseBracketed(std::string_view place, std::string_view text, Target& target)
+void parseBracketed(std::string_view place, std::string_view text, WrittenTarget& target)
 {
     const auto close = place.find(']');
     if (close == std::string_view::npos) {
@@ -45,7 +54,7 @@ void parseBracketed(std::string_view place, std::string_view text, Target& targe
 }
 
 /// "host", "host:port", or an IPv6 address, which is known by its second colon.
-void parsePlain(std::string_view place, std::string_view text, Target& target)
+void parsePlain(std::string_view place, std::string_view text, WrittenTarget& target)
 {
     const auto colon = place.find(':');
     const bool hasPort =
@@ -56,10 +65,55 @@ void parsePlain(std::string_view place, std::string_view text, Target& target)
     }
 }
 
+WrittenTarget parseWritten(std::string_view place, std::string_view text)
+{
+    WrittenTarget target;
+    // The last one: directory services have users such as "name@realm".
+    const auto at = place.rfind('@');
+    if (at != std::string_view::npos) {
+        target.user = place.substr(0, at);
+        place.remove_prefix(at + 1);
+        if (target.user.empty()) {
+            refuse(text, "the user name before \"@\" is empty");
+        }
+    }
+    if (!place.empty() && place.front() == '[') {
+        parseBracketed(place, text, target);
+    } else {
+        parsePlain(place, text, target);
+    }
+    return target;
+}
+
 bool isUnfit(char character)
 {
     const auto byte = static_cast<unsigned char>(character);
     return byte <= ' ' || byte == 0x7F;
+}
+
+Target checkedTarget(const WrittenTarget& written, std::string_view text,
+                     std::optional<std::uint16_t> port)
+{
+    if (written.host.empty()) {
+        refuse(text, "the host name is empty");
+    }
+    const std::string names = written.user + written.host;
+    if (std::any_of(names.begin(), names.end(), isUnfit)) {
+        refuse(text, "it contains blanks or control characters");
+    }
+    if (port && written.port && *port != *written.port) {
+        refuse(text, "--port says " + std::to_string(*port));
+    }
+    return {written.user, written.host, port.value_or(written.port.value_or(Target::defaultPort))};
+}
+
+std::string decoded(const std::string& name, std::string_view text)
+{
+    auto result = decodePercent(name);
+    if (!result) {
+        refuse(text, "\"%\" stands before two hexadecimal digits");
+    }
+    return *std::move(result);
 }
 
 } // namespace
@@ -79,31 +133,28 @@ std::string Target::knownHostsName() const
     return port == defaultPort ? host : "[" + host + "]:" + std::to_string(port);
 }
 
-Target parseTarget(const std::string& text)
+Target parseAuthority(const std::string& authority, const std::string& text,
+                      std::optional<std::uint16_t> port)
 {
-    Target target;
-    std::string_view place = text;
-    // The last one: directory services have users such as "name@realm".
-    const auto at = place.rfind('@');
-    if (at != std::string_view::npos) {
-        target.user = place.substr(0, at);
-        place.remove_prefix(at + 1);
-        if (target.user.empty()) {
-            refuse(text, "the user name before \"@\" is empty");
-        }
+    WrittenTarget written = parseWritten(authority, text);
+    if (authority.find('[') == std::string::npos && written.host.find(':') != std::string::npos) {
+        refuse(text, "an IPv6 address stands in brackets");
     }
-    if (!place.empty() && place.front() == '[') {
-        parseBracketed(place, text, target);
-    } else {
-        parsePlain(place, text, target);
+    written.user = decoded(written.user, text);
+    written.host = decoded(written.host, text);
+    return checkedTarget(written, text, port);
+}
+
+Target parseTarget(const std::string& text, std::optional<std::uint16_t> port)
+{
+    const auto url = parseServerUrl(text);
+    if (!url) {
+        return checkedTarget(parseWritten(text, text), text, port);
     }
-    if (target.host.empty()) {
-        refuse(text, "the host name is empty");
+    if (url->path.size() > 1) {
+        refuse(text, "it names a path; here a server is meant");
     }
-    if (std::any_of(text.begin(), text.end(), isUnfit)) {
-        refuse(text, "it contains blanks or control characters");
-    }
-    return target;
+    return parseAuthority(url->authority, text, port);
 }
 
 } // namespace TarnisTool

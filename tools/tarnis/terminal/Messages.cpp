@@ -24,6 +24,9 @@ bool isSecondSetControl(std::string_view sequence)
     return (sequence.size() == 1 || isEncoded) && byte >= 0x80 && byte < 0xA0;
 }
 
+// Asked for on the command line, before there is a second thread.
+bool wantsQuiet = false;
+
 } // namespace
 
 std::string withoutControls(std::string_view text)
@@ -60,6 +63,23 @@ void report(std::string_view text)
 {
     const std::string line = "tarnis: " + printable(text) + "\n";
     tryWrite(STDERR_FILENO, line);
+}
+
+void reportNote(std::string_view text)
+{
+    if (!wantsQuiet) {
+        report(text);
+    }
+}
+
+void beQuiet() noexcept
+{
+    wantsQuiet = true;
+}
+
+bool isQuiet() noexcept
+{
+    return wantsQuiet;
 }
 
 } // namespace TarnisTool

@@ -17,4 +17,11 @@ std::string printable(std::string_view text);
 /// a remote command's error output.
 void report(std::string_view text);
 
+/// The same for what is no failure and no warning: nothing where the user wants quiet.
+void reportNote(std::string_view text);
+
+/// From now on there are no notes and no progress: failures and warnings alone.
+void beQuiet() noexcept;
+bool isQuiet() noexcept;
+
 } // namespace TarnisTool

@@ -57,7 +57,7 @@ std::string shortened(std::string_view text, std::size_t room)
 
 ProgressBar::ProgressBar(std::uint64_t total)
     : total_(total)
-    , isTerminal_(::isatty(STDERR_FILENO) == 1)
+    , isTerminal_(!isQuiet() && ::isatty(STDERR_FILENO) == 1)
     , start_(Clock::now())
     , nextDraw_(start_ + beforeFirst)
 {}

@@ -1,8 +1,10 @@
 #include "terminal/StandardStreams.h"
 
+#include "Failure.h"
 #include "terminal/FileDescriptor.h"
 
 #include <csignal>
+#include <iostream>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -31,6 +33,15 @@ void closeStandardInput()
     const FileDescriptor file(::open(nowhere, O_RDONLY | O_CLOEXEC));
     if (file.isOpen()) {
         ::dup2(file.get(), STDIN_FILENO);
+    }
+}
+
+void flushOutput()
+{
+    std::cout << std::flush;
+    if (!std::cout) {
+        throw Failure(FailureKind::LocalProblem, "cannot write to", "standard output",
+                      "it is closed or full");
     }
 }
 

@@ -10,4 +10,7 @@ void prepareStandardStreams();
 /// Puts /dev/null in the place of standard input.
 void closeStandardInput();
 
+/// Waits for what was written to standard output. Throws Failure when it did not get there.
+void flushOutput();
+
 } // namespace TarnisTool
