@@ -44,16 +44,17 @@ int main(int argc, char** argv)
     // Under another name until it is complete.
     const std::string unfinished = path + ".part";
     auto file = remote->fileOpen(unfinished, Mode::Write | Mode::Create | Mode::Truncate);
-    if (!file || !writeInput(*file, remote->recommendedWriteBufferSize())) {
+    // Some servers tell only at the end that they could not keep it all.
+    if (!file || !writeInput(*file, remote->recommendedWriteBufferSize()) || !file->commit()) {
         failed();
         file.reset();
-        remote->fileRemove(unfinished);
+        static_cast<void>(remote->fileRemove(unfinished));
         return 1;
     }
     file.reset(); // closes it
     if (!remote->fileRenameAs(unfinished, path)) {
         failed();
-        remote->fileRemove(unfinished);
+        static_cast<void>(remote->fileRemove(unfinished));
         return 1;
     }
     return 0;

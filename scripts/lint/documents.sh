@@ -30,11 +30,16 @@ version=$(sed -n 's/^ *VERSION \([0-9.]*\)$/\1/p' CMakeLists.txt)
 grep -m1 '^## ' CHANGELOG.md | grep -q "$version" ||
     fail "CHANGELOG.md: the first entry is not version $version"
 
+# The text of a document without its code, where brackets mean something else.
+prose() { # DOCUMENT
+    awk '/^ *```/ { inside = !inside; next } !inside' "$1"
+}
+
 for document in README.md CHANGELOG.md docs/*.md; do
     # Relative links only: `](path)` or `](path#anchor)`.
     while read -r link; do
         [ -e "$(dirname "$document")/${link%%#*}" ] || fail "$document: broken link $link"
-    done < <(grep -oE '\]\([^)]+\)' "$document" | sed 's/^](//; s/)$//' | grep -vE '^(https?:|#)')
+    done < <(prose "$document" | grep -oE '\]\([^)]+\)' | sed 's/^](//; s/)$//' | grep -vE '^(https?:|#)')
 done
 
 leftovers=$(git grep -nIE '\b(TODO|FIXME|XXX|HACK)\b' -- . ':!scripts/lint/documents.sh' || true)

@@ -154,7 +154,7 @@ TEST_F(OpenFile, ReadFullyAsksForNoMoreThanEveryServerGives)
     EXPECT_EQ(file->readFully(buffer.data(), buffer.size()).status, Status::Complete);
     EXPECT_EQ(buffer, bytes);
     EXPECT_THAT(system.calls(),
-                ElementsAre("read 261120 /file", "read 261120 /file", "read 77760 /file"));
+                ElementsAre("read 229376 /file", "read 229376 /file", "read 141248 /file"));
 }
 
 TEST_F(OpenFile, ReadFullyAsksForNoMoreThanItWasGivenThreeTimes)

@@ -133,7 +133,7 @@ TEST_F(SessionWithoutObject, SaysThatMemoryIsMissing)
     const auto failure = FileSystem::Failure::last();
     EXPECT_EQ(failure.code(), std::errc::not_enough_memory);
     EXPECT_EQ(failure.operation(), "setHostName");
-    EXPECT_THROW(session.connect(), handle_fatal_error);
+    EXPECT_THROW(static_cast<void>(session.connect()), handle_fatal_error);
     EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::NoResources);
 }
 
