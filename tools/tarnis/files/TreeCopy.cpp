@@ -130,7 +130,8 @@ void TreeCopy::makeDirectory(const Job& job)
 
 TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
 {
-    const auto wanted = job.info.permissions | allOfTheOwner;
+    // What is to keep permissions of its own is nobody else's to look into before it has them.
+    const auto wanted = options_.preserves ? allOfTheOwner : job.info.permissions | allOfTheOwner;
     const auto made = makeNewDirectory(to_.system(), job.target, wanted);
     if (!made) {
         const auto why = FileSystem::Failure::last();
@@ -226,7 +227,10 @@ bool TreeCopy::noteProgress(std::uint64_t done)
 
 Failure TreeCopy::failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint)
 {
-    const bool isUnexplained = hint.empty() && why.code() == FileSystem::FailureCode::Other;
+    using FileSystem::FailureCode;
+    // What is not there may be the directory that the file was to go to.
+    const bool isUnexplained =
+        hint.empty() && (why.code() == FailureCode::Other || why.code() == FailureCode::NotFound);
     const std::string problem = isUnexplained ? to_.writingProblem(job.target) : hint;
     return {FailureKind::FileProblem, "cannot copy",
             from_.display(job.source) + " to " + to_.display(job.target),
