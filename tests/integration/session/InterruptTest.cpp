@@ -225,7 +225,7 @@ TEST_F(SessionInterrupt, MayComeAtAnyMomentOfASessionsLife)
     address(session(), server.port(), "anybody");
     for (int round = 0; round < 30; ++round) {
         if (session().connect()) {
-            session().hostAuthenticate(HostAuthenticatorNone());
+            static_cast<void>(session().hostAuthenticate(HostAuthenticatorNone()));
         }
         session().disconnect();
         EXPECT_EQ(session().getState(), State::Disconnected);

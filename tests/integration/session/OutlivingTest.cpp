@@ -42,9 +42,9 @@ protected:
         EXPECT_THROW(process.read(&byte, 1, false), FileSystem::handle_fatal_error);
         EXPECT_THROW(process.write(&byte, 1), FileSystem::handle_fatal_error);
         EXPECT_THROW(process.readAll(false), FileSystem::handle_fatal_error);
-        EXPECT_THROW(process.readSome(&byte, 1, false, std::chrono::seconds(0)),
+        EXPECT_THROW(static_cast<void>(process.readSome(&byte, 1, false, std::chrono::seconds(0))),
                      FileSystem::handle_fatal_error);
-        EXPECT_THROW(process.writeSome(&byte, 1, std::chrono::seconds(0)),
+        EXPECT_THROW(static_cast<void>(process.writeSome(&byte, 1, std::chrono::seconds(0))),
                      FileSystem::handle_fatal_error);
         EXPECT_THROW(process.kill(), FileSystem::handle_fatal_error);
         EXPECT_EQ(byte, 'x');

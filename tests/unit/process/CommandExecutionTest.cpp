@@ -66,9 +66,9 @@ protected:
                 written.append(static_cast<const char*>(data), size);
                 return static_cast<int>(size);
             });
-        session.connect();
-        session.hostAuthenticate(HostAuthenticatorNone());
-        session.userAuthenticate(UserAuthenticatorNone());
+        static_cast<void>(session.connect());
+        static_cast<void>(session.hostAuthenticate(HostAuthenticatorNone()));
+        static_cast<void>(session.userAuthenticate(UserAuthenticatorNone()));
     }
 
     SSHExecuteResult run(const std::string& input = "", std::chrono::milliseconds timeout = 1h)

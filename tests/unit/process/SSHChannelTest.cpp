@@ -491,7 +491,7 @@ TEST_F(OpenChannel, ThrowsFromEveryOperationOnceItsSessionIsGone)
     char* const to = buffer.data();
     const auto noTime = std::chrono::milliseconds::zero();
     const std::vector<std::function<void()>> operations{
-        [&] { channel.open(); },
+        [&] { static_cast<void>(channel.open()); },
         [&] { channel.isOpen(); },
         [&] { channel.close(); },
         [&] { channel.isEOF(); },
@@ -502,8 +502,8 @@ TEST_F(OpenChannel, ThrowsFromEveryOperationOnceItsSessionIsGone)
         [&] { channel.read(to, 1, false); },
         [&] { channel.write(to, 1); },
         [&] { channel.readAll(false); },
-        [&] { channel.readSome(to, 1, false, noTime); },
-        [&] { channel.writeSome(to, 1, noTime); },
+        [&] { static_cast<void>(channel.readSome(to, 1, false, noTime)); },
+        [&] { static_cast<void>(channel.writeSome(to, 1, noTime)); },
     };
     for (const auto& operation : operations) {
         EXPECT_THROW(operation(), handle_fatal_error);
@@ -569,7 +569,7 @@ TEST_F(ChannelFixture, DestructionLetsNoExceptionOut)
     EXPECT_CALL(libssh, ssh_channel_close).WillRepeatedly(Throw(std::runtime_error("trouble")));
     EXPECT_NO_THROW({
         SSHChannel channel(makeHandle());
-        channel.open();
+        static_cast<void>(channel.open());
     });
     libssh.channelOpen = 0;
 }

@@ -252,7 +252,7 @@ TEST_F(Process, SetCommandLineIsFalseThoughItReplacesTheLine)
 TEST_F(Process, SetCommandLineReplacesTheLineOfAFailedProcess)
 {
     EXPECT_CALL(libssh, ssh_channel_open_session).WillOnce(Return(SSH_ERROR));
-    process.start();
+    static_cast<void>(process.start());
     EXPECT_FALSE(process.setCommandLine("pwd"));
     EXPECT_EQ(process.getCommandLine(), "pwd");
 }

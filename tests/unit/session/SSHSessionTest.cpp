@@ -124,8 +124,8 @@ class AuthenticatedSession : public ConnectedSession
 protected:
     AuthenticatedSession()
     {
-        session.hostAuthenticate(HostAuthenticatorNone());
-        session.userAuthenticate(UserAuthenticatorNone());
+        static_cast<void>(session.hostAuthenticate(HostAuthenticatorNone()));
+        static_cast<void>(session.userAuthenticate(UserAuthenticatorNone()));
         EXPECT_EQ(session.getState(), RemoteSessionState::Authenticated);
     }
 };
@@ -188,7 +188,7 @@ TEST(SessionLife, EndsWithADisconnectWhenConnected)
     EXPECT_CALL(libssh, ssh_disconnect(fakeSession()));
     EXPECT_CALL(libssh, ssh_free(fakeSession()));
     SSHSession session;
-    session.connect();
+    static_cast<void>(session.connect());
 }
 
 TEST(SessionLife, EndsSilentlyThoughTheDisconnectThrows)
@@ -197,14 +197,14 @@ TEST(SessionLife, EndsSilentlyThoughTheDisconnectThrows)
     EXPECT_CALL(libssh, ssh_disconnect).WillRepeatedly(Throw(std::runtime_error("trouble")));
     EXPECT_CALL(libssh, ssh_free(fakeSession())).Times(1);
     SSHSession session;
-    session.connect();
+    static_cast<void>(session.connect());
 }
 
 TEST(SessionLife, ProcessesMayOutliveTheSession)
 {
     NiceMock<LibsshMock> libssh;
     auto session = std::make_unique<SSHSession>();
-    session->connect();
+    static_cast<void>(session->connect());
     const auto process = session->createProcess("command");
     {
         const InSequence inThisOrder;
@@ -273,7 +273,7 @@ TEST_F(Session, HoldsItsLockWhileItConnects)
         heldUp = other->isHeldUp();
         return SSH_ERROR;
     });
-    session.connect();
+    static_cast<void>(session.connect());
     EXPECT_TRUE(heldUp);
     EXPECT_TRUE(other->ends());
 }
@@ -854,7 +854,7 @@ TEST_F(ConnectedSession, StaysWhenTheHostIsRejectedAndMayTryAgain)
 
 TEST_F(ConnectedSession, StaysWhenTheUserIsNotAcceptedAndMayTryAgain)
 {
-    session.hostAuthenticate(HostAuthenticatorNone());
+    static_cast<void>(session.hostAuthenticate(HostAuthenticatorNone()));
     EXPECT_CALL(libssh, ssh_userauth_none)
         .WillOnce(Return(SSH_AUTH_DENIED))
         .WillOnce(Return(SSH_AUTH_PARTIAL))
