@@ -153,8 +153,8 @@ void explainDirectoryRemoval(const std::shared_ptr<SSHHandleSFTPSession>& sftp,
 
 void explainReadingLink(SSHHandleSFTPSession& sftp, const std::string& path)
 {
-    // OpenSSH calls it a bad message.
-    explain({SSH_FX_FAILURE, SSH_FX_BAD_MESSAGE}, [&] {
+    // OpenSSH calls it a bad message, ProFTPD an operation that it does not support.
+    explain({SSH_FX_FAILURE, SSH_FX_BAD_MESSAGE, SSH_FX_OP_UNSUPPORTED}, [&] {
         const auto kind = kindAt(sftp, path);
         return reasonIf(kind && *kind != 0 && kind != linkKind, FailureCode::NotALink);
     });
