@@ -48,7 +48,7 @@ struct ErrnoCode
 std::optional<std::error_code> codeOfSystemsText(std::string_view text)
 {
     // In an order in which none is the end of another.
-    static const std::array<ErrnoCode, 12> known{{
+    static const std::array<ErrnoCode, 13> known{{
         {ECONNREFUSED, SSHFailureCode::Refused},
         {EHOSTUNREACH, SSHFailureCode::Unreachable},
         {ENETUNREACH, SSHFailureCode::Unreachable},
@@ -56,6 +56,8 @@ std::optional<std::error_code> codeOfSystemsText(std::string_view text)
         {ENETDOWN, SSHFailureCode::Unreachable},
         {EADDRNOTAVAIL, SSHFailureCode::Unreachable},
         {ETIMEDOUT, SSHFailureCode::TimedOut},
+        // Before it has said what it is, as one that just hangs up.
+        {ECONNRESET, SSHFailureCode::NoSshServer},
         {EACCES, FailureCode::Denied},
         {EPERM, FailureCode::Denied},
         {EMFILE, FailureCode::NoResources},

@@ -57,11 +57,12 @@ TEST(ConnectFailure, IsToldByWhatIsKnownBeforeAnyText)
 
 TEST(ConnectFailure, IsToldByTheSystemsErrorAtTheEndOfTheText)
 {
-    const std::array<std::pair<int, std::error_code>, 7> codes{{
+    const std::array<std::pair<int, std::error_code>, 8> codes{{
         {ECONNREFUSED, SSHFailureCode::Refused},
         {EHOSTUNREACH, SSHFailureCode::Unreachable},
         {ENETUNREACH, SSHFailureCode::Unreachable},
         {ETIMEDOUT, SSHFailureCode::TimedOut},
+        {ECONNRESET, SSHFailureCode::NoSshServer},
         {EACCES, FailureCode::Denied},
         {EPERM, FailureCode::Denied},
         {EMFILE, FailureCode::NoResources},
