@@ -13,11 +13,26 @@ using FileSystem::FailureSource;
 
 namespace {
 
+/// Whether the last call failed because its request could not be sent any more: the server has
+/// closed the channel. As long as replies from before that lie unread libssh (0.10.6, 0.11.5 and
+/// 0.12.2) says that the channel is open, refuses requests with this text, and gives some of them a
+/// status as if the server had answered.
+bool isUnsendable(sftp_session sftp) noexcept
+{
+    if (sftp->errnum == SSH_FX_EOF || ssh_get_error_code(sftp->session) != SSH_REQUEST_DENIED) {
+        // The end of a file or of a directory leaves what an earlier call has said.
+        return false;
+    }
+    const char* const text = ssh_get_error(sftp->session);
+    return text != nullptr && std::string_view(text) == "Remote channel is closed";
+}
+
 /// Whether the last failure of a call is an answer of the server's. What libssh finds wrong by
 /// itself gets a status too, but is fatal to it.
 bool isAnswer(sftp_session sftp) noexcept
 {
-    return sftp->errnum > SSH_FX_EOF && ssh_get_error_code(sftp->session) == SSH_REQUEST_DENIED;
+    return sftp->errnum > SSH_FX_EOF && ssh_get_error_code(sftp->session) == SSH_REQUEST_DENIED &&
+           !isUnsendable(sftp);
 }
 
 } // namespace
@@ -39,8 +54,8 @@ bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept
     // A channel counts as closed when its connection has gone, too; one whose server program has
     // ended tells so itself while the connection lives on. Replies that have arrived are read
     // before a channel counts as being at its end.
-    const bool isLost =
-        ssh_channel_is_closed(sftp->channel) != 0 || ssh_channel_is_eof(sftp->channel) != 0;
+    const bool isLost = ssh_channel_is_closed(sftp->channel) != 0 ||
+                        ssh_channel_is_eof(sftp->channel) != 0 || isUnsendable(sftp);
     if (isLost) {
         lost = true;
     }
