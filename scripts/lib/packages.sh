@@ -8,7 +8,7 @@ packages_for() {
     local server="openssh-server openssh-client libnss-wrapper"
     local test="$build $server openssl googletest libgtest-dev libgmock-dev libpam-wrapper
         libcrypt-dev openssh-sftp-server dropbear-bin python3 python3-asyncssh proftpd-core
-        proftpd-mod-crypto rclone clang git"
+        proftpd-mod-crypto rclone clang git jq"
     case $1 in
     build) echo "$build" ;;
     demo) echo "$build $server" ;;
