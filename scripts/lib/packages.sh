@@ -8,12 +8,12 @@ packages_for() {
     local server="openssh-server openssh-client libnss-wrapper"
     local test="$build $server openssl googletest libgtest-dev libgmock-dev libpam-wrapper
         libcrypt-dev openssh-sftp-server dropbear-bin python3 python3-asyncssh proftpd-core
-        proftpd-mod-crypto rclone clang git jq"
+        proftpd-mod-crypto rclone clang git jq valgrind"
     case $1 in
     build) echo "$build" ;;
     demo) echo "$build $server" ;;
     test) echo "$test" ;;
-    valgrind) echo "$test valgrind" ;;
+    valgrind) echo "$test" ;;
     coverage) echo "$test gcovr" ;;
     lint) echo "$test clang-format clang-tidy shellcheck" ;;
     bench) echo "$build $server valgrind curl lftp rclone" ;;
