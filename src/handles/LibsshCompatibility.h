@@ -18,6 +18,7 @@ namespace Tarnis::Compatibility {
 inline int channelExitStatus(ssh_channel channel)
 {
 #if LIBSSH_VERSION_INT >= SSH_VERSION_INT(0, 11, 0)
+    // SSH_AGAIN is what it says of a closed channel without a status too: trying again ends never.
     std::uint32_t status = 0;
     const int result = ssh_channel_get_exit_state(channel, &status, nullptr, nullptr);
     return result == SSH_OK ? static_cast<int>(status) : SSH_ERROR;

@@ -191,6 +191,14 @@ void ChildProcess::resume()
     }
 }
 
+void ChildProcess::killDescendants()
+{
+    if (isRunning()) {
+        // Not from the process on: whoever forks as it is killed leaves its child to the supervisor.
+        signalDescendants(supervisor_, SIGKILL, pid_);
+    }
+}
+
 void ChildProcess::kill()
 {
     if (status_) {

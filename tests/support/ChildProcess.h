@@ -65,6 +65,8 @@ public:
     void suspend();
     /// Undoes suspend().
     void resume();
+    /// Kills every descendant, those whose own parent has ended among them; the process goes on.
+    void killDescendants();
     /// Kills the process and every descendant, and returns when they are gone.
     void kill();
 

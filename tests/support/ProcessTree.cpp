@@ -82,9 +82,9 @@ std::vector<pid_t> descendantsOf(pid_t root)
     return found;
 }
 
-void signalDescendants(pid_t root, int signal)
+void signalDescendants(pid_t root, int signal, pid_t spared)
 {
-    std::set<pid_t> done;
+    std::set<pid_t> done{spared};
     bool foundNew = true;
     while (foundNew) {
         foundNew = false;

@@ -15,7 +15,8 @@ std::vector<pid_t> childrenOf(pid_t parent);
 std::vector<pid_t> descendantsOf(pid_t root);
 
 /// Sends `signal` to every descendant of `root` and looks again until no descendant is left that
-/// has not had it, so that a process forked in between does not get away.
-void signalDescendants(pid_t root, int signal);
+/// has not had it, so that a process forked in between does not get away. One descendant may be
+/// spared; what it started is not.
+void signalDescendants(pid_t root, int signal, pid_t spared = -1);
 
 } // namespace TarnisTest

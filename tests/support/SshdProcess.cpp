@@ -85,8 +85,8 @@ void SshdProcess::killAll()
 
 void SshdProcess::killConnections()
 {
-    if (isRunning()) {
-        signalDescendants(process_->pid(), SIGKILL);
+    if (process_) {
+        process_->killDescendants();
     }
 }
 

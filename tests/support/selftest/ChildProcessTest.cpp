@@ -148,6 +148,18 @@ TEST(ChildProcess, TakesADetachedStoppedGrandchildWithItWhenDestroyed)
     EXPECT_FALSE(exists(grandchild));
 }
 
+TEST(ChildProcess, KillsADescendantWhoseParentHasEndedAndGoesOn)
+{
+    ChildProcess child(shell("sh -c 'sleep 1000 >/dev/null 2>&1 & echo $!'; exec sleep 1000"));
+    ASSERT_TRUE(waitUntil([&] { return !child.output().empty(); }));
+    const pid_t orphan = pidIn(child.output());
+    ASSERT_TRUE(waitUntil([&] { return child.descendants().empty(); }));
+    ASSERT_TRUE(exists(orphan));
+    child.killDescendants();
+    EXPECT_TRUE(waitUntil([&] { return !exists(orphan) || stateOf(orphan) == 'Z'; }));
+    EXPECT_TRUE(child.isRunning());
+}
+
 TEST(ChildProcess, TakesItsDescendantsWithItWhenItEnds)
 {
     ChildProcess child(shell("sleep 1000 & echo $!"));

@@ -283,6 +283,29 @@ TEST_F(OpenChannel, OnceClosedReportsTheMissingExitCodeAsItIs)
     EXPECT_EQ(channel.getExitCode(), -1);
 }
 
+#if LIBSSH_VERSION_INT >= SSH_VERSION_INT(0, 11, 0)
+
+// These versions answer so for as long as there is none, after the close too.
+TEST_F(OpenChannel, HasNoExitCodeWhereLibsshSaysTryAgain)
+{
+    int mode = -1;
+    EXPECT_CALL(libssh, ssh_channel_get_exit_status).WillOnce([&](ssh_channel) {
+        mode = libssh.blocking;
+        return SSH_AGAIN;
+    });
+    EXPECT_EQ(channel.getExitCode(), std::nullopt);
+    EXPECT_EQ(mode, 0);
+}
+
+TEST_F(OpenChannel, OnceClosedHasLibsshsErrorAsExitCodeWhereItSaysTryAgain)
+{
+    libssh.channelOpen = 0;
+    EXPECT_CALL(libssh, ssh_channel_get_exit_status).WillOnce(Return(SSH_AGAIN));
+    EXPECT_EQ(channel.getExitCode(), SSH_ERROR);
+}
+
+#else
+
 TEST_F(OpenChannel, AsksForTheExitCodeWithoutBlockingAndAgain)
 {
     int mode = -1;
@@ -302,6 +325,8 @@ TEST_F(OpenChannel, HasNoExitCodeWhenTheTimeIsOver)
     EXPECT_CALL(libssh, ssh_channel_get_exit_status).Times(2).WillRepeatedly(Return(SSH_AGAIN));
     EXPECT_EQ(channel.getExitCode(), std::nullopt);
 }
+
+#endif
 
 TEST_F(OpenChannel, CountsWhatCanBeReadOnTheStreamAskedFor)
 {
