@@ -14,13 +14,35 @@ namespace Tarnis::Compatibility {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
+#if LIBSSH_VERSION_INT >= SSH_VERSION_INT(0, 11, 0)
+
+/// Takes in what has arrived for the session's channels. A question about a channel that is never
+/// opened does that and nothing else: nothing goes to the server, and no error text is set.
+inline void takeInArrived(ssh_session session)
+{
+    ssh_channel unopened = ssh_channel_new(session);
+    if (unopened != nullptr) {
+        static_cast<void>(ssh_channel_get_exit_state(unopened, nullptr, nullptr, nullptr));
+        ssh_channel_free(unopened);
+    }
+}
+
+#endif
+
 /// A command's exit status, or -1 where none has come. In non-blocking mode it does not wait.
 inline int channelExitStatus(ssh_channel channel)
 {
 #if LIBSSH_VERSION_INT >= SSH_VERSION_INT(0, 11, 0)
-    // SSH_AGAIN is what it says of a closed channel without a status too: trying again ends never.
     std::uint32_t status = 0;
-    const int result = ssh_channel_get_exit_state(channel, &status, nullptr, nullptr);
+    char* signal = nullptr;
+    const int result = ssh_channel_get_exit_state(channel, &status, &signal, nullptr);
+    if (signal != nullptr) {
+        ssh_string_free_char(signal);
+        // With a signal it answers without a look at the connection (0.11.5, 0.12.2), where the
+        // channel's close may have arrived: whoever waits for that would wait for ever.
+        takeInArrived(ssh_channel_get_session(channel));
+    }
+    // SSH_AGAIN is what it says of a closed channel without a status too: trying again ends never.
     return result == SSH_OK ? static_cast<int>(status) : SSH_ERROR;
 #else
     return ssh_channel_get_exit_status(channel);

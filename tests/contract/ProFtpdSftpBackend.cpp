@@ -16,6 +16,8 @@ Capabilities capabilities()
         Capability::lacking("the server takes permissions of 0 for none given");
     capabilities.takesUmaskOffNewFiles =
         Capability::lacking("the server sets the permissions of a new file once it is made");
+    capabilities.refusesToOpenDirectories =
+        Capability::lacking("the server opens directories from version 1.3.9 on");
     capabilities.refusesToOpenPipes =
         Capability::lacking("the server opens pipes, and does not wait for their other end");
     return capabilities;

@@ -194,7 +194,7 @@ void ChildProcess::resume()
 void ChildProcess::killDescendants()
 {
     if (isRunning()) {
-        // Not from the process on: whoever forks as it is killed leaves its child to the supervisor.
+        // From the supervisor on: it adopts the child of whoever forks as it is killed.
         signalDescendants(supervisor_, SIGKILL, pid_);
     }
 }

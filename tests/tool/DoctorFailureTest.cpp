@@ -18,6 +18,7 @@ namespace {
 
 using testing::AllOf;
 using testing::ContainsRegex;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -123,8 +124,12 @@ TEST_F(DoctorFailureTest, ExecHandsLibsshsReasonForARefusedCommandOn)
     trust(server.port(), ScriptedServer::hostPublicKeyBase64());
     const ToolResult result = run(exec(server.port(), "refused"));
     EXPECT_EQ(result.exitCode, 255);
-    EXPECT_EQ(result.errorOutput, "tarnis: cannot run the command on " + target(server.port()) +
-                                      ": permission denied (Channel request exec failed)\n");
+    // Newer versions of libssh name the channel behind that.
+    EXPECT_THAT(result.errorOutput,
+                StartsWith("tarnis: cannot run the command on " + target(server.port()) +
+                           ": permission denied (Channel request exec failed"));
+    EXPECT_THAT(result.errorOutput, EndsWith(")\n"));
+    EXPECT_EQ(lineCount(result.errorOutput), 1U);
 }
 
 TEST_F(DoctorFailureTest, ExecHandsLibsshsReasonForALostConnectionOn)
@@ -152,9 +157,10 @@ TEST_F(DoctorFailureTest, AdvisesWhereNoAlgorithmIsShared)
         return;
     }
     OpenSshOptions options;
-    options.extraLines = {"KexAlgorithms sntrup761x25519-sha512@openssh.com"};
+    // No version of libssh has this one.
+    options.extraLines = {"Ciphers aes256-ctr", "MACs umac-64@openssh.com"};
     const OpenSshServer server(options);
-    expectConnectFails(examine(target(server.port())), "no match for method kex algos",
+    expectConnectFails(examine(target(server.port())), "no match for method mac algo",
                        kNoCommonAlgorithm);
 }
 

@@ -13,6 +13,14 @@ bool isOfConnection(const std::string& group)
            group == OptionGroup::login;
 }
 
+/// Versions of CLI11 differ in the empty lines around a part.
+std::string trimmed(const std::string& part)
+{
+    const auto first = part.find_first_not_of(" \n");
+    const auto last = part.find_last_not_of(" \n");
+    return first == std::string::npos ? "" : part.substr(first, last - first + 1);
+}
+
 std::vector<const CLI::Option*> optionsOf(const CLI::App& app, const std::string& group)
 {
     return app.get_options([&group](const CLI::Option* option) {
@@ -28,11 +36,11 @@ HelpText::HelpText(std::string operands)
 
 std::string HelpText::make_usage(const CLI::App* app, std::string name) const
 {
-    std::string usage = CLI::Formatter::make_usage(app, std::move(name));
-    while (!usage.empty() && usage.back() == '\n') {
-        usage.pop_back();
-    }
-    return usage + (operands_.empty() ? "" : " " + operands_) + "\n";
+    const std::string usage = trimmed(CLI::Formatter::make_usage(app, std::move(name)));
+    // Newer versions of CLI11 leave the label out where there is a name.
+    const std::string label = get_label("Usage") + ": ";
+    return (usage.rfind(label, 0) == 0 ? "" : label) + usage +
+           (operands_.empty() ? "" : " " + operands_) + "\n";
 }
 
 std::string HelpText::make_help(const CLI::App* app, std::string name,
@@ -44,8 +52,9 @@ std::string HelpText::make_help(const CLI::App* app, std::string name,
         name = "tarnis " + app->get_name();
         mode = CLI::AppFormatMode::All;
     }
-    return (isOneOfAll ? "\n" : "") + make_description(app) + make_usage(app, std::move(name)) +
-           make_positionals(app) + optionsIn(*app, mode) + "\n" + make_footer(app);
+    return (isOneOfAll ? "\n" : "") + trimmed(make_description(app)) + "\n" +
+           make_usage(app, std::move(name)) + make_positionals(app) + optionsIn(*app, mode) + "\n" +
+           make_footer(app);
 }
 
 std::string HelpText::optionsIn(const CLI::App& app, CLI::AppFormatMode mode) const

@@ -256,6 +256,25 @@ TEST(ProcessOnAScriptedServer, TellsTheSignalThatEndedItsCommandAndForgetsItAtTh
     EXPECT_EQ(process->getExitCode(), std::nullopt);
 }
 
+TEST(ProcessOnAScriptedServer, HasEndedWhenItsChannelIsClosedLongAfterTheSignal)
+{
+    std::promise<void> signalSeen;
+    const auto seen = signalSeen.get_future().share();
+    ScriptedSession scripted([seen](ScriptedChannel& channel) {
+        channel.sendExitSignal("SEGV");
+        channel.sendEof();
+        seen.wait_for(kGenerousLimit);
+        channel.close();
+    });
+    const auto process = startProcess(scripted.session(), "x");
+    EXPECT_TRUE(waitUntil([&] { return process->getExitSignal().has_value(); }));
+    EXPECT_EQ(readToEnd(*process, false), "");
+    EXPECT_FALSE(process->isFinished());
+    signalSeen.set_value();
+    EXPECT_TRUE(process->waitForFinished(kGenerousLimit));
+    EXPECT_EQ(process->getExitCode(), -1);
+}
+
 TEST(ProcessOnAScriptedServer, WaitingForZeroOrLessOnlyLooks)
 {
     ScriptedSession scripted([](ScriptedChannel& channel) { channel.waitForClose(); });
