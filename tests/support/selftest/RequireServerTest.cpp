@@ -9,29 +9,34 @@
 namespace TarnisTest {
 namespace {
 
-// Sets or removes the variable that requires all servers, and puts it back.
+// Sets or removes variables of the environment, and puts them back.
 class RequireServerTest : public testing::Test
 {
 protected:
-    ~RequireServerTest() override { set(former_); }
+    ~RequireServerTest() override
+    {
+        set(kRequireAllServersVariable, formerRequired_);
+        set(kAbsentServersVariable, formerAbsent_);
+    }
 
-    static void set(const std::optional<std::string>& value)
+    static void set(const char* name, const std::optional<std::string>& value)
     {
         if (value) {
-            ::setenv(kRequireAllServersVariable, value->c_str(), 1);
+            ::setenv(name, value->c_str(), 1);
         } else {
-            ::unsetenv(kRequireAllServersVariable);
+            ::unsetenv(name);
         }
     }
 
 private:
-    static std::optional<std::string> get()
+    static std::optional<std::string> get(const char* name)
     {
-        const char* const value = std::getenv(kRequireAllServersVariable);
+        const char* const value = std::getenv(name);
         return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
     }
 
-    const std::optional<std::string> former_ = get();
+    const std::optional<std::string> formerRequired_ = get(kRequireAllServersVariable);
+    const std::optional<std::string> formerAbsent_ = get(kAbsentServersVariable);
 };
 
 // Calls requireServer and catches what it reports to the test framework.
@@ -51,7 +56,7 @@ TEST_F(RequireServerTest, GoesOnWithAServerThatIsThere)
 
 TEST_F(RequireServerTest, SkipsWithTheReason)
 {
-    set(std::nullopt);
+    set(kRequireAllServersVariable, std::nullopt);
     testing::TestPartResultArray results;
     const bool goesOn = callRequireServer(Availability::no("it is not installed"), results);
     EXPECT_FALSE(goesOn);
@@ -63,12 +68,24 @@ TEST_F(RequireServerTest, SkipsWithTheReason)
 
 TEST_F(RequireServerTest, FailsWhereAllServersAreRequired)
 {
-    set("1");
+    set(kRequireAllServersVariable, "1");
     testing::TestPartResultArray results;
     const bool goesOn = callRequireServer(Availability::no("it is not installed"), results);
     EXPECT_FALSE(goesOn);
     ASSERT_EQ(results.size(), 1);
     EXPECT_TRUE(results.GetTestPartResult(0).fatally_failed());
+}
+
+TEST_F(RequireServerTest, SkipsOnlyTheServersThatARequiringReleaseDoesNotHave)
+{
+    set(kRequireAllServersVariable, "1");
+    set(kAbsentServersVariable, "some other");
+    testing::TestPartResultArray results;
+    EXPECT_FALSE(callRequireServer(Availability::no("other is not installed"), results));
+    EXPECT_FALSE(callRequireServer(Availability::no("others are not installed"), results));
+    ASSERT_EQ(results.size(), 2);
+    EXPECT_TRUE(results.GetTestPartResult(0).skipped());
+    EXPECT_TRUE(results.GetTestPartResult(1).fatally_failed());
 }
 
 } // namespace
