@@ -6,42 +6,47 @@ namespace FileSystem {
 
 namespace {
 
-// Without a destructor of its own, so that it can still be read when those of the thread's other
-// objects have run.
-thread_local bool isThreadEnding = false;
+enum class ThreadPhase
+{
+    New,
+    HasRecord,
+    Ending,
+};
+
+// Every public operation asks for it, so it is one variable and needs no constructor. Without a
+// destructor too, it can still be read when those of the thread's other objects have run.
+struct ThreadState
+{
+    FailureRecord* record;
+    ThreadPhase phase;
+};
+
+thread_local ThreadState state{nullptr, ThreadPhase::New};
 
 struct ThreadFailure
 {
     FailureRecord record;
 
-    ~ThreadFailure() { isThreadEnding = true; }
+    ThreadFailure() { state = {&record, ThreadPhase::HasRecord}; }
+
+    ThreadFailure(const ThreadFailure&) = delete;
+    ThreadFailure& operator=(const ThreadFailure&) = delete;
+
+    ~ThreadFailure() { state = {nullptr, ThreadPhase::Ending}; }
 };
+
+FailureRecord* makeRecord() noexcept
+{
+    thread_local ThreadFailure ofThread;
+    return &ofThread.record;
+}
 
 } // namespace
 
 FailureRecord* FailureRecord::ofThisThread() noexcept
 {
-    if (isThreadEnding) {
-        return nullptr;
-    }
-    thread_local ThreadFailure ofThread;
-    return &ofThread.record;
-}
-
-bool FailureRecord::enter() noexcept
-{
-    if (depth_++ > 0) {
-        return false;
-    }
-    clear();
-    return true;
-}
-
-void FailureRecord::clear() noexcept
-{
-    if (failure_) {
-        failure_ = Failure();
-    }
+    const ThreadState& current = state;
+    return current.phase == ThreadPhase::New ? makeRecord() : current.record;
 }
 
 void FailureRecord::note(Failure&& failure)

@@ -22,11 +22,24 @@ public:
     bool isInOperation() const noexcept { return depth_ > 0; }
 
     /// True: it is the outermost one, and what was there is forgotten.
-    bool enter() noexcept;
+    bool enter() noexcept
+    {
+        if (depth_++ > 0) {
+            return false;
+        }
+        clear();
+        return true;
+    }
 
     void leave() noexcept { --depth_; }
 
-    void clear() noexcept;
+    void clear() noexcept
+    {
+        if (failure_) {
+            failure_ = Failure();
+        }
+    }
+
     void note(Failure&& failure);
 
     static Failure make(std::error_code code, FailureSource source, std::int64_t number,

@@ -29,14 +29,15 @@ bool failBySystem(int number, std::string entry)
 }
 
 FailureScope::FailureScope(const char* operation) noexcept
-    : operation_(operation)
+    : record_(FailureRecord::ofThisThread())
+    , operation_(operation)
     , path_(nullptr)
     , otherPath_(nullptr)
     , exceptions_(std::uncaught_exceptions())
 {
-    if (auto* const record = FailureRecord::ofThisThread()) {
-        isOutermost_ = record->enter();
-        notedBefore_ = record->noted();
+    if (record_ != nullptr) {
+        isOutermost_ = record_->enter();
+        notedBefore_ = record_->noted();
     }
 }
 
@@ -55,20 +56,19 @@ FailureScope::FailureScope(const char* operation, const std::string& path,
 
 FailureScope::~FailureScope()
 {
-    auto* const record = FailureRecord::ofThisThread();
-    if (record == nullptr) {
+    if (record_ == nullptr) {
         return;
     }
     if (!ended_ && std::uncaught_exceptions() > exceptions_) {
-        endByException(*record);
+        endByException();
     }
-    record->leave();
+    record_->leave();
 }
 
-void FailureScope::endByException(const FailureRecord& record) noexcept
+void FailureScope::endByException() noexcept
 {
     try {
-        if (record.noted() == notedBefore_) {
+        if (record_->noted() == notedBefore_) {
             fail(FailureCode::ConnectionLost);
         }
     } catch (...) {
@@ -80,23 +80,22 @@ void FailureScope::endByException(const FailureRecord& record) noexcept
 void FailureScope::end(bool succeeded, bool failedOtherwise) noexcept
 {
     ended_ = true;
-    auto* const record = FailureRecord::ofThisThread();
-    if (record == nullptr) {
+    if (record_ == nullptr) {
         return;
     }
     if (succeeded) {
         if (isOutermost_) {
-            record->clear();
+            record_->clear();
         }
         return;
     }
     try {
-        const bool isNoted = record->noted() != notedBefore_;
+        const bool isNoted = record_->noted() != notedBefore_;
         if (!isNoted && failedOtherwise) {
             fail(FailureCode::Other);
         }
         if (isNoted || failedOtherwise) {
-            record->describe(operation_, path_, otherPath_);
+            record_->describe(operation_, path_, otherPath_);
         }
     } catch (...) {
         // Without memory for its texts the failure keeps what it has.

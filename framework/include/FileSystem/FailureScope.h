@@ -72,8 +72,9 @@ public:
 
 private:
     void end(bool succeeded, bool failedOtherwise) noexcept;
-    void endByException(const FailureRecord& record) noexcept;
+    void endByException() noexcept;
 
+    FailureRecord* record_;
     const char* operation_;
     const std::string* path_;
     const std::string* otherPath_;
