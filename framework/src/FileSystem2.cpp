@@ -1,4 +1,5 @@
 #include "EntryKind.h"
+#include "FailureWatch.h"
 #include "FileCopy.h"
 #include "FileReplacement.h"
 #include "LinkResolution.h"
@@ -263,6 +264,32 @@ bool FileSystem2::isFree(const std::string& path) const
     return !do_fileType(path) || fail(FailureCode::Exists, {}, path);
 }
 
+/// Makes a directory on the way, or finds one there: another may have made it in the meantime.
+bool FileSystem2::makeDirectory(const std::string& path, bool mustBeNew,
+                                Utilities::Flags<PosixFilePermissionFlag> permissions) const
+{
+    return directoryCreateAs(path, mustBeNew, permissions) ||
+           (!mustBeNew && isDirectoryAfterAll(path));
+}
+
+/// Says so where something else is there; otherwise it was said before why there is none.
+bool FileSystem2::isDirectoryAfterAll(const std::string& path) const
+{
+    bool isOther = false;
+    {
+        const FailureKeeper keeper;
+        const FailureWatch watch;
+        if (do_directoryExists(path)) {
+            return true;
+        }
+        isOther = watch.noted().code() == FailureCode::NotDirectory;
+    }
+    if (isOther) {
+        fail(FailureCode::NotDirectory, {}, path);
+    }
+    return false;
+}
+
 bool FileSystem2::do_isReadable() const
 {
     return isValid();
@@ -410,9 +437,8 @@ FileSystem2::do_directoryCreate(const std::string& parentPath,
     for (auto name = names.begin(); name != names.end(); ++name) {
         path = pathChildId(path, {*name});
         const bool isLast = std::next(name) == names.end();
-        const bool mustBeNew = isLast && exclusive;
-        if (!do_directoryCreateAs(path, mustBeNew, isLast ? permissions : passable(permissions)) &&
-            (mustBeNew || !do_directoryExists(path))) {
+        if (!makeDirectory(path, isLast && exclusive,
+                           isLast ? permissions : passable(permissions))) {
             return std::nullopt;
         }
     }
@@ -638,11 +664,8 @@ bool FileSystem2::do_directoryMakePath(const std::string& path, bool exclusive,
     }
     return std::all_of(missing.rbegin(), missing.rend(), [&](const std::string& directory) {
         const bool isLast = &directory == &missing.front();
-        const bool mustBeNew = isLast && exclusive;
-        // Another may have made it in the meantime.
-        return do_directoryCreateAs(directory, mustBeNew,
-                                    isLast ? permissions : passable(permissions)) ||
-               (!mustBeNew && do_directoryExists(directory));
+        return makeDirectory(directory, isLast && exclusive,
+                             isLast ? permissions : passable(permissions));
     });
 }
 

@@ -294,6 +294,9 @@ protected:
 private:
     bool existsAsFile(const std::string& path) const;
     bool isFree(const std::string& path) const;
+    bool makeDirectory(const std::string& path, bool mustBeNew,
+                       Utilities::Flags<PosixFilePermissionFlag> permissions) const;
+    bool isDirectoryAfterAll(const std::string& path) const;
 };
 
 } // namespace FileSystem

@@ -220,6 +220,32 @@ TEST_P(FailureContract, SaysThatANameIsNone)
     EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
 }
 
+TEST_P(FailureContract, OfMakingDirectoriesIsTheRefusalAndNamesTheFirstThatCannotBeMade)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    const auto closed = makeDirectory("closed");
+    ASSERT_TRUE(system().fileSetPermissions(closed, Permissions(0500U)));
+    EXPECT_FALSE(system().directoryCreate(closed, {"a", "b"}, false));
+    expectFailure(FailureCode::Denied, "directoryCreate", closed);
+    EXPECT_EQ(Failure::last().entry(), closed + "/a");
+    EXPECT_FALSE(system().directoryMakePath(closed + "/a/b", false));
+    expectFailure(FailureCode::Denied, "directoryMakePath", closed + "/a/b");
+    EXPECT_EQ(Failure::last().entry(), closed + "/a");
+    EXPECT_TRUE(system().fileSetPermissions(closed, Permissions(0700U)));
+}
+
+TEST_P(FailureContract, OfMakingDirectoriesSaysThatSomethingElseIsInTheWay)
+{
+    const auto file = makeFile("file");
+    EXPECT_FALSE(system().directoryCreate(root(), {"file", "below"}, false));
+    expectFailure(FailureCode::NotDirectory, "directoryCreate", root());
+    EXPECT_EQ(Failure::last().entry(), file);
+    EXPECT_FALSE(system().directoryMakePath(file, false));
+    expectFailure(FailureCode::NotDirectory, "directoryMakePath", file);
+}
+
 TEST_P(FailureContract, SaysThatADirectoryCannotGoIntoItself)
 {
     const auto directory = makeDirectory("directory");

@@ -1,3 +1,4 @@
+#include "framework/ExpectFailure.h"
 #include "framework/MemoryFileSystem.h"
 
 #include <gmock/gmock.h>
@@ -8,6 +9,8 @@
 #include <string>
 #include <vector>
 
+using FileSystem::FailureCode;
+using TarnisTest::expectFailure;
 using TarnisTest::MemoryFileSystem;
 using testing::Contains;
 using testing::ElementsAre;
@@ -245,6 +248,18 @@ TEST_F(Creating, APathThatAnotherMakesAtTheSameTimeIsASuccess)
     EXPECT_TRUE(system.directoryMakePath("/a/b", false));
     EXPECT_EQ(system.directoryCreate("/", {"c", "d"}, false), "/c/d");
     EXPECT_FALSE(system.directoryMakePath("/e/f", true));
+}
+
+TEST_F(Creating, DirectoriesThatCannotBeMadeSaysWhyAndWhich)
+{
+    system.addDirectory("/closed", 0500);
+    EXPECT_FALSE(system.directoryCreate("/closed", {"a", "b"}, false));
+    expectFailure(FailureCode::Denied, "/closed/a");
+    EXPECT_FALSE(system.directoryMakePath("/closed/a/b", false));
+    expectFailure(FailureCode::Denied, "/closed/a");
+    system.addLink("/dangling", "none");
+    EXPECT_FALSE(system.directoryMakePath("/dangling", false));
+    expectFailure(FailureCode::Exists, "/dangling");
 }
 
 TEST_F(Removing, AnEmptyDirectoryTakesOneStep)
