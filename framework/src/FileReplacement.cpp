@@ -2,10 +2,15 @@
 
 #include "EntryKind.h"
 #include "HiddenName.h"
+#include "LocalAttributes.h"
 #include "PathText.h"
+#include "SystemCall.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
+#include <FileSystem/LocalFileSystem.h>
+
+#include <fcntl.h>
 
 namespace FileSystem {
 
@@ -17,13 +22,35 @@ std::string asidePath(const std::string& path)
                              {hiddenName(PathText::fileName(path), HiddenNameUse::SetAside)});
 }
 
-/// Whether what stands at a path looks as it did.
-bool isAsBefore(const StorageSystem& system, const std::string& path,
-                const StorageSystemFileInfo& before)
+/// Whether both can be the same file: there is nothing else to tell them apart by.
+bool areAlike(const StorageSystemFileInfo& one, const StorageSystemFileInfo& other)
 {
+    return one.type == other.type && one.size == other.size && one.modTime == other.modTime &&
+           one.permissions == other.permissions;
+}
+
+bool isLocal(const StorageSystem& system)
+{
+    return dynamic_cast<const LocalFileSystem*>(&system) != nullptr;
+}
+
+bool isSameLocalFile(const std::string& path, const std::string& otherPath)
+{
+    const auto one = readAttributes(AT_FDCWD, systemPath(path));
+    const auto other = readAttributes(AT_FDCWD, systemPath(otherPath));
+    return one && other && one->st_dev == other->st_dev && one->st_ino == other->st_ino;
+}
+
+/// Whether a file that has just been given a new path still stands at another one, as a second name
+/// of it. \param file what was given the path.
+bool isOtherName(const StorageSystem& system, const std::string& path,
+                 const StorageSystemFileInfo& file, const std::string& newPath)
+{
+    if (isLocal(system)) {
+        return isSameLocalFile(path, newPath);
+    }
     const auto now = system.fileInfo(path);
-    return now && now->type == before.type && now->size == before.size &&
-           now->modTime == before.modTime && now->permissions == before.permissions;
+    return now && areAlike(*now, file);
 }
 
 } // namespace
@@ -45,12 +72,18 @@ bool FileReplacement::replace(const StorageSystem& system, const std::string& pa
 }
 
 // Systems that rename one name of a file onto another of the same file do nothing, and say that
-// they did it.
+// they did it. What stands at the old path then may also be another writer's next file, of the same
+// size and from the same second: it is left alone unless the file was at both paths before.
 bool FileReplacement::replaceByAny(const StorageSystem& system, const std::string& path,
-                                   const StorageSystemFileInfo& file, const std::string& newPath)
+                                   const StorageSystemFileInfo& file, const std::string& newPath,
+                                   const std::optional<StorageSystemFileInfo>& replaced)
 {
-    return replace(system, path, newPath) &&
-           (!isAsBefore(system, path, file) || removeOtherName(system, path, newPath));
+    if (!replace(system, path, newPath)) {
+        return false;
+    }
+    const bool mayHaveBeenBoth = replaced && (isLocal(system) || areAlike(*replaced, file));
+    return !mayHaveBeenBoth || !isOtherName(system, path, file, newPath) ||
+           removeOtherName(system, path, file, newPath);
 }
 
 bool FileReplacement::replaceAtOnce(const StorageSystem& system, const std::string& path,
@@ -96,7 +129,7 @@ bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::str
 // The two paths may also be two ways to one name, through a link above it or in another case. So
 // the old one is set aside, and removed once it is seen that the new one is still there.
 bool FileReplacement::removeOtherName(const StorageSystem& system, const std::string& path,
-                                      const std::string& newPath)
+                                      const StorageSystemFileInfo& file, const std::string& newPath)
 {
     const auto aside = asidePath(path);
     if (!rename(system, path, aside)) {
@@ -104,6 +137,10 @@ bool FileReplacement::removeOtherName(const StorageSystem& system, const std::st
     }
     if (!system.fileType(newPath)) {
         return rename(system, aside, newPath);
+    }
+    if (!isOtherName(system, aside, file, newPath)) {
+        // Another writer was in between.
+        return rename(system, aside, path);
     }
     if (system.fileRemove(aside)) {
         return true;

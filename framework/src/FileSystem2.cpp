@@ -162,12 +162,12 @@ bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newP
     if (!source || !isFileOrLink(*this, path, source->type)) {
         return scope.result(false);
     }
-    const auto target = fileType(newPath);
-    if (target && !isFileOrLink(*this, newPath, *target)) {
+    const auto target = fileInfo(newPath);
+    if (target && !isFileOrLink(*this, newPath, target->type)) {
         return scope.result(false);
     }
     return scope.result(pathCanonize(path) == pathCanonize(newPath) ||
-                        FileReplacement::replaceByAny(*this, path, *source, newPath));
+                        FileReplacement::replaceByAny(*this, path, *source, newPath, target));
 }
 
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const

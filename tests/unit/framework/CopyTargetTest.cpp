@@ -216,6 +216,57 @@ TEST(Replacing, OneNameOfAFileByAnotherLeavesTheNewOne)
     }
 }
 
+/// One where another writer makes its next file at the old path at once, which nothing but its
+/// bytes tells from the one before.
+class BusyFileSystem final : public MemoryFileSystem
+{
+public:
+    BusyFileSystem()
+    {
+        setReplacer([this](const std::string& path, const std::string& newPath) {
+            const auto time = at(path).modTime;
+            static_cast<void>(!has(newPath) || fileRemove(newPath));
+            static_cast<void>(fileRenameAs(path, newPath));
+            addFile(path, "next");
+            setModTime(path, time);
+            return true;
+        });
+        addFile("/status.tmp", "this");
+    }
+
+    void expectBothKept()
+    {
+        EXPECT_TRUE(fileReplaceAs("/status.tmp", "/status"));
+        EXPECT_EQ(bytesOf("/status"), "this");
+        ASSERT_TRUE(has("/status.tmp"));
+        EXPECT_EQ(bytesOf("/status.tmp"), "next");
+    }
+};
+
+TEST(Replacing, LeavesAnotherWritersNextFileAlone)
+{
+    BusyFileSystem system;
+    system.expectBothKept();
+    BusyFileSystem withTarget;
+    withTarget.addFile("/status", "last");
+    withTarget.expectBothKept();
+}
+
+TEST(Replacing, OneNameOfAFileByAnotherKeepsWhatComesToTheOldOne)
+{
+    ReplacingFileSystem system;
+    system.addFile("/old", "bytes");
+    system.addName("/new", "/old");
+    system.behaviour.onCall = [&system](const std::string& operation, const std::string& path) {
+        if (operation == "rename" && path == "/old") {
+            system.addFile("/old", "another's");
+        }
+    };
+    EXPECT_TRUE(system.fileReplaceAs("/old", "/new"));
+    EXPECT_THAT(system.paths(), ElementsAre("/new", "/old"));
+    EXPECT_EQ(system.bytesOf("/old"), "another's");
+}
+
 TEST(Replacing, OneNameOfAFileByAnotherFailsWhereTheOldOneCannotGo)
 {
     ReplacingFileSystem system;
