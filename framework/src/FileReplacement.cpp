@@ -1,6 +1,7 @@
 #include "FileReplacement.h"
 
 #include "EntryKind.h"
+#include "FailureWatch.h"
 #include "HiddenName.h"
 #include "LocalAttributes.h"
 #include "PathText.h"
@@ -16,10 +17,30 @@ namespace FileSystem {
 
 namespace {
 
-std::string asidePath(const std::string& path)
+std::string hiddenPath(const std::string& path, HiddenNameUse use)
 {
-    return PathText::childId(PathText::parentId(path),
-                             {hiddenName(PathText::fileName(path), HiddenNameUse::SetAside)});
+    return PathText::childId(PathText::parentId(path), {hiddenName(PathText::fileName(path), use)});
+}
+
+/// Whether a renaming that was reported as failed was done all the same.
+bool isRenamed(const StorageSystem& system, const std::string& path, const std::string& newPath)
+{
+    const FailureKeeper keeper;
+    return !system.fileType(path) && system.fileType(newPath);
+}
+
+bool isLocal(const StorageSystem& system)
+{
+    return dynamic_cast<const LocalFileSystem*>(&system) != nullptr;
+}
+
+/// Whether a system that replaces in one step has told why it does not: any other way would end the
+/// same, with the file missing for a moment. A server's plain "failure" tells nothing.
+bool isRefusal(const StorageSystem& system, const Failure& failure)
+{
+    const bool isVague =
+        failure.code() == FailureCode::Unsupported || failure.code() == FailureCode::Other;
+    return failure && (!isVague || isLocal(system));
 }
 
 /// Whether both can be the same file: there is nothing else to tell them apart by.
@@ -27,11 +48,6 @@ bool areAlike(const StorageSystemFileInfo& one, const StorageSystemFileInfo& oth
 {
     return one.type == other.type && one.size == other.size && one.modTime == other.modTime &&
            one.permissions == other.permissions;
-}
-
-bool isLocal(const StorageSystem& system)
-{
-    return dynamic_cast<const LocalFileSystem*>(&system) != nullptr;
 }
 
 bool isSameLocalFile(const std::string& path, const std::string& otherPath)
@@ -68,7 +84,9 @@ bool FileReplacement::rename(const StorageSystem& system, const std::string& pat
 bool FileReplacement::replace(const StorageSystem& system, const std::string& path,
                               const std::string& newPath)
 {
-    return replaceAtOnce(system, path, newPath) || replaceAfterLooking(system, path, newPath);
+    const FailureWatch watch;
+    return replaceAtOnce(system, path, newPath) ||
+           (!isRefusal(system, watch.noted()) && replaceAfterLooking(system, path, newPath));
 }
 
 // Systems that rename one name of a file onto another of the same file do nothing, and say that
@@ -104,26 +122,46 @@ bool FileReplacement::replaceAfterLooking(const StorageSystem& system, const std
            (rename(system, path, newPath) || replaceInSteps(system, path, newPath));
 }
 
-// Many servers refuse to rename onto something. What stands there is set aside and not removed
-// first: nothing is lost on a server that refuses to rename at all.
+// Many servers refuse to rename onto something. A file from another directory comes near first: one
+// that may not leave its place, or is on another volume, never makes what it is to replace vanish.
 bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::string& path,
                                      const std::string& newPath)
 {
-    const auto aside = asidePath(newPath);
-    if (!system.fileRename(newPath, PathText::fileName(aside))) {
-        const FailureKeeper keeper;
-        // A renaming that was reported as failed may have been done.
-        if (system.fileType(newPath)) {
-            return false;
-        }
+    if (PathText::parentId(path) == PathText::parentId(newPath)) {
+        return takePlace(system, path, newPath);
     }
-    if (!rename(system, path, newPath)) {
-        const FailureKeeper keeper;
-        static_cast<void>(system.fileRename(aside, PathText::fileName(newPath)));
+    const auto near = hiddenPath(newPath, HiddenNameUse::Unfinished);
+    if (!rename(system, path, near) && !isRenamed(system, path, near)) {
         return false;
     }
-    static_cast<void>(system.fileRemove(aside));
-    return true;
+    if (takePlace(system, near, newPath)) {
+        return true;
+    }
+    const FailureKeeper keeper;
+    rename(system, near, path);
+    return false;
+}
+
+// What stands there is set aside and not removed first: nothing is lost on a server that refuses to
+// rename at all.
+bool FileReplacement::takePlace(const StorageSystem& system, const std::string& path,
+                                const std::string& newPath)
+{
+    const auto aside = hiddenPath(newPath, HiddenNameUse::SetAside);
+    if (!system.fileRename(newPath, PathText::fileName(aside)) &&
+        !isRenamed(system, newPath, aside)) {
+        return false;
+    }
+    if (rename(system, path, newPath) || isRenamed(system, path, newPath)) {
+        static_cast<void>(system.fileRemove(aside));
+        return true;
+    }
+    const FailureKeeper keeper;
+    // On a server that replaces it would be in the place of whatever came there meanwhile.
+    if (!system.fileType(newPath)) {
+        rename(system, aside, newPath);
+    }
+    return false;
 }
 
 // The two paths may also be two ways to one name, through a link above it or in another case. So
@@ -131,7 +169,7 @@ bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::str
 bool FileReplacement::removeOtherName(const StorageSystem& system, const std::string& path,
                                       const StorageSystemFileInfo& file, const std::string& newPath)
 {
-    const auto aside = asidePath(path);
+    const auto aside = hiddenPath(path, HiddenNameUse::SetAside);
     if (!rename(system, path, aside)) {
         return false;
     }

@@ -36,6 +36,8 @@ private:
                                     const std::string& newPath);
     static bool replaceInSteps(const StorageSystem& system, const std::string& path,
                                const std::string& newPath);
+    static bool takePlace(const StorageSystem& system, const std::string& path,
+                          const std::string& newPath);
     static bool removeOtherName(const StorageSystem& system, const std::string& path,
                                 const StorageSystemFileInfo& file, const std::string& newPath);
 };

@@ -344,7 +344,9 @@ protected:
 
     /// For a system that can rename onto a file and replace it in one atomic step, a symbolic link
     /// as itself, and never a directory. As setDirectoryReader(). \param replacer is given the old
-    /// and the new path; false when nothing has changed, as far as the system tells.
+    /// and the new path; false when nothing has changed, as far as the system tells. With no
+    /// failure noted, or one that tells nothing (Unsupported, Other), the file
+    /// is replaced in steps instead; any other failure stands.
     void setReplacer(std::function<bool(const std::string&, const std::string&)> replacer);
 
     virtual std::string do_hostName() const = 0;

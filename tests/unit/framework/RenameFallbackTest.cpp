@@ -1,5 +1,6 @@
 #include "support/TemporaryDirectory.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/LocalFileSystem.h>
 
 #include <gmock/gmock.h>
@@ -21,6 +22,7 @@ namespace {
 // What the system answers here, in place of the real one.
 int renameError = EINVAL;
 int linkError = 0;
+int replaceError = 0;
 int renames = 0;
 std::function<void()> afterRenaming;
 
@@ -48,6 +50,10 @@ extern "C" [[gnu::visibility("default")]] int link(const char* path, const char*
 
 extern "C" [[gnu::visibility("default")]] int rename(const char* path, const char* newPath) noexcept
 {
+    if (replaceError != 0) {
+        errno = replaceError;
+        return -1;
+    }
     const int result = ::renameat(AT_FDCWD, path, AT_FDCWD, newPath);
     if (afterRenaming) {
         afterRenaming();
@@ -158,6 +164,22 @@ INSTANTIATE_TEST_SUITE_P(HardLinks, RenameFallback, testing::Values(0, EPERM),
                          [](const auto& hardLinks) {
                              return hardLinks.param == 0 ? "Known" : "Unknown";
                          });
+
+TEST(LocalReplacing, ThatTheSystemRefusesTouchesNothing)
+{
+    const TemporaryDirectory directory;
+    const FileSystem::LocalFileSystem system;
+    const auto source = directory.write("file", "new");
+    const auto target = directory.write("target", "old");
+    renames = 0;
+    for (const int error : {EXDEV, EACCES, EROFS, EIO, ENOSYS}) {
+        replaceError = error;
+        EXPECT_FALSE(system.fileReplaceAs(source, target));
+        EXPECT_EQ(FileSystem::Failure::last().number(), error);
+    }
+    replaceError = 0;
+    EXPECT_EQ(renames, 0) << "the file was missing for a moment";
+}
 
 TEST(LocalReplacing, LeavesAnotherWritersNextFileAlone)
 {
