@@ -1,3 +1,4 @@
+#include "FailureWatch.h"
 #include "LinkResolution.h"
 #include "NameCheck.h"
 #include "PathText.h"
@@ -336,9 +337,10 @@ StorageSystem::directoryReadFully(const std::string& path) const
     if (directoryReader_) {
         return scope.result(directoryReader_(path));
     }
+    const FailureWatch watch;
     auto entries = directoryFileInfoList(path);
-    return scope.result(directoryExists(path, true) ? std::make_optional(std::move(entries))
-                                                    : std::nullopt);
+    const bool isWhole = !watch.noted() && directoryExists(path, true);
+    return scope.result(isWhole ? std::make_optional(std::move(entries)) : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const

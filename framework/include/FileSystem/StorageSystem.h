@@ -276,8 +276,8 @@ public:
 
     /// All that directoryFileInfoList() gives, or nothing: for callers to whom a shortened list is
     /// worse than none, such as copies. Empty: no directory (or link to one) is there, it cannot be
-    /// read, or reading it broke off. Where a system cannot tell a list that broke off from one
-    /// that ended, it is the list, if the directory is there afterwards.
+    /// read, or reading it broke off. Where a system leaves no failure for a list that broke off,
+    /// it is the list, if the directory is there afterwards.
     std::optional<std::vector<StorageSystemFileInfo>>
     directoryReadFully(const std::string& path) const;
 
