@@ -308,6 +308,23 @@ TEST_P(FailureContract, OfARemovedTreeNamesTheEntryThatStays)
     EXPECT_TRUE(system().fileSetPermissions(directory, Permissions(0700U)));
 }
 
+TEST_P(FailureContract, OfARemovedTreeIsWhyADirectoryCannotBeRead)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    const auto tree = makeDirectory("tree");
+    const auto closed = makeDirectory("tree/closed");
+    makeFile("tree/closed/file");
+    ASSERT_TRUE(system().fileSetPermissions(closed, Permissions(0300U)));
+    for (const auto& directory : {tree, closed}) {
+        EXPECT_FALSE(system().directoryRemove(directory, true));
+        expectFailure(FailureCode::Denied, "directoryRemove", directory);
+        EXPECT_EQ(Failure::last().entry(), closed);
+    }
+    EXPECT_TRUE(system().fileSetPermissions(closed, Permissions(0700U)));
+}
+
 INSTANTIATE_TEST_SUITE_P(Contract, FailureContract, testing::ValuesIn(backends()), backendName);
 
 } // namespace

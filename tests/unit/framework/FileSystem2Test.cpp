@@ -358,6 +358,22 @@ TEST_F(Removing, ATreeEndsAtTheFirstRefusal)
     EXPECT_THAT(system.paths(), ElementsAre("/tree", "/tree/b", "/tree/c"));
 }
 
+TEST_F(Removing, ATreeFailsForWhatKeptItFromBeingRead)
+{
+    system.addFile("/tree/closed/file", "");
+    system.addDirectory("/tree/closed", 0300);
+    EXPECT_FALSE(system.directoryRemove("/tree", true));
+    expectFailure(FailureCode::Denied, "/tree/closed");
+    system.addFile("/long/a", "");
+    system.addFile("/long/b", "");
+    system.behaviour.listingBreaksOffAfter = 1;
+    EXPECT_FALSE(system.directoryRemove("/long", true));
+    expectFailure(FailureCode::Protocol, "/long");
+    // What is empty is removed without having been read.
+    system.addDirectory("/empty", 0300);
+    EXPECT_TRUE(system.directoryRemove("/empty", true));
+}
+
 TEST(RemovingATree, GivesUpOneThatNeverEnds)
 {
     const TarnisTest::EndlessFileSystem endless;
