@@ -34,6 +34,7 @@ bool FailureRecord::enter() noexcept
         return false;
     }
     clear();
+    isLossExpected_ = false;
     return true;
 }
 

@@ -29,6 +29,12 @@ public:
     void clear() noexcept;
     void note(Failure&& failure);
 
+    /// Says that an exception is on its way that tells of a lost handle, for the operations which
+    /// it ends without another reason.
+    void expectLoss() noexcept { isLossExpected_ = true; }
+
+    bool isLossExpected() const noexcept { return isLossExpected_; }
+
     static Failure make(std::error_code code, FailureSource source, std::int64_t number,
                         std::string&& text, std::string&& entry);
 
@@ -40,6 +46,7 @@ private:
     Failure failure_;
     std::uint64_t noted_ = 0;
     int depth_ = 0;
+    bool isLossExpected_ = false;
 };
 
 } // namespace FileSystem

@@ -69,7 +69,7 @@ void FailureScope::endByException(const FailureRecord& record) noexcept
 {
     try {
         if (record.noted() == notedBefore_) {
-            fail(FailureCode::ConnectionLost);
+            fail(record.isLossExpected() ? FailureCode::ConnectionLost : FailureCode::Other);
         }
     } catch (...) {
         // There is no memory to say more.

@@ -8,8 +8,26 @@
 #include <FileSystem/StorageSystemFile.h>
 
 #include <algorithm>
+#include <regex>
 
 namespace FileSystem {
+
+namespace {
+
+/// What a listing gives, nothing for what is no path. A filter that is no regular expression is
+/// told before it ends the listing.
+template <class List>
+auto listed(const std::string& path, const List& list) -> decltype(list())
+{
+    try {
+        return isPath(path) ? list() : decltype(list())();
+    } catch (const std::regex_error& error) {
+        fail(FailureCode::BadName, error.what());
+        throw;
+    }
+}
+
+} // namespace
 
 StorageSystem::StorageSystem() = default;
 
@@ -314,8 +332,7 @@ StorageSystem::directoryList(const std::string& path, const std::string& filter,
                              StorageSystemDirectoryFilterType type) const
 {
     FailureScope scope("directoryList", path);
-    return scope.asNoted(isPath(path) ? do_directoryList(path, filter, type)
-                                      : std::vector<StorageSystemDirectoryInfo>());
+    return scope.asNoted(listed(path, [&] { return do_directoryList(path, filter, type); }));
 }
 
 std::vector<StorageSystemFileInfo>
@@ -323,8 +340,8 @@ StorageSystem::directoryFileInfoList(const std::string& path, const std::string&
                                      StorageSystemDirectoryFilterType type) const
 {
     FailureScope scope("directoryFileInfoList", path);
-    return scope.asNoted(isPath(path) ? do_directoryFileInfoList(path, filter, type)
-                                      : std::vector<StorageSystemFileInfo>());
+    return scope.asNoted(
+        listed(path, [&] { return do_directoryFileInfoList(path, filter, type); }));
 }
 
 std::optional<std::vector<StorageSystemFileInfo>>
@@ -379,8 +396,8 @@ StorageSystem::directoryListFileNames(const std::string& path, const std::string
                                       StorageSystemDirectoryFilterType type) const
 {
     FailureScope scope("directoryListFileNames", path);
-    return scope.asNoted(isPath(path) ? do_directoryListFileNames(path, filter, type)
-                                      : std::vector<std::string>());
+    return scope.asNoted(
+        listed(path, [&] { return do_directoryListFileNames(path, filter, type); }));
 }
 
 std::optional<StorageSystemStorageInfo>

@@ -261,8 +261,8 @@ public:
 
     /// The entries of a directory (a link to one is followed), "." and ".." left out, in the
     /// system's order. A failure gives an empty or shortened list; directoryReadFully() tells. A
-    /// regular expression that is none throws std::regex_error. Not a snapshot. \param filter for
-    /// whole names; empty for all.
+    /// regular expression that is none throws std::regex_error, and leaves FailureCode::BadName.
+    /// Not a snapshot. \param filter for whole names; empty for all.
     std::vector<StorageSystemDirectoryInfo>
     directoryList(const std::string& path, const std::string& filter = {},
                   StorageSystemDirectoryFilterType type =
