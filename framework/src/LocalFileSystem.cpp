@@ -360,7 +360,11 @@ std::optional<std::string> LocalFileSystem::do_fileSymbolicLinkTarget(const std:
 
 bool LocalFileSystem::do_fileSymbolicLinkRemove(const std::string& path) const
 {
-    return (isLink(path) || fail(FailureCode::NotALink)) && do_fileRemove(path);
+    const auto attributes = attributesOf(path);
+    if (!LocalError::succeeded(attributes.has_value())) {
+        return false;
+    }
+    return (S_ISLNK(attributes->st_mode) || fail(FailureCode::NotALink)) && do_fileRemove(path);
 }
 
 std::vector<StorageSystemDirectoryInfo>

@@ -363,7 +363,7 @@ StorageSystem::directoryReadFully(const std::string& path) const
 std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const
 {
     FailureScope scope("absolutePath", path);
-    if (!isPath(path) || path.empty()) {
+    if (!isPath(path) || (path.empty() && !fail(FailureCode::BadName))) {
         return scope.result(std::optional<std::string>());
     }
     if (PathText::isAbsolute(path)) {

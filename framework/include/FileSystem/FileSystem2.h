@@ -296,6 +296,7 @@ protected:
 private:
     bool existsAsFile(const std::string& path) const;
     bool isFree(const std::string& path) const;
+    bool renameTo(const std::string& path, const std::string& newPath) const;
     bool makeDirectory(const std::string& path, bool mustBeNew,
                        Utilities::Flags<PosixFilePermissionFlag> permissions) const;
     bool isDirectoryAfterAll(const std::string& path) const;

@@ -171,6 +171,10 @@ TEST_P(FailureContract, SaysThatSomethingIsThereAlready)
     if (require(capabilities().refusesToRenameOntoExisting)) {
         EXPECT_FALSE(system().fileRenameAs(other, file));
         expectFailure(FailureCode::Exists, "fileRenameAs", other);
+        EXPECT_EQ(Failure::last().entry(), file);
+        EXPECT_FALSE(system().fileRename(other, "file"));
+        expectFailure(FailureCode::Exists, "fileRename", other);
+        EXPECT_EQ(Failure::last().entry(), file);
     }
 }
 
@@ -244,6 +248,43 @@ TEST_P(FailureContract, OfMakingDirectoriesSaysThatSomethingElseIsInTheWay)
     EXPECT_EQ(Failure::last().entry(), file);
     EXPECT_FALSE(system().directoryMakePath(file, false));
     expectFailure(FailureCode::NotDirectory, "directoryMakePath", file);
+}
+
+TEST_P(FailureContract, OfMakingSomethingInADirectoryNamesWhatIsToBeMade)
+{
+    const auto absent = path("absent");
+    EXPECT_FALSE(system().fileCreate(absent, "file", true, false));
+    expectFailure(FailureCode::NotFound, "fileCreate", absent);
+    EXPECT_EQ(Failure::last().entry(), absent + "/file");
+    EXPECT_FALSE(system().directoryCreate(absent, {"directory"}, true));
+    expectFailure(FailureCode::NotFound, "directoryCreate", absent);
+    EXPECT_EQ(Failure::last().entry(), absent + "/directory");
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    EXPECT_FALSE(system().fileSymbolicLinkCreate(absent, "link", textTo("file"), false));
+    EXPECT_EQ(Failure::last().operation(), "fileSymbolicLinkCreate");
+    EXPECT_EQ(Failure::last().entry(), absent + "/link");
+    EXPECT_FALSE(system().directorySymbolicLinkCreate(absent, "link", textTo("file"), false));
+    EXPECT_EQ(Failure::last().entry(), absent + "/link");
+}
+
+TEST_P(FailureContract, SaysThatThereIsNoLinkToRemove)
+{
+    if (!require(capabilities().refusesToRemoveFilesAsLinks)) {
+        return;
+    }
+    EXPECT_FALSE(system().fileSymbolicLinkRemove(path("absent")));
+    expectFailure(FailureCode::NotFound, "fileSymbolicLinkRemove", path("absent"));
+    const auto file = makeFile("file");
+    EXPECT_FALSE(system().fileSymbolicLinkRemove(file));
+    expectFailure(FailureCode::NotALink, "fileSymbolicLinkRemove", file);
+}
+
+TEST_P(FailureContract, SaysThatNoPathIsNotAbsolute)
+{
+    EXPECT_FALSE(system().absolutePath(""));
+    expectFailure(FailureCode::BadName, "absolutePath", "");
 }
 
 TEST_P(FailureContract, SaysThatADirectoryCannotGoIntoItself)

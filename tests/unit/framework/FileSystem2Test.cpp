@@ -443,6 +443,16 @@ TEST_F(Renaming, AFileFailsForADirectoryForNothingAndOntoSomething)
     EXPECT_EQ(system.bytesOf("/other"), "2");
 }
 
+TEST_F(Renaming, OntoSomethingFailsForWhatIsThere)
+{
+    system.addFile("/file", "");
+    system.addFile("/other", "");
+    EXPECT_FALSE(system.fileRename("/file", "other"));
+    expectFailure(FailureCode::Exists, "/other");
+    EXPECT_FALSE(system.fileRenameAs("/file", "/other"));
+    expectFailure(FailureCode::Exists, "/other");
+}
+
 TEST_F(Renaming, NeedsANameThatIsOneComponent)
 {
     system.addFile("/a/file", "");
