@@ -245,6 +245,38 @@ TEST(AFailure, OfAServerTellsItsTextBesideTheMeaning)
     EXPECT_EQ(Failure::last().message(), "open /a: no space left (over quota)");
 }
 
+TEST(AFailure, OfAServerSaysNothingTwice)
+{
+    struct Answer
+    {
+        FailureCode code;
+        const char* text;
+        const char* cause;
+    };
+
+    const std::vector<Answer> answers{
+        {FailureCode::Denied, "Permission denied", "permission denied"},
+        {FailureCode::Denied, "permission denied for you",
+         "permission denied (permission denied for you)"},
+        {FailureCode::NotFound, "No such file", "no such file or directory"},
+        {FailureCode::NotFound, "No such file or directory", "no such file or directory"},
+        {FailureCode::NotFound, "gone since Monday",
+         "no such file or directory (gone since Monday)"},
+        {FailureCode::Unsupported, "Operation unsupported", "not supported"},
+        {FailureCode::NotEmpty, "Failure", "the directory is not empty"},
+        {FailureCode::NotALink, "Bad message", "not a symbolic link"},
+        {FailureCode::Protocol, "Bad message", "the answer makes no sense (Bad message)"},
+        {FailureCode::Other, "Failure", "Failure"},
+        {FailureCode::Other, "", "no reason is known"},
+    };
+    for (const auto& answer : answers) {
+        const FailureScope scope("open");
+        fail(answer.code, FailureSource::Server, 1, answer.text);
+        EXPECT_EQ(Failure::last().cause(), answer.cause);
+        EXPECT_EQ(Failure::last().text(), answer.text);
+    }
+}
+
 TEST(AFailure, WithoutAPathOfItsOwnIsAboutItsEntry)
 {
     const auto read = [] {
