@@ -3,8 +3,10 @@
 #include <FileSystem/Failure.h>
 #include <FileSystem/FailureCategory.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 namespace FileSystem {
@@ -46,6 +48,28 @@ constexpr std::array<FailureMeaning, 27> meanings{{
     {FailureCode::NotKept, "the system did not keep what was set"},
     {FailureCode::NotALink, "not a symbolic link"},
 }};
+
+// What file servers say with every answer of a status that has no better text, however much the
+// code has been found to say beyond it.
+constexpr std::array<std::string_view, 5> vagueTexts{"bad message", "connection lost", "failure",
+                                                     "no such file", "operation unsupported"};
+
+std::string inLowerCase(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 'a' - 'A') : c;
+    });
+    return text;
+}
+
+/// Whether a source's text tells more than the code's own meaning.
+bool saysMore(const std::string& text, std::error_code code)
+{
+    const auto plain = inLowerCase(text);
+    const bool isVague = code != FailureCode::Protocol &&
+                         std::find(vagueTexts.begin(), vagueTexts.end(), plain) != vagueTexts.end();
+    return !plain.empty() && !isVague && plain != inLowerCase(code.message());
+}
 
 } // namespace
 
@@ -138,13 +162,12 @@ std::string Failure::cause() const
     if (!code_) {
         return {};
     }
-    if (text_.empty()) {
-        return code_.message();
-    }
     // A system's own text says what the code does, and often more.
-    return source_ == FailureSource::System || code_ == FailureCode::Other
-               ? text_
-               : code_.message() + " (" + text_ + ")";
+    const bool isEnough = source_ == FailureSource::System || code_ == FailureCode::Other;
+    if (isEnough && !text_.empty()) {
+        return text_;
+    }
+    return saysMore(text_, code_) ? code_.message() + " (" + text_ + ")" : code_.message();
 }
 
 std::string Failure::message() const

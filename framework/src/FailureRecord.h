@@ -28,6 +28,7 @@ public:
             return false;
         }
         clear();
+        isLossExpected_ = false;
         return true;
     }
 
@@ -42,6 +43,12 @@ public:
 
     void note(Failure&& failure);
 
+    /// Says that an exception is on its way that tells of a lost handle, for the operations which
+    /// it ends without another reason.
+    void expectLoss() noexcept { isLossExpected_ = true; }
+
+    bool isLossExpected() const noexcept { return isLossExpected_; }
+
     static Failure make(std::error_code code, FailureSource source, std::int64_t number,
                         std::string&& text, std::string&& entry);
 
@@ -53,6 +60,7 @@ private:
     Failure failure_;
     std::uint64_t noted_ = 0;
     int depth_ = 0;
+    bool isLossExpected_ = false;
 };
 
 } // namespace FileSystem

@@ -69,7 +69,7 @@ void FailureScope::endByException() noexcept
 {
     try {
         if (record_->noted() == notedBefore_) {
-            fail(FailureCode::ConnectionLost);
+            fail(record_->isLossExpected() ? FailureCode::ConnectionLost : FailureCode::Other);
         }
     } catch (...) {
         // There is no memory to say more.

@@ -5,8 +5,18 @@
 #include <FileSystem/Failure.h>
 
 #include <cstdint>
+#include <utility>
 
 namespace FileSystem {
+
+/// Notes a failure once more, in the place of what was noted after it.
+inline void noteAgain(Failure&& failure)
+{
+    auto* const record = FailureRecord::ofThisThread();
+    if (record != nullptr && record->isInOperation()) {
+        record->note(std::move(failure));
+    }
+}
 
 /// Tells the failure that was noted during the object's life from one that was there before: a
 /// question on the way may have left one.

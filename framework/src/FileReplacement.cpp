@@ -1,29 +1,72 @@
 #include "FileReplacement.h"
 
 #include "EntryKind.h"
+#include "FailureWatch.h"
 #include "HiddenName.h"
+#include "LocalAttributes.h"
 #include "PathText.h"
+#include "SystemCall.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
+#include <FileSystem/LocalFileSystem.h>
+
+#include <fcntl.h>
 
 namespace FileSystem {
 
 namespace {
 
-std::string asidePath(const std::string& path)
+std::string hiddenPath(const std::string& path, HiddenNameUse use)
 {
-    return PathText::childId(PathText::parentId(path),
-                             {hiddenName(PathText::fileName(path), HiddenNameUse::SetAside)});
+    return PathText::childId(PathText::parentId(path), {hiddenName(PathText::fileName(path), use)});
 }
 
-/// Whether what stands at a path looks as it did.
-bool isAsBefore(const StorageSystem& system, const std::string& path,
-                const StorageSystemFileInfo& before)
+/// Whether a renaming that was reported as failed was done all the same.
+bool isRenamed(const StorageSystem& system, const std::string& path, const std::string& newPath)
 {
+    const FailureKeeper keeper;
+    return !system.fileType(path) && system.fileType(newPath);
+}
+
+bool isLocal(const StorageSystem& system)
+{
+    return dynamic_cast<const LocalFileSystem*>(&system) != nullptr;
+}
+
+/// Whether a system that replaces in one step has told why it does not: any other way would end the
+/// same, with the file missing for a moment. A server's plain "failure" tells nothing.
+bool isRefusal(const StorageSystem& system, const Failure& failure)
+{
+    const bool isVague =
+        failure.code() == FailureCode::Unsupported || failure.code() == FailureCode::Other;
+    return failure && (!isVague || isLocal(system));
+}
+
+/// Whether both can be the same file: there is nothing else to tell them apart by.
+bool areAlike(const StorageSystemFileInfo& one, const StorageSystemFileInfo& other)
+{
+    return one.type == other.type && one.size == other.size && one.modTime == other.modTime &&
+           one.permissions == other.permissions;
+}
+
+bool isSameLocalFile(const std::string& path, const std::string& otherPath)
+{
+    const auto one = readAttributes(AT_FDCWD, systemPath(path));
+    const auto other = readAttributes(AT_FDCWD, systemPath(otherPath));
+    return one && other && one->st_dev == other->st_dev && one->st_ino == other->st_ino;
+}
+
+/// Whether a file that has just been given a new path still stands at another one, as a second name
+/// of it. \param file what was given the path.
+bool isOtherName(const StorageSystem& system, const std::string& path,
+                 const StorageSystemFileInfo& file, const std::string& newPath)
+{
+    if (isLocal(system)) {
+        return isSameLocalFile(path, newPath);
+    }
     const auto now = system.fileInfo(path);
-    return now && now->type == before.type && now->size == before.size &&
-           now->modTime == before.modTime && now->permissions == before.permissions;
+    return now && areAlike(*now, file);
 }
 
 } // namespace
@@ -41,16 +84,24 @@ bool FileReplacement::rename(const StorageSystem& system, const std::string& pat
 bool FileReplacement::replace(const StorageSystem& system, const std::string& path,
                               const std::string& newPath)
 {
-    return replaceAtOnce(system, path, newPath) || replaceAfterLooking(system, path, newPath);
+    const FailureWatch watch;
+    return replaceAtOnce(system, path, newPath) ||
+           (!isRefusal(system, watch.noted()) && replaceAfterLooking(system, path, newPath));
 }
 
 // Systems that rename one name of a file onto another of the same file do nothing, and say that
-// they did it.
+// they did it. What stands at the old path then may also be another writer's next file, of the same
+// size and from the same second: it is left alone unless the file was at both paths before.
 bool FileReplacement::replaceByAny(const StorageSystem& system, const std::string& path,
-                                   const StorageSystemFileInfo& file, const std::string& newPath)
+                                   const StorageSystemFileInfo& file, const std::string& newPath,
+                                   const std::optional<StorageSystemFileInfo>& replaced)
 {
-    return replace(system, path, newPath) &&
-           (!isAsBefore(system, path, file) || removeOtherName(system, path, newPath));
+    if (!replace(system, path, newPath)) {
+        return false;
+    }
+    const bool mayHaveBeenBoth = replaced && (isLocal(system) || areAlike(*replaced, file));
+    return !mayHaveBeenBoth || !isOtherName(system, path, file, newPath) ||
+           removeOtherName(system, path, file, newPath);
 }
 
 bool FileReplacement::replaceAtOnce(const StorageSystem& system, const std::string& path,
@@ -71,39 +122,63 @@ bool FileReplacement::replaceAfterLooking(const StorageSystem& system, const std
            (rename(system, path, newPath) || replaceInSteps(system, path, newPath));
 }
 
-// Many servers refuse to rename onto something. What stands there is set aside and not removed
-// first: nothing is lost on a server that refuses to rename at all.
+// Many servers refuse to rename onto something. A file from another directory comes near first: one
+// that may not leave its place, or is on another volume, never makes what it is to replace vanish.
 bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::string& path,
                                      const std::string& newPath)
 {
-    const auto aside = asidePath(newPath);
-    if (!system.fileRename(newPath, PathText::fileName(aside))) {
-        const FailureKeeper keeper;
-        // A renaming that was reported as failed may have been done.
-        if (system.fileType(newPath)) {
-            return false;
-        }
+    if (PathText::parentId(path) == PathText::parentId(newPath)) {
+        return takePlace(system, path, newPath);
     }
-    if (!rename(system, path, newPath)) {
-        const FailureKeeper keeper;
-        static_cast<void>(system.fileRename(aside, PathText::fileName(newPath)));
+    const auto near = hiddenPath(newPath, HiddenNameUse::Unfinished);
+    if (!rename(system, path, near) && !isRenamed(system, path, near)) {
         return false;
     }
-    static_cast<void>(system.fileRemove(aside));
-    return true;
+    if (takePlace(system, near, newPath)) {
+        return true;
+    }
+    const FailureKeeper keeper;
+    rename(system, near, path);
+    return false;
+}
+
+// What stands there is set aside and not removed first: nothing is lost on a server that refuses to
+// rename at all.
+bool FileReplacement::takePlace(const StorageSystem& system, const std::string& path,
+                                const std::string& newPath)
+{
+    const auto aside = hiddenPath(newPath, HiddenNameUse::SetAside);
+    if (!system.fileRename(newPath, PathText::fileName(aside)) &&
+        !isRenamed(system, newPath, aside)) {
+        return false;
+    }
+    if (rename(system, path, newPath) || isRenamed(system, path, newPath)) {
+        static_cast<void>(system.fileRemove(aside));
+        return true;
+    }
+    const FailureKeeper keeper;
+    // On a server that replaces it would be in the place of whatever came there meanwhile.
+    if (!system.fileType(newPath)) {
+        rename(system, aside, newPath);
+    }
+    return false;
 }
 
 // The two paths may also be two ways to one name, through a link above it or in another case. So
 // the old one is set aside, and removed once it is seen that the new one is still there.
 bool FileReplacement::removeOtherName(const StorageSystem& system, const std::string& path,
-                                      const std::string& newPath)
+                                      const StorageSystemFileInfo& file, const std::string& newPath)
 {
-    const auto aside = asidePath(path);
+    const auto aside = hiddenPath(path, HiddenNameUse::SetAside);
     if (!rename(system, path, aside)) {
         return false;
     }
     if (!system.fileType(newPath)) {
         return rename(system, aside, newPath);
+    }
+    if (!isOtherName(system, aside, file, newPath)) {
+        // Another writer was in between.
+        return rename(system, aside, path);
     }
     if (system.fileRemove(aside)) {
         return true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace FileSystem {
@@ -22,9 +23,11 @@ public:
                         const std::string& newPath);
 
     /// As replace(), for what may have several names, the new path among them.
-    /// \param file what stands at the path.
+    /// \param file     what stands at the path.
+    /// \param replaced what stands at the new path, if anything.
     static bool replaceByAny(const StorageSystem& system, const std::string& path,
-                             const StorageSystemFileInfo& file, const std::string& newPath);
+                             const StorageSystemFileInfo& file, const std::string& newPath,
+                             const std::optional<StorageSystemFileInfo>& replaced);
 
 private:
     static bool replaceAtOnce(const StorageSystem& system, const std::string& path,
@@ -33,8 +36,10 @@ private:
                                     const std::string& newPath);
     static bool replaceInSteps(const StorageSystem& system, const std::string& path,
                                const std::string& newPath);
+    static bool takePlace(const StorageSystem& system, const std::string& path,
+                          const std::string& newPath);
     static bool removeOtherName(const StorageSystem& system, const std::string& path,
-                                const std::string& newPath);
+                                const StorageSystemFileInfo& file, const std::string& newPath);
 };
 
 } // namespace FileSystem

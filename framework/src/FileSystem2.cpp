@@ -1,4 +1,5 @@
 #include "EntryKind.h"
+#include "FailureWatch.h"
 #include "FileCopy.h"
 #include "FileReplacement.h"
 #include "LinkResolution.h"
@@ -148,7 +149,7 @@ FileSystem2::fileCreateAs(const std::string& path, bool failIfExists, bool makeP
 bool FileSystem2::fileRenameAs(const std::string& path, const std::string& newPath) const
 {
     FailureScope scope("fileRenameAs", path, newPath);
-    return scope.result(isPath(path) && isPath(newPath) && do_fileRenameAs(path, newPath));
+    return scope.result(isPath(path) && isPath(newPath) && renameTo(path, newPath));
 }
 
 bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newPath) const
@@ -161,12 +162,12 @@ bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newP
     if (!source || !isFileOrLink(*this, path, source->type)) {
         return scope.result(false);
     }
-    const auto target = fileType(newPath);
-    if (target && !isFileOrLink(*this, newPath, *target)) {
+    const auto target = fileInfo(newPath);
+    if (target && !isFileOrLink(*this, newPath, target->type)) {
         return scope.result(false);
     }
     return scope.result(pathCanonize(path) == pathCanonize(newPath) ||
-                        FileReplacement::replaceByAny(*this, path, *source, newPath));
+                        FileReplacement::replaceByAny(*this, path, *source, newPath, target));
 }
 
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const
@@ -263,6 +264,46 @@ bool FileSystem2::isFree(const std::string& path) const
     return !do_fileType(path) || fail(FailureCode::Exists, {}, path);
 }
 
+/// Renames. Where something stands at the new path, it is there that the failure is.
+bool FileSystem2::renameTo(const std::string& path, const std::string& newPath) const
+{
+    const FailureWatch watch;
+    if (do_fileRenameAs(path, newPath)) {
+        return true;
+    }
+    const auto refusal = watch.noted();
+    if (refusal.code() == FailureCode::Exists) {
+        fail(refusal.code(), refusal.source(), refusal.number(), refusal.text(), newPath);
+    }
+    return false;
+}
+
+/// Makes a directory on the way, or finds one there: another may have made it in the meantime.
+bool FileSystem2::makeDirectory(const std::string& path, bool mustBeNew,
+                                Utilities::Flags<PosixFilePermissionFlag> permissions) const
+{
+    return directoryCreateAs(path, mustBeNew, permissions) ||
+           (!mustBeNew && isDirectoryAfterAll(path));
+}
+
+/// Says so where something else is there; otherwise it was said before why there is none.
+bool FileSystem2::isDirectoryAfterAll(const std::string& path) const
+{
+    bool isOther = false;
+    {
+        const FailureKeeper keeper;
+        const FailureWatch watch;
+        if (do_directoryExists(path)) {
+            return true;
+        }
+        isOther = watch.noted().code() == FailureCode::NotDirectory;
+    }
+    if (isOther) {
+        fail(FailureCode::NotDirectory, {}, path);
+    }
+    return false;
+}
+
 bool FileSystem2::do_isReadable() const
 {
     return isValid();
@@ -301,7 +342,7 @@ FileSystem2::do_fileCreate(const std::string& directoryPath, const std::string& 
     if (!isName(name)) {
         return nullptr;
     }
-    return do_fileCreateAs(pathChildId(directoryPath, {name}), failIfExists, makePath, permissions);
+    return fileCreateAs(pathChildId(directoryPath, {name}), failIfExists, makePath, permissions);
 }
 
 bool FileSystem2::do_fileIsSymbolicLink(const std::string& path) const
@@ -314,7 +355,7 @@ std::optional<std::string> FileSystem2::do_fileRename(const std::string& path,
                                                       const std::string& newName) const
 {
     const auto newPath = pathChildId(pathParentId(path), {newName});
-    if (!isName(newName) || !existsAsFile(path) || !do_fileRenameAs(path, newPath)) {
+    if (!isName(newName) || !existsAsFile(path) || !renameTo(path, newPath)) {
         return std::nullopt;
     }
     return newPath;
@@ -357,7 +398,7 @@ std::optional<std::string> FileSystem2::do_fileSymbolicLinkCreate(const std::str
                                                                   bool failIfLinkExists) const
 {
     const auto linkPath = pathChildId(linkDirectory, {name});
-    if (!isName(name) || !do_fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
+    if (!isName(name) || !fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
         return std::nullopt;
     }
     return linkPath;
@@ -410,9 +451,8 @@ FileSystem2::do_directoryCreate(const std::string& parentPath,
     for (auto name = names.begin(); name != names.end(); ++name) {
         path = pathChildId(path, {*name});
         const bool isLast = std::next(name) == names.end();
-        const bool mustBeNew = isLast && exclusive;
-        if (!do_directoryCreateAs(path, mustBeNew, isLast ? permissions : passable(permissions)) &&
-            (mustBeNew || !do_directoryExists(path))) {
+        if (!makeDirectory(path, isLast && exclusive,
+                           isLast ? permissions : passable(permissions))) {
             return std::nullopt;
         }
     }
@@ -483,7 +523,7 @@ FileSystem2::do_directorySymbolicLinkCreate(const std::string& linkDirectory,
                                             bool failIfLinkExists) const
 {
     const auto linkPath = pathChildId(linkDirectory, {name});
-    if (!isName(name) || !do_directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
+    if (!isName(name) || !directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists)) {
         return std::nullopt;
     }
     return linkPath;
@@ -586,7 +626,7 @@ bool FileSystem2::do_fileMoveAs(const std::string& path, const std::string& newP
     if (!existsAsFile(path) || !isFree(newPath)) {
         return false;
     }
-    return do_fileRenameAs(path, newPath) || moveFileByCopy(*this, path, newPath);
+    return renameTo(path, newPath) || moveFileByCopy(*this, path, newPath);
 }
 
 bool FileSystem2::do_fileCopyAs(const std::string& path, const StorageSystem& target,
@@ -638,18 +678,15 @@ bool FileSystem2::do_directoryMakePath(const std::string& path, bool exclusive,
     }
     return std::all_of(missing.rbegin(), missing.rend(), [&](const std::string& directory) {
         const bool isLast = &directory == &missing.front();
-        const bool mustBeNew = isLast && exclusive;
-        // Another may have made it in the meantime.
-        return do_directoryCreateAs(directory, mustBeNew,
-                                    isLast ? permissions : passable(permissions)) ||
-               (!mustBeNew && do_directoryExists(directory));
+        return makeDirectory(directory, isLast && exclusive,
+                             isLast ? permissions : passable(permissions));
     });
 }
 
 bool FileSystem2::do_directoryRenameAs(const std::string& path, const std::string& newPath) const
 {
     return (!PathText::isWithin(path, newPath) || fail(FailureCode::IntoItself, {}, path)) &&
-           do_directoryInfo(path) && do_fileRenameAs(path, newPath);
+           do_directoryInfo(path) && renameTo(path, newPath);
 }
 
 bool FileSystem2::do_directoryMoveAs(const std::string& path, const std::string& newPath) const

@@ -1,3 +1,5 @@
+#include "FailureRecord.h"
+
 #include <FileSystem/HandleObjectCore.h>
 #include <FileSystem/HandleObjectCoreComposite.h>
 
@@ -48,6 +50,10 @@ void HandleObjectCore::deleteMe()
 void HandleObjectCore::do_checkFatalError()
 {
     if (hasFatalError_.load(std::memory_order_acquire)) {
+        // It may have been made by another thread.
+        if (auto* const record = FailureRecord::ofThisThread()) {
+            record->expectLoss();
+        }
         std::rethrow_exception(fatalError_);
     }
 }

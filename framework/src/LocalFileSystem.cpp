@@ -50,18 +50,30 @@ FileDescriptor openDescriptor(const std::string& path, int flags, mode_t mode)
     return FileDescriptor(retryInterrupted([&] { return ::open(systemPath(path), flags, mode); }));
 }
 
-bool isRegular(const FileDescriptor& descriptor)
+bool isRegular(const struct stat& attributes)
 {
-    struct stat attributes = {};
-    if (!LocalError::succeeded(::fstat(descriptor.get(), &attributes) == 0)) {
-        return false;
-    }
     if (!S_ISREG(attributes.st_mode)) {
         LocalError::note(S_ISDIR(attributes.st_mode) ? EISDIR : EINVAL);
     }
     return S_ISREG(attributes.st_mode) || S_ISDIR(attributes.st_mode)
                ? S_ISREG(attributes.st_mode)
                : fail(FailureCode::NotCopyable);
+}
+
+bool isRegular(const FileDescriptor& descriptor)
+{
+    struct stat attributes = {};
+    return LocalError::succeeded(::fstat(descriptor.get(), &attributes) == 0) &&
+           isRegular(attributes);
+}
+
+// Opening alone does something to a device, and ends what the reader of a pipe waits for. What is
+// not there, or to be new, is for the opening itself to tell.
+bool mayBeOpened(const std::string& path, int flags)
+{
+    struct stat attributes = {};
+    return (flags & O_EXCL) != 0 || ::stat(systemPath(path), &attributes) != 0 ||
+           isRegular(attributes);
 }
 
 std::optional<struct stat> attributesOf(const std::string& path)
@@ -256,8 +268,11 @@ LocalFileSystem::do_fileOpen(const std::string& path,
                              Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                              Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    FileDescriptor descriptor =
-        openDescriptor(path, storageSystemFileOpenModeToPosixMode(mode), modeOf(permissions));
+    const int flags = storageSystemFileOpenModeToPosixMode(mode);
+    if (!mayBeOpened(path, flags)) {
+        return nullptr;
+    }
+    FileDescriptor descriptor = openDescriptor(path, flags, modeOf(permissions));
     if (!LocalError::succeeded(descriptor.get() != -1) || !isRegular(descriptor)) {
         return nullptr;
     }
@@ -360,7 +375,11 @@ std::optional<std::string> LocalFileSystem::do_fileSymbolicLinkTarget(const std:
 
 bool LocalFileSystem::do_fileSymbolicLinkRemove(const std::string& path) const
 {
-    return (isLink(path) || fail(FailureCode::NotALink)) && do_fileRemove(path);
+    const auto attributes = attributesOf(path);
+    if (!LocalError::succeeded(attributes.has_value())) {
+        return false;
+    }
+    return (S_ISLNK(attributes->st_mode) || fail(FailureCode::NotALink)) && do_fileRemove(path);
 }
 
 std::vector<StorageSystemDirectoryInfo>

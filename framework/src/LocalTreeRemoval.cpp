@@ -159,8 +159,15 @@ bool removeLocalTree(const std::string& path)
         return false;
     }
     FileDescriptor root = openDirectory(AT_FDCWD, place.c_str());
-    const bool isRemovable = root.get() == -1 || LocalTreeRemoval(std::move(root), place).empty();
-    return isRemovable && LocalError::succeeded(::rmdir(place.c_str()) == 0);
+    const int whyClosed = root.get() == -1 ? errno : 0;
+    if (whyClosed == 0 && !LocalTreeRemoval(std::move(root), place).empty()) {
+        return false;
+    }
+    if (::rmdir(place.c_str()) == 0) {
+        return true;
+    }
+    LocalError::note(errno == ENOTEMPTY && whyClosed != 0 ? whyClosed : errno);
+    return false;
 }
 
 } // namespace FileSystem

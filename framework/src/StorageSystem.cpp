@@ -1,3 +1,4 @@
+#include "FailureWatch.h"
 #include "LinkResolution.h"
 #include "NameCheck.h"
 #include "PathText.h"
@@ -7,8 +8,26 @@
 #include <FileSystem/StorageSystemFile.h>
 
 #include <algorithm>
+#include <regex>
 
 namespace FileSystem {
+
+namespace {
+
+/// What a listing gives, nothing for what is no path. A filter that is no regular expression is
+/// told before it ends the listing.
+template <class List>
+auto listed(const std::string& path, const List& list) -> decltype(list())
+{
+    try {
+        return isPath(path) ? list() : decltype(list())();
+    } catch (const std::regex_error& error) {
+        fail(FailureCode::BadName, error.what());
+        throw;
+    }
+}
+
+} // namespace
 
 StorageSystem::StorageSystem() = default;
 
@@ -313,8 +332,7 @@ StorageSystem::directoryList(const std::string& path, const std::string& filter,
                              StorageSystemDirectoryFilterType type) const
 {
     FailureScope scope("directoryList", path);
-    return scope.asNoted(isPath(path) ? do_directoryList(path, filter, type)
-                                      : std::vector<StorageSystemDirectoryInfo>());
+    return scope.asNoted(listed(path, [&] { return do_directoryList(path, filter, type); }));
 }
 
 std::vector<StorageSystemFileInfo>
@@ -322,8 +340,8 @@ StorageSystem::directoryFileInfoList(const std::string& path, const std::string&
                                      StorageSystemDirectoryFilterType type) const
 {
     FailureScope scope("directoryFileInfoList", path);
-    return scope.asNoted(isPath(path) ? do_directoryFileInfoList(path, filter, type)
-                                      : std::vector<StorageSystemFileInfo>());
+    return scope.asNoted(
+        listed(path, [&] { return do_directoryFileInfoList(path, filter, type); }));
 }
 
 std::optional<std::vector<StorageSystemFileInfo>>
@@ -336,15 +354,16 @@ StorageSystem::directoryReadFully(const std::string& path) const
     if (directoryReader_) {
         return scope.result(directoryReader_(path));
     }
+    const FailureWatch watch;
     auto entries = directoryFileInfoList(path);
-    return scope.result(directoryExists(path, true) ? std::make_optional(std::move(entries))
-                                                    : std::nullopt);
+    const bool isWhole = !watch.noted() && directoryExists(path, true);
+    return scope.result(isWhole ? std::make_optional(std::move(entries)) : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const
 {
     FailureScope scope("absolutePath", path);
-    if (!isPath(path) || path.empty()) {
+    if (!isPath(path) || (path.empty() && !fail(FailureCode::BadName))) {
         return scope.result(std::optional<std::string>());
     }
     if (PathText::isAbsolute(path)) {
@@ -377,8 +396,8 @@ StorageSystem::directoryListFileNames(const std::string& path, const std::string
                                       StorageSystemDirectoryFilterType type) const
 {
     FailureScope scope("directoryListFileNames", path);
-    return scope.asNoted(isPath(path) ? do_directoryListFileNames(path, filter, type)
-                                      : std::vector<std::string>());
+    return scope.asNoted(
+        listed(path, [&] { return do_directoryListFileNames(path, filter, type); }));
 }
 
 std::optional<StorageSystemStorageInfo>

@@ -1,6 +1,7 @@
 #include "TreeRemoval.h"
 
 #include "EntryKind.h"
+#include "FailureWatch.h"
 #include "NameCheck.h"
 #include "PathText.h"
 #include "TreeLimits.h"
@@ -39,27 +40,39 @@ private:
     {
         std::string path;
         std::vector<StorageSystemDirectoryInfo> entries;
+        Failure whyUnread;
         std::size_t next = 0;
 
         bool isDone() const { return next == entries.size(); }
     };
 
-    /// A list that broke off does no harm: a directory that still holds something is not removed.
+    /// A list that broke off does no harm: a directory that still holds something is not removed,
+    /// and fails then for what the list broke off of.
     bool enter(const std::string& path)
     {
         if (levels_.size() == maximumTreeDepth) {
             return fail(FailureCode::TooDeep, {}, path);
         }
-        levels_.push_back({path, system_.directoryList(path)});
+        const FailureWatch watch;
+        auto entries = system_.directoryList(path);
+        levels_.push_back({path, std::move(entries), watch.noted()});
         // What was listed through a link that has just taken the directory's place is not below it.
         return isStillDirectory(system_, path);
     }
 
     bool leave()
     {
-        const auto path = std::move(levels_.back().path);
+        auto level = std::move(levels_.back());
         levels_.pop_back();
-        return system_.directoryRemove(path);
+        if (system_.directoryRemove(level.path)) {
+            return true;
+        }
+        const auto code = Failure::last().code();
+        const bool isForWhatIsLeft = code == FailureCode::NotEmpty || code == FailureCode::Other;
+        if (level.whyUnread && isForWhatIsLeft) {
+            noteAgain(std::move(level.whyUnread));
+        }
+        return false;
     }
 
     bool removeNextEntry()

@@ -30,7 +30,8 @@ FILESYSTEM_EXPORT bool failBySystem(int number, std::string entry = {});
 
 /// One public operation, from its start to its end. Operations may be nested: the outermost one
 /// forgets what was there before it, and is what Failure::operation() and the paths name in the
-/// end. On a way out by an exception there is a failure: the one noted, or ConnectionLost.
+/// end. On a way out by an exception there is a failure: the one noted, or ConnectionLost for a
+/// handle_fatal_error, or Other.
 ///
 /// The texts are lent for the object's life. Costs nothing but a few comparisons on success.
 class FILESYSTEM_EXPORT FailureScope

@@ -77,8 +77,10 @@ public:
 
     /// As fileRenameAs() for a file or a link itself, and a file or a link at the new path is
     /// replaced: in one atomic step where the system can, as this machine's can and many servers.
-    /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.old" beside it:
-    /// when the system is lost just then, it is found there. Where the two paths are two names of
+    /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.old" beside it,
+    /// once a file from another directory has come near, as ".NAME.XXXXXXXX.part": when the system
+    /// is lost just then, they are found there. What is refused in one step is not tried in steps,
+    /// unless the system could not tell why. Where the two paths are two names of
     /// one file, the old name is removed, by way of such a name too. False: nothing there; a
     /// directory, a pipe, a socket or a device at either path; the new parent is missing or on
     /// another volume; a refusal; both are where they were. When a connection was lost, nothing
@@ -294,6 +296,10 @@ protected:
 private:
     bool existsAsFile(const std::string& path) const;
     bool isFree(const std::string& path) const;
+    bool renameTo(const std::string& path, const std::string& newPath) const;
+    bool makeDirectory(const std::string& path, bool mustBeNew,
+                       Utilities::Flags<PosixFilePermissionFlag> permissions) const;
+    bool isDirectoryAfterAll(const std::string& path) const;
 };
 
 } // namespace FileSystem

@@ -261,8 +261,8 @@ public:
 
     /// The entries of a directory (a link to one is followed), "." and ".." left out, in the
     /// system's order. A failure gives an empty or shortened list; directoryReadFully() tells. A
-    /// regular expression that is none throws std::regex_error. Not a snapshot. \param filter for
-    /// whole names; empty for all.
+    /// regular expression that is none throws std::regex_error, and leaves FailureCode::BadName.
+    /// Not a snapshot. \param filter for whole names; empty for all.
     std::vector<StorageSystemDirectoryInfo>
     directoryList(const std::string& path, const std::string& filter = {},
                   StorageSystemDirectoryFilterType type =
@@ -276,8 +276,8 @@ public:
 
     /// All that directoryFileInfoList() gives, or nothing: for callers to whom a shortened list is
     /// worse than none, such as copies. Empty: no directory (or link to one) is there, it cannot be
-    /// read, or reading it broke off. Where a system cannot tell a list that broke off from one
-    /// that ended, it is the list, if the directory is there afterwards.
+    /// read, or reading it broke off. Where a system leaves no failure for a list that broke off,
+    /// it is the list, if the directory is there afterwards.
     std::optional<std::vector<StorageSystemFileInfo>>
     directoryReadFully(const std::string& path) const;
 
@@ -344,7 +344,9 @@ protected:
 
     /// For a system that can rename onto a file and replace it in one atomic step, a symbolic link
     /// as itself, and never a directory. As setDirectoryReader(). \param replacer is given the old
-    /// and the new path; false when nothing has changed, as far as the system tells.
+    /// and the new path; false when nothing has changed, as far as the system tells. With no
+    /// failure noted, or one that tells nothing (Unsupported, Other), the file
+    /// is replaced in steps instead; any other failure stands.
     void setReplacer(std::function<bool(const std::string&, const std::string&)> replacer);
 
     virtual std::string do_hostName() const = 0;

@@ -171,6 +171,10 @@ TEST_P(FailureContract, SaysThatSomethingIsThereAlready)
     if (require(capabilities().refusesToRenameOntoExisting)) {
         EXPECT_FALSE(system().fileRenameAs(other, file));
         expectFailure(FailureCode::Exists, "fileRenameAs", other);
+        EXPECT_EQ(Failure::last().entry(), file);
+        EXPECT_FALSE(system().fileRename(other, "file"));
+        expectFailure(FailureCode::Exists, "fileRename", other);
+        EXPECT_EQ(Failure::last().entry(), file);
     }
 }
 
@@ -218,6 +222,69 @@ TEST_P(FailureContract, SaysThatANameIsNone)
     expectFailure(FailureCode::BadName, "directoryCreate", root());
     EXPECT_FALSE(system().fileCreate(root(), "", true, false));
     EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+}
+
+TEST_P(FailureContract, OfMakingDirectoriesIsTheRefusalAndNamesTheFirstThatCannotBeMade)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    const auto closed = makeDirectory("closed");
+    ASSERT_TRUE(system().fileSetPermissions(closed, Permissions(0500U)));
+    EXPECT_FALSE(system().directoryCreate(closed, {"a", "b"}, false));
+    expectFailure(FailureCode::Denied, "directoryCreate", closed);
+    EXPECT_EQ(Failure::last().entry(), closed + "/a");
+    EXPECT_FALSE(system().directoryMakePath(closed + "/a/b", false));
+    expectFailure(FailureCode::Denied, "directoryMakePath", closed + "/a/b");
+    EXPECT_EQ(Failure::last().entry(), closed + "/a");
+    EXPECT_TRUE(system().fileSetPermissions(closed, Permissions(0700U)));
+}
+
+TEST_P(FailureContract, OfMakingDirectoriesSaysThatSomethingElseIsInTheWay)
+{
+    const auto file = makeFile("file");
+    EXPECT_FALSE(system().directoryCreate(root(), {"file", "below"}, false));
+    expectFailure(FailureCode::NotDirectory, "directoryCreate", root());
+    EXPECT_EQ(Failure::last().entry(), file);
+    EXPECT_FALSE(system().directoryMakePath(file, false));
+    expectFailure(FailureCode::NotDirectory, "directoryMakePath", file);
+}
+
+TEST_P(FailureContract, OfMakingSomethingInADirectoryNamesWhatIsToBeMade)
+{
+    const auto absent = path("absent");
+    EXPECT_FALSE(system().fileCreate(absent, "file", true, false));
+    expectFailure(FailureCode::NotFound, "fileCreate", absent);
+    EXPECT_EQ(Failure::last().entry(), absent + "/file");
+    EXPECT_FALSE(system().directoryCreate(absent, {"directory"}, true));
+    expectFailure(FailureCode::NotFound, "directoryCreate", absent);
+    EXPECT_EQ(Failure::last().entry(), absent + "/directory");
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    EXPECT_FALSE(system().fileSymbolicLinkCreate(absent, "link", textTo("file"), false));
+    EXPECT_EQ(Failure::last().operation(), "fileSymbolicLinkCreate");
+    EXPECT_EQ(Failure::last().entry(), absent + "/link");
+    EXPECT_FALSE(system().directorySymbolicLinkCreate(absent, "link", textTo("file"), false));
+    EXPECT_EQ(Failure::last().entry(), absent + "/link");
+}
+
+TEST_P(FailureContract, SaysThatThereIsNoLinkToRemove)
+{
+    if (!require(capabilities().refusesToRemoveFilesAsLinks)) {
+        return;
+    }
+    EXPECT_FALSE(system().fileSymbolicLinkRemove(path("absent")));
+    expectFailure(FailureCode::NotFound, "fileSymbolicLinkRemove", path("absent"));
+    const auto file = makeFile("file");
+    EXPECT_FALSE(system().fileSymbolicLinkRemove(file));
+    expectFailure(FailureCode::NotALink, "fileSymbolicLinkRemove", file);
+}
+
+TEST_P(FailureContract, SaysThatNoPathIsNotAbsolute)
+{
+    EXPECT_FALSE(system().absolutePath(""));
+    expectFailure(FailureCode::BadName, "absolutePath", "");
 }
 
 TEST_P(FailureContract, SaysThatADirectoryCannotGoIntoItself)
@@ -280,6 +347,23 @@ TEST_P(FailureContract, OfARemovedTreeNamesTheEntryThatStays)
     expectFailure(FailureCode::Denied, "directoryRemove", path("tree"));
     EXPECT_EQ(Failure::last().entry(), file);
     EXPECT_TRUE(system().fileSetPermissions(directory, Permissions(0700U)));
+}
+
+TEST_P(FailureContract, OfARemovedTreeIsWhyADirectoryCannotBeRead)
+{
+    if (!require(capabilities().enforcesPermissions)) {
+        return;
+    }
+    const auto tree = makeDirectory("tree");
+    const auto closed = makeDirectory("tree/closed");
+    makeFile("tree/closed/file");
+    ASSERT_TRUE(system().fileSetPermissions(closed, Permissions(0300U)));
+    for (const auto& directory : {tree, closed}) {
+        EXPECT_FALSE(system().directoryRemove(directory, true));
+        expectFailure(FailureCode::Denied, "directoryRemove", directory);
+        EXPECT_EQ(Failure::last().entry(), closed);
+    }
+    EXPECT_TRUE(system().fileSetPermissions(closed, Permissions(0700U)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Contract, FailureContract, testing::ValuesIn(backends()), backendName);

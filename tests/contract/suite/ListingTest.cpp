@@ -1,5 +1,7 @@
 #include "contract/ContractTest.h"
 
+#include <FileSystem/Failure.h>
+
 #include <algorithm>
 #include <regex>
 
@@ -274,9 +276,15 @@ TEST_P(ListingContract, MalformedRegularExpressionThrows)
     makeFile("file");
     for (const char* malformed : {"[a", "(", "*", "a{2", "\\"}) {
         const auto type = FilterType::RegularExpression;
+        const auto expectBadName = [] {
+            EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::BadName);
+        };
         EXPECT_THROW(system().directoryList(root(), malformed, type), std::regex_error);
+        expectBadName();
         EXPECT_THROW(system().directoryFileInfoList(root(), malformed, type), std::regex_error);
+        expectBadName();
         EXPECT_THROW(system().directoryListFileNames(root(), malformed, type), std::regex_error);
+        expectBadName();
     }
 }
 

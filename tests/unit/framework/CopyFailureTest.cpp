@@ -110,6 +110,9 @@ TEST_F(CopyFailure, OfATargetSaysWhatIsWrongWithIt)
     expectFailure(FailureCode::NotDirectory, "/there/file");
     EXPECT_FALSE(copy("/tree", "/there", recursive | Option::FailIfExists));
     expectFailure(FailureCode::Exists, "/there");
+    target.addDirectory("/closed", 0500);
+    EXPECT_FALSE(copy("/tree", "/closed", recursive));
+    expectFailure(FailureCode::Denied, "/closed/sub");
 }
 
 TEST_F(CopyFailure, OfWhatAppearsMeanwhileIsExists)

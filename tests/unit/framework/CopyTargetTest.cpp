@@ -4,12 +4,14 @@
 #include "framework/MemoryFileSystem.h"
 
 #include <FileSystem/Failure.h>
+#include <FileSystem/FailureScope.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
+using FileSystem::fail;
 using FileSystem::Failure;
 using FileSystem::FailureCode;
 using TarnisTest::expectFailure;
@@ -216,6 +218,57 @@ TEST(Replacing, OneNameOfAFileByAnotherLeavesTheNewOne)
     }
 }
 
+/// One where another writer makes its next file at the old path at once, which nothing but its
+/// bytes tells from the one before.
+class BusyFileSystem final : public MemoryFileSystem
+{
+public:
+    BusyFileSystem()
+    {
+        setReplacer([this](const std::string& path, const std::string& newPath) {
+            const auto time = at(path).modTime;
+            static_cast<void>(!has(newPath) || fileRemove(newPath));
+            static_cast<void>(fileRenameAs(path, newPath));
+            addFile(path, "next");
+            setModTime(path, time);
+            return true;
+        });
+        addFile("/status.tmp", "this");
+    }
+
+    void expectBothKept()
+    {
+        EXPECT_TRUE(fileReplaceAs("/status.tmp", "/status"));
+        EXPECT_EQ(bytesOf("/status"), "this");
+        ASSERT_TRUE(has("/status.tmp"));
+        EXPECT_EQ(bytesOf("/status.tmp"), "next");
+    }
+};
+
+TEST(Replacing, LeavesAnotherWritersNextFileAlone)
+{
+    BusyFileSystem system;
+    system.expectBothKept();
+    BusyFileSystem withTarget;
+    withTarget.addFile("/status", "last");
+    withTarget.expectBothKept();
+}
+
+TEST(Replacing, OneNameOfAFileByAnotherKeepsWhatComesToTheOldOne)
+{
+    ReplacingFileSystem system;
+    system.addFile("/old", "bytes");
+    system.addName("/new", "/old");
+    system.behaviour.onCall = [&system](const std::string& operation, const std::string& path) {
+        if (operation == "rename" && path == "/old") {
+            system.addFile("/old", "another's");
+        }
+    };
+    EXPECT_TRUE(system.fileReplaceAs("/old", "/new"));
+    EXPECT_THAT(system.paths(), ElementsAre("/new", "/old"));
+    EXPECT_EQ(system.bytesOf("/old"), "another's");
+}
+
 TEST(Replacing, OneNameOfAFileByAnotherFailsWhereTheOldOneCannotGo)
 {
     ReplacingFileSystem system;
@@ -224,6 +277,84 @@ TEST(Replacing, OneNameOfAFileByAnotherFailsWhereTheOldOneCannotGo)
     system.behaviour.refusesRename = [](const std::string&, const std::string&) { return true; };
     EXPECT_FALSE(system.fileReplaceAs("/old", "/new"));
     EXPECT_THAT(system.paths(), ElementsAre("/new", "/old"));
+}
+
+/// One that says why it cannot replace in one step.
+class RefusingFileSystem final : public MemoryFileSystem
+{
+public:
+    explicit RefusingFileSystem(FailureCode code)
+    {
+        setReplacer([code](const std::string&, const std::string&) { return fail(code); });
+        addFile("/file", "new");
+        addFile("/target", "old");
+    }
+};
+
+TEST(Replacing, TouchesNothingAfterARefusal)
+{
+    for (const auto code : {FailureCode::OtherVolume, FailureCode::Denied, FailureCode::NoSpace,
+                            FailureCode::ConnectionLost}) {
+        RefusingFileSystem system(code);
+        EXPECT_FALSE(system.fileReplaceAs("/file", "/target"));
+        EXPECT_EQ(Failure::last().code(), code);
+        EXPECT_THAT(system.calls(), Not(Contains(StartsWith("rename"))));
+    }
+}
+
+TEST(Replacing, GoesInStepsWhereOneStepCannotBe)
+{
+    for (const auto code : {FailureCode::Unsupported, FailureCode::Other}) {
+        RefusingFileSystem system(code);
+        EXPECT_TRUE(system.fileReplaceAs("/file", "/target"));
+        EXPECT_EQ(system.bytesOf("/target"), "new");
+        EXPECT_THAT(system.paths(), ElementsAre("/target"));
+    }
+}
+
+TEST(Replacing, ByAFileThatMayNotLeaveItsPlaceTouchesNothing)
+{
+    MemoryFileSystem system;
+    system.addFile("/closed/file", "new");
+    system.addDirectory("/closed", 0500);
+    system.addFile("/target", "old");
+    const auto before = system.paths();
+    EXPECT_FALSE(system.fileReplaceAs("/closed/file", "/target"));
+    EXPECT_THAT(system.calls(), Not(Contains("rename /target")));
+    EXPECT_EQ(system.paths(), before);
+}
+
+TEST(Replacing, FromAnotherDirectoryTakesThePlaceOrIsBack)
+{
+    for (const bool isRefused : {false, true}) {
+        MemoryFileSystem system;
+        system.addFile("/directory/file", "new");
+        system.addFile("/target", "old");
+        system.behaviour.refusesRename = [&](const std::string& from, const std::string& to) {
+            return isRefused && to == "/target" && from != "/directory/file" &&
+                   system.bytesOf(from) == "new";
+        };
+        EXPECT_EQ(system.fileReplaceAs("/directory/file", "/target"), !isRefused);
+        EXPECT_EQ(system.bytesOf("/target"), isRefused ? "old" : "new");
+        EXPECT_EQ(system.has("/directory/file"), isRefused);
+        EXPECT_EQ(system.paths().size(), isRefused ? 3U : 2U);
+    }
+}
+
+TEST(Replacing, ThatIsDoneAndReportedAsFailedIsDone)
+{
+    MemoryFileSystem system;
+    system.addFile("/file", "new");
+    system.addFile("/target", "old");
+    // Refuses to replace the file, and would replace it by itself when that is put back.
+    system.behaviour.renamingReplaces = true;
+    system.behaviour.refusesRename = [&](const std::string& from, const std::string&) {
+        return from == "/file" && system.has("/target");
+    };
+    system.behaviour.deniesItsDoing = {"/file"};
+    EXPECT_TRUE(system.fileReplaceAs("/file", "/target"));
+    EXPECT_EQ(system.bytesOf("/target"), "new");
+    EXPECT_THAT(system.paths(), ElementsAre("/target"));
 }
 
 TEST(Replacing, AFileByItselfThroughALinkAboveItKeepsTheFile)

@@ -1,5 +1,6 @@
 #include <FileSystem/Failure.h>
 #include <FileSystem/FailureScope.h>
+#include <FileSystem/HandleFatalError.h>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +20,7 @@ using FileSystem::FailureCode;
 using FileSystem::FailureKeeper;
 using FileSystem::FailureScope;
 using FileSystem::FailureSource;
+using FileSystem::handle_fatal_error;
 
 // Public operations as a storage system has them.
 
@@ -70,10 +72,11 @@ bool failAndCleanUp(const std::string& path)
     return scope.result(done);
 }
 
+template <class Exception>
 bool throwSomething(const std::string& path)
 {
     FailureScope scope("throwSomething", path);
-    throw std::runtime_error("invalid");
+    throw Exception("invalid");
 }
 
 TEST(AFailure, IsNoneBeforeTheFirstOperation)
@@ -156,12 +159,32 @@ TEST(AFailure, IsNotThatOfTheCleaningUp)
 
 TEST(AFailure, IsThereAfterAnException)
 {
-    EXPECT_THROW(throwSomething("/a"), std::runtime_error);
+    EXPECT_THROW(throwSomething<std::runtime_error>("/a"), std::runtime_error);
     EXPECT_EQ(Failure::last().operation(), "throwSomething");
-    EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost);
+    EXPECT_EQ(Failure::last().code(), FailureCode::Other);
     // The operation has been left: the next one is an outermost one again.
     EXPECT_TRUE(succeed());
     EXPECT_FALSE(Failure::last());
+}
+
+TEST(AFailure, IsALostConnectionAfterAFatalErrorOfAHandleAlone)
+{
+    EXPECT_THROW(throwSomething<handle_fatal_error>("/a"), handle_fatal_error);
+    EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost);
+    EXPECT_THROW(throwSomething<std::runtime_error>("/a"), std::runtime_error);
+    EXPECT_EQ(Failure::last().code(), FailureCode::Other);
+}
+
+TEST(AFailure, OfAQuestionIsNotThatOfAFatalErrorAfterIt)
+{
+    const auto ask = [] {
+        FailureScope scope("ask");
+        failWith(FailureCode::NotFound, "/question");
+        return scope.result(throwSomething<handle_fatal_error>("/a"));
+    };
+    EXPECT_THROW(ask(), handle_fatal_error);
+    EXPECT_EQ(Failure::last().operation(), "ask");
+    EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost);
 }
 
 TEST(AFailure, NotedOutsideAnyOperationIsNotKept)
@@ -220,6 +243,38 @@ TEST(AFailure, OfAServerTellsItsTextBesideTheMeaning)
     };
     EXPECT_FALSE(open("/a"));
     EXPECT_EQ(Failure::last().message(), "open /a: no space left (over quota)");
+}
+
+TEST(AFailure, OfAServerSaysNothingTwice)
+{
+    struct Answer
+    {
+        FailureCode code;
+        const char* text;
+        const char* cause;
+    };
+
+    const std::vector<Answer> answers{
+        {FailureCode::Denied, "Permission denied", "permission denied"},
+        {FailureCode::Denied, "permission denied for you",
+         "permission denied (permission denied for you)"},
+        {FailureCode::NotFound, "No such file", "no such file or directory"},
+        {FailureCode::NotFound, "No such file or directory", "no such file or directory"},
+        {FailureCode::NotFound, "gone since Monday",
+         "no such file or directory (gone since Monday)"},
+        {FailureCode::Unsupported, "Operation unsupported", "not supported"},
+        {FailureCode::NotEmpty, "Failure", "the directory is not empty"},
+        {FailureCode::NotALink, "Bad message", "not a symbolic link"},
+        {FailureCode::Protocol, "Bad message", "the answer makes no sense (Bad message)"},
+        {FailureCode::Other, "Failure", "Failure"},
+        {FailureCode::Other, "", "no reason is known"},
+    };
+    for (const auto& answer : answers) {
+        const FailureScope scope("open");
+        fail(answer.code, FailureSource::Server, 1, answer.text);
+        EXPECT_EQ(Failure::last().cause(), answer.cause);
+        EXPECT_EQ(Failure::last().text(), answer.text);
+    }
 }
 
 TEST(AFailure, WithoutAPathOfItsOwnIsAboutItsEntry)

@@ -1,3 +1,4 @@
+#include "framework/ExpectFailure.h"
 #include "framework/MemoryFileSystem.h"
 
 #include <gmock/gmock.h>
@@ -8,6 +9,8 @@
 #include <string>
 #include <vector>
 
+using FileSystem::FailureCode;
+using TarnisTest::expectFailure;
 using TarnisTest::MemoryFileSystem;
 using testing::Contains;
 using testing::ElementsAre;
@@ -247,6 +250,18 @@ TEST_F(Creating, APathThatAnotherMakesAtTheSameTimeIsASuccess)
     EXPECT_FALSE(system.directoryMakePath("/e/f", true));
 }
 
+TEST_F(Creating, DirectoriesThatCannotBeMadeSaysWhyAndWhich)
+{
+    system.addDirectory("/closed", 0500);
+    EXPECT_FALSE(system.directoryCreate("/closed", {"a", "b"}, false));
+    expectFailure(FailureCode::Denied, "/closed/a");
+    EXPECT_FALSE(system.directoryMakePath("/closed/a/b", false));
+    expectFailure(FailureCode::Denied, "/closed/a");
+    system.addLink("/dangling", "none");
+    EXPECT_FALSE(system.directoryMakePath("/dangling", false));
+    expectFailure(FailureCode::Exists, "/dangling");
+}
+
 TEST_F(Removing, AnEmptyDirectoryTakesOneStep)
 {
     system.addDirectory("/empty");
@@ -343,6 +358,22 @@ TEST_F(Removing, ATreeEndsAtTheFirstRefusal)
     EXPECT_THAT(system.paths(), ElementsAre("/tree", "/tree/b", "/tree/c"));
 }
 
+TEST_F(Removing, ATreeFailsForWhatKeptItFromBeingRead)
+{
+    system.addFile("/tree/closed/file", "");
+    system.addDirectory("/tree/closed", 0300);
+    EXPECT_FALSE(system.directoryRemove("/tree", true));
+    expectFailure(FailureCode::Denied, "/tree/closed");
+    system.addFile("/long/a", "");
+    system.addFile("/long/b", "");
+    system.behaviour.listingBreaksOffAfter = 1;
+    EXPECT_FALSE(system.directoryRemove("/long", true));
+    expectFailure(FailureCode::Protocol, "/long");
+    // What is empty is removed without having been read.
+    system.addDirectory("/empty", 0300);
+    EXPECT_TRUE(system.directoryRemove("/empty", true));
+}
+
 TEST(RemovingATree, GivesUpOneThatNeverEnds)
 {
     const TarnisTest::EndlessFileSystem endless;
@@ -410,6 +441,16 @@ TEST_F(Renaming, AFileFailsForADirectoryForNothingAndOntoSomething)
     EXPECT_FALSE(system.fileRename("/none", "new"));
     EXPECT_FALSE(system.fileRename("/file", "other"));
     EXPECT_EQ(system.bytesOf("/other"), "2");
+}
+
+TEST_F(Renaming, OntoSomethingFailsForWhatIsThere)
+{
+    system.addFile("/file", "");
+    system.addFile("/other", "");
+    EXPECT_FALSE(system.fileRename("/file", "other"));
+    expectFailure(FailureCode::Exists, "/other");
+    EXPECT_FALSE(system.fileRenameAs("/file", "/other"));
+    expectFailure(FailureCode::Exists, "/other");
 }
 
 TEST_F(Renaming, NeedsANameThatIsOneComponent)

@@ -1,6 +1,8 @@
 #include "framework/TestHandles.h"
 #include "util/Background.h"
 
+#include <FileSystem/Failure.h>
+#include <FileSystem/FailureScope.h>
 #include <FileSystem/HandleFatalError.h>
 
 #include <gtest/gtest.h>
@@ -129,6 +131,18 @@ TEST(HandleObjectCore, IgnoresANullFatalError)
     EXPECT_NO_THROW(handle.checkFatalError());
     handle.recordFatalError(std::make_exception_ptr(std::runtime_error("real")));
     EXPECT_EQ(textThrownBy(handle), "real");
+}
+
+TEST(HandleObjectCore, AFatalErrorEndsAnOperationAsALostConnectionDoes)
+{
+    Leaf handle;
+    handle.recordFatalError(std::make_exception_ptr(std::runtime_error("broken")));
+    const auto operate = [&handle] {
+        const FileSystem::FailureScope scope("operate");
+        handle.checkFatalError();
+    };
+    EXPECT_THROW(operate(), std::runtime_error);
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
 }
 
 TEST(HandleObjectCore, AFatalErrorDoesNotMakeItInvalid)

@@ -29,6 +29,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -305,6 +306,19 @@ TEST_F(LocalFileSystemTest, OpensRegularFilesOnly)
         EXPECT_EQ(system_.fileOpen(path, OpenFlag::Write | OpenFlag::Create), nullptr) << path;
     }
     EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(LocalFileSystemTest, APipeThatIsNotOpenedKeepsItsReaderWaiting)
+{
+    const auto pipe = file("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    EXPECT_EQ(system_.fileOpen(pipe, OpenFlag::Write), nullptr);
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotCopyable);
+    pollfd waiting = {reader, POLLIN, 0};
+    EXPECT_EQ(::poll(&waiting, 1, 0), 0) << "a writer has come and gone";
+    ::close(reader);
 }
 
 TEST_F(LocalFileSystemTest, SocketsAndDevicesHaveNoKind)

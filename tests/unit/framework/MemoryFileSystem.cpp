@@ -403,6 +403,8 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
     const auto key = resolve(path, true);
     const auto directory = key ? find(*key) : nullptr;
     if (!isDirectory(directory) || !may(Permission::OwnerRead, *directory)) {
+        const auto other = directory == nullptr ? FailureCode::NotFound : FailureCode::NotDirectory;
+        fail(isDirectory(directory) ? FailureCode::Denied : other);
         return entries;
     }
     const auto pattern = type == StorageSystemDirectoryFilterType::SearchPattern
@@ -427,6 +429,10 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
         for (const auto& [name, listed] : invented->second) {
             keep(name, MemoryNode{}, listed);
         }
+    }
+    if (entries.size() > behaviour.listingBreaksOffAfter) {
+        entries.resize(behaviour.listingBreaksOffAfter);
+        fail(FailureCode::Protocol, "the listing broke off");
     }
     return entries;
 }

@@ -56,6 +56,8 @@ struct MemoryBehaviour
     bool rewritesLinks = false;
     /// Listings give no types.
     bool listsWithoutTypes = false;
+    /// Listings break off after so many entries, with FailureCode::Protocol.
+    std::size_t listingBreaksOffAfter = std::numeric_limits<std::size_t>::max();
     /// Reads and writes claim one byte more than they were asked for.
     bool overcounts = false;
     /// The end of a file is told with its last byte and not by a read behind it.

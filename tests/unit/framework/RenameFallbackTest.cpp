@@ -1,12 +1,15 @@
 #include "support/TemporaryDirectory.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/LocalFileSystem.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,12 +22,14 @@ namespace {
 // What the system answers here, in place of the real one.
 int renameError = EINVAL;
 int linkError = 0;
+int replaceError = 0;
 int renames = 0;
+std::function<void()> afterRenaming;
 
 } // namespace
 
 // Defined here, these come before libc's: a file system that cannot refuse to replace, and on
-// demand one without hard links.
+// demand one without hard links, or one where others are at work too.
 extern "C" [[gnu::visibility("default")]] int renameat2(int /*from*/, const char* /*path*/,
                                                         int /*to*/, const char* /*newPath*/,
                                                         unsigned int /*flags*/) noexcept
@@ -41,6 +46,19 @@ extern "C" [[gnu::visibility("default")]] int link(const char* path, const char*
         return -1;
     }
     return ::linkat(AT_FDCWD, path, AT_FDCWD, newPath, 0);
+}
+
+extern "C" [[gnu::visibility("default")]] int rename(const char* path, const char* newPath) noexcept
+{
+    if (replaceError != 0) {
+        errno = replaceError;
+        return -1;
+    }
+    const int result = ::renameat(AT_FDCWD, path, AT_FDCWD, newPath);
+    if (afterRenaming) {
+        afterRenaming();
+    }
+    return result;
 }
 
 namespace TarnisTest {
@@ -146,6 +164,42 @@ INSTANTIATE_TEST_SUITE_P(HardLinks, RenameFallback, testing::Values(0, EPERM),
                          [](const auto& hardLinks) {
                              return hardLinks.param == 0 ? "Known" : "Unknown";
                          });
+
+TEST(LocalReplacing, ThatTheSystemRefusesTouchesNothing)
+{
+    const TemporaryDirectory directory;
+    const FileSystem::LocalFileSystem system;
+    const auto source = directory.write("file", "new");
+    const auto target = directory.write("target", "old");
+    renames = 0;
+    for (const int error : {EXDEV, EACCES, EROFS, EIO, ENOSYS}) {
+        replaceError = error;
+        EXPECT_FALSE(system.fileReplaceAs(source, target));
+        EXPECT_EQ(FileSystem::Failure::last().number(), error);
+    }
+    replaceError = 0;
+    EXPECT_EQ(renames, 0) << "the file was missing for a moment";
+}
+
+TEST(LocalReplacing, LeavesAnotherWritersNextFileAlone)
+{
+    const TemporaryDirectory directory;
+    const FileSystem::LocalFileSystem system;
+    const auto source = directory.write("status.tmp", "this");
+    const auto target = directory.write("status", "last");
+    const auto time = fs::last_write_time(source);
+    fs::last_write_time(target, time);
+    // Nothing but its bytes tells it from the one before.
+    afterRenaming = [&] {
+        directory.write("status.tmp", "next");
+        fs::last_write_time(source, time);
+    };
+    EXPECT_TRUE(system.fileReplaceAs(source, target));
+    afterRenaming = nullptr;
+    EXPECT_EQ(readFile(target), "this");
+    ASSERT_TRUE(fs::exists(source));
+    EXPECT_EQ(readFile(source), "next");
+}
 
 } // namespace
 

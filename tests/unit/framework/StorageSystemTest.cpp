@@ -1,3 +1,4 @@
+#include "framework/ExpectFailure.h"
 #include "framework/MemoryFileSystem.h"
 
 #include <gmock/gmock.h>
@@ -8,7 +9,9 @@
 #include <utility>
 #include <vector>
 
+using FileSystem::FailureCode;
 using FileSystem::StorageSystemFileTypeFlag;
+using TarnisTest::expectFailure;
 using TarnisTest::MemoryFileSystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -415,4 +418,17 @@ TEST_F(Questions, AWholeListIsTheListWhereTheSystemCannotTellMore)
         EXPECT_FALSE(system.directoryReadFully(path).has_value()) << path;
     }
     EXPECT_FALSE(system.directoryReadFully(std::string("/directory\0", 11)).has_value());
+}
+
+TEST_F(Questions, AListThatLeftAFailureIsNotWhole)
+{
+    system.behaviour.listingBreaksOffAfter = 7;
+    EXPECT_EQ(system.directoryFileInfoList("/").size(), 7U);
+    EXPECT_FALSE(system.directoryReadFully("/").has_value());
+    expectFailure(FailureCode::Protocol, "/");
+    MemoryFileSystem target;
+    EXPECT_FALSE(system.fileCopyAs("/", target, "/copy", {},
+                                   FileSystem::StorageSystemCopyOptionFlag::Recursive));
+    expectFailure(FailureCode::Protocol, "/");
+    EXPECT_FALSE(target.has("/copy/directory"));
 }
