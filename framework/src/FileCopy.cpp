@@ -29,6 +29,11 @@ bool areSecret(Permissions permissions)
     return (permissions & everybodyReads) != everybodyReads;
 }
 
+bool isLocal(const StorageSystem& system)
+{
+    return system.getType() == StorageSystemType::Local;
+}
+
 /// With the right to execute for everybody who may read.
 Permissions withExecution(Permissions permissions)
 {
@@ -43,6 +48,7 @@ FileCopy::FileCopy(const CopyTask& task, const StorageSystemFileInfo& source,
                    std::optional<StorageSystemFileInfo> standing)
     : task_(task)
     , source_(source)
+    , permissions_(source.permissions)
     , sourcePath_(std::move(sourcePath))
     , directory_(directory)
     , name_(std::move(name))
@@ -50,7 +56,7 @@ FileCopy::FileCopy(const CopyTask& task, const StorageSystemFileInfo& source,
     , standing_(std::move(standing))
 {}
 
-bool FileCopy::copy() const
+bool FileCopy::copy()
 {
     if (!mayTakeItsPlace()) {
         return false;
@@ -73,7 +79,7 @@ bool FileCopy::mayTakeItsPlace() const
     return !has(Option::FailIfExists) || fail(FailureCode::Exists, {}, targetPath_);
 }
 
-bool FileCopy::copyFile() const
+bool FileCopy::copyFile()
 {
     PartialEntry partial(task_.target, directory_, name_);
     Outcome outcome;
@@ -91,12 +97,19 @@ bool FileCopy::copyFile() const
     return true;
 }
 
+/// Others may have put a link of just that size there, which would be published and give its
+/// target the attributes.
 /// \param made what stands at the path that was written to.
 bool FileCopy::isWhole(const std::string& path, std::uint64_t bytes,
                        const std::optional<StorageSystemFileInfo>& made) const
 {
     if (!made || !isReadToItsEnd(bytes)) {
         return false;
+    }
+    // A server need not tell what its entries are.
+    const bool isUntold = !isLocal(task_.target) && made->type.isEmpty();
+    if (!isUntold && !isRegularFile(made->type)) {
+        return fail(FailureCode::Changed, "it is no longer the file that was written", path);
     }
     return made->size == bytes ||
            fail(FailureCode::Changed, "it has not the size of what was written", path);
@@ -107,7 +120,7 @@ bool FileCopy::isWhole(const std::string& path, std::uint64_t bytes,
 /// nothing.
 bool FileCopy::isReadToItsEnd(std::uint64_t bytes) const
 {
-    if (bytes >= source_.size || task_.source.getType() == StorageSystemType::Local) {
+    if (bytes >= source_.size || isLocal(task_.source)) {
         return true;
     }
     const auto size = task_.source.fileSize(sourcePath_);
@@ -115,16 +128,35 @@ bool FileCopy::isReadToItsEnd(std::uint64_t bytes) const
            (*size == bytes || fail(FailureCode::Changed, "it ended before its size", sourcePath_));
 }
 
-std::unique_ptr<StorageSystemFile> FileCopy::openSource() const
+std::unique_ptr<StorageSystemFile> FileCopy::openSource()
 {
-    auto source = task_.source.fileOpen(sourcePath_, Mode::Read);
-    if (source != nullptr) {
-        source->knownSize_ = source_.size;
+    auto source = task_.source.openItself(sourcePath_, Mode::Read);
+    if (source == nullptr || !isAsScanned(*source)) {
+        return nullptr;
     }
+    source->knownSize_ = source_.size;
     return source;
 }
 
-bool FileCopy::fill(PartialEntry& partial, Outcome& outcome) const
+/// Whether what was opened is a file as it was when it was looked at. One that has been closed to
+/// others since, or has taken the place of one that was open to them, stays closed to them as a
+/// copy.
+bool FileCopy::isAsScanned(StorageSystemFile& source)
+{
+    if (source.attributeKeeper_.look) {
+        const auto state = source.attributeKeeper_.look();
+        permissions_ = permissions_ & (state ? state->permissions : Permissions());
+        return state.has_value();
+    }
+    const auto now = task_.source.fileInfo(sourcePath_);
+    if (!now) {
+        return false;
+    }
+    permissions_ = permissions_ & now->permissions;
+    return now->type == source_.type || fail(FailureCode::Changed, {}, sourcePath_);
+}
+
+bool FileCopy::fill(PartialEntry& partial, Outcome& outcome)
 {
     const auto source = openSource();
     const auto target = source != nullptr ? createTarget(partial) : nullptr;
@@ -136,7 +168,19 @@ bool FileCopy::fill(PartialEntry& partial, Outcome& outcome) const
         return false;
     }
     outcome.hasPermissions = replacesFile() && takePlaceOfStanding(*target);
-    return target->commit();
+    return preservePermissions(*target, outcome) && target->commit();
+}
+
+/// Gives the open file the source's permissions if it is to have them, as far as its system can do
+/// that: its path may lead elsewhere meanwhile.
+bool FileCopy::preservePermissions(StorageSystemFile& file, Outcome& outcome) const
+{
+    if (!has(Option::PreservePermissions)) {
+        return true;
+    }
+    const auto& set = file.attributeKeeper_.set;
+    outcome.hasPermissions = static_cast<bool>(set);
+    return !set || set(permissions_) || goesOnWithout(task_, targetPath_, "the permissions");
 }
 
 std::unique_ptr<StorageSystemFile> FileCopy::createTarget(PartialEntry& partial) const
@@ -167,7 +211,7 @@ bool FileCopy::move(StorageSystemFile& source, StorageSystemFile& target, Outcom
 void FileCopy::hide(StorageSystemFile& file, const std::string& path, Permissions permissions) const
 {
     const bool isSecret =
-        areSecret(source_.permissions) || (replacesFile() && areSecret(standing_->permissions));
+        areSecret(permissions_) || (replacesFile() && areSecret(standing_->permissions));
     if (!isSecret) {
         return;
     }
@@ -201,8 +245,7 @@ Permissions FileCopy::permissionsWhileFilled() const
     if (has(Option::PreservePermissions) && !has(Option::PreserveBestEffort)) {
         return ownerOnly;
     }
-    const auto permissions =
-        replacesFile() ? source_.permissions & standing_->permissions : source_.permissions;
+    const auto permissions = replacesFile() ? permissions_ & standing_->permissions : permissions_;
     // Some systems take none for none given, and give their own.
     return permissions.isEmpty() ? PosixFilePermissionFlag::OwnerWrite : permissions;
 }
@@ -215,8 +258,8 @@ Permissions FileCopy::finalPermissions(Permissions made) const
         return standing_->permissions;
     }
     constexpr auto execution = PosixFilePermissionFlag::OwnerExecute;
-    const bool wasLookedAt = made.has(execution) || !source_.permissions.has(execution);
-    return source_.permissions & (wasLookedAt ? made : withExecution(made));
+    const bool wasLookedAt = made.has(execution) || !permissions_.has(execution);
+    return permissions_ & (wasLookedAt ? made : withExecution(made));
 }
 
 // The time first: a file that nobody may write may refuse it.
@@ -228,12 +271,15 @@ bool FileCopy::setAttributes(const std::string& path, const StorageSystemFileInf
         !goesOnWithout(task_, targetPath_, "the modification time")) {
         return false;
     }
+    if (hasPermissions) {
+        return true;
+    }
     if (has(Option::PreservePermissions)) {
-        return target.fileSetPermissions(path, source_.permissions) ||
+        return target.fileSetPermissions(path, permissions_) ||
                goesOnWithout(task_, targetPath_, "the permissions");
     }
     const auto permissions = finalPermissions(made.permissions);
-    if (!hasPermissions && isRegularFile(made.type) && permissions != made.permissions) {
+    if (isRegularFile(made.type) && permissions != made.permissions) {
         // As far as the system has permissions at all.
         target.fileSetPermissions(path, permissions);
     }
@@ -255,18 +301,22 @@ bool FileCopy::copyLink() const
 }
 
 /// What goes wrong on the way leaves a file that is neither the old one nor the new one.
-bool FileCopy::writeInPlace() const
+bool FileCopy::writeInPlace()
 {
     Outcome outcome;
     {
         const auto source = openSource();
         const auto target = source != nullptr ? openStanding() : nullptr;
-        if (target == nullptr || !move(*source, *target, outcome) || !target->commit()) {
+        // Its own.
+        outcome.hasPermissions = true;
+        if (target == nullptr || !move(*source, *target, outcome) ||
+            !preservePermissions(*target, outcome) || !target->commit()) {
             return false;
         }
     }
     const auto made = task_.target.fileInfo(targetPath_);
-    if (!isWhole(targetPath_, outcome.bytes, made) || !setAttributes(targetPath_, *made, true)) {
+    if (!isWhole(targetPath_, outcome.bytes, made) ||
+        !setAttributes(targetPath_, *made, outcome.hasPermissions)) {
         return false;
     }
     task_.progress.complete(outcome.bytes);

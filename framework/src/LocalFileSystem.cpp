@@ -75,6 +75,32 @@ bool isLink(const std::string& path)
     return attributes && S_ISLNK(attributes->st_mode);
 }
 
+/// \param flags of open(2).
+std::unique_ptr<StorageSystemFile> openFile(const LocalFileSystem& system, const std::string& path,
+                                            int flags,
+                                            Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                                            mode_t permissions)
+{
+    FileDescriptor descriptor = openDescriptor(path, flags, permissions);
+    if (!LocalError::succeeded(descriptor.get() != -1) || !isRegular(descriptor)) {
+        return nullptr;
+    }
+    return std::make_unique<LocalFile>(std::move(descriptor), path, mode, system);
+}
+
+/// As openFile(), and Changed for a symbolic link, which is where a file has been.
+std::unique_ptr<StorageSystemFile>
+openFileItself(const LocalFileSystem& system, const std::string& path,
+               Utilities::Flags<StorageSystemFileOpenModeFlag> mode)
+{
+    auto file = openFile(system, path, storageSystemFileOpenModeToPosixMode(mode) | O_NOFOLLOW,
+                         mode, modeOf(defaultFilePermissions));
+    if (file == nullptr && isLink(path)) {
+        fail(FailureCode::Changed, "a symbolic link has taken its place", path);
+    }
+    return file;
+}
+
 // The access time stays as it is.
 bool setModificationTime(const std::string& path, const timespec& time)
 {
@@ -222,6 +248,10 @@ LocalFileSystem::LocalFileSystem()
     setReplacer([](const std::string& path, const std::string& newPath) {
         return LocalError::succeeded(::rename(systemPath(path), systemPath(newPath)) == 0);
     });
+    setSelfOpener(
+        [this](const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) {
+            return openFileItself(*this, path, mode);
+        });
 }
 
 LocalFileSystem::~LocalFileSystem() = default;
@@ -256,12 +286,8 @@ LocalFileSystem::do_fileOpen(const std::string& path,
                              Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                              Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    FileDescriptor descriptor =
-        openDescriptor(path, storageSystemFileOpenModeToPosixMode(mode), modeOf(permissions));
-    if (!LocalError::succeeded(descriptor.get() != -1) || !isRegular(descriptor)) {
-        return nullptr;
-    }
-    return std::make_unique<LocalFile>(std::move(descriptor), path, mode, *this);
+    return openFile(*this, path, storageSystemFileOpenModeToPosixMode(mode), mode,
+                    modeOf(permissions));
 }
 
 std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::string& path) const

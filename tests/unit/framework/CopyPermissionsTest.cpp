@@ -1,5 +1,6 @@
 // Which permissions copies have, while they are made and afterwards.
 
+#include "framework/ExpectFailure.h"
 #include "framework/MemoryFileSystem.h"
 
 #include <FileSystem/Failure.h>
@@ -148,6 +149,36 @@ TEST_F(CopyPermissions, OfAPreservedPrivateDirectoryAreSetBeforeItIsFilled)
     };
     EXPECT_TRUE(
         source.fileCopyAs("/tree", target, "/copy", watches, Option::Recursive | preserveAll));
+}
+
+TEST_F(CopyPermissions, OfASourceThatBecomesPrivateAreThoseThatItHasWhenItIsOpen)
+{
+    source.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
+        if (operation == "open" && path == "/tree/file") {
+            source.addFile("/tree/file", "private", 0600);
+        }
+    };
+    for (const auto& options : {Utilities::Flags<Option>(), preserveAll}) {
+        source.addFile("/tree/file", "placeholder", 0644);
+        EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive | options));
+        EXPECT_EQ(target.bytesOf("/copy/file"), "private");
+        EXPECT_EQ(target.at("/copy/file").permissions.raw(), 0600U);
+        ASSERT_TRUE(target.directoryRemove("/copy", true));
+    }
+}
+
+TEST_F(CopyPermissions, OfWhatASourceThatHasBecomeALinkLeadsToAreNotLost)
+{
+    source.addFile("/secret", "secret", 0600);
+    source.addFile("/tree/file", "public", 0644);
+    source.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
+        if (operation == "open" && path == "/tree/file") {
+            source.addLink("/tree/file", "/secret");
+        }
+    };
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    TarnisTest::expectFailure(FailureCode::Changed, "/tree/file");
+    EXPECT_FALSE(target.has("/copy/file"));
 }
 
 TEST_F(CopyPermissions, OfADirectoryThatIsThereAreItsOwn)
