@@ -2,6 +2,7 @@
 
 #include "EntryKind.h"
 #include "FailureWatch.h"
+#include "LinkResolution.h"
 #include "PartialEntry.h"
 #include "PathText.h"
 
@@ -20,6 +21,7 @@ namespace {
 
 constexpr Permissions ownerOnly =
     PosixFilePermissionFlag::OwnerRead | PosixFilePermissionFlag::OwnerWrite;
+constexpr const char* sameFile = "it is the source itself";
 constexpr Permissions everybodyReads =
     PosixFilePermissionFlag::GroupRead | PosixFilePermissionFlag::OthersRead;
 
@@ -215,13 +217,22 @@ void FileCopy::hide(StorageSystemFile& file, const std::string& path, Permission
     if (!isSecret) {
         return;
     }
-    if (file.attributeKeeper_.narrow && file.attributeKeeper_.narrow(permissions)) {
-        return;
+    static_cast<void>(narrow(file, path, permissions));
+}
+
+/// Takes away what the file has beyond the permissions, by its path where its system has no other
+/// way. This machine has one.
+bool FileCopy::narrow(StorageSystemFile& file, const std::string& path,
+                      Permissions permissions) const
+{
+    const auto& byHandle = file.attributeKeeper_.narrow;
+    const bool isNarrowed = byHandle && byHandle(permissions);
+    if (isNarrowed || (byHandle && isLocal(task_.target))) {
+        return isNarrowed;
     }
     const auto made = task_.target.fileInfo(path);
-    if (!made || (made->permissions & permissions) != made->permissions) {
-        task_.target.fileSetPermissions(path, permissions);
-    }
+    return (made && (made->permissions & permissions) == made->permissions) ||
+           task_.target.fileSetPermissions(path, permissions);
 }
 
 /// Gives the file the owner of what it is to replace, and its permissions unless it gets the
@@ -303,16 +314,13 @@ bool FileCopy::copyLink() const
 /// What goes wrong on the way leaves a file that is neither the old one nor the new one.
 bool FileCopy::writeInPlace()
 {
+    if (mayBeItself()) {
+        return false;
+    }
     Outcome outcome;
-    {
-        const auto source = openSource();
-        const auto target = source != nullptr ? openStanding() : nullptr;
-        // Its own.
-        outcome.hasPermissions = true;
-        if (target == nullptr || !move(*source, *target, outcome) ||
-            !preservePermissions(*target, outcome) || !target->commit()) {
-            return false;
-        }
+    outcome.hasPermissions = true; // Its own.
+    if (!overwrite(outcome)) {
+        return false;
     }
     const auto made = task_.target.fileInfo(targetPath_);
     if (!isWhole(targetPath_, outcome.bytes, made) ||
@@ -323,13 +331,98 @@ bool FileCopy::writeInPlace()
     return true;
 }
 
-// What is longer than the source cannot be the source under another name, and is cut before; the
-// bytes of anything else are all written over.
-std::unique_ptr<StorageSystemFile> FileCopy::openStanding() const
+/// Whether source and target may be one file of a system that cannot tell by its open files: some
+/// servers empty a file whenever it is opened for writing.
+bool FileCopy::mayBeItself() const
 {
-    const bool isLonger = standing_->size > source_.size;
-    return task_.target.fileOpen(targetPath_, isLonger ? Mode::Write | Mode::Truncate
-                                                       : Utilities::Flags<Mode>(Mode::Write));
+    if (&task_.source != &task_.target || isLocal(task_.target)) {
+        return false;
+    }
+    const auto isOne = isOnePlace(task_.target, sourcePath_, targetPath_);
+    if (isOne && !*isOne) {
+        return false;
+    }
+    fail(FailureCode::IntoItself, isOne ? sameFile : "it cannot be told from its source",
+         targetPath_);
+    return true;
+}
+
+bool FileCopy::overwrite(Outcome& outcome)
+{
+    const auto source = openSource();
+    const auto target = source != nullptr ? openStanding(*source) : nullptr;
+    return target != nullptr && closeToOthers(*target) && move(*source, *target, outcome) &&
+           cut(*target, outcome.bytes) && preservePermissions(*target, outcome) && target->commit();
+}
+
+/// Nothing is dropped from what stands there before it is known not to be the source under another
+/// name.
+std::unique_ptr<StorageSystemFile> FileCopy::openStanding(StorageSystemFile& source) const
+{
+    auto target = task_.target.openItself(targetPath_, Mode::Write);
+    if (target == nullptr || !isAnother(source, *target)) {
+        return nullptr;
+    }
+    if (target->attributeKeeper_.cut || standing_->size <= source_.size) {
+        return target;
+    }
+    // Here the source's size comes second: one file that grows is not the longer one.
+    const auto standing = task_.target.fileSize(targetPath_);
+    const auto size = sizeNow(source);
+    if (!standing || !size || *standing <= *size) {
+        return standing && size ? std::move(target) : nullptr;
+    }
+    target = task_.target.openItself(targetPath_, Mode::Write | Mode::Truncate);
+    return target != nullptr && isUncut(source) ? std::move(target) : nullptr;
+}
+
+/// Whether the two are not one file, as far as that can be told.
+bool FileCopy::isAnother(StorageSystemFile& source, StorageSystemFile& target) const
+{
+    const bool isOneSystem =
+        &task_.source == &task_.target || (isLocal(task_.source) && isLocal(task_.target));
+    if (!isOneSystem || !source.attributeKeeper_.look || !target.attributeKeeper_.look) {
+        return isUncut(source);
+    }
+    const auto first = source.attributeKeeper_.look();
+    const auto second = target.attributeKeeper_.look();
+    return first && second &&
+           (first->volume != second->volume || first->number != second->number ||
+            fail(FailureCode::IntoItself, sameFile, targetPath_));
+}
+
+/// Whether opening the target has not cut the source, which is the same file then.
+bool FileCopy::isUncut(StorageSystemFile& source) const
+{
+    const auto size = sizeNow(source);
+    return size && (*size >= source_.size ||
+                    fail(FailureCode::Changed, "it has become shorter", sourcePath_));
+}
+
+std::optional<std::uint64_t> FileCopy::sizeNow(StorageSystemFile& source) const
+{
+    if (!source.attributeKeeper_.look) {
+        return task_.source.fileSize(sourcePath_);
+    }
+    const auto state = source.attributeKeeper_.look();
+    return state ? std::make_optional(state->size) : std::nullopt;
+}
+
+/// Takes from what stands there, before the first byte, what it has beyond the source's permissions
+/// if it is to have these.
+bool FileCopy::closeToOthers(StorageSystemFile& standing) const
+{
+    return !has(Option::PreservePermissions) ||
+           narrow(standing, targetPath_, permissions_ & standing_->permissions) ||
+           has(Option::PreserveBestEffort);
+}
+
+/// What was longer than what has been written has its end left. Where a system cannot take it away,
+/// the size tells.
+bool FileCopy::cut(StorageSystemFile& file, std::uint64_t size) const
+{
+    const auto& byHandle = file.attributeKeeper_.cut;
+    return standing_->size <= size || !byHandle || byHandle(size);
 }
 
 } // namespace FileSystem

@@ -53,10 +53,18 @@ private:
     std::unique_ptr<StorageSystemFile> openSource();
     bool isAsScanned(StorageSystemFile& source);
     std::unique_ptr<StorageSystemFile> createTarget(PartialEntry& partial) const;
-    std::unique_ptr<StorageSystemFile> openStanding() const;
+    bool mayBeItself() const;
+    bool overwrite(Outcome& outcome);
+    std::unique_ptr<StorageSystemFile> openStanding(StorageSystemFile& source) const;
+    bool isAnother(StorageSystemFile& source, StorageSystemFile& target) const;
+    bool isUncut(StorageSystemFile& source) const;
+    std::optional<std::uint64_t> sizeNow(StorageSystemFile& source) const;
+    bool closeToOthers(StorageSystemFile& standing) const;
+    bool cut(StorageSystemFile& file, std::uint64_t size) const;
     bool fill(PartialEntry& partial, Outcome& outcome);
     bool move(StorageSystemFile& source, StorageSystemFile& target, Outcome& outcome) const;
     void hide(StorageSystemFile& file, const std::string& path, Permissions permissions) const;
+    bool narrow(StorageSystemFile& file, const std::string& path, Permissions permissions) const;
     bool takePlaceOfStanding(StorageSystemFile& file) const;
     bool preservePermissions(StorageSystemFile& file, Outcome& outcome) const;
     bool setAttributes(const std::string& path, const StorageSystemFileInfo& made,

@@ -56,7 +56,7 @@ LocalFile::AttributeKeeper LocalFile::attributeKeeper() const
 {
     AttributeKeeper keeper;
     keeper.narrow = [this](auto permissions) {
-        return narrowPermissions(descriptor_.get(), permissions);
+        return LocalError::succeeded(narrowPermissions(descriptor_.get(), permissions), fileId_);
     };
     keeper.succeed = [this](const std::string& path, auto permissions) {
         return succeedTo(descriptor_.get(), path, permissions);

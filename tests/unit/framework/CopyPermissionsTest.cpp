@@ -151,6 +151,33 @@ TEST_F(CopyPermissions, OfAPreservedPrivateDirectoryAreSetBeforeItIsFilled)
         source.fileCopyAs("/tree", target, "/copy", watches, Option::Recursive | preserveAll));
 }
 
+TEST_F(CopyPermissions, ToBePreservedInPlaceCloseTheTargetBeforeTheFirstByte)
+{
+    source.addFile("/file", "private", 0600);
+    target.addFile("/copy", "old", 0644);
+    const auto watches = [this](std::uint64_t done, std::uint64_t) {
+        EXPECT_TRUE(done == 0 || target.at("/copy").permissions.raw() == 0600U);
+        return true;
+    };
+    EXPECT_TRUE(
+        source.fileCopyAs("/file", target, "/copy", watches, preserveAll | Option::InPlace));
+    EXPECT_EQ(target.at("/copy").permissions.raw(), 0600U);
+}
+
+TEST_F(CopyPermissions, ToBePreservedInPlaceThatTheTargetCannotHaveFailBeforeTheFirstByte)
+{
+    source.addFile("/file", "private", 0600);
+    target.addFile("/copy", "old", 0644);
+    target.behaviour.refusesPermissions = true;
+    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::InPlace));
+    EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
+    EXPECT_EQ(target.bytesOf("/copy"), "old");
+    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {},
+                                   preserveAll | Option::InPlace | Option::PreserveBestEffort));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
+    EXPECT_EQ(target.bytesOf("/copy"), "private");
+}
+
 TEST_F(CopyPermissions, OfASourceThatBecomesPrivateAreThoseThatItHasWhenItIsOpen)
 {
     source.behaviour.onCall = [this](const std::string& operation, const std::string& path) {

@@ -175,13 +175,58 @@ TEST_F(CopyTarget, ThatIsALinkIsNotWrittenThroughInPlace)
     EXPECT_EQ(target.bytesOf("/kept"), "stays");
 }
 
-TEST_F(CopyTarget, ThatIsTheSourceItselfLosesNothingInPlace)
+TEST_F(CopyTarget, ThatIsTheSourceItselfIsNotWrittenInPlace)
+{
+    source.addLink("/way", "/tree");
+    for (const bool emptiesOnOpening : {false, true}) {
+        source.behaviour.emptiesOnOpening = emptiesOnOpening;
+        for (const auto* path : {"/tree/file", "/tree/./file", "/way/file", "tree/file"}) {
+            EXPECT_FALSE(source.fileCopyAs("/tree/file", source, path, {}, Option::InPlace));
+            expectFailure(FailureCode::IntoItself, path);
+            EXPECT_EQ(source.bytesOf("/tree/file"), "new");
+        }
+    }
+}
+
+TEST_F(CopyTarget, ThatIsAnotherNameOfTheSourceLosesNothingInPlace)
 {
     source.addName("/other", "/tree/file");
-    for (const auto* path : {"/tree/file", "/other"}) {
-        EXPECT_TRUE(source.fileCopyAs("/tree/file", source, path, {}, Option::InPlace));
-        EXPECT_EQ(source.bytesOf("/tree/file"), "new");
-    }
+    EXPECT_TRUE(source.fileCopyAs("/tree/file", source, "/other", {}, Option::InPlace));
+    EXPECT_EQ(source.bytesOf("/tree/file"), "new");
+}
+
+TEST_F(CopyTarget, ThatIsAnotherNameOfTheSourceLosesNothingInPlaceWhenItGrows)
+{
+    source.addName("/other", "/tree/file");
+    const auto grows = [this](std::uint64_t, std::uint64_t total) {
+        if (total > 0 && source.bytesOf("/tree/file") == "new") {
+            const auto file =
+                source.fileOpen("/tree/file", FileSystem::StorageSystemFileOpenModeFlag::Write);
+            EXPECT_TRUE(file != nullptr && file->writeFully("newer", 5));
+        }
+        return true;
+    };
+    source.addDirectory("/copy");
+    source.addName("/copy/file", "/tree/file");
+    static_cast<void>(
+        source.fileCopyAs("/tree", source, "/copy", grows, Option::Recursive | Option::InPlace));
+    EXPECT_EQ(source.bytesOf("/tree/file"), "newer");
+}
+
+TEST_F(CopyTarget, ThatEmptiesTheSourceAsItIsOpenedIsAFailure)
+{
+    source.addName("/other", "/tree/file");
+    source.behaviour.emptiesOnOpening = true;
+    EXPECT_FALSE(source.fileCopyAs("/tree/file", source, "/other", {}, Option::InPlace));
+    expectFailure(FailureCode::Changed, "/tree/file");
+}
+
+TEST_F(CopyTarget, OfASystemThatEmptiesOnOpeningIsWrittenInPlace)
+{
+    target.behaviour.emptiesOnOpening = true;
+    target.addFile("/old", "old and longer than the new one");
+    EXPECT_TRUE(copyTo("/old", Option::InPlace)) << Failure::last().message();
+    EXPECT_EQ(target.bytesOf("/old"), "new");
 }
 
 /// One that replaces in one step, as rename(2) does: of two names of one file both stay.

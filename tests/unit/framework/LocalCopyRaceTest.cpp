@@ -11,9 +11,11 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -146,6 +148,85 @@ TEST_F(LocalCopyRace, ASourceThatBecomesPrivateIsCopiedAsThat)
         EXPECT_EQ(modeOf("copy/file"), 0600U);
         fs::remove_all(file("copy"));
     }
+}
+
+TEST_F(LocalCopyRace, TheSourceItselfIsNotWrittenInPlace)
+{
+    directory.makeDirectory("sub");
+    directory.write("sub/file", "stays");
+    fs::create_directory_symlink(file("sub"), file("way"));
+    fs::create_hard_link(file("sub/file"), file("other"));
+    for (const auto* name : {"sub/file", "way/file", "other"}) {
+        EXPECT_FALSE(copy("sub/file", name, {}, Option::InPlace));
+        expectFailure(FailureCode::IntoItself, file(name));
+        EXPECT_EQ(readFile(file("sub/file")), "stays");
+    }
+}
+
+TEST_F(LocalCopyRace, AnotherNameOfASourceThatGrowsLosesNothingInPlace)
+{
+    directory.makeDirectory("tree");
+    directory.makeDirectory("copy");
+    directory.write("tree/log", "line\n");
+    fs::create_hard_link(file("tree/log"), file("copy/log"));
+    const auto grows =
+        onceAtTheStart([&] { std::ofstream(file("tree/log"), std::ios::app) << "line\n"; });
+    EXPECT_FALSE(copy("tree", "copy", grows, Option::Recursive | Option::InPlace));
+    expectFailure(FailureCode::IntoItself, file("copy/log"));
+    EXPECT_EQ(readFile(file("tree/log")), "line\nline\n");
+}
+
+TEST_F(LocalCopyRace, ATargetThatBecomesALinkIsNotWrittenThroughInPlace)
+{
+    directory.makeDirectory("tree");
+    directory.makeDirectory("copy");
+    directory.write("elsewhere", "stays");
+    std::vector<std::string> names;
+    for (int number = 0; number < 10; ++number) {
+        names.push_back("copy/file" + std::to_string(number));
+        directory.write("tree/file" + std::to_string(number), "new");
+        directory.write(names.back(), "old");
+    }
+    // They have all been looked at when the first one is written.
+    std::string swapped;
+    const auto swaps = [&](std::uint64_t done, std::uint64_t) {
+        for (const auto& name : names) {
+            if (done > 0 && swapped.empty() && readFile(file(name)) == "old") {
+                swapped = name;
+                replaceByLink(file(name), file("elsewhere"));
+            }
+        }
+        return true;
+    };
+    EXPECT_FALSE(copy("tree", "copy", swaps, Option::Recursive | Option::InPlace));
+    expectFailure(FailureCode::Changed, file(swapped));
+    EXPECT_EQ(readFile(file("elsewhere")), "stays");
+}
+
+TEST_F(LocalCopyRace, ATargetThatGetsThePermissionsOfAPrivateSourceInPlaceIsClosedAtOnce)
+{
+    directory.write("source", "private", 0600);
+    directory.write("target", "old", 0644);
+    const auto watches = [&](std::uint64_t done, std::uint64_t) {
+        EXPECT_TRUE(done == 0 || modeOf("target") == 0600U);
+        return done == 0;
+    };
+    EXPECT_FALSE(copy("source", "target", watches, Option::PreservePermissions | Option::InPlace));
+    EXPECT_EQ(modeOf("target"), 0600U);
+}
+
+// Many files of the system say that they have a page, and hold a line.
+TEST_F(LocalCopyRace, ASourceThatIsShorterThanItSaysLeavesNoOldEndInPlace)
+{
+    const std::string source = "/sys/kernel/mm/transparent_hugepage/enabled";
+    const auto content = readFile(source);
+    if (content.empty()) {
+        GTEST_SKIP() << "the system has no such file";
+    }
+    const auto target = directory.write("target", std::string(content.size() + 50, 'o'));
+    EXPECT_TRUE(system.fileCopyAs(source, system, target, {}, Option::InPlace))
+        << Failure::last().message();
+    EXPECT_EQ(readFile(target), content);
 }
 
 } // namespace

@@ -306,7 +306,7 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
                (creates && mode.has(Mode::Exclusive)) || !may(Permission::OwnerRead, *node)) {
         return nullptr;
     }
-    if (mode.has(Mode::Truncate)) {
+    if (mode.has(Mode::Truncate) || (behaviour.emptiesOnOpening && mode.has(Mode::Write))) {
         node->bytes.clear();
     }
     return std::make_unique<MemoryFile>(*this, node, path, mode, openFiles_);

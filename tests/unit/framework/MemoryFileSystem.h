@@ -47,6 +47,8 @@ struct MemoryBehaviour
     bool renamingKnowsNames = false;
     /// What new files and directories do not get.
     unsigned umask = 0;
+    /// Files are emptied whenever they are opened for writing.
+    bool emptiesOnOpening = false;
     /// New files and directories are everybody's, whatever permissions they are made with.
     bool ignoresModes = false;
     bool refusesTimes = false;
