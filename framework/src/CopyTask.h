@@ -72,6 +72,12 @@ private:
     std::string text_;
 };
 
+/// What a copy has learnt of its target's system on the way.
+struct TargetHabits
+{
+    bool keepsToPermissions = false; ///< New files get no more than they are made with.
+};
+
 /// What a copy works with from its beginning to its end.
 struct CopyTask
 {
@@ -81,6 +87,7 @@ struct CopyTask
     std::optional<std::uint64_t> bufferSize;
     CopyProgress& progress;
     CopyLosses& losses;
+    TargetHabits& habits;
 };
 
 /// To be asked when something could not be preserved, whether the copy goes on; then that is noted,

@@ -81,6 +81,23 @@ bool FileCopy::mayTakeItsPlace() const
     return !has(Option::FailIfExists) || fail(FailureCode::Exists, {}, targetPath_);
 }
 
+/// The same for what stands there by now. Where nothing stood on a server, that would cost a round
+/// trip for every new file; without replacing, whoever publishes looks.
+bool FileCopy::mayStillTakeItsPlace()
+{
+    if (has(Option::FailIfExists) || (!standing_ && !isLocal(task_.target))) {
+        return true;
+    }
+    const auto now = task_.target.fileInfo(targetPath_);
+    if (!now) {
+        return true;
+    }
+    if (replacesFile() && isRegularFile(now->type)) {
+        standing_->permissions = standing_->permissions & now->permissions;
+    }
+    return isFileOrLink(task_.target, targetPath_, now->type);
+}
+
 bool FileCopy::copyFile()
 {
     PartialEntry partial(task_.target, directory_, name_);
@@ -166,7 +183,7 @@ bool FileCopy::fill(PartialEntry& partial, Outcome& outcome)
         return false;
     }
     hide(*target, partial.path(), permissionsWhileFilled());
-    if (!move(*source, *target, outcome)) {
+    if (!move(*source, *target, outcome) || !mayStillTakeItsPlace()) {
         return false;
     }
     outcome.hasPermissions = replacesFile() && takePlaceOfStanding(*target);
@@ -214,10 +231,20 @@ void FileCopy::hide(StorageSystemFile& file, const std::string& path, Permission
 {
     const bool isSecret =
         areSecret(permissions_) || (replacesFile() && areSecret(standing_->permissions));
-    if (!isSecret) {
+    if (isSecret || isLocal(task_.target)) {
+        static_cast<void>(narrow(file, path, permissions));
         return;
     }
-    static_cast<void>(narrow(file, path, permissions));
+    // Of what everybody may read a server is trusted with the rest once it has been seen to keep to
+    // what it is given.
+    if (!task_.habits.keepsToPermissions) {
+        const auto made = task_.target.fileInfo(path);
+        task_.habits.keepsToPermissions =
+            made && (made->permissions & permissions) == made->permissions;
+    }
+    if (!task_.habits.keepsToPermissions) {
+        static_cast<void>(narrow(file, path, permissions));
+    }
 }
 
 /// Takes away what the file has beyond the permissions, by its path where its system has no other
@@ -250,13 +277,15 @@ bool FileCopy::replacesFile() const
 }
 
 /// Where the source's are set in the end, they count from then on. If that may fail, a file that
-/// others may read is better off with what it can have.
+/// others may read is better off with what it can have. The group of what is replaced comes last,
+/// and until then the file is in that of whoever makes it.
 Permissions FileCopy::permissionsWhileFilled() const
 {
     if (has(Option::PreservePermissions) && !has(Option::PreserveBestEffort)) {
         return ownerOnly;
     }
-    const auto permissions = replacesFile() ? permissions_ & standing_->permissions : permissions_;
+    const auto permissions =
+        replacesFile() ? withoutOwnOfGroup(permissions_ & standing_->permissions) : permissions_;
     // Some systems take none for none given, and give their own.
     return permissions.isEmpty() ? PosixFilePermissionFlag::OwnerWrite : permissions;
 }
@@ -266,10 +295,12 @@ Permissions FileCopy::permissionsWhileFilled() const
 Permissions FileCopy::finalPermissions(Permissions made) const
 {
     if (replacesFile()) {
-        return standing_->permissions;
+        // In whose group it is nobody has told.
+        return withoutOwnOfGroup(standing_->permissions);
     }
     constexpr auto execution = PosixFilePermissionFlag::OwnerExecute;
-    const bool wasLookedAt = made.has(execution) || !permissions_.has(execution);
+    const bool wasLookedAt =
+        isLocal(task_.target) || made.has(execution) || !permissions_.has(execution);
     return permissions_ & (wasLookedAt ? made : withExecution(made));
 }
 
@@ -297,7 +328,7 @@ bool FileCopy::setAttributes(const std::string& path, const StorageSystemFileInf
     return true;
 }
 
-bool FileCopy::copyLink() const
+bool FileCopy::copyLink()
 {
     if (!task_.target.hasSymbolicLinks()) {
         return fail(FailureCode::Unsupported, noLinksThere, sourcePath_);
@@ -307,7 +338,7 @@ bool FileCopy::copyLink() const
         return false;
     }
     PartialEntry partial(task_.target, directory_, name_);
-    return partial.createLink(*text) && task_.progress.report() &&
+    return partial.createLink(*text) && task_.progress.report() && mayStillTakeItsPlace() &&
            partial.publish(!has(Option::FailIfExists));
 }
 

@@ -44,8 +44,9 @@ private:
     };
 
     bool mayTakeItsPlace() const;
+    bool mayStillTakeItsPlace();
     bool copyFile();
-    bool copyLink() const;
+    bool copyLink();
     bool writeInPlace();
     bool isWhole(const std::string& path, std::uint64_t bytes,
                  const std::optional<StorageSystemFileInfo>& made) const;

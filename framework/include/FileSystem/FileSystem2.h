@@ -103,7 +103,8 @@ public:
     ///
     /// Permissions, unless they are to be preserved: a new file or directory gets the source's less
     /// the umask. A file that is replaced keeps its own, and its owner and group where the system
-    /// lets us; in another group it keeps none for its group that others do not have. A directory
+    /// lets us; in another group, or in one that nobody tells, it keeps none for its group that
+    /// others do not have. What it is closed to while it is copied onto stays closed. A directory
     /// that is filled keeps its own. While it is made, a copy is open to nobody to whom the source,
     /// or the file that it replaces, is not. All of this as far as the target's system keeps to
     /// permissions.

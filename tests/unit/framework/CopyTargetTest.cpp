@@ -104,6 +104,24 @@ TEST_F(CopyTarget, InATreeIsAskedForWhereAListingDoesNotTellWhatItIs)
     EXPECT_EQ(target.bytesOf("/copy/file"), "new");
 }
 
+TEST_F(CopyTarget, InATreeIsAskedForWhereAListingLeavesItOut)
+{
+    for (int number = 0; number < 10; ++number) {
+        source.addFile("/tree/other" + std::to_string(number), "");
+    }
+    source.addFile("/tree/.env", "new", 0644);
+    target.addFile("/copy/.env", "old", 0600);
+    target.behaviour.listsNoDotNames = true;
+    EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    EXPECT_EQ(target.bytesOf("/copy/.env"), "new");
+    EXPECT_EQ(target.at("/copy/.env").permissions.raw(), 0600U);
+    ASSERT_TRUE(target.fileRemove("/copy/.env"));
+    target.addPipe("/copy/.env");
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    expectFailure(FailureCode::NotCopyable, "/copy/.env");
+    EXPECT_TRUE(target.has("/copy/.env"));
+}
+
 TEST_F(CopyTarget, OfADirectoryIsNoDevice)
 {
     source.addDirectory("/empty");
@@ -243,6 +261,23 @@ public:
         });
     }
 };
+
+// Where one step replaces whatever stands there.
+TEST_F(CopyTarget, ThatBecomesAPipeMeanwhileIsNotReplaced)
+{
+    ReplacingFileSystem replacing;
+    const auto becomesPipe = [&](std::uint64_t, std::uint64_t) {
+        replacing.addPipe("/old");
+        return true;
+    };
+    for (const auto* path : {"/tree/file", "/link"}) {
+        source.addLink("/link", "/tree/file");
+        replacing.addFile("/old", "old");
+        EXPECT_FALSE(source.fileCopyAs(path, replacing, "/old", becomesPipe));
+        expectFailure(FailureCode::NotCopyable, "/old");
+        EXPECT_THAT(replacing.paths(), ElementsAre("/old"));
+    }
+}
 
 TEST(Replacing, OneNameOfAFileByAnotherLeavesTheNewOne)
 {

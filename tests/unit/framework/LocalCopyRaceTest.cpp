@@ -229,5 +229,33 @@ TEST_F(LocalCopyRace, ASourceThatIsShorterThanItSaysLeavesNoOldEndInPlace)
     EXPECT_EQ(readFile(target), content);
 }
 
+TEST_F(LocalCopyRace, APipeThatAppearsAtTheTargetIsNotReplaced)
+{
+    directory.write("source", "bytes");
+    fs::create_symlink("source", file("link"));
+    for (const auto* name : {"source", "link"}) {
+        const auto appears = [&](std::uint64_t, std::uint64_t) {
+            return fs::exists(file("pipe")) || ::mkfifo(file("pipe").c_str(), 0600) == 0;
+        };
+        EXPECT_FALSE(copy(name, "pipe", appears));
+        expectFailure(FailureCode::NotCopyable, file("pipe"));
+        EXPECT_TRUE(fs::is_fifo(file("pipe")));
+        EXPECT_EQ(part(), std::nullopt);
+        fs::remove(file("pipe"));
+    }
+}
+
+TEST_F(LocalCopyRace, ATargetThatIsClosedMeanwhileStaysClosed)
+{
+    directory.write("source", "new", 0644);
+    directory.write("target", "old", 0644);
+    const auto closes = [&](std::uint64_t, std::uint64_t) {
+        return ::chmod(file("target").c_str(), 0600) == 0;
+    };
+    EXPECT_TRUE(copy("source", "target", closes));
+    EXPECT_EQ(readFile(file("target")), "new");
+    EXPECT_EQ(modeOf("target"), 0600U);
+}
+
 } // namespace
 } // namespace TarnisTest

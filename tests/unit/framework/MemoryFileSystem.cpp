@@ -417,6 +417,9 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
         }
     };
     for (const auto& name : childNames(*key)) {
+        if (behaviour.listsNoDotNames && name.front() == '.') {
+            continue;
+        }
         const auto& node = at(*key + "/" + name);
         const auto told = behaviour.listedTypes.find(*key + "/" + name);
         const auto listed = behaviour.listsWithoutTypes ? Type() : typeOf(node);

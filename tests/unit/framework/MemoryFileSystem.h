@@ -56,6 +56,10 @@ struct MemoryBehaviour
     bool refusesLinks = false;
     /// Links are made, but do not read back as they were meant.
     bool rewritesLinks = false;
+    /// Open files can take the place of others, with all that these have.
+    bool filesSucceed = false;
+    /// Listings leave out names that begin with a dot.
+    bool listsNoDotNames = false;
     /// Listings give no types.
     bool listsWithoutTypes = false;
     /// Reads and writes claim one byte more than they were asked for.
