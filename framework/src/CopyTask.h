@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CallbackScope.h"
+
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystemFlags.h>
 #include <FileSystem/StorageSystemRecords.h>
@@ -30,7 +32,7 @@ public:
     /// `bytes` of the file under way are copied. False: stop, which is told as the failure.
     bool report(std::uint64_t bytes = 0) const
     {
-        return !progress_ || progress_(done_ + bytes, total_) || fail(FailureCode::Cancelled);
+        return goesOn(progress_, done_ + bytes, total_) || fail(FailureCode::Cancelled);
     }
 
     /// The file under way is complete, and had `bytes`.
