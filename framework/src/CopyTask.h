@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CallbackScope.h"
+
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystemFlags.h>
 #include <FileSystem/StorageSystemRecords.h>
@@ -30,7 +32,7 @@ public:
     /// `bytes` of the file under way are copied. False: stop, which is told as the failure.
     bool report(std::uint64_t bytes = 0) const
     {
-        return !progress_ || progress_(done_ + bytes, total_) || fail(FailureCode::Cancelled);
+        return goesOn(progress_, done_ + bytes, total_) || fail(FailureCode::Cancelled);
     }
 
     /// The file under way is complete, and had `bytes`.
@@ -72,6 +74,12 @@ private:
     std::string text_;
 };
 
+/// What a copy has learnt of its target's system on the way.
+struct TargetHabits
+{
+    bool keepsToPermissions = false; ///< New files get no more than they are made with.
+};
+
 /// What a copy works with from its beginning to its end.
 struct CopyTask
 {
@@ -81,6 +89,7 @@ struct CopyTask
     std::optional<std::uint64_t> bufferSize;
     CopyProgress& progress;
     CopyLosses& losses;
+    TargetHabits& habits;
 };
 
 /// To be asked when something could not be preserved, whether the copy goes on; then that is noted,

@@ -2,6 +2,7 @@
 
 #include "EntryKind.h"
 #include "FailureWatch.h"
+#include "LinkResolution.h"
 #include "PartialEntry.h"
 #include "PathText.h"
 
@@ -20,6 +21,7 @@ namespace {
 
 constexpr Permissions ownerOnly =
     PosixFilePermissionFlag::OwnerRead | PosixFilePermissionFlag::OwnerWrite;
+constexpr const char* sameFile = "it is the source itself";
 constexpr Permissions everybodyReads =
     PosixFilePermissionFlag::GroupRead | PosixFilePermissionFlag::OthersRead;
 
@@ -27,6 +29,11 @@ constexpr Permissions everybodyReads =
 bool areSecret(Permissions permissions)
 {
     return (permissions & everybodyReads) != everybodyReads;
+}
+
+bool isLocal(const StorageSystem& system)
+{
+    return system.getType() == StorageSystemType::Local;
 }
 
 /// With the right to execute for everybody who may read.
@@ -43,6 +50,7 @@ FileCopy::FileCopy(const CopyTask& task, const StorageSystemFileInfo& source,
                    std::optional<StorageSystemFileInfo> standing)
     : task_(task)
     , source_(source)
+    , permissions_(source.permissions)
     , sourcePath_(std::move(sourcePath))
     , directory_(directory)
     , name_(std::move(name))
@@ -50,7 +58,7 @@ FileCopy::FileCopy(const CopyTask& task, const StorageSystemFileInfo& source,
     , standing_(std::move(standing))
 {}
 
-bool FileCopy::copy() const
+bool FileCopy::copy()
 {
     if (!mayTakeItsPlace()) {
         return false;
@@ -73,7 +81,24 @@ bool FileCopy::mayTakeItsPlace() const
     return !has(Option::FailIfExists) || fail(FailureCode::Exists, {}, targetPath_);
 }
 
-bool FileCopy::copyFile() const
+/// The same for what stands there by now. Where nothing stood on a server, that would cost a round
+/// trip for every new file; without replacing, whoever publishes looks.
+bool FileCopy::mayStillTakeItsPlace()
+{
+    if (has(Option::FailIfExists) || (!standing_ && !isLocal(task_.target))) {
+        return true;
+    }
+    const auto now = task_.target.fileInfo(targetPath_);
+    if (!now) {
+        return true;
+    }
+    if (replacesFile() && isRegularFile(now->type)) {
+        standing_->permissions = standing_->permissions & now->permissions;
+    }
+    return isFileOrLink(task_.target, targetPath_, now->type);
+}
+
+bool FileCopy::copyFile()
 {
     PartialEntry partial(task_.target, directory_, name_);
     Outcome outcome;
@@ -91,12 +116,19 @@ bool FileCopy::copyFile() const
     return true;
 }
 
+/// Others may have put a link of just that size there, which would be published and give its
+/// target the attributes.
 /// \param made what stands at the path that was written to.
 bool FileCopy::isWhole(const std::string& path, std::uint64_t bytes,
                        const std::optional<StorageSystemFileInfo>& made) const
 {
     if (!made || !isReadToItsEnd(bytes)) {
         return false;
+    }
+    // A server need not tell what its entries are.
+    const bool isUntold = !isLocal(task_.target) && made->type.isEmpty();
+    if (!isUntold && !isRegularFile(made->type)) {
+        return fail(FailureCode::Changed, "it is no longer the file that was written", path);
     }
     return made->size == bytes ||
            fail(FailureCode::Changed, "it has not the size of what was written", path);
@@ -107,7 +139,7 @@ bool FileCopy::isWhole(const std::string& path, std::uint64_t bytes,
 /// nothing.
 bool FileCopy::isReadToItsEnd(std::uint64_t bytes) const
 {
-    if (bytes >= source_.size || task_.source.getType() == StorageSystemType::Local) {
+    if (bytes >= source_.size || isLocal(task_.source)) {
         return true;
     }
     const auto size = task_.source.fileSize(sourcePath_);
@@ -115,16 +147,35 @@ bool FileCopy::isReadToItsEnd(std::uint64_t bytes) const
            (*size == bytes || fail(FailureCode::Changed, "it ended before its size", sourcePath_));
 }
 
-std::unique_ptr<StorageSystemFile> FileCopy::openSource() const
+std::unique_ptr<StorageSystemFile> FileCopy::openSource()
 {
-    auto source = task_.source.fileOpen(sourcePath_, Mode::Read);
-    if (source != nullptr) {
-        source->knownSize_ = source_.size;
+    auto source = task_.source.openItself(sourcePath_, Mode::Read);
+    if (source == nullptr || !isAsScanned(*source)) {
+        return nullptr;
     }
+    source->knownSize_ = source_.size;
     return source;
 }
 
-bool FileCopy::fill(PartialEntry& partial, Outcome& outcome) const
+/// Whether what was opened is a file as it was when it was looked at. One that has been closed to
+/// others since, or has taken the place of one that was open to them, stays closed to them as a
+/// copy.
+bool FileCopy::isAsScanned(StorageSystemFile& source)
+{
+    if (source.attributeKeeper_.look) {
+        const auto state = source.attributeKeeper_.look();
+        permissions_ = permissions_ & (state ? state->permissions : Permissions());
+        return state.has_value();
+    }
+    const auto now = task_.source.fileInfo(sourcePath_);
+    if (!now) {
+        return false;
+    }
+    permissions_ = permissions_ & now->permissions;
+    return now->type == source_.type || fail(FailureCode::Changed, {}, sourcePath_);
+}
+
+bool FileCopy::fill(PartialEntry& partial, Outcome& outcome)
 {
     const auto source = openSource();
     const auto target = source != nullptr ? createTarget(partial) : nullptr;
@@ -132,11 +183,23 @@ bool FileCopy::fill(PartialEntry& partial, Outcome& outcome) const
         return false;
     }
     hide(*target, partial.path(), permissionsWhileFilled());
-    if (!move(*source, *target, outcome)) {
+    if (!move(*source, *target, outcome) || !mayStillTakeItsPlace()) {
         return false;
     }
     outcome.hasPermissions = replacesFile() && takePlaceOfStanding(*target);
-    return target->commit();
+    return preservePermissions(*target, outcome) && target->commit();
+}
+
+/// Gives the open file the source's permissions if it is to have them, as far as its system can do
+/// that: its path may lead elsewhere meanwhile.
+bool FileCopy::preservePermissions(StorageSystemFile& file, Outcome& outcome) const
+{
+    if (!has(Option::PreservePermissions)) {
+        return true;
+    }
+    const auto& set = file.attributeKeeper_.set;
+    outcome.hasPermissions = static_cast<bool>(set);
+    return !set || set(permissions_) || goesOnWithout(task_, targetPath_, "the permissions");
 }
 
 std::unique_ptr<StorageSystemFile> FileCopy::createTarget(PartialEntry& partial) const
@@ -167,17 +230,36 @@ bool FileCopy::move(StorageSystemFile& source, StorageSystemFile& target, Outcom
 void FileCopy::hide(StorageSystemFile& file, const std::string& path, Permissions permissions) const
 {
     const bool isSecret =
-        areSecret(source_.permissions) || (replacesFile() && areSecret(standing_->permissions));
-    if (!isSecret) {
+        areSecret(permissions_) || (replacesFile() && areSecret(standing_->permissions));
+    if (isSecret || isLocal(task_.target)) {
+        static_cast<void>(narrow(file, path, permissions));
         return;
     }
-    if (file.attributeKeeper_.narrow && file.attributeKeeper_.narrow(permissions)) {
-        return;
+    // Of what everybody may read a server is trusted with the rest once it has been seen to keep to
+    // what it is given.
+    if (!task_.habits.keepsToPermissions) {
+        const auto made = task_.target.fileInfo(path);
+        task_.habits.keepsToPermissions =
+            made && (made->permissions & permissions) == made->permissions;
+    }
+    if (!task_.habits.keepsToPermissions) {
+        static_cast<void>(narrow(file, path, permissions));
+    }
+}
+
+/// Takes away what the file has beyond the permissions, by its path where its system has no other
+/// way. This machine has one.
+bool FileCopy::narrow(StorageSystemFile& file, const std::string& path,
+                      Permissions permissions) const
+{
+    const auto& byHandle = file.attributeKeeper_.narrow;
+    const bool isNarrowed = byHandle && byHandle(permissions);
+    if (isNarrowed || (byHandle && isLocal(task_.target))) {
+        return isNarrowed;
     }
     const auto made = task_.target.fileInfo(path);
-    if (!made || (made->permissions & permissions) != made->permissions) {
-        task_.target.fileSetPermissions(path, permissions);
-    }
+    return (made && (made->permissions & permissions) == made->permissions) ||
+           task_.target.fileSetPermissions(path, permissions);
 }
 
 /// Gives the file the owner of what it is to replace, and its permissions unless it gets the
@@ -195,14 +277,15 @@ bool FileCopy::replacesFile() const
 }
 
 /// Where the source's are set in the end, they count from then on. If that may fail, a file that
-/// others may read is better off with what it can have.
+/// others may read is better off with what it can have. The group of what is replaced comes last,
+/// and until then the file is in that of whoever makes it.
 Permissions FileCopy::permissionsWhileFilled() const
 {
     if (has(Option::PreservePermissions) && !has(Option::PreserveBestEffort)) {
         return ownerOnly;
     }
     const auto permissions =
-        replacesFile() ? source_.permissions & standing_->permissions : source_.permissions;
+        replacesFile() ? withoutOwnOfGroup(permissions_ & standing_->permissions) : permissions_;
     // Some systems take none for none given, and give their own.
     return permissions.isEmpty() ? PosixFilePermissionFlag::OwnerWrite : permissions;
 }
@@ -212,11 +295,13 @@ Permissions FileCopy::permissionsWhileFilled() const
 Permissions FileCopy::finalPermissions(Permissions made) const
 {
     if (replacesFile()) {
-        return standing_->permissions;
+        // In whose group it is nobody has told.
+        return withoutOwnOfGroup(standing_->permissions);
     }
     constexpr auto execution = PosixFilePermissionFlag::OwnerExecute;
-    const bool wasLookedAt = made.has(execution) || !source_.permissions.has(execution);
-    return source_.permissions & (wasLookedAt ? made : withExecution(made));
+    const bool wasLookedAt =
+        isLocal(task_.target) || made.has(execution) || !permissions_.has(execution);
+    return permissions_ & (wasLookedAt ? made : withExecution(made));
 }
 
 // The time first: a file that nobody may write may refuse it.
@@ -228,19 +313,22 @@ bool FileCopy::setAttributes(const std::string& path, const StorageSystemFileInf
         !goesOnWithout(task_, targetPath_, "the modification time")) {
         return false;
     }
+    if (hasPermissions) {
+        return true;
+    }
     if (has(Option::PreservePermissions)) {
-        return target.fileSetPermissions(path, source_.permissions) ||
+        return target.fileSetPermissions(path, permissions_) ||
                goesOnWithout(task_, targetPath_, "the permissions");
     }
     const auto permissions = finalPermissions(made.permissions);
-    if (!hasPermissions && isRegularFile(made.type) && permissions != made.permissions) {
+    if (isRegularFile(made.type) && permissions != made.permissions) {
         // As far as the system has permissions at all.
         target.fileSetPermissions(path, permissions);
     }
     return true;
 }
 
-bool FileCopy::copyLink() const
+bool FileCopy::copyLink()
 {
     if (!task_.target.hasSymbolicLinks()) {
         return fail(FailureCode::Unsupported, noLinksThere, sourcePath_);
@@ -250,36 +338,122 @@ bool FileCopy::copyLink() const
         return false;
     }
     PartialEntry partial(task_.target, directory_, name_);
-    return partial.createLink(*text) && task_.progress.report() &&
+    return partial.createLink(*text) && task_.progress.report() && mayStillTakeItsPlace() &&
            partial.publish(!has(Option::FailIfExists));
 }
 
 /// What goes wrong on the way leaves a file that is neither the old one nor the new one.
-bool FileCopy::writeInPlace() const
+bool FileCopy::writeInPlace()
 {
+    if (mayBeItself()) {
+        return false;
+    }
     Outcome outcome;
-    {
-        const auto source = openSource();
-        const auto target = source != nullptr ? openStanding() : nullptr;
-        if (target == nullptr || !move(*source, *target, outcome) || !target->commit()) {
-            return false;
-        }
+    outcome.hasPermissions = true; // Its own.
+    if (!overwrite(outcome)) {
+        return false;
     }
     const auto made = task_.target.fileInfo(targetPath_);
-    if (!isWhole(targetPath_, outcome.bytes, made) || !setAttributes(targetPath_, *made, true)) {
+    if (!isWhole(targetPath_, outcome.bytes, made) ||
+        !setAttributes(targetPath_, *made, outcome.hasPermissions)) {
         return false;
     }
     task_.progress.complete(outcome.bytes);
     return true;
 }
 
-// What is longer than the source cannot be the source under another name, and is cut before; the
-// bytes of anything else are all written over.
-std::unique_ptr<StorageSystemFile> FileCopy::openStanding() const
+/// Whether source and target may be one file of a system that cannot tell by its open files: some
+/// servers empty a file whenever it is opened for writing.
+bool FileCopy::mayBeItself() const
 {
-    const bool isLonger = standing_->size > source_.size;
-    return task_.target.fileOpen(targetPath_, isLonger ? Mode::Write | Mode::Truncate
-                                                       : Utilities::Flags<Mode>(Mode::Write));
+    if (&task_.source != &task_.target || isLocal(task_.target)) {
+        return false;
+    }
+    const auto isOne = isOnePlace(task_.target, sourcePath_, targetPath_);
+    if (isOne && !*isOne) {
+        return false;
+    }
+    fail(FailureCode::IntoItself, isOne ? sameFile : "it cannot be told from its source",
+         targetPath_);
+    return true;
+}
+
+bool FileCopy::overwrite(Outcome& outcome)
+{
+    const auto source = openSource();
+    const auto target = source != nullptr ? openStanding(*source) : nullptr;
+    return target != nullptr && closeToOthers(*target) && move(*source, *target, outcome) &&
+           cut(*target, outcome.bytes) && preservePermissions(*target, outcome) && target->commit();
+}
+
+/// Nothing is dropped from what stands there before it is known not to be the source under another
+/// name.
+std::unique_ptr<StorageSystemFile> FileCopy::openStanding(StorageSystemFile& source) const
+{
+    auto target = task_.target.openItself(targetPath_, Mode::Write);
+    if (target == nullptr || !isAnother(source, *target)) {
+        return nullptr;
+    }
+    if (target->attributeKeeper_.cut || standing_->size <= source_.size) {
+        return target;
+    }
+    // Here the source's size comes second: one file that grows is not the longer one.
+    const auto standing = task_.target.fileSize(targetPath_);
+    const auto size = sizeNow(source);
+    if (!standing || !size || *standing <= *size) {
+        return standing && size ? std::move(target) : nullptr;
+    }
+    target = task_.target.openItself(targetPath_, Mode::Write | Mode::Truncate);
+    return target != nullptr && isUncut(source) ? std::move(target) : nullptr;
+}
+
+/// Whether the two are not one file, as far as that can be told.
+bool FileCopy::isAnother(StorageSystemFile& source, StorageSystemFile& target) const
+{
+    const bool isOneSystem =
+        &task_.source == &task_.target || (isLocal(task_.source) && isLocal(task_.target));
+    if (!isOneSystem || !source.attributeKeeper_.look || !target.attributeKeeper_.look) {
+        return isUncut(source);
+    }
+    const auto first = source.attributeKeeper_.look();
+    const auto second = target.attributeKeeper_.look();
+    return first && second &&
+           (first->volume != second->volume || first->number != second->number ||
+            fail(FailureCode::IntoItself, sameFile, targetPath_));
+}
+
+/// Whether opening the target has not cut the source, which is the same file then.
+bool FileCopy::isUncut(StorageSystemFile& source) const
+{
+    const auto size = sizeNow(source);
+    return size && (*size >= source_.size ||
+                    fail(FailureCode::Changed, "it has become shorter", sourcePath_));
+}
+
+std::optional<std::uint64_t> FileCopy::sizeNow(StorageSystemFile& source) const
+{
+    if (!source.attributeKeeper_.look) {
+        return task_.source.fileSize(sourcePath_);
+    }
+    const auto state = source.attributeKeeper_.look();
+    return state ? std::make_optional(state->size) : std::nullopt;
+}
+
+/// Takes from what stands there, before the first byte, what it has beyond the source's permissions
+/// if it is to have these.
+bool FileCopy::closeToOthers(StorageSystemFile& standing) const
+{
+    return !has(Option::PreservePermissions) ||
+           narrow(standing, targetPath_, permissions_ & standing_->permissions) ||
+           has(Option::PreserveBestEffort);
+}
+
+/// What was longer than what has been written has its end left. Where a system cannot take it away,
+/// the size tells.
+bool FileCopy::cut(StorageSystemFile& file, std::uint64_t size) const
+{
+    const auto& byHandle = file.attributeKeeper_.cut;
+    return standing_->size <= size || !byHandle || byHandle(size);
 }
 
 } // namespace FileSystem

@@ -31,7 +31,7 @@ public:
 
     /// Whichever of the two the source is. False: a failure, or the progress said stop. What an
     /// exception leaves is the same.
-    bool copy() const;
+    bool copy();
 
 private:
     using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
@@ -40,23 +40,34 @@ private:
     struct Outcome
     {
         std::uint64_t bytes = 0;
-        bool hasPermissions = false; ///< The final ones, if these are not to be preserved.
+        bool hasPermissions = false; ///< The final ones.
     };
 
     bool mayTakeItsPlace() const;
-    bool copyFile() const;
-    bool copyLink() const;
-    bool writeInPlace() const;
+    bool mayStillTakeItsPlace();
+    bool copyFile();
+    bool copyLink();
+    bool writeInPlace();
     bool isWhole(const std::string& path, std::uint64_t bytes,
                  const std::optional<StorageSystemFileInfo>& made) const;
     bool isReadToItsEnd(std::uint64_t bytes) const;
-    std::unique_ptr<StorageSystemFile> openSource() const;
+    std::unique_ptr<StorageSystemFile> openSource();
+    bool isAsScanned(StorageSystemFile& source);
     std::unique_ptr<StorageSystemFile> createTarget(PartialEntry& partial) const;
-    std::unique_ptr<StorageSystemFile> openStanding() const;
-    bool fill(PartialEntry& partial, Outcome& outcome) const;
+    bool mayBeItself() const;
+    bool overwrite(Outcome& outcome);
+    std::unique_ptr<StorageSystemFile> openStanding(StorageSystemFile& source) const;
+    bool isAnother(StorageSystemFile& source, StorageSystemFile& target) const;
+    bool isUncut(StorageSystemFile& source) const;
+    std::optional<std::uint64_t> sizeNow(StorageSystemFile& source) const;
+    bool closeToOthers(StorageSystemFile& standing) const;
+    bool cut(StorageSystemFile& file, std::uint64_t size) const;
+    bool fill(PartialEntry& partial, Outcome& outcome);
     bool move(StorageSystemFile& source, StorageSystemFile& target, Outcome& outcome) const;
     void hide(StorageSystemFile& file, const std::string& path, Permissions permissions) const;
+    bool narrow(StorageSystemFile& file, const std::string& path, Permissions permissions) const;
     bool takePlaceOfStanding(StorageSystemFile& file) const;
+    bool preservePermissions(StorageSystemFile& file, Outcome& outcome) const;
     bool setAttributes(const std::string& path, const StorageSystemFileInfo& made,
                        bool hasPermissions) const;
     Permissions permissionsWhileFilled() const;
@@ -67,6 +78,7 @@ private:
 
     const CopyTask& task_;
     const StorageSystemFileInfo& source_;
+    Permissions permissions_; ///< The source's; when it is open, no more than it has then.
     std::string sourcePath_;
     std::string directory_;
     std::string name_;

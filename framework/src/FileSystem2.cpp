@@ -642,7 +642,8 @@ bool FileSystem2::do_fileCopyAs(const std::string& path, const StorageSystem& ta
     source->fileId = path;
     CopyProgress copyProgress(progress);
     CopyLosses losses;
-    const CopyTask task{*this, target, options, bufferSize, copyProgress, losses};
+    TargetHabits habits;
+    const CopyTask task{*this, target, options, bufferSize, copyProgress, losses, habits};
     const bool isTree = isDirectory(source->type) && options.has(CopyOption::Recursive);
     const bool isCopied = isTree ? TreeCopy(task, path, targetPath).copy(*source)
                                  : copySingle(task, *source, targetPath);

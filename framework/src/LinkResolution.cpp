@@ -77,4 +77,22 @@ std::optional<std::string> resolveLinks(const StorageSystem& system, const std::
     return resolved;
 }
 
+std::optional<std::string> placeOf(const StorageSystem& system, const std::string& path)
+{
+    auto place = resolveLinks(system, system.absolutePath(path).value_or(path));
+    const bool isKnown =
+        place && !place->empty() && *place != "." && !PathText::isWithin("..", *place);
+    return isKnown ? place : std::nullopt;
+}
+
+std::optional<bool> isOnePlace(const StorageSystem& system, const std::string& path,
+                               const std::string& otherPath)
+{
+    const auto place = placeOf(system, path);
+    const auto other = placeOf(system, otherPath);
+    const bool isKnown =
+        place && other && PathText::isAbsolute(*place) == PathText::isAbsolute(*other);
+    return isKnown ? std::make_optional(*place == *other) : std::nullopt;
+}
+
 } // namespace FileSystem

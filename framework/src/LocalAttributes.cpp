@@ -25,6 +25,17 @@ std::optional<struct stat> readAttributes(int directory, const char* path)
     return rc == 0 ? std::optional(attributes) : std::nullopt;
 }
 
+std::optional<struct stat> attributesOfOpen(int file)
+{
+    struct stat attributes = {};
+    return ::fstat(file, &attributes) == 0 ? std::optional(attributes) : std::nullopt;
+}
+
+Utilities::Flags<PosixFilePermissionFlag> permissionsOf(mode_t mode) noexcept
+{
+    return Utilities::Flags<PosixFilePermissionFlag>(mode & permissionBits);
+}
+
 Utilities::Flags<StorageSystemFileTypeFlag> typeOfMode(mode_t mode) noexcept
 {
     switch (mode & S_IFMT) {
@@ -44,8 +55,7 @@ void setAttributes(StorageSystemFileInfo& info, const struct stat& attributes) n
     info.type = typeOfMode(attributes.st_mode);
     info.size = static_cast<std::uint64_t>(attributes.st_size);
     info.modTime = toTimePoint(attributes.st_mtim);
-    info.permissions =
-        Utilities::Flags<PosixFilePermissionFlag>(attributes.st_mode & permissionBits);
+    info.permissions = permissionsOf(attributes.st_mode);
 }
 
 StorageSystemTimePoint toTimePoint(const timespec& moment) noexcept

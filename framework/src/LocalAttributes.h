@@ -14,6 +14,12 @@ namespace FileSystem {
 /// link itself included. Empty, and errno is set, when it cannot be told.
 std::optional<struct stat> readAttributes(int directory, const char* path);
 
+/// What is open under the descriptor. Empty, and errno is set, when it cannot be told.
+std::optional<struct stat> attributesOfOpen(int file);
+
+/// The nine permission bits of a mode.
+Utilities::Flags<PosixFilePermissionFlag> permissionsOf(mode_t mode) noexcept;
+
 /// The kind by the file type bits of a mode.
 Utilities::Flags<StorageSystemFileTypeFlag> typeOfMode(mode_t mode) noexcept;
 

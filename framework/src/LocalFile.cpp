@@ -1,5 +1,6 @@
 #include "LocalFile.h"
 
+#include "LocalAttributes.h"
 #include "LocalError.h"
 #include "LocalSuccession.h"
 #include "SystemCall.h"
@@ -19,6 +20,8 @@ namespace FileSystem {
 namespace {
 
 static_assert(sizeof(off_t) == sizeof(std::int64_t), "files may be larger than 2 GiB");
+
+constexpr auto largestSize = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
 
 // No system moves more in one call.
 constexpr std::uint64_t largestStep = 0x40000000;
@@ -45,11 +48,36 @@ LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
         const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
         return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
     });
-    setAttributeKeeper(
-        {[this](auto permissions) { return narrowPermissions(descriptor_.get(), permissions); },
-         [this](const std::string& path, auto permissions) {
-             return succeedTo(descriptor_.get(), path, permissions);
-         }});
+    setAttributeKeeper(attributeKeeper());
+}
+
+/// For as long as the file lives.
+LocalFile::AttributeKeeper LocalFile::attributeKeeper() const
+{
+    AttributeKeeper keeper;
+    keeper.narrow = [this](auto permissions) {
+        return LocalError::succeeded(narrowPermissions(descriptor_.get(), permissions), fileId_);
+    };
+    keeper.succeed = [this](const std::string& path, auto permissions) {
+        return succeedTo(descriptor_.get(), path, permissions);
+    };
+    keeper.set = [this](auto permissions) {
+        return LocalError::succeeded(setPermissions(descriptor_.get(), permissions), fileId_);
+    };
+    keeper.look = [this]() -> std::optional<OpenFileState> {
+        const auto now = attributesOfOpen(descriptor_.get());
+        if (!LocalError::succeeded(now.has_value(), fileId_)) {
+            return std::nullopt;
+        }
+        return OpenFileState{permissionsOf(now->st_mode), static_cast<std::uint64_t>(now->st_size),
+                             now->st_dev, now->st_ino};
+    };
+    keeper.cut = [this](std::uint64_t size) {
+        return LocalError::succeeded(
+            size <= largestSize && ::ftruncate(descriptor_.get(), static_cast<off_t>(size)) == 0,
+            fileId_);
+    };
+    return keeper;
 }
 
 LocalFile::~LocalFile() = default;
@@ -76,7 +104,7 @@ bool LocalFile::do_eof() const
 
 bool LocalFile::do_seek(std::uint64_t offset) const
 {
-    if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) {
+    if (offset > largestSize) {
         return fail(FailureCode::TooLarge, {}, fileId_);
     }
     if (::lseek(descriptor_.get(), static_cast<off_t>(offset), SEEK_SET) == -1) {

@@ -87,6 +87,54 @@ bool isLink(const std::string& path)
     return attributes && S_ISLNK(attributes->st_mode);
 }
 
+/// \param flags of open(2).
+std::unique_ptr<StorageSystemFile> openFile(const LocalFileSystem& system, const std::string& path,
+                                            int flags,
+                                            Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                                            mode_t permissions)
+{
+    if (!mayBeOpened(path, flags)) {
+        return nullptr;
+    }
+    FileDescriptor descriptor = openDescriptor(path, flags, permissions);
+    if (!LocalError::succeeded(descriptor.get() != -1) || !isRegular(descriptor)) {
+        return nullptr;
+    }
+    return std::make_unique<LocalFile>(std::move(descriptor), path, mode, system);
+}
+
+/// As openFile(), and Changed for a symbolic link, which is where a file has been.
+std::unique_ptr<StorageSystemFile>
+openFileItself(const LocalFileSystem& system, const std::string& path,
+               Utilities::Flags<StorageSystemFileOpenModeFlag> mode)
+{
+    auto file = openFile(system, path, storageSystemFileOpenModeToPosixMode(mode) | O_NOFOLLOW,
+                         mode, modeOf(defaultFilePermissions));
+    if (file == nullptr && isLink(path)) {
+        fail(FailureCode::Changed, "a symbolic link has taken its place", path);
+    }
+    return file;
+}
+
+/// The set-ID and sticky bits of a directory, which say what becomes of its entries and are not
+/// among the permissions that are asked for; none of anything else.
+mode_t specialBitsOfDirectory(mode_t mode)
+{
+    constexpr mode_t specialBits = 07000;
+    return S_ISDIR(mode) ? mode & specialBits : 0;
+}
+
+/// Of a directory that is open only as a place. For one that may not be read, the process's list of
+/// descriptors must be mounted.
+bool changeMode(int directory, mode_t mode)
+{
+    const FileDescriptor readable(retryInterrupted(
+        [&] { return ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    const auto byPath = "/proc/self/fd/" + std::to_string(directory);
+    return readable.get() != -1 ? ::fchmod(readable.get(), mode) == 0
+                                : ::chmod(byPath.c_str(), mode) == 0;
+}
+
 // The access time stays as it is.
 bool setModificationTime(const std::string& path, const timespec& time)
 {
@@ -234,6 +282,10 @@ LocalFileSystem::LocalFileSystem()
     setReplacer([](const std::string& path, const std::string& newPath) {
         return LocalError::succeeded(::rename(systemPath(path), systemPath(newPath)) == 0);
     });
+    setSelfOpener(
+        [this](const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) {
+            return openFileItself(*this, path, mode);
+        });
 }
 
 LocalFileSystem::~LocalFileSystem() = default;
@@ -268,15 +320,8 @@ LocalFileSystem::do_fileOpen(const std::string& path,
                              Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                              Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    const int flags = storageSystemFileOpenModeToPosixMode(mode);
-    if (!mayBeOpened(path, flags)) {
-        return nullptr;
-    }
-    FileDescriptor descriptor = openDescriptor(path, flags, modeOf(permissions));
-    if (!LocalError::succeeded(descriptor.get() != -1) || !isRegular(descriptor)) {
-        return nullptr;
-    }
-    return std::make_unique<LocalFile>(std::move(descriptor), path, mode, *this);
+    return openFile(*this, path, storageSystemFileOpenModeToPosixMode(mode), mode,
+                    modeOf(permissions));
 }
 
 std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::string& path) const
@@ -332,7 +377,26 @@ bool LocalFileSystem::do_fileRemove(const std::string& path) const
 bool LocalFileSystem::do_fileSetPermissions(
     const std::string& path, const Utilities::Flags<PosixFilePermissionFlag>& permissions) const
 {
-    return LocalError::succeeded(::chmod(systemPath(path), modeOf(permissions)) == 0);
+    struct stat now = {};
+    return LocalError::succeeded(
+        ::stat(systemPath(path), &now) == 0 &&
+        ::chmod(systemPath(path), modeOf(permissions) | specialBitsOfDirectory(now.st_mode)) == 0);
+}
+
+// By a descriptor: a link that takes the directory's place must not lead to another.
+bool LocalFileSystem::do_directorySetPermissions(
+    const std::string& path, const Utilities::Flags<PosixFilePermissionFlag>& permissions) const
+{
+    const auto place = pathRemoveTrailingSlash(path);
+    const FileDescriptor directory(retryInterrupted(
+        [&] { return ::open(systemPath(place), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
+    if (!LocalError::succeeded(directory.get() != -1)) {
+        return false;
+    }
+    const auto now = attributesOfOpen(directory.get());
+    return LocalError::succeeded(
+        now &&
+        changeMode(directory.get(), modeOf(permissions) | specialBitsOfDirectory(now->st_mode)));
 }
 
 bool LocalFileSystem::do_fileSetModTime(const std::string& path,

@@ -15,12 +15,6 @@ namespace {
 
 constexpr mode_t permissionBits = 0777;
 
-std::optional<struct stat> attributesOfOpen(int file)
-{
-    struct stat attributes = {};
-    return ::fstat(file, &attributes) == 0 ? std::optional(attributes) : std::nullopt;
-}
-
 bool setPermissions(int file, const struct stat& now, mode_t wanted)
 {
     return (now.st_mode & permissionBits) == wanted || ::fchmod(file, wanted) == 0;
@@ -37,6 +31,12 @@ bool setOwner(int file, const struct stat& now, const struct stat& wanted)
 
 } // namespace
 
+bool setPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permissions)
+{
+    const auto now = attributesOfOpen(file);
+    return now && setPermissions(file, *now, permissions.raw() & permissionBits);
+}
+
 bool narrowPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permissions)
 {
     const auto now = attributesOfOpen(file);
@@ -48,11 +48,12 @@ bool succeedTo(int file, const std::string& path,
 {
     const auto former = readAttributes(AT_FDCWD, systemPath(path));
     const auto now = attributesOfOpen(file);
-    if (!former || !now) {
+    if (!former || !now || !S_ISREG(former->st_mode)) {
         return false;
     }
     const bool hasItsGroup = setOwner(file, *now, *former);
-    const auto wanted = hasItsGroup ? permissions : withoutOwnOfGroup(permissions);
+    const auto atMost = permissions & permissionsOf(former->st_mode);
+    const auto wanted = hasItsGroup ? atMost : withoutOwnOfGroup(atMost);
     return setPermissions(file, *now, wanted.raw() & permissionBits);
 }
 

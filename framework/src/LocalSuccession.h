@@ -13,7 +13,11 @@ namespace FileSystem {
 /// As StorageSystemFile::AttributeKeeper::narrow.
 bool narrowPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permissions);
 
-/// As StorageSystemFile::AttributeKeeper::succeed.
+/// As StorageSystemFile::AttributeKeeper::set.
+bool setPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permissions);
+
+/// As StorageSystemFile::AttributeKeeper::succeed. Gives no permissions that what stands at the
+/// path has not got by now. False where that is no file: what was to be replaced is gone.
 bool succeedTo(int file, const std::string& path,
                Utilities::Flags<PosixFilePermissionFlag> permissions);
 

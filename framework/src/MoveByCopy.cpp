@@ -79,8 +79,10 @@ bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const st
     const StorageSystemProgress unheard;
     CopyProgress progress(unheard);
     CopyLosses losses;
+    TargetHabits habits;
     const CopyTask task{system,       system,   keepAll | StorageSystemCopyOptionFlag::Recursive,
-                        std::nullopt, progress, losses};
+                        std::nullopt, progress, losses,
+                        habits};
     TreeCopy copy(task, path, newPath);
     // The original leaves its place in one step, which also tells whether it may.
     const auto aside = copy.copy(*source)

@@ -103,6 +103,18 @@ StorageSystem::fileOpen(const std::string& path,
     return scope.result(isPath(path) ? own(do_fileOpen(path, mode, permissions)) : nullptr);
 }
 
+/// Where the system cannot refuse to follow a link, it follows one.
+std::unique_ptr<StorageSystemFile>
+StorageSystem::openItself(const std::string& path,
+                          Utilities::Flags<StorageSystemFileOpenModeFlag> mode) const
+{
+    if (!selfOpener_) {
+        return fileOpen(path, mode);
+    }
+    FailureScope scope("fileOpen", path);
+    return scope.result(isPath(path) ? own(selfOpener_(path, mode)) : nullptr);
+}
+
 std::unique_ptr<StorageSystemFile>
 StorageSystem::own(std::unique_ptr<StorageSystemFile>&& file) const
 {
@@ -384,6 +396,11 @@ void StorageSystem::setReplacer(
     std::function<bool(const std::string&, const std::string&)> replacer)
 {
     replacer_ = std::move(replacer);
+}
+
+void StorageSystem::setSelfOpener(SelfOpener opener)
+{
+    selfOpener_ = std::move(opener);
 }
 
 void StorageSystem::setDirectoryReader(DirectoryReader reader)

@@ -1,4 +1,5 @@
 #include "ByteStream.h"
+#include "CallbackScope.h"
 #include "GoneFileSystem.h"
 #include "LinkResolution.h"
 #include "PathText.h"
@@ -47,7 +48,7 @@ public:
     /// False: stop.
     bool operator()(std::uint64_t done) const
     {
-        return !progress_ || progress_(done, total_) || fail(FailureCode::Cancelled);
+        return goesOn(progress_, done, total_) || fail(FailureCode::Cancelled);
     }
 
 private:

@@ -39,11 +39,14 @@ StandingEntries::StandingEntries(const StorageSystem& system, const std::string&
 std::optional<StorageSystemFileInfo> StandingEntries::find(const std::string& name) const
 {
     const auto listed = entries_.find(name);
-    if (isListed_ && listed == entries_.end()) {
+    const bool isTold = listed != entries_.end();
+    // Servers leave these out of their lists, and what they do not list they have all the same.
+    const bool isHiddenName = !name.empty() && name.front() == '.';
+    if (isListed_ && !isTold && !isHiddenName) {
         return std::nullopt;
     }
     // A listing need not tell what its entries are.
-    return isListed_ && !listed->second.type.isEmpty()
+    return isTold && !listed->second.type.isEmpty()
                ? std::make_optional(listed->second)
                : system_.fileInfo(PathText::childId(directory_, {name}));
 }

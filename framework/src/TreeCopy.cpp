@@ -16,21 +16,6 @@ namespace FileSystem {
 
 using Option = StorageSystemCopyOptionFlag;
 
-namespace {
-
-/// Where a path leads, without links on the way, so that two can be compared. Empty: it cannot be
-/// told, as for a path above the directory of relative ones, or that directory itself, in a system
-/// that does not know its place.
-std::optional<std::string> placeOf(const StorageSystem& system, const std::string& path)
-{
-    auto place = resolveLinks(system, system.absolutePath(path).value_or(path));
-    const bool isKnown =
-        place && !place->empty() && *place != "." && !PathText::isWithin("..", *place);
-    return isKnown ? place : std::nullopt;
-}
-
-} // namespace
-
 TreeCopy::TreeCopy(const CopyTask& task, const std::string& sourcePath,
                    const std::string& targetPath)
     : task_(task)

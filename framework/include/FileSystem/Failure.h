@@ -30,7 +30,8 @@ enum class FailureCode : int
                     ///< filename_too_long
     Protocol,       ///< An answer that makes no sense. protocol_error
     Other,          ///< None of these; number() and text() may tell. io_error
-    IntoItself,     ///< A directory cannot be copied or moved into itself.
+    IntoItself,     ///< A directory cannot be copied or moved into itself, nor a file be written
+                    ///< over with what it holds.
     TooDeep,        ///< Directories within directories beyond any path that a system takes.
     TooMany,        ///< More entries than the limit allows.
     TooLarge,       ///< Beyond what the system keeps in a file. file_too_large

@@ -99,11 +99,14 @@ public:
     /// name beside it (".NAME.XXXXXXXX.part"), which takes the final one when complete, as by
     /// fileReplaceAs(). What is to be preserved and cannot be makes the copy fail (but see
     /// PreserveBestEffort); of a link it is the text alone. A remote source that ends before the
-    /// size that it is told to have makes the copy fail.
+    /// size that it is told to have makes the copy fail, as does a file that becomes a link before
+    /// it is opened, and a hidden file that is no longer the one that was written
+    /// (FailureCode::Changed). The source's permissions are no more than it has when it is open.
     ///
     /// Permissions, unless they are to be preserved: a new file or directory gets the source's less
     /// the umask. A file that is replaced keeps its own, and its owner and group where the system
-    /// lets us; in another group it keeps none for its group that others do not have. A directory
+    /// lets us; in another group, or in one that nobody tells, it keeps none for its group that
+    /// others do not have. What it is closed to while it is copied onto stays closed. A directory
     /// that is filled keeps its own. While it is made, a copy is open to nobody to whom the source,
     /// or the file that it replaces, is not. All of this as far as the target's system keeps to
     /// permissions.

@@ -15,7 +15,8 @@ namespace FileSystem {
 /// current directory. Holds no resources and is always valid; files that it has opened are invalid
 /// once it is gone.
 ///
-/// Renaming and moving never replace what stands at the new path.
+/// Renaming and moving never replace what stands at the new path. Setting the permissions of a
+/// directory leaves its set-ID and sticky bits as they are.
 ///
 /// Threads: any thread may call any operation; calls do not wait for each other.
 class FILESYSTEM_EXPORT LocalFileSystem final : public FileSystem2
@@ -63,6 +64,9 @@ protected:
     std::vector<std::string>
     do_directoryListFileNames(const std::string& path, const std::string& filter,
                               StorageSystemDirectoryFilterType type) const override;
+    bool do_directorySetPermissions(
+        const std::string& path,
+        const Utilities::Flags<PosixFilePermissionFlag>& permissions) const override;
     std::optional<std::string>
     do_directorySymbolicLinkTarget(const std::string& path) const override;
     bool do_directorySymbolicLinkRemove(const std::string& path) const override;

@@ -349,6 +349,14 @@ protected:
     /// is replaced in steps instead; any other failure stands.
     void setReplacer(std::function<bool(const std::string&, const std::string&)> replacer);
 
+    /// Opens what stands at a path itself. Null as for do_fileOpen(), and for a symbolic link.
+    using SelfOpener = std::function<std::unique_ptr<StorageSystemFile>(
+        const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode)>;
+
+    /// For a system that can refuse to follow a link when it opens a file: copies then open what
+    /// they have seen to be a file. As setDirectoryReader().
+    void setSelfOpener(SelfOpener opener);
+
     virtual std::string do_hostName() const = 0;
     virtual StorageSystemType do_getType() const = 0;
     virtual bool do_isReadable() const = 0;
@@ -445,8 +453,12 @@ protected:
     virtual std::string do_displayPath(const std::string& path) const = 0;
 
 private:
+    friend class FileCopy;
     friend class FileReplacement;
     friend class StorageSystemFile;
+
+    std::unique_ptr<StorageSystemFile>
+    openItself(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) const;
 
     /// False when the system is gone; outlives it in the files that it has opened.
     std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
@@ -454,6 +466,7 @@ private:
     DirectoryReader directoryReader_;
     std::function<std::optional<std::string>()> startDirectory_;
     std::function<bool(const std::string&, const std::string&)> replacer_;
+    SelfOpener selfOpener_;
 };
 
 } // namespace FileSystem

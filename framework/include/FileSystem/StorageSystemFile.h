@@ -162,22 +162,41 @@ protected:
     /// For a system that tells at the end of writing whether it has taken everything.
     void setCommit(std::function<bool()> commit);
 
-    /// Sees to the permissions of the open file itself, whatever its path leads to meanwhile. Both
-    /// answer false where the system refuses or does not tell.
+    /// What an open file is, as its system tells it. Two with the same volume and number are one.
+    struct OpenFileState
+    {
+        Utilities::Flags<PosixFilePermissionFlag> permissions;
+        std::uint64_t size = 0;
+        std::uint64_t volume = 0;
+        std::uint64_t number = 0;
+    };
+
+    /// Sees to the attributes of the open file itself, whatever its path leads to meanwhile. They
+    /// answer false, or nothing, where the system refuses or does not tell. Each may be missing.
     struct AttributeKeeper
     {
         using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
 
         /// Takes away what the file has beyond these permissions.
-        std::function<bool(Permissions)> narrow;
+        std::function<bool(Permissions)> narrow = {};
 
         /// Gives the file the owner and the group of what stands at a path, as far as the system
         /// lets us, and then these permissions. In another group it gets none for its group that
         /// others do not have.
-        std::function<bool(const std::string&, Permissions)> succeed;
+        std::function<bool(const std::string&, Permissions)> succeed = {};
+
+        /// Gives the file these permissions and no others.
+        std::function<bool(Permissions)> set = {};
+
+        /// Looks at the file.
+        std::function<std::optional<OpenFileState>()> look = {};
+
+        /// Drops what the file holds beyond a number of bytes.
+        std::function<bool(std::uint64_t)> cut = {};
     };
 
-    /// For a system that can do that. A copy sets the permissions by path otherwise, and no owner.
+    /// For a system that can do that. A copy looks and sets the permissions by path otherwise, and
+    /// sets no owner.
     void setAttributeKeeper(AttributeKeeper keeper);
 
 private:

@@ -80,7 +80,10 @@ enum class StorageSystemCopyOptionFlag : std::uint32_t
     /// not, and for systems that do not rename. Not atomic: others see the file while it is
     /// written, and a copy that fails leaves a file that is neither the old one nor the new one; a
     /// new file is removed again. A symbolic link is not written through but replaced, as without
-    /// this option.
+    /// this option. The source itself, by whatever path, is not written over: that fails. Two names
+    /// of one file on a server cannot be told from two files; nothing is lost by that but where the
+    /// server empties a file whenever it is opened for writing. With PreservePermissions what
+    /// stands there is closed to those who may not read the source before the first byte.
     InPlace = 16,
     /// What is to be preserved and cannot be is no reason to give the copy up: it goes on to its
     /// end and fails then, with FailureCode::NotKept, the entry and what was not kept (of several

@@ -19,6 +19,8 @@ using StorageSystemTimePoint =
 
 /// Told by long work how far it is: bytes done, then bytes in all. False stops the work. Called on
 /// the thread that does the work; an exception that it throws stops the work too and is passed on.
+/// What it does on storage systems are operations of its own: Failure::last() is about these alone
+/// while it runs, and none of them is the failure of the work.
 using StorageSystemProgress = std::function<bool(std::uint64_t, std::uint64_t)>;
 
 /// What is known of a path. All strings are bytes, in no particular encoding.

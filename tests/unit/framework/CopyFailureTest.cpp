@@ -12,7 +12,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -135,6 +138,48 @@ TEST_F(CopyFailure, OfAStopIsCancelled)
     source.addLink("/link", "file");
     EXPECT_FALSE(source.fileCopyAs("/link", target, "/there/link", stop));
     EXPECT_EQ(Failure::last().code(), FailureCode::Cancelled);
+}
+
+// What the progress function asks are operations of its own.
+TEST_F(CopyFailure, OfTheCopyIsNotSeenByItsProgressFunctionNorTheOtherWayRound)
+{
+    source.addDirectory("/empty");
+    int calls = 0;
+    const auto asks = [&](std::uint64_t, std::uint64_t) {
+        ++calls;
+        EXPECT_FALSE(Failure::last()) << Failure::last().message();
+        EXPECT_TRUE(source.directoryList("/empty").empty());
+        EXPECT_FALSE(Failure::last()) << Failure::last().message();
+        EXPECT_FALSE(source.fileExists("/none"));
+        EXPECT_FALSE(source.fileInfo("/none"));
+        EXPECT_EQ(Failure::last().operation(), "fileInfo");
+        EXPECT_EQ(Failure::last().path(), "/none");
+        EXPECT_EQ(Failure::last().code(), FailureCode::NotFound);
+        return true;
+    };
+    EXPECT_TRUE(source.fileCopyAs("/file", target, "/there/file", asks));
+    EXPECT_FALSE(Failure::last());
+    EXPECT_GT(calls, 2);
+    target.behaviour.unwritableFrom = 1;
+    EXPECT_FALSE(source.fileCopyAs("/file", target, "/there/other", asks));
+    EXPECT_EQ(Failure::last().operation(), "fileCopyAs");
+    EXPECT_NE(Failure::last().code(), FailureCode::NotFound);
+    const auto file = source.fileOpen("/file", FileSystem::StorageSystemFileOpenModeFlag::Read);
+    target.behaviour.unwritableFrom = std::numeric_limits<std::uint64_t>::max();
+    const auto copied = target.fileCreateAs("/there/third", true, false);
+    EXPECT_TRUE(file->copy(*copied, asks));
+}
+
+TEST_F(CopyFailure, IsThatOfTheCopyWhenItsProgressFunctionThrows)
+{
+    const auto throws = [&](std::uint64_t, std::uint64_t) -> bool {
+        EXPECT_FALSE(source.fileInfo("/none"));
+        throw std::runtime_error("enough");
+    };
+    EXPECT_THROW(static_cast<void>(source.fileCopyAs("/file", target, "/there/file", throws)),
+                 std::runtime_error);
+    EXPECT_EQ(Failure::last().operation(), "fileCopyAs");
+    EXPECT_NE(Failure::last().entry(), "/none");
 }
 
 TEST_F(CopyFailure, IsNotThatOfTheCleaningUp)

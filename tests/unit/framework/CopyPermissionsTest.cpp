@@ -1,5 +1,6 @@
 // Which permissions copies have, while they are made and afterwards.
 
+#include "framework/ExpectFailure.h"
 #include "framework/MemoryFileSystem.h"
 
 #include <FileSystem/Failure.h>
@@ -72,6 +73,7 @@ TEST_F(CopyPermissions, OfANewFileNeedNoRequestWhereTheSystemLooksAtThem)
 
 TEST_F(CopyPermissions, OfAReplacedFileAreItsOwn)
 {
+    target.behaviour.filesSucceed = true;
     for (const unsigned own : {0600U, 0640U, 0777U, 0666U, 0444U, 0200U}) {
         for (const unsigned asked : {0644U, 0600U, 0755U, 0440U}) {
             target.addFile("/copy", "old", own);
@@ -79,6 +81,66 @@ TEST_F(CopyPermissions, OfAReplacedFileAreItsOwn)
             EXPECT_EQ(whileFilled & ~(own & asked) & ~0200U, 0U) << own << ' ' << asked;
         }
     }
+}
+
+// What is made is in the group of whoever makes it, which need not be that of what it replaces.
+TEST_F(CopyPermissions, OfAReplacedFileOpenNothingToAGroupThatNobodyTells)
+{
+    for (const auto& [own, after] :
+         {std::pair(0640U, 0600U), std::pair(0664U, 0644U), std::pair(0775U, 0755U)}) {
+        for (const bool filesSucceed : {false, true}) {
+            target.behaviour.filesSucceed = filesSucceed;
+            target.addFile("/copy", "old", own);
+            EXPECT_EQ(copied(0666), filesSucceed ? own : after);
+            EXPECT_EQ(whileFilled & ~after, 0U) << own;
+        }
+    }
+}
+
+TEST_F(CopyPermissions, OfAFileThatIsClosedMeanwhileStayClosed)
+{
+    source.addFile("/file", "bytes", 0644);
+    for (const bool filesSucceed : {false, true}) {
+        target.behaviour.filesSucceed = filesSucceed;
+        target.addFile("/copy", "old", 0644);
+        const auto closes = [this](std::uint64_t, std::uint64_t) {
+            return target.fileSetPermissions("/copy", MemoryFileSystem::Permissions(0600U));
+        };
+        EXPECT_TRUE(source.fileCopyAs("/file", target, "/copy", closes));
+        EXPECT_EQ(target.bytesOf("/copy"), "bytes");
+        EXPECT_EQ(target.at("/copy").permissions.raw(), 0600U);
+    }
+}
+
+TEST_F(CopyPermissions, ToWriteAreNobodyElsesWhileAPublicFileIsMade)
+{
+    target.behaviour.ignoresModes = true;
+    EXPECT_EQ(copied(0644), 0644U);
+    EXPECT_EQ(whileFilled, 0644U);
+    source.addFile("/tree/one", "bytes", 0644);
+    source.addFile("/tree/two", "bytes", 0644);
+    const auto watches = [this](std::uint64_t done, std::uint64_t) {
+        for (const auto& path : target.paths()) {
+            EXPECT_TRUE(done == 0 || path.find(".part") == std::string::npos ||
+                        target.at(path).permissions.raw() == 0644U);
+        }
+        return true;
+    };
+    EXPECT_TRUE(source.fileCopyAs("/tree", target, "/new", watches, Option::Recursive));
+}
+
+TEST_F(CopyPermissions, OfAServerThatKeepsToThemAreLookedAtOnceBeforeTheFirstByte)
+{
+    for (const auto* path : {"/tree/one", "/tree/two", "/tree/three"}) {
+        source.addFile(path, "bytes", 0644);
+    }
+    int looks = 0;
+    target.behaviour.onCall = [&](const std::string& operation, const std::string& path) {
+        const bool isPart = path.find(".part") != std::string::npos;
+        looks += isPart && operation == "info" && target.has(path) && target.bytesOf(path).empty();
+    };
+    EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    EXPECT_EQ(looks, 1);
 }
 
 TEST_F(CopyPermissions, OfAReplacedLinkAreThoseOfANewFile)
@@ -148,6 +210,63 @@ TEST_F(CopyPermissions, OfAPreservedPrivateDirectoryAreSetBeforeItIsFilled)
     };
     EXPECT_TRUE(
         source.fileCopyAs("/tree", target, "/copy", watches, Option::Recursive | preserveAll));
+}
+
+TEST_F(CopyPermissions, ToBePreservedInPlaceCloseTheTargetBeforeTheFirstByte)
+{
+    source.addFile("/file", "private", 0600);
+    target.addFile("/copy", "old", 0644);
+    const auto watches = [this](std::uint64_t done, std::uint64_t) {
+        EXPECT_TRUE(done == 0 || target.at("/copy").permissions.raw() == 0600U);
+        return true;
+    };
+    EXPECT_TRUE(
+        source.fileCopyAs("/file", target, "/copy", watches, preserveAll | Option::InPlace));
+    EXPECT_EQ(target.at("/copy").permissions.raw(), 0600U);
+}
+
+TEST_F(CopyPermissions, ToBePreservedInPlaceThatTheTargetCannotHaveFailBeforeTheFirstByte)
+{
+    source.addFile("/file", "private", 0600);
+    target.addFile("/copy", "old", 0644);
+    target.behaviour.refusesPermissions = true;
+    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::InPlace));
+    EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
+    EXPECT_EQ(target.bytesOf("/copy"), "old");
+    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {},
+                                   preserveAll | Option::InPlace | Option::PreserveBestEffort));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
+    EXPECT_EQ(target.bytesOf("/copy"), "private");
+}
+
+TEST_F(CopyPermissions, OfASourceThatBecomesPrivateAreThoseThatItHasWhenItIsOpen)
+{
+    source.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
+        if (operation == "open" && path == "/tree/file") {
+            source.addFile("/tree/file", "private", 0600);
+        }
+    };
+    for (const auto& options : {Utilities::Flags<Option>(), preserveAll}) {
+        source.addFile("/tree/file", "placeholder", 0644);
+        EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive | options));
+        EXPECT_EQ(target.bytesOf("/copy/file"), "private");
+        EXPECT_EQ(target.at("/copy/file").permissions.raw(), 0600U);
+        ASSERT_TRUE(target.directoryRemove("/copy", true));
+    }
+}
+
+TEST_F(CopyPermissions, OfWhatASourceThatHasBecomeALinkLeadsToAreNotLost)
+{
+    source.addFile("/secret", "secret", 0600);
+    source.addFile("/tree/file", "public", 0644);
+    source.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
+        if (operation == "open" && path == "/tree/file") {
+            source.addLink("/tree/file", "/secret");
+        }
+    };
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    TarnisTest::expectFailure(FailureCode::Changed, "/tree/file");
+    EXPECT_FALSE(target.has("/copy/file"));
 }
 
 TEST_F(CopyPermissions, OfADirectoryThatIsThereAreItsOwn)

@@ -106,6 +106,24 @@ TEST_F(CopyTarget, InATreeIsAskedForWhereAListingDoesNotTellWhatItIs)
     EXPECT_EQ(target.bytesOf("/copy/file"), "new");
 }
 
+TEST_F(CopyTarget, InATreeIsAskedForWhereAListingLeavesItOut)
+{
+    for (int number = 0; number < 10; ++number) {
+        source.addFile("/tree/other" + std::to_string(number), "");
+    }
+    source.addFile("/tree/.env", "new", 0644);
+    target.addFile("/copy/.env", "old", 0600);
+    target.behaviour.listsNoDotNames = true;
+    EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    EXPECT_EQ(target.bytesOf("/copy/.env"), "new");
+    EXPECT_EQ(target.at("/copy/.env").permissions.raw(), 0600U);
+    ASSERT_TRUE(target.fileRemove("/copy/.env"));
+    target.addPipe("/copy/.env");
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    expectFailure(FailureCode::NotCopyable, "/copy/.env");
+    EXPECT_TRUE(target.has("/copy/.env"));
+}
+
 TEST_F(CopyTarget, OfADirectoryIsNoDevice)
 {
     source.addDirectory("/empty");
@@ -177,13 +195,58 @@ TEST_F(CopyTarget, ThatIsALinkIsNotWrittenThroughInPlace)
     EXPECT_EQ(target.bytesOf("/kept"), "stays");
 }
 
-TEST_F(CopyTarget, ThatIsTheSourceItselfLosesNothingInPlace)
+TEST_F(CopyTarget, ThatIsTheSourceItselfIsNotWrittenInPlace)
+{
+    source.addLink("/way", "/tree");
+    for (const bool emptiesOnOpening : {false, true}) {
+        source.behaviour.emptiesOnOpening = emptiesOnOpening;
+        for (const auto* path : {"/tree/file", "/tree/./file", "/way/file", "tree/file"}) {
+            EXPECT_FALSE(source.fileCopyAs("/tree/file", source, path, {}, Option::InPlace));
+            expectFailure(FailureCode::IntoItself, path);
+            EXPECT_EQ(source.bytesOf("/tree/file"), "new");
+        }
+    }
+}
+
+TEST_F(CopyTarget, ThatIsAnotherNameOfTheSourceLosesNothingInPlace)
 {
     source.addName("/other", "/tree/file");
-    for (const auto* path : {"/tree/file", "/other"}) {
-        EXPECT_TRUE(source.fileCopyAs("/tree/file", source, path, {}, Option::InPlace));
-        EXPECT_EQ(source.bytesOf("/tree/file"), "new");
-    }
+    EXPECT_TRUE(source.fileCopyAs("/tree/file", source, "/other", {}, Option::InPlace));
+    EXPECT_EQ(source.bytesOf("/tree/file"), "new");
+}
+
+TEST_F(CopyTarget, ThatIsAnotherNameOfTheSourceLosesNothingInPlaceWhenItGrows)
+{
+    source.addName("/other", "/tree/file");
+    const auto grows = [this](std::uint64_t, std::uint64_t total) {
+        if (total > 0 && source.bytesOf("/tree/file") == "new") {
+            const auto file =
+                source.fileOpen("/tree/file", FileSystem::StorageSystemFileOpenModeFlag::Write);
+            EXPECT_TRUE(file != nullptr && file->writeFully("newer", 5));
+        }
+        return true;
+    };
+    source.addDirectory("/copy");
+    source.addName("/copy/file", "/tree/file");
+    static_cast<void>(
+        source.fileCopyAs("/tree", source, "/copy", grows, Option::Recursive | Option::InPlace));
+    EXPECT_EQ(source.bytesOf("/tree/file"), "newer");
+}
+
+TEST_F(CopyTarget, ThatEmptiesTheSourceAsItIsOpenedIsAFailure)
+{
+    source.addName("/other", "/tree/file");
+    source.behaviour.emptiesOnOpening = true;
+    EXPECT_FALSE(source.fileCopyAs("/tree/file", source, "/other", {}, Option::InPlace));
+    expectFailure(FailureCode::Changed, "/tree/file");
+}
+
+TEST_F(CopyTarget, OfASystemThatEmptiesOnOpeningIsWrittenInPlace)
+{
+    target.behaviour.emptiesOnOpening = true;
+    target.addFile("/old", "old and longer than the new one");
+    EXPECT_TRUE(copyTo("/old", Option::InPlace)) << Failure::last().message();
+    EXPECT_EQ(target.bytesOf("/old"), "new");
 }
 
 /// One that replaces in one step, as rename(2) does: of two names of one file both stay.
@@ -200,6 +263,23 @@ public:
         });
     }
 };
+
+// Where one step replaces whatever stands there.
+TEST_F(CopyTarget, ThatBecomesAPipeMeanwhileIsNotReplaced)
+{
+    ReplacingFileSystem replacing;
+    const auto becomesPipe = [&](std::uint64_t, std::uint64_t) {
+        replacing.addPipe("/old");
+        return true;
+    };
+    for (const auto* path : {"/tree/file", "/link"}) {
+        source.addLink("/link", "/tree/file");
+        replacing.addFile("/old", "old");
+        EXPECT_FALSE(source.fileCopyAs(path, replacing, "/old", becomesPipe));
+        expectFailure(FailureCode::NotCopyable, "/old");
+        EXPECT_THAT(replacing.paths(), ElementsAre("/old"));
+    }
+}
 
 TEST(Replacing, OneNameOfAFileByAnotherLeavesTheNewOne)
 {

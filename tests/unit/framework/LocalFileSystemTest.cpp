@@ -495,6 +495,65 @@ TEST_F(LocalFileSystemTest, PermissionsAreNineBits)
     EXPECT_EQ(attributes.st_mode & 07777U, 0600U);
 }
 
+TEST_F(LocalFileSystemTest, PermissionsOfADirectoryLeaveItsSetIdAndStickyBits)
+{
+    const auto path = directory_.makeDirectory("shared");
+    for (const bool byFile : {false, true}) {
+        ASSERT_EQ(::chmod(path.c_str(), 03777), 0);
+        const auto before = system_.fileMode(path).value_or(0) & 07000U;
+        EXPECT_TRUE(byFile ? system_.fileSetPermissions(path, Permissions(0750U))
+                           : system_.directorySetPermissions(path + "/", Permissions(0750U)));
+        EXPECT_EQ(system_.fileMode(path), before | 0750U);
+    }
+}
+
+TEST_F(LocalFileSystemTest, PermissionsOfADirectoryThatMayNotBeReadCanBeSet)
+{
+    constexpr uid_t nobody = 65534;
+    const auto path = directory_.makeDirectory("closed");
+    directory_.allowEveryone();
+    ASSERT_TRUE(::geteuid() != 0 || ::chown(path.c_str(), nobody, nobody) == 0);
+    const UnprivilegedUser user;
+    EXPECT_TRUE(system_.directorySetPermissions(path, Permissions(0U)));
+    EXPECT_TRUE(system_.directorySetPermissions(path, Permissions(0700U)));
+}
+
+TEST_F(LocalFileSystemTest, PermissionsOfADirectoryAreNotSetThroughALink)
+{
+    const auto path = directory_.makeDirectory("directory", 0700);
+    fs::create_directory_symlink(path, file("link"));
+    for (const auto* name : {"link", "link/"}) {
+        EXPECT_FALSE(system_.directorySetPermissions(file(name), Permissions(0755U)));
+        EXPECT_EQ(Failure::last().code(), FailureCode::NotDirectory);
+    }
+    EXPECT_EQ(system_.fileMode(path), 0700U);
+}
+
+TEST_F(LocalFileSystemTest, ACopyIntoADirectoryKeepsItsSetIdAndStickyBits)
+{
+    directory_.makeDirectory("tree", 0755);
+    write("tree/file");
+    const auto shared = directory_.makeDirectory("shared");
+    ASSERT_EQ(::chmod(shared.c_str(), 01777), 0);
+    EXPECT_TRUE(system_.fileCopyAs(file("tree"), system_, shared, {},
+                                   StorageSystemCopyOptionFlag::Recursive |
+                                       StorageSystemCopyOptionFlag::PreservePermissions));
+    EXPECT_EQ(system_.fileMode(shared), 01755U);
+}
+
+TEST_F(LocalFileSystemTest, ACopyGetsItsSourcesPermissionsLessAnyUmask)
+{
+    directory_.write("script", "#!", 0755);
+    for (const auto& [mask, after] :
+         {std::pair(0022U, 0755U), std::pair(0177U, 0600U), std::pair(0111U, 0644U)}) {
+        const mode_t before = ::umask(mask);
+        EXPECT_TRUE(system_.fileCopyAs(file("script"), system_, file("copy")));
+        ::umask(before);
+        EXPECT_EQ(system_.fileMode(file("copy")), after);
+        EXPECT_TRUE(system_.fileRemove(file("copy")));
+    }
+}
+
 TEST_F(LocalFileSystemTest, LinkThatCannotBeMadeLeavesWhatStands)
 {
     const auto path = write("file", "stays");

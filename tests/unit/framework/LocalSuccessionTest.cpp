@@ -7,8 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <string>
+#include <vector>
 
+#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -90,6 +95,57 @@ TEST_F(LocalSuccession, OpensNothingToAnotherGroup)
         EXPECT_EQ(modeOf(target), after);
         EXPECT_NE(statusOf(target).st_uid, somebody);
     }
+}
+
+/// As nobody in particular who is also in a group besides his own.
+class UserInGroup
+{
+public:
+    explicit UserInGroup(gid_t other)
+    {
+        groups_.resize(static_cast<std::size_t>(::getgroups(0, nullptr)));
+        EXPECT_GE(::getgroups(static_cast<int>(groups_.size()), groups_.data()), 0);
+        EXPECT_EQ(::setgroups(1, &other), 0);
+        EXPECT_EQ(::setegid(nobody), 0);
+        EXPECT_EQ(::seteuid(nobody), 0);
+    }
+
+    UserInGroup(const UserInGroup&) = delete;
+    UserInGroup& operator=(const UserInGroup&) = delete;
+
+    ~UserInGroup()
+    {
+        EXPECT_EQ(::seteuid(0), 0);
+        EXPECT_EQ(::setegid(group_), 0);
+        EXPECT_EQ(::setgroups(groups_.size(), groups_.data()), 0);
+    }
+
+    static constexpr uid_t nobody = 65534;
+
+private:
+    const gid_t group_ = ::getegid();
+    std::vector<gid_t> groups_;
+};
+
+TEST_F(LocalSuccession, OpensNothingToTheMakersOwnGroupWhileItIsMade)
+{
+    directory.write("source", "new", 0640);
+    const auto target = fileOfSomebody(0640);
+    for (const auto& path : {directory.file("source"), target, directory.path().string()}) {
+        ASSERT_EQ(::chown(path.c_str(), UserInGroup::nobody, group), 0);
+    }
+    const auto watches = [this](std::uint64_t, std::uint64_t) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+            const auto path = entry.path().string();
+            EXPECT_TRUE(entry.path().extension() != ".part" || statusOf(path).st_gid == group ||
+                        (modeOf(path) & 070U) == 0);
+        }
+        return true;
+    };
+    const UserInGroup user(group);
+    ASSERT_TRUE(system.fileCopyAs(directory.file("source"), system, target, watches));
+    EXPECT_EQ(modeOf(target), 0640U);
+    EXPECT_EQ(statusOf(target).st_gid, group);
 }
 
 TEST_F(LocalSuccession, OfALinkIsThatOfANewFile)

@@ -81,6 +81,14 @@ MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNod
     if (system_.behaviour.hasBulkTransfer) {
         setBulkTransfer(std::make_unique<MemoryBulkTransfer>(*this));
     }
+    if (system_.behaviour.filesSucceed) {
+        AttributeKeeper keeper;
+        keeper.succeed = [this](const std::string&, MemoryFileSystem::Permissions permissions) {
+            node_->permissions = permissions;
+            return true;
+        };
+        setAttributeKeeper(std::move(keeper));
+    }
     setCommit([this] {
         note("commit");
         return !system_.behaviour.commitFails;

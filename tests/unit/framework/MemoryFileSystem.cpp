@@ -306,7 +306,7 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
                (creates && mode.has(Mode::Exclusive)) || !may(Permission::OwnerRead, *node)) {
         return nullptr;
     }
-    if (mode.has(Mode::Truncate)) {
+    if (mode.has(Mode::Truncate) || (behaviour.emptiesOnOpening && mode.has(Mode::Write))) {
         node->bytes.clear();
     }
     return std::make_unique<MemoryFile>(*this, node, path, mode, openFiles_);
@@ -419,6 +419,9 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
         }
     };
     for (const auto& name : childNames(*key)) {
+        if (behaviour.listsNoDotNames && name.front() == '.') {
+            continue;
+        }
         const auto& node = at(*key + "/" + name);
         const auto told = behaviour.listedTypes.find(*key + "/" + name);
         const auto listed = behaviour.listsWithoutTypes ? Type() : typeOf(node);

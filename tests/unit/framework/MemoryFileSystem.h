@@ -47,6 +47,8 @@ struct MemoryBehaviour
     bool renamingKnowsNames = false;
     /// What new files and directories do not get.
     unsigned umask = 0;
+    /// Files are emptied whenever they are opened for writing.
+    bool emptiesOnOpening = false;
     /// New files and directories are everybody's, whatever permissions they are made with.
     bool ignoresModes = false;
     bool refusesTimes = false;
@@ -54,6 +56,10 @@ struct MemoryBehaviour
     bool refusesLinks = false;
     /// Links are made, but do not read back as they were meant.
     bool rewritesLinks = false;
+    /// Open files can take the place of others, with all that these have.
+    bool filesSucceed = false;
+    /// Listings leave out names that begin with a dot.
+    bool listsNoDotNames = false;
     /// Listings give no types.
     bool listsWithoutTypes = false;
     /// Listings break off after so many entries, with FailureCode::Protocol.
