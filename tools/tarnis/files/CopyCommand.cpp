@@ -8,6 +8,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+
 namespace TarnisTool {
 
 CopyCommand::CopyCommand(CLI::App& program, const std::string& name, const std::string& description,
@@ -55,11 +57,15 @@ int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& source
                          const std::string& target) const
 {
     checkOptions();
-    if (sources.ids.size() == 1 && to.kindOf(target) != TargetKind::Ordinary) {
+    if (sources.ids.empty()) {
+        return ExitCode::failure;
+    }
+    const std::size_t count = std::max(sources.ids.size(), sources.namedCount);
+    if (count == 1 && to.kindOf(target) != TargetKind::Ordinary) {
         writeInto(remote, from, sources.ids.front(), to, target);
         return sources.isComplete ? ExitCode::success : ExitCode::failure;
     }
-    const Destination destination(to, target, sources.ids.size());
+    const Destination destination(to, target, count);
     const Cancellation cancellation(remote.session());
     TreeCopy copy(from, to, options_, cancellation);
     bool isComplete = sources.isComplete;
@@ -79,14 +85,19 @@ int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& source
 Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)
 {
     Sources sources;
+    sources.namedCount = paths.size();
     const auto note = [&](const Failure& failure) {
         place.requireAlive();
         report(failure.what());
         sources.isComplete = false;
     };
     for (const RemotePath& path : paths) {
-        const auto found = pathsFor(place, fileIdOf(path.path), "cannot copy", note);
-        sources.ids.insert(sources.ids.end(), found.begin(), found.end());
+        try {
+            const auto found = pathsFor(place, fileIdOf(path.path), "cannot copy", note);
+            sources.ids.insert(sources.ids.end(), found.begin(), found.end());
+        } catch (const Failure& failure) {
+            note(failure);
+        }
     }
     return sources;
 }

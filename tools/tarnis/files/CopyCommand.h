@@ -3,6 +3,7 @@
 #include "files/FileCommand.h"
 #include "files/TreeCopy.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,9 @@ namespace TarnisTool {
 struct Sources
 {
     std::vector<std::string> ids;
-    /// Where a pattern could not be followed everywhere, that was reported.
+    /// How many the user named. Several go into a directory, also where some are not there.
+    std::size_t namedCount = 0;
+    /// Where a pattern stands for nothing or could not be followed everywhere, that was reported.
     bool isComplete = true;
 };
 
@@ -40,7 +43,8 @@ private:
     CopyOptions options_;
 };
 
-/// The remote paths, with patterns replaced by what they stand for. Throws Failure.
+/// The remote paths, with patterns replaced by what they stand for. One that stands for nothing is
+/// reported. Throws Failure when the connection is lost.
 Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths);
 
 } // namespace TarnisTool

@@ -19,6 +19,8 @@ public:
 
     TargetKind kindOf(const std::string& path) const override { return kindOfTarget(path); }
 
+    bool leadsToNoFile(const std::string& path) const override;
+
     std::optional<std::uint32_t> mode(const std::string& path) const override
     {
         return system_.fileMode(path);

@@ -13,6 +13,12 @@ TargetKind Place::kindOf(const std::string& path) const
     return TargetKind::Ordinary;
 }
 
+bool Place::leadsToNoFile(const std::string& path) const
+{
+    static_cast<void>(path);
+    return false;
+}
+
 std::string Place::writingProblem(const std::string& path)
 {
     if (system().directoryExists(path, false)) {

@@ -43,6 +43,10 @@ public:
     /// What a path leads to, as far as a copy of one file must know that is to go there.
     virtual TargetKind kindOf(const std::string& path) const;
 
+    /// Whether a link is known to lead to a pipe, a socket or a device. The text of one like
+    /// "/dev/stdin" need not name anything.
+    virtual bool leadsToNoFile(const std::string& path) const;
+
     /// What stands at the path, a link itself included.
     FileSystem::StorageSystemFileInfo find(const std::string& path);
 

@@ -17,6 +17,7 @@ namespace {
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
 constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> allOfTheOwner{0700U};
+constexpr const char* notCopyable = "it is no file, directory or link";
 
 } // namespace
 
@@ -31,6 +32,9 @@ void TreeCopy::add(const std::string& source, const std::string& target)
 {
     Job job{source, target, {}, from_.find(source)};
     if (isSymbolicLink(job.info.type) && !options_.isRecursive) {
+        if (from_.leadsToNoFile(source)) {
+            from_.refuse("cannot copy", source, notCopyable);
+        }
         job.source = followLink(source);
         job.info = from_.find(job.source);
     }
@@ -64,17 +68,39 @@ void TreeCopy::addTree(const Job& root)
         const auto slash = path.rfind('/');
         const std::string parent =
             slash == std::string::npos ? root.target : joinPath(root.target, path.substr(0, slash));
-        addJob({joinPath(root.source, path), joinPath(root.target, path), parent, std::move(info)});
+        try {
+            addJob({joinPath(root.source, path), joinPath(root.target, path), parent,
+                    std::move(info)});
+        } catch (const Failure& failure) {
+            from_.requireAlive();
+            hasFailed_ = true;
+            report(failure.what());
+        }
     }
     hasFailed_ = hasFailed_ || walk.isIncomplete();
 }
 
 void TreeCopy::addJob(Job job)
 {
+    if (!isDirectory(job.info.type) && !claim(job)) {
+        return;
+    }
     if (isRegularFile(job.info.type)) {
         totalBytes_ += job.info.size;
     }
     jobs_.push_back(std::move(job));
+}
+
+/// Takes the target for this source; false for one that has it already, which is copied once.
+bool TreeCopy::claim(const Job& job)
+{
+    const std::string source = from_.system().pathCanonize(job.source);
+    const auto [claim, isNew] = claims_.emplace(to_.system().pathCanonize(job.target), source);
+    if (claim->second != source) {
+        to_.refuse("cannot copy " + from_.display(job.source) + " to", job.target,
+                   "another source of this call goes there");
+    }
+    return isNew;
 }
 
 bool TreeCopy::run()
@@ -111,7 +137,7 @@ void TreeCopy::copy(const Job& job)
     } else if (isRegularFile(job.info.type)) {
         copyFile(job);
     } else {
-        from_.refuse("cannot copy", job.source, "it is no file, directory or link");
+        from_.refuse("cannot copy", job.source, notCopyable);
     }
 }
 
@@ -120,12 +146,14 @@ void TreeCopy::makeDirectory(const Job& job)
     // A link to a directory would lead elsewhere.
     if (!to_.system().directoryExists(job.target, false)) {
         madeDirectories_.push_back(makeNew(job));
-        return;
+    } else {
+        madeDirectories_.push_back({&job, std::nullopt});
+        if (options_.preserves) {
+            madeDirectories_.back().permissions = job.info.permissions;
+        }
     }
-    madeDirectories_.push_back({&job, std::nullopt});
-    if (options_.preserves) {
-        madeDirectories_.back().permissions = job.info.permissions;
-    }
+    // One of another source may have failed there.
+    failedDirectories_.erase(job.target);
 }
 
 TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
