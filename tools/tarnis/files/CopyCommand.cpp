@@ -3,12 +3,9 @@
 #include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/Pattern.h"
-#include "files/StreamedCopy.h"
 #include "terminal/Messages.h"
 
 #include <CLI/CLI.hpp>
-
-#include <algorithm>
 
 namespace TarnisTool {
 
@@ -40,19 +37,6 @@ void CopyCommand::checkOptions() const
     }
 }
 
-void CopyCommand::writeInto(RemotePlace& remote, Place& from, const std::string& source, Place& to,
-                            const std::string& target) const
-{
-    if (to.kindOf(target) == TargetKind::Refused) {
-        to.refuse("cannot copy to", target, "it leads to a disk or a socket");
-    }
-    if (options_.resumes) {
-        to.refuse("cannot go on in", target, "it is no file");
-    }
-    const Cancellation cancellation(remote.session());
-    StreamedCopy(from, source, target, cancellation).run();
-}
-
 int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
                          const std::string& target) const
 {
@@ -60,12 +44,7 @@ int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& source
     if (sources.ids.empty()) {
         return ExitCode::failure;
     }
-    const std::size_t count = std::max(sources.ids.size(), sources.namedCount);
-    if (count == 1 && to.kindOf(target) != TargetKind::Ordinary) {
-        writeInto(remote, from, sources.ids.front(), to, target);
-        return sources.isComplete ? ExitCode::success : ExitCode::failure;
-    }
-    const Destination destination(to, target, count);
+    const Destination destination(to, target, sources.count());
     const Cancellation cancellation(remote.session());
     TreeCopy copy(from, to, options_, cancellation);
     bool isComplete = sources.isComplete;

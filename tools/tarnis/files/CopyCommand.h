@@ -3,6 +3,7 @@
 #include "files/FileCommand.h"
 #include "files/TreeCopy.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -12,8 +13,12 @@ namespace TarnisTool {
 /// What is to be copied, as file ids.
 struct Sources
 {
+    /// How many there are, also where not all that the user named are there: what is left of
+    /// several goes where several go.
+    std::size_t count() const { return std::max(ids.size(), namedCount); }
+
     std::vector<std::string> ids;
-    /// How many the user named. Several go into a directory, also where some are not there.
+    /// How many paths the user gave.
     std::size_t namedCount = 0;
     /// Where a pattern stands for nothing or could not be followed everywhere, that was reported.
     bool isComplete = true;
@@ -35,11 +40,10 @@ protected:
 
     const CopyOptions& options() const noexcept { return options_; }
 
-private:
+    /// Throws UsageError for options that contradict each other.
     void checkOptions() const;
-    void writeInto(RemotePlace& remote, Place& from, const std::string& source, Place& to,
-                   const std::string& target) const;
 
+private:
     CopyOptions options_;
 };
 

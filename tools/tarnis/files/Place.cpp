@@ -7,12 +7,6 @@
 
 namespace TarnisTool {
 
-TargetKind Place::kindOf(const std::string& path) const
-{
-    static_cast<void>(path);
-    return TargetKind::Ordinary;
-}
-
 bool Place::leadsToNoFile(const std::string& path) const
 {
     static_cast<void>(path);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Failure.h"
-#include "files/StreamTarget.h"
 
 #include <FileSystem/FileSystem2.h>
 
@@ -39,9 +38,6 @@ public:
     /// Why nothing can be written to the path, found out by looking. Empty where nothing speaks
     /// against it.
     virtual std::string writingProblem(const std::string& path);
-
-    /// What a path leads to, as far as a copy of one file must know that is to go there.
-    virtual TargetKind kindOf(const std::string& path) const;
 
     /// Whether a link is known to lead to a pipe, a socket or a device. The text of one like
     /// "/dev/stdin" need not name anything.

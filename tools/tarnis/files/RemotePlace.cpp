@@ -37,9 +37,12 @@ std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession&
 }
 
 RemotePlace::RemotePlace(Target target, const LoginOptions& options)
+    : RemotePlace(std::move(target), options, LoginSecrets::fetch(options))
+{}
+
+RemotePlace::RemotePlace(Target target, const LoginOptions& options, const LoginSecrets& secrets)
     : target_(std::move(target))
 {
-    const LoginSecrets secrets = LoginSecrets::fetch(options);
     openSession(session_, target_, options, secrets);
     system_ = startFileTransfer(session_, target_);
 }
