@@ -258,7 +258,8 @@ TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereNothingCanBeMadeBesideTheFile)
                      SftpActions::refuse(SftpStatus::PermissionDenied)}};
     sftp().setScript(script);
     expectFailure(tarnis("put", {here().file("f"), at("f")}),
-                  "--inplace writes into the file itself");
+                  ": no file can be made beside it; --inplace writes into the file itself "
+                  "(permission denied)\n");
     EXPECT_EQ(readFile(sftp().path("f")), "old");
     expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
     EXPECT_EQ(readFile(sftp().path("f")), "new");

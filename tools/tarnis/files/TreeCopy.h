@@ -79,8 +79,10 @@ private:
     void resumeFile(const Job& job);
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
-    Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint);
-    std::string targetProblem(const Job& job, const FileSystem::Failure& failure);
+    Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
+                      const std::string& said);
+    bool isClosed(const Job& job, const FileSystem::Failure& failure) const;
+    bool isOfSource(const Job& job, const std::string& path) const;
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
     void checkDirectories();
