@@ -54,6 +54,26 @@ TEST_F(PatternTest, ALinkIsFollowedOnTheWay)
     EXPECT_EQ(list("l*/f"), "link/f\n");
 }
 
+TEST_F(PatternTest, ADirectoryWithoutTheNextPartIsPassedOver)
+{
+    there().makeDirectory("c");
+    there().write("c/x", "a file");
+    EXPECT_EQ(list("*/x/*"), "a/x/f\n");
+    expectFailure(tarnis("rm", {at("*/none/*")}), "*/none/*: nothing matches");
+    expectQuiet(tarnis("rm", {"-f", at("*/none/*")}));
+    expectQuiet(tarnis("rm", {"-f", at("*/x/*")}));
+    EXPECT_THAT(namesIn(there().file("a/x")), ElementsAre());
+    EXPECT_EQ(readFile(there().file("c/x")), "a file");
+}
+
+TEST_F(PatternTest, EachAlternativeTellsWhetherItMeansHiddenNames)
+{
+    there().write("a/.i", "");
+    EXPECT_EQ(list("a/.h;*"), "a/.h\na/[z]\na/f\na/x\na/y\n");
+    EXPECT_EQ(list("a/x;.*"), "a/.h\na/.i\na/x\n");
+    EXPECT_EQ(list("a/[.;x]*"), "a/x\n") << "no alternatives";
+}
+
 TEST_F(PatternTest, FilesAreFetchedByOne)
 {
     here().makeDirectory("to");
@@ -61,6 +81,7 @@ TEST_F(PatternTest, FilesAreFetchedByOne)
                   "cannot copy " + at("a/y/f") + " to " + here().file("to/f") +
                       ": another source of this call goes there");
     EXPECT_THAT(namesIn(here().file("to")), ElementsAre("f", "g"));
+    EXPECT_EQ(readFile(here().file("to/f")), "a/x/f");
 }
 
 TEST_F(PatternTest, RmTakesThem)
@@ -81,7 +102,6 @@ TEST_F(PatternTest, OneMatchThatStaysDoesNotKeepTheOthers)
 {
     const ToolResult result = tarnis("rm", {at("a/*")});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(readFile(here().file("to/f")), "a/x/f");
     EXPECT_THAT(result.errorOutput, HasSubstr("a/x: it is a directory"));
     EXPECT_THAT(result.errorOutput, HasSubstr("a/y: it is a directory"));
     EXPECT_FALSE(std::filesystem::exists(there().file("a/f")));
