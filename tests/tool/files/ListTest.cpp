@@ -191,6 +191,15 @@ TEST_F(ListTest, WritesJsonThatKeepsEveryByte)
     EXPECT_EQ(list[2]["nameBase64"], "/wEi");
 }
 
+TEST_F(ListTest, JsonHasNoCharactersThatControlATerminal)
+{
+    const std::string wild = "csi\xC2\x9B pad\xC2\x80 apc\xC2\x9F del\x7F umlaut\xC3\x9B";
+    there().write(wild, "");
+    const std::string text = tarnis("ls", {"--json", at("")}).output;
+    EXPECT_EQ(json::parse(text)[0]["name"], wild);
+    EXPECT_THAT(text, HasSubstr("csi\\u009b pad\\u0080 apc\\u009f del\\u007f umlaut\xC3\x9B"));
+}
+
 TEST_F(ListTest, GoesOnAfterAFailure)
 {
     there().write("f", "");
