@@ -200,6 +200,19 @@ TEST_F(ListTest, JsonHasNoCharactersThatControlATerminal)
     EXPECT_THAT(text, HasSubstr("csi\\u009b pad\\u0080 apc\\u009f del\\u007f umlaut\xC3\x9B"));
 }
 
+TEST_F(ListTest, FailsWhenTheOutputIsClosed)
+{
+    there().write("data", "text");
+    for (const char* const command : {"cat", "ls", "stat"}) {
+        ToolSetup toNobody = setup(command, {at("data")});
+        toNobody.outputDescriptor = -1;
+        expectFailure(run(toNobody), "cannot write to standard output");
+    }
+    ToolSetup get = setup("get", {at("data"), "/dev/stdout"});
+    get.outputDescriptor = -1;
+    expectFailure(run(get), "cannot write to /dev/stdout: Bad file descriptor");
+}
+
 TEST_F(ListTest, GoesOnAfterAFailure)
 {
     there().write("f", "");
