@@ -200,6 +200,21 @@ TEST_F(ListTest, JsonHasNoCharactersThatControlATerminal)
     EXPECT_THAT(text, HasSubstr("csi\\u009b pad\\u0080 apc\\u009f del\\u007f umlaut\xC3\x9B"));
 }
 
+TEST_F(ListTest, ADirectoryHasNoSizeWhereverItIsShown)
+{
+    there().makeDirectory("d");
+    there().write("d/f", "text");
+    EXPECT_THAT(tarnis("stat", {at("d")}).output, HasSubstr("size:        0\n"));
+    for (const std::vector<std::string>& paths :
+         {std::vector<std::string>{at("")}, std::vector<std::string>{"-d", at("d")}}) {
+        std::vector<std::string> arguments = paths;
+        arguments.insert(arguments.begin(), "-l");
+        EXPECT_THAT(tarnis("ls", arguments).output, testing::ContainsRegex("^drwx[^ ]* 0 "));
+        arguments.front() = "--json";
+        EXPECT_EQ(json::parse(tarnis("ls", arguments).output)[0]["size"], 0);
+    }
+}
+
 TEST_F(ListTest, FailsWhenTheOutputIsClosed)
 {
     there().write("data", "text");

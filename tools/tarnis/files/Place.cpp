@@ -55,6 +55,9 @@ std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& di
     if (!entries) {
         failBecause("cannot list", directory, FileSystem::Failure::last());
     }
+    for (auto& entry : *entries) {
+        entry.size = isDirectory(entry.type) ? 0 : entry.size;
+    }
     std::sort(entries->begin(), entries->end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });
     return *std::move(entries);

@@ -46,7 +46,8 @@ public:
     /// What stands at the path, a link itself included.
     FileSystem::StorageSystemFileInfo find(const std::string& path);
 
-    /// The entries of a directory, in ascending order of the bytes of their names.
+    /// The entries of a directory, in ascending order of the bytes of their names. Directories have
+    /// no size, as where they are looked at by themselves.
     std::vector<FileSystem::StorageSystemFileInfo> list(const std::string& directory);
 
     /// What keeps something new from the path, found out by looking; empty where nothing does, and
