@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 namespace TarnisTest {
 namespace {
@@ -125,6 +126,31 @@ TEST_F(DoctorTest, WritesOnlyWhenAsked)
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_THAT(refused.output, HasSubstr("cannot write a file on "));
     EXPECT_TRUE(std::filesystem::is_empty(server.sftp().root()));
+}
+
+TEST_F(DoctorTest, TellsAServerWithoutSessionsFromOneWithoutFileTransfer)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    OpenSshOptions withoutSessions;
+    withoutSessions.maxSessions = 0;
+    OpenSshOptions withoutFiles;
+    withoutFiles.sftpCommand = "/bin/false";
+    const std::string why = "cannot start file transfer with [^ ]*: the server ";
+    for (const auto& [options, reason, advice] :
+         {std::tuple(withoutSessions,
+                     "opens no session for it \\(Channel opening failure[^\n]*\\)\n",
+                     "The server lets the user in but opens no session"),
+          std::tuple(withoutFiles, "does not offer SFTP", "The server has no SFTP subsystem")}) {
+        const OpenSshServer server(options);
+        trust(server.port(), server.hostPublicKeyBase64());
+        const ToolResult result = run({"doctor", target(server.port(), server.user()), "--identity",
+                                       server.clientKey().privatePath});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.output, testing::ContainsRegex(why + reason));
+        EXPECT_THAT(result.output, HasSubstr(advice));
+    }
 }
 
 TEST_F(DoctorTest, LooksAtFilesWhereNoCommandsRun)

@@ -454,6 +454,16 @@ TEST_F(PasswordLoginTest, AfterAKeyWhereTheServerWantsBoth)
     expectIn(setup);
 }
 
+TEST_F(PasswordLoginTest, AnAcceptedKeyIsNotSaidToBeDenied)
+{
+    const std::string path = passwords_->clientKey().privatePath;
+    const ToolResult result = run(loginBy(Login::KeyThenPassword, {"-i", path}));
+    EXPECT_EQ(result.exitCode, 255);
+    EXPECT_THAT(result.errorOutput, HasSubstr("key " + path +
+                                              " was accepted, but the server "
+                                              "wants more than that: password (tried: "));
+}
+
 TEST_F(PasswordLoginTest, SaysFirstThatAKeyWasAcceptedAndIsNotEnough)
 {
     const std::string path = passwords_->clientKey().privatePath;

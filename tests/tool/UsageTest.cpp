@@ -53,6 +53,8 @@ TEST_F(UsageTest, RefusesWrongCommandLines)
 {
     expectRefused({}, "subcommand");
     expectRefused({"frobnicate"}, "there is no sub-command \"frobnicate\"");
+    expectRefused({"-q", "frobnicate"}, "there is no sub-command \"frobnicate\"");
+    expectRefused({"-q"}, "no sub-command was given");
     expectRefused({"exec"}, "target");
     expectRefused({"exec", "host"}, "exec needs a command line after \"--\"");
     expectRefused({"exec", "host", "--"}, "exec needs a command line after \"--\"");

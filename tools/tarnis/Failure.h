@@ -24,6 +24,7 @@ enum class FailureKind
     ConnectionLost,
     CommandRefused,
     CommandTimedOut,
+    SessionRefused,
     FileTransferRefused,
     FileProblem,
     NothingThere,

@@ -55,14 +55,16 @@ int runCommand(Command& command, const std::vector<std::string>& words)
     }
 }
 
+bool isOption(const std::string& argument)
+{
+    return argument.size() > 1 && argument.front() == '-';
+}
+
 /// An option that nobody knows.
 std::optional<std::string> unknownOption(const CLI::App& program)
 {
     const std::vector<std::string> unknown = program.remaining(true);
-    const auto option =
-        std::find_if(unknown.begin(), unknown.end(), [](const std::string& argument) {
-            return argument.size() > 1 && argument.front() == '-';
-        });
+    const auto option = std::find_if(unknown.begin(), unknown.end(), isOption);
     return option == unknown.end() ? std::nullopt : std::make_optional(optionName(*option));
 }
 
@@ -75,7 +77,9 @@ int answerParseEnd(const CLI::App& program, const CLI::ParseError& end)
     const std::vector<std::string> unknown = program.remaining();
     if (program.get_subcommands().empty() && !unknown.empty()) {
         // The parser only says that there is no sub-command.
-        return usageError("there is no sub-command \"" + unknown.front() + "\"");
+        const auto word = std::find_if_not(unknown.begin(), unknown.end(), isOption);
+        return usageError(word == unknown.end() ? "no sub-command was given"
+                                                : "there is no sub-command \"" + *word + "\"");
     }
     if (const auto option = unknownOption(program)) {
         return usageError("there is no option " + *option);

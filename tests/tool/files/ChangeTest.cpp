@@ -255,8 +255,11 @@ TEST_F(ChangeTest, TouchRefusesWhatIsNoTimeOrCannotBeKept)
                                    "2001-02-03 04:60", "@", "@x", "2001-2-3", "2001-02-03Z1"}) {
         expectFailure(tarnis("touch", {"-d", text, at("f")}), "is no time", 2);
     }
-    expectFailure(tarnis("touch", {"-d", "@4294967296", at("f")}), "the server does not take");
-    expectFailure(tarnis("touch", {"-d", "@-1", at("f")}), "the server does not take");
+    for (const char* const text : {"@4294967296", "@-1", "1969-12-31T23:59:59Z"}) {
+        expectFailure(tarnis("touch", {"-d", text, at("new"), at("f")}),
+                      "servers keep times from 1970 to 2106", 2);
+    }
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
 }
 
 } // namespace

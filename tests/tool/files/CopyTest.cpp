@@ -145,6 +145,94 @@ TEST_F(CopyTest, GoesOnAfterAFailure)
     EXPECT_EQ(readFile(here().file("b")), "text");
 }
 
+TEST_F(CopyTest, GoesOnAfterAPatternThatNothingMatches)
+{
+    there().write("f", "text");
+    there().makeDirectory("to");
+    const std::string target = here().file("new");
+    expectFailure(tarnis("get", {at("none*"), at("f"), here().path().string()}),
+                  "none*: nothing matches");
+    EXPECT_EQ(readFile(here().file("f")), "text");
+    expectFailure(tarnis("cp", {at("none*"), at("f"), at("to")}), "none*: nothing matches");
+    EXPECT_EQ(readFile(there().file("to/f")), "text");
+    // Two were named: what is left of them goes into a directory, or nowhere.
+    const ToolResult result = tarnis("get", {at("none*"), at("f"), target});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("there is no such directory"));
+    EXPECT_FALSE(std::filesystem::exists(target));
+}
+
+/// Directories, as two of them that hold files of one name.
+class OneNameTest : public CopyTest
+{
+protected:
+    static void makeTwo(const TemporaryDirectory& place)
+    {
+        for (const std::string& name : {std::string("q1"), std::string("q2")}) {
+            place.makeDirectory(name);
+            place.makeDirectory(name + "/sub");
+            place.write(name + "/n", name);
+            place.write(name + "/sub/n", name);
+            place.write(name + "/sub/only in " + name, name);
+        }
+    }
+
+    static void expectTaken(const ToolResult& result, std::size_t times = 1)
+    {
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.errorOutput, HasSubstr("another source of this call goes there"));
+        EXPECT_EQ(lineCount(result.errorOutput), times) << result.errorOutput;
+    }
+};
+
+TEST_F(OneNameTest, TheSecondFileDoesNotReplaceTheFirst)
+{
+    makeTwo(there());
+    makeTwo(here());
+    there().makeDirectory("to");
+    const std::string target = here().makeDirectory("to");
+    expectTaken(tarnis("get", {at("q?/n"), target}));
+    EXPECT_EQ(readFile(here().file("to/n")), "q1");
+    expectTaken(tarnis("cp", {at("q1/n"), at("q2/n"), at("to")}));
+    EXPECT_EQ(readFile(there().file("to/n")), "q1");
+    expectTaken(tarnis("put", {here().file("q1/n"), here().file("q2/n"), at("")}));
+    EXPECT_EQ(readFile(there().file("n")), "q1");
+}
+
+TEST_F(OneNameTest, DirectoriesAreMergedAndTheirFilesDoNotReplaceEachOther)
+{
+    makeTwo(here());
+    for (const char* const option : {"-q", "-p", "--resume"}) {
+        const std::string target = there().makeDirectory(option);
+        expectTaken(tarnis("put", {"-r", option, here().file("q1/."), here().file("q2//."),
+                                   here().file("q2/sub"), at(option)}),
+                    3);
+        EXPECT_EQ(readFile(target + "/n"), "q1");
+        EXPECT_EQ(readFile(target + "/sub/n"), "q1");
+        EXPECT_THAT(namesIn(target + "/sub"), ElementsAre("n", "only in q1", "only in q2"));
+    }
+}
+
+TEST_F(OneNameTest, OneSourceThatIsNamedTwiceIsCopiedOnce)
+{
+    there().write("f", "text");
+    expectQuiet(tarnis("get", {at("f"), at("./f"), at("?"), here().path().string()}));
+    EXPECT_EQ(readFile(here().file("f")), "text");
+}
+
+TEST_F(CopyTest, SaysThatAPipeOfThisMachineIsNoFile)
+{
+    ToolSetup put = setup("put", {"/dev/fd/9", at("f")});
+    put.descriptors = {{9, "text"}};
+    expectFailure(run(put), "cannot copy /dev/fd/9: it is no file, directory or link\n");
+    ToolSetup fromInput = setup("put", {"/dev/stdin", at("f")});
+    fromInput.inputKind = Input::Pipe;
+    const auto tool = start(fromInput);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("cannot copy /dev/stdin: it is no file"));
+    EXPECT_THAT(namesIn(there().path()), IsEmpty());
+}
+
 TEST_F(CopyTest, FollowsALinkToAFile)
 {
     there().makeDirectory("d");

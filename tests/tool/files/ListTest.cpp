@@ -191,6 +191,43 @@ TEST_F(ListTest, WritesJsonThatKeepsEveryByte)
     EXPECT_EQ(list[2]["nameBase64"], "/wEi");
 }
 
+TEST_F(ListTest, JsonHasNoCharactersThatControlATerminal)
+{
+    const std::string wild = "csi\xC2\x9B pad\xC2\x80 apc\xC2\x9F del\x7F umlaut\xC3\x9B";
+    there().write(wild, "");
+    const std::string text = tarnis("ls", {"--json", at("")}).output;
+    EXPECT_EQ(json::parse(text)[0]["name"], wild);
+    EXPECT_THAT(text, HasSubstr("csi\\u009b pad\\u0080 apc\\u009f del\\u007f umlaut\xC3\x9B"));
+}
+
+TEST_F(ListTest, ADirectoryHasNoSizeWhereverItIsShown)
+{
+    there().makeDirectory("d");
+    there().write("d/f", "text");
+    EXPECT_THAT(tarnis("stat", {at("d")}).output, HasSubstr("size:        0\n"));
+    for (const std::vector<std::string>& paths :
+         {std::vector<std::string>{at("")}, std::vector<std::string>{"-d", at("d")}}) {
+        std::vector<std::string> arguments = paths;
+        arguments.insert(arguments.begin(), "-l");
+        EXPECT_THAT(tarnis("ls", arguments).output, testing::ContainsRegex("^drwx[^ ]* 0 "));
+        arguments.front() = "--json";
+        EXPECT_EQ(json::parse(tarnis("ls", arguments).output)[0]["size"], 0);
+    }
+}
+
+TEST_F(ListTest, FailsWhenTheOutputIsClosed)
+{
+    there().write("data", "text");
+    for (const char* const command : {"cat", "ls", "stat"}) {
+        ToolSetup toNobody = setup(command, {at("data")});
+        toNobody.outputDescriptor = -1;
+        expectFailure(run(toNobody), "cannot write to standard output");
+    }
+    ToolSetup get = setup("get", {at("data"), "/dev/stdout"});
+    get.outputDescriptor = -1;
+    expectFailure(run(get), "cannot write to /dev/stdout: Bad file descriptor");
+}
+
 TEST_F(ListTest, GoesOnAfterAFailure)
 {
     there().write("f", "");

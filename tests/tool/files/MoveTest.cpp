@@ -220,6 +220,32 @@ TEST_F(MoveTest, WhatCannotBeRemovedIsLeftAndTold)
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("other", "t"));
 }
 
+TEST_F(MoveTest, ALostConnectionDuringTheRemovalSaysWhereEverythingIs)
+{
+    makeTree();
+    addRule({onPath(nth(SftpPacket::Remove, 1), "/f"), SftpActions::exit()});
+    const ToolResult result = move();
+    expectTree("other/t");
+    const auto names = namesIn(sftp().root());
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_THAT(names.front(), testing::StartsWith(".tarnis-moved-"));
+    EXPECT_EQ(readFile(sftp().path(names.front() + "/sub/f")), "text");
+    expectFailure(result, "copied but did not remove all of " + at("t") + ": the copy " +
+                              at("other/t") + " is complete, the rest is in " + at(names.front()) +
+                              " (the connection is lost");
+}
+
+TEST_F(MoveTest, ALostConnectionDuringTheRemovalOfAFileSaysThatTheCopyIsComplete)
+{
+    put("t", "text");
+    addRule({onPath(every(SftpPacket::Remove), "/t"), SftpActions::exit()});
+    const ToolResult result = move();
+    EXPECT_EQ(readFile(sftp().path("t")), "text");
+    EXPECT_EQ(readFile(sftp().path("other/t")), "text");
+    expectFailure(result, "copied but did not remove " + at("t") + ": the copy " + at("other/t") +
+                              " is complete (the connection is lost");
+}
+
 TEST_F(MoveTest, AnInterruptedRemovalKeepsTheCopyAndTheRest)
 {
     makeTree();

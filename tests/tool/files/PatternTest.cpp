@@ -54,11 +54,34 @@ TEST_F(PatternTest, ALinkIsFollowedOnTheWay)
     EXPECT_EQ(list("l*/f"), "link/f\n");
 }
 
+TEST_F(PatternTest, ADirectoryWithoutTheNextPartIsPassedOver)
+{
+    there().makeDirectory("c");
+    there().write("c/x", "a file");
+    EXPECT_EQ(list("*/x/*"), "a/x/f\n");
+    expectFailure(tarnis("rm", {at("*/none/*")}), "*/none/*: nothing matches");
+    expectQuiet(tarnis("rm", {"-f", at("*/none/*")}));
+    expectQuiet(tarnis("rm", {"-f", at("*/x/*")}));
+    EXPECT_THAT(namesIn(there().file("a/x")), ElementsAre());
+    EXPECT_EQ(readFile(there().file("c/x")), "a file");
+}
+
+TEST_F(PatternTest, EachAlternativeTellsWhetherItMeansHiddenNames)
+{
+    there().write("a/.i", "");
+    EXPECT_EQ(list("a/.h;*"), "a/.h\na/[z]\na/f\na/x\na/y\n");
+    EXPECT_EQ(list("a/x;.*"), "a/.h\na/.i\na/x\n");
+    EXPECT_EQ(list("a/[.;x]*"), "a/x\n") << "no alternatives";
+}
+
 TEST_F(PatternTest, FilesAreFetchedByOne)
 {
     here().makeDirectory("to");
-    expectQuiet(tarnis("get", {at("a/[xy]/*"), here().file("to")}));
+    expectFailure(tarnis("get", {at("a/[xy]/*"), here().file("to")}),
+                  "cannot copy " + at("a/y/f") + " to " + here().file("to/f") +
+                      ": another source of this call goes there");
     EXPECT_THAT(namesIn(here().file("to")), ElementsAre("f", "g"));
+    EXPECT_EQ(readFile(here().file("to/f")), "a/x/f");
 }
 
 TEST_F(PatternTest, RmTakesThem)

@@ -4,6 +4,7 @@
 #include "support/Sha256.h"
 #include "support/TcpProxy.h"
 #include "support/WaitUntil.h"
+#include "support/sftp/SftpWire.h"
 #include "tool/files/FilesTest.h"
 
 #include <filesystem>
@@ -261,6 +262,116 @@ TEST_F(ScriptedResumeTest, ATargetThatCannotBeReplacedStays)
     EXPECT_THAT(result.errorOutput, HasSubstr("cannot copy " + here().file("f")));
     EXPECT_EQ(readFile(sftp().path("f")), "old and longer");
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre(".f.tarnis-part", "f"));
+}
+
+TEST_F(ResumeTest, AFileThatIsNamedLikeAPartIsNone)
+{
+    for (const TemporaryDirectory* const place : {&here(), &there()}) {
+        place->makeDirectory("t");
+        place->write("t/f", data_);
+        place->write("t/.f.tarnis-part", "precious");
+    }
+    const std::string down = here().makeDirectory("down");
+    const std::string up = there().makeDirectory("up");
+    expectQuiet(tarnis("get", {"-r", "--resume", at("t"), down}));
+    expectQuiet(tarnis("put", {"-r", "--resume", here().file("t"), at("up")}));
+    for (const std::string& target : {down + "/t", up + "/t"}) {
+        EXPECT_THAT(namesIn(target), ElementsAre(".f.tarnis-part", "f"));
+        EXPECT_EQ(sha256(readFile(target + "/f")), sha256(data_));
+        EXPECT_EQ(readFile(target + "/.f.tarnis-part"), "precious");
+    }
+    // Alone, it has its neighbour's copy beside it all the same.
+    std::filesystem::remove(up + "/t/f");
+    expectQuiet(tarnis("put", {"--resume", here().file("t/f"), at("up/t")}));
+    EXPECT_EQ(sha256(readFile(up + "/t/f")), sha256(data_));
+    EXPECT_EQ(readFile(up + "/t/.f.tarnis-part"), "precious");
+}
+
+TEST_F(ResumeTest, AFileThatIsNamedLikeAPartDoesNotKeepItsNeighbourFromGoingOn)
+{
+    here().makeDirectory("t");
+    here().write("t/f", data_);
+    here().write("t/.f.tarnis-part", "precious");
+    there().makeDirectory("t");
+    line().cutAfterBytes(TcpProxy::ToServer, 1'500'000, TcpProxy::Cut::Reset);
+    const std::vector<std::string> arguments{"-r", "--resume", here().file("t"), counted("")};
+    EXPECT_EQ(tarnis("put", arguments).exitCode, 1);
+    line().neverCut();
+    const auto before = line().forwardedBytes(TcpProxy::ToServer);
+    expectQuiet(tarnis("put", arguments));
+    EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer) - before, kSize);
+    EXPECT_THAT(namesIn(there().file("t")), ElementsAre(".f.tarnis-part", "f"));
+    EXPECT_EQ(readFile(there().file("t/.f.tarnis-part")), "precious");
+}
+
+TEST_F(ResumeTest, ADownloadThatFailsLeavesTheBeginningThatStoodThere)
+{
+    const std::string data = pseudoRandomBytes(1, 4 * kSize);
+    there().write("f", data);
+    const std::string beginning = data.substr(0, 500'000);
+    here().write("f", beginning, 0640);
+    line().cutAfterBytes(TcpProxy::ToClient, 3 * kSize, TcpProxy::Cut::Reset);
+    EXPECT_EQ(tarnis("get", {"--resume", counted("f"), here().path().string()}).exitCode, 1);
+    EXPECT_EQ(sha256(readFile(here().file("f"))), sha256(beginning));
+    const std::string part = readFile(here().file(".f.tarnis-part"));
+    EXPECT_GE(part.size(), beginning.size());
+    EXPECT_EQ(part, data.substr(0, part.size()));
+    EXPECT_EQ(modeOf(here().file("f")), 0640U);
+    line().neverCut();
+    expectQuiet(tarnis("get", {"--resume", counted("f"), here().path().string()}));
+    EXPECT_EQ(sha256(readFile(here().file("f"))), sha256(data));
+    EXPECT_EQ(modeOf(here().file("f")), 0640U);
+    EXPECT_THAT(namesIn(here().path()), ElementsAre("f"));
+}
+
+TEST_F(ResumeTest, AnUploadThatLosesItsConnectionSaysWhereTheBeginningIs)
+{
+    here().write("f", data_);
+    there().write("f", data_.substr(0, 500'000));
+    line().cutAfterBytes(TcpProxy::ToServer, 1'500'000, TcpProxy::Cut::Reset);
+    const ToolResult cut = tarnis("put", {"--resume", here().file("f"), counted("")});
+    EXPECT_EQ(cut.exitCode, 1);
+    EXPECT_THAT(namesIn(there().path()), ElementsAre(".f.tarnis-part"));
+    EXPECT_THAT(cut.errorOutput,
+                HasSubstr("what stood at " + counted("f") + " is in " + counted(".f.tarnis-part")));
+    line().neverCut();
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
+}
+
+TEST_F(ScriptedResumeTest, AnUploadThatFailsGivesTheBeginningItsNameBack)
+{
+    here().write("f", data_);
+    put("f", data_.substr(0, kBeginning));
+    SftpScript script;
+    script.diskSpace = 100'000;
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {"--resume", here().file("f"), at("")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("kept what was copied in " + at("f") + ": "));
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+    const std::string left = readFile(sftp().path("f"));
+    EXPECT_GE(left.size(), kBeginning);
+    EXPECT_TRUE(left == data_.substr(0, left.size()));
+    sftp().setScript({});
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
+}
+
+TEST_F(ScriptedResumeTest, AServerThatHasEveryNameIsNotAskedWithoutAnEnd)
+{
+    put("f", "text");
+    const std::string file =
+        SftpWriter().number(SftpAttribute::kPermissions).number(0100644).bytes();
+    SftpScript script;
+    for (const char digit : std::string("t0123456789")) {
+        script.rules.push_back({onPath(every(SftpPacket::Lstat), std::string(1, digit)),
+                                SftpActions::answer(SftpPacket::Attrs, file)});
+    }
+    sftp().setScript(script);
+    expectFailure(tarnis("get", {"--resume", at("f"), here().path().string()}),
+                  "all names for what is copied are taken");
 }
 
 TEST_F(ResumeTest, WorksForTreesEmptyFilesAndLongNames)

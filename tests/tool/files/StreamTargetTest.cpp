@@ -4,10 +4,14 @@
 #include "support/Sha256.h"
 #include "tool/files/FilesTest.h"
 
+#include <array>
+#include <climits>
+#include <csignal>
 #include <filesystem>
 #include <future>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -84,6 +88,44 @@ TEST_F(StreamTargetTest, StandardOutputIsWrittenToAtItsPlace)
     }
     EXPECT_EQ(readFile(here().file("log")), "before\ntext\ntext\ntext\n");
     EXPECT_EQ(kindOf("/dev/stdout"), static_cast<mode_t>(S_IFLNK));
+}
+
+TEST_F(StreamTargetTest, ADescriptorThatTheCallerDidNotPassIsNone)
+{
+    there().write("f", "text");
+    // The numbers that the program's own files and its connection get, but for those that whoever
+    // runs the tests has passed on.
+    for (int number = 3; number < 20; ++number) {
+        const int flags = ::fcntl(number, F_GETFD);
+        if (flags >= 0 && (flags & FD_CLOEXEC) == 0) {
+            continue;
+        }
+        const std::string name = "/dev/fd/" + std::to_string(number);
+        expectFailure(tarnis("get", {at("f"), name}),
+                      "cannot write to " + name + ": Bad file descriptor\n");
+    }
+}
+
+TEST_F(StreamTargetTest, AStandardOutputThatNobodyReadsIsLeftAtTheFirstSignal)
+{
+    there().write("f", data_);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+        const UniqueFd reader(ends[0]);
+        UniqueFd writer(ends[1]);
+        ToolSetup get = setup("get", {at("f"), "/dev/stdout"});
+        get.outputDescriptor = writer.get();
+        const auto tool = start(get);
+        const int capacity = ::fcntl(reader.get(), F_GETPIPE_SZ);
+        ASSERT_TRUE(waitUntil([&] {
+            int waiting = 0;
+            return ::ioctl(reader.get(), FIONREAD, &waiting) == 0 && waiting > capacity - PIPE_BUF;
+        })) << tool->errorOutput();
+        tool->signal(number);
+        EXPECT_EQ(tool->wait(), 1);
+        EXPECT_THAT(tool->errorOutput(), HasSubstr("/dev/stdout got no more"));
+    }
 }
 
 TEST_F(StreamTargetTest, ATerminalIsWrittenTo)
@@ -216,7 +258,8 @@ TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereNothingCanBeMadeBesideTheFile)
                      SftpActions::refuse(SftpStatus::PermissionDenied)}};
     sftp().setScript(script);
     expectFailure(tarnis("put", {here().file("f"), at("f")}),
-                  "--inplace writes into the file itself");
+                  ": no file can be made beside it; --inplace writes into the file itself "
+                  "(permission denied)\n");
     EXPECT_EQ(readFile(sftp().path("f")), "old");
     expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
     EXPECT_EQ(readFile(sftp().path("f")), "new");

@@ -16,7 +16,7 @@ struct KnownAdvice
     std::string_view text;
 };
 
-constexpr std::array<KnownAdvice, 14> knownAdvice{{
+constexpr std::array<KnownAdvice, 15> knownAdvice{{
     {FailureKind::UnknownHostName,
      "Check the spelling of {host}, and that this machine's name service works: getent hosts "
      "{host}"},
@@ -50,6 +50,10 @@ constexpr std::array<KnownAdvice, 14> knownAdvice{{
      "shell is not allowed, or the server limits sessions. The server's administrator can tell."},
     {FailureKind::CommandTimedOut,
      "The user's shell on the server does not get to its command. Check its start-up files."},
+    {FailureKind::SessionRefused,
+     "The server lets the user in but opens no session, or no further one: the account is for "
+     "forwarding only, or the server limits sessions (MaxSessions with OpenSSH). The server's "
+     "administrator can tell."},
     {FailureKind::FileTransferRefused,
      "The server has no SFTP subsystem, or the user's start-up files on the server write to "
      "standard output and disturb it. With OpenSSH the server's configuration needs a line such as "

@@ -222,6 +222,7 @@ std::string Doctor::lookAtFiles()
         return lookAtFilesOn(session_);
     } catch (const Failure& failure) {
         if (failure.kind() != FailureKind::FileTransferRefused &&
+            failure.kind() != FailureKind::SessionRefused &&
             failure.kind() != FailureKind::ConnectionLost) {
             throw;
         }

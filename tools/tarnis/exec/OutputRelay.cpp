@@ -1,16 +1,15 @@
 #include "exec/OutputRelay.h"
 
 #include "Failure.h"
+#include "terminal/ReadyWrite.h"
 
 #include <Tarnis/SSHProcess.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstring>
 
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace TarnisTool {
@@ -19,22 +18,13 @@ namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 
-/// A pipe that is ready takes this much without waiting; a file takes anything. Making the
-/// descriptor non-blocking instead would change it for every process that shares it.
-std::size_t largestWriteTo(int descriptor)
-{
-    struct stat status = {};
-    const bool isFile = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-    return isFile ? bufferSize : PIPE_BUF;
-}
-
 } // namespace
 
 OutputRelay::OutputRelay(const Tarnis::SSHProcess& process, bool isStderr, int descriptor)
     : process_(process)
     , isStderr_(isStderr)
     , descriptor_(descriptor)
-    , largestWrite_(largestWriteTo(descriptor))
+    , largestWrite_(largestReadyWrite(descriptor))
     , buffer_(bufferSize)
 {}
 
@@ -65,7 +55,7 @@ bool OutputRelay::flush()
     if (isDiscarding_) {
         begin_ = end_;
     }
-    while (hasPending() && canWrite()) {
+    while (hasPending() && isReadyToWrite(descriptor_, 0)) {
         const std::size_t size = std::min(end_ - begin_, largestWrite_);
         const ssize_t count = ::write(descriptor_, buffer_.data() + begin_, size);
         if (count >= 0) {
@@ -79,12 +69,6 @@ bool OutputRelay::flush()
         }
     }
     return begin_ != before;
-}
-
-bool OutputRelay::canWrite() const
-{
-    pollfd output{descriptor_, POLLOUT, 0};
-    return ::poll(&output, 1, 0) > 0;
 }
 
 bool OutputRelay::isReaderGone()

@@ -50,7 +50,6 @@ public:
 private:
     bool fetch(std::chrono::milliseconds patience);
     bool flush();
-    bool canWrite() const;
 
     const Tarnis::SSHProcess& process_;
     bool isStderr_;

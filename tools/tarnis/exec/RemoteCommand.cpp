@@ -8,6 +8,7 @@
 #include "login/Connecting.h"
 #include "login/Watchdog.h"
 #include "terminal/Messages.h"
+#include "terminal/StandardStreams.h"
 
 #include <Tarnis/SSHProcess.h>
 
@@ -93,6 +94,10 @@ int RemoteCommand::Run::finish()
                                                    : std::chrono::seconds::zero());
     interrupts_.emplace();
     output_.emplace(*process_, false, STDOUT_FILENO);
+    if (wasOutputClosed()) {
+        // Nobody wants it, and the command is to run as it would.
+        output_->discard();
+    }
     errorOutput_.emplace(*process_, true, STDERR_FILENO);
     {
         const InputForwarder input(*process_);

@@ -3,7 +3,6 @@
 #include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/Pattern.h"
-#include "files/StreamedCopy.h"
 #include "terminal/Messages.h"
 
 #include <CLI/CLI.hpp>
@@ -38,28 +37,14 @@ void CopyCommand::checkOptions() const
     }
 }
 
-void CopyCommand::writeInto(RemotePlace& remote, Place& from, const std::string& source, Place& to,
-                            const std::string& target) const
-{
-    if (to.kindOf(target) == TargetKind::Refused) {
-        to.refuse("cannot copy to", target, "it leads to a disk or a socket");
-    }
-    if (options_.resumes) {
-        to.refuse("cannot go on in", target, "it is no file");
-    }
-    const Cancellation cancellation(remote.session());
-    StreamedCopy(from, source, target, cancellation).run();
-}
-
 int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
                          const std::string& target) const
 {
     checkOptions();
-    if (sources.ids.size() == 1 && to.kindOf(target) != TargetKind::Ordinary) {
-        writeInto(remote, from, sources.ids.front(), to, target);
-        return sources.isComplete ? ExitCode::success : ExitCode::failure;
+    if (sources.ids.empty()) {
+        return ExitCode::failure;
     }
-    const Destination destination(to, target, sources.ids.size());
+    const Destination destination(to, target, sources.count());
     const Cancellation cancellation(remote.session());
     TreeCopy copy(from, to, options_, cancellation);
     bool isComplete = sources.isComplete;
@@ -79,14 +64,19 @@ int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& source
 Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)
 {
     Sources sources;
+    sources.namedCount = paths.size();
     const auto note = [&](const Failure& failure) {
         place.requireAlive();
         report(failure.what());
         sources.isComplete = false;
     };
     for (const RemotePath& path : paths) {
-        const auto found = pathsFor(place, fileIdOf(path.path), "cannot copy", note);
-        sources.ids.insert(sources.ids.end(), found.begin(), found.end());
+        try {
+            const auto found = pathsFor(place, fileIdOf(path.path), "cannot copy", note);
+            sources.ids.insert(sources.ids.end(), found.begin(), found.end());
+        } catch (const Failure& failure) {
+            note(failure);
+        }
     }
     return sources;
 }

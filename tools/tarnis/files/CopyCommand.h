@@ -3,6 +3,8 @@
 #include "files/FileCommand.h"
 #include "files/TreeCopy.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -11,8 +13,14 @@ namespace TarnisTool {
 /// What is to be copied, as file ids.
 struct Sources
 {
+    /// How many there are, also where not all that the user named are there: what is left of
+    /// several goes where several go.
+    std::size_t count() const { return std::max(ids.size(), namedCount); }
+
     std::vector<std::string> ids;
-    /// Where a pattern could not be followed everywhere, that was reported.
+    /// How many paths the user gave.
+    std::size_t namedCount = 0;
+    /// Where a pattern stands for nothing or could not be followed everywhere, that was reported.
     bool isComplete = true;
 };
 
@@ -32,15 +40,15 @@ protected:
 
     const CopyOptions& options() const noexcept { return options_; }
 
-private:
+    /// Throws UsageError for options that contradict each other.
     void checkOptions() const;
-    void writeInto(RemotePlace& remote, Place& from, const std::string& source, Place& to,
-                   const std::string& target) const;
 
+private:
     CopyOptions options_;
 };
 
-/// The remote paths, with patterns replaced by what they stand for. Throws Failure.
+/// The remote paths, with patterns replaced by what they stand for. One that stands for nothing is
+/// reported. Throws Failure when the connection is lost.
 Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths);
 
 } // namespace TarnisTool

@@ -1,6 +1,8 @@
 #include "files/GetCommand.h"
 
 #include "files/LocalPlace.h"
+#include "files/StreamedCopy.h"
+#include "login/Login.h"
 
 #include <CLI/CLI.hpp>
 
@@ -26,9 +28,34 @@ int GetCommand::work(const std::vector<std::string>& operands)
     requireLocalPath(target, "get copies to this machine, and the last path is local");
     const auto paths =
         remotePaths({operands.begin(), hasTarget ? operands.end() - 1 : operands.end()});
-    RemotePlace remote(paths.front().target, loginOptions());
+    checkOptions();
+    // In this order: secrets and the target may be descriptors that the user passed, and none of
+    // them is to be mistaken for what is opened here.
+    const LoginSecrets secrets = LoginSecrets::fetch(loginOptions());
+    StreamTarget stream(target);
+    RemotePlace remote(paths.front().target, loginOptions(), secrets);
+    const Sources sources = expandSources(remote, paths);
+    const bool isOne = sources.ids.size() == 1 && sources.count() == 1;
+    if (isOne && stream.kind() != TargetKind::Ordinary) {
+        writeInto(stream, remote, sources.ids.front());
+        return sources.isComplete ? ExitCode::success : ExitCode::failure;
+    }
     LocalPlace local;
-    return copyAll(remote, remote, expandSources(remote, paths), local, target);
+    return copyAll(remote, remote, sources, local, target);
+}
+
+void GetCommand::writeInto(StreamTarget& target, RemotePlace& remote,
+                           const std::string& source) const
+{
+    LocalPlace local;
+    if (target.kind() == TargetKind::Refused) {
+        local.refuse("cannot copy to", target.path(), "it leads to a disk or a socket");
+    }
+    if (options().resumes) {
+        local.refuse("cannot go on in", target.path(), "it is no file");
+    }
+    const Cancellation cancellation(remote.session());
+    StreamedCopy(remote, source, target, cancellation).run();
 }
 
 } // namespace TarnisTool

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "files/CopyCommand.h"
+#include "files/StreamTarget.h"
 
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@ public:
 
 private:
     int work(const std::vector<std::string>& operands) override;
+    void writeInto(StreamTarget& target, RemotePlace& remote, const std::string& source) const;
 };
 
 } // namespace TarnisTool

@@ -7,6 +7,13 @@
 
 namespace TarnisTool {
 
+bool LocalPlace::leadsToNoFile(const std::string& path) const
+{
+    struct stat status = {};
+    return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
+           !S_ISDIR(status.st_mode);
+}
+
 void requireLocalPath(const std::string& text, const std::string& rule)
 {
     struct stat status = {};

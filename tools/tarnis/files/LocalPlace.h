@@ -17,7 +17,7 @@ public:
 
     std::string display(const std::string& path) const override { return textOf(path); }
 
-    TargetKind kindOf(const std::string& path) const override { return kindOfTarget(path); }
+    bool leadsToNoFile(const std::string& path) const override;
 
     std::optional<std::uint32_t> mode(const std::string& path) const override
     {

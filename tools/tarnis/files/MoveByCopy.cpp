@@ -5,6 +5,8 @@
 #include "files/NewDirectory.h"
 #include "terminal/ProgressBar.h"
 
+#include <FileSystem/HandleFatalError.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -97,7 +99,13 @@ void MoveByCopy::removeSource()
 {
     if (isTree()) {
         removeTree();
-    } else if (!removeEntry(source_, entries_.front())) {
+        return;
+    }
+    const bool isRemoved = attempt([this] { return removeEntry(source_, entries_.front()); });
+    if (!isRemoved && !place_.isAlive()) {
+        failToRemove("", "");
+    }
+    if (!isRemoved) {
         giveUp(joinReasons("it cannot be removed from its place", reasonOf(why_)));
     }
 }
@@ -108,26 +116,51 @@ void MoveByCopy::removeTree()
     const auto& system = place_.system();
     const std::string aside = system.pathChildId(system.pathParentId(source_),
                                                  {".tarnis-moved-" + std::to_string(::getpid())});
-    if (system.fileInfo(aside) || !system.directoryRenameAs(source_, aside)) {
-        giveUp(joinReasons("it cannot be removed from its place",
-                           FileSystem::Failure::last().cause()));
+    const bool isAside = attempt([&] {
+        const bool isRenamed = !system.fileInfo(aside) && system.directoryRenameAs(source_, aside);
+        why_ = FileSystem::Failure::last();
+        return isRenamed;
+    });
+    if (!isAside && !place_.isAlive()) {
+        failToRemove("all of ", place_.display(source_) + " or " + place_.display(aside));
     }
-    const bool isRemoved =
-        std::all_of(entries_.rbegin(), entries_.rend(), [&](const TreeEntry& entry) {
+    if (!isAside) {
+        giveUp(joinReasons("it cannot be removed from its place", why_.cause()));
+    }
+    const bool isRemoved = attempt([&] {
+        return std::all_of(entries_.rbegin(), entries_.rend(), [&](const TreeEntry& entry) {
             return !cancellation_.isRequested() && removeEntry(aside, entry);
         });
-    if (isRemoved) {
-        return;
+    });
+    if (!isRemoved) {
+        const auto why = why_;
+        const bool isBack = attempt([&] { return system.directoryRenameAs(aside, source_); });
+        why_ = why;
+        failToRemove("all of ", place_.display(isBack ? source_ : aside));
     }
-    const std::string said = reasonOf(why_);
-    const bool isBack = system.directoryRenameAs(aside, source_);
-    place_.requireAlive();
-    throw Failure(cancellation_.isRequested() ? FailureKind::Cancelled : FailureKind::FileProblem,
-                  "copied but did not remove all of", place_.display(source_),
-                  joinReasons("the copy " + place_.display(target_) +
-                                  " is complete, the rest is in " +
-                                  place_.display(isBack ? source_ : aside),
-                              said));
+}
+
+/// Whether a step was done; one that finds no connection any more was not.
+bool MoveByCopy::attempt(const std::function<bool()>& step)
+{
+    try {
+        return step();
+    } catch (const FileSystem::handle_fatal_error&) {
+        why_ = FileSystem::Failure::last();
+        return false;
+    }
+}
+
+/// \param rest where what was not removed is now; empty where that is not known.
+void MoveByCopy::failToRemove(const std::string& what, const std::string& rest)
+{
+    const FailureKind kind = cancellation_.isRequested() ? FailureKind::Cancelled
+                             : place_.isAlive()          ? FailureKind::FileProblem
+                                                         : FailureKind::ConnectionLost;
+    const std::string copy = "the copy " + place_.display(target_) + " is complete";
+    throw Failure(
+        kind, "copied but did not remove", what + place_.display(source_),
+        joinReasons(copy + (rest.empty() ? "" : ", the rest is in " + rest), reasonOf(why_)));
 }
 
 bool MoveByCopy::removeEntry(const std::string& root, const TreeEntry& entry)

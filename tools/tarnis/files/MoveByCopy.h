@@ -5,6 +5,7 @@
 #include "files/TreeWalk.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,8 @@ private:
     void makeTarget();
     void removeSource();
     void removeTree();
+    bool attempt(const std::function<bool()>& step);
+    [[noreturn]] void failToRemove(const std::string& what, const std::string& rest);
     bool removeEntry(const std::string& root, const TreeEntry& entry);
     bool isUnchanged(const std::string& path, const TreeEntry& entry) const;
     [[noreturn]] void giveUp(const std::string& hint);
@@ -46,7 +49,7 @@ private:
     std::string target_;
     /// What is to be copied, and nothing else is to be removed. Directories before what they hold.
     std::vector<TreeEntry> entries_;
-    FileSystem::Failure why_; ///< What was said of the last removal of an entry.
+    FileSystem::Failure why_; ///< What was said of the last step of the removal.
 };
 
 } // namespace TarnisTool

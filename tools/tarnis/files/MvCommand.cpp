@@ -50,7 +50,8 @@ int MvCommand::work(const std::vector<std::string>& operands)
             }
             move(remote, cancellation, source, destination.pathFor(source));
         } catch (const Failure& failure) {
-            if (failure.kind() == FailureKind::Cancelled) {
+            if (failure.kind() == FailureKind::Cancelled ||
+                failure.kind() == FailureKind::ConnectionLost) {
                 throw;
             }
             remote.requireAlive();

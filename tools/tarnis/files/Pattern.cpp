@@ -46,6 +46,60 @@ bool isHidden(const std::string& name)
     return !name.empty() && name.front() == '.';
 }
 
+/// Behind the set of bytes that begins there ("[a;b]"), or there where none does.
+std::size_t endOfSet(const std::string& pattern, std::size_t start)
+{
+    const auto inside = start + 1;
+    const bool isNegated =
+        inside < pattern.size() && (pattern[inside] == '!' || pattern[inside] == '^');
+    const auto end =
+        pattern[start] == '[' ? pattern.find(']', inside + (isNegated ? 2 : 1)) : std::string::npos;
+    return end == std::string::npos ? start : end + 1;
+}
+
+/// Those of a pattern's alternatives that begin with a dot, as a pattern; empty for none.
+std::string hiddenAlternatives(const std::string& pattern)
+{
+    std::string found;
+    for (std::size_t start = 0, end = 0; start <= pattern.size(); start = ++end) {
+        while (end < pattern.size() && pattern[end] != ';') {
+            end = std::max(end + 1, endOfSet(pattern, end));
+        }
+        const std::string alternative = pattern.substr(start, end - start);
+        if (isHidden(alternative)) {
+            found += (found.empty() ? "" : ";") + alternative;
+        }
+    }
+    return found;
+}
+
+/// The names that a part of a path takes. Hidden ones only for an alternative that begins with a
+/// dot itself, unless all are wanted.
+class NameFilter
+{
+public:
+    NameFilter(const std::string& pattern, bool withHidden)
+        : NameFilter(pattern, withHidden ? pattern : hiddenAlternatives(pattern))
+    {}
+
+    bool takes(const std::string& name) const
+    {
+        return isHidden(name) ? takesHidden_ && std::regex_match(name, hidden_)
+                              : std::regex_match(name, filter_);
+    }
+
+private:
+    NameFilter(const std::string& pattern, const std::string& hidden)
+        : filter_(FileSystem::DirectoryListing::createSearchFilter(pattern))
+        , hidden_(FileSystem::DirectoryListing::createSearchFilter(hidden))
+        , takesHidden_(!hidden.empty())
+    {}
+
+    std::regex filter_;
+    std::regex hidden_;
+    bool takesHidden_;
+};
+
 /// Follows one part of a path after the other, from every place that the parts so far lead to.
 class Search
 {
@@ -95,13 +149,10 @@ private:
     void takeMatches(std::vector<Match>& next, const std::string& directory,
                      const std::string& pattern, bool isLast)
     {
-        const auto filter = FileSystem::DirectoryListing::createSearchFilter(pattern);
-        const bool showsHidden = (withHidden_ && isLast) || isHidden(pattern);
+        const NameFilter filter(pattern, withHidden_ && isLast);
         for (auto& info : entriesOf(directory.empty() ? "." : directory)) {
-            const bool isWanted =
-                (showsHidden || !isHidden(info.name)) && std::regex_match(info.name, filter);
             std::string path = joinPath(directory, info.name);
-            if (isWanted && (isLast || leadsOn(path, info))) {
+            if (filter.takes(info.name) && (isLast || leadsOn(path, info))) {
                 take(next, {std::move(path), std::move(info)}, isLast);
             }
         }
@@ -123,7 +174,8 @@ private:
                (isDirectory(info.type) || place_.system().directoryExists(path));
     }
 
-    /// One of several directories that cannot be searched does not keep the others back.
+    /// One of several directories that cannot be searched does not keep the others back, and one
+    /// that is not there, or is a file, holds no match.
     std::vector<FileSystem::StorageSystemFileInfo> entriesOf(const std::string& directory)
     {
         try {
@@ -132,7 +184,11 @@ private:
             if (!isSpread_) {
                 throw;
             }
-            note_(failure);
+            const bool isNoDirectory = failure.kind() == FailureKind::NothingThere ||
+                                       place_.system().fileExists(directory, false);
+            if (!isNoDirectory) {
+                note_(failure);
+            }
             return {};
         }
     }

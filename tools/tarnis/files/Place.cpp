@@ -7,10 +7,10 @@
 
 namespace TarnisTool {
 
-TargetKind Place::kindOf(const std::string& path) const
+bool Place::leadsToNoFile(const std::string& path) const
 {
     static_cast<void>(path);
-    return TargetKind::Ordinary;
+    return false;
 }
 
 std::string Place::writingProblem(const std::string& path)
@@ -54,6 +54,9 @@ std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& di
     auto entries = system().directoryReadFully(directory);
     if (!entries) {
         failBecause("cannot list", directory, FileSystem::Failure::last());
+    }
+    for (auto& entry : *entries) {
+        entry.size = isDirectory(entry.type) ? 0 : entry.size;
     }
     std::sort(entries->begin(), entries->end(),
               [](const auto& left, const auto& right) { return left.name < right.name; });

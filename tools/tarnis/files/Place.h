@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Failure.h"
-#include "files/StreamTarget.h"
 
 #include <FileSystem/FileSystem2.h>
 
@@ -40,13 +39,15 @@ public:
     /// against it.
     virtual std::string writingProblem(const std::string& path);
 
-    /// What a path leads to, as far as a copy of one file must know that is to go there.
-    virtual TargetKind kindOf(const std::string& path) const;
+    /// Whether a link is known to lead to a pipe, a socket or a device. The text of one like
+    /// "/dev/stdin" need not name anything.
+    virtual bool leadsToNoFile(const std::string& path) const;
 
     /// What stands at the path, a link itself included.
     FileSystem::StorageSystemFileInfo find(const std::string& path);
 
-    /// The entries of a directory, in ascending order of the bytes of their names.
+    /// The entries of a directory, in ascending order of the bytes of their names. Directories have
+    /// no size, as where they are looked at by themselves.
     std::vector<FileSystem::StorageSystemFileInfo> list(const std::string& directory);
 
     /// What keeps something new from the path, found out by looking; empty where nothing does, and

@@ -14,7 +14,9 @@ PutCommand::PutCommand(CLI::App& program)
     declareResume();
     commandLine().footer(
         "Into a directory (\"host:\" is the login directory), files go under their own names. A\n"
-        "file takes its name when it is complete; a file or link that stood there is replaced.\n\n"
+        "file takes its name when it is complete; a file or link that stood there is replaced.\n"
+        "With --resume, a file there that is the beginning of the source has the name of the part\n"
+        "meanwhile (\".NAME.tarnis-part\"), also after a lost connection.\n\n"
         "Example: tarnis put --resume backup.tar alice@example.org:backups/");
 }
 

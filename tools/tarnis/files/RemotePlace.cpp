@@ -32,14 +32,21 @@ std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession&
     if (!session.isConnected()) {
         throwConnectionLost(target, "cannot start file transfer with", why);
     }
-    throw Failure(FailureKind::FileTransferRefused, "cannot start file transfer with",
-                  target.display(), joinReasons("the server does not offer SFTP", why.cause()));
+    const bool isSessionRefused = why.text().find("Channel opening failure") != std::string::npos;
+    throw Failure(isSessionRefused ? FailureKind::SessionRefused : FailureKind::FileTransferRefused,
+                  "cannot start file transfer with", target.display(),
+                  joinReasons(isSessionRefused ? "the server opens no session for it"
+                                               : "the server does not offer SFTP",
+                              why.text().empty() ? why.cause() : why.text()));
 }
 
 RemotePlace::RemotePlace(Target target, const LoginOptions& options)
+    : RemotePlace(std::move(target), options, LoginSecrets::fetch(options))
+{}
+
+RemotePlace::RemotePlace(Target target, const LoginOptions& options, const LoginSecrets& secrets)
     : target_(std::move(target))
 {
-    const LoginSecrets secrets = LoginSecrets::fetch(options);
     openSession(session_, target_, options, secrets);
     system_ = startFileTransfer(session_, target_);
 }

@@ -12,12 +12,17 @@
 
 namespace TarnisTool {
 
+struct LoginSecrets;
+
 /// The files of a server.
 class RemotePlace : public Place
 {
 public:
     /// Connects, logs in and starts the file transfer. Throws Failure.
     RemotePlace(Target target, const LoginOptions& options);
+
+    /// The same, with secrets that were fetched already.
+    RemotePlace(Target target, const LoginOptions& options, const LoginSecrets& secrets);
 
     const FileSystem::FileSystem2& system() const override { return *system_; }
 

@@ -24,6 +24,8 @@ using FileSystem::StorageSystemFile;
 using FileSystem::StorageSystemReadResult;
 
 constexpr std::size_t longestName = 255;
+// More than any source has in earnest.
+constexpr int mostParts = 10;
 constexpr std::uint64_t checkedSize = 32'768;
 constexpr auto ownerOnly = Permission::OwnerRead | Permission::OwnerWrite;
 constexpr const char* suffix = ".tarnis-part";
@@ -40,13 +42,15 @@ std::string hashOf(const std::string& text)
     return digits.str();
 }
 
-std::string partOf(const FileSystem::FileSystem2& system, const std::string& target)
+/// \param number for one that is taken, there is a second name, and so on.
+std::string partOf(const FileSystem::FileSystem2& system, const std::string& target, int number)
 {
     const std::string name = system.pathFileName(target);
-    std::string hidden = "." + name + suffix;
+    const std::string ending = suffix + (number > 1 ? std::to_string(number) : "");
+    std::string hidden = "." + name + ending;
     if (hidden.size() > longestName) {
         constexpr std::size_t beginning = 200;
-        hidden = "." + name.substr(0, beginning) + hashOf(name) + suffix;
+        hidden = "." + name.substr(0, beginning) + hashOf(name) + ending;
     }
     return system.pathChildId(system.pathParentId(target), {hidden});
 }
@@ -120,16 +124,29 @@ ResumedCopy::ResumedCopy(const FileSystem::FileSystem2& from, const FileSystem::
     , progress_(std::move(progress))
 {}
 
-bool ResumedCopy::run(const std::string& source, const std::string& target)
+bool ResumedCopy::run(const std::string& source, const std::string& target, const IsTaken& isTaken)
 {
-    auto info = from_.fileInfo(source);
+    source_ = source;
+    target_ = target;
+    if (attempt(isTaken)) {
+        return true;
+    }
+    failure_ = FileSystem::Failure::last();
+    giveBack();
+    return false;
+}
+
+bool ResumedCopy::attempt(const IsTaken& isTaken)
+{
+    auto info = from_.fileInfo(source_);
     if (!info || !isRegularFile(info->type)) {
         return false;
     }
     info_ = std::move(*info);
-    source_ = source;
-    target_ = target;
-    part_ = partOf(to_, target);
+    if (!choosePart(isTaken)) {
+        problem_ = "all names for what is copied are taken";
+        return false;
+    }
     const auto complete = lookAtTarget() ? isComplete() : std::nullopt;
     if (!complete) {
         return false;
@@ -140,6 +157,18 @@ bool ResumedCopy::run(const std::string& source, const std::string& target)
     }
     const auto start = findStart();
     return start && fillAndCheck(*start) && publish();
+}
+
+bool ResumedCopy::choosePart(const IsTaken& isTaken)
+{
+    for (int number = 1; number <= mostParts; ++number) {
+        part_ = partOf(to_, target_, number);
+        if (!isTaken(part_)) {
+            return true;
+        }
+    }
+    part_.clear();
+    return false;
 }
 
 /// What is neither a file nor a link is not replaced.
@@ -155,9 +184,17 @@ bool ResumedCopy::lookAtTarget()
     return problem_.empty();
 }
 
-bool ResumedCopy::hasPart() const
+std::string ResumedCopy::keptAt() const
 {
-    return to_.fileExists(part_, false);
+    switch (standingAt_) {
+    case StandingAt::Part:
+        return part_;
+    case StandingAt::TargetAgain:
+        return target_;
+    case StandingAt::Target:
+        break;
+    }
+    return !part_.empty() && to_.fileExists(part_, false) ? part_ : std::string();
 }
 
 bool ResumedCopy::hasRegularFile(const std::string& path, std::uint64_t smallest,
@@ -194,10 +231,38 @@ std::optional<std::uint64_t> ResumedCopy::findStart()
     if (!*isAlike) {
         return 0;
     }
-    if (!part && !to_.fileRenameAs(target_, part_)) {
+    if (!part && !startPart()) {
         return std::nullopt;
     }
     return to_.fileSize(part_);
+}
+
+/// Lets the part begin with what stands at the target.
+bool ResumedCopy::startPart()
+{
+    if (to_.getType() == FileSystem::StorageSystemType::Local) {
+        return to_.fileCopyAs(
+            target_, to_, part_,
+            [this](std::uint64_t done, std::uint64_t /*total*/) { return progress_(done); },
+            Option::FailIfExists);
+    }
+    if (!to_.fileRenameAs(target_, part_)) {
+        return false;
+    }
+    standingAt_ = StandingAt::Part;
+    return true;
+}
+
+/// What was renamed gets its name and its permissions back, with what has been put behind it.
+void ResumedCopy::giveBack()
+{
+    if (standingAt_ != StandingAt::Part || !to_.isValid()) {
+        return;
+    }
+    static_cast<void>(to_.fileSetPermissions(part_, *standing_));
+    if (!to_.fileInfo(target_) && to_.fileRenameAs(part_, target_)) {
+        standingAt_ = StandingAt::TargetAgain;
+    }
 }
 
 /// Whether all of a file of the target's system is the beginning of the source; empty when that

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/FileSystem2.h>
 
 #include <cstdint>
@@ -17,6 +18,9 @@ namespace TarnisTool {
 /// name, is compared byte for byte with the source before anything is put behind it; where it
 /// differs, the copy begins anew. So it does where the server empties a file that is opened to be
 /// written.
+///
+/// A target that is the beginning of the source is copied into the part, where that is on this
+/// machine. On a server that would be to begin anew: it is renamed, and back when the copy fails.
 class ResumedCopy
 {
 public:
@@ -27,14 +31,20 @@ public:
                 Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> options,
                 Progress progress);
 
+    /// Whether a path is not to be used for what is copied.
+    using IsTaken = std::function<bool(const std::string& path)>;
+
     /// False: a failure, or it was stopped. What cannot be preserved is none.
-    bool run(const std::string& source, const std::string& target);
+    bool run(const std::string& source, const std::string& target, const IsTaken& isTaken);
 
-    /// Whether there is something to go on from.
-    bool hasPart() const;
+    /// Why it was false.
+    const FileSystem::Failure& failure() const noexcept { return failure_; }
 
-    /// Where it is.
-    const std::string& part() const noexcept { return part_; }
+    /// Where something is to go on from; empty for nothing.
+    std::string keptAt() const;
+
+    /// Whether what stood at the target is there, and not at the target.
+    bool isTargetAway() const noexcept { return standingAt_ == StandingAt::Part; }
 
     /// What kept the copy from going on, where that is no failure of a system; empty otherwise.
     const std::string& problem() const noexcept { return problem_; }
@@ -46,6 +56,18 @@ private:
     using File = std::unique_ptr<FileSystem::StorageSystemFile>;
     using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
 
+    /// Where that is which stood at the target, once it has been renamed.
+    enum class StandingAt
+    {
+        Target, ///< It has not.
+        Part,
+        TargetAgain,
+    };
+
+    bool attempt(const IsTaken& isTaken);
+    bool choosePart(const IsTaken& isTaken);
+    bool startPart();
+    void giveBack();
     bool hasRegularFile(const std::string& path, std::uint64_t smallest,
                         std::uint64_t largest) const;
     std::optional<bool> isComplete();
@@ -73,6 +95,8 @@ private:
     std::string part_;
     std::string problem_;
     std::string lost_;
+    FileSystem::Failure failure_;
+    StandingAt standingAt_ = StandingAt::Target;
     FileSystem::StorageSystemFileInfo info_;
     /// Of the file that stands at the target; empty for none.
     std::optional<Permissions> standing_;

@@ -2,12 +2,15 @@
 
 #include "Failure.h"
 #include "files/EntryNames.h"
+#include "terminal/ReadyWrite.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -71,13 +74,23 @@ void throwIfCancelled(const std::string& path, const Cancellation& cancellation)
 
 } // namespace
 
-TargetKind kindOfTarget(const std::string& path)
+StreamTarget::StreamTarget(std::string path)
+    : path_(std::move(path))
 {
-    if (descriptorAt(path)) {
+    if (const auto number = descriptorAt(path_)) {
+        isDescriptor_ = true;
+        descriptor_ = FileDescriptor(::fcntl(*number, F_DUPFD_CLOEXEC, 0));
+        error_ = errno;
+    }
+}
+
+TargetKind StreamTarget::kind() const
+{
+    if (isDescriptor_) {
         return TargetKind::Stream;
     }
     struct stat status = {};
-    if (::stat(path.c_str(), &status) != 0) {
+    if (::stat(path_.c_str(), &status) != 0) {
         return TargetKind::Ordinary;
     }
     if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
@@ -89,23 +102,22 @@ TargetKind kindOfTarget(const std::string& path)
 
 // Without O_NOCTTY a terminal could become the program's own, and without O_NONBLOCK it could not
 // be interrupted while nobody reads.
-FileDescriptor openStream(const std::string& path, const Cancellation& cancellation)
+FileDescriptor StreamTarget::open(const Cancellation& cancellation)
 {
-    if (const auto number = descriptorAt(path)) {
-        FileDescriptor own(::fcntl(*number, F_DUPFD_CLOEXEC, 0));
-        if (!own.isOpen()) {
-            failToOpen(path, errno);
+    if (isDescriptor_) {
+        if (!descriptor_.isOpen()) {
+            failToOpen(path_, error_);
         }
-        return own;
+        return std::move(descriptor_);
     }
     for (;;) {
-        throwIfCancelled(path, cancellation);
-        FileDescriptor opened(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+        throwIfCancelled(path_, cancellation);
+        FileDescriptor opened(::open(path_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
         if (opened.isOpen()) {
             return opened;
         }
         if (errno != ENXIO && errno != EINTR) {
-            failToOpen(path, errno);
+            failToOpen(path_, errno);
         }
         ::poll(nullptr, 0, lookMilliseconds);
     }
@@ -114,21 +126,22 @@ FileDescriptor openStream(const std::string& path, const Cancellation& cancellat
 int writeAll(int descriptor, const char* bytes, std::size_t size,
              const std::function<bool()>& goesOn)
 {
+    // A write that waits would not let anybody ask.
+    const std::size_t most = goesOn ? std::min(size, largestReadyWrite(descriptor)) : size;
     while (size > 0) {
-        const ssize_t count = ::write(descriptor, bytes, size);
+        if (!isReadyToWrite(descriptor, goesOn ? lookMilliseconds : -1)) {
+            if (goesOn && !goesOn()) {
+                return ECANCELED;
+            }
+            continue;
+        }
+        const ssize_t count = ::write(descriptor, bytes, std::min(size, most));
         if (count >= 0) {
             bytes += count;
             size -= static_cast<std::size_t>(count);
-            continue;
-        }
-        if (errno != EINTR && errno != EAGAIN) {
+        } else if (errno != EINTR && errno != EAGAIN) {
             return errno;
         }
-        if (goesOn && !goesOn()) {
-            return ECANCELED;
-        }
-        pollfd output{descriptor, POLLOUT, 0};
-        ::poll(&output, 1, goesOn ? lookMilliseconds : -1);
     }
     return 0;
 }

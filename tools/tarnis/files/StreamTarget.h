@@ -17,12 +17,30 @@ enum class TargetKind
     Refused,  ///< A disk or a socket: neither is done.
 };
 
-/// Follows links: "/dev/stdout" is one.
-TargetKind kindOfTarget(const std::string& path);
+/// A path of this machine that one file is to go to. Links are followed: "/dev/stdout" is one.
+///
+/// To be made before the program opens anything of its own: where the path is one of the program's
+/// descriptors, it is taken hold of at once. Later its number may be that of the connection.
+class StreamTarget
+{
+public:
+    explicit StreamTarget(std::string path);
 
-/// Opens a stream for writing. A pipe that nobody reads is waited for. Throws Failure, also when it
-/// is cancelled meanwhile.
-FileDescriptor openStream(const std::string& path, const Cancellation& cancellation);
+    TargetKind kind() const;
+
+    const std::string& path() const noexcept { return path_; }
+
+    /// Opens a stream for writing, once. A pipe that nobody reads is waited for. Throws Failure,
+    /// also when it is cancelled meanwhile.
+    FileDescriptor open(const Cancellation& cancellation);
+
+private:
+    std::string path_;
+    bool isDescriptor_ = false;
+    /// A duplicate of the descriptor, or why there is none.
+    FileDescriptor descriptor_;
+    int error_ = 0;
+};
 
 /// Writes everything to a descriptor, whether or not it blocks.
 /// \param goesOn asked while the other side takes nothing; empty for always.

@@ -11,11 +11,11 @@
 
 namespace TarnisTool {
 
-StreamedCopy::StreamedCopy(Place& from, std::string source, std::string target,
+StreamedCopy::StreamedCopy(Place& from, std::string source, StreamTarget& target,
                            const Cancellation& cancellation)
     : from_(from)
     , source_(std::move(source))
-    , target_(std::move(target))
+    , target_(target)
     , cancellation_(cancellation)
 {}
 
@@ -26,14 +26,15 @@ void StreamedCopy::run()
     if (!isRegularFile(info.type)) {
         from_.refuse("cannot copy", source_, "it is no file");
     }
-    const FileDescriptor output = openStream(target_, cancellation_);
+    const FileDescriptor output = target_.open(cancellation_);
     ProgressBar bar(info.size);
     bar.setLabel(nameOf(source_));
     // A terminal shows what it is given.
     const bool isShown = ::isatty(output.get()) == 0;
+    const std::string name = textOf(target_.path());
     std::uint64_t done = 0;
     const bool isWritten =
-        streamFile(from_, source_, {output.get(), textOf(target_)}, [&](std::uint64_t written) {
+        streamFile(from_, source_, {output.get(), name}, [&](std::uint64_t written) {
             done = written;
             if (isShown) {
                 bar.show(done);
@@ -43,7 +44,7 @@ void StreamedCopy::run()
     if (!isWritten) {
         bar.clear();
         throw Failure(FailureKind::Cancelled, "interrupted after", humanSize(done),
-                      textOf(target_) + " got no more");
+                      name + " got no more");
     }
 }
 

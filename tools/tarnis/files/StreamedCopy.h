@@ -2,6 +2,7 @@
 
 #include "files/Cancellation.h"
 #include "files/Place.h"
+#include "files/StreamTarget.h"
 #include "files/StreamedFile.h"
 
 #include <string>
@@ -12,7 +13,7 @@ namespace TarnisTool {
 class StreamedCopy
 {
 public:
-    StreamedCopy(Place& from, std::string source, std::string target,
+    StreamedCopy(Place& from, std::string source, StreamTarget& target,
                  const Cancellation& cancellation);
 
     /// Throws Failure.
@@ -23,7 +24,7 @@ private:
 
     Place& from_;
     std::string source_;
-    std::string target_;
+    StreamTarget& target_;
     const Cancellation& cancellation_;
 };
 

@@ -1,10 +1,15 @@
 #include "files/TouchCommand.h"
 
+#include "Failure.h"
 #include "terminal/Units.h"
 
 #include <FileSystem/StorageSystemFile.h>
 
 #include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
 
 namespace TarnisTool {
 
@@ -28,7 +33,7 @@ TouchCommand::TouchCommand(CLI::App& program)
                     "another zone than this machine's, or @SECONDS since 1970; without it: now")
         ->type_name("TIME");
     commandLine().footer("A missing file is made, empty. Servers keep whole seconds from 1970 to\n"
-                         "2106; another time is a failure.");
+                         "2106.");
 }
 
 void TouchCommand::prepare(const std::vector<std::string>& operands)
@@ -38,6 +43,11 @@ void TouchCommand::prepare(const std::vector<std::string>& operands)
                 ? std::chrono::time_point_cast<FileSystem::StorageSystemTimePoint::duration>(
                       std::chrono::system_clock::now())
                 : parseTime(timeText_);
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time_).time_since_epoch();
+    if (seconds.count() < 0 || seconds.count() > std::numeric_limits<std::uint32_t>::max()) {
+        throw UsageError("\"" + timeText_ +
+                         "\" cannot be set: servers keep times from 1970 to 2106");
+    }
 }
 
 void TouchCommand::workOn(RemotePlace& place, const std::string& path)

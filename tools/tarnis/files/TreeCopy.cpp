@@ -18,6 +18,16 @@ using Option = FileSystem::StorageSystemCopyOptionFlag;
 
 constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> allOfTheOwner{0700U};
 
+/// What is known of the target that keeps it from being copied to; empty for nothing.
+std::string targetProblem(const FileSystem::Failure& failure)
+{
+    return failure.code() == FileSystem::FailureCode::NotCopyable
+               ? "a pipe, a socket or a device stands there, which is not replaced"
+               : "";
+}
+
+constexpr const char* notCopyable = "it is no file, directory or link";
+
 } // namespace
 
 TreeCopy::TreeCopy(Place& from, Place& to, CopyOptions options, const Cancellation& cancellation)
@@ -31,6 +41,9 @@ void TreeCopy::add(const std::string& source, const std::string& target)
 {
     Job job{source, target, {}, from_.find(source)};
     if (isSymbolicLink(job.info.type) && !options_.isRecursive) {
+        if (from_.leadsToNoFile(source)) {
+            from_.refuse("cannot copy", source, notCopyable);
+        }
         job.source = followLink(source);
         job.info = from_.find(job.source);
     }
@@ -64,17 +77,39 @@ void TreeCopy::addTree(const Job& root)
         const auto slash = path.rfind('/');
         const std::string parent =
             slash == std::string::npos ? root.target : joinPath(root.target, path.substr(0, slash));
-        addJob({joinPath(root.source, path), joinPath(root.target, path), parent, std::move(info)});
+        try {
+            addJob({joinPath(root.source, path), joinPath(root.target, path), parent,
+                    std::move(info)});
+        } catch (const Failure& failure) {
+            from_.requireAlive();
+            hasFailed_ = true;
+            report(failure.what());
+        }
     }
     hasFailed_ = hasFailed_ || walk.isIncomplete();
 }
 
 void TreeCopy::addJob(Job job)
 {
+    if (!isDirectory(job.info.type) && !claim(job)) {
+        return;
+    }
     if (isRegularFile(job.info.type)) {
         totalBytes_ += job.info.size;
     }
     jobs_.push_back(std::move(job));
+}
+
+/// Takes the target for this source; false for one that has it already, which is copied once.
+bool TreeCopy::claim(const Job& job)
+{
+    const std::string source = from_.system().pathCanonize(job.source);
+    const auto [claim, isNew] = claims_.emplace(to_.system().pathCanonize(job.target), source);
+    if (claim->second != source) {
+        to_.refuse("cannot copy " + from_.display(job.source) + " to", job.target,
+                   "another source of this call goes there");
+    }
+    return isNew;
 }
 
 bool TreeCopy::run()
@@ -111,7 +146,7 @@ void TreeCopy::copy(const Job& job)
     } else if (isRegularFile(job.info.type)) {
         copyFile(job);
     } else {
-        from_.refuse("cannot copy", job.source, "it is no file, directory or link");
+        from_.refuse("cannot copy", job.source, notCopyable);
     }
 }
 
@@ -120,12 +155,14 @@ void TreeCopy::makeDirectory(const Job& job)
     // A link to a directory would lead elsewhere.
     if (!to_.system().directoryExists(job.target, false)) {
         madeDirectories_.push_back(makeNew(job));
-        return;
+    } else {
+        madeDirectories_.push_back({&job, std::nullopt});
+        if (options_.preserves) {
+            madeDirectories_.back().permissions = job.info.permissions;
+        }
     }
-    madeDirectories_.push_back({&job, std::nullopt});
-    if (options_.preserves) {
-        madeDirectories_.back().permissions = job.info.permissions;
-    }
+    // One of another source may have failed there.
+    failedDirectories_.erase(job.target);
 }
 
 TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
@@ -176,7 +213,12 @@ void TreeCopy::copyWhole(const Job& job)
     }
     const auto failure = FileSystem::Failure::last();
     if (failure.code() != FileSystem::FailureCode::NotKept) {
-        throw failureOf(job, failure, targetProblem(job, failure));
+        // What the library says for its own callers is said in the program's words here.
+        throw isClosed(job, failure)
+            ? failureOf(job, failure,
+                        "no file can be made beside it; --inplace writes into the file itself",
+                        failure.code().message())
+            : failureOf(job, failure, targetProblem(failure), failure.text());
     }
     noteLoss(job, failure.text());
 }
@@ -185,31 +227,42 @@ void TreeCopy::resumeFile(const Job& job)
 {
     ResumedCopy copy(from_.system(), to_.system(), copyFlags(),
                      [this](std::uint64_t done) { return noteProgress(done); });
-    if (copy.run(job.source, job.target)) {
+    const auto isTaken = [&](const std::string& part) { return isOfSource(job, part); };
+    if (copy.run(job.source, job.target, isTaken)) {
         if (!copy.lost().empty()) {
             noteLoss(job, copy.lost());
         }
         return;
     }
-    Failure failure = failureOf(job, FileSystem::Failure::last(), copy.problem());
-    if (copy.hasPart()) {
-        note("kept what was copied in " + to_.display(copy.part()) +
+    const std::string kept = copy.keptAt();
+    if (copy.isTargetAway()) {
+        note("what stood at " + to_.display(job.target) + " is in " + to_.display(kept) +
+             ": the same command goes on from there");
+    } else if (!kept.empty()) {
+        note("kept what was copied in " + to_.display(kept) +
              ": the same command goes on from there");
     }
-    throw Failure(std::move(failure));
+    throw failureOf(job, copy.failure(), copy.problem(), copy.failure().text());
 }
 
-/// What is known of the target that keeps it from being copied to; empty for nothing.
-std::string TreeCopy::targetProblem(const Job& job, const FileSystem::Failure& failure)
+/// Whether a path beside a job's target is for a file of the source: one that is copied too, or
+/// stands beside the job's own.
+bool TreeCopy::isOfSource(const Job& job, const std::string& path) const
 {
-    using FileSystem::FailureCode;
-    if (failure.code() == FailureCode::NotCopyable) {
-        return "a pipe, a socket or a device stands there, which is not replaced";
+    if (claims_.count(to_.system().pathCanonize(path)) != 0) {
+        return true;
     }
-    const bool isClosed = failure.code() == FailureCode::Denied && !options_.isInPlace &&
-                          failure.entry() == job.target;
-    return isClosed ? "no file can be made beside it; --inplace writes into the file itself"
-                    : std::string();
+    const auto& system = from_.system();
+    const std::string name = to_.system().pathFileName(path);
+    return job.parentTarget.empty() &&
+           system.fileInfo(system.pathChildId(system.pathParentId(job.source), {name}));
+}
+
+/// Whether the target may perhaps be written, but not its directory.
+bool TreeCopy::isClosed(const Job& job, const FileSystem::Failure& failure) const
+{
+    return failure.code() == FileSystem::FailureCode::Denied && !options_.isInPlace &&
+           failure.entry() == job.target;
 }
 
 /// The file is there all the same.
@@ -225,7 +278,9 @@ bool TreeCopy::noteProgress(std::uint64_t done)
     return !cancellation_.isRequested();
 }
 
-Failure TreeCopy::failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint)
+/// \param hint what the program knows itself; in front of what was said.
+Failure TreeCopy::failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
+                            const std::string& said)
 {
     using FileSystem::FailureCode;
     // What is not there may be the directory that the file was to go to.
@@ -234,7 +289,7 @@ Failure TreeCopy::failureOf(const Job& job, const FileSystem::Failure& why, cons
     const std::string problem = isUnexplained ? to_.writingProblem(job.target) : hint;
     return {FailureKind::FileProblem, "cannot copy",
             from_.display(job.source) + " to " + to_.display(job.target),
-            problem.empty() ? reasonOf(why) : joinReasons(problem, why.text())};
+            problem.empty() ? reasonOf(why) : joinReasons(problem, said)};
 }
 
 Utilities::Flags<Option> TreeCopy::copyFlags() const

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -39,7 +40,8 @@ class TreeCopy
 public:
     TreeCopy(Place& from, Place& to, CopyOptions options, const Cancellation& cancellation);
 
-    /// Adds what stands at `source`. Throws Failure when it cannot be copied.
+    /// Adds what stands at `source`. Throws Failure when it cannot be copied, also where another
+    /// source goes to the same target: directories are merged, and files do not replace each other.
     void add(const std::string& source, const std::string& target);
 
     /// Copies what was added. Throws Failure when the connection is lost, and when it was
@@ -68,6 +70,7 @@ private:
     std::string followLink(const std::string& source);
     void addTree(const Job& root);
     void addJob(Job job);
+    bool claim(const Job& job);
     void copy(const Job& job);
     void makeDirectory(const Job& job);
     MadeDirectory makeNew(const Job& job);
@@ -76,8 +79,10 @@ private:
     void resumeFile(const Job& job);
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
-    Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint);
-    std::string targetProblem(const Job& job, const FileSystem::Failure& failure);
+    Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
+                      const std::string& said);
+    bool isClosed(const Job& job, const FileSystem::Failure& failure) const;
+    bool isOfSource(const Job& job, const std::string& path) const;
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
     void checkDirectories();
@@ -91,6 +96,8 @@ private:
     CopyOptions options_;
     const Cancellation& cancellation_;
     std::vector<Job> jobs_;
+    /// Where each file or link goes, and where it comes from.
+    std::map<std::string, std::string> claims_;
     std::vector<MadeDirectory> madeDirectories_;
     std::set<std::string> failedDirectories_;
     std::set<std::string> filledDirectories_;

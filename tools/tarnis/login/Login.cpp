@@ -110,7 +110,7 @@ void Login::refuse() const
         for (const std::string& method : context_.offeredMethods()) {
             first += (first.back() == 't' ? ": " : ", ") + method;
         }
-        first += "; ";
+        first += context_.lastDenial().empty() ? "" : "; ";
     }
     throw Failure(FailureKind::LoginDenied, "cannot log in to", target_.display(),
                   first + context_.lastDenial() + " (tried: " + history_ + ")");

@@ -52,7 +52,10 @@ Result LoginContext::attempt(const Tarnis::UserAuthenticator& authenticator)
                       "the server ended the connection: " + reasonOf(why));
     }
     wasServerAsked_ = !isAboutTheKey(why.code());
-    if (wasServerAsked_ && result != Result::Success && result != Result::Partial) {
+    if (result == Result::Partial) {
+        // What was denied before is not what the server wants now.
+        lastDenial_.clear();
+    } else if (wasServerAsked_ && result != Result::Success) {
         lastDenial_ = why.cause();
     }
     return result;

@@ -37,7 +37,8 @@ public:
     /// The methods that the server still takes, as far as it has told.
     std::set<std::string> offeredMethods() const;
 
-    /// Why the server denied the last attempt that got to it; empty when none did.
+    /// Why the server denied the last attempt that got to it; empty when it denied none since it
+    /// last accepted one as a step of several.
     const std::string& lastDenial() const noexcept { return lastDenial_; }
 
 private:

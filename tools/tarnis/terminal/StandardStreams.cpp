@@ -15,17 +15,28 @@ namespace {
 
 constexpr const char* nowhere = "/dev/null";
 
+bool isOutputMissing = false;
+
+/// open() takes the lowest number that is free: the streams before this one are there.
+/// \return whether it was closed.
+bool fill(int stream, int flags)
+{
+    return ::fcntl(stream, F_GETFD) < 0 && ::open(nowhere, flags) == stream;
+}
+
 } // namespace
 
 void prepareStandardStreams()
 {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    // open() takes the lowest number that is free.
-    int opened = STDIN_FILENO;
-    do {
-        opened = ::open(nowhere, O_RDWR);
-    } while (opened >= 0 && opened <= STDERR_FILENO);
-    const FileDescriptor notNeeded(opened);
+    static_cast<void>(fill(STDIN_FILENO, O_RDONLY));
+    isOutputMissing = fill(STDOUT_FILENO, O_RDONLY);
+    static_cast<void>(fill(STDERR_FILENO, O_WRONLY));
+}
+
+bool wasOutputClosed() noexcept
+{
+    return isOutputMissing;
 }
 
 void closeStandardInput()

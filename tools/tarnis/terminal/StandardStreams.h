@@ -3,9 +3,13 @@
 namespace TarnisTool {
 
 /// To be called first. Opens /dev/null in the place of standard streams that are closed, or the
-/// connection could end up with their numbers and get what was meant for them; and makes writing to
-/// a pipe without a reader an error instead of the program's end.
+/// connection could end up with their numbers and get what was meant for them: input is at its end,
+/// output cannot be written, what would go to standard error is lost. And makes writing to a pipe
+/// without a reader an error instead of the program's end.
 void prepareStandardStreams();
+
+/// Whether standard output was closed when the program began.
+bool wasOutputClosed() noexcept;
 
 /// Puts /dev/null in the place of standard input.
 void closeStandardInput();
