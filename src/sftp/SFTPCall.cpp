@@ -2,6 +2,8 @@
 
 #include "sftp/SFTPStatus.h"
 
+#include <Tarnis/SessionBlockingGuard.h>
+
 #include <string_view>
 #include <utility>
 
@@ -13,10 +15,19 @@ using FileSystem::FailureSource;
 
 namespace {
 
+/// Whether the channel takes no bytes any more, though libssh says that it is open. To be asked in
+/// non-blocking mode: a channel that takes bytes sends what waits to leave.
+bool isClosedToWriting(sftp_session sftp) noexcept
+{
+    const SessionBlockingGuard guard(sftp, 0);
+    return ssh_channel_write(sftp->channel, "", 0) < 0;
+}
+
 /// Whether the last call failed because its request could not be sent any more: the server has
 /// closed the channel. As long as replies from before that lie unread libssh (0.10.6, 0.11.5 and
 /// 0.12.2) says that the channel is open, refuses requests with this text, and gives some of them a
-/// status as if the server had answered.
+/// status as if the server had answered. The text alone proves nothing: libssh keeps one for all
+/// channels of the session, until the next failure that has a text. So the channel is tried.
 bool isUnsendable(sftp_session sftp) noexcept
 {
     if (sftp->errnum == SSH_FX_EOF || ssh_get_error_code(sftp->session) != SSH_REQUEST_DENIED) {
@@ -24,7 +35,8 @@ bool isUnsendable(sftp_session sftp) noexcept
         return false;
     }
     const char* const text = ssh_get_error(sftp->session);
-    return text != nullptr && std::string_view(text) == "Remote channel is closed";
+    return text != nullptr && std::string_view(text) == "Remote channel is closed" &&
+           isClosedToWriting(sftp);
 }
 
 /// Whether the last failure of a call is an answer of the server's. What libssh finds wrong by

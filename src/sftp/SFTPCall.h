@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <type_traits>
 
@@ -106,6 +107,21 @@ auto askSftp(Handle& handle, const std::string& entry, Function&& function, Args
 {
     return callSftpNoting(SFTPNotes::LossOnly, handle, entry, std::forward<Function>(function),
                           args...);
+}
+
+/// For a request of our own, whose answer libssh neither reads nor takes down: its status, empty
+/// when no answer came. Only that is a failure of the SFTP session; libssh's last error says
+/// nothing of an answer, whatever it is.
+/// \param request sends the request and returns the status of its answer, or nothing.
+template <class Handle, class Request>
+std::optional<std::uint32_t> askForStatus(Handle& handle, const std::string& entry, Request request)
+{
+    std::optional<std::uint32_t> status;
+    static_cast<void>(askSftp(handle, entry, [&](typename Handle::resource_type* resource) {
+        status = request(resource);
+        return status ? SSH_OK : SSH_ERROR;
+    }));
+    return status;
 }
 
 } // namespace Tarnis
