@@ -1,5 +1,6 @@
 #include "sftp/SFTPCall.h"
 
+#include "handles/SSHFailure.h"
 #include "sftp/SFTPStatus.h"
 
 #include <Tarnis/SessionBlockingGuard.h>
@@ -92,7 +93,7 @@ void noteSftpFailure(sftp_session sftp, std::atomic<bool>& lost, const std::stri
     const bool answered = isAnswer(sftp);
     if (markIfLost(sftp, lost) && !answered) {
         fail(FailureCode::ConnectionLost, FailureSource::Transport,
-             ssh_get_error_code(sftp->session), sftpErrorText(sftp), entry);
+             ssh_get_error_code(sftp->session), transportFailureText(sftp->session), entry);
     } else if (notes == SFTPNotes::All && answered) {
         failBySftpStatus(static_cast<std::uint32_t>(sftp->errnum), sftpErrorText(sftp), entry);
     } else if (notes == SFTPNotes::All) {
