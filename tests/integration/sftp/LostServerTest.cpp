@@ -301,6 +301,25 @@ TEST_F(AnotherChannelsEndTest, LeavesARefusedReplacementToOtherRequests)
     EXPECT_EQ(readFile(path("target")), "new");
 }
 
+TEST_F(LostServerTest, TakesItsFileSystemsAlongAsSoonAsTheSessionIsSeenToHaveNoConnection)
+{
+    die(Death::OfTheConnection);
+    ASSERT_TRUE(waitUntil([this] { return !client().session().isConnected(); }));
+    EXPECT_FALSE(files().isValid());
+    EXPECT_FALSE(file().isValid());
+    EXPECT_TRUE(file().error());
+    EXPECT_FALSE(files().fileInfo(path("file")));
+    expectFailure(FailureCode::ConnectionLost);
+}
+
+TEST_F(LostServerTest, TakesItsFileSystemsAlongAtAnInterrupt)
+{
+    client().session().interrupt();
+    EXPECT_EQ(client().session().getState(), Tarnis::RemoteSessionState::Disconnected);
+    EXPECT_FALSE(files().isValid());
+    EXPECT_FALSE(file().isValid());
+}
+
 TEST_F(LostServerTest, MakesNoFileSystemAnyMore)
 {
     die(Death::OfTheConnection);
