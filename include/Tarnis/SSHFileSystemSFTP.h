@@ -28,8 +28,9 @@ class SSHHandleSFTPSession;
 /// where the status says little ("failure"), the library looks what stands there and gives the code
 /// for that. SSHSession::getLastError() has the server's message too.
 ///
-/// A lost server: an operation that finds the channel or the connection at its end fails with
-/// FailureCode::ConnectionLost, and this object and its files are invalid from then on; every later
+/// A lost server: an operation that finds the channel or the connection at its end, or a packet
+/// that cannot be read, fails with FailureCode::ConnectionLost, and this object and its files are
+/// invalid from then on, as they are once the session is seen to have no connection; every later
 /// operation fails likewise, without an exception, until the session is disconnected. When it was
 /// the SFTP server alone that ended, the session lives and SSHSession::createSFTPFileSystem() makes
 /// a new file system.

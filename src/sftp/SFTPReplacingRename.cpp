@@ -59,22 +59,22 @@ bool libsshReplaces() noexcept
 }
 
 /// The status of the answer, if one comes.
-std::optional<std::uint32_t> askToRename(sftp_session sftp, const std::string& path,
-                                         const std::string& newPath)
+std::optional<std::uint32_t> askToRename(sftp_session sftp, SFTPReplyStream& stream,
+                                         const std::string& path, const std::string& newPath)
 {
     NoFile file(sftp);
     const auto id = file.get() != nullptr ? newRequestId(file.get()) : std::nullopt;
     if (!id || !sendPosixRename(sftp, *id, path, newPath)) {
         return std::nullopt;
     }
-    SFTPReplyStream stream;
     return collectStatusAlone(file.get(), *id, stream);
 }
 
 bool renameByOwnRequest(SSHHandleSFTPSession& sftp, const std::string& path,
                         const std::string& newPath)
 {
-    const auto ask = [&](sftp_session raw) { return askToRename(raw, path, newPath); };
+    SFTPReplyStream stream(sftp.lossMark());
+    const auto ask = [&](sftp_session raw) { return askToRename(raw, stream, path, newPath); };
     const auto status = askForStatus(sftp, newPath, ask);
     return status && (*status == SSH_FX_OK || failBySftpStatus(*status, {}, newPath));
 }

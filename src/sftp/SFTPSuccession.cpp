@@ -26,7 +26,8 @@ std::string_view handleOf(sftp_file file)
 }
 
 /// Sends attributes that are numbers of 32 bits; the status of the answer, if one comes.
-std::optional<std::uint32_t> sendAttributes(sftp_file file, std::uint32_t flags,
+std::optional<std::uint32_t> sendAttributes(sftp_file file, SFTPReplyStream& stream,
+                                            std::uint32_t flags,
                                             const std::vector<std::uint32_t>& values)
 {
     const auto id = newRequestId(file);
@@ -43,7 +44,6 @@ std::optional<std::uint32_t> sendAttributes(sftp_file file, std::uint32_t flags,
     for (const auto value : values) {
         writer.number(value);
     }
-    SFTPReplyStream stream;
     return sendRequest(file->sftp, packet) ? collectStatusAlone(file, *id, stream) : std::nullopt;
 }
 
@@ -69,7 +69,8 @@ bool tellsOwner(const SFTPAttributes& attributes)
 bool setAttributes(SSHHandleSFTPSessionFile& file, std::uint32_t flags,
                    const std::vector<std::uint32_t>& values)
 {
-    const auto send = [&](sftp_file raw) { return sendAttributes(raw, flags, values); };
+    SFTPReplyStream stream(file.lossMark());
+    const auto send = [&](sftp_file raw) { return sendAttributes(raw, stream, flags, values); };
     return askForStatus(file, {}, send) == static_cast<std::uint32_t>(SSH_FX_OK);
 }
 

@@ -76,8 +76,19 @@ TEST_F(RefusalTest, OfMakingADirectoryTellsOfAMissingParent)
 TEST_F(RefusalTest, OfRenamingTellsWhatStandsThere)
 {
     EXPECT_FALSE(files().fileRenameAs(path("file"), path("other")));
-    expectRefusal(FailureCode::Exists, 4);
+    expectFailure(FailureCode::Exists);
     EXPECT_EQ(readFile(path("other")), "other");
+}
+
+TEST_F(RefusalTest, OfWritingWhatIsOpenForReadingIsNoMissingFile)
+{
+    const auto file = files().fileOpen(path("file"), kRead);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->write("x", 1), 0U);
+    expectRefusal(FailureCode::Other, 2);
+    EXPECT_FALSE(file->writeFully("x", 1));
+    expectRefusal(FailureCode::Other, 2);
+    EXPECT_EQ(readFile(path("file")), "content");
 }
 
 TEST_F(RefusalTest, OfRemovingADirectoryTellsWhy)
