@@ -76,12 +76,14 @@ public:
 
     /// The exit code of the remote command, as it was reported: any number, also a negative one.
     /// Does not wait for it. Empty: none was reported yet. -1 once the channel is closed: none was
-    /// reported, as for a command that was ended by a signal, which getExitSignal() tells.
+    /// reported, as for a command that was ended by a signal, which getExitSignal() tells. With a
+    /// failure, whose code is ConnectionLost: none ever will be, as the connection was lost before.
     std::optional<int> getExitCode();
 
     /// The signal that ended the remote command, without "SIG", for example "TERM"; as the server
     /// says it, so escape it before it goes to a terminal. Does not wait for it. Empty: none was
-    /// reported, as for a command that runs or has exited, and by servers that tell no signals.
+    /// reported, as for a command that runs or has exited, and by servers that tell no signals; a
+    /// connection that was lost before is a failure, as there.
     std::optional<std::string> getExitSignal() const;
 
     /// Bytes that can be read at once. Waits up to a millisecond for some to arrive. 0: none, or
@@ -141,6 +143,10 @@ protected:
 
     /// The exit status. Does not wait for it.
     ExitStatus queryExitStatus() const;
+
+    /// Notes as the present operation's failure that the connection was lost before the command's
+    /// end was reported, where it was. Asks the server for nothing.
+    void noteIfCutOff() const;
 
     virtual bool do_open();
     virtual bool do_isOpen() const;

@@ -28,8 +28,9 @@ class SSHHandleSFTPSession;
 /// where the status says little ("failure"), the library looks what stands there and gives the code
 /// for that. SSHSession::getLastError() has the server's message too.
 ///
-/// A lost server: an operation that finds the channel or the connection at its end fails with
-/// FailureCode::ConnectionLost, and this object and its files are invalid from then on; every later
+/// A lost server: an operation that finds the channel or the connection at its end, or a packet
+/// that cannot be read, fails with FailureCode::ConnectionLost, and this object and its files are
+/// invalid from then on, as they are once the session is seen to have no connection; every later
 /// operation fails likewise, without an exception, until the session is disconnected. When it was
 /// the SFTP server alone that ended, the session lives and SSHSession::createSFTPFileSystem() makes
 /// a new file system.
@@ -44,12 +45,13 @@ class SSHHandleSFTPSession;
 /// Particular to SFTP:
 /// - Paths are bytes and go to the server as they are; a relative one is taken from the directory
 ///   that the server starts in, usually the home directory.
-/// - fileRenameAs() never sends a request that is meant to replace. Some servers replace on a plain
-///   rename all the same, open what stands there though the file was to be a new one (Exclusive),
-///   or remove a directory as a file, a file or link as a directory. Unless the server is known to
-///   be OpenSSH's sftp-server, which does not, these operations look first, at the cost of a
-///   request; on a server that does, what another client puts there after the look is replaced,
-///   opened or removed.
+/// - fileRenameAs() never sends a request that is meant to replace. But servers replace on a plain
+///   rename all the same, OpenSSH's sftp-server a link that leads nowhere and others whatever is
+///   there; so it looks at the new path first, at the cost of a request.
+/// - Some servers open what stands there though the file was to be a new one (Exclusive), or remove
+///   a directory as a file, a file or link as a directory. Unless the server is known to be
+///   OpenSSH's sftp-server, which does not, these operations look first too.
+/// - What another client puts there after such a look is replaced, opened or removed.
 /// - fileSetPermissions() asks the server for the permissions afterwards, as fileSetModTime() for
 ///   the time: true means that the nine bits are there.
 /// - A file opened with Append is read from its start, and its position after a write is its end,

@@ -64,6 +64,11 @@ public:
     [[nodiscard]] bool start(const std::string& commandLine);
 
     /// Whether the command runs. Takes note of its end, as do the next two. Does not wait.
+    ///
+    /// A command whose connection was lost or interrupted before its end was reported counts as
+    /// finished, and nobody knows whether it is. These three, waitForFinished(), getExitCode() and
+    /// getExitSignal() then leave a failure with the code ConnectionLost behind, whatever they
+    /// answer.
     bool isRunning() const;
 
     /// Whether the command has ended.
@@ -93,6 +98,8 @@ protected:
 
 private:
     void checkState() const;
+    bool hasBegunToRun() const;
+    SSHCommandLineProcessState currentState() const;
     bool hasEnded() const;
     bool runOnChannel(SSHCommandLineProcessState previous);
 

@@ -163,8 +163,10 @@ public:
                                            std::chrono::milliseconds timeout = noTimeout);
 
     /// A storage system over an SFTP session of its own. Blocks until the server has answered.
-    /// Null: the session is not authenticated, the server refuses another channel or has no SFTP
-    /// subsystem, or the connection is lost; nothing is left open then.
+    /// Null; nothing is left open then. The failure says why: Denied before the log-in, and where
+    /// the server refuses another channel, as it does when too many are open; Unsupported where it
+    /// opened one and has no SFTP on it; ConnectionLost, or the reason that getState() gives, where
+    /// there is no connection.
     [[nodiscard]] std::unique_ptr<SSHFileSystemSFTP> createSFTPFileSystem();
 
 private:
@@ -193,6 +195,8 @@ private:
     void setBlocking(bool blocking);
     bool isBlocking() const;
     FileSystem::FailureCode codeWithoutChannel() const;
+    void noteWhyNoChannel() const;
+    void noteWhyNoSftp(bool hasChannel) const;
     SSHExecuteResult executeCommand(const std::string& commandLine, std::string_view input,
                                     std::chrono::milliseconds timeout);
     void retire();

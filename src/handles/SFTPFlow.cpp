@@ -73,12 +73,14 @@ void SFTPFlow::setWriteLimit(std::optional<std::uint64_t> limit)
     }
 }
 
-void SFTPFlow::noteTaken(std::uint32_t size, bool isAllThatIs) noexcept
+void SFTPFlow::noteTaken(std::uint32_t size) noexcept
 {
     takenWrite_ = std::max({takenWrite_, size, ordinaryWrite});
-    if (isAllThatIs) {
-        writeSize_ = std::min(writeSize_, ordinaryWrite);
-    }
+}
+
+void SFTPFlow::noteLargerRefused() noexcept
+{
+    writeSize_ = std::min(writeSize_, ordinaryWrite);
 }
 
 } // namespace Tarnis

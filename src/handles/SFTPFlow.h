@@ -66,7 +66,7 @@ public:
 
     /// The room that there will be again once the server has read what was sent. A server need not
     /// open its window before half of it is used up.
-    std::uint32_t roomToExpect() const noexcept { return largestRoom() / 2; }
+    std::uint32_t roomToExpect() const noexcept { return largestWindow_ / 2 - reserve(); }
 
     /// Whether a small request can be sent without waiting for room.
     static bool hasRoomForSmallRequest(sftp_session sftp);
@@ -82,8 +82,11 @@ public:
     /// Whether a write of this size is known to be taken.
     bool isTaken(std::uint32_t size) const noexcept { return size <= takenWrite_; }
 
-    /// \param isAllThatIs a larger one was refused just before.
-    void noteTaken(std::uint32_t size, bool isAllThatIs) noexcept;
+    /// A write of this size was taken.
+    void noteTaken(std::uint32_t size) noexcept;
+
+    /// Larger writes than those that every server takes are refused for their size.
+    void noteLargerRefused() noexcept;
 
 private:
     std::uint32_t reserve() const noexcept;

@@ -14,6 +14,10 @@ class SSHHandleSession;
 /// session.
 std::string transportText(ssh_session session);
 
+/// The same as a failure's text, which is empty where libssh only makes one up for a connection
+/// that has gone.
+std::string transportFailureText(ssh_session session);
+
 // Notes for FileSystem::Failure::last() why a libssh call has just failed, with libssh's text and
 // error code. libssh keeps one reason for a session and all that was made from it, and the next
 // call may replace it: to be called under the lock that the failed call was made under. Each

@@ -62,6 +62,16 @@ void SSHHandleSession::retireLostSftpSessions()
     }
 }
 
+void SSHHandleSession::markSftpSessionsLost() const
+{
+    for (const auto& child : children()) {
+        const auto* const sftp = dynamic_cast<const SSHHandleSFTPSession*>(child.get());
+        if (sftp != nullptr) {
+            sftp->lossMark() = true;
+        }
+    }
+}
+
 void SSHHandleSession::replaceSession(ssh_session fresh)
 {
     const auto lock = getLock();

@@ -39,6 +39,10 @@ public:
     /// their channels are free again. To be called outside any call on one of them.
     void retireLostSftpSessions();
 
+    /// Marks the SFTP sessions as lost, as the connection has gone; frees nothing. To be called
+    /// under the lock.
+    void markSftpSessionsLost() const;
+
     /// Puts a fresh libssh session in the place of the used one, retiring what was made from that.
     void replaceSession(ssh_session fresh);
 

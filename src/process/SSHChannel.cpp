@@ -66,6 +66,15 @@ std::size_t moveInChunks(std::size_t size, MoveChunk moveChunk)
     }
 }
 
+/// Notes that the connection has gone, and the channel with it.
+void noteIfDisconnected(ssh_channel channel)
+{
+    ssh_session session = ssh_channel_get_session(channel);
+    if (ssh_is_connected(session) == 0 && ssh_channel_is_open(channel) == 0) {
+        noteTransportFailure(session);
+    }
+}
+
 /// callUnblocked, and a note of why it failed.
 template <class Function, class... Args>
 int moveChunk(SSHHandleChannel& channel, Function function, Args... args)
@@ -222,7 +231,8 @@ std::optional<int> SSHChannel::getExitCode()
     FailureScope scope("getExitCode");
     const ExitStatus status = queryExitStatus();
     const bool isNoneYet = !status.isReported && do_isOpen();
-    return scope.answer(isNoneYet ? std::nullopt : std::make_optional(status.value));
+    noteIfCutOff();
+    return scope.asNoted(isNoneYet ? std::nullopt : std::make_optional(status.value));
 }
 
 std::optional<std::string> SSHChannel::getExitSignal() const
@@ -232,6 +242,7 @@ std::optional<std::string> SSHChannel::getExitSignal() const
     const auto lock = channel.getLock();
     // Takes in what has arrived.
     static_cast<void>(queryExitStatus());
+    noteIfCutOff();
     return scope.answer(channel.getExit() != nullptr ? channel.getExit()->signal() : std::nullopt);
 }
 
@@ -249,6 +260,20 @@ SSHChannel::ExitStatus SSHChannel::queryExitStatus() const
     });
     return isReported() ? ExitStatus{true, *channel.getExit()->status()}
                         : ExitStatus{status >= 0, status};
+}
+
+void SSHChannel::noteIfCutOff() const
+{
+    if (!isValid()) {
+        return;
+    }
+    const auto lock = channel_->getLock();
+    const ChannelExit* const exit = channel_->getExit();
+    const bool isEndUnknown = channel_->wasOpened() && exit != nullptr && !exit->status() &&
+                              !exit->signal() && channel_->isValid();
+    if (isEndUnknown) {
+        callLocked(*channel_, noteIfDisconnected);
+    }
 }
 
 std::size_t SSHChannel::bytesAvailable(bool isStderr) const

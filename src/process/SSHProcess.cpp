@@ -52,7 +52,7 @@ std::string SSHProcess::getCommandLine()
 bool SSHProcess::setCommandLine(const std::string& commandLine)
 {
     FailureScope scope("setCommandLine");
-    if (isRunning() || isFinished()) {
+    if (hasBegunToRun()) {
         fail(FailureCode::Busy, hasBegun);
     } else if (&commandLine != &commandLine_) {
         const std::lock_guard<std::mutex> lock(commandLineMutex_);
@@ -68,7 +68,7 @@ bool SSHProcess::start()
     const std::shared_ptr<SSHHandleChannel> channel = getChannel();
     // Of two threads that start it, the second one must find it running.
     const auto lock = channel != nullptr ? std::make_optional(channel->getLock()) : std::nullopt;
-    if (isRunning() || isFinished()) {
+    if (hasBegunToRun()) {
         return scope.result(fail(FailureCode::Busy, hasBegun));
     }
     return scope.result(open());
@@ -84,22 +84,19 @@ bool SSHProcess::start(const std::string& commandLine)
 bool SSHProcess::isRunning() const
 {
     FailureScope scope("isRunning");
-    checkState();
-    return scope.answer(state_.load() == State::Running);
+    return scope.asNoted(currentState() == State::Running);
 }
 
 bool SSHProcess::isFinished() const
 {
     FailureScope scope("isFinished");
-    checkState();
-    return scope.answer(state_.load() == State::Finished);
+    return scope.asNoted(currentState() == State::Finished);
 }
 
 State SSHProcess::getProcessState()
 {
     FailureScope scope("getProcessState");
-    checkState();
-    return scope.asNoted(state_.load());
+    return scope.asNoted(currentState());
 }
 
 bool SSHProcess::waitForFinished(std::chrono::milliseconds timeout) const
@@ -113,7 +110,8 @@ bool SSHProcess::waitForFinished(std::chrono::milliseconds timeout) const
     if (!ended && timeout > std::chrono::milliseconds::zero()) {
         fail(FailureCode::TimedOut);
     }
-    return scope.answer(ended);
+    noteIfCutOff();
+    return scope.asNoted(ended);
 }
 
 bool SSHProcess::kill()
@@ -170,7 +168,8 @@ bool SSHProcess::do_isOpen() const
 
 bool SSHProcess::do_close()
 {
-    if (isRunning()) {
+    checkState();
+    if (state_.load() == State::Running) {
         static_cast<void>(sendEOF());
     }
     return SSHChannel::do_close();
@@ -181,6 +180,24 @@ void SSHProcess::checkState() const
     if (state_.load() == State::Running && hasEnded()) {
         state_.exchange(State::Finished);
     }
+}
+
+bool SSHProcess::hasBegunToRun() const
+{
+    checkState();
+    const State state = state_.load();
+    return state == State::Running || state == State::Finished;
+}
+
+/// For its caller: with a note where the connection took the command along.
+State SSHProcess::currentState() const
+{
+    checkState();
+    const State state = state_.load();
+    if (state == State::Finished) {
+        noteIfCutOff();
+    }
+    return state;
 }
 
 bool SSHProcess::hasEnded() const

@@ -20,6 +20,7 @@ using FileSystem::FailureScope;
 namespace {
 
 constexpr const char* noChannel = "libssh could not create a channel";
+constexpr const char* notLoggedIn = "the session is not logged in";
 
 SSHExecuteResult notStarted(FailureCode code, const char* why)
 {
@@ -36,7 +37,7 @@ std::unique_ptr<SSHProcess> SSHSession::createProcess(const std::string& command
     FailureScope scope("createProcess");
     auto channel = SSHHandleChannel::create(*session_);
     if (channel == nullptr) {
-        fail(codeWithoutChannel(), noChannel);
+        noteWhyNoChannel();
         return scope.result(std::unique_ptr<SSHProcess>());
     }
     return scope.result(std::make_unique<SSHProcess>(commandLine, std::move(channel)));
@@ -49,6 +50,13 @@ FailureCode SSHSession::codeWithoutChannel() const
         return FailureCode::ConnectionLost;
     }
     return isAuthenticated() ? FailureCode::NoResources : FailureCode::Denied;
+}
+
+/// Notes it.
+void SSHSession::noteWhyNoChannel() const
+{
+    const FailureCode code = codeWithoutChannel();
+    fail(code, code == FailureCode::Denied ? notLoggedIn : noChannel);
 }
 
 SSHExecuteResult SSHSession::execute(const std::string& commandLine, std::string_view input,
@@ -65,7 +73,7 @@ SSHExecuteResult SSHSession::executeCommand(const std::string& commandLine, std:
 {
     try {
         if (!isAuthenticated()) {
-            return notStarted(codeWithoutChannel(), "the session is not logged in");
+            return notStarted(codeWithoutChannel(), notLoggedIn);
         }
         auto channel = SSHHandleChannel::create(*session_);
         if (channel == nullptr) {

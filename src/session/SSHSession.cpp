@@ -119,6 +119,7 @@ void SSHSession::leaveEndedConnection()
 void SSHSession::leaveConnection()
 {
     connection_->noteLoss(*session_);
+    session_->markSftpSessionsLost();
     state_->exchange(RemoteSessionState::Disconnected);
 }
 

@@ -246,7 +246,7 @@ void SSHSessionConnection::keepReasonOfLoss(SSHHandleSession& session)
     ssh_session lost = session.getResource();
     if (ssh_is_connected(lost) == 0) {
         loss_.set(SSHFailureCode::Lost, FailureSource::Transport, ssh_get_error_code(lost),
-                  transportText(lost));
+                  transportFailureText(lost));
         return;
     }
     // libssh has not read since, so the socket is the one to ask.

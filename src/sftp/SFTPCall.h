@@ -3,6 +3,7 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSession.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
+#include "sftp/SFTPStatus.h"
 
 #include <FileSystem/FailureScope.h>
 
@@ -10,6 +11,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <type_traits>
 
@@ -19,10 +21,11 @@ namespace Tarnis {
 // FileSystem::fail) together with what only the lock keeps from being overwritten: the status of
 // the server's answer and its text.
 //
-// A failure on a channel or a connection that has come to its end is no answer. It is noted as
-// FailureCode::ConnectionLost, and the SFTP session is marked: from then on its file system is
-// invalid, and calls through these functions fail at once, the server unasked. What the session
-// holds stays, since others may be using it, until its owner lets go of it or the next one is made.
+// A failure on a channel or a connection that has come to its end, or at a packet that cannot be
+// read, is no answer. It is noted as FailureCode::ConnectionLost, and the SFTP session is marked:
+// from then on its file system is invalid, and calls through these functions fail at once, the
+// server unasked. What the session holds stays, since others may be using it, until its owner lets
+// go of it or the next one is made.
 
 /// Which failures are noted.
 enum class SFTPNotes
@@ -35,10 +38,11 @@ enum class SFTPNotes
 bool failForLostSftp(const std::string& entry);
 
 /// Notes an answer of the server's that is a failure; false.
-bool failBySftpStatus(std::uint32_t status, std::string text, const std::string& entry);
+bool failBySftpStatus(std::uint32_t status, std::string text, const std::string& entry,
+                      SFTPSubject subject = SFTPSubject::Path);
 
-/// Looks whether the SFTP session's channel or connection has come to its end, and marks it then.
-/// To be called under the lock, after a call that failed.
+/// Looks whether the SFTP session's channel or connection has come to its end, or a packet could
+/// not be read, and marks it then. To be called under the lock, after a call that failed.
 bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept;
 
 /// The text of the last failure as the server gave it, without what libssh puts in front. To be
@@ -47,7 +51,17 @@ std::string sftpErrorText(sftp_session sftp);
 
 /// Notes why the last call on the SFTP session failed. To be called under the lock, at once.
 void noteSftpFailure(sftp_session sftp, std::atomic<bool>& lost, const std::string& entry,
-                     SFTPNotes notes);
+                     SFTPNotes notes, SFTPSubject subject = SFTPSubject::Path);
+
+inline SFTPSubject subjectOf(sftp_session /*sftp*/) noexcept
+{
+    return SFTPSubject::Path;
+}
+
+inline SFTPSubject subjectOf(sftp_file /*file*/) noexcept
+{
+    return SFTPSubject::OpenFile;
+}
 
 inline sftp_session sftpOf(sftp_session sftp) noexcept
 {
@@ -87,7 +101,7 @@ auto callSftpNoting(SFTPNotes notes, Handle& handle, const std::string& entry, F
             failed = result == nullptr;
         }
         if (failed) {
-            noteSftpFailure(sftp, handle.lossMark(), entry, notes);
+            noteSftpFailure(sftp, handle.lossMark(), entry, notes, subjectOf(resource));
         }
         return result;
     });
@@ -106,6 +120,21 @@ auto askSftp(Handle& handle, const std::string& entry, Function&& function, Args
 {
     return callSftpNoting(SFTPNotes::LossOnly, handle, entry, std::forward<Function>(function),
                           args...);
+}
+
+/// For a request of our own, whose answer libssh neither reads nor takes down: its status, empty
+/// when no answer came. Only that is a failure of the SFTP session; libssh's last error says
+/// nothing of an answer, whatever it is.
+/// \param request sends the request and returns the status of its answer, or nothing.
+template <class Handle, class Request>
+std::optional<std::uint32_t> askForStatus(Handle& handle, const std::string& entry, Request request)
+{
+    std::optional<std::uint32_t> status;
+    static_cast<void>(askSftp(handle, entry, [&](typename Handle::resource_type* resource) {
+        status = request(resource);
+        return status ? SSH_OK : SSH_ERROR;
+    }));
+    return status;
 }
 
 } // namespace Tarnis

@@ -67,6 +67,30 @@ std::optional<FailureCode> reasonIf(bool applies, FailureCode reason)
     return applies ? std::make_optional(reason) : std::nullopt;
 }
 
+bool isFree(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    return !kindAt(sftp, path) || fail(FailureCode::Exists, {}, path);
+}
+
+/// Whether the server gives this text to a request for what is not there.
+bool isTextForMissing(SSHHandleSFTPSession& sftp, const std::string& path, const std::string& text)
+{
+    std::string given;
+    const SFTPAttributes found(askSftp(sftp, path, [&](sftp_session raw) {
+        const sftp_attributes attributes = sftp_lstat(raw, path.c_str());
+        given = sftpErrorText(raw);
+        return attributes;
+    }));
+    return found == nullptr && !text.empty() && given == text;
+}
+
+/// Whether a directory, or a link to one, stands at the path.
+bool isDirectory(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    const SFTPAttributes attributes(askSftp(sftp, path, sftp_stat, path.c_str()));
+    return attributes != nullptr && (attributes->permissions & kindBits) == directoryKind;
+}
+
 bool hasEntries(const std::shared_ptr<SSHHandleSFTPSession>& sftp, const std::string& path)
 {
     SFTPDirectory directory(sftp, path);
@@ -81,9 +105,17 @@ bool hasEntries(const std::shared_ptr<SSHHandleSFTPSession>& sftp, const std::st
 
 } // namespace
 
-bool mayAppearAt(SSHHandleSFTPSession& sftp, const std::string& path)
+bool mayOpenAsNew(SSHHandleSFTPSession& sftp, const std::string& path)
 {
-    return isKnownToRefuse(sftp) || !kindAt(sftp, path) || fail(FailureCode::Exists, {}, path);
+    return isKnownToRefuse(sftp) || isFree(sftp, path);
+}
+
+// OpenSSH's sftp-server refuses for regular files alone, which it gives a second name and takes the
+// first one from. For all else, and on volumes that know no second names, it looks first too, but
+// through a link, so that one that leads nowhere is replaced (read in 9.2, and seen).
+bool mayRenameTo(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    return isFree(sftp, path);
 }
 
 bool mayRemoveAsFile(SSHHandleSFTPSession& sftp, const std::string& path)
@@ -116,10 +148,20 @@ void explainListing(SSHHandleSFTPSession& sftp, const std::string& path)
     });
 }
 
-void explainMaking(SSHHandleSFTPSession& sftp, const std::string& path)
+// After a "failure" libssh itself looks what stands at the path, and where nothing does, its status
+// becomes that look's, while the text stays. So a disk that is full or not to be written, which has
+// no status of its own, would pass for a parent that is missing.
+void explainMaking(SSHHandleSFTPSession& sftp, const std::string& path, const std::string& parent)
 {
     explain({SSH_FX_FAILURE},
             [&] { return reasonIf(kindAt(sftp, path).has_value(), FailureCode::Exists); });
+    const Failure refusal = Failure::last();
+    const bool isNotFound = refusal && refusal.source() == FailureSource::Server &&
+                            refusal.number() == SSH_FX_NO_SUCH_FILE;
+    if (isNotFound && !isTextForMissing(sftp, path, refusal.text()) && isDirectory(sftp, parent)) {
+        fail(FailureCode::Other, FailureSource::Server, SSH_FX_FAILURE, refusal.text(),
+             refusal.entry());
+    }
 }
 
 void explainRenaming(SSHHandleSFTPSession& sftp, const std::string& path,

@@ -16,8 +16,12 @@ class SSHHandleSFTPSession;
 // these look first, at the cost of a round trip; what another client changes between the look and
 // the operation is not noticed. False: the obstacle is noted.
 
-/// Nothing may stand at the path.
-bool mayAppearAt(SSHHandleSFTPSession& sftp, const std::string& path);
+/// Nothing may stand at the path of a file that is to be a new one.
+bool mayOpenAsNew(SSHHandleSFTPSession& sftp, const std::string& path);
+
+/// Nothing may stand at the new path of a rename. Looks first on every server: none is known that
+/// never replaces.
+bool mayRenameTo(SSHHandleSFTPSession& sftp, const std::string& path);
 
 /// No directory may stand at the path.
 bool mayRemoveAsFile(SSHHandleSFTPSession& sftp, const std::string& path);
@@ -37,7 +41,8 @@ void explainOpening(SSHHandleSFTPSession& sftp, const std::string& path, bool ex
 void explainListing(SSHHandleSFTPSession& sftp, const std::string& path);
 
 /// After making a directory.
-void explainMaking(SSHHandleSFTPSession& sftp, const std::string& path);
+/// \param parent the directory that it was to be made in.
+void explainMaking(SSHHandleSFTPSession& sftp, const std::string& path, const std::string& parent);
 
 /// After renaming.
 void explainRenaming(SSHHandleSFTPSession& sftp, const std::string& path,

@@ -38,7 +38,7 @@ void SFTPReadAhead::start(std::uint64_t offset)
     expectedEnd_ = offset > expectedEnd_ ? 0 : expectedEnd_;
     requestSize_ = largestRequest;
     shortReplies_ = 0;
-    stream_ = {};
+    stream_ = SFTPReplyStream(file_->lossMark());
     status_ = Result::Status::Complete;
     chunkBegin_ = 0;
     chunkEnd_ = 0;

@@ -31,6 +31,7 @@ public:
     SFTPReadAhead(std::shared_ptr<SSHHandleSFTPSessionFile> file, std::string path)
         : file_(std::move(file))
         , path_(std::move(path))
+        , stream_(file_->lossMark())
     {}
 
     /// Where the file is thought to end; to be told before start(). Requests are cut there, so that

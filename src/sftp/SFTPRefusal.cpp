@@ -10,11 +10,11 @@ bool noteRefusal(sftp_session sftp, std::atomic<bool>& lost, const SFTPRefusal& 
     using FileSystem::FailureCode;
     using FileSystem::FailureSource;
     if (refusal.status) {
-        failBySftpStatus(*refusal.status, refusal.text, path);
+        failBySftpStatus(*refusal.status, refusal.text, path, SFTPSubject::OpenFile);
     } else if (!refusal.text.empty()) {
         FileSystem::fail(FailureCode::Protocol, FailureSource::Server, 0, refusal.text, path);
     } else {
-        noteSftpFailure(sftp, lost, path, SFTPNotes::All);
+        noteSftpFailure(sftp, lost, path, SFTPNotes::All, SFTPSubject::OpenFile);
     }
     return false;
 }

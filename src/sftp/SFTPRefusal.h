@@ -17,8 +17,8 @@ struct SFTPRefusal
     std::string text;
 };
 
-/// Notes it as the failure of an operation on this path; false. To be called under the lock, before
-/// the next call on the SFTP session.
+/// Notes it as the failure of an operation on the open file of this path; false. To be called under
+/// the lock, before the next call on the SFTP session.
 bool noteRefusal(sftp_session sftp, std::atomic<bool>& lost, const SFTPRefusal& refusal,
                  const std::string& path);
 

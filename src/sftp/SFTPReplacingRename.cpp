@@ -6,6 +6,7 @@
 #include "sftp/SFTPRequest.h"
 
 #include <memory>
+#include <optional>
 #include <string_view>
 
 namespace Tarnis {
@@ -57,19 +58,25 @@ bool libsshReplaces() noexcept
     return ssh_version(SSH_VERSION_INT(0, 11, 0)) != nullptr;
 }
 
-int renameByOwnRequest(sftp_session sftp, const std::string& path, const std::string& newPath)
+/// The status of the answer, if one comes.
+std::optional<std::uint32_t> askToRename(sftp_session sftp, SFTPReplyStream& stream,
+                                         const std::string& path, const std::string& newPath)
 {
     NoFile file(sftp);
     const auto id = file.get() != nullptr ? newRequestId(file.get()) : std::nullopt;
     if (!id || !sendPosixRename(sftp, *id, path, newPath)) {
-        return SSH_ERROR;
+        return std::nullopt;
     }
-    SFTPReplyStream stream;
-    const auto status = collectStatusAlone(file.get(), *id, stream);
-    if (status && *status != SSH_FX_OK) {
-        failBySftpStatus(*status, {}, newPath);
-    }
-    return status == static_cast<std::uint32_t>(SSH_FX_OK) ? SSH_OK : SSH_ERROR;
+    return collectStatusAlone(file.get(), *id, stream);
+}
+
+bool renameByOwnRequest(SSHHandleSFTPSession& sftp, const std::string& path,
+                        const std::string& newPath)
+{
+    SFTPReplyStream stream(sftp.lossMark());
+    const auto ask = [&](sftp_session raw) { return askToRename(raw, stream, path, newPath); };
+    const auto status = askForStatus(sftp, newPath, ask);
+    return status && (*status == SSH_FX_OK || failBySftpStatus(*status, {}, newPath));
 }
 
 bool offersReplacing(sftp_session sftp) noexcept
@@ -92,9 +99,7 @@ bool renameReplacing(SSHHandleSFTPSession& sftp, const std::string& path,
     if (libsshReplaces()) {
         return callSftp(sftp, newPath, sftp_rename, path.c_str(), newPath.c_str()) == SSH_OK;
     }
-    return askSftp(sftp, newPath, [&](sftp_session raw) {
-               return renameByOwnRequest(raw, path, newPath);
-           }) == SSH_OK;
+    return renameByOwnRequest(sftp, path, newPath);
 }
 
 } // namespace Tarnis

@@ -1,6 +1,7 @@
 #include "sftp/SFTPReplies.h"
 
 #include "handles/LibsshCompatibility.h"
+#include "sftp/SFTPCall.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -98,12 +99,24 @@ bool readArrivals(sftp_file file) noexcept
     return Compatibility::waitRead(file, &nothing, 0, noRequest) == SSH_AGAIN;
 }
 
+/// Notes whether the replies can still be read. Where they cannot, the SFTP session may be over,
+/// for everybody: a reply that was thrown away may have been somebody else's. To be called at once.
+void noteReadable(sftp_file file, SFTPReplyStream& stream, bool isReadable) noexcept
+{
+    stream.isBroken = !isReadable;
+    if (!isReadable) {
+        markIfLost(file->sftp, *stream.lost);
+    }
+}
+
 /// Waits for a reply and leaves it in the queue. False: it will not come.
 bool awaitArrival(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexcept
 {
     while (!stream.isBroken && !hasArrived(file->sftp, id)) {
-        stream.isBroken = ssh_channel_poll_timeout(file->sftp->channel, noTimeLimit, 0) <= 0 ||
-                          !readArrivals(file);
+        const bool isReadable = !*stream.lost &&
+                                ssh_channel_poll_timeout(file->sftp->channel, noTimeLimit, 0) > 0 &&
+                                readArrivals(file);
+        noteReadable(file, stream, isReadable);
     }
     return hasArrived(file->sftp, id);
 }
@@ -236,8 +249,9 @@ int takeReply(sftp_file file, const sftp_message_struct& message, void* data, st
 
 bool takeArrivalsIn(sftp_file file, SFTPReplyStream& stream) noexcept
 {
-    const int arrived = stream.isBroken ? SSH_ERROR : ssh_channel_poll(file->sftp->channel, 0);
-    stream.isBroken = arrived < 0 || (arrived > 0 && !readArrivals(file));
+    const bool isOver = stream.isBroken || *stream.lost;
+    const int arrived = isOver ? SSH_ERROR : ssh_channel_poll(file->sftp->channel, 0);
+    noteReadable(file, stream, arrived == 0 || (arrived > 0 && readArrivals(file)));
     return !stream.isBroken;
 }
 

@@ -4,6 +4,7 @@
 
 #include <libssh/sftp.h>
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -15,6 +16,13 @@ namespace Tarnis {
 /// What whoever has requests under way knows of the replies to come.
 struct SFTPReplyStream
 {
+    /// \param lossMark of the SFTP session; it must outlive this.
+    explicit SFTPReplyStream(std::atomic<bool>& lossMark) noexcept
+        : lost(&lossMark)
+    {}
+
+    /// Set where the replies to come are of no use to anybody: others that wait for one give up.
+    std::atomic<bool>* lost;
     /// One came that could not be read, or the connection broke. Nobody can tell to which request
     /// that one belonged, and whoever went on waiting for its reply would wait for ever.
     bool isBroken = false;

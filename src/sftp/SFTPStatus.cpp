@@ -88,4 +88,11 @@ FailureCode failureCodeOfSftpStatus(std::uint32_t status) noexcept
     }
 }
 
+FailureCode failureCodeOfSftpStatus(std::uint32_t status, SFTPSubject subject) noexcept
+{
+    const FailureCode code = failureCodeOfSftpStatus(status);
+    return subject == SFTPSubject::OpenFile && code == FailureCode::NotFound ? FailureCode::Other
+                                                                             : code;
+}
+
 } // namespace Tarnis

@@ -6,6 +6,7 @@
 #include "sftp/SFTPReplies.h"
 #include "sftp/SFTPRequest.h"
 
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -24,12 +25,14 @@ std::string_view handleOf(sftp_file file)
     return {static_cast<const char*>(ssh_string_data(file->handle)), ssh_string_len(file->handle)};
 }
 
-/// Sets attributes that are numbers of 32 bits.
-bool setAttributes(sftp_file file, std::uint32_t flags, const std::vector<std::uint32_t>& values)
+/// Sends attributes that are numbers of 32 bits; the status of the answer, if one comes.
+std::optional<std::uint32_t> sendAttributes(sftp_file file, SFTPReplyStream& stream,
+                                            std::uint32_t flags,
+                                            const std::vector<std::uint32_t>& values)
 {
     const auto id = newRequestId(file);
     if (!id) {
-        return false;
+        return std::nullopt;
     }
     const auto handle = handleOf(file);
     std::vector<char> packet;
@@ -41,9 +44,7 @@ bool setAttributes(sftp_file file, std::uint32_t flags, const std::vector<std::u
     for (const auto value : values) {
         writer.number(value);
     }
-    SFTPReplyStream stream;
-    return sendRequest(file->sftp, packet) &&
-           collectStatusAlone(file, *id, stream) == static_cast<std::uint32_t>(SSH_FX_OK);
+    return sendRequest(file->sftp, packet) ? collectStatusAlone(file, *id, stream) : std::nullopt;
 }
 
 SFTPAttributes look(SSHHandleSFTPSessionFile& file)
@@ -64,14 +65,13 @@ bool tellsOwner(const SFTPAttributes& attributes)
     return attributes != nullptr && (attributes->flags & ownerFlag) != 0;
 }
 
-/// setAttributes() under the lock, unless the SFTP session has gone.
+/// sendAttributes() under the lock, unless the SFTP session has gone.
 bool setAttributes(SSHHandleSFTPSessionFile& file, std::uint32_t flags,
                    const std::vector<std::uint32_t>& values)
 {
-    constexpr int refused = -1;
-    return askSftp(file, {}, [&](sftp_file raw) {
-               return setAttributes(raw, flags, values) ? SSH_OK : refused;
-           }) == SSH_OK;
+    SFTPReplyStream stream(file.lossMark());
+    const auto send = [&](sftp_file raw) { return sendAttributes(raw, stream, flags, values); };
+    return askForStatus(file, {}, send) == static_cast<std::uint32_t>(SSH_FX_OK);
 }
 
 bool setPermissions(SSHHandleSFTPSessionFile& file, const SFTPAttributes& now, Permissions wanted)

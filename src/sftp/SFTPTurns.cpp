@@ -12,7 +12,8 @@ SFTPAttempt attemptNow(SSHHandleSFTPSessionFile& file, const std::string& path,
         native->sftp->errnum = SSH_FX_OK;
         const SFTPAttempt result = attempt(native);
         if (result == SFTPAttempt::Failed) {
-            noteSftpFailure(native->sftp, file.lossMark(), path, SFTPNotes::All);
+            noteSftpFailure(native->sftp, file.lossMark(), path, SFTPNotes::All,
+                            SFTPSubject::OpenFile);
         }
         return result;
     });

@@ -5,6 +5,7 @@
 #include "sftp/SFTPWriteRequest.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Tarnis {
 
@@ -22,7 +23,8 @@ void SFTPWriteBehind::start(std::uint64_t offset) noexcept
 {
     offset_ = offset;
     failed_ = false;
-    stream_ = {};
+    isCareful_ = false;
+    stream_ = SFTPReplyStream(file_->lossMark());
 }
 
 bool SFTPWriteBehind::write(const char* buffer, std::uint64_t size)
@@ -34,7 +36,19 @@ bool SFTPWriteBehind::write(const char* buffer, std::uint64_t size)
         offset_ += taken;
         done += taken;
     }
+    learnFromRefusal();
     return !failed_;
+}
+
+/// A large write may have been refused for anything, such as a disk that is full by now. For its
+/// size, where all the rest was taken in small ones.
+void SFTPWriteBehind::learnFromRefusal()
+{
+    if (!std::exchange(isCareful_, false) || !finish()) {
+        return;
+    }
+    const auto lock = file_->getLock();
+    file_->flow().noteLargerRefused();
 }
 
 bool SFTPWriteBehind::finish()
@@ -72,7 +86,7 @@ bool SFTPWriteBehind::learnLimits()
         if (!SFTPFlow::hasRoomForSmallRequest(file->sftp)) {
             return SFTPAttempt::TooEarly;
         }
-        SFTPReplyStream stream;
+        SFTPReplyStream stream(file_->lossMark());
         flow.setWriteLimit(askForWriteLimit(file, stream));
         return SFTPAttempt::Done;
     };
@@ -84,8 +98,9 @@ SFTPWriteBehind::Piece SFTPWriteBehind::nextPiece(sftp_file file, std::uint64_t 
     const SFTPFlow& flow = file_->flow();
     const std::uint32_t overhead = writeOverhead(file);
     const std::uint32_t fitting = std::max(flow.largestRoom(), overhead + 1) - overhead;
-    const auto length =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>({size, flow.writeSize(), fitting}));
+    const std::uint32_t most = isCareful_ ? SFTPFlow::ordinaryWrite : flow.writeSize();
+    const auto length = static_cast<std::uint32_t>(
+        std::min<std::uint64_t>({size, most, flow.writeSize(), fitting}));
     return {length, writing() == BulkWriting::Pipelined && flow.isTaken(length)};
 }
 
@@ -108,9 +123,10 @@ std::uint32_t SFTPWriteBehind::writeProbing(const char* data, std::uint32_t size
     if (wasRefused) {
         taken = writeAlone(data, SFTPFlow::ordinaryWrite);
     }
+    isCareful_ = isCareful_ || (wasRefused && taken > 0);
     const auto lock = file_->getLock();
     if (taken > 0) {
-        file_->flow().noteTaken(taken, wasRefused);
+        file_->flow().noteTaken(taken);
     }
     return taken;
 }
@@ -126,7 +142,7 @@ std::uint32_t SFTPWriteBehind::writeAlone(const char* data, std::uint32_t size)
         if (answer.isGiven || how == BulkWriting::Pipelined) {
             return answer.taken;
         }
-        stream_ = {};
+        stream_ = SFTPReplyStream(file_->lossMark());
     }
     const std::uint32_t written = writeByLibssh(data, size);
     if (written > 0) {
@@ -216,8 +232,8 @@ std::uint32_t SFTPWriteBehind::sendable(sftp_file file, std::uint32_t size) cons
     SFTPFlow& flow = file_->flow();
     const std::uint32_t overhead = writeOverhead(file);
     const std::uint32_t room = flow.room(file->sftp);
-    if (flow.largestRoom() <= overhead) {
-        // There will never be enough; libssh sends it bit by bit.
+    if (flow.roomToExpect() <= overhead) {
+        // There may never be enough; libssh sends it bit by bit.
         return size;
     }
     const std::uint32_t wanted = requests_.empty() ? std::min(size, smallestPiece) : size;

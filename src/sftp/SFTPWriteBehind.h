@@ -24,6 +24,7 @@ public:
     SFTPWriteBehind(std::shared_ptr<SSHHandleSFTPSessionFile> file, std::string path)
         : file_(std::move(file))
         , path_(std::move(path))
+        , stream_(file_->lossMark())
     {}
 
     /// The next write() begins at this position. Nothing may be under way.
@@ -56,6 +57,7 @@ private:
     SSHHandleSFTPSession::BulkWriting writing() const;
     void setWriting(SSHHandleSFTPSession::BulkWriting how);
     bool learnLimits();
+    void learnFromRefusal();
     Piece nextPiece(sftp_file file, std::uint64_t size) const;
 
     // How much of the data was written or sent; 0: a failure.
@@ -80,6 +82,7 @@ private:
     SFTPWindow window_;
     SFTPReplyStream stream_;
     bool failed_ = false;
+    bool isCareful_ = false; ///< A large write was refused and a smaller one taken.
 };
 
 } // namespace Tarnis

@@ -166,7 +166,7 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
     }
     const bool exclusive = mode.has(StorageSystemFileOpenModeFlag::Create) &&
                            mode.has(StorageSystemFileOpenModeFlag::Exclusive);
-    if (exclusive && !mayAppearAt(*sftp, path)) {
+    if (exclusive && !mayOpenAsNew(*sftp, path)) {
         return nullptr;
     }
     auto file = callSftp(*sftp, path, [&](sftp_session) {
@@ -201,7 +201,7 @@ bool SSHFileSystemSFTP::do_fileRenameAs(const std::string& path, const std::stri
 {
     const auto sftp = validHandle();
     // A link that the server would follow is not renamed at all.
-    if (sftp == nullptr || isFollowedByRename(*sftp, path) || !mayAppearAt(*sftp, newPath)) {
+    if (sftp == nullptr || isFollowedByRename(*sftp, path) || !mayRenameTo(*sftp, newPath)) {
         return false;
     }
     const bool renamed =
@@ -247,7 +247,8 @@ bool SSHFileSystemSFTP::do_directoryCreateAs(
     }
     const bool made = callSftp(*sftp, path, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
     if (!made) {
-        explainMaking(*sftp, path);
+        const std::string parent = pathParentId(pathRemoveTrailingSlash(path));
+        explainMaking(*sftp, path, parent.empty() ? "." : parent);
     }
     return made;
 }

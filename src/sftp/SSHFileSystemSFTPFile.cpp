@@ -106,7 +106,7 @@ bool commitFile(SSHHandleSFTPSessionFile& file, const std::string& path)
     sftp->errnum = SSH_FX_OK;
     const bool committed = file.commit();
     if (!committed) {
-        noteSftpFailure(sftp, file.lossMark(), path, SFTPNotes::All);
+        noteSftpFailure(sftp, file.lossMark(), path, SFTPNotes::All, SFTPSubject::OpenFile);
     }
     return committed;
 }

@@ -6,6 +6,9 @@
 #include <FileSystem/HandleFatalError.h>
 
 #include <array>
+#include <functional>
+#include <utility>
+#include <vector>
 
 namespace TarnisTest {
 
@@ -206,6 +209,64 @@ TEST(ProcessFailure, OnAConnectionThatWasLostIsALossInEveryOperation)
     expectFailure("writeSome", FailureCode::ConnectionLost);
     EXPECT_FALSE(process->terminate());
     expectFailure("terminate", FailureCode::ConnectionLost);
+}
+
+/// What asks for the end of a command, by name.
+std::vector<std::pair<const char*, std::function<void(Tarnis::SSHProcess&)>>> questionsForTheEnd()
+{
+    return {
+        {"waitForFinished", [](auto& p) { EXPECT_TRUE(p.waitForFinished(kGenerousLimit)); }},
+        {"isFinished", [](auto& p) { EXPECT_TRUE(p.isFinished()); }},
+        {"isRunning", [](auto& p) { EXPECT_FALSE(p.isRunning()); }},
+        {"getProcessState", [](auto& p) { EXPECT_EQ(p.getProcessState(), State::Finished); }},
+        {"getExitCode", [](auto& p) { EXPECT_EQ(p.getExitCode(), -1); }},
+        {"getExitSignal", [](auto& p) { EXPECT_EQ(p.getExitSignal(), std::nullopt); }},
+    };
+}
+
+void expectNobodyKnowsTheEnd(Tarnis::SSHProcess& process)
+{
+    for (const auto& [name, ask] : questionsForTheEnd()) {
+        ask(process);
+        expectFailure(name, FailureCode::ConnectionLost);
+    }
+    EXPECT_FALSE(process.start());
+    expectFailure("start", FailureCode::Busy);
+}
+
+TEST(ProcessFailure, OfACommandThatALostConnectionCutOffIsToldByWhoeverAsksForItsEnd)
+{
+    ScriptedSession scripted([](ScriptedChannel& channel) {
+        channel.readInput(1);
+        channel.dropConnection();
+    });
+    const auto process = startProcess(scripted.session(), "x");
+    ASSERT_EQ(process->write("x", 1), 1U);
+    ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
+    expectFailure("waitForFinished", FailureCode::ConnectionLost);
+    expectNobodyKnowsTheEnd(*process);
+}
+
+TEST(ProcessFailure, OfACommandThatAnInterruptCutOffIsToldByWhoeverAsksForItsEnd)
+{
+    ScriptedSession scripted(waitForClose);
+    const auto process = startProcess(scripted.session(), "x");
+    scripted.session().interrupt();
+    expectNobodyKnowsTheEnd(*process);
+}
+
+TEST(ProcessFailure, IsNoneOfACommandThatEndedBeforeItsConnectionWasLost)
+{
+    ScriptedSession scripted([](ScriptedChannel& channel) { channel.finish(7); });
+    const auto process = startProcess(scripted.session(), "x");
+    ASSERT_TRUE(waitUntil([&] { return process->getExitCode() == 7; }));
+    scripted.session().interrupt();
+    EXPECT_TRUE(process->waitForFinished(kGenerousLimit));
+    expectNoFailure();
+    EXPECT_TRUE(process->isFinished());
+    expectNoFailure();
+    EXPECT_EQ(process->getExitCode(), 7);
+    expectNoFailure();
 }
 
 TEST(ProcessFailure, OfAProcessThatIsInvalidIsALossThatIsThrownToo)

@@ -1,6 +1,12 @@
 // Files, directories and paths on a real server.
 
+#include "integration/sftp/FailureCause.h"
 #include "integration/sftp/SftpTest.h"
+
+#include <Tarnis/SSHFailureCode.h>
+#include <Tarnis/SSHProcess.h>
+
+#include <gmock/gmock.h>
 
 #include <filesystem>
 
@@ -193,6 +199,7 @@ TEST(SftpSessionTest, ASessionThatIsNotConnectedHasNoFileSystem)
 {
     Tarnis::SSHSession session;
     EXPECT_EQ(session.createSFTPFileSystem(), nullptr);
+    EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::NotConnected);
 }
 
 TEST(SftpSessionTest, ASessionThatIsNotAuthenticatedHasNoFileSystem)
@@ -205,6 +212,59 @@ TEST(SftpSessionTest, ASessionThatIsNotAuthenticatedHasNoFileSystem)
     address(session, server.port(), server.user());
     ASSERT_TRUE(connectTrusting(session));
     EXPECT_EQ(session.createSFTPFileSystem(), nullptr);
+    expectFailure(FailureCode::Denied);
+    EXPECT_EQ(Failure::last().text(), "the session is not logged in");
+    EXPECT_EQ(session.createProcess("x"), nullptr);
+    expectFailure(FailureCode::Denied);
+    EXPECT_EQ(Failure::last().text(), "the session is not logged in");
+}
+
+TEST(SftpSessionTest, ASessionThatHasLeftOrLostItsServerSaysWhich)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    const OpenSshServer server;
+    SftpClient client(accessTo(server));
+    ASSERT_TRUE(client.hasFiles());
+    client.session().interrupt();
+    EXPECT_FALSE(client.openFilesAgain());
+    expectFailure(FailureCode::ConnectionLost);
+    EXPECT_THAT(Failure::last().text(), testing::AnyOf("", "Socket error: disconnected"));
+    EXPECT_EQ(client.session().getState(), Tarnis::RemoteSessionState::Disconnected);
+    EXPECT_FALSE(client.openFilesAgain());
+    EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::Interrupted);
+    logIn(client.session(), accessTo(server));
+    EXPECT_TRUE(client.session().disconnect());
+    EXPECT_FALSE(client.openFilesAgain());
+    EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::NotConnected);
+    EXPECT_EQ(Failure::last().text(), "");
+}
+
+TEST(SftpSessionTest, ARefusedChannelIsToldFromARefusedSubsystem)
+{
+    if (!requireServer(OpenSshServer::availability())) {
+        return;
+    }
+    OpenSshOptions options;
+    options.maxSessions = 1;
+    const OpenSshServer server(std::move(options));
+    SftpClient client(accessTo(server));
+    ASSERT_TRUE(client.hasFiles());
+    EXPECT_EQ(client.session().createSFTPFileSystem(), nullptr);
+    expectFailure(FailureCode::Denied);
+    EXPECT_THAT(Failure::last().text(), testing::StartsWith("Channel opening failure"));
+}
+
+TEST(SftpSessionTest, ARefusedSubsystemIsUnsupported)
+{
+    ScriptedPolicy policy;
+    policy.channelRequest = [](const ServerEvent&) { return Answer::Refuse; };
+    const ScriptedServer server(policy);
+    SftpClient client(accessTo(server));
+    EXPECT_FALSE(client.hasFiles());
+    expectFailure(FailureCode::Unsupported);
+    EXPECT_EQ(Failure::last().text(), "Channel request subsystem failed");
 }
 
 TEST(SftpSessionTest, AServerWithoutSftpGivesNoFileSystem)

@@ -1,6 +1,7 @@
 // Uploads and downloads together on one SFTP session, with servers that take no more requests while
 // their replies are not taken.
 
+#include "integration/sftp/FailureCause.h"
 #include "integration/sftp/SftpTest.h"
 #include "support/PseudoRandom.h"
 #include "support/Sha256.h"
@@ -177,6 +178,60 @@ TEST_F(FlowTest, AnUploadGetsThroughWhileDownloadsDoNotTakeTheirReplies)
         EXPECT_EQ(sha256(readFile(target(number))), sha256(fetched_)) << number;
     }
 }
+
+/// A reply that cannot be read, met by somebody else than whoever waits for it.
+class UnreadableReplyTest : public ScriptedSftpTest,
+                            public ::testing::WithParamInterface<SftpAction>
+{
+protected:
+    static constexpr std::uint64_t kStep = 7 * 32'768;
+
+    /// A download whose second step another request follows before it is answered.
+    bool fetch()
+    {
+        const auto report = [&](std::uint64_t done, std::uint64_t) {
+            if (done == kStep) {
+                EXPECT_FALSE(files().fileInfo(path("file")));
+            }
+            return true;
+        };
+        const bool isCopied =
+            files().fileCopyAs(path("file"), local_, here_.file("target"), report, {}, kStep);
+        EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost) << Failure::last().message();
+        return isCopied;
+    }
+
+    TemporaryDirectory here_;
+    FileSystem::LocalFileSystem local_;
+};
+
+TEST_P(UnreadableReplyTest, EndsTheSftpSessionForAll)
+{
+    start();
+    put("file", std::string(10 * kStep, 'x'));
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 2), GetParam()},
+                    {nth(SftpPacket::Read, 2), SftpActions::hold()}};
+    server().sftp().setScript(script);
+    auto copy = inBackground([this] { return fetch(); });
+    if (copy.wait_for(kGenerousLimit) != std::future_status::ready) {
+        ADD_FAILURE() << "stands still";
+        client().session().interrupt();
+    }
+    EXPECT_FALSE(copy.get());
+    EXPECT_FALSE(files().isValid());
+    server().sftp().setScript({});
+    ASSERT_TRUE(client().openFilesAgain()) << Failure::last().message();
+    EXPECT_EQ(contentOf(files(), path("file")).size(), 10 * kStep);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, UnreadableReplyTest,
+                         ::testing::Values(SftpActions::answer(static_cast<SftpPacket>(150), ""),
+                                           SftpActions::claimLength(0)),
+                         [](const auto& kind) {
+                             return kind.param.kind == SftpAction::Kind::Answer ? "UnknownType"
+                                                                                : "NoLength";
+                         });
 
 TEST(RcloneFlowTest, UploadsAndDownloadsOnOneSftpSessionGetThrough)
 {

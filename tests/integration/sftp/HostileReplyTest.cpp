@@ -84,10 +84,10 @@ std::vector<Flaw> wrongReplies()
          answer(SftpPacket::Name, number(1) + text("n") + text("l")),
          {SftpPacket::Readlink}},
         {"an empty extension", answer(SftpPacket::ExtendedReply, ""), {}},
-        {"a version", answer(SftpPacket::Version, number(3)), {}},
-        {"a request", answer(SftpPacket::Remove, text("/")), {}},
-        {"a kind that is none", answer(static_cast<SftpPacket>(255), huge), {}},
-        {"no kind", answer(SftpPacket::Any, ""), {}},
+        {"a version", answer(SftpPacket::Version, number(3)), {}, false, false},
+        {"a request", answer(SftpPacket::Remove, text("/")), {}, false, false},
+        {"a kind that is none", answer(static_cast<SftpPacket>(255), huge), {}, false, false},
+        {"no kind", answer(SftpPacket::Any, ""), {}, false, false},
     };
 }
 

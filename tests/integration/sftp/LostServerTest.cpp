@@ -4,6 +4,7 @@
 #include "integration/sftp/SftpTest.h"
 
 #include <FileSystem/LocalFileSystem.h>
+#include <Tarnis/SSHProcess.h>
 
 #include <filesystem>
 #include <functional>
@@ -231,6 +232,92 @@ TEST_F(LostServerTest, IsNoneThatRefusedBeforeItWent)
     EXPECT_FALSE(files().fileInfo(path("file")));
     expectRefusal(FailureCode::Denied, 3);
     EXPECT_TRUE(files().isValid());
+}
+
+/// One that lives, while another channel of the session has come to its end and libssh's last error
+/// says so.
+class AnotherChannelsEndTest : public ScriptedSftpTest
+{
+protected:
+    void SetUp() override
+    {
+        start(serverThatNeedsNoLook());
+        if (IsSkipped() || HasFailure()) {
+            return;
+        }
+        put("file", "new");
+        put("target", "old");
+        std::filesystem::permissions(path("target"), std::filesystem::perms(0666));
+        endAnotherChannel();
+    }
+
+    /// What is offered tells that nothing but what was asked for is done. A look at a path would
+    /// leave another last error behind.
+    static SftpScript serverThatNeedsNoLook()
+    {
+        SftpScript script;
+        script.extensions = {{"posix-rename@openssh.com", "1"}, {"statvfs@openssh.com", "2"},
+                             {"fstatvfs@openssh.com", "2"},     {"hardlink@openssh.com", "1"},
+                             {"fsync@openssh.com", "1"},        {"lsetstat@openssh.com", "1"}};
+        return script;
+    }
+
+    void refuse(SftpPacket request)
+    {
+        SftpScript script = serverThatNeedsNoLook();
+        script.rules = {{every(request), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+        server().sftp().setScript(script);
+    }
+
+private:
+    void endAnotherChannel()
+    {
+        const auto process = client().session().createProcess("true");
+        ASSERT_TRUE(process != nullptr && process->start()) << Failure::last().message();
+        ASSERT_TRUE(process->waitForFinished(kGenerousLimit));
+        ASSERT_TRUE(waitUntil([&] { return !process->isOpen(); }));
+        static_cast<void>(process->writeSome("x", 1, std::chrono::milliseconds(0)));
+        ASSERT_EQ(client().session().getLastError(), "Remote channel is closed");
+    }
+};
+
+TEST_F(AnotherChannelsEndTest, LeavesACopyAloneWhoseAttributesAreRefused)
+{
+    refuse(SftpPacket::Fsetstat);
+    const TemporaryDirectory here;
+    const FileSystem::LocalFileSystem local;
+    EXPECT_TRUE(local.fileCopyAs(here.write("source", "new"), files(), path("target")))
+        << Failure::last().message();
+    EXPECT_GT(server().sftp().requestCount(SftpPacket::Fsetstat), 0U);
+    EXPECT_TRUE(files().isValid());
+    EXPECT_EQ(readFile(path("target")), "new");
+}
+
+TEST_F(AnotherChannelsEndTest, LeavesARefusedReplacementToOtherRequests)
+{
+    refuse(SftpPacket::Extended);
+    EXPECT_TRUE(files().fileReplaceAs(path("file"), path("target"))) << Failure::last().message();
+    EXPECT_TRUE(files().isValid());
+    EXPECT_EQ(readFile(path("target")), "new");
+}
+
+TEST_F(LostServerTest, TakesItsFileSystemsAlongAsSoonAsTheSessionIsSeenToHaveNoConnection)
+{
+    die(Death::OfTheConnection);
+    ASSERT_TRUE(waitUntil([this] { return !client().session().isConnected(); }));
+    EXPECT_FALSE(files().isValid());
+    EXPECT_FALSE(file().isValid());
+    EXPECT_TRUE(file().error());
+    EXPECT_FALSE(files().fileInfo(path("file")));
+    expectFailure(FailureCode::ConnectionLost);
+}
+
+TEST_F(LostServerTest, TakesItsFileSystemsAlongAtAnInterrupt)
+{
+    client().session().interrupt();
+    EXPECT_EQ(client().session().getState(), Tarnis::RemoteSessionState::Disconnected);
+    EXPECT_FALSE(files().isValid());
+    EXPECT_FALSE(file().isValid());
 }
 
 TEST_F(LostServerTest, MakesNoFileSystemAnyMore)

@@ -149,6 +149,20 @@ TEST_F(KnownServerTest, NeverReplacesOnAPlainRename)
     EXPECT_EQ(readFile(path("file")), "new");
 }
 
+TEST_F(KnownServerTest, NeverReplacesALinkThatLeadsNowhere)
+{
+    fs::create_symlink("one", directory().file("link"));
+    fs::create_directories(path("from"));
+    fs::create_symlink("nowhere", directory().file("target"));
+    EXPECT_FALSE(files().fileRenameAs(path("link"), path("target")));
+    expectFailure(FailureCode::Exists);
+    EXPECT_FALSE(files().directoryRenameAs(path("from"), path("target")));
+    expectFailure(FailureCode::Exists);
+    EXPECT_EQ(fs::read_symlink(path("target")), "nowhere");
+    EXPECT_EQ(fs::read_symlink(path("link")), "one");
+    EXPECT_TRUE(files().fileRenameAs(path("link"), path("new")));
+}
+
 class UnusualListingTest : public ObstacleTest
 {
 protected:

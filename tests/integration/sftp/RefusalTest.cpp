@@ -67,11 +67,28 @@ TEST_F(RefusalTest, OfMakingADirectoryTellsWhatStandsThere)
     expectFailure(FailureCode::Exists);
 }
 
+TEST_F(RefusalTest, OfMakingADirectoryTellsOfAMissingParent)
+{
+    EXPECT_FALSE(files().directoryCreateAs(path("missing/new"), false));
+    expectRefusal(FailureCode::NotFound, 2);
+}
+
 TEST_F(RefusalTest, OfRenamingTellsWhatStandsThere)
 {
     EXPECT_FALSE(files().fileRenameAs(path("file"), path("other")));
-    expectRefusal(FailureCode::Exists, 4);
+    expectFailure(FailureCode::Exists);
     EXPECT_EQ(readFile(path("other")), "other");
+}
+
+TEST_F(RefusalTest, OfWritingWhatIsOpenForReadingIsNoMissingFile)
+{
+    const auto file = files().fileOpen(path("file"), kRead);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->write("x", 1), 0U);
+    expectRefusal(FailureCode::Other, 2);
+    EXPECT_FALSE(file->writeFully("x", 1));
+    expectRefusal(FailureCode::Other, 2);
+    EXPECT_EQ(readFile(path("file")), "content");
 }
 
 TEST_F(RefusalTest, OfRemovingADirectoryTellsWhy)
@@ -148,6 +165,28 @@ protected:
         server().sftp().setScript(script);
     }
 };
+
+TEST_F(ScriptedRefusalTest, OfMakingADirectoryOnAFullDiskIsNoMissingParent)
+{
+    fs::create_directories(path("below"));
+    fs::create_directory_symlink("below", path("link"));
+    answerWith(SftpPacket::Mkdir, SftpActions::refuse(SftpStatus::Failure));
+    for (const char* const name : {"new", "new/", "below/new", "link/new"}) {
+        EXPECT_FALSE(files().directoryCreateAs(path(name), false));
+        expectRefusal(FailureCode::Other, 4);
+        EXPECT_EQ(Failure::last().text(), "Failure") << name;
+        EXPECT_EQ(Failure::last().entry(), path(name));
+    }
+    EXPECT_FALSE(files().directoryCreateAs("new", false));
+    expectRefusal(FailureCode::Other, 4);
+}
+
+TEST_F(ScriptedRefusalTest, OfMakingADirectoryStaysWhatTheServerSaysItself)
+{
+    answerWith(SftpPacket::Mkdir, SftpActions::refuse(SftpStatus::NoSuchFile));
+    EXPECT_FALSE(files().directoryCreateAs(path("new"), false));
+    expectRefusal(FailureCode::NotFound, 2);
+}
 
 TEST_F(ScriptedRefusalTest, HasTheReasonOfItsStatus)
 {

@@ -57,6 +57,28 @@ TEST_F(TransportFailure, HasLibsshsTextAndNumber)
     EXPECT_EQ(failure.operation(), "operation");
 }
 
+TEST_F(TransportFailure, OfALostConnectionHasNoTextThatIsMadeUp)
+{
+    struct Case
+    {
+        const char* said;
+        const char* text;
+    };
+
+    libssh.connected = 0;
+    for (const auto& [said, text] :
+         {Case{"Socket error: No such file or directory", ""},
+          Case{"Socket error: Unknown error -1", ""}, Case{"Socket error: Success", ""},
+          Case{"Socket error: disconnected", "Socket error: disconnected"},
+          Case{"Socket error: Connection reset by peer", "Socket error: Connection reset by peer"},
+          Case{"no room", "no room"}}) {
+        ON_CALL(libssh, ssh_get_error).WillByDefault(Return(said));
+        const Failure failure = failureOf([] { return noteTransportFailure(fakeSession()); });
+        EXPECT_EQ(failure.code(), FailureCode::ConnectionLost);
+        EXPECT_EQ(failure.text(), text);
+    }
+}
+
 TEST_F(TransportFailure, IsWhatItsCallerKnowsWhereLibsshDoesNot)
 {
     const Failure failure = failureOf(

@@ -37,11 +37,11 @@ protected:
 
     bool collectWrite(std::uint32_t id)
     {
-        stream = {};
+        stream = Tarnis::SFTPReplyStream(handle->lossMark());
         return Tarnis::collectWrite(&file, id, stream);
     }
 
-    Tarnis::SFTPReplyStream stream;
+    Tarnis::SFTPReplyStream stream{handle->lossMark()};
 };
 
 class SftpWriteRequest : public SftpReplies

@@ -334,6 +334,21 @@ TEST_F(SftpWriteBehind, TriesASmallerFirstWriteWhereALargeOneIsRefusedAndRemembe
     EXPECT_GT(mostUnderWay, 16U);
 }
 
+TEST_F(SftpWriteBehind, ForgetsARefusalThatWasNotForTheSize)
+{
+    serverTakes = ordinary;
+    failsAt = 2;
+    const std::string content = bytes(4'000'000);
+    EXPECT_FALSE(writeAll(content));
+    EXPECT_EQ(lengths.front(), largest);
+    serverTakes = ~std::size_t{0};
+    failsAt = 0;
+    longest = 0;
+    EXPECT_TRUE(writeAll(content));
+    EXPECT_EQ(stored, content);
+    EXPECT_EQ(longest, largest);
+}
+
 TEST_F(SftpWriteBehind, TriesTheFirstLargeWriteAloneAlsoAfterSmallOnes)
 {
     serverTakes = ordinary;
@@ -408,6 +423,32 @@ TEST_F(SftpWriteBehind, WaitsForRoomWithoutTheLockAndTakesRepliesInMeanwhile)
     }
     EXPECT_TRUE(writing.get());
     EXPECT_EQ(stored, "first more");
+}
+
+TEST_F(SftpWriteBehind, GoesOnWhereASmallWindowOpensOnlyOnceHalfOfItIsUsed)
+{
+    constexpr std::uint32_t window = 8'192;
+    constexpr int manyLooks = 10'000;
+    std::uint32_t left = window;
+    int looks = 0;
+    ON_CALL(libssh, ssh_channel_window_size).WillByDefault([&](ssh_channel) {
+        left = ++looks > manyLooks ? window : left;
+        return left;
+    });
+    ON_CALL(libssh, ssh_channel_write)
+        .WillByDefault([&](ssh_channel, const void* packet, std::uint32_t size) {
+            left -= std::min(left, size);
+            left = left < window / 2 ? window : left;
+            return take(static_cast<const char*>(packet), size);
+        });
+    // Leaves one half of the window.
+    const std::size_t overhead = 25 + handleText.size();
+    EXPECT_TRUE(writeAll(bytes(window / 2 - overhead)));
+    EXPECT_EQ(left, window / 2);
+    const std::string content = bytes(100'000);
+    EXPECT_TRUE(writeAll(content));
+    EXPECT_EQ(stored, content);
+    EXPECT_LE(looks, manyLooks);
 }
 
 TEST_F(SftpWriteBehind, SendsLessAtATimeWhereTheServersWindowIsSmall)
