@@ -32,7 +32,8 @@ std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession&
     if (!session.isConnected()) {
         throwConnectionLost(target, "cannot start file transfer with", why);
     }
-    const bool isSessionRefused = why.text().find("Channel opening failure") != std::string::npos;
+    // The server was asked after the log-in, and said no to another channel.
+    const bool isSessionRefused = why.code() == FileSystem::FailureCode::Denied;
     throw Failure(isSessionRefused ? FailureKind::SessionRefused : FailureKind::FileTransferRefused,
                   "cannot start file transfer with", target.display(),
                   joinReasons(isSessionRefused ? "the server opens no session for it"
