@@ -35,7 +35,7 @@ missing_packages() {
 
 # has_candidate PACKAGE: whether it can be installed, as far as this machine's package lists tell.
 has_candidate() {
-    apt-cache policy "$1" | grep -q '^  Candidate: [^(]'
+    LC_ALL=C apt-cache policy "$1" | grep '^  Candidate: [^(]' >/dev/null
 }
 
 # absent_in_release PACKAGE: whether this release of Debian goes without it, though others have it.

@@ -42,7 +42,8 @@ inline int channelExitStatus(ssh_channel channel)
         // channel's close may have arrived: whoever waits for that would wait for ever.
         takeInArrived(ssh_channel_get_session(channel));
     }
-    // SSH_AGAIN is what it says of a closed channel without a status too: trying again ends never.
+    // SSH_AGAIN is what it says of a closed channel without a status too: trying again would never
+    // end.
     return result == SSH_OK ? static_cast<int>(status) : SSH_ERROR;
 #else
     return ssh_channel_get_exit_status(channel);
