@@ -12,13 +12,6 @@ namespace {
 
 constexpr std::uint32_t linkWithAllPermissions = 0120777;
 
-bool isModSftp(SSHHandleSFTPSession& sftp)
-{
-    return callLocked(sftp, [](sftp_session raw) {
-        return sftpServerKindOf(raw->session) == SFTPServerKind::ModSftp;
-    });
-}
-
 SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& path, SFTPNotes notes)
 {
     return SFTPAttributes(callSftpNoting(notes, sftp, path, sftp_lstat, path.c_str()));
@@ -28,7 +21,8 @@ SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& pat
 std::optional<std::string> followedLink(SSHHandleSFTPSession& sftp, const std::string& path,
                                         const SFTPAttributes& told)
 {
-    const bool mayBeFollowed = told != nullptr && !isLinkMode(told->permissions) && isModSftp(sftp);
+    const bool mayBeFollowed =
+        told != nullptr && !isLinkMode(told->permissions) && callLocked(sftp, isModSftp);
     return mayBeFollowed ? readLinkTarget(sftp, path, SFTPNotes::LossOnly) : std::nullopt;
 }
 
@@ -47,7 +41,7 @@ SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path, SFTPN
 bool isFollowedByRename(SSHHandleSFTPSession& sftp, const std::string& path)
 {
     const bool isFollowed =
-        isModSftp(sftp) &&
+        callLocked(sftp, isModSftp) &&
         followedLink(sftp, path, readAttributes(sftp, path, SFTPNotes::LossOnly)).has_value();
     if (isFollowed) {
         FileSystem::fail(FileSystem::FailureCode::Unsupported,

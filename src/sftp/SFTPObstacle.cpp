@@ -110,6 +110,11 @@ bool mayOpenAsNew(SSHHandleSFTPSession& sftp, const std::string& path)
     return isKnownToRefuse(sftp) || isFree(sftp, path);
 }
 
+bool mayMakeDirectory(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    return !callLocked(sftp, isModSftp) || isFree(sftp, path);
+}
+
 // OpenSSH's sftp-server refuses for regular files alone, which it gives a second name and takes the
 // first one from. For all else, and on volumes that know no second names, it looks first too, but
 // through a link, so that one that leads nowhere is replaced (read in 9.2, and seen).

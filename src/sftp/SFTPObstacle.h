@@ -19,6 +19,10 @@ class SSHHandleSFTPSession;
 /// Nothing may stand at the path of a file that is to be a new one.
 bool mayOpenAsNew(SSHHandleSFTPSession& sftp, const std::string& path);
 
+/// Nothing may stand at the path of a directory that is to be made. Looks first on ProFTPD alone,
+/// whose mod_sftp (seen with 1.3.9) says of what stands there that it has made it.
+bool mayMakeDirectory(SSHHandleSFTPSession& sftp, const std::string& path);
+
 /// Nothing may stand at the new path of a rename. Looks first on every server: none is known that
 /// never replaces.
 bool mayRenameTo(SSHHandleSFTPSession& sftp, const std::string& path);

@@ -20,6 +20,11 @@ SFTPServerKind sftpServerKindOf(ssh_session session)
     return mentions("dropbear") ? SFTPServerKind::Dropbear : SFTPServerKind::Other;
 }
 
+bool isModSftp(sftp_session sftp)
+{
+    return sftpServerKindOf(sftp->session) == SFTPServerKind::ModSftp;
+}
+
 bool isOpenSshSftpServer(sftp_session sftp)
 {
     const auto offers = [sftp](const char* name, const char* data) {

@@ -17,6 +17,9 @@ enum class SFTPServerKind
 /// What the server's banner says of it.
 SFTPServerKind sftpServerKindOf(ssh_session session);
 
+/// Whether that is ProFTPD. To be called under the lock; asks no server.
+bool isModSftp(sftp_session sftp);
+
 /// Whether the SFTP session's other end is OpenSSH's own sftp-server, from 8.0 on, or as good as
 /// that. The banner alone tells of the SSH server, which may run any other program for SFTP; this
 /// one announces a whole set of extensions besides. To be called under the lock; asks no server.

@@ -164,6 +164,10 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
         failForLostSftp(path);
         return nullptr;
     }
+    if (path.empty()) {
+        fail(FailureCode::BadName);
+        return nullptr;
+    }
     const bool exclusive = mode.has(StorageSystemFileOpenModeFlag::Create) &&
                            mode.has(StorageSystemFileOpenModeFlag::Exclusive);
     if (exclusive && !mayOpenAsNew(*sftp, path)) {
@@ -239,11 +243,16 @@ bool SSHFileSystemSFTP::do_directoryCreateAs(
     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     const auto sftp = validHandle();
-    if (sftp == nullptr) {
+    if (sftp == nullptr || (path.empty() && !fail(FailureCode::BadName))) {
         return false;
     }
     if (exclusive && directoryExists(path, true)) {
         return fail(FailureCode::Exists, {}, path);
+    }
+    // Of many threads that make one directory only one may be told that it has made it.
+    const auto lock = sftp->getLock();
+    if (!mayMakeDirectory(*sftp, path)) {
+        return false;
     }
     const bool made = callSftp(*sftp, path, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
     if (!made) {

@@ -1,6 +1,7 @@
 #include "sftp/SftpFixture.h"
 
 #include <FileSystem/HandleFatalError.h>
+#include <FileSystem/Failure.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
 
 #include <cstdint>
@@ -12,6 +13,8 @@
 
 #include <fcntl.h>
 
+using FileSystem::Failure;
+using FileSystem::FailureCode;
 using FileSystem::handle_fatal_error;
 using FileSystem::PosixFilePermissionFlag;
 using FileSystem::StorageSystemFileOpenModeFlag;
@@ -362,6 +365,31 @@ TEST_F(SftpFileSystem, MakesADirectoryExclusivelyWhereNoneStands)
 {
     EXPECT_CALL(libssh, sftp_mkdir(&sftp, StrEq("/d"), _)).Times(1);
     EXPECT_TRUE(files.directoryCreateAs("/d", true));
+}
+
+TEST_F(SftpFileSystem, MakesNoDirectoryWhereTheServerWouldSayThatItMadeWhatStands)
+{
+    ON_CALL(libssh, ssh_get_serverbanner).WillByDefault(Return("SSH-2.0-mod_sftp"));
+    for (const std::uint32_t mode : {directoryMode, std::uint32_t{0100644}}) {
+        EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/d"))).WillOnce(Return(attributesOf(mode)));
+        EXPECT_CALL(libssh, sftp_mkdir).Times(0);
+        EXPECT_FALSE(files.directoryCreateAs("/d", false));
+        EXPECT_EQ(Failure::last().code(), FailureCode::Exists);
+        EXPECT_EQ(Failure::last().entry(), "/d");
+    }
+    EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/new"))).WillOnce(Return(nullptr));
+    EXPECT_CALL(libssh, sftp_mkdir(&sftp, StrEq("/new"), _)).Times(1);
+    EXPECT_TRUE(files.directoryCreateAs("/new", false));
+}
+
+TEST_F(SftpFileSystem, AsksNoServerAboutAnEmptyPath)
+{
+    EXPECT_CALL(libssh, sftp_open).Times(0);
+    EXPECT_CALL(libssh, sftp_mkdir).Times(0);
+    EXPECT_EQ(files.fileOpen("", StorageSystemFileOpenModeFlag::Read), nullptr);
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.directoryCreateAs("", true));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
 }
 
 TEST_F(SftpFileSystem, OpensAFileWithFlagsAndPermissions)
