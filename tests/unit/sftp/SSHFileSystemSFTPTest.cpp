@@ -1,7 +1,7 @@
 #include "sftp/SftpFixture.h"
 
-#include <FileSystem/HandleFatalError.h>
 #include <FileSystem/Failure.h>
+#include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
 
 #include <cstdint>
