@@ -32,11 +32,13 @@ struct ChannelRelease
 };
 
 /// Whether the last failure was that of the request for the subsystem, on a channel that the server
-/// had opened: so say 0.10.6, 0.11.5 and 0.12.2, whose sftp_new() does both.
+/// had opened: so say 0.10.6, 0.11.5 and 0.12.2, whose sftp_new() does both. The last of them names
+/// the channel behind that.
 bool isSubsystemRefused(ssh_session session)
 {
     constexpr std::string_view refusal = "Channel request subsystem failed";
-    return ssh_get_error_code(session) == SSH_REQUEST_DENIED && transportText(session) == refusal;
+    return ssh_get_error_code(session) == SSH_REQUEST_DENIED &&
+           transportText(session).compare(0, refusal.size(), refusal) == 0;
 }
 
 /// Notes why libssh could not make an SFTP session. To be called under the lock, at once.

@@ -230,7 +230,8 @@ TEST(SftpSessionTest, ASessionThatHasLeftOrLostItsServerSaysWhich)
     client.session().interrupt();
     EXPECT_FALSE(client.openFilesAgain());
     expectFailure(FailureCode::ConnectionLost);
-    EXPECT_THAT(Failure::last().text(), testing::AnyOf("", "Socket error: disconnected"));
+    EXPECT_THAT(Failure::last().text(),
+                testing::AnyOf("", "Socket error: disconnected", "Socket error: Broken pipe"));
     EXPECT_EQ(client.session().getState(), Tarnis::RemoteSessionState::Disconnected);
     EXPECT_FALSE(client.openFilesAgain());
     EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::Interrupted);
@@ -264,7 +265,7 @@ TEST(SftpSessionTest, ARefusedSubsystemIsUnsupported)
     SftpClient client(accessTo(server));
     EXPECT_FALSE(client.hasFiles());
     expectFailure(FailureCode::Unsupported);
-    EXPECT_EQ(Failure::last().text(), "Channel request subsystem failed");
+    EXPECT_THAT(Failure::last().text(), testing::StartsWith("Channel request subsystem failed"));
 }
 
 TEST(SftpSessionTest, AServerWithoutSftpGivesNoFileSystem)
