@@ -40,6 +40,7 @@ AsyncSshServer::AsyncSshServer(const AsyncSshOptions& options)
 {
     directory_.write("authorized_keys", clientKey_.publicLine + "\n");
     directory_.makeDirectory("root");
+    directory_.makeDirectory("home");
     process_ = std::make_unique<ChildProcess>(command(options));
     awaitPort();
 }
@@ -60,7 +61,8 @@ Command AsyncSshServer::command(const AsyncSshOptions& options) const
     if (options.echoes) {
         command.arguments.emplace_back("--echo");
     }
-    command.environment = {"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + root()};
+    // Not the served directory: what it loads may keep things at home.
+    command.environment = {"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + directory_.file("home")};
     command.workingDirectory = root();
     return command;
 }
