@@ -3,7 +3,6 @@
 #include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/NewDirectory.h"
-#include "files/ResumedCopy.h"
 #include "files/TreeWalk.h"
 #include "terminal/Messages.h"
 #include "terminal/Units.h"
@@ -213,6 +212,9 @@ void TreeCopy::copyWhole(const Job& job)
     }
     const auto failure = FileSystem::Failure::last();
     if (failure.code() != FileSystem::FailureCode::NotKept) {
+        if (options_.isInPlace) {
+            halfWritten_ = to_.display(job.target) + " may be half-written";
+        }
         // What the library says for its own callers is said in the program's words here.
         throw isClosed(job, failure)
             ? failureOf(job, failure,
@@ -234,15 +236,27 @@ void TreeCopy::resumeFile(const Job& job)
         }
         return;
     }
-    const std::string kept = copy.keptAt();
-    if (copy.isTargetAway()) {
-        note("what stood at " + to_.display(job.target) + " is in " + to_.display(kept) +
-             ": the same command goes on from there");
-    } else if (!kept.empty()) {
-        note("kept what was copied in " + to_.display(kept) +
-             ": the same command goes on from there");
-    }
+    noteWhatIsKept(job, copy);
     throw failureOf(job, copy.failure(), copy.problem(), copy.failure().text());
+}
+
+void TreeCopy::noteWhatIsKept(const Job& job, const ResumedCopy& copy)
+{
+    using StandingAt = ResumedCopy::StandingAt;
+    const std::string kept = copy.keptAt();
+    if (kept.empty()) {
+        return;
+    }
+    const std::string target = to_.display(job.target);
+    std::string text = "kept what was copied in ";
+    if (copy.standingAt() == StandingAt::Part) {
+        text = "what stood at " + target + " is in ";
+    } else if (copy.standingAt() == StandingAt::Nowhere) {
+        text = "the server has emptied what stood at " + target + "; what was copied is in ";
+    } else if (copy.standingAt() == StandingAt::TargetAgain) {
+        halfWritten_ = "a part of the file is in " + target;
+    }
+    note(text + to_.display(kept) + ": the same command goes on from there");
 }
 
 /// Whether a path beside a job's target is for a file of the source: one that is copied too, or
@@ -355,10 +369,12 @@ void TreeCopy::throwIfCancelled() const
     }
     bar_->clear();
     const std::string files = std::to_string(doneFiles_) + (doneFiles_ == 1 ? " file" : " files");
-    const bool isClean = from_.isAlive() && to_.isAlive();
+    std::string state = "the connection was given up; a part of a file may be left there";
+    if (from_.isAlive() && to_.isAlive()) {
+        state = halfWritten_.empty() ? "no half-written file has taken its name" : halfWritten_;
+    }
     throw Failure(FailureKind::Cancelled, "interrupted after", files + ", " + humanSize(doneBytes_),
-                  isClean ? "no half-written file has taken its name"
-                          : "the connection was given up; a part of a file may be left there");
+                  state);
 }
 
 } // namespace TarnisTool

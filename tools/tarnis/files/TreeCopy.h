@@ -3,6 +3,7 @@
 #include "Failure.h"
 #include "files/Cancellation.h"
 #include "files/Place.h"
+#include "files/ResumedCopy.h"
 #include "terminal/ProgressBar.h"
 
 #include <FileSystem/Failure.h>
@@ -77,6 +78,7 @@ private:
     void copyLink(const Job& job);
     void copyFile(const Job& job);
     void resumeFile(const Job& job);
+    void noteWhatIsKept(const Job& job, const ResumedCopy& copy);
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
@@ -105,6 +107,8 @@ private:
     std::uint64_t totalBytes_ = 0;
     std::uint64_t doneBytes_ = 0;
     std::size_t doneFiles_ = 0;
+    /// Said of the file that failed last, where it may be half-written under its own name.
+    std::string halfWritten_;
     bool hasFailed_ = false;
 };
 
