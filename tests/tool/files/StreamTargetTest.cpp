@@ -106,6 +106,22 @@ TEST_F(StreamTargetTest, ADescriptorThatTheCallerDidNotPassIsNone)
     }
 }
 
+TEST_F(StreamTargetTest, AStandardStreamThatIsClosedIsNone)
+{
+    there().write("f", "text");
+    for (const char* const name : {"/dev/stdin", "/dev/stdout", "/dev/fd/0", "/dev/fd/1"}) {
+        ToolSetup get = setup("get", {at("f"), name});
+        get.inputKind = Input::Closed;
+        get.outputDescriptor = -1;
+        expectFailure(run(get), std::string("cannot write to ") + name + ": Bad file descriptor\n");
+    }
+    for (const char* const name : {"/dev/stderr", "/dev/fd/2", "/proc/self/fd/2"}) {
+        ToolSetup get = setup("get", {at("f"), name});
+        get.closesErrors = true;
+        EXPECT_EQ(run(get).exitCode, 1) << name;
+    }
+}
+
 TEST_F(StreamTargetTest, AStandardOutputThatNobodyReadsIsLeftAtTheFirstSignal)
 {
     there().write("f", data_);
