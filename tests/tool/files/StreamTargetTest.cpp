@@ -240,6 +240,15 @@ TEST_F(InPlaceTest, WritesIntoTheFileThatIsThere)
     EXPECT_EQ(readFile(there().file("new")), "new");
 }
 
+TEST_F(InPlaceTest, DoesNotWriteAFileOverItself)
+{
+    there().write("f", "text");
+    expectFailure(tarnis("cp", {"--inplace", at("f"), at("f")}),
+                  "cannot copy " + at("f") + " to " + at("f") +
+                      ": it would be put into itself (it is the source itself)\n");
+    EXPECT_EQ(readFile(there().file("f")), "text");
+}
+
 TEST_F(InPlaceTest, ResumesNothing)
 {
     here().write("f", "new");
