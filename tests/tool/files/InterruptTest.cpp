@@ -160,6 +160,25 @@ TEST_F(TransferTest, ResumingKeepsThePart)
     EXPECT_THAT(tool->errorOutput(), HasSubstr("the same command goes on from there"));
 }
 
+TEST_F(TransferTest, TheSecondInterruptOfAResumedUploadSaysWhereTheBeginningMayBe)
+{
+    const std::string data = pseudoRandomBytes(1, kSize);
+    here().write("f", data);
+    there().write("f", data.substr(0, kSize / 100));
+    const auto tool = start(setup("put", {"--resume", here().file("f"), slowly("")}));
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(there().file(".f.tarnis-part")); }))
+        << tool->errorOutput();
+    line().stall();
+    tool->signal(SIGINT);
+    ASSERT_TRUE(waitUntil([&] { return !tool->errorOutput().empty(); }));
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(there().path()), testing::ElementsAre(".f.tarnis-part"));
+    EXPECT_THAT(tool->errorOutput(), testing::EndsWith("tarnis: what stood at " + slowly("f") +
+                                                       " may be in " + slowly(".f.tarnis-part") +
+                                                       ": the same command goes on from there\n"));
+}
+
 TEST_F(TransferTest, ResumingABeginningThatStoodThereSaysWhereAPartOfTheFileIs)
 {
     const std::string data = pseudoRandomBytes(1, kSize);

@@ -129,11 +129,12 @@ std::optional<std::string> endsOf(const FileSystem::FileSystem2& system, const s
 } // namespace
 
 ResumedCopy::ResumedCopy(const FileSystem::FileSystem2& from, const FileSystem::FileSystem2& to,
-                         Utilities::Flags<Option> options, Progress progress)
+                         Utilities::Flags<Option> options, Progress progress, Renaming renaming)
     : from_(from)
     , to_(to)
     , options_(options)
     , progress_(std::move(progress))
+    , renaming_(std::move(renaming))
 {}
 
 bool ResumedCopy::run(const std::string& source, const std::string& target, const IsTaken& isTaken)
@@ -259,6 +260,7 @@ bool ResumedCopy::startPart()
             [this](std::uint64_t done, std::uint64_t /*total*/) { return progress_(done); },
             Option::FailIfExists);
     }
+    renaming_(part_);
     if (!to_.fileRenameAs(target_, part_)) {
         return false;
     }

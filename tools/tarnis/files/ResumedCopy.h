@@ -28,6 +28,9 @@ public:
     /// Told how many bytes are in place; false stops the copy, which can go on later.
     using Progress = std::function<bool(std::uint64_t)>;
 
+    /// Told the path that the target is about to be renamed to.
+    using Renaming = std::function<void(const std::string& part)>;
+
     /// Where that is which stood at the target.
     enum class StandingAt
     {
@@ -39,7 +42,7 @@ public:
 
     ResumedCopy(const FileSystem::FileSystem2& from, const FileSystem::FileSystem2& to,
                 Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> options,
-                Progress progress);
+                Progress progress, Renaming renaming);
 
     /// Whether a path is not to be used for what is copied.
     using IsTaken = std::function<bool(const std::string& path)>;
@@ -99,6 +102,7 @@ private:
     const FileSystem::FileSystem2& to_;
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> options_;
     Progress progress_;
+    Renaming renaming_;
     std::string source_;
     std::string target_;
     std::string part_;

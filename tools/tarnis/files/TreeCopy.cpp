@@ -7,6 +7,7 @@
 #include "terminal/Messages.h"
 #include "terminal/Units.h"
 
+#include <optional>
 #include <utility>
 
 namespace TarnisTool {
@@ -26,6 +27,7 @@ std::string targetProblem(const FileSystem::Failure& failure)
 }
 
 constexpr const char* notCopyable = "it is no file, directory or link";
+constexpr const char* whereItGoesOn = ": the same command goes on from there";
 
 } // namespace
 
@@ -227,8 +229,14 @@ void TreeCopy::copyWhole(const Job& job)
 
 void TreeCopy::resumeFile(const Job& job)
 {
-    ResumedCopy copy(from_.system(), to_.system(), copyFlags(),
-                     [this](std::uint64_t done) { return noteProgress(done); });
+    std::optional<LastWords> lastWords;
+    const auto renaming = [&](const std::string& part) {
+        lastWords.emplace("what stood at " + to_.display(job.target) + " may be in " +
+                          to_.display(part) + whereItGoesOn);
+    };
+    ResumedCopy copy(
+        from_.system(), to_.system(), copyFlags(),
+        [this](std::uint64_t done) { return noteProgress(done); }, renaming);
     const auto isTaken = [&](const std::string& part) { return isOfSource(job, part); };
     if (copy.run(job.source, job.target, isTaken)) {
         if (!copy.lost().empty()) {
@@ -256,7 +264,7 @@ void TreeCopy::noteWhatIsKept(const Job& job, const ResumedCopy& copy)
     } else if (copy.standingAt() == StandingAt::TargetAgain) {
         halfWritten_ = "a part of the file is in " + target;
     }
-    note(text + to_.display(kept) + ": the same command goes on from there");
+    note(text + to_.display(kept) + whereItGoesOn);
 }
 
 /// Whether a path beside a job's target is for a file of the source: one that is copied too, or
