@@ -287,6 +287,40 @@ TEST_F(ResumeTest, AFileThatIsNamedLikeAPartIsNone)
     EXPECT_EQ(readFile(up + "/t/.f.tarnis-part"), "precious");
 }
 
+TEST_F(ResumeTest, APartOfTheOtherDirectionDoesNotKeepAFileFromGoingOn)
+{
+    here().makeDirectory("down");
+    for (const TemporaryDirectory* const place : {&here(), &there()}) {
+        place->makeDirectory("t");
+        place->write("t/f", data_);
+        place->write("t/.f.tarnis-part", data_.substr(0, 1000));
+    }
+    here().write("down/.f.tarnis-part", data_.substr(0, kBeginning));
+    there().write(".f.tarnis-part", data_.substr(0, kBeginning));
+    expectQuiet(tarnis("get", {"--resume", at("t/f"), here().file("down")}));
+    EXPECT_THAT(namesIn(here().file("down")), ElementsAre("f"));
+    EXPECT_EQ(sha256(readFile(here().file("down/f"))), sha256(data_));
+    expectQuiet(tarnis("put", {"--resume", here().file("t/f"), counted("")}));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f", "t"));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+    EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kBeginning);
+}
+
+TEST_F(ResumeTest, ACopyOfAPartBesideTheSourceIsNone)
+{
+    here().makeDirectory("t");
+    here().write("t/f", data_);
+    const std::string other = "another beginning";
+    for (const std::string& copy : {data_.substr(0, 1000), std::string(), other}) {
+        here().write("t/.f.tarnis-part", copy == other ? "short" : copy);
+        there().write(".f.tarnis-part", copy);
+        expectQuiet(tarnis("put", {"--resume", here().file("t/f"), at("")}));
+        EXPECT_THAT(namesIn(there().path()), ElementsAre(".f.tarnis-part", "f"));
+        EXPECT_EQ(readFile(there().file(".f.tarnis-part")), copy);
+        std::filesystem::remove(there().file("f"));
+    }
+}
+
 TEST_F(ResumeTest, AFileThatIsNamedLikeAPartDoesNotKeepItsNeighbourFromGoingOn)
 {
     here().makeDirectory("t");
@@ -416,6 +450,20 @@ TEST_F(ScriptedResumeTest, WhatTheServerHasEmptiedIsNotGivenItsNameBack)
         expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
         EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
     }
+}
+
+TEST_F(ScriptedResumeTest, WhatCannotBeReadIsNotTakenForAPart)
+{
+    here().write("f", data_);
+    here().write(".f.tarnis-part", "beside it");
+    put(".f.tarnis-part", "older");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Open), ".tarnis-part"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
+    EXPECT_EQ(readFile(sftp().path(".f.tarnis-part")), "older");
 }
 
 TEST_F(ScriptedResumeTest, APartThatIsGoneIsNotSaidToHoldWhatStoodThere)

@@ -137,11 +137,12 @@ ResumedCopy::ResumedCopy(const FileSystem::FileSystem2& from, const FileSystem::
     , renaming_(std::move(renaming))
 {}
 
-bool ResumedCopy::run(const std::string& source, const std::string& target, const IsTaken& isTaken)
+bool ResumedCopy::run(const std::string& source, const std::string& target,
+                      const UseOfPath& useOfPath)
 {
     source_ = source;
     target_ = target;
-    if (attempt(isTaken)) {
+    if (attempt(useOfPath)) {
         return true;
     }
     failure_ = FileSystem::Failure::last();
@@ -149,18 +150,14 @@ bool ResumedCopy::run(const std::string& source, const std::string& target, cons
     return false;
 }
 
-bool ResumedCopy::attempt(const IsTaken& isTaken)
+bool ResumedCopy::attempt(const UseOfPath& useOfPath)
 {
     auto info = from_.fileInfo(source_);
     if (!info || !isRegularFile(info->type)) {
         return false;
     }
     info_ = std::move(*info);
-    if (!choosePart(isTaken)) {
-        problem_ = "all names for what is copied are taken";
-        return false;
-    }
-    const auto complete = lookAtTarget() ? isComplete() : std::nullopt;
+    const auto complete = choosePart(useOfPath) && lookAtTarget() ? isComplete() : std::nullopt;
     if (!complete) {
         return false;
     }
@@ -172,15 +169,24 @@ bool ResumedCopy::attempt(const IsTaken& isTaken)
     return start && fillAndCheck(*start) && publish();
 }
 
-bool ResumedCopy::choosePart(const IsTaken& isTaken)
+bool ResumedCopy::choosePart(const UseOfPath& useOfPath)
 {
     for (int number = 1; number <= mostParts; ++number) {
         part_ = partOf(to_, target_, number);
-        if (!isTaken(part_)) {
+        const PathUse use = useOfPath(part_);
+        // What is empty begins as everything does.
+        const bool isDoubtful = use == PathUse::Doubtful && hasRegularFile(part_, 1, info_.size);
+        const auto isPart = isDoubtful ? beginsAlike(part_) : use == PathUse::None;
+        if (isPart.value_or(false)) {
             return true;
+        }
+        if (!isPart && !progress_(0)) {
+            part_.clear();
+            return false;
         }
     }
     part_.clear();
+    problem_ = "all names for what is copied are taken";
     return false;
 }
 

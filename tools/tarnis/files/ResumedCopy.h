@@ -44,11 +44,18 @@ public:
                 Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> options,
                 Progress progress, Renaming renaming);
 
-    /// Whether a path is not to be used for what is copied.
-    using IsTaken = std::function<bool(const std::string& path)>;
+    /// What a path beside the target is to others.
+    enum class PathUse
+    {
+        None,
+        Doubtful, ///< What stands there may be a part all the same: where it begins as the source.
+        Taken,
+    };
+
+    using UseOfPath = std::function<PathUse(const std::string& path)>;
 
     /// False: a failure, or it was stopped. What cannot be preserved is none.
-    bool run(const std::string& source, const std::string& target, const IsTaken& isTaken);
+    bool run(const std::string& source, const std::string& target, const UseOfPath& useOfPath);
 
     /// Why it was false.
     const FileSystem::Failure& failure() const noexcept { return failure_; }
@@ -75,8 +82,8 @@ private:
         std::string ends; ///< Its first bytes and its last ones.
     };
 
-    bool attempt(const IsTaken& isTaken);
-    bool choosePart(const IsTaken& isTaken);
+    bool attempt(const UseOfPath& useOfPath);
+    bool choosePart(const UseOfPath& useOfPath);
     bool startPart();
     void giveBack();
     std::optional<bool> hasBeginning();

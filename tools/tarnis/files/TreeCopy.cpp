@@ -237,8 +237,8 @@ void TreeCopy::resumeFile(const Job& job)
     ResumedCopy copy(
         from_.system(), to_.system(), copyFlags(),
         [this](std::uint64_t done) { return noteProgress(done); }, renaming);
-    const auto isTaken = [&](const std::string& part) { return isOfSource(job, part); };
-    if (copy.run(job.source, job.target, isTaken)) {
+    const auto use = [&](const std::string& part) { return useOf(job, part); };
+    if (copy.run(job.source, job.target, use)) {
         if (!copy.lost().empty()) {
             noteLoss(job, copy.lost());
         }
@@ -268,16 +268,26 @@ void TreeCopy::noteWhatIsKept(const Job& job, const ResumedCopy& copy)
 }
 
 /// Whether a path beside a job's target is for a file of the source: one that is copied too, or
-/// stands beside the job's own.
-bool TreeCopy::isOfSource(const Job& job, const std::string& path) const
+/// stands beside the job's own. A copy of this has its size; what has another may be a part that
+/// was there before.
+ResumedCopy::PathUse TreeCopy::useOf(const Job& job, const std::string& path) const
 {
+    using Use = ResumedCopy::PathUse;
     if (claims_.count(to_.system().pathCanonize(path)) != 0) {
-        return true;
+        return Use::Taken;
+    }
+    if (!job.parentTarget.empty()) {
+        return Use::None;
     }
     const auto& system = from_.system();
     const std::string name = to_.system().pathFileName(path);
-    return job.parentTarget.empty() &&
-           system.fileInfo(system.pathChildId(system.pathParentId(job.source), {name}));
+    const auto neighbour =
+        system.fileInfo(system.pathChildId(system.pathParentId(job.source), {name}));
+    if (!neighbour) {
+        return Use::None;
+    }
+    const auto there = to_.system().fileInfo(path);
+    return there && there->size != neighbour->size ? Use::Doubtful : Use::Taken;
 }
 
 /// Whether the target may perhaps be written, but not its directory.

@@ -84,7 +84,7 @@ private:
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
                       const std::string& said);
     bool isClosed(const Job& job, const FileSystem::Failure& failure) const;
-    bool isOfSource(const Job& job, const std::string& path) const;
+    ResumedCopy::PathUse useOf(const Job& job, const std::string& path) const;
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
     void checkDirectories();
