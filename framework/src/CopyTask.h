@@ -77,7 +77,9 @@ private:
 /// What a copy has learnt of its target's system on the way.
 struct TargetHabits
 {
-    bool keepsToPermissions = false; ///< New files get no more than they are made with.
+    /// What every new file that was looked at had. A permission that has been missing once is given
+    /// to those alone that are made with it.
+    Utilities::Flags<PosixFilePermissionFlag> givenToAll{0777U};
 };
 
 /// What a copy works with from its beginning to its end.

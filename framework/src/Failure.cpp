@@ -33,7 +33,7 @@ constexpr std::array<FailureMeaning, 27> meanings{{
      std::errc::filename_too_long},
     {FailureCode::Protocol, "the answer makes no sense", std::errc::protocol_error},
     {FailureCode::Other, "no reason is known", std::errc::io_error},
-    {FailureCode::IntoItself, "a directory cannot be put into itself"},
+    {FailureCode::IntoItself, "it would be put into itself"},
     {FailureCode::TooDeep, "too many directories below each other"},
     {FailureCode::TooMany, "too many entries"},
     {FailureCode::TooLarge, "the file is too large", std::errc::file_too_large},

@@ -235,14 +235,17 @@ void FileCopy::hide(StorageSystemFile& file, const std::string& path, Permission
         static_cast<void>(narrow(file, path, permissions));
         return;
     }
-    // Of what everybody may read a server is trusted with the rest once it has been seen to keep to
-    // what it is given.
-    if (!task_.habits.keepsToPermissions) {
-        const auto made = task_.target.fileInfo(path);
-        task_.habits.keepsToPermissions =
-            made && (made->permissions & permissions) == made->permissions;
+    // Of what everybody may read a server is trusted with the rest, as far as it has been seen not
+    // to give that to every file.
+    auto& givenToAll = task_.habits.givenToAll;
+    if ((givenToAll & permissions) == givenToAll) {
+        return;
     }
-    if (!task_.habits.keepsToPermissions) {
+    const auto made = task_.target.fileInfo(path);
+    if (made) {
+        givenToAll = givenToAll & made->permissions;
+    }
+    if (!made || (made->permissions & permissions) != made->permissions) {
         static_cast<void>(narrow(file, path, permissions));
     }
 }
@@ -382,16 +385,16 @@ bool FileCopy::overwrite(Outcome& outcome)
 {
     const auto source = openSource();
     const auto target = source != nullptr ? openStanding(*source) : nullptr;
-    return target != nullptr && closeToOthers(*target) && move(*source, *target, outcome) &&
-           cut(*target, outcome.bytes) && preservePermissions(*target, outcome) && target->commit();
+    return target != nullptr && move(*source, *target, outcome) && cut(*target, outcome.bytes) &&
+           preservePermissions(*target, outcome) && target->commit();
 }
 
 /// Nothing is dropped from what stands there before it is known not to be the source under another
-/// name.
+/// name, and closed to those to whom the source is.
 std::unique_ptr<StorageSystemFile> FileCopy::openStanding(StorageSystemFile& source) const
 {
     auto target = task_.target.openItself(targetPath_, Mode::Write);
-    if (target == nullptr || !isAnother(source, *target)) {
+    if (target == nullptr || !isAnother(source, *target) || !closeToOthers(*target)) {
         return nullptr;
     }
     if (target->attributeKeeper_.cut || standing_->size <= source_.size) {
@@ -403,6 +406,8 @@ std::unique_ptr<StorageSystemFile> FileCopy::openStanding(StorageSystemFile& sou
     if (!standing || !size || *standing <= *size) {
         return standing && size ? std::move(target) : nullptr;
     }
+    // Some servers let nobody write a file that is open to be written.
+    target.reset();
     target = task_.target.openItself(targetPath_, Mode::Write | Mode::Truncate);
     return target != nullptr && isUncut(source) ? std::move(target) : nullptr;
 }
@@ -440,11 +445,12 @@ std::optional<std::uint64_t> FileCopy::sizeNow(StorageSystemFile& source) const
 }
 
 /// Takes from what stands there, before the first byte, what it has beyond the source's permissions
-/// if it is to have these.
+/// if it is to have these. Its owner may still have to open it to be written.
 bool FileCopy::closeToOthers(StorageSystemFile& standing) const
 {
-    return !has(Option::PreservePermissions) ||
-           narrow(standing, targetPath_, permissions_ & standing_->permissions) ||
+    const auto wanted =
+        (permissions_ | PosixFilePermissionFlag::OwnerWrite) & standing_->permissions;
+    return !has(Option::PreservePermissions) || narrow(standing, targetPath_, wanted) ||
            has(Option::PreserveBestEffort);
 }
 

@@ -40,7 +40,7 @@ std::optional<StorageSystemFileInfo> StandingEntries::find(const std::string& na
 {
     const auto listed = entries_.find(name);
     const bool isTold = listed != entries_.end();
-    // Servers leave these out of their lists, and what they do not list they have all the same.
+    // Servers leave such names out of their lists, and have what they do not list all the same.
     const bool isHiddenName = !name.empty() && name.front() == '.';
     if (isListed_ && !isTold && !isHiddenName) {
         return std::nullopt;

@@ -189,7 +189,11 @@ void ToolRun::openStreams(const ToolSetup& setup, Launch& launch)
     } else {
         output = launch.keep(openOutput("output"));
     }
-    errorOutput = setup.errorsToTerminal ? Launch::terminal : launch.keep(openOutput("errors"));
+    const int errors = launch.keep(openOutput("errors"));
+    errorOutput = setup.closesErrors ? Launch::closed : errors;
+    if (setup.errorsToTerminal) {
+        errorOutput = Launch::terminal;
+    }
     for (const auto& [number, text] : setup.descriptors) {
         const PipeEnds pipe = makePipe();
         writeAll(pipe.write.get(), text);

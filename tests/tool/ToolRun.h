@@ -40,6 +40,8 @@ struct ToolSetup
     bool outputsToTerminal = false;
     /// Whether standard error goes there.
     bool errorsToTerminal = false;
+    /// Whether standard error is closed.
+    bool closesErrors = false;
     /// Where it runs; empty: where the test runs.
     std::string workingDirectory{};
     /// More open descriptors, by number: pipes that hold the text and then end.

@@ -160,6 +160,55 @@ TEST_F(TransferTest, ResumingKeepsThePart)
     EXPECT_THAT(tool->errorOutput(), HasSubstr("the same command goes on from there"));
 }
 
+TEST_F(TransferTest, TheSecondInterruptOfAResumedUploadSaysWhereTheBeginningMayBe)
+{
+    const std::string data = pseudoRandomBytes(1, kSize);
+    here().write("f", data);
+    there().write("f", data.substr(0, kSize / 100));
+    const auto tool = start(setup("put", {"--resume", here().file("f"), slowly("")}));
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(there().file(".f.tarnis-part")); }))
+        << tool->errorOutput();
+    line().stall();
+    tool->signal(SIGINT);
+    ASSERT_TRUE(waitUntil([&] { return !tool->errorOutput().empty(); }));
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(there().path()), testing::ElementsAre(".f.tarnis-part"));
+    EXPECT_THAT(tool->errorOutput(), testing::EndsWith("tarnis: what stood at " + slowly("f") +
+                                                       " may be in " + slowly(".f.tarnis-part") +
+                                                       ": the same command goes on from there\n"));
+}
+
+TEST_F(TransferTest, ResumingABeginningThatStoodThereSaysWhereAPartOfTheFileIs)
+{
+    const std::string data = pseudoRandomBytes(1, kSize);
+    here().write("f", data);
+    there().write("f", data.substr(0, kSize / 100));
+    const auto tool = start(setup("put", {"--resume", here().file("f"), slowly("")}));
+    ASSERT_TRUE(waitUntil([&] {
+        const std::string part = there().file(".f.tarnis-part");
+        return std::filesystem::exists(part) && std::filesystem::file_size(part) > kSize / 100;
+    })) << tool->errorOutput();
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(there().path()), testing::ElementsAre("f"));
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files, 0 B: a part of the "
+                                               "file is in " +
+                                               slowly("f")));
+}
+
+TEST_F(TransferTest, WritingInPlaceThatIsInterruptedSaysWhatMayBeHalfWritten)
+{
+    here().write("f", pseudoRandomBytes(1, kSize));
+    there().write("f", "");
+    const auto tool =
+        begin(setup("put", {"--inplace", here().file("f"), slowly("f")}), there().path());
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files, 0 B: " + slowly("f") +
+                                               " may be half-written"));
+}
+
 TEST_F(TransferTest, ResumingADownloadKeepsThePart)
 {
     there().write("f", pseudoRandomBytes(1, kSize));

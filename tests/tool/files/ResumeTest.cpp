@@ -287,6 +287,40 @@ TEST_F(ResumeTest, AFileThatIsNamedLikeAPartIsNone)
     EXPECT_EQ(readFile(up + "/t/.f.tarnis-part"), "precious");
 }
 
+TEST_F(ResumeTest, APartOfTheOtherDirectionDoesNotKeepAFileFromGoingOn)
+{
+    here().makeDirectory("down");
+    for (const TemporaryDirectory* const place : {&here(), &there()}) {
+        place->makeDirectory("t");
+        place->write("t/f", data_);
+        place->write("t/.f.tarnis-part", data_.substr(0, 1000));
+    }
+    here().write("down/.f.tarnis-part", data_.substr(0, kBeginning));
+    there().write(".f.tarnis-part", data_.substr(0, kBeginning));
+    expectQuiet(tarnis("get", {"--resume", at("t/f"), here().file("down")}));
+    EXPECT_THAT(namesIn(here().file("down")), ElementsAre("f"));
+    EXPECT_EQ(sha256(readFile(here().file("down/f"))), sha256(data_));
+    expectQuiet(tarnis("put", {"--resume", here().file("t/f"), counted("")}));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f", "t"));
+    EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
+    EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kBeginning);
+}
+
+TEST_F(ResumeTest, ACopyOfAPartBesideTheSourceIsNone)
+{
+    here().makeDirectory("t");
+    here().write("t/f", data_);
+    const std::string other = "another beginning";
+    for (const std::string& copy : {data_.substr(0, 1000), std::string(), other}) {
+        here().write("t/.f.tarnis-part", copy == other ? "short" : copy);
+        there().write(".f.tarnis-part", copy);
+        expectQuiet(tarnis("put", {"--resume", here().file("t/f"), at("")}));
+        EXPECT_THAT(namesIn(there().path()), ElementsAre(".f.tarnis-part", "f"));
+        EXPECT_EQ(readFile(there().file(".f.tarnis-part")), copy);
+        std::filesystem::remove(there().file("f"));
+    }
+}
+
 TEST_F(ResumeTest, AFileThatIsNamedLikeAPartDoesNotKeepItsNeighbourFromGoingOn)
 {
     here().makeDirectory("t");
@@ -357,6 +391,113 @@ TEST_F(ScriptedResumeTest, AnUploadThatFailsGivesTheBeginningItsNameBack)
     sftp().setScript({});
     expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
     EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
+}
+
+TEST_F(ScriptedResumeTest, AnUploadThatFailsOpensNothingOfAPrivateFile)
+{
+    here().write("f", data_, 0600);
+    for (const auto& [space, after] : {std::pair(100'000U, 0600U), std::pair(0U, 0644U)}) {
+        put("f", data_.substr(0, kBeginning));
+        ::chmod(sftp().path("f").c_str(), 0644);
+        SftpScript script;
+        script.diskSpace = space;
+        sftp().setScript(script);
+        const ToolResult result = tarnis("put", {"-p", "--resume", here().file("f"), at("")});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+        EXPECT_EQ(std::filesystem::file_size(sftp().path("f")), kBeginning + space);
+        EXPECT_EQ(modeOf(sftp().path("f")), after);
+    }
+}
+
+TEST_F(ScriptedResumeTest, AFileThatIsRewrittenMeanwhileDropsNothingThatStoodThere)
+{
+    here().write("f", data_);
+    const std::string beginning = data_.substr(0, kBeginning);
+    put("f", beginning);
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Write, 1), SftpActions::stopReading()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("put", {"--resume", here().file("f"), at("")}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Write) > 0; }))
+        << tool->errorOutput();
+    here().write("f", "another" + data_.substr(7));
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("the file changed while it was copied"));
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+    EXPECT_TRUE(readFile(sftp().path("f")).substr(0, kBeginning) == beginning);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(readFile(here().file("f"))));
+}
+
+TEST_F(ScriptedResumeTest, WhatTheServerHasEmptiedIsNotGivenItsNameBack)
+{
+    here().write("f", data_);
+    for (const SftpEmptying emptying : {SftpEmptying::OpenedToWrite, SftpEmptying::FirstWritten}) {
+        put("f", data_.substr(0, kBeginning));
+        SftpScript script;
+        script.emptying = emptying;
+        script.diskSpace = 100'000;
+        sftp().setScript(script);
+        const ToolResult result = tarnis("put", {"--resume", here().file("f"), at("")});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.errorOutput,
+                    HasSubstr("the server has emptied what stood at " + at("f") +
+                              "; what was copied is in " + at(".f.tarnis-part") + ": "));
+        EXPECT_THAT(namesIn(sftp().root()), ElementsAre(".f.tarnis-part"));
+        sftp().setScript({});
+        expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+        EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
+    }
+}
+
+TEST_F(ScriptedResumeTest, WhatCannotBeReadIsNotTakenForAPart)
+{
+    here().write("f", data_);
+    here().write(".f.tarnis-part", "beside it");
+    put(".f.tarnis-part", "older");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Open), ".tarnis-part"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(sftp().path("f"))), sha256(data_));
+    EXPECT_EQ(readFile(sftp().path(".f.tarnis-part")), "older");
+}
+
+TEST_F(ScriptedResumeTest, APartThatIsGoneIsNotSaidToHoldWhatStoodThere)
+{
+    here().write("f", data_);
+    put("f", data_.substr(0, kBeginning));
+    SftpScript script;
+    script.rules = {
+        {onPath(every(SftpPacket::Rename), ".tarnis-part"), SftpActions::stopReading()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("put", {"--resume", here().file("f"), at("")}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Rename) > 1; }))
+        << tool->errorOutput();
+    std::filesystem::remove(sftp().path(".f.tarnis-part"));
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("cannot copy " + here().file("f")));
+    EXPECT_EQ(lineCount(tool->errorOutput()), 1U) << tool->errorOutput();
+}
+
+TEST_F(ScriptedResumeTest, WhatComesToTheTargetMeanwhileKeepsItsPermissions)
+{
+    here().write("f", data_);
+    put("f", data_.substr(0, kBeginning));
+    ::chmod(sftp().path("f").c_str(), 0640);
+    SftpScript script;
+    script.diskSpace = 100'000;
+    script.rules = {
+        {onPath(nth(SftpPacket::Lstat, 1), "/f"), SftpActions::refuse(SftpStatus::NoSuchFile)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {"--resume", here().file("f"), at(sftp().root())});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+    EXPECT_EQ(modeOf(sftp().path("f")), 0640U);
 }
 
 TEST_F(ScriptedResumeTest, AServerThatHasEveryNameIsNotAskedWithoutAnEnd)

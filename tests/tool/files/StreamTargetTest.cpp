@@ -106,6 +106,22 @@ TEST_F(StreamTargetTest, ADescriptorThatTheCallerDidNotPassIsNone)
     }
 }
 
+TEST_F(StreamTargetTest, AStandardStreamThatIsClosedIsNone)
+{
+    there().write("f", "text");
+    for (const char* const name : {"/dev/stdin", "/dev/stdout", "/dev/fd/0", "/dev/fd/1"}) {
+        ToolSetup get = setup("get", {at("f"), name});
+        get.inputKind = Input::Closed;
+        get.outputDescriptor = -1;
+        expectFailure(run(get), std::string("cannot write to ") + name + ": Bad file descriptor\n");
+    }
+    for (const char* const name : {"/dev/stderr", "/dev/fd/2", "/proc/self/fd/2"}) {
+        ToolSetup get = setup("get", {at("f"), name});
+        get.closesErrors = true;
+        EXPECT_EQ(run(get).exitCode, 1) << name;
+    }
+}
+
 TEST_F(StreamTargetTest, AStandardOutputThatNobodyReadsIsLeftAtTheFirstSignal)
 {
     there().write("f", data_);
@@ -222,6 +238,15 @@ TEST_F(InPlaceTest, WritesIntoTheFileThatIsThere)
     EXPECT_EQ(readFile(there().file("other name")), "new");
     expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("new")}));
     EXPECT_EQ(readFile(there().file("new")), "new");
+}
+
+TEST_F(InPlaceTest, DoesNotWriteAFileOverItself)
+{
+    there().write("f", "text");
+    expectFailure(tarnis("cp", {"--inplace", at("f"), at("f")}),
+                  "cannot copy " + at("f") + " to " + at("f") +
+                      ": it would be put into itself (it is the source itself)\n");
+    EXPECT_EQ(readFile(there().file("f")), "text");
 }
 
 TEST_F(InPlaceTest, ResumesNothing)

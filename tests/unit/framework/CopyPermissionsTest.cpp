@@ -143,6 +143,40 @@ TEST_F(CopyPermissions, OfAServerThatKeepsToThemAreLookedAtOnceBeforeTheFirstByt
     EXPECT_EQ(looks, 1);
 }
 
+TEST_F(CopyPermissions, OfAServerAreLookedAtForWhatNoFileHasShownYet)
+{
+    for (const auto& [path, permissions] :
+         {std::pair("/tree/1", 0664U), std::pair("/tree/2", 0664U), std::pair("/tree/3", 0775U),
+          std::pair("/tree/4", 0644U), std::pair("/tree/5", 0755U), std::pair("/tree/6", 0664U)}) {
+        source.addFile(path, "bytes", permissions);
+    }
+    target.behaviour.umask = 0;
+    std::string looked;
+    target.behaviour.onCall = [&](const std::string& operation, const std::string& path) {
+        const bool isPart = path.find(".part") != std::string::npos;
+        if (isPart && operation == "info" && target.has(path) && target.bytesOf(path).empty()) {
+            looked += path[std::string("/copy/.").size()];
+        }
+    };
+    EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive));
+    EXPECT_EQ(looked, "14");
+}
+
+TEST_F(CopyPermissions, ThatEverybodyHasTellNothingOfWhatAServerKeepsTo)
+{
+    source.addFile("/tree/1", "bytes", 0666);
+    source.addFile("/tree/2", "bytes", 0644);
+    target.behaviour.ignoresModes = true;
+    const auto watches = [this](std::uint64_t done, std::uint64_t) {
+        for (const auto& path : target.paths()) {
+            EXPECT_TRUE(done == 0 || path.rfind("/copy/.2.", 0) != 0 ||
+                        target.at(path).permissions.raw() == 0644U);
+        }
+        return true;
+    };
+    EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", watches, Option::Recursive));
+}
+
 TEST_F(CopyPermissions, OfAReplacedLinkAreThoseOfANewFile)
 {
     target.addLink("/copy", "/nowhere");
@@ -228,15 +262,28 @@ TEST_F(CopyPermissions, ToBePreservedInPlaceCloseTheTargetBeforeTheFirstByte)
 TEST_F(CopyPermissions, ToBePreservedInPlaceThatTheTargetCannotHaveFailBeforeTheFirstByte)
 {
     source.addFile("/file", "private", 0600);
-    target.addFile("/copy", "old", 0644);
     target.behaviour.refusesPermissions = true;
-    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::InPlace));
-    EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
-    EXPECT_EQ(target.bytesOf("/copy"), "old");
-    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {},
-                                   preserveAll | Option::InPlace | Option::PreserveBestEffort));
-    EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
-    EXPECT_EQ(target.bytesOf("/copy"), "private");
+    for (const auto* old : {"old", "old and longer than the new one"}) {
+        target.addFile("/copy", old, 0644);
+        EXPECT_FALSE(
+            source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::InPlace));
+        EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
+        EXPECT_EQ(target.bytesOf("/copy"), old);
+        EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {},
+                                       preserveAll | Option::InPlace | Option::PreserveBestEffort));
+        EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
+        EXPECT_EQ(target.bytesOf("/copy"), "private");
+    }
+}
+
+TEST_F(CopyPermissions, ToBePreservedInPlaceOfAReadOnlySourceComeAfterTheLastByte)
+{
+    source.addFile("/file", "bytes", 0444);
+    target.addFile("/copy", "old and longer than the new one", 0644);
+    EXPECT_TRUE(source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::InPlace))
+        << Failure::last().message();
+    EXPECT_EQ(target.bytesOf("/copy"), "bytes");
+    EXPECT_EQ(target.at("/copy").permissions.raw(), 0444U);
 }
 
 TEST_F(CopyPermissions, OfASourceThatBecomesPrivateAreThoseThatItHasWhenItIsOpen)

@@ -249,6 +249,16 @@ TEST_F(CopyTarget, OfASystemThatEmptiesOnOpeningIsWrittenInPlace)
     EXPECT_EQ(target.bytesOf("/old"), "new");
 }
 
+TEST_F(CopyTarget, ThatIsWrittenInPlaceIsOpenOnceAtATime)
+{
+    target.addFile("/old", "old and longer than the new one");
+    target.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
+        EXPECT_TRUE(operation != "open" || path != "/old" || target.openFiles() == 0);
+    };
+    EXPECT_TRUE(copyTo("/old", Option::InPlace)) << Failure::last().message();
+    EXPECT_EQ(target.bytesOf("/old"), "new");
+}
+
 /// One that replaces in one step, as rename(2) does: of two names of one file both stay.
 class ReplacingFileSystem final : public MemoryFileSystem
 {

@@ -303,7 +303,8 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
             return nullptr;
         }
     } else if (node == nullptr || node->kind != MemoryNode::Kind::File ||
-               (creates && mode.has(Mode::Exclusive)) || !may(Permission::OwnerRead, *node)) {
+               (creates && mode.has(Mode::Exclusive)) || !may(Permission::OwnerRead, *node) ||
+               (mode.has(Mode::Write) && !may(Permission::OwnerWrite, *node))) {
         return nullptr;
     }
     if (mode.has(Mode::Truncate) || (behaviour.emptiesOnOpening && mode.has(Mode::Write))) {

@@ -94,7 +94,7 @@ int RemoteCommand::Run::finish()
                                                    : std::chrono::seconds::zero());
     interrupts_.emplace();
     output_.emplace(*process_, false, STDOUT_FILENO);
-    if (wasOutputClosed()) {
+    if (wasClosed(STDOUT_FILENO)) {
         // Nobody wants it, and the command is to run as it would.
         output_->discard();
     }

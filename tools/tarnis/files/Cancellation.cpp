@@ -23,12 +23,19 @@ constexpr int patienceMilliseconds = 10'000;
 
 volatile sig_atomic_t requestCount = 0;
 volatile sig_atomic_t eventWriteEnd = -1;
+// Ready to be written: a signal handler cannot make any. Whoever takes it may use it.
+std::atomic<const char*> lastWords{nullptr};
+static_assert(std::atomic<const char*>::is_always_lock_free, "a signal handler takes it");
 
 extern "C" void requestEnd(int /*number*/)
 {
     const int savedErrno = errno;
     requestCount = requestCount + 1;
     if (requestCount > 1) {
+        const char* const words = lastWords.exchange(nullptr);
+        if (words != nullptr) {
+            tryWrite(STDERR_FILENO, words);
+        }
         ::_exit(ExitCode::failure);
     }
     tryWrite(eventWriteEnd, "x");
@@ -95,6 +102,20 @@ bool Cancellation::waitForEvent(int milliseconds) const
     } while (ready < 0 && errno == EINTR);
     char byte = 0;
     return ready > 0 && ::read(readEnd_.get(), &byte, 1) == 1;
+}
+
+LastWords::LastWords(std::string_view text)
+    : line_(std::make_unique<const std::string>(reportLine(text)))
+{
+    lastWords = line_->c_str();
+}
+
+LastWords::~LastWords()
+{
+    if (lastWords.exchange(nullptr) == nullptr) {
+        // A handler on another thread is writing it, and ends the program next.
+        static_cast<void>(line_.release());
+    }
 }
 
 } // namespace TarnisTool

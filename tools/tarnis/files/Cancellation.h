@@ -5,6 +5,9 @@
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <thread>
 
 namespace Tarnis {
@@ -43,6 +46,20 @@ private:
     std::array<struct sigaction, signals.size()> formerActions_{};
     std::atomic<bool> isOver_{false};
     std::thread thread_;
+};
+
+/// What is still said where the second signal ends the program, while this object lives. One object
+/// at a time.
+class LastWords
+{
+public:
+    explicit LastWords(std::string_view text);
+    LastWords(const LastWords&) = delete;
+    LastWords& operator=(const LastWords&) = delete;
+    ~LastWords();
+
+private:
+    std::unique_ptr<const std::string> line_;
 };
 
 } // namespace TarnisTool

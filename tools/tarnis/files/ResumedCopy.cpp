@@ -29,6 +29,7 @@ constexpr int mostParts = 10;
 constexpr std::uint64_t checkedSize = 32'768;
 constexpr auto ownerOnly = Permission::OwnerRead | Permission::OwnerWrite;
 constexpr const char* suffix = ".tarnis-part";
+constexpr const char* changedMeanwhile = "the file changed while it was copied";
 
 /// FNV-1a: tells long names apart that begin alike, the same in every version.
 std::string hashOf(const std::string& text)
@@ -114,21 +115,34 @@ std::optional<std::string> bytesAt(const StorageSystemFile& file, std::uint64_t 
                                                                  : std::optional(bytes);
 }
 
+/// The first and the last bytes of so much of a file; empty when they cannot be read.
+std::optional<std::string> endsOf(const FileSystem::FileSystem2& system, const std::string& path,
+                                  std::uint64_t size)
+{
+    const auto file = system.fileOpen(path, Mode::Read);
+    const std::uint64_t count = std::min(size, checkedSize);
+    const auto first = file != nullptr ? bytesAt(*file, 0, count) : std::nullopt;
+    const auto last = first ? bytesAt(*file, size - count, count) : std::nullopt;
+    return last ? std::optional(*first + *last) : std::nullopt;
+}
+
 } // namespace
 
 ResumedCopy::ResumedCopy(const FileSystem::FileSystem2& from, const FileSystem::FileSystem2& to,
-                         Utilities::Flags<Option> options, Progress progress)
+                         Utilities::Flags<Option> options, Progress progress, Renaming renaming)
     : from_(from)
     , to_(to)
     , options_(options)
     , progress_(std::move(progress))
+    , renaming_(std::move(renaming))
 {}
 
-bool ResumedCopy::run(const std::string& source, const std::string& target, const IsTaken& isTaken)
+bool ResumedCopy::run(const std::string& source, const std::string& target,
+                      const UseOfPath& useOfPath)
 {
     source_ = source;
     target_ = target;
-    if (attempt(isTaken)) {
+    if (attempt(useOfPath)) {
         return true;
     }
     failure_ = FileSystem::Failure::last();
@@ -136,18 +150,14 @@ bool ResumedCopy::run(const std::string& source, const std::string& target, cons
     return false;
 }
 
-bool ResumedCopy::attempt(const IsTaken& isTaken)
+bool ResumedCopy::attempt(const UseOfPath& useOfPath)
 {
     auto info = from_.fileInfo(source_);
     if (!info || !isRegularFile(info->type)) {
         return false;
     }
     info_ = std::move(*info);
-    if (!choosePart(isTaken)) {
-        problem_ = "all names for what is copied are taken";
-        return false;
-    }
-    const auto complete = lookAtTarget() ? isComplete() : std::nullopt;
+    const auto complete = choosePart(useOfPath) && lookAtTarget() ? isComplete() : std::nullopt;
     if (!complete) {
         return false;
     }
@@ -159,15 +169,24 @@ bool ResumedCopy::attempt(const IsTaken& isTaken)
     return start && fillAndCheck(*start) && publish();
 }
 
-bool ResumedCopy::choosePart(const IsTaken& isTaken)
+bool ResumedCopy::choosePart(const UseOfPath& useOfPath)
 {
     for (int number = 1; number <= mostParts; ++number) {
         part_ = partOf(to_, target_, number);
-        if (!isTaken(part_)) {
+        const PathUse use = useOfPath(part_);
+        // What is empty begins as everything does.
+        const bool isDoubtful = use == PathUse::Doubtful && hasRegularFile(part_, 1, info_.size);
+        const auto isPart = isDoubtful ? beginsAlike(part_) : use == PathUse::None;
+        if (isPart.value_or(false)) {
             return true;
+        }
+        if (!isPart && !progress_(0)) {
+            part_.clear();
+            return false;
         }
     }
     part_.clear();
+    problem_ = "all names for what is copied are taken";
     return false;
 }
 
@@ -188,6 +207,7 @@ std::string ResumedCopy::keptAt() const
 {
     switch (standingAt_) {
     case StandingAt::Part:
+    case StandingAt::Nowhere:
         return part_;
     case StandingAt::TargetAgain:
         return target_;
@@ -246,23 +266,65 @@ bool ResumedCopy::startPart()
             [this](std::uint64_t done, std::uint64_t /*total*/) { return progress_(done); },
             Option::FailIfExists);
     }
+    renaming_(part_);
     if (!to_.fileRenameAs(target_, part_)) {
         return false;
     }
     standingAt_ = StandingAt::Part;
-    return true;
+    // It may have come to the target since that was looked at.
+    const auto info = to_.fileInfo(part_);
+    if (info) {
+        standing_ = info->permissions;
+    }
+    return info.has_value();
 }
 
-/// What was renamed gets its name and its permissions back, with what has been put behind it.
+/// What was renamed gets its name and its permissions back, with what has been put behind it. What
+/// a server has emptied does not: under its own name nobody would see that it is not whole.
 void ResumedCopy::giveBack()
 {
     if (standingAt_ != StandingAt::Part || !to_.isValid()) {
         return;
     }
-    static_cast<void>(to_.fileSetPermissions(part_, *standing_));
+    const auto part = to_.fileInfo(part_);
+    if (!part && FileSystem::Failure::last().code() == FileSystem::FailureCode::NotFound) {
+        // It took the target's name after all, or somebody has removed it.
+        standingAt_ = StandingAt::Target;
+    }
+    const auto isThere = part ? hasBeginning() : std::nullopt;
+    if (!isThere) {
+        return;
+    }
+    if (!*isThere) {
+        standingAt_ = StandingAt::Nowhere;
+        return;
+    }
+    const auto wanted = standing_ ? permissionsOfTargetAgain(part->size) : part->permissions;
+    if (wanted != part->permissions) {
+        static_cast<void>(to_.fileSetPermissions(part_, wanted));
+    }
     if (!to_.fileInfo(target_) && to_.fileRenameAs(part_, target_)) {
         standingAt_ = StandingAt::TargetAgain;
     }
+}
+
+/// Whether the part still has what it held before it was written to; empty when that could not be
+/// found out.
+std::optional<bool> ResumedCopy::hasBeginning()
+{
+    if (!beginning_) {
+        return true;
+    }
+    const auto ends = endsOf(to_, part_, beginning_->size);
+    return ends ? std::optional(*ends == beginning_->ends) : std::nullopt;
+}
+
+/// Where the file was to have the source's permissions, it stays closed to those to whom the source
+/// is, once a byte of the source has come behind what stood there.
+ResumedCopy::Permissions ResumedCopy::permissionsOfTargetAgain(std::uint64_t size) const
+{
+    const bool isGrown = beginning_ && size != beginning_->size;
+    return isGrown && options_.has(Option::PreservePermissions) ? permissionsOfPart() : *standing_;
 }
 
 /// Whether all of a file of the target's system is the beginning of the source; empty when that
@@ -292,14 +354,32 @@ std::optional<bool> ResumedCopy::beginsAlike(const std::string& path)
     return comparison.result() == Result::Same;
 }
 
-/// A server may also lose what the part held when the first byte is written.
+/// A server may also lose what the part held when the first byte is written. Then the copy begins
+/// anew; where the source has become another, that would drop what the part still holds.
 bool ResumedCopy::fillAndCheck(std::uint64_t start)
 {
+    if (start == 0) {
+        beginning_.emplace();
+        return fill(0);
+    }
+    const auto before = endsOf(to_, part_, start);
+    if (!before) {
+        return false;
+    }
+    beginning_ = {start, *before};
     if (!fill(start)) {
         return false;
     }
-    const auto isWhole = isWholeBefore(start);
-    return isWhole && (*isWhole || fill(0));
+    const auto copied = endsOf(to_, part_, start);
+    const auto wanted = endsOf(from_, source_, start);
+    if (!copied || !wanted) {
+        return false;
+    }
+    if (*copied != *wanted && *copied == *before) {
+        problem_ = changedMeanwhile;
+        return false;
+    }
+    return *copied == *wanted || fill(0);
 }
 
 bool ResumedCopy::fill(std::uint64_t start)
@@ -314,34 +394,8 @@ bool ResumedCopy::fill(std::uint64_t start)
     }
     part.reset();
     if (to_.fileSize(part_) != info_.size) {
-        problem_ = "the file changed while it was copied";
+        problem_ = changedMeanwhile;
         return false;
-    }
-    return true;
-}
-
-/// Whether the part still begins, and ends where the rest was put behind it, as the source does.
-/// Empty when that could not be found out.
-std::optional<bool> ResumedCopy::isWholeBefore(std::uint64_t start)
-{
-    if (start == 0) {
-        return true;
-    }
-    const auto there = to_.fileOpen(part_, Mode::Read);
-    const auto source = from_.fileOpen(source_, Mode::Read);
-    if (there == nullptr || source == nullptr) {
-        return std::nullopt;
-    }
-    const std::uint64_t size = std::min(start, checkedSize);
-    for (const std::uint64_t offset : {std::uint64_t(0), start - size}) {
-        const auto here = bytesAt(*source, offset, size);
-        const auto copied = bytesAt(*there, offset, size);
-        if (!here || !copied) {
-            return std::nullopt;
-        }
-        if (*here != *copied) {
-            return false;
-        }
     }
     return true;
 }

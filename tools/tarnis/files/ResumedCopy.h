@@ -20,22 +20,42 @@ namespace TarnisTool {
 /// written.
 ///
 /// A target that is the beginning of the source is copied into the part, where that is on this
-/// machine. On a server that would be to begin anew: it is renamed, and back when the copy fails.
+/// machine. On a server that would be to begin anew: it is renamed, and back when the copy fails,
+/// unless the server has lost what it held.
 class ResumedCopy
 {
 public:
     /// Told how many bytes are in place; false stops the copy, which can go on later.
     using Progress = std::function<bool(std::uint64_t)>;
 
+    /// Told the path that the target is about to be renamed to.
+    using Renaming = std::function<void(const std::string& part)>;
+
+    /// Where that is which stood at the target.
+    enum class StandingAt
+    {
+        Target, ///< It has not been renamed, or what was copied has replaced it.
+        Part,
+        TargetAgain,
+        Nowhere, ///< The server has emptied it; the part has what was copied since.
+    };
+
     ResumedCopy(const FileSystem::FileSystem2& from, const FileSystem::FileSystem2& to,
                 Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> options,
-                Progress progress);
+                Progress progress, Renaming renaming);
 
-    /// Whether a path is not to be used for what is copied.
-    using IsTaken = std::function<bool(const std::string& path)>;
+    /// What a path beside the target is to others.
+    enum class PathUse
+    {
+        None,
+        Doubtful, ///< What stands there may be a part all the same: where it begins as the source.
+        Taken,
+    };
+
+    using UseOfPath = std::function<PathUse(const std::string& path)>;
 
     /// False: a failure, or it was stopped. What cannot be preserved is none.
-    bool run(const std::string& source, const std::string& target, const IsTaken& isTaken);
+    bool run(const std::string& source, const std::string& target, const UseOfPath& useOfPath);
 
     /// Why it was false.
     const FileSystem::Failure& failure() const noexcept { return failure_; }
@@ -43,8 +63,7 @@ public:
     /// Where something is to go on from; empty for nothing.
     std::string keptAt() const;
 
-    /// Whether what stood at the target is there, and not at the target.
-    bool isTargetAway() const noexcept { return standingAt_ == StandingAt::Part; }
+    StandingAt standingAt() const noexcept { return standingAt_; }
 
     /// What kept the copy from going on, where that is no failure of a system; empty otherwise.
     const std::string& problem() const noexcept { return problem_; }
@@ -56,18 +75,19 @@ private:
     using File = std::unique_ptr<FileSystem::StorageSystemFile>;
     using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
 
-    /// Where that is which stood at the target, once it has been renamed.
-    enum class StandingAt
+    /// What the part was before it was written to.
+    struct Beginning
     {
-        Target, ///< It has not.
-        Part,
-        TargetAgain,
+        std::uint64_t size = 0;
+        std::string ends; ///< Its first bytes and its last ones.
     };
 
-    bool attempt(const IsTaken& isTaken);
-    bool choosePart(const IsTaken& isTaken);
+    bool attempt(const UseOfPath& useOfPath);
+    bool choosePart(const UseOfPath& useOfPath);
     bool startPart();
     void giveBack();
+    std::optional<bool> hasBeginning();
+    Permissions permissionsOfTargetAgain(std::uint64_t size) const;
     bool hasRegularFile(const std::string& path, std::uint64_t smallest,
                         std::uint64_t largest) const;
     std::optional<bool> isComplete();
@@ -79,7 +99,6 @@ private:
     File openPart(std::uint64_t start);
     File createPart();
     void hide(const std::string& path, Permissions permissions);
-    std::optional<bool> isWholeBefore(std::uint64_t start);
     bool append(FileSystem::StorageSystemFile& part, std::uint64_t start);
     Permissions permissionsOfPart() const;
     void setAttributes(const std::string& path);
@@ -90,6 +109,7 @@ private:
     const FileSystem::FileSystem2& to_;
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> options_;
     Progress progress_;
+    Renaming renaming_;
     std::string source_;
     std::string target_;
     std::string part_;
@@ -97,6 +117,7 @@ private:
     std::string lost_;
     FileSystem::Failure failure_;
     StandingAt standingAt_ = StandingAt::Target;
+    std::optional<Beginning> beginning_;
     FileSystem::StorageSystemFileInfo info_;
     /// Of the file that stands at the target; empty for none.
     std::optional<Permissions> standing_;

@@ -3,6 +3,7 @@
 #include "Failure.h"
 #include "files/EntryNames.h"
 #include "terminal/ReadyWrite.h"
+#include "terminal/StandardStreams.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -79,6 +80,11 @@ StreamTarget::StreamTarget(std::string path)
 {
     if (const auto number = descriptorAt(path_)) {
         isDescriptor_ = true;
+        // What stands in the place of a closed stream would take everything and keep nothing.
+        if (wasClosed(*number)) {
+            error_ = EBADF;
+            return;
+        }
         descriptor_ = FileDescriptor(::fcntl(*number, F_DUPFD_CLOEXEC, 0));
         error_ = errno;
     }

@@ -3,11 +3,11 @@
 #include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/NewDirectory.h"
-#include "files/ResumedCopy.h"
 #include "files/TreeWalk.h"
 #include "terminal/Messages.h"
 #include "terminal/Units.h"
 
+#include <optional>
 #include <utility>
 
 namespace TarnisTool {
@@ -27,6 +27,7 @@ std::string targetProblem(const FileSystem::Failure& failure)
 }
 
 constexpr const char* notCopyable = "it is no file, directory or link";
+constexpr const char* whereItGoesOn = ": the same command goes on from there";
 
 } // namespace
 
@@ -213,6 +214,9 @@ void TreeCopy::copyWhole(const Job& job)
     }
     const auto failure = FileSystem::Failure::last();
     if (failure.code() != FileSystem::FailureCode::NotKept) {
+        if (options_.isInPlace) {
+            halfWritten_ = to_.display(job.target) + " may be half-written";
+        }
         // What the library says for its own callers is said in the program's words here.
         throw isClosed(job, failure)
             ? failureOf(job, failure,
@@ -225,37 +229,65 @@ void TreeCopy::copyWhole(const Job& job)
 
 void TreeCopy::resumeFile(const Job& job)
 {
-    ResumedCopy copy(from_.system(), to_.system(), copyFlags(),
-                     [this](std::uint64_t done) { return noteProgress(done); });
-    const auto isTaken = [&](const std::string& part) { return isOfSource(job, part); };
-    if (copy.run(job.source, job.target, isTaken)) {
+    std::optional<LastWords> lastWords;
+    const auto renaming = [&](const std::string& part) {
+        lastWords.emplace("what stood at " + to_.display(job.target) + " may be in " +
+                          to_.display(part) + whereItGoesOn);
+    };
+    ResumedCopy copy(
+        from_.system(), to_.system(), copyFlags(),
+        [this](std::uint64_t done) { return noteProgress(done); }, renaming);
+    const auto use = [&](const std::string& part) { return useOf(job, part); };
+    if (copy.run(job.source, job.target, use)) {
         if (!copy.lost().empty()) {
             noteLoss(job, copy.lost());
         }
         return;
     }
-    const std::string kept = copy.keptAt();
-    if (copy.isTargetAway()) {
-        note("what stood at " + to_.display(job.target) + " is in " + to_.display(kept) +
-             ": the same command goes on from there");
-    } else if (!kept.empty()) {
-        note("kept what was copied in " + to_.display(kept) +
-             ": the same command goes on from there");
-    }
+    noteWhatIsKept(job, copy);
     throw failureOf(job, copy.failure(), copy.problem(), copy.failure().text());
 }
 
-/// Whether a path beside a job's target is for a file of the source: one that is copied too, or
-/// stands beside the job's own.
-bool TreeCopy::isOfSource(const Job& job, const std::string& path) const
+void TreeCopy::noteWhatIsKept(const Job& job, const ResumedCopy& copy)
 {
+    using StandingAt = ResumedCopy::StandingAt;
+    const std::string kept = copy.keptAt();
+    if (kept.empty()) {
+        return;
+    }
+    const std::string target = to_.display(job.target);
+    std::string text = "kept what was copied in ";
+    if (copy.standingAt() == StandingAt::Part) {
+        text = "what stood at " + target + " is in ";
+    } else if (copy.standingAt() == StandingAt::Nowhere) {
+        text = "the server has emptied what stood at " + target + "; what was copied is in ";
+    } else if (copy.standingAt() == StandingAt::TargetAgain) {
+        halfWritten_ = "a part of the file is in " + target;
+    }
+    note(text + to_.display(kept) + whereItGoesOn);
+}
+
+/// Whether a path beside a job's target is for a file of the source: one that is copied too, or
+/// stands beside the job's own. A copy of this has its size; what has another may be a part that
+/// was there before.
+ResumedCopy::PathUse TreeCopy::useOf(const Job& job, const std::string& path) const
+{
+    using Use = ResumedCopy::PathUse;
     if (claims_.count(to_.system().pathCanonize(path)) != 0) {
-        return true;
+        return Use::Taken;
+    }
+    if (!job.parentTarget.empty()) {
+        return Use::None;
     }
     const auto& system = from_.system();
     const std::string name = to_.system().pathFileName(path);
-    return job.parentTarget.empty() &&
-           system.fileInfo(system.pathChildId(system.pathParentId(job.source), {name}));
+    const auto neighbour =
+        system.fileInfo(system.pathChildId(system.pathParentId(job.source), {name}));
+    if (!neighbour) {
+        return Use::None;
+    }
+    const auto there = to_.system().fileInfo(path);
+    return there && there->size != neighbour->size ? Use::Doubtful : Use::Taken;
 }
 
 /// Whether the target may perhaps be written, but not its directory.
@@ -355,10 +387,12 @@ void TreeCopy::throwIfCancelled() const
     }
     bar_->clear();
     const std::string files = std::to_string(doneFiles_) + (doneFiles_ == 1 ? " file" : " files");
-    const bool isClean = from_.isAlive() && to_.isAlive();
+    std::string state = "the connection was given up; a part of a file may be left there";
+    if (from_.isAlive() && to_.isAlive()) {
+        state = halfWritten_.empty() ? "no half-written file has taken its name" : halfWritten_;
+    }
     throw Failure(FailureKind::Cancelled, "interrupted after", files + ", " + humanSize(doneBytes_),
-                  isClean ? "no half-written file has taken its name"
-                          : "the connection was given up; a part of a file may be left there");
+                  state);
 }
 
 } // namespace TarnisTool

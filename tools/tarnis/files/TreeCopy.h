@@ -3,6 +3,7 @@
 #include "Failure.h"
 #include "files/Cancellation.h"
 #include "files/Place.h"
+#include "files/ResumedCopy.h"
 #include "terminal/ProgressBar.h"
 
 #include <FileSystem/Failure.h>
@@ -77,12 +78,13 @@ private:
     void copyLink(const Job& job);
     void copyFile(const Job& job);
     void resumeFile(const Job& job);
+    void noteWhatIsKept(const Job& job, const ResumedCopy& copy);
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
                       const std::string& said);
     bool isClosed(const Job& job, const FileSystem::Failure& failure) const;
-    bool isOfSource(const Job& job, const std::string& path) const;
+    ResumedCopy::PathUse useOf(const Job& job, const std::string& path) const;
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
     void checkDirectories();
@@ -105,6 +107,8 @@ private:
     std::uint64_t totalBytes_ = 0;
     std::uint64_t doneBytes_ = 0;
     std::size_t doneFiles_ = 0;
+    /// Said of the file that failed last, where it may be half-written under its own name.
+    std::string halfWritten_;
     bool hasFailed_ = false;
 };
 

@@ -59,10 +59,14 @@ std::string printable(std::string_view text)
     return withoutControls(result);
 }
 
+std::string reportLine(std::string_view text)
+{
+    return "tarnis: " + printable(text) + "\n";
+}
+
 void report(std::string_view text)
 {
-    const std::string line = "tarnis: " + printable(text) + "\n";
-    tryWrite(STDERR_FILENO, line);
+    tryWrite(STDERR_FILENO, reportLine(text));
 }
 
 void reportNote(std::string_view text)

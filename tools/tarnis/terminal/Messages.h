@@ -13,6 +13,9 @@ std::string withoutControls(std::string_view text);
 /// let a hostile server move the cursor, rename the window or fake our messages.
 std::string printable(std::string_view text);
 
+/// The line that report() writes, for whoever cannot make one when it is needed.
+std::string reportLine(std::string_view text);
+
 /// One line on standard error, "tarnis: <text>", written in one piece so that it does not mix with
 /// a remote command's error output.
 void report(std::string_view text);

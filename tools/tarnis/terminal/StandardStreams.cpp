@@ -3,7 +3,9 @@
 #include "Failure.h"
 #include "terminal/FileDescriptor.h"
 
+#include <array>
 #include <csignal>
+#include <cstddef>
 #include <iostream>
 
 #include <fcntl.h>
@@ -15,13 +17,14 @@ namespace {
 
 constexpr const char* nowhere = "/dev/null";
 
-bool isOutputMissing = false;
+// By number.
+std::array<bool, 3> areMissing{};
 
 /// open() takes the lowest number that is free: the streams before this one are there.
-/// \return whether it was closed.
-bool fill(int stream, int flags)
+void fill(int stream, int flags)
 {
-    return ::fcntl(stream, F_GETFD) < 0 && ::open(nowhere, flags) == stream;
+    areMissing.at(static_cast<std::size_t>(stream)) =
+        ::fcntl(stream, F_GETFD) < 0 && ::open(nowhere, flags) == stream;
 }
 
 } // namespace
@@ -29,14 +32,15 @@ bool fill(int stream, int flags)
 void prepareStandardStreams()
 {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    static_cast<void>(fill(STDIN_FILENO, O_RDONLY));
-    isOutputMissing = fill(STDOUT_FILENO, O_RDONLY);
-    static_cast<void>(fill(STDERR_FILENO, O_WRONLY));
+    fill(STDIN_FILENO, O_RDONLY);
+    fill(STDOUT_FILENO, O_RDONLY);
+    fill(STDERR_FILENO, O_WRONLY);
 }
 
-bool wasOutputClosed() noexcept
+bool wasClosed(int descriptor) noexcept
 {
-    return isOutputMissing;
+    const auto number = static_cast<std::size_t>(descriptor);
+    return number < areMissing.size() && areMissing[number];
 }
 
 void closeStandardInput()

@@ -8,8 +8,8 @@ namespace TarnisTool {
 /// without a reader an error instead of the program's end.
 void prepareStandardStreams();
 
-/// Whether standard output was closed when the program began.
-bool wasOutputClosed() noexcept;
+/// Whether a descriptor is that of a standard stream that was closed when the program began.
+bool wasClosed(int descriptor) noexcept;
 
 /// Puts /dev/null in the place of standard input.
 void closeStandardInput();
