@@ -164,10 +164,6 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
         failForLostSftp(path);
         return nullptr;
     }
-    if (path.empty()) {
-        fail(FailureCode::BadName);
-        return nullptr;
-    }
     const bool exclusive = mode.has(StorageSystemFileOpenModeFlag::Create) &&
                            mode.has(StorageSystemFileOpenModeFlag::Exclusive);
     if (exclusive && !mayOpenAsNew(*sftp, path)) {
@@ -243,7 +239,7 @@ bool SSHFileSystemSFTP::do_directoryCreateAs(
     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     const auto sftp = validHandle();
-    if (sftp == nullptr || (path.empty() && !fail(FailureCode::BadName))) {
+    if (sftp == nullptr) {
         return false;
     }
     if (exclusive && directoryExists(path, true)) {

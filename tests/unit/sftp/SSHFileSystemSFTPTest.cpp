@@ -386,9 +386,23 @@ TEST_F(SftpFileSystem, AsksNoServerAboutAnEmptyPath)
 {
     EXPECT_CALL(libssh, sftp_open).Times(0);
     EXPECT_CALL(libssh, sftp_mkdir).Times(0);
+    EXPECT_CALL(libssh, sftp_rmdir).Times(0);
+    EXPECT_CALL(libssh, sftp_unlink).Times(0);
+    EXPECT_CALL(libssh, sftp_chmod).Times(0);
+    EXPECT_CALL(libssh, sftp_rename).Times(0);
     EXPECT_EQ(files.fileOpen("", StorageSystemFileOpenModeFlag::Read), nullptr);
     EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
     EXPECT_FALSE(files.directoryCreateAs("", true));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.directoryRemove(""));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileRemove(""));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileSetPermissions("", PosixFilePermissionFlag::OwnerRead));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileRenameAs("", "/new"));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileRenameAs("/f", ""));
     EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
 }
 
