@@ -1,3 +1,4 @@
+#include "sftp/SFTPCall.h"
 #include "sftp/SftpFixture.h"
 
 #include <FileSystem/Failure.h>
@@ -380,6 +381,22 @@ TEST_F(SftpFileSystem, MakesNoDirectoryWhereTheServerWouldSayThatItMadeWhatStand
     EXPECT_CALL(libssh, sftp_lstat(&sftp, StrEq("/new"))).WillOnce(Return(nullptr));
     EXPECT_CALL(libssh, sftp_mkdir(&sftp, StrEq("/new"), _)).Times(1);
     EXPECT_TRUE(files.directoryCreateAs("/new", false));
+}
+
+TEST_F(SftpFileSystem, IsLostAndNotInvalidWhenItsLostSessionIsRetiredMeanwhile)
+{
+    const auto retire = [this](sftp_session) -> int {
+        handle->lossMark() = true;
+        throw handle_fatal_error("invalid");
+    };
+    EXPECT_EQ(Tarnis::callUnlessLost(*handle, retire), std::nullopt);
+    EXPECT_EQ(Tarnis::callSftp(*handle, "/f", retire), -1);
+}
+
+TEST_F(SftpFileSystem, IsInvalidWhenItsSessionIsRetiredMeanwhileAndNotLost)
+{
+    const auto retire = [](sftp_session) -> int { throw handle_fatal_error("invalid"); };
+    EXPECT_THROW(Tarnis::callUnlessLost(*handle, retire), handle_fatal_error);
 }
 
 TEST_F(SftpFileSystem, AsksNoServerAboutAnEmptyPath)
