@@ -245,12 +245,7 @@ bool SSHFileSystemSFTP::do_directoryCreateAs(
     if (exclusive && directoryExists(path, true)) {
         return fail(FailureCode::Exists, {}, path);
     }
-    // Of many threads that make one directory only one may be told that it has made it.
-    const auto lock = sftp->getLock();
-    if (!mayMakeDirectory(*sftp, path)) {
-        return false;
-    }
-    const bool made = callSftp(*sftp, path, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
+    const bool made = Tarnis::makeDirectory(*sftp, path, permissions.raw());
     if (!made) {
         const std::string parent = pathParentId(pathRemoveTrailingSlash(path));
         explainMaking(*sftp, path, parent.empty() ? "." : parent);
