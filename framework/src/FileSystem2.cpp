@@ -69,8 +69,8 @@ std::optional<std::string> FileSystem2::linkPlace(const std::string& target,
                                                   const std::string& linkPath)
 {
     auto place = PathText::removeTrailingSlash(linkPath);
-    const bool isPossible = isPath(target) && (!target.empty() || fail(FailureCode::BadName)) &&
-                            isPath(place) && isName(PathText::fileName(place));
+    const bool isPossible =
+        namesEntry(target) && isPath(place) && isName(PathText::fileName(place));
     return isPossible ? std::make_optional(std::move(place)) : std::nullopt;
 }
 
@@ -142,20 +142,21 @@ FileSystem2::fileCreateAs(const std::string& path, bool failIfExists, bool makeP
                           Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("fileCreateAs", path);
-    return scope.result(
-        isPath(path) ? own(do_fileCreateAs(path, failIfExists, makePath, permissions)) : nullptr);
+    return scope.result(namesEntry(path)
+                            ? own(do_fileCreateAs(path, failIfExists, makePath, permissions))
+                            : nullptr);
 }
 
 bool FileSystem2::fileRenameAs(const std::string& path, const std::string& newPath) const
 {
     FailureScope scope("fileRenameAs", path, newPath);
-    return scope.result(isPath(path) && isPath(newPath) && renameTo(path, newPath));
+    return scope.result(namesEntry(path) && namesEntry(newPath) && renameTo(path, newPath));
 }
 
 bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newPath) const
 {
     FailureScope scope("fileReplaceAs", path, newPath);
-    if (!isPath(newPath)) {
+    if (!namesEntry(newPath)) {
         return scope.result(false);
     }
     const auto source = fileInfo(path);
@@ -173,7 +174,7 @@ bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newP
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const
 {
     FailureScope scope("fileMoveAs", path, newPath);
-    return scope.result(isPath(path) && isPath(newPath) && do_fileMoveAs(path, newPath));
+    return scope.result(namesEntry(path) && namesEntry(newPath) && do_fileMoveAs(path, newPath));
 }
 
 bool FileSystem2::fileCopyAs(const std::string& path, const StorageSystem& target,
@@ -182,21 +183,21 @@ bool FileSystem2::fileCopyAs(const std::string& path, const StorageSystem& targe
                              std::optional<std::uint64_t> bufferSize) const
 {
     FailureScope scope("fileCopyAs", path, targetPath);
-    return scope.result(isPath(path) && isPath(targetPath) &&
+    return scope.result(namesEntry(path) && namesEntry(targetPath) &&
                         do_fileCopyAs(path, target, targetPath, progress, options, bufferSize));
 }
 
 std::optional<FileMetaData> FileSystem2::fileMetaData(const std::string& path) const
 {
     FailureScope scope("fileMetaData", path);
-    return scope.result(isPath(path) ? do_fileMetaData(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileMetaData(path) : std::nullopt);
 }
 
 bool FileSystem2::fileSymbolicLinkCreateAs(const std::string& target, const std::string& linkPath,
                                            bool failIfLinkExists) const
 {
     FailureScope scope("fileSymbolicLinkCreateAs", linkPath, target);
-    return scope.result(isPath(target) && isPath(linkPath) &&
+    return scope.result(isPath(target) && namesEntry(linkPath) &&
                         do_fileSymbolicLinkCreateAs(target, linkPath, failIfLinkExists));
 }
 
@@ -204,32 +205,34 @@ bool FileSystem2::directoryCreateAs(const std::string& path, bool exclusive,
                                     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("directoryCreateAs", path);
-    return scope.result(isPath(path) && do_directoryCreateAs(path, exclusive, permissions));
+    return scope.result(namesEntry(path) && do_directoryCreateAs(path, exclusive, permissions));
 }
 
 bool FileSystem2::directoryMakePath(const std::string& path, bool exclusive,
                                     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("directoryMakePath", path);
-    return scope.result(isPath(path) && do_directoryMakePath(path, exclusive, permissions));
+    return scope.result(namesEntry(path) && do_directoryMakePath(path, exclusive, permissions));
 }
 
 bool FileSystem2::directoryRemove(const std::string& path) const
 {
     FailureScope scope("directoryRemove", path);
-    return scope.result(isPath(path) && do_directoryRemove(path));
+    return scope.result(namesEntry(path) && do_directoryRemove(path));
 }
 
 bool FileSystem2::directoryRenameAs(const std::string& path, const std::string& newPath) const
 {
     FailureScope scope("directoryRenameAs", path, newPath);
-    return scope.result(isPath(path) && isPath(newPath) && do_directoryRenameAs(path, newPath));
+    return scope.result(namesEntry(path) && namesEntry(newPath) &&
+                        do_directoryRenameAs(path, newPath));
 }
 
 bool FileSystem2::directoryMoveAs(const std::string& path, const std::string& newPath) const
 {
     FailureScope scope("directoryMoveAs", path, newPath);
-    return scope.result(isPath(path) && isPath(newPath) && do_directoryMoveAs(path, newPath));
+    return scope.result(namesEntry(path) && namesEntry(newPath) &&
+                        do_directoryMoveAs(path, newPath));
 }
 
 std::vector<std::string>
@@ -245,7 +248,7 @@ bool FileSystem2::directorySymbolicLinkCreateAs(const std::string& target,
                                                 bool failIfLinkExists) const
 {
     FailureScope scope("directorySymbolicLinkCreateAs", linkPath, target);
-    return scope.result(isPath(target) && isPath(linkPath) &&
+    return scope.result(isPath(target) && namesEntry(linkPath) &&
                         do_directorySymbolicLinkCreateAs(target, linkPath, failIfLinkExists));
 }
 
@@ -674,8 +677,7 @@ bool FileSystem2::do_directoryMakePath(const std::string& path, bool exclusive,
         missing.push_back(way);
     }
     if (missing.empty()) {
-        const auto reason = path.empty() ? FailureCode::BadName : FailureCode::Exists;
-        return (!exclusive && !path.empty()) || fail(reason, {}, path);
+        return !exclusive || fail(FailureCode::Exists, {}, path);
     }
     return std::all_of(missing.rbegin(), missing.rend(), [&](const std::string& directory) {
         const bool isLast = &directory == &missing.front();

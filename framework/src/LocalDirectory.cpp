@@ -18,7 +18,8 @@ LocalDirectory::LocalDirectory(const std::string& path, std::uint64_t limit)
     : directory_(::opendir(systemPath(path)))
     , left_(limit)
 {
-    static_cast<void>(LocalError::succeeded(directory_ != nullptr));
+    static_cast<void>(path.empty() ? fail(FailureCode::BadName)
+                                   : LocalError::succeeded(directory_ != nullptr));
 }
 
 LocalDirectory::LocalDirectory(const FileDescriptor& directory)

@@ -37,11 +37,6 @@ mode_t modeOf(Utilities::Flags<PosixFilePermissionFlag> permissions)
     return static_cast<mode_t>(permissions.raw()) & permissionBits;
 }
 
-bool hasNul(const std::string& path)
-{
-    return path.find('\0') != std::string::npos;
-}
-
 // Without O_NONBLOCK a pipe that nobody writes to would hold the call up for ever, and without
 // O_NOCTTY a terminal could become the process's own.
 FileDescriptor openDescriptor(const std::string& path, int flags, mode_t mode)
@@ -354,10 +349,6 @@ std::optional<std::uint32_t> LocalFileSystem::fileMode(const std::string& path) 
 std::optional<StorageSystemStorageInfo>
 LocalFileSystem::do_fileStorageInfo(const std::string& path) const
 {
-    if (path.empty() || hasNul(path)) {
-        fail(FailureCode::BadName);
-        return std::nullopt;
-    }
     // A link stands on the volume that holds it, whatever it leads to.
     std::string place = isLink(path) ? pathParentId(path) : path;
     auto info = volumeOf(place);

@@ -17,6 +17,14 @@ inline bool isPath(const std::string& path)
     return PathText::canBePath(path) || fail(FailureCode::BadName);
 }
 
+/// The same for the path of what an operation is about: systems take an empty one for nothing or
+/// for their start directory, which whoever passes an empty variable does not mean. The directory
+/// that a name is joined to may be empty.
+inline bool namesEntry(const std::string& path)
+{
+    return isPath(path) && (!path.empty() || fail(FailureCode::BadName));
+}
+
 /// Whether it names an entry of a directory and nothing else.
 inline bool isName(const std::string& name)
 {

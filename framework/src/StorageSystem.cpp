@@ -100,7 +100,7 @@ StorageSystem::fileOpen(const std::string& path,
                         Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("fileOpen", path);
-    return scope.result(isPath(path) ? own(do_fileOpen(path, mode, permissions)) : nullptr);
+    return scope.result(namesEntry(path) ? own(do_fileOpen(path, mode, permissions)) : nullptr);
 }
 
 /// Where the system cannot refuse to follow a link, it follows one.
@@ -112,7 +112,7 @@ StorageSystem::openItself(const std::string& path,
         return fileOpen(path, mode);
     }
     FailureScope scope("fileOpen", path);
-    return scope.result(isPath(path) ? own(selfOpener_(path, mode)) : nullptr);
+    return scope.result(namesEntry(path) ? own(selfOpener_(path, mode)) : nullptr);
 }
 
 std::unique_ptr<StorageSystemFile>
@@ -137,14 +137,14 @@ std::uint64_t StorageSystem::listingLimit() const noexcept
 bool StorageSystem::fileIsSymbolicLink(const std::string& path) const
 {
     FailureScope scope("fileIsSymbolicLink", path);
-    return scope.answer(isPath(path) && do_fileIsSymbolicLink(path));
+    return scope.answer(namesEntry(path) && do_fileIsSymbolicLink(path));
 }
 
 bool StorageSystem::fileExists(const std::string& path, bool linkCounts) const
 {
     FailureScope scope("fileExists", path);
     if (linkCounts) {
-        return scope.answer(isPath(path) && do_fileExists(path));
+        return scope.answer(namesEntry(path) && do_fileExists(path));
     }
     const auto type = fileType(path);
     return scope.answer(type && !isDirectory(*type) && !isSymbolicLink(*type));
@@ -153,49 +153,50 @@ bool StorageSystem::fileExists(const std::string& path, bool linkCounts) const
 std::optional<std::uint64_t> StorageSystem::fileSize(const std::string& path) const
 {
     FailureScope scope("fileSize", path);
-    return scope.result(isPath(path) ? do_fileSize(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileSize(path) : std::nullopt);
 }
 
 std::optional<StorageSystemFileInfo> StorageSystem::fileInfo(const std::string& path) const
 {
     FailureScope scope("fileInfo", path);
-    return scope.result(isPath(path) ? do_fileInfo(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileInfo(path) : std::nullopt);
 }
 
 std::optional<Utilities::Flags<StorageSystemFileTypeFlag>>
 StorageSystem::fileType(const std::string& path) const
 {
     FailureScope scope("fileType", path);
-    return scope.result(isPath(path) ? do_fileType(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileType(path) : std::nullopt);
 }
 
 std::optional<StorageSystemStorageInfo>
 StorageSystem::fileStorageInfo(const std::string& path) const
 {
     FailureScope scope("fileStorageInfo", path);
-    return scope.result(isPath(path) ? do_fileStorageInfo(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileStorageInfo(path) : std::nullopt);
 }
 
 bool StorageSystem::fileRemove(const std::string& path) const
 {
     FailureScope scope("fileRemove", path);
-    return scope.result(isPath(path) && do_fileRemove(path));
+    return scope.result(namesEntry(path) && do_fileRemove(path));
 }
 
 std::optional<std::string> StorageSystem::fileRename(const std::string& path,
                                                      const std::string& newName) const
 {
     FailureScope scope("fileRename", path, newName);
-    return scope.result(isPath(path) && isPath(newName) ? do_fileRename(path, newName)
-                                                        : std::nullopt);
+    return scope.result(namesEntry(path) && isPath(newName) ? do_fileRename(path, newName)
+                                                            : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::fileMove(const std::string& path,
                                                    const std::string& targetDirectory) const
 {
     FailureScope scope("fileMove", path, targetDirectory);
-    return scope.result(isPath(path) && isPath(targetDirectory) ? do_fileMove(path, targetDirectory)
-                                                                : std::nullopt);
+    return scope.result(namesEntry(path) && isPath(targetDirectory)
+                            ? do_fileMove(path, targetDirectory)
+                            : std::nullopt);
 }
 
 std::optional<std::string>
@@ -206,7 +207,7 @@ StorageSystem::fileCopy(const std::string& path, const StorageSystem& target,
                         std::optional<std::uint64_t> bufferSize) const
 {
     FailureScope scope("fileCopy", path, targetDirectory);
-    return scope.result(isPath(path) && isPath(targetDirectory) && isPath(name)
+    return scope.result(namesEntry(path) && isPath(targetDirectory) && isPath(name)
                             ? do_fileCopy(path, target, targetDirectory, name, failIfExists,
                                           progress, options, bufferSize)
                             : std::nullopt);
@@ -216,26 +217,26 @@ std::optional<Utilities::Flags<PosixFilePermissionFlag>>
 StorageSystem::fileGetPermissions(const std::string& path) const
 {
     FailureScope scope("fileGetPermissions", path);
-    return scope.result(isPath(path) ? do_fileGetPermissions(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileGetPermissions(path) : std::nullopt);
 }
 
 bool StorageSystem::fileSetPermissions(const std::string& path,
                                        Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("fileSetPermissions", path);
-    return scope.result(isPath(path) && do_fileSetPermissions(path, permissions));
+    return scope.result(namesEntry(path) && do_fileSetPermissions(path, permissions));
 }
 
 std::optional<StorageSystemTimePoint> StorageSystem::fileGetModTime(const std::string& path) const
 {
     FailureScope scope("fileGetModTime", path);
-    return scope.result(isPath(path) ? do_fileGetModTime(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileGetModTime(path) : std::nullopt);
 }
 
 bool StorageSystem::fileSetModTime(const std::string& path, StorageSystemTimePoint time) const
 {
     FailureScope scope("fileSetModTime", path);
-    return scope.result(isPath(path) && do_fileSetModTime(path, time));
+    return scope.result(namesEntry(path) && do_fileSetModTime(path, time));
 }
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkCreate(const std::string& linkDirectory,
@@ -253,21 +254,21 @@ std::optional<std::string> StorageSystem::fileSymbolicLinkCreate(const std::stri
 std::optional<std::string> StorageSystem::fileSymbolicLinkTarget(const std::string& path) const
 {
     FailureScope scope("fileSymbolicLinkTarget", path);
-    return scope.result(isPath(path) ? do_fileSymbolicLinkTarget(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileSymbolicLinkTarget(path) : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::fileSymbolicLinkTargetFileId(const std::string& path,
                                                                        bool followChain) const
 {
     FailureScope scope("fileSymbolicLinkTargetFileId", path);
-    return scope.result(isPath(path) ? do_fileSymbolicLinkTargetFileId(path, followChain)
-                                     : std::nullopt);
+    return scope.result(namesEntry(path) ? do_fileSymbolicLinkTargetFileId(path, followChain)
+                                         : std::nullopt);
 }
 
 bool StorageSystem::fileSymbolicLinkRemove(const std::string& path) const
 {
     FailureScope scope("fileSymbolicLinkRemove", path);
-    return scope.result(isPath(path) && do_fileSymbolicLinkRemove(path));
+    return scope.result(namesEntry(path) && do_fileSymbolicLinkRemove(path));
 }
 
 std::string StorageSystem::canonizeDirectoryId(const std::string& path) const
@@ -279,19 +280,19 @@ std::optional<Utilities::Flags<StorageSystemFileTypeFlag>>
 StorageSystem::directoryType(const std::string& path) const
 {
     FailureScope scope("directoryType", path);
-    return scope.result(isPath(path) ? do_directoryType(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_directoryType(path) : std::nullopt);
 }
 
 bool StorageSystem::directoryIsSymbolicLink(const std::string& path) const
 {
     FailureScope scope("directoryIsSymbolicLink", path);
-    return scope.answer(isPath(path) && do_directoryIsSymbolicLink(path));
+    return scope.answer(namesEntry(path) && do_directoryIsSymbolicLink(path));
 }
 
 std::optional<StorageSystemFileInfo> StorageSystem::directoryInfo(const std::string& path) const
 {
     FailureScope scope("directoryInfo", path);
-    return scope.result(isPath(path) ? do_directoryInfo(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_directoryInfo(path) : std::nullopt);
 }
 
 std::optional<std::string>
@@ -309,7 +310,7 @@ bool StorageSystem::directoryExists(const std::string& path, bool linkCounts) co
 {
     FailureScope scope("directoryExists", path);
     if (linkCounts) {
-        return scope.answer(isPath(path) && do_directoryExists(path));
+        return scope.answer(namesEntry(path) && do_directoryExists(path));
     }
     // With a slash behind it a link would be taken for the directory that it leads to.
     const auto type = fileType(PathText::removeTrailingSlash(path));
@@ -319,22 +320,22 @@ bool StorageSystem::directoryExists(const std::string& path, bool linkCounts) co
 bool StorageSystem::directoryRemove(const std::string& path, bool recursive) const
 {
     FailureScope scope("directoryRemove", path);
-    return scope.result(isPath(path) && do_directoryRemove(path, recursive));
+    return scope.result(namesEntry(path) && do_directoryRemove(path, recursive));
 }
 
 std::optional<std::string> StorageSystem::directoryRename(const std::string& path,
                                                           const std::string& newName) const
 {
     FailureScope scope("directoryRename", path, newName);
-    return scope.result(isPath(path) && isPath(newName) ? do_directoryRename(path, newName)
-                                                        : std::nullopt);
+    return scope.result(namesEntry(path) && isPath(newName) ? do_directoryRename(path, newName)
+                                                            : std::nullopt);
 }
 
 std::optional<std::string> StorageSystem::directoryMove(const std::string& path,
                                                         const std::string& targetDirectory) const
 {
     FailureScope scope("directoryMove", path, targetDirectory);
-    return scope.result(isPath(path) && isPath(targetDirectory)
+    return scope.result(namesEntry(path) && isPath(targetDirectory)
                             ? do_directoryMove(path, targetDirectory)
                             : std::nullopt);
 }
@@ -360,7 +361,7 @@ std::optional<std::vector<StorageSystemFileInfo>>
 StorageSystem::directoryReadFully(const std::string& path) const
 {
     FailureScope scope("directoryReadFully", path);
-    if (!isPath(path)) {
+    if (!namesEntry(path)) {
         return scope.result(std::optional<std::vector<StorageSystemFileInfo>>());
     }
     if (directoryReader_) {
@@ -375,7 +376,7 @@ StorageSystem::directoryReadFully(const std::string& path) const
 std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const
 {
     FailureScope scope("absolutePath", path);
-    if (!isPath(path) || (path.empty() && !fail(FailureCode::BadName))) {
+    if (!namesEntry(path)) {
         return scope.result(std::optional<std::string>());
     }
     if (PathText::isAbsolute(path)) {
@@ -421,34 +422,34 @@ std::optional<StorageSystemStorageInfo>
 StorageSystem::directoryStorageInfo(const std::string& path) const
 {
     FailureScope scope("directoryStorageInfo", path);
-    return scope.result(isPath(path) ? do_directoryStorageInfo(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_directoryStorageInfo(path) : std::nullopt);
 }
 
 std::optional<Utilities::Flags<PosixFilePermissionFlag>>
 StorageSystem::directoryGetPermissions(const std::string& path) const
 {
     FailureScope scope("directoryGetPermissions", path);
-    return scope.result(isPath(path) ? do_directoryGetPermissions(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_directoryGetPermissions(path) : std::nullopt);
 }
 
 bool StorageSystem::directorySetPermissions(
     const std::string& path, Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     FailureScope scope("directorySetPermissions", path);
-    return scope.result(isPath(path) && do_directorySetPermissions(path, permissions));
+    return scope.result(namesEntry(path) && do_directorySetPermissions(path, permissions));
 }
 
 std::optional<StorageSystemTimePoint>
 StorageSystem::directoryGetModTime(const std::string& path) const
 {
     FailureScope scope("directoryGetModTime", path);
-    return scope.result(isPath(path) ? do_directoryGetModTime(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_directoryGetModTime(path) : std::nullopt);
 }
 
 bool StorageSystem::directorySetModTime(const std::string& path, StorageSystemTimePoint time) const
 {
     FailureScope scope("directorySetModTime", path);
-    return scope.result(isPath(path) && do_directorySetModTime(path, time));
+    return scope.result(namesEntry(path) && do_directorySetModTime(path, time));
 }
 
 std::optional<std::string>
@@ -466,7 +467,7 @@ StorageSystem::directorySymbolicLinkCreate(const std::string& linkDirectory,
 std::optional<std::string> StorageSystem::directorySymbolicLinkTarget(const std::string& path) const
 {
     FailureScope scope("directorySymbolicLinkTarget", path);
-    return scope.result(isPath(path) ? do_directorySymbolicLinkTarget(path) : std::nullopt);
+    return scope.result(namesEntry(path) ? do_directorySymbolicLinkTarget(path) : std::nullopt);
 }
 
 std::optional<std::string>
@@ -474,14 +475,15 @@ StorageSystem::directorySymbolicLinkTargetDirectoryId(const std::string& path,
                                                       bool followChain) const
 {
     FailureScope scope("directorySymbolicLinkTargetDirectoryId", path);
-    return scope.result(isPath(path) ? do_directorySymbolicLinkTargetDirectoryId(path, followChain)
-                                     : std::nullopt);
+    return scope.result(namesEntry(path)
+                            ? do_directorySymbolicLinkTargetDirectoryId(path, followChain)
+                            : std::nullopt);
 }
 
 bool StorageSystem::directorySymbolicLinkRemove(const std::string& path) const
 {
     FailureScope scope("directorySymbolicLinkRemove", path);
-    return scope.result(isPath(path) && do_directorySymbolicLinkRemove(path));
+    return scope.result(namesEntry(path) && do_directorySymbolicLinkRemove(path));
 }
 
 std::string StorageSystem::displayPath(const std::string& path) const

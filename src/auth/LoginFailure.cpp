@@ -82,7 +82,7 @@ void noteLoginFailure(SSHHandleSession& session, int answer)
     const bool isLibsshs = code != SSHFailureCode::MoreRequired && code != SSHFailureCode::TimedOut;
     if (isLibsshs) {
         FileSystem::fail(code, FileSystem::FailureSource::Transport, ssh_get_error_code(asked),
-                         transportText(asked));
+                         transportFailureText(asked));
     } else {
         FileSystem::fail(code, code == SSHFailureCode::MoreRequired ? listOf(offeredMethods(asked))
                                                                     : std::string());

@@ -9,6 +9,7 @@ ChannelExit::ChannelExit(ssh_channel channel)
     callbacks_.userdata = this;
     callbacks_.channel_exit_status_function = onStatus;
     callbacks_.channel_exit_signal_function = onSignal;
+    callbacks_.channel_close_function = onClose;
     static_cast<void>(ssh_add_channel_callbacks(channel_, &callbacks_));
 }
 
@@ -31,6 +32,11 @@ void ChannelExit::onSignal(ssh_session /*session*/, ssh_channel /*channel*/, con
     } catch (...) {
         // libssh is C and must not see it. Without memory for its name, the signal is not told.
     }
+}
+
+void ChannelExit::onClose(ssh_session /*session*/, ssh_channel /*channel*/, void* self)
+{
+    static_cast<ChannelExit*>(self)->markClosed();
 }
 
 } // namespace Tarnis

@@ -31,15 +31,22 @@ public:
     /// The signal's name, without "SIG"; empty while none was reported.
     const std::optional<std::string>& signal() const noexcept { return signal_; }
 
+    /// Whether the channel was closed, by either side, so that nothing more can be reported.
+    bool isClosed() const noexcept { return closed_; }
+
+    void markClosed() noexcept { closed_ = true; }
+
 private:
     static void onStatus(ssh_session session, ssh_channel channel, int status, void* self);
     static void onSignal(ssh_session session, ssh_channel channel, const char* signal, int core,
                          const char* message, const char* language, void* self);
+    static void onClose(ssh_session session, ssh_channel channel, void* self);
 
     ssh_channel channel_;
     ssh_channel_callbacks_struct callbacks_{};
     std::optional<int> status_;
     std::optional<std::string> signal_;
+    bool closed_ = false;
 };
 
 } // namespace Tarnis

@@ -51,6 +51,14 @@ public:
     /// the lock.
     const ChannelExit* getExit() const noexcept { return exit_.get(); }
 
+    /// To be told when the channel was closed from here. Under the lock.
+    void markClosed() noexcept
+    {
+        if (exit_ != nullptr) {
+            exit_->markClosed();
+        }
+    }
+
 protected:
     void do_invalidate() override;
 

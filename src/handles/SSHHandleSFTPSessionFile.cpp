@@ -1,5 +1,7 @@
 #include "handles/SSHHandleSFTPSessionFile.h"
 
+#include "handles/SFTPLoss.h"
+
 namespace Tarnis {
 
 SSHHandleSFTPSessionFile::SSHHandleSFTPSessionFile(SSHHandleSFTPSession* sftp, sftp_file file)
@@ -16,7 +18,7 @@ SSHHandleSFTPSessionFile::~SSHHandleSFTPSessionFile()
 void SSHHandleSFTPSessionFile::abandon() noexcept
 {
     const sftp_file file = getResource();
-    if (file != nullptr) {
+    if (file != nullptr && file->handle != nullptr) {
         ssh_string_free(file->handle);
         file->handle = nullptr;
     }
@@ -27,7 +29,7 @@ bool SSHHandleSFTPSessionFile::commit()
     const auto lock = getLock();
     const sftp_file file = takeFile();
     if (file != nullptr) {
-        committed_ = sftp_close(file) == SSH_OK;
+        committed_ = close(file);
     }
     HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
     return committed_;
@@ -44,11 +46,36 @@ void SSHHandleSFTPSessionFile::do_invalidate()
 {
     // Past the base that would free the file under the eyes of isAtEnd().
     HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
-    release(takeFile());
+    const sftp_file file = takeFile();
+    if (file != nullptr) {
+        close(file);
+    }
 }
 
+/// Whether the server confirmed it.
+bool SSHHandleSFTPSessionFile::close(sftp_file file)
+{
+    if (file->handle == nullptr) {
+        // Abandoned: the SFTP session may be gone altogether, and nobody is asked.
+        sftp_close(file);
+        return false;
+    }
+    const sftp_session sftp = file->sftp;
+    sftp->errnum = SSH_FX_OK;
+    const int result = sftp_close(file);
+    if (result < 0) {
+        // A reply that could not be read may have been another one, which somebody waits for.
+        markIfLost(sftp, lossMark());
+    }
+    return result == SSH_OK;
+}
+
+/// What the caller closes then. A lost SFTP session is not asked: nobody would answer.
 sftp_file SSHHandleSFTPSessionFile::takeFile()
 {
+    if (isLost()) {
+        abandon();
+    }
     const std::lock_guard<std::mutex> nobodyLooks(looking_);
     return exchangeResource(nullptr);
 }

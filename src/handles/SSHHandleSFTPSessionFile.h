@@ -17,7 +17,7 @@
 namespace Tarnis {
 
 /// Handle of one open remote file. Invalidated on its own, it closes the file and waits for the
-/// server's answer; with its SFTP session, it only frees memory.
+/// server's answer; with its SFTP session, or once that is lost, it only frees memory.
 class SSHHandleSFTPSessionFile final
     : public SSHHandleObjectWrapper<
           FileSystem::HandleObjectGeneric<sftp_file_struct, ssh_default_deleter<sftp_file_struct>,
@@ -37,8 +37,8 @@ public:
     /// way. The handle is invalid afterwards, and invalidating it asks the server for nothing more.
     ///
     /// Blocks until the server has answered. False: it refused, the connection is lost, or the
-    /// handle was invalidated before; without a session, at once. Any further call answers as the
-    /// first.
+    /// handle was invalidated before; on a lost SFTP session, at once. Any further call
+    /// answers as the first.
     bool commit();
 
     /// Whether a read has met the end of the file; false when the handle is invalid. Takes no lock,
@@ -73,6 +73,7 @@ protected:
 
 private:
     sftp_file takeFile();
+    bool close(sftp_file file);
 
     // Keeps the file from being freed while somebody looks at it without the lock; held for that
     // look alone.

@@ -141,10 +141,11 @@ CommandRunner::Step CommandRunner::takeStep(StepFunction stepFunction)
 CommandRunner::Step CommandRunner::noteFailure(Step step, ssh_session session)
 {
     if (step == Step::Failed || step == Step::Lost) {
-        error_ = ssh_get_error(session);
+        const std::string text = transportFailureText(session);
+        error_ = text.empty() && ssh_is_connected(session) == 0 ? sessionEnded : text;
         // While the connection stands, it is the server that fails a step.
         FileSystem::fail(transportFailureCode(session, FailureCode::Denied),
-                         FileSystem::FailureSource::Transport, ssh_get_error_code(session), error_);
+                         FileSystem::FailureSource::Transport, ssh_get_error_code(session), text);
     }
     return step;
 }

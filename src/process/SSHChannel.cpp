@@ -195,7 +195,11 @@ bool SSHChannel::do_close()
         if (!channel.wasOpened()) {
             return fail(FailureCode::Other, "the channel was never opened");
         }
-        return ssh_channel_close(c) == SSH_OK || noteTransportFailure(ssh_channel_get_session(c));
+        if (ssh_channel_close(c) != SSH_OK) {
+            return noteTransportFailure(ssh_channel_get_session(c));
+        }
+        channel.markClosed();
+        return true;
     });
 }
 
@@ -270,7 +274,7 @@ void SSHChannel::noteIfCutOff() const
     const auto lock = channel_->getLock();
     const ChannelExit* const exit = channel_->getExit();
     const bool isEndUnknown = channel_->wasOpened() && exit != nullptr && !exit->status() &&
-                              !exit->signal() && channel_->isValid();
+                              !exit->signal() && !exit->isClosed() && channel_->isValid();
     if (isEndUnknown) {
         callLocked(*channel_, noteIfDisconnected);
     }

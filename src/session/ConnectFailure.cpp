@@ -130,7 +130,7 @@ void noteConnectFailure(const ConnectFacts& facts, int number, std::string where
         // What libssh says of a socket that was shut down under it is no reason.
         fail(code, {}, std::move(where));
     } else {
-        fail(code, FailureSource::Transport, number, facts.text, std::move(where));
+        fail(code, FailureSource::Transport, number, facts.shownText, std::move(where));
     }
 }
 

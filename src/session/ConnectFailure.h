@@ -19,6 +19,8 @@ struct ConnectFacts
     std::string serverIdentification;
     /// libssh's message.
     std::string text;
+    /// The same for people, without what libssh makes up.
+    std::string shownText;
 };
 
 /// The kind of failure that it is: by what is known, and by libssh's message only where nothing

@@ -192,6 +192,7 @@ ConnectFacts SSHSessionConnection::factsOf(SSHHandleSession& session, int result
     const char* const identification = callLocked(session, ssh_get_serverbanner);
     facts.serverIdentification = identification != nullptr ? identification : "";
     facts.text = callLocked(session, transportText);
+    facts.shownText = callLocked(session, transportFailureText);
     return facts;
 }
 

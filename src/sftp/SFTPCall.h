@@ -1,5 +1,6 @@
 #pragma once
 
+#include "handles/SFTPLoss.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSession.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
@@ -41,10 +42,6 @@ bool failForLostSftp(const std::string& entry);
 bool failBySftpStatus(std::uint32_t status, std::string text, const std::string& entry,
                       SFTPSubject subject = SFTPSubject::Path);
 
-/// Looks whether the SFTP session's channel or connection has come to its end, or a packet could
-/// not be read, and marks it then. To be called under the lock, after a call that failed.
-bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept;
-
 /// The text of the last failure as the server gave it, without what libssh puts in front. To be
 /// called under the lock.
 std::string sftpErrorText(sftp_session sftp);
@@ -73,6 +70,32 @@ inline sftp_session sftpOf(sftp_file file) noexcept
     return file->sftp;
 }
 
+/// What `function` gives; empty where the SFTP session is lost, which is still to be noted. The
+/// owner of a lost one may retire it at any moment, so that its handles are invalid all at once.
+template <class Handle, class Function>
+auto unlessLost(Handle& handle, Function&& function)
+    -> std::optional<std::invoke_result_t<Function>>
+{
+    if (handle.isLost()) {
+        return std::nullopt;
+    }
+    try {
+        return function();
+    } catch (const FileSystem::handle_fatal_error&) {
+        if (!handle.isLost()) {
+            throw;
+        }
+        return std::nullopt;
+    }
+}
+
+/// callLocked on an SFTP session or an open file that may be lost; empty then.
+template <class Handle, class Function>
+auto callUnlessLost(Handle& handle, Function&& function)
+{
+    return unlessLost(handle, [&] { return callLocked(handle, function); });
+}
+
 /// callLocked on an SFTP session or an open file. A negative result, or a null one, is a failure
 /// and noted with this path.
 template <class Handle, class Function, class... Args>
@@ -81,15 +104,7 @@ auto callSftpNoting(SFTPNotes notes, Handle& handle, const std::string& entry, F
 {
     using Resource = typename Handle::resource_type*;
     using Result = std::invoke_result_t<Function, Resource, Args...>;
-    if (handle.isLost()) {
-        failForLostSftp(entry);
-        if constexpr (std::is_integral_v<Result>) {
-            return static_cast<Result>(-1);
-        } else {
-            return Result{};
-        }
-    }
-    return callLocked(handle, [&](Resource resource) {
+    auto answer = callUnlessLost(handle, [&](Resource resource) {
         const sftp_session sftp = sftpOf(resource);
         // libssh leaves an old status where an answer has none.
         sftp->errnum = SSH_FX_OK;
@@ -105,6 +120,15 @@ auto callSftpNoting(SFTPNotes notes, Handle& handle, const std::string& entry, F
         }
         return result;
     });
+    if (answer) {
+        return *std::move(answer);
+    }
+    failForLostSftp(entry);
+    if constexpr (std::is_integral_v<Result>) {
+        return static_cast<Result>(-1);
+    } else {
+        return Result{};
+    }
 }
 
 /// For an operation: every failure is noted.

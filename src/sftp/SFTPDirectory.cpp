@@ -1,5 +1,6 @@
 #include "sftp/SFTPDirectory.h"
 
+#include "handles/SSHFailure.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPObstacle.h"
 
@@ -24,15 +25,22 @@ void abandon(sftp_dir directory) noexcept
 }
 
 /// To be called under the lock of the SFTP session that the directory was opened on.
-void close(sftp_dir directory, bool sessionIsGone) noexcept
+void close(sftp_dir directory, const SSHHandleSFTPSession& owner)
 {
     if (directory == nullptr) {
         return;
     }
-    if (sessionIsGone) {
+    const sftp_session sftp = owner.getResource();
+    if (sftp == nullptr || owner.isLost()) {
         abandon(directory);
+        sftp_closedir(directory);
+        return;
     }
-    ssh_default_deleter<sftp_dir_struct>{}(directory);
+    sftp->errnum = SSH_FX_OK;
+    if (sftp_closedir(directory) < 0) {
+        // A reply that could not be read may have been another one, which somebody waits for.
+        markIfLost(sftp, owner.lossMark());
+    }
 }
 
 /// Puts an error's text where the session's own errors stand; libssh has no function for it. The
@@ -96,7 +104,7 @@ SFTPDirectory::~SFTPDirectory()
 {
     try {
         const auto lock = sftp_->getLock();
-        close(directory_, sftp_->getResource() == nullptr || sftp_->isLost());
+        close(directory_, *sftp_);
     } catch (...) {
         // Without the lock, nothing of libssh's may be touched: the memory is lost.
     }
@@ -108,14 +116,14 @@ SFTPAttributes SFTPDirectory::next()
         return nullptr;
     }
     for (int emptyReplies = 0; emptyReplies <= mostEmptyReplies; ++emptyReplies) {
-        if (sftp_->isLost()) {
+        // Others get their turn before the server is asked again.
+        const auto reading = callUnlessLost(*sftp_, [this](sftp_session raw) { return read(raw); });
+        if (!reading) {
             failForLostSftp(path_);
             return nullptr;
         }
-        // Others get their turn before the server is asked again.
-        const Reading reading = callLocked(*sftp_, [this](sftp_session raw) { return read(raw); });
-        if (!reading.wasEmptyReply) {
-            return SFTPAttributes(reading.entry);
+        if (!reading->wasEmptyReply) {
+            return SFTPAttributes(reading->entry);
         }
     }
     FileSystem::fail(FileSystem::FailureCode::Protocol, FileSystem::FailureSource::Server, 0,
@@ -140,14 +148,17 @@ SFTPDirectory::Reading SFTPDirectory::read(sftp_session sftp)
 /// drops the text that came with a status.
 void SFTPDirectory::noteFailure(sftp_session sftp) const
 {
-    const bool isLost = markIfLost(sftp, sftp_->lossMark());
-    if (sftp->errnum > SSH_FX_EOF) {
+    // Of old errors, the SFTP session's own session has those of others.
+    const ssh_session errors = unconnected_ != nullptr ? unconnected_.get() : sftp->session;
+    const bool isLost = markIfLost(sftp, sftp_->lossMark(), errors);
+    if (sftp->errnum > SSH_FX_EOF && !isOutOfStep(errors, sftp->errnum)) {
         failBySftpStatus(static_cast<std::uint32_t>(sftp->errnum), {}, path_);
         return;
     }
     FileSystem::fail(isLost ? FileSystem::FailureCode::ConnectionLost
                             : FileSystem::FailureCode::Protocol,
-                     FileSystem::FailureSource::Transport, 0, sftpErrorText(sftp), path_);
+                     FileSystem::FailureSource::Transport, 0,
+                     isLost ? transportFailureText(sftp->session) : sftpErrorText(sftp), path_);
 }
 
 bool SFTPDirectory::isAtEnd() const

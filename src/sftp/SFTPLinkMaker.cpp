@@ -76,13 +76,14 @@ SFTPLinkMaker::Answer SFTPLinkMaker::tryOrder(Order order, const std::string& ta
 
 SFTPLinkMaker::Guess SFTPLinkMaker::guess() const
 {
-    return callLocked(sftp_, [](sftp_session sftp) {
+    const auto guessed = callUnlessLost(sftp_, [](sftp_session sftp) {
         const SFTPServerKind server = sftpServerKindOf(sftp->session);
         const bool libsshSendsTargetFirst = ssh_get_openssh_version(sftp->session) != 0;
         const bool exchange = server != SFTPServerKind::Other && !libsshSendsTargetFirst;
         return Guess{exchange ? Order::Exchanged : Order::AsLibsshSends,
                      server == SFTPServerKind::OpenSsh};
     });
+    return guessed.value_or(Guess{Order::AsLibsshSends, false});
 }
 
 SFTPLinkMaker::Answer SFTPLinkMaker::attempt(Order order, const std::string& target,

@@ -21,8 +21,8 @@ SFTPAttributes readAttributes(SSHHandleSFTPSession& sftp, const std::string& pat
 std::optional<std::string> followedLink(SSHHandleSFTPSession& sftp, const std::string& path,
                                         const SFTPAttributes& told)
 {
-    const bool mayBeFollowed =
-        told != nullptr && !isLinkMode(told->permissions) && callLocked(sftp, isModSftp);
+    const bool mayBeFollowed = told != nullptr && !isLinkMode(told->permissions) &&
+                               callUnlessLost(sftp, isModSftp).value_or(false);
     return mayBeFollowed ? readLinkTarget(sftp, path, SFTPNotes::LossOnly) : std::nullopt;
 }
 
@@ -41,7 +41,7 @@ SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path, SFTPN
 bool isFollowedByRename(SSHHandleSFTPSession& sftp, const std::string& path)
 {
     const bool isFollowed =
-        callLocked(sftp, isModSftp) &&
+        callUnlessLost(sftp, isModSftp).value_or(false) &&
         followedLink(sftp, path, readAttributes(sftp, path, SFTPNotes::LossOnly)).has_value();
     if (isFollowed) {
         FileSystem::fail(FileSystem::FailureCode::Unsupported,

@@ -21,7 +21,7 @@ namespace {
 
 bool isKnownToRefuse(SSHHandleSFTPSession& sftp)
 {
-    return callLocked(sftp, isOpenSshSftpServer);
+    return callUnlessLost(sftp, isOpenSshSftpServer).value_or(false);
 }
 
 /// The kind bits of what stands at the path; zero where the server does not tell them. Empty:
@@ -110,9 +110,17 @@ bool mayOpenAsNew(SSHHandleSFTPSession& sftp, const std::string& path)
     return isKnownToRefuse(sftp) || isFree(sftp, path);
 }
 
-bool mayMakeDirectory(SSHHandleSFTPSession& sftp, const std::string& path)
+bool makeDirectory(SSHHandleSFTPSession& sftp, const std::string& path, mode_t mode)
 {
-    return !callLocked(sftp, isModSftp) || isFree(sftp, path);
+    const auto make = [&] {
+        return callSftp(sftp, path, sftp_mkdir, path.c_str(), mode) == SSH_OK;
+    };
+    if (!callUnlessLost(sftp, isModSftp).value_or(false)) {
+        return make();
+    }
+    // Of many threads that make one directory only one may be told that it has made it.
+    const auto lock = sftp.getLock();
+    return isFree(sftp, path) && make();
 }
 
 // OpenSSH's sftp-server refuses for regular files alone, which it gives a second name and takes the

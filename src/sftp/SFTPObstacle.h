@@ -19,9 +19,9 @@ class SSHHandleSFTPSession;
 /// Nothing may stand at the path of a file that is to be a new one.
 bool mayOpenAsNew(SSHHandleSFTPSession& sftp, const std::string& path);
 
-/// Nothing may stand at the path of a directory that is to be made. Looks first on ProFTPD alone,
-/// whose mod_sftp (seen with 1.3.9) says of what stands there that it has made it.
-bool mayMakeDirectory(SSHHandleSFTPSession& sftp, const std::string& path);
+/// Makes a directory where nothing stands. Looks first on ProFTPD alone, whose mod_sftp (seen with
+/// 1.3.9) says of what stands there that it has made it, and lets nobody in between.
+bool makeDirectory(SSHHandleSFTPSession& sftp, const std::string& path, mode_t mode);
 
 /// Nothing may stand at the new path of a rename. Looks first on every server: none is known that
 /// never replaces.

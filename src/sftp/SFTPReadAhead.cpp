@@ -225,7 +225,7 @@ SFTPReadAhead::Reply SFTPReadAhead::collect(const Request& request, char* destin
                                             bool isWanted)
 {
     bytesUnderWay_ -= request.length;
-    return callLocked(*file_, [&](sftp_file file) {
+    const auto answer = callUnlessLost(*file_, [&](sftp_file file) {
         file->sftp->errnum = SSH_FX_OK;
         // Also forgets that the end was met, which another request may have.
         sftp_seek64(file, request.offset + request.length);
@@ -241,6 +241,10 @@ SFTPReadAhead::Reply SFTPReadAhead::collect(const Request& request, char* destin
         }
         return reply;
     });
+    if (!answer && isWanted) {
+        failForLostSftp(path_);
+    }
+    return answer.value_or(Reply{-1, false});
 }
 
 void SFTPReadAhead::learnFromShortReply(std::uint32_t count) noexcept

@@ -23,8 +23,8 @@ namespace Tarnis {
 /// were answered with.
 ///
 /// Operations block on the server, letting others in between two requests and while it is not this
-/// file's turn to ask, and throw handle_fatal_error("invalid") when the handle is invalid. Why they
-/// fail is noted.
+/// file's turn to ask, and throw handle_fatal_error("invalid") when the handle is invalid, unless
+/// the SFTP session is lost: that is a failure. Why they fail is noted.
 class SFTPReadAhead
 {
 public:

@@ -89,8 +89,9 @@ bool offersReplacing(sftp_session sftp) noexcept
 bool renameReplacing(SSHHandleSFTPSession& sftp, const std::string& path,
                      const std::string& newPath)
 {
-    if (!callLocked(sftp, offersReplacing)) {
-        return false;
+    const auto offers = callUnlessLost(sftp, offersReplacing);
+    if (!offers.value_or(false)) {
+        return offers.has_value() ? false : failForLostSftp(newPath);
     }
     // A link that the server would follow is neither renamed nor replaced.
     if (isFollowedByRename(sftp, path) || isFollowedByRename(sftp, newPath)) {

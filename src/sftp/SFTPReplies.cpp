@@ -200,6 +200,10 @@ void recordText(sftp_file file, std::uint32_t id, SFTPReplyStream& stream) noexc
     }
     char nothing = 0;
     static_cast<void>(Compatibility::waitRead(file, &nothing, 0, id));
+    if (hasArrived(file->sftp, id)) {
+        // libssh has not come to it, as the one that it read could not be read.
+        noteReadable(file, stream, false);
+    }
     if (awaitArrival(file, static_cast<std::uint32_t>(another), stream)) {
         takeArrived(file->sftp, static_cast<std::uint32_t>(another));
     }

@@ -8,7 +8,7 @@ namespace Tarnis {
 SFTPAttempt attemptNow(SSHHandleSFTPSessionFile& file, const std::string& path,
                        const std::function<SFTPAttempt(sftp_file)>& attempt)
 {
-    return callLocked(file, [&](sftp_file native) {
+    const auto done = callUnlessLost(file, [&](sftp_file native) {
         native->sftp->errnum = SSH_FX_OK;
         const SFTPAttempt result = attempt(native);
         if (result == SFTPAttempt::Failed) {
@@ -17,6 +17,10 @@ SFTPAttempt attemptNow(SSHHandleSFTPSessionFile& file, const std::string& path,
         }
         return result;
     });
+    if (!done) {
+        failForLostSftp(path);
+    }
+    return done.value_or(SFTPAttempt::Failed);
 }
 
 SFTPAttempt attemptInTurn(SSHHandleSFTPSessionFile& file, const std::string& path,
@@ -33,7 +37,8 @@ SFTPAttempt attemptInTurn(SSHHandleSFTPSessionFile& file, const std::string& pat
     SSHSocketWait socket(SSHSocketWait::Clock::time_point::max());
     SFTPAttempt result = attemptNow(file, path, attemptWithArrivals);
     while (result == SFTPAttempt::TooEarly) {
-        socket.wait(file);
+        // Where it is lost, the next attempt says so.
+        static_cast<void>(unlessLost(file, [&] { return socket.wait(file); }));
         result = attemptNow(file, path, attemptWithArrivals);
     }
     return result;

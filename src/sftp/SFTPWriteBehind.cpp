@@ -106,9 +106,13 @@ SFTPWriteBehind::Piece SFTPWriteBehind::nextPiece(sftp_file file, std::uint64_t 
 
 std::uint32_t SFTPWriteBehind::writePiece(const char* data, std::uint64_t size)
 {
-    const Piece piece =
-        callLocked(*file_, [this, size](sftp_file file) { return nextPiece(file, size); });
-    return piece.isProved ? send(data, piece.size) : writeProbing(data, piece.size);
+    const auto piece =
+        callUnlessLost(*file_, [this, size](sftp_file file) { return nextPiece(file, size); });
+    if (!piece) {
+        failForLostSftp(path_);
+        return 0;
+    }
+    return piece->isProved ? send(data, piece->size) : writeProbing(data, piece->size);
 }
 
 /// Finds out whether the server takes writes of this size; one that every server takes is tried
@@ -133,13 +137,17 @@ std::uint32_t SFTPWriteBehind::writeProbing(const char* data, std::uint32_t size
 
 std::uint32_t SFTPWriteBehind::writeAlone(const char* data, std::uint32_t size)
 {
-    const BulkWriting how = callLocked(*file_, [this](sftp_file) { return writing(); });
-    if (how != BulkWriting::OneByOne) {
+    const auto how = callUnlessLost(*file_, [this](sftp_file) { return writing(); });
+    if (!how) {
+        failForLostSftp(path_);
+        return 0;
+    }
+    if (*how != BulkWriting::OneByOne) {
         const Answer answer = exchange(data, size);
         if (answer.isGiven) {
             setWriting(BulkWriting::Pipelined);
         }
-        if (answer.isGiven || how == BulkWriting::Pipelined) {
+        if (answer.isGiven || *how == BulkWriting::Pipelined) {
             return answer.taken;
         }
         stream_ = SFTPReplyStream(file_->lossMark());
@@ -251,8 +259,8 @@ bool SFTPWriteBehind::collectOldest()
     const Request request = requests_.front();
     requests_.pop_front();
     bytesUnderWay_ -= request.length;
-    return window_.watch([&] {
-        return callLocked(*file_, [&](sftp_file file) {
+    const auto answer = window_.watch([&] {
+        return callUnlessLost(*file_, [&](sftp_file file) {
             file->sftp->errnum = SSH_FX_OK;
             const bool isTaken = collectWrite(file, request.id, stream_);
             if (!isTaken && !failed_) {
@@ -261,6 +269,10 @@ bool SFTPWriteBehind::collectOldest()
             return isTaken;
         });
     });
+    if (!answer && !failed_) {
+        failForLostSftp(path_);
+    }
+    return answer.value_or(false);
 }
 
 } // namespace Tarnis

@@ -17,7 +17,8 @@ namespace Tarnis {
 /// not allow more. Failures are told by any later operation, and the first one is noted.
 ///
 /// Operations block on the server, letting others in between two requests and while there is no
-/// room to send one, and throw handle_fatal_error("invalid") when the handle is invalid.
+/// room to send one, and throw handle_fatal_error("invalid") when the handle is invalid, unless the
+/// SFTP session is lost: that is a failure.
 class SFTPWriteBehind
 {
 public:

@@ -164,10 +164,6 @@ SSHFileSystemSFTP::do_fileOpen(const std::string& path,
         failForLostSftp(path);
         return nullptr;
     }
-    if (path.empty()) {
-        fail(FailureCode::BadName);
-        return nullptr;
-    }
     const bool exclusive = mode.has(StorageSystemFileOpenModeFlag::Create) &&
                            mode.has(StorageSystemFileOpenModeFlag::Exclusive);
     if (exclusive && !mayOpenAsNew(*sftp, path)) {
@@ -243,18 +239,13 @@ bool SSHFileSystemSFTP::do_directoryCreateAs(
     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     const auto sftp = validHandle();
-    if (sftp == nullptr || (path.empty() && !fail(FailureCode::BadName))) {
+    if (sftp == nullptr) {
         return false;
     }
     if (exclusive && directoryExists(path, true)) {
         return fail(FailureCode::Exists, {}, path);
     }
-    // Of many threads that make one directory only one may be told that it has made it.
-    const auto lock = sftp->getLock();
-    if (!mayMakeDirectory(*sftp, path)) {
-        return false;
-    }
-    const bool made = callSftp(*sftp, path, sftp_mkdir, path.c_str(), permissions.raw()) == SSH_OK;
+    const bool made = Tarnis::makeDirectory(*sftp, path, permissions.raw());
     if (!made) {
         const std::string parent = pathParentId(pathRemoveTrailingSlash(path));
         explainMaking(*sftp, path, parent.empty() ? "." : parent);

@@ -65,11 +65,7 @@ bool issueReads(SSHHandleSFTPSessionFile& file, const std::string& path, std::ui
 int collectNoting(SSHHandleSFTPSessionFile& file, const std::string& path, char* destination,
                   const ReadRequest& request)
 {
-    if (file.isLost()) {
-        failForLostSftp(path);
-        return SSH_ERROR;
-    }
-    return callLocked(file, [&](sftp_file native) {
+    const auto collected = callUnlessLost(file, [&](sftp_file native) {
         SFTPRefusal why;
         native->sftp->errnum = SSH_FX_OK;
         const int count = collectRead(native, destination, request.length, request.id, why);
@@ -78,6 +74,10 @@ int collectNoting(SSHHandleSFTPSessionFile& file, const std::string& path, char*
         }
         return count;
     });
+    if (!collected) {
+        failForLostSftp(path);
+    }
+    return collected.value_or(SSH_ERROR);
 }
 
 /// Writes at the end of the file: some servers take the offset of each write as it is and not the
@@ -103,7 +103,6 @@ bool commitFile(SSHHandleSFTPSessionFile& file, const std::string& path)
         return file.commit() || failForLostSftp(path);
     }
     const sftp_session sftp = open->sftp;
-    sftp->errnum = SSH_FX_OK;
     const bool committed = file.commit();
     if (!committed) {
         noteSftpFailure(sftp, file.lossMark(), path, SFTPNotes::All, SFTPSubject::OpenFile);
@@ -180,11 +179,11 @@ bool SSHFileSystemSFTPFile::do_seek(std::uint64_t offset) const
 
 std::optional<std::uint64_t> SSHFileSystemSFTPFile::do_tell()
 {
-    if (file_->isLost()) {
+    const auto position = callUnlessLost(*file_, sftp_tell64);
+    if (!position) {
         failForLostSftp(fileId_);
-        return std::nullopt;
     }
-    return callLocked(*file_, sftp_tell64);
+    return position;
 }
 
 bool SSHFileSystemSFTPFile::do_error() const

@@ -105,8 +105,9 @@ SSHFileSystemSFTP::do_fileStorageInfo(const std::string& path) const
     if (directory.empty()) {
         return std::nullopt;
     }
-    if (!callLocked(*sftp, offersVolumes)) {
-        fail(FailureCode::Unsupported, {}, directory);
+    const auto offers = callUnlessLost(*sftp, offersVolumes);
+    if (!offers.value_or(false)) {
+        offers ? fail(FailureCode::Unsupported, {}, directory) : failForLostSftp(directory);
         return std::nullopt;
     }
     const SFTPVolume volume(callSftp(*sftp, directory, sftp_statvfs, directory.c_str()));

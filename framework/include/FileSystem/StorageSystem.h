@@ -20,8 +20,9 @@ namespace FileSystem {
 /// through this interface, and copies from any to any.
 ///
 /// Paths ("file ids", "directory ids") are byte strings with "/" between their components, in no
-/// particular encoding. A path with a NUL byte, or of more than 100,000 bytes, names nothing:
-/// operations on it fail.
+/// particular encoding. An empty path, one with a NUL byte, or of more than 100,000 bytes names
+/// nothing: operations on it fail with FailureCode::BadName, and no system is asked. A directory
+/// that a name is joined to may be empty; the path is relative then.
 /// A slash at the end makes no link count as the directory that it leads to where links do not
 /// count.
 ///

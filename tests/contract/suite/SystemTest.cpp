@@ -1,5 +1,6 @@
 #include "contract/ContractTest.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/FileSystem2File.h>
 
 #include <atomic>
@@ -7,7 +8,17 @@
 
 namespace TarnisTest {
 
+using FileSystem::Failure;
+using FileSystem::FailureCode;
+
 namespace {
+
+/// Whether an operation failed since nothing can have the name that it was given.
+template <class Result>
+bool isRefused(const Result& result)
+{
+    return !result && Failure::last().code() == FailureCode::BadName;
+}
 
 class SystemContract : public ContractTest
 {
@@ -143,21 +154,48 @@ TEST_P(SystemContract, PathBeyondAllLimitsNamesNothing)
 
 TEST_P(SystemContract, EmptyPathNamesNothing)
 {
-    EXPECT_FALSE(system().fileInfo(""));
-    EXPECT_FALSE(system().fileExists(""));
-    EXPECT_FALSE(system().directoryExists(""));
-    EXPECT_EQ(system().fileOpen("", OpenFlag::Read), nullptr);
-    EXPECT_FALSE(system().fileRemove(""));
-    EXPECT_FALSE(system().fileRenameAs("", path("new")));
-    EXPECT_FALSE(system().fileSetModTime("", moment(1)));
-    EXPECT_FALSE(system().fileStorageInfo(""));
-    EXPECT_FALSE(system().directoryCreateAs("", false));
-    EXPECT_FALSE(system().directoryMakePath("", false));
-    EXPECT_FALSE(system().directoryRemove("", true));
-    EXPECT_FALSE(system().fileSymbolicLinkTarget(""));
-    EXPECT_TRUE(system().directoryList("").empty());
-    EXPECT_TRUE(system().directoryFileInfoList("").empty());
-    EXPECT_TRUE(system().directoryListFileNames("").empty());
+    EXPECT_TRUE(isRefused(system().fileInfo("")));
+    EXPECT_TRUE(isRefused(system().fileExists("")));
+    EXPECT_TRUE(isRefused(system().directoryExists("")));
+    EXPECT_TRUE(isRefused(system().fileOpen("", OpenFlag::Read)));
+    EXPECT_TRUE(isRefused(system().fileStorageInfo("")));
+    EXPECT_TRUE(isRefused(system().fileSymbolicLinkTarget("")));
+    EXPECT_TRUE(isRefused(!system().directoryList("").empty()));
+    EXPECT_TRUE(isRefused(!system().directoryFileInfoList("").empty()));
+    EXPECT_TRUE(isRefused(!system().directoryListFileNames("").empty()));
+}
+
+TEST_P(SystemContract, EmptyPathIsChangedByNothing)
+{
+    EXPECT_TRUE(isRefused(system().fileSetPermissions("", Permissions(0701U))));
+    EXPECT_TRUE(isRefused(system().directorySetPermissions("", Permissions(0701U))));
+    EXPECT_TRUE(isRefused(system().fileSetModTime("", moment(1))));
+    EXPECT_TRUE(isRefused(system().directorySetModTime("", moment(1))));
+    EXPECT_TRUE(isRefused(system().fileCreateAs("", false, true)));
+    EXPECT_TRUE(isRefused(system().directoryCreateAs("", false)));
+    EXPECT_TRUE(isRefused(system().directoryMakePath("", false)));
+    EXPECT_TRUE(isRefused(system().fileSymbolicLinkCreateAs("target", "", false)));
+    EXPECT_TRUE(isRefused(system().fileSymbolicLinkRemove("")));
+    EXPECT_TRUE(isRefused(system().fileRemove("")));
+    EXPECT_TRUE(isRefused(system().directoryRemove("")));
+    EXPECT_TRUE(isRefused(system().directoryRemove("", true)));
+}
+
+TEST_P(SystemContract, EmptyPathIsNeitherEndOfAMove)
+{
+    const std::string file = makeFile("file");
+    const std::string directory = makeDirectory("directory");
+    EXPECT_TRUE(isRefused(system().fileRenameAs("", path("new"))));
+    EXPECT_TRUE(isRefused(system().fileRenameAs(file, "")));
+    EXPECT_TRUE(isRefused(system().fileReplaceAs("", file)));
+    EXPECT_TRUE(isRefused(system().fileReplaceAs(file, "")));
+    EXPECT_TRUE(isRefused(system().fileMoveAs(file, "")));
+    EXPECT_TRUE(isRefused(system().fileCopyAs("", system(), path("new"))));
+    EXPECT_TRUE(isRefused(system().fileCopyAs(file, system(), "")));
+    EXPECT_TRUE(isRefused(system().directoryRenameAs("", path("new"))));
+    EXPECT_TRUE(isRefused(system().directoryRenameAs(directory, "")));
+    EXPECT_TRUE(isRefused(system().directoryMoveAs(directory, "")));
+    EXPECT_THAT(names(), testing::ElementsAre("directory", "file"));
 }
 
 TEST_P(SystemContract, MayBeUsedByManyThreadsAtOnce)

@@ -12,6 +12,10 @@
 #include <fstream>
 #include <functional>
 #include <future>
+#include <memory>
+#include <ostream>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace TarnisTest {
@@ -179,6 +183,21 @@ TEST_F(FlowTest, AnUploadGetsThroughWhileDownloadsDoNotTakeTheirReplies)
     }
 }
 
+std::vector<SftpAction> unreadableAnswers()
+{
+    return {SftpActions::answer(static_cast<SftpPacket>(150), ""), SftpActions::claimLength(0),
+            SftpActions::claimLength(0x80000000)};
+}
+
+/// As the name of a test.
+std::string nameOf(const SftpAction& answer)
+{
+    if (answer.kind == SftpAction::Kind::Answer) {
+        return "UnknownType";
+    }
+    return answer.number == 0 ? "NoLength" : "TwoGibibytes";
+}
+
 /// A reply that cannot be read, met by somebody else than whoever waits for it.
 class UnreadableReplyTest : public ScriptedSftpTest,
                             public ::testing::WithParamInterface<SftpAction>
@@ -225,13 +244,227 @@ TEST_P(UnreadableReplyTest, EndsTheSftpSessionForAll)
     EXPECT_EQ(contentOf(files(), path("file")).size(), 10 * kStep);
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, UnreadableReplyTest,
-                         ::testing::Values(SftpActions::answer(static_cast<SftpPacket>(150), ""),
-                                           SftpActions::claimLength(0)),
-                         [](const auto& kind) {
-                             return kind.param.kind == SftpAction::Kind::Answer ? "UnknownType"
-                                                                                : "NoLength";
+INSTANTIATE_TEST_SUITE_P(Of, UnreadableReplyTest, ::testing::ValuesIn(unreadableAnswers()),
+                         [](const auto& answer) { return nameOf(answer.param); });
+
+/// Something that is done beside a copy, and the request for it whose answer cannot be read.
+struct Neighbour
+{
+    const char* name;
+    SftpOccasion occasion;
+    /// False: it failed.
+    std::function<bool(const Tarnis::SSHFileSystemSFTP&, const ScriptedSftp&)> operation;
+};
+
+// For the messages of failed assertions.
+void PrintTo(const Neighbour& neighbour, std::ostream* out)
+{
+    *out << neighbour.name;
+}
+
+std::vector<Neighbour> neighbours()
+{
+    using Files = const Tarnis::SSHFileSystemSFTP&;
+    using Server = const ScriptedSftp&;
+    const auto lists = [](Files files, Server server) {
+        return files.directoryReadFully(server.root()).has_value();
+    };
+    return {
+        {"Info", onPath(every(SftpPacket::Lstat), "other"),
+         [](Files files, Server server) {
+             return files.fileInfo(server.path("other")).has_value();
+         }},
+        {"Listing", every(SftpPacket::Readdir), lists},
+        {"EndOfAListing", onPath(every(SftpPacket::Close), "root"), lists},
+        {"EndOfAFile", onPath(every(SftpPacket::Close), "other"),
+         [](Files files, Server server) {
+             return files.fileOpen(server.path("other"), kRead) != nullptr;
+         }},
+        {"CommitOfAFile", onPath(every(SftpPacket::Close), "other"),
+         [](Files files, Server server) {
+             const auto file = files.fileOpen(server.path("other"), kRead);
+             return file != nullptr && file->commit();
+         }},
+    };
+}
+
+/// An SFTP session that a reply ends which cannot be read.
+class SpoiltSessionTest : public ScriptedSftpTest
+{
+protected:
+    static constexpr std::uint64_t kStep = 7 * 32'768;
+
+    void SetUp() override
+    {
+        start();
+        put("file", std::string(10 * kStep, 'x'));
+        put("other", "content");
+    }
+
+    void misbehave(std::vector<SftpRule> rules)
+    {
+        SftpScript script;
+        script.rules = std::move(rules);
+        server().sftp().setScript(script);
+    }
+
+    /// Runs an operation beside a copy whose next step has been asked for and stays unanswered.
+    bool fetchBeside(const std::function<void()>& operation)
+    {
+        const auto report = [&](std::uint64_t done, std::uint64_t) {
+            if (done == kStep) {
+                operation();
+            }
+            return true;
+        };
+        const bool isCopied =
+            files().fileCopyAs(path("file"), local_, here_.file("target"), report, {}, kStep);
+        expectFailure(FailureCode::ConnectionLost);
+        return isCopied;
+    }
+
+    /// Runs an operation that fails, and does not wait for ever.
+    void expectFailureInTime(std::function<bool()> operation)
+    {
+        auto done = inBackground(std::move(operation));
+        if (done.wait_for(kGenerousLimit) != std::future_status::ready) {
+            ADD_FAILURE() << "stands still";
+            client().session().interrupt();
+        }
+        EXPECT_FALSE(done.get());
+    }
+
+    void expectEnded()
+    {
+        EXPECT_FALSE(files().isValid());
+        EXPECT_FALSE(files().fileInfo(path("file")));
+        expectFailure(FailureCode::ConnectionLost);
+        server().sftp().setScript({});
+        ASSERT_TRUE(client().openFilesAgain()) << Failure::last().message();
+        EXPECT_EQ(contentOf(files(), path("file")).size(), 10 * kStep);
+    }
+
+    TemporaryDirectory here_;
+    FileSystem::LocalFileSystem local_;
+};
+
+class SpoiltNeighbourTest : public SpoiltSessionTest,
+                            public ::testing::WithParamInterface<std::tuple<SftpAction, Neighbour>>
+{};
+
+TEST_P(SpoiltNeighbourTest, EndsTheSftpSessionForAll)
+{
+    const auto& [answer, neighbour] = GetParam();
+    misbehave({{nth(SftpPacket::Read, 2), SftpActions::silence()}, {neighbour.occasion, answer}});
+    expectFailureInTime([&, &operation = neighbour.operation] {
+        return fetchBeside([&] { static_cast<void>(operation(files(), server().sftp())); });
+    });
+    expectEnded();
+}
+
+TEST_P(SpoiltNeighbourTest, IsAloneNoticedToo)
+{
+    const auto& [answer, neighbour] = GetParam();
+    misbehave({{neighbour.occasion, answer}});
+    static_cast<void>(neighbour.operation(files(), server().sftp()));
+    expectEnded();
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SpoiltNeighbourTest,
+                         ::testing::Combine(::testing::ValuesIn(unreadableAnswers()),
+                                            ::testing::ValuesIn(neighbours())),
+                         [](const auto& both) {
+                             return std::string(std::get<1>(both.param).name) + "With" +
+                                    nameOf(std::get<0>(both.param));
                          });
+
+/// libssh records the text of a refusal only beside another reply, which may be one of these.
+class SpoiltRefusalTest : public SpoiltSessionTest, public ::testing::WithParamInterface<SftpAction>
+{};
+
+TEST_P(SpoiltRefusalTest, OfAWriteEndsTheSftpSession)
+{
+    write(here_.file("source"), "abc");
+    misbehave({{every(SftpPacket::Write), SftpActions::refuse(SftpStatus::Failure)},
+               {every(SftpPacket::Read), GetParam()}});
+    expectFailureInTime(
+        [this] { return local_.fileCopyAs(here_.file("source"), files(), path("sent")); });
+    expectEnded();
+}
+
+TEST_P(SpoiltRefusalTest, OfAReadEndsTheSftpSession)
+{
+    misbehave({{nth(SftpPacket::Read, 1), SftpActions::refuse(SftpStatus::Failure)},
+               {from(SftpPacket::Read, 2), GetParam()}});
+    expectFailureInTime(
+        [this] { return files().fileCopyAs(path("file"), local_, here_.file("target")); });
+    expectEnded();
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SpoiltRefusalTest, ::testing::ValuesIn(unreadableAnswers()),
+                         [](const auto& answer) { return nameOf(answer.param); });
+
+TEST_F(SpoiltSessionTest, IsNotAskedToCloseFiles)
+{
+    auto file = files().fileOpen(path("file"), kRead);
+    const auto committed = files().fileOpen(path("file"), kRead);
+    ASSERT_NE(file, nullptr);
+    ASSERT_NE(committed, nullptr);
+    misbehave({{every(SftpPacket::Lstat), unreadableAnswers().front()},
+               {every(SftpPacket::Close), SftpActions::silence()}});
+    EXPECT_FALSE(files().fileInfo(path("other")));
+    expectFailureInTime([&] {
+        file.reset();
+        return committed->commit();
+    });
+    EXPECT_EQ(server().sftp().requestCount(SftpPacket::Close), 0U);
+    expectEnded();
+}
+
+/// A copy goes on while its lost SFTP session is replaced.
+class ReplacedSessionTest : public SpoiltSessionTest
+{
+protected:
+    /// What a copy is told of its progress by: loses the SFTP session and makes another one.
+    FileSystem::StorageSystemProgress replacing()
+    {
+        return [this](std::uint64_t done, std::uint64_t) {
+            if (done >= 2 * kStep && next_ == nullptr) {
+                misbehave({{every(SftpPacket::Lstat), unreadableAnswers().front()}});
+                EXPECT_FALSE(files().fileInfo(path("other")));
+                EXPECT_FALSE(files().isValid());
+                misbehave({});
+                next_ = client().session().createSFTPFileSystem();
+                EXPECT_NE(next_, nullptr);
+            }
+            return true;
+        };
+    }
+
+    std::unique_ptr<Tarnis::SSHFileSystemSFTP> next_;
+};
+
+TEST_F(ReplacedSessionTest, EndsADownloadWithoutAnException)
+{
+    bool isCopied = true;
+    EXPECT_NO_THROW(isCopied = files().fileCopyAs(path("file"), local_, here_.file("target"),
+                                                  replacing(), {}, kStep));
+    EXPECT_FALSE(isCopied);
+    expectFailure(FailureCode::ConnectionLost);
+    ASSERT_NE(next_, nullptr);
+    EXPECT_EQ(contentOf(*next_, path("file")).size(), 10 * kStep);
+}
+
+TEST_F(ReplacedSessionTest, EndsAnUploadWithoutAnException)
+{
+    write(here_.file("source"), std::string(10 * kStep, 'x'));
+    bool isCopied = true;
+    EXPECT_NO_THROW(isCopied = local_.fileCopyAs(here_.file("source"), files(), path("sent"),
+                                                 replacing(), {}, kStep));
+    EXPECT_FALSE(isCopied);
+    expectFailure(FailureCode::ConnectionLost);
+    EXPECT_NE(next_, nullptr);
+}
 
 TEST(RcloneFlowTest, UploadsAndDownloadsOnOneSftpSessionGetThrough)
 {

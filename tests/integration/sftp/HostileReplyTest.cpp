@@ -1,6 +1,7 @@
 // Replies as no honest server sends them: nothing crashes, nothing waits for what has come or
 // cannot come, and nothing that went wrong is taken for a success.
 
+#include "integration/sftp/FailureCause.h"
 #include "integration/sftp/HostileTest.h"
 #include "support/PseudoRandom.h"
 #include "support/sftp/SftpWire.h"
@@ -20,6 +21,14 @@ using namespace SftpActions;
 
 constexpr std::uint32_t kHuge = 0xffffffff;
 
+/// What becomes of the SFTP session.
+enum class Aftermath
+{
+    Usable, ///< It goes on as before.
+    Ended,  ///< The client has given it up, without waiting for anything.
+    Any,    ///< Nobody can say.
+};
+
 /// Something that can be wrong with a reply.
 struct Flaw
 {
@@ -29,8 +38,7 @@ struct Flaw
     std::vector<SftpPacket> plausibleTo;
     /// Whether the client may be right to wait for more.
     bool mayWait = false;
-    /// Whether the session can be used as before.
-    bool isHarmless = true;
+    Aftermath aftermath = Aftermath::Usable;
 };
 
 std::string number(std::uint32_t value)
@@ -67,7 +75,11 @@ std::vector<Flaw> wrongReplies()
         {"a huge handle", answer(SftpPacket::Handle, huge + "x"), {}},
         {"a handle without text", answer(SftpPacket::Handle, ""), {}},
         // To every request, it is a file without an end.
-        {"data of nothing", answer(SftpPacket::Data, text("x")), {SftpPacket::Read}, true, false},
+        {"data of nothing",
+         answer(SftpPacket::Data, text("x")),
+         {SftpPacket::Read},
+         true,
+         Aftermath::Any},
         {"no data", answer(SftpPacket::Data, text("")), {}},
         {"huge data", answer(SftpPacket::Data, huge + "x"), {}},
         {"data without text", answer(SftpPacket::Data, ""), {}},
@@ -84,10 +96,14 @@ std::vector<Flaw> wrongReplies()
          answer(SftpPacket::Name, number(1) + text("n") + text("l")),
          {SftpPacket::Readlink}},
         {"an empty extension", answer(SftpPacket::ExtendedReply, ""), {}},
-        {"a version", answer(SftpPacket::Version, number(3)), {}, false, false},
-        {"a request", answer(SftpPacket::Remove, text("/")), {}, false, false},
-        {"a kind that is none", answer(static_cast<SftpPacket>(255), huge), {}, false, false},
-        {"no kind", answer(SftpPacket::Any, ""), {}, false, false},
+        {"a version", answer(SftpPacket::Version, number(3)), {}, false, Aftermath::Ended},
+        {"a request", answer(SftpPacket::Remove, text("/")), {}, false, Aftermath::Ended},
+        {"a kind that is none",
+         answer(static_cast<SftpPacket>(255), huge),
+         {},
+         false,
+         Aftermath::Ended},
+        {"no kind", answer(SftpPacket::Any, ""), {}, false, Aftermath::Ended},
     };
 }
 
@@ -101,23 +117,31 @@ std::vector<Flaw> wrongPackets()
         {"a reply with more behind it", pad(1'000), {}},
         {"data that is longer", lengthenData(1), {}},
         {"data that is far longer", lengthenData(300'000), {}},
-        {"a reply that comes twice", duplicate(), {}, true, false},
-        {"a stray before the reply", strayBefore(), {}, true, false},
-        {"a reply to nobody", wrongId(), {}, true, false},
-        {"no reply", silence(), {}, true, false},
-        {"a packet of no length", claimLength(0), {}, true, false},
-        {"a packet without an identifier", claimLength(1), {}, true, false},
-        {"a packet that ends in its identifier", claimLength(3), {}, true, false},
-        {"a packet that ends behind its identifier", claimLength(5), {}, true, false},
-        {"a packet that goes on", claimLength(0x00ffffff), {}, true, false},
-        {"a packet of 2 GiB", claimLength(0x80000000), {}, true, false},
-        {"the largest packet", claimLength(kHuge), {}, true, false},
-        {"what is no packet", sendRaw("HTTP/1.1 400 Bad Request\r\n\r\n"), {}, true, false},
-        {"a packet of an identifier", sendRaw(std::string("\0\0\0\1\x65", 5)), {}, true, false},
-        {"an end", SftpActions::exit(), {}, false, false},
-        {"an end in the length", breakOff(3), {}, false, false},
-        {"an end in the identifier", breakOff(7), {}, false, false},
-        {"an end in the body", breakOff(11), {}, false, false},
+        {"a reply that comes twice", duplicate(), {}, true, Aftermath::Any},
+        {"a stray before the reply", strayBefore(), {}, true, Aftermath::Any},
+        {"a reply to nobody", wrongId(), {}, true, Aftermath::Any},
+        {"no reply", silence(), {}, true, Aftermath::Any},
+        {"a packet of no length", claimLength(0), {}, false, Aftermath::Ended},
+        {"a packet without an identifier", claimLength(1), {}, false, Aftermath::Ended},
+        {"a packet that ends in its identifier", claimLength(3), {}, false, Aftermath::Ended},
+        {"a packet that ends behind its identifier", claimLength(5), {}, true, Aftermath::Any},
+        {"a packet that goes on", claimLength(0x00ffffff), {}, true, Aftermath::Any},
+        {"a packet of 2 GiB", claimLength(0x80000000), {}, false, Aftermath::Ended},
+        {"the largest packet", claimLength(kHuge), {}, false, Aftermath::Ended},
+        {"what is no packet",
+         sendRaw("HTTP/1.1 400 Bad Request\r\n\r\n"),
+         {},
+         false,
+         Aftermath::Ended},
+        {"a packet of an identifier",
+         sendRaw(std::string("\0\0\0\1\x65", 5)),
+         {},
+         false,
+         Aftermath::Ended},
+        {"an end", SftpActions::exit(), {}, false, Aftermath::Ended},
+        {"an end in the length", breakOff(3), {}, false, Aftermath::Ended},
+        {"an end in the identifier", breakOff(7), {}, false, Aftermath::Ended},
+        {"an end in the body", breakOff(11), {}, false, Aftermath::Ended},
     };
 }
 
@@ -340,14 +364,26 @@ protected:
             fill();
             misbehave({{GetParam().occasion, flaw.action}}, scriptOf(GetParam()));
             expectNoMistake(flaw);
-            if (flaw.isHarmless) {
-                follow({});
-                EXPECT_TRUE(files().fileInfo(server().sftp().root()).has_value());
-            }
+            expectAftermath(flaw.aftermath);
         }
     }
 
 private:
+    void expectAftermath(Aftermath aftermath)
+    {
+        const std::string root = server().sftp().root();
+        follow({});
+        if (aftermath == Aftermath::Ended) {
+            EXPECT_FALSE(files().isValid());
+            EXPECT_FALSE(files().fileInfo(root));
+            expectFailure(FailureCode::ConnectionLost);
+            ASSERT_TRUE(client().openFilesAgain()) << Failure::last().message();
+        }
+        if (aftermath != Aftermath::Any) {
+            EXPECT_TRUE(files().fileInfo(root).has_value());
+        }
+    }
+
     static SftpScript scriptOf(const Attack& attack)
     {
         return attack.offersReplacing ? offeringReplacement() : SftpScript();
@@ -474,7 +510,7 @@ const Attack kAttacks[] = {
     {"UploadLastWrite", nth(SftpPacket::Write, 3), &Test::uploads},
     {"UploadClose", nth(SftpPacket::Close, 1), &Test::uploads},
     {"UploadLstat", every(SftpPacket::Lstat), &Test::uploads},
-    {"UploadSetstat", nth(SftpPacket::Setstat, 2), &Test::uploads},
+    {"UploadSetstat", nth(SftpPacket::Setstat, 1), &Test::uploads},
     {"UploadRename", nth(SftpPacket::Rename, 1), &Test::uploads},
     {"ServerCopySecondRead", nth(SftpPacket::Read, 2), &Test::copiesOnTheServer},
     {"ServerCopySecondWrite", nth(SftpPacket::Write, 2), &Test::copiesOnTheServer},

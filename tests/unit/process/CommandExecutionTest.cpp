@@ -3,6 +3,7 @@
 #include "fakes/LibsshMock.h"
 #include "util/Background.h"
 
+#include <FileSystem/Failure.h>
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/SSHSession.h>
@@ -309,6 +310,18 @@ TEST_F(Command, OnALostConnectionBringsWhatCameBefore)
     EXPECT_EQ(result.outcome, Outcome::ConnectionLost);
     EXPECT_EQ(result.error, "lost");
     EXPECT_EQ(result.output, "so far");
+}
+
+TEST_F(Command, OnALostConnectionIsNotExplainedByWhatLibsshMakesUp)
+{
+    events = {says("so far"), losesTheConnection()};
+    EXPECT_CALL(libssh, ssh_get_error)
+        .WillRepeatedly(Return("Socket error: No such file or directory"));
+    const SSHExecuteResult result = run();
+    EXPECT_EQ(result.outcome, Outcome::ConnectionLost);
+    EXPECT_EQ(result.error, "the session was disconnected");
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
+    EXPECT_EQ(FileSystem::Failure::last().text(), "");
 }
 
 TEST_F(Command, OnASessionThatIsDisconnectedMeanwhileIsLost)

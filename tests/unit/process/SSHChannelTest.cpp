@@ -3,6 +3,7 @@
 #include "util/Background.h"
 #include "util/RetryLimit.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/SSHChannel.h>
 
@@ -18,6 +19,8 @@
 
 #include <sys/mman.h>
 
+using FileSystem::Failure;
+using FileSystem::FailureCode;
 using FileSystem::handle_fatal_error;
 using Tarnis::SSHCallLimits;
 using Tarnis::SSHChannel;
@@ -25,10 +28,13 @@ using Tarnis::SSHHandleChannel;
 using TarnisTest::Background;
 using TarnisTest::ChannelFixture;
 using TarnisTest::fakeChannel;
+using TarnisTest::fakeSession;
 using TarnisTest::RetryLimit;
+using ::testing::DoAll;
 using ::testing::DoDefault;
 using ::testing::InSequence;
 using ::testing::Return;
+using ::testing::SaveArg;
 using ::testing::StrEq;
 using ::testing::Throw;
 
@@ -101,7 +107,62 @@ protected:
     AddressSpace memory{size};
 };
 
+/// A channel whose command ended without a status or a signal, and whose connection ends later.
+class ClosedChannel : public Channel
+{
+protected:
+    ClosedChannel()
+    {
+        EXPECT_CALL(libssh, ssh_add_channel_callbacks)
+            .WillOnce(DoAll(SaveArg<1>(&server), Return(SSH_OK)));
+        EXPECT_TRUE(channel.open());
+    }
+
+    void loseConnection()
+    {
+        ON_CALL(libssh, ssh_channel_is_open).WillByDefault(Return(0));
+        ON_CALL(libssh, ssh_channel_is_closed).WillByDefault(Return(1));
+        libssh.connected = 0;
+    }
+
+    /// Whether asking how the command ended leaves a failure.
+    bool isCutOff()
+    {
+        static_cast<void>(channel.getExitCode());
+        const bool isCodeCutOff = static_cast<bool>(Failure::last());
+        EXPECT_FALSE(channel.getExitSignal().has_value());
+        EXPECT_EQ(static_cast<bool>(Failure::last()), isCodeCutOff);
+        return isCodeCutOff;
+    }
+
+    ssh_channel_callbacks server = nullptr;
+};
+
 } // namespace
+
+TEST_F(ClosedChannel, IsCutOffByTheLossOfTheConnectionAlone)
+{
+    EXPECT_FALSE(isCutOff());
+    loseConnection();
+    EXPECT_TRUE(isCutOff());
+    EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost);
+}
+
+TEST_F(ClosedChannel, IsNotCutOffWhereTheServerHadClosedItBefore)
+{
+    ASSERT_NE(server, nullptr);
+    ASSERT_NE(server->channel_close_function, nullptr);
+    server->channel_close_function(fakeSession(), fakeChannel(), server->userdata);
+    loseConnection();
+    EXPECT_FALSE(isCutOff());
+}
+
+TEST_F(ClosedChannel, IsNotCutOffWhereTheHostHadClosedItBefore)
+{
+    EXPECT_TRUE(channel.close());
+    loseConnection();
+    EXPECT_FALSE(isCutOff());
+}
 
 TEST_F(ChannelFixture, ChannelTakesItsHandleOver)
 {

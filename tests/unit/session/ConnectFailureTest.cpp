@@ -110,7 +110,9 @@ TEST(ConnectFailure, NamesThePlaceAndHasLibsshsNumberAndText)
 {
     {
         FailureScope scope("connect");
-        noteConnectFailure(beforeTheServer(textOf(ECONNREFUSED)), 2, "host:22");
+        ConnectFacts facts = beforeTheServer("classified: " + textOf(ECONNREFUSED));
+        facts.shownText = "shown";
+        noteConnectFailure(facts, 2, "host:22");
         scope.result(false);
     }
     const auto failure = Failure::last();
@@ -118,7 +120,7 @@ TEST(ConnectFailure, NamesThePlaceAndHasLibsshsNumberAndText)
     EXPECT_EQ(failure.entry(), "host:22");
     EXPECT_EQ(failure.source(), FailureSource::Transport);
     EXPECT_EQ(failure.number(), 2);
-    EXPECT_EQ(failure.text(), textOf(ECONNREFUSED));
+    EXPECT_EQ(failure.text(), "shown");
 }
 
 TEST(ConnectFailure, OfAnInterruptHasNoTextOfLibsshs)

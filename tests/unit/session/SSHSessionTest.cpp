@@ -6,9 +6,11 @@
 #include "util/Background.h"
 #include "util/RetryLimit.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/HandleFatalError.h>
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
+#include <Tarnis/SSHFailureCode.h>
 #include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
 #include <Tarnis/UserAuthenticator.h>
@@ -26,6 +28,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+using FileSystem::Failure;
 using FileSystem::handle_fatal_error;
 using Tarnis::HostAuthenticatorHostKey;
 using Tarnis::HostAuthenticatorNone;
@@ -105,6 +108,9 @@ MATCHER_P(PointsToText, text, "")
 {
     return std::string(static_cast<const char*>(arg)) == text;
 }
+
+// Of a connection that has gone; the text is that of an errno which has nothing to do with it.
+constexpr const char* madeUpError = "Socket error: No such file or directory";
 
 class Session : public ::testing::Test
 {
@@ -340,6 +346,15 @@ TEST_F(Session, KeepsTheFailedSessionAndItsErrorUntilTheNextAttempt)
     EXPECT_FALSE(session.connect());
     EXPECT_EQ(session.getLastError(), "Connection refused");
     Mock::VerifyAndClearExpectations(&libssh);
+}
+
+TEST_F(Session, DoesNotExplainAFailedConnectByWhatLibsshMakesUp)
+{
+    EXPECT_CALL(libssh, ssh_connect).WillOnce(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, ssh_get_error).WillRepeatedly(Return(madeUpError));
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(Failure::last().source(), FileSystem::FailureSource::Transport);
+    EXPECT_EQ(Failure::last().text(), "");
 }
 
 TEST_F(Session, WithoutMemoryForAFreshSessionKeepsTheOldOne)
@@ -865,6 +880,19 @@ TEST_F(ConnectedSession, StaysWhenTheUserIsNotAcceptedAndMayTryAgain)
     }
     EXPECT_NE(session.userAuthenticate(UserAuthenticatorPassword("secret")), nullptr);
     EXPECT_EQ(session.getState(), RemoteSessionState::Authenticated);
+}
+
+TEST_F(ConnectedSession, DoesNotExplainALossWhileLoggingInByWhatLibsshMakesUp)
+{
+    static_cast<void>(session.hostAuthenticate(HostAuthenticatorNone()));
+    EXPECT_CALL(libssh, ssh_get_error).WillRepeatedly(Return(madeUpError));
+    EXPECT_CALL(libssh, ssh_userauth_none).WillOnce([this](auto...) {
+        libssh.connected = 0;
+        return SSH_AUTH_ERROR;
+    });
+    static_cast<void>(session.userAuthenticate(UserAuthenticatorNone()));
+    EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::Lost);
+    EXPECT_EQ(Failure::last().text(), "");
 }
 
 TEST_F(AuthenticatedSession, IsAuthenticatedAndTakesNoMoreAuthentication)

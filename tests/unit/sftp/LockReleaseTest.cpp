@@ -85,6 +85,22 @@ TEST_F(LockRelease, ComesBetweenTheEntriesOfAListing)
     expectFreeBetweenRequests(6);
 }
 
+TEST_F(LockRelease, ComesBetweenTheLooksAtADirectoryThatCannotBeMade)
+{
+    ON_CALL(libssh, ssh_get_error_code).WillByDefault(Return(SSH_REQUEST_DENIED));
+    EXPECT_CALL(libssh, sftp_mkdir).WillOnce([this](auto...) {
+        noteRequest();
+        sftp.errnum = SSH_FX_FAILURE;
+        return SSH_ERROR;
+    });
+    EXPECT_CALL(libssh, sftp_lstat).WillOnce([this](auto...) {
+        noteRequest();
+        return attributesOf(0100644);
+    });
+    EXPECT_FALSE(files.directoryCreateAs("/d", false));
+    expectFreeBetweenRequests(2);
+}
+
 TEST_F(LockRelease, ComesBetweenTheRequestsAndRepliesOfARead)
 {
     constexpr std::size_t package = 2'621'440;

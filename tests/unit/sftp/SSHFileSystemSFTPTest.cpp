@@ -1,3 +1,4 @@
+#include "sftp/SFTPCall.h"
 #include "sftp/SftpFixture.h"
 
 #include <FileSystem/Failure.h>
@@ -382,13 +383,43 @@ TEST_F(SftpFileSystem, MakesNoDirectoryWhereTheServerWouldSayThatItMadeWhatStand
     EXPECT_TRUE(files.directoryCreateAs("/new", false));
 }
 
+TEST_F(SftpFileSystem, IsLostAndNotInvalidWhenItsLostSessionIsRetiredMeanwhile)
+{
+    const auto retire = [this](sftp_session) -> int {
+        handle->lossMark() = true;
+        throw handle_fatal_error("invalid");
+    };
+    EXPECT_EQ(Tarnis::callUnlessLost(*handle, retire), std::nullopt);
+    EXPECT_EQ(Tarnis::callSftp(*handle, "/f", retire), -1);
+}
+
+TEST_F(SftpFileSystem, IsInvalidWhenItsSessionIsRetiredMeanwhileAndNotLost)
+{
+    const auto retire = [](sftp_session) -> int { throw handle_fatal_error("invalid"); };
+    EXPECT_THROW(Tarnis::callUnlessLost(*handle, retire), handle_fatal_error);
+}
+
 TEST_F(SftpFileSystem, AsksNoServerAboutAnEmptyPath)
 {
     EXPECT_CALL(libssh, sftp_open).Times(0);
     EXPECT_CALL(libssh, sftp_mkdir).Times(0);
+    EXPECT_CALL(libssh, sftp_rmdir).Times(0);
+    EXPECT_CALL(libssh, sftp_unlink).Times(0);
+    EXPECT_CALL(libssh, sftp_chmod).Times(0);
+    EXPECT_CALL(libssh, sftp_rename).Times(0);
     EXPECT_EQ(files.fileOpen("", StorageSystemFileOpenModeFlag::Read), nullptr);
     EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
     EXPECT_FALSE(files.directoryCreateAs("", true));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.directoryRemove(""));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileRemove(""));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileSetPermissions("", PosixFilePermissionFlag::OwnerRead));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileRenameAs("", "/new"));
+    EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
+    EXPECT_FALSE(files.fileRenameAs("/f", ""));
     EXPECT_EQ(Failure::last().code(), FailureCode::BadName);
 }
 
