@@ -107,7 +107,8 @@ public:
     /// the umask. A file that is replaced keeps its own, and its owner and group where the system
     /// lets us; in another group, or in one that nobody tells, it keeps none for its group that
     /// others do not have. What it is closed to while it is copied onto stays closed. A directory
-    /// that is filled keeps its own. While it is made, a copy is open to nobody to whom the source,
+    /// that is filled keeps its own; one that is to get the source's is closed to others before it
+    /// is filled. While it is made, a copy is open to nobody to whom the source,
     /// or the file that it replaces, is not. All of this as far as the target's system keeps to
     /// permissions.
     ///

@@ -327,4 +327,41 @@ TEST_F(CopyPermissions, BestEffortIsNoneForWhatIsNotPreserved)
     EXPECT_THAT(target.paths(), testing::IsEmpty());
 }
 
+TEST_F(CopyPermissions, OfADirectoryThatWasThereAreTakenAwayBeforeItIsFilled)
+{
+    for (const auto options :
+         {Utilities::Flags<Option>(preserveAll), preserveAll | Option::PreserveBestEffort}) {
+        source.addDirectory("/tree", 0700);
+        source.addFile("/tree/file", "bytes", 0644);
+        target.addDirectory("/copy", 0755);
+        bool isFilled = false;
+        const auto watches = [&](std::uint64_t done, std::uint64_t) {
+            isFilled = isFilled || done > 0;
+            EXPECT_TRUE(done == 0 || target.at("/copy").permissions.raw() == 0700U);
+            return true;
+        };
+        EXPECT_TRUE(
+            source.fileCopyAs("/tree", target, "/copy", watches, options | Option::Recursive));
+        EXPECT_TRUE(isFilled);
+        EXPECT_EQ(target.at("/copy").permissions.raw(), 0700U);
+        ASSERT_TRUE(target.directoryRemove("/copy", true));
+    }
+}
+
+TEST_F(CopyPermissions, OfADirectoryThatWasThereAndCannotBeClosedAreAFailure)
+{
+    source.addDirectory("/tree", 0700);
+    source.addFile("/tree/file", "bytes", 0644);
+    target.addDirectory("/copy", 0755);
+    target.behaviour.refusesPermissions = true;
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {},
+                                   Option::PreservePermissions | Option::Recursive));
+    EXPECT_THAT(target.paths(), ElementsAre("/copy"));
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {},
+                                   Option::PreservePermissions | Option::Recursive |
+                                       Option::PreserveBestEffort));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
+    EXPECT_EQ(target.bytesOf("/copy/file"), "bytes");
+}
+
 } // namespace

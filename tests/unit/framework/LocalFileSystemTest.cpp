@@ -43,6 +43,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace FileSystem;
+using Option = StorageSystemCopyOptionFlag;
 using OpenFlag = StorageSystemFileOpenModeFlag;
 using Types = Utilities::Flags<StorageSystemFileTypeFlag>;
 using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
@@ -715,6 +716,34 @@ TEST_F(LocalFileSystemTest, RemovesATreeDeeperThanAPathIsLong)
     }
     EXPECT_TRUE(system_.directoryRemove(file("deep"), true));
     EXPECT_TRUE(names().empty());
+}
+
+TEST_F(LocalFileSystemTest, ATreeIsCopiedWhateverTheUmaskTakesFromItsOwner)
+{
+    directory_.makeDirectory("tree");
+    directory_.makeDirectory("tree/sub");
+    directory_.write("tree/sub/file", "bytes", 0644);
+    ASSERT_EQ(::chmod(file("tree").c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(file("tree/sub").c_str(), 0755), 0);
+    directory_.allowEveryone();
+    ASSERT_EQ(::chmod(directory_.path().c_str(), 0777), 0);
+    for (const auto& [mask, after] : {std::pair(0777U, 0U), std::pair(0300U, 0455U)}) {
+        for (const auto& [options, kept] :
+             {std::pair(Option::Recursive | Option::None, after),
+              std::pair(Option::Recursive | Option::PreservePermissions, 0755U)}) {
+            const UnprivilegedUser nobody;
+            const mode_t before = ::umask(mask);
+            EXPECT_TRUE(system_.fileCopyAs(file("tree"), system_, file("copy"), {}, options))
+                << FileSystem::Failure::last().message();
+            ::umask(before);
+            EXPECT_EQ(system_.fileMode(file("copy")), kept);
+            EXPECT_EQ(::chmod(file("copy").c_str(), 0700), 0);
+            EXPECT_EQ(system_.fileMode(file("copy/sub")), kept);
+            EXPECT_EQ(::chmod(file("copy/sub").c_str(), 0700), 0);
+            EXPECT_EQ(system_.fileSize(file("copy/sub/file")), 5U);
+            fs::remove_all(file("copy"));
+        }
+    }
 }
 
 } // namespace
