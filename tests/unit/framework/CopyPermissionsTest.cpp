@@ -230,13 +230,23 @@ TEST_F(CopyPermissions, ToBePreservedInPlaceThatTheTargetCannotHaveFailBeforeThe
     source.addFile("/file", "private", 0600);
     target.addFile("/copy", "old", 0644);
     target.behaviour.refusesPermissions = true;
-    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::InPlace));
-    EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
-    EXPECT_EQ(target.bytesOf("/copy"), "old");
+    for (const auto options : {preserveAll | Option::InPlace,
+                               preserveAll | Option::InPlace | Option::PreserveBestEffort}) {
+        EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {}, options));
+        EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
+        EXPECT_EQ(target.bytesOf("/copy"), "old");
+    }
+}
+
+TEST_F(CopyPermissions, OfAFileInPlaceThatEverybodyMayReadAnywayCanBeDoneWithout)
+{
+    source.addFile("/file", "public", 0644);
+    target.addFile("/copy", "old", 0666);
+    target.behaviour.refusesPermissions = true;
     EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {},
                                    preserveAll | Option::InPlace | Option::PreserveBestEffort));
     EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
-    EXPECT_EQ(target.bytesOf("/copy"), "private");
+    EXPECT_EQ(target.bytesOf("/copy"), "public");
 }
 
 TEST_F(CopyPermissions, OfASourceThatBecomesPrivateAreThoseThatItHasWhenItIsOpen)

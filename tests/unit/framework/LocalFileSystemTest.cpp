@@ -1,4 +1,6 @@
+#include "framework/ExpectFailure.h"
 #include "support/TemporaryDirectory.h"
+#include "support/UniqueFd.h"
 #include "support/UnprivilegedUser.h"
 
 #include <FileSystem/Failure.h>
@@ -716,6 +718,69 @@ TEST_F(LocalFileSystemTest, RemovesATreeDeeperThanAPathIsLong)
     }
     EXPECT_TRUE(system_.directoryRemove(file("deep"), true));
     EXPECT_TRUE(names().empty());
+}
+
+class LinkToNoFileTest : public LocalFileSystemTest
+{
+protected:
+    /// A link to a pipe, and one to an open pipe, whose text names nothing: as that of /dev/stdout.
+    void SetUp() override
+    {
+        std::array<int, 2> ends = {-1, -1};
+        ASSERT_EQ(::pipe(ends.data()), 0);
+        readEnd_ = UniqueFd(ends[0]);
+        writeEnd_ = UniqueFd(ends[1]);
+        ASSERT_EQ(::mkfifo(file("pipe").c_str(), 0600), 0);
+        fs::create_symlink("pipe", file("named"));
+        fs::create_symlink("/proc/self/fd/" + std::to_string(ends[1]), file("open"));
+        directory_.write("source", "bytes", 0644);
+    }
+
+    void expectRefused(bool isDone, const std::string& path)
+    {
+        EXPECT_FALSE(isDone);
+        expectFailure(FileSystem::FailureCode::NotCopyable, path);
+        EXPECT_TRUE(fs::is_symlink(path));
+    }
+
+private:
+    UniqueFd readEnd_;
+    UniqueFd writeEnd_;
+};
+
+TEST_F(LinkToNoFileTest, IsNotReplaced)
+{
+    fs::create_symlink("source", file("link"));
+    for (const auto& path : {file("named"), file("open")}) {
+        for (const Utilities::Flags<Option> options :
+             {Utilities::Flags<Option>(), Utilities::Flags<Option>(Option::InPlace)}) {
+            expectRefused(system_.fileCopyAs(file("source"), system_, path, {}, options), path);
+            expectRefused(system_.fileCopyAs(file("link"), system_, path, {}, options), path);
+        }
+        expectRefused(system_.fileReplaceAs(file("source"), path), path);
+    }
+    EXPECT_TRUE(fs::exists(file("source")));
+}
+
+TEST_F(LinkToNoFileTest, IsNotReplacedByACopyOfATree)
+{
+    directory_.makeDirectory("tree");
+    directory_.write("tree/file", "bytes", 0644);
+    directory_.makeDirectory("copy");
+    fs::create_symlink("../pipe", file("copy/file"));
+    expectRefused(system_.fileCopyAs(file("tree"), system_, file("copy"), {}, Option::Recursive),
+                  file("copy/file"));
+}
+
+TEST_F(LinkToNoFileTest, IsToldFromLinksToAllElse)
+{
+    directory_.makeDirectory("directory");
+    for (const char* const target : {"nothing", "directory", "source"}) {
+        fs::create_symlink(target, file("way"));
+        EXPECT_TRUE(system_.fileCopyAs(file("source"), system_, file("way"))) << target;
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(file("way")))) << target;
+        fs::remove(file("way"));
+    }
 }
 
 TEST_F(LocalFileSystemTest, ATreeIsCopiedWhateverTheUmaskTakesFromItsOwner)
