@@ -20,6 +20,22 @@ bool isFileOrLink(const StorageSystem& system, const std::string& path,
     return isDirectoryItself(system, path) && fail(FailureCode::IsDirectory, {}, path);
 }
 
+/// Whether a link is seen to lead to a pipe, a socket or a device. The text of one like
+/// "/dev/stdout" need not name anything, so only the system can tell.
+bool leadsToNoFile(const StorageSystem& system, const std::string& path)
+{
+    const FailureKeeper keeper;
+    return system.linkLooker_ && system.linkLooker_(path);
+}
+
+bool isReplaceable(const StorageSystem& system, const std::string& path,
+                   Utilities::Flags<StorageSystemFileTypeFlag> type)
+{
+    const bool isOther = isSymbolicLink(type) && leadsToNoFile(system, path);
+    return isOther ? fail(FailureCode::NotCopyable, "the link leads to no file", path)
+                   : isFileOrLink(system, path, type);
+}
+
 bool isStillDirectory(const StorageSystem& system, const std::string& path)
 {
     const auto type = system.fileType(path);

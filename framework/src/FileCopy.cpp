@@ -22,6 +22,7 @@ namespace {
 constexpr Permissions ownerOnly =
     PosixFilePermissionFlag::OwnerRead | PosixFilePermissionFlag::OwnerWrite;
 constexpr const char* sameFile = "it is the source itself";
+constexpr Permissions mayRead{0444U};
 constexpr Permissions everybodyReads =
     PosixFilePermissionFlag::GroupRead | PosixFilePermissionFlag::OthersRead;
 
@@ -29,6 +30,12 @@ constexpr Permissions everybodyReads =
 bool areSecret(Permissions permissions)
 {
     return (permissions & everybodyReads) != everybodyReads;
+}
+
+/// Whether the two are seen to be one user's. One that was not told is given to nobody.
+bool hasSameOwner(const StorageSystemFileInfo& before, const StorageSystemFileInfo& now)
+{
+    return !before.owner || !now.owner || *before.owner == *now.owner;
 }
 
 bool isLocal(const StorageSystem& system)
@@ -75,27 +82,31 @@ bool FileCopy::mayTakeItsPlace() const
     if (!standing_) {
         return true;
     }
-    if (!isFileOrLink(task_.target, targetPath_, standing_->type)) {
+    if (!isReplaceable(task_.target, targetPath_, standing_->type)) {
         return false;
     }
     return !has(Option::FailIfExists) || fail(FailureCode::Exists, {}, targetPath_);
 }
 
 /// The same for what stands there by now. Where nothing stood on a server, that would cost a round
-/// trip for every new file; without replacing, whoever publishes looks.
+/// trip for every new file; without replacing, whoever publishes looks. What somebody else has put
+/// in the place of a file meanwhile is not the one whose owner the copy is to have.
 bool FileCopy::mayStillTakeItsPlace()
 {
     if (has(Option::FailIfExists) || (!standing_ && !isLocal(task_.target))) {
         return true;
     }
     const auto now = task_.target.fileInfo(targetPath_);
+    standsStill_ = now && isRegularFile(now->type);
     if (!now) {
         return true;
     }
-    if (replacesFile() && isRegularFile(now->type)) {
+    if (replacesFile() && standsStill_) {
         standing_->permissions = standing_->permissions & now->permissions;
     }
-    return isFileOrLink(task_.target, targetPath_, now->type);
+    return isReplaceable(task_.target, targetPath_, now->type) &&
+           (!replacesFile() || !standsStill_ || hasSameOwner(*standing_, *now) ||
+            fail(FailureCode::Changed, "its owner is another one", targetPath_));
 }
 
 bool FileCopy::copyFile()
@@ -266,12 +277,14 @@ bool FileCopy::narrow(StorageSystemFile& file, const std::string& path,
 }
 
 /// Gives the file the owner of what it is to replace, and its permissions unless it gets the
-/// source's. False: it has not got these.
+/// source's. The owner that was there before the first byte: whoever may write to the directory
+/// could put a file of his own there meanwhile. False: it has not got the permissions.
 bool FileCopy::takePlaceOfStanding(StorageSystemFile& file) const
 {
+    const auto& succeed = file.attributeKeeper_.succeed;
     const auto permissions =
         has(Option::PreservePermissions) ? permissionsWhileFilled() : standing_->permissions;
-    return file.attributeKeeper_.succeed && file.attributeKeeper_.succeed(targetPath_, permissions);
+    return standsStill_ && succeed && succeed(standing_->owner, permissions);
 }
 
 bool FileCopy::replacesFile() const
@@ -445,13 +458,27 @@ std::optional<std::uint64_t> FileCopy::sizeNow(StorageSystemFile& source) const
 }
 
 /// Takes from what stands there, before the first byte, what it has beyond the source's permissions
-/// if it is to have these. Its owner may still have to open it to be written.
+/// if it is to have these. To whom they do not let read, the bytes are not given. Its owner may
+/// still have to open it to be written.
 bool FileCopy::closeToOthers(StorageSystemFile& standing) const
 {
+    if (!has(Option::PreservePermissions)) {
+        return true;
+    }
+    const FailureWatch watch;
     const auto wanted =
         (permissions_ | PosixFilePermissionFlag::OwnerWrite) & standing_->permissions;
-    return !has(Option::PreservePermissions) || narrow(standing, targetPath_, wanted) ||
-           has(Option::PreserveBestEffort);
+    if (narrow(standing, targetPath_, wanted)) {
+        return true;
+    }
+    const auto readers = standing_->permissions & mayRead;
+    if (has(Option::PreserveBestEffort) && (readers & permissions_) == readers) {
+        return true;
+    }
+    const auto why = watch.noted();
+    return fail(why ? why.code() : make_error_code(FailureCode::NotKept), why.source(),
+                why.number(), "it cannot be closed to those to whom the source is closed",
+                targetPath_);
 }
 
 /// What was longer than what has been written has its end left. Where a system cannot take it away,

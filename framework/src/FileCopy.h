@@ -84,6 +84,7 @@ private:
     std::string name_;
     std::string targetPath_;
     std::optional<StorageSystemFileInfo> standing_;
+    bool standsStill_ = false; ///< What stood there was a file when it was looked at again.
 };
 
 } // namespace FileSystem

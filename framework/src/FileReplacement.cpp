@@ -118,7 +118,7 @@ bool FileReplacement::replaceAfterLooking(const StorageSystem& system, const std
     if (!type) {
         return rename(system, path, newPath);
     }
-    return isFileOrLink(system, newPath, *type) &&
+    return isReplaceable(system, newPath, *type) &&
            (rename(system, path, newPath) || replaceInSteps(system, path, newPath));
 }
 

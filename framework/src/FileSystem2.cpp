@@ -164,7 +164,7 @@ bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newP
         return scope.result(false);
     }
     const auto target = fileInfo(newPath);
-    if (target && !isFileOrLink(*this, newPath, target->type)) {
+    if (target && !isReplaceable(*this, newPath, target->type)) {
         return scope.result(false);
     }
     return scope.result(pathCanonize(path) == pathCanonize(newPath) ||

@@ -23,8 +23,8 @@ Utilities::Flags<PosixFilePermissionFlag> permissionsOf(mode_t mode) noexcept;
 /// The kind by the file type bits of a mode.
 Utilities::Flags<StorageSystemFileTypeFlag> typeOfMode(mode_t mode) noexcept;
 
-/// Kind, size, time and permissions into `info`. The size is what the system says, for a directory
-/// too.
+/// Kind, size, time, permissions and owner into `info`. The size is what the system says, for a
+/// directory too.
 void setAttributes(StorageSystemFileInfo& info, const struct stat& attributes) noexcept;
 
 /// The tick that holds the moment; the nearest one there is for a moment beyond the ticks.

@@ -58,8 +58,8 @@ LocalFile::AttributeKeeper LocalFile::attributeKeeper() const
     keeper.narrow = [this](auto permissions) {
         return LocalError::succeeded(narrowPermissions(descriptor_.get(), permissions), fileId_);
     };
-    keeper.succeed = [this](const std::string& path, auto permissions) {
-        return succeedTo(descriptor_.get(), path, permissions);
+    keeper.succeed = [this](const auto& owner, auto permissions) {
+        return succeedTo(descriptor_.get(), owner, permissions);
     };
     keeper.set = [this](auto permissions) {
         return LocalError::succeeded(setPermissions(descriptor_.get(), permissions), fileId_);

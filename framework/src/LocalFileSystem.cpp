@@ -281,6 +281,11 @@ LocalFileSystem::LocalFileSystem()
         [this](const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) {
             return openFileItself(*this, path, mode);
         });
+    setLinkLooker([](const std::string& path) {
+        struct stat target = {};
+        return ::stat(systemPath(path), &target) == 0 && !S_ISREG(target.st_mode) &&
+               !S_ISDIR(target.st_mode);
+    });
 }
 
 LocalFileSystem::~LocalFileSystem() = default;

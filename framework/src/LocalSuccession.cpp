@@ -1,11 +1,7 @@
 #include "LocalSuccession.h"
 
 #include "LocalAttributes.h"
-#include "SystemCall.h"
 
-#include <optional>
-
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,12 +17,12 @@ bool setPermissions(int file, const struct stat& now, mode_t wanted)
 }
 
 /// The owner and the group where that is allowed, or else the group.
-bool setOwner(int file, const struct stat& now, const struct stat& wanted)
+bool setOwner(int file, const struct stat& now, const StorageSystemOwner& wanted)
 {
     constexpr uid_t same = static_cast<uid_t>(-1);
-    return (now.st_uid == wanted.st_uid && now.st_gid == wanted.st_gid) ||
-           ::fchown(file, wanted.st_uid, wanted.st_gid) == 0 ||
-           ::fchown(file, same, wanted.st_gid) == 0;
+    return (now.st_uid == wanted.user && now.st_gid == wanted.group) ||
+           ::fchown(file, wanted.user, wanted.group) == 0 ||
+           ::fchown(file, same, wanted.group) == 0;
 }
 
 } // namespace
@@ -43,17 +39,15 @@ bool narrowPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permi
     return now && setPermissions(file, *now, now->st_mode & permissions.raw() & permissionBits);
 }
 
-bool succeedTo(int file, const std::string& path,
+bool succeedTo(int file, const std::optional<StorageSystemOwner>& owner,
                Utilities::Flags<PosixFilePermissionFlag> permissions)
 {
-    const auto former = readAttributes(AT_FDCWD, systemPath(path));
     const auto now = attributesOfOpen(file);
-    if (!former || !now || !S_ISREG(former->st_mode)) {
+    if (!now) {
         return false;
     }
-    const bool hasItsGroup = setOwner(file, *now, *former);
-    const auto atMost = permissions & permissionsOf(former->st_mode);
-    const auto wanted = hasItsGroup ? atMost : withoutOwnOfGroup(atMost);
+    const bool hasItsGroup = owner && setOwner(file, *now, *owner);
+    const auto wanted = hasItsGroup ? permissions : withoutOwnOfGroup(permissions);
     return setPermissions(file, *now, wanted.raw() & permissionBits);
 }
 

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <FileSystem/StorageSystemFlags.h>
+#include <FileSystem/StorageSystemRecords.h>
 #include <Utilities/Flags.h>
 
-#include <string>
+#include <optional>
 
 namespace FileSystem {
 
@@ -16,9 +17,8 @@ bool narrowPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permi
 /// As StorageSystemFile::AttributeKeeper::set.
 bool setPermissions(int file, Utilities::Flags<PosixFilePermissionFlag> permissions);
 
-/// As StorageSystemFile::AttributeKeeper::succeed. Gives no permissions that what stands at the
-/// path has not got by now. False where that is no file: what was to be replaced is gone.
-bool succeedTo(int file, const std::string& path,
+/// As StorageSystemFile::AttributeKeeper::succeed.
+bool succeedTo(int file, const std::optional<StorageSystemOwner>& owner,
                Utilities::Flags<PosixFilePermissionFlag> permissions);
 
 } // namespace FileSystem

@@ -29,11 +29,31 @@ PartialEntry::~PartialEntry()
         return;
     }
     try {
-        const FailureKeeper keeper;
-        static_cast<void>(system_.fileRemove(path_));
+        if (!remove()) {
+            tellThatItIsLeft();
+        }
     } catch (...) {
         // The system is out of reach, and the entry with it.
     }
+}
+
+/// False: it is seen to be there still.
+bool PartialEntry::remove() const
+{
+    const FailureKeeper keeper;
+    return system_.fileRemove(path_) || !system_.fileType(path_);
+}
+
+/// As a part of the failure that keeps it from being published: nobody would look for it.
+void PartialEntry::tellThatItIsLeft() const
+{
+    const auto why = Failure::last();
+    if (!why) {
+        return;
+    }
+    const auto text = why.text().empty() ? "" : why.text() + "; ";
+    fail(why.code(), why.source(), why.number(), text + path_ + " cannot be removed and is left",
+         why.entry());
 }
 
 std::unique_ptr<StorageSystemFile>

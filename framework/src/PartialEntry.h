@@ -21,7 +21,8 @@ public:
     PartialEntry(const PartialEntry&) = delete;
     PartialEntry& operator=(const PartialEntry&) = delete;
 
-    /// Removes what was created and not published. Files of it must be closed by then.
+    /// Removes what was created and not published; where that fails, the failure at hand says what
+    /// is left. Files of it must be closed by then.
     ~PartialEntry();
 
     /// Null: it cannot be created.
@@ -42,6 +43,8 @@ public:
 private:
     std::unique_ptr<StorageSystemFile>
     tryToCreate(const std::string& name, Utilities::Flags<PosixFilePermissionFlag> permissions);
+    bool remove() const;
+    void tellThatItIsLeft() const;
     bool takeFreeName();
     bool takeFinalName(const std::string& finalPath, bool replace) const;
 

@@ -404,6 +404,11 @@ void StorageSystem::setSelfOpener(SelfOpener opener)
     selfOpener_ = std::move(opener);
 }
 
+void StorageSystem::setLinkLooker(std::function<bool(const std::string&)> looker)
+{
+    linkLooker_ = std::move(looker);
+}
+
 void StorageSystem::setDirectoryReader(DirectoryReader reader)
 {
     directoryReader_ = std::move(reader);

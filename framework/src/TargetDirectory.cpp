@@ -68,7 +68,7 @@ bool TargetDirectory::make()
     const auto name = PathText::fileName(path_);
     // The root and "." cannot be made, only be there.
     if (!PathText::isEntryName(name)) {
-        return task_.target.directoryExists(path_, false);
+        return task_.target.directoryExists(path_, false) && closeStanding();
     }
     // If they cannot be set in the end, what others may look into is better off with these.
     const bool isPrivate = isPreserved && !task_.options.has(Option::PreserveBestEffort);
@@ -78,7 +78,7 @@ bool TargetDirectory::make()
     if (isNew_) {
         lookAtNew(permissions);
     }
-    return isNew_ || isThere();
+    return isNew_ || (isThere() && closeStanding());
 }
 
 /// Whether it could not be made because it is there.
@@ -96,23 +96,39 @@ bool TargetDirectory::isThere() const
                               : fail(FailureCode::NotDirectory, {}, path_);
 }
 
-/// This machine gives what was asked for, less the umask. A server may give what it likes.
+/// Takes away, before the first entry, what a directory that was there has beyond the source's
+/// permissions, if it is to have these.
+bool TargetDirectory::closeStanding() const
+{
+    if (!final_) {
+        return true;
+    }
+    const auto standing = task_.target.directoryInfo(path_);
+    if (!standing) {
+        return false;
+    }
+    const auto narrowed = (standing->permissions & *final_) | allOfTheOwner;
+    // Where that is no reason to give up it is told in the end, when the same is tried again.
+    return narrowed == standing->permissions ||
+           task_.target.directorySetPermissions(path_, narrowed) ||
+           task_.options.has(Option::PreserveBestEffort);
+}
+
+/// A umask may have taken from the owner what filling it needs, and a server may give what it
+/// likes.
 void TargetDirectory::lookAtNew(Permissions permissions)
 {
-    const bool isLocal = task_.target.getType() == StorageSystemType::Local;
-    const bool isOnlyWhileFilled = !final_ && source_.permissions != permissions;
-    const auto made =
-        isLocal && !isOnlyWhileFilled ? std::nullopt : task_.target.directoryInfo(path_);
+    const auto made = task_.target.directoryInfo(path_);
     if (!made) {
         return;
     }
-    const auto narrowed = made->permissions & permissions;
-    if (narrowed != made->permissions) {
-        // As far as the system has permissions at all.
-        task_.target.directorySetPermissions(path_, narrowed);
-    }
-    if (isOnlyWhileFilled) {
-        final_ = made->permissions & source_.permissions;
+    const auto whileFilled = (made->permissions & permissions) | allOfTheOwner;
+    // As far as the system has permissions at all.
+    const bool isSet = whileFilled == made->permissions ||
+                       task_.target.directorySetPermissions(path_, whileFilled);
+    const auto inTheEnd = made->permissions & source_.permissions;
+    if (!final_ && isSet && inTheEnd != whileFilled) {
+        final_ = inTheEnd;
     }
 }
 

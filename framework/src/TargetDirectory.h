@@ -37,7 +37,7 @@ public:
     TargetDirectory(const CopyTask& task, std::string path, const StorageSystemFileInfo& source);
 
     /// Makes it, or finds it there. While it is filled, a new one is open to nobody to whom the
-    /// source is not.
+    /// source is not, nor is one that is to get the source's permissions.
     bool make();
 
     /// Whether it was not there before.
@@ -52,6 +52,7 @@ private:
     using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
 
     bool isThere() const;
+    bool closeStanding() const;
     void lookAtNew(Permissions permissions);
     bool setTime() const;
     bool setPermissions() const;

@@ -18,6 +18,7 @@ using SFTPAttributes =
 /// The bits of a mode that say what kind of thing it is of, all together, and two of their values.
 inline constexpr std::uint32_t kindBits = 0xF000;
 inline constexpr std::uint32_t directoryKind = 0x4000;
+inline constexpr std::uint32_t regularKind = 0x8000;
 inline constexpr std::uint32_t linkKind = 0xA000;
 
 /// A moment as SFTP's attributes hold it.

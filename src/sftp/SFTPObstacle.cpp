@@ -105,6 +105,13 @@ bool hasEntries(const std::shared_ptr<SSHHandleSFTPSession>& sftp, const std::st
 
 } // namespace
 
+bool isSeenToBeNoFile(SSHHandleSFTPSession& sftp, const std::string& path)
+{
+    const SFTPAttributes attributes(askSftp(sftp, path, sftp_stat, path.c_str()));
+    const std::uint32_t kind = attributes != nullptr ? attributes->permissions & kindBits : 0;
+    return kind != 0 && kind != regularKind && kind != directoryKind;
+}
+
 bool mayOpenAsNew(SSHHandleSFTPSession& sftp, const std::string& path)
 {
     return isKnownToRefuse(sftp) || isFree(sftp, path);

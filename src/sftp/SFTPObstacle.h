@@ -33,6 +33,10 @@ bool mayRemoveAsFile(SSHHandleSFTPSession& sftp, const std::string& path);
 /// Nothing but a directory may stand at the path.
 bool mayRemoveAsDirectory(SSHHandleSFTPSession& sftp, const std::string& path);
 
+/// Whether what a path leads to, links followed, is seen to be neither a regular file nor a
+/// directory. Notes nothing: what cannot be told is no obstacle.
+bool isSeenToBeNoFile(SSHHandleSFTPSession& sftp, const std::string& path);
+
 // After the operation, where the failure just noted is a status of the server's that says little
 // (most of what has no status of its own in version 3 comes as "failure"): look what stands there
 // and note the failure anew with that reason. What the server was asked for, and its status and

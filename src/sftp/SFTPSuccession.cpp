@@ -2,11 +2,9 @@
 
 #include "sftp/SFTPAttributes.h"
 #include "sftp/SFTPCall.h"
-#include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPReplies.h"
 #include "sftp/SFTPRequest.h"
 
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -52,19 +50,6 @@ SFTPAttributes look(SSHHandleSFTPSessionFile& file)
     return SFTPAttributes(askSftp(file, {}, sftp_fstat));
 }
 
-/// Looks at what stands at a path of the file's system.
-SFTPAttributes lookUpBeside(SSHHandleSFTPSessionFile& file, const std::string& path)
-{
-    const auto lock = file.getLock();
-    SSHHandleSFTPSession* const sftp = file.getSftpSession();
-    return sftp != nullptr ? lookUp(*sftp, path) : nullptr;
-}
-
-bool tellsOwner(const SFTPAttributes& attributes)
-{
-    return attributes != nullptr && (attributes->flags & ownerFlag) != 0;
-}
-
 /// sendAttributes() under the lock, unless the SFTP session has gone.
 bool setAttributes(SSHHandleSFTPSessionFile& file, std::uint32_t flags,
                    const std::vector<std::uint32_t>& values)
@@ -83,20 +68,22 @@ bool setPermissions(SSHHandleSFTPSessionFile& file, const SFTPAttributes& now, P
 }
 
 /// The owner and the group where that is allowed, or else the group. Whether it has that group then
-/// is seen: a server may say that it did what it did not do.
-bool setOwner(SSHHandleSFTPSessionFile& file, const SFTPAttributes& now,
-              const SFTPAttributes& wanted)
+/// is seen: a server may say that it did what it did not do. One that tells no owners has no groups
+/// to speak of.
+bool setOwner(SSHHandleSFTPSessionFile& file, const sftp_attributes_struct& now,
+              const std::optional<FileSystem::StorageSystemOwner>& wanted)
 {
-    if (!tellsOwner(now) || !tellsOwner(wanted)) {
+    const bool isTold = (now.flags & ownerFlag) != 0;
+    if (!isTold || !wanted) {
+        return !isTold;
+    }
+    if (now.uid == wanted->user && now.gid == wanted->group) {
         return true;
     }
-    if (now->uid == wanted->uid && now->gid == wanted->gid) {
-        return true;
-    }
-    const bool isSet = setAttributes(file, ownerFlag, {wanted->uid, wanted->gid}) ||
-                       setAttributes(file, ownerFlag, {now->uid, wanted->gid});
+    const bool isSet = setAttributes(file, ownerFlag, {wanted->user, wanted->group}) ||
+                       setAttributes(file, ownerFlag, {now.uid, wanted->group});
     const auto after = isSet ? look(file) : nullptr;
-    return after != nullptr ? after->gid == wanted->gid : now->gid == wanted->gid;
+    return (after != nullptr ? after->gid : now.gid) == wanted->group;
 }
 
 } // namespace
@@ -109,14 +96,14 @@ bool narrowPermissions(SSHHandleSFTPSessionFile& file, Permissions permissions)
                           isTold ? permissions & Permissions(now->permissions) : permissions);
 }
 
-bool succeedTo(SSHHandleSFTPSessionFile& file, const std::string& path, Permissions permissions)
+bool succeedTo(SSHHandleSFTPSessionFile& file,
+               const std::optional<FileSystem::StorageSystemOwner>& owner, Permissions permissions)
 {
-    const auto former = lookUpBeside(file, path);
     const auto now = look(file);
-    if (former == nullptr || now == nullptr) {
+    if (now == nullptr) {
         return false;
     }
-    const bool hasItsGroup = setOwner(file, now, former);
+    const bool hasItsGroup = setOwner(file, *now, owner);
     return setPermissions(file, now, hasItsGroup ? permissions : withoutOwnOfGroup(permissions));
 }
 

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <FileSystem/StorageSystemFlags.h>
+#include <FileSystem/StorageSystemRecords.h>
 #include <Utilities/Flags.h>
 
-#include <string>
+#include <optional>
 
 namespace Tarnis {
 
@@ -19,9 +20,10 @@ class SSHHandleSFTPSessionFile;
 bool narrowPermissions(SSHHandleSFTPSessionFile& file,
                        Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions);
 
-/// As FileSystem::StorageSystemFile::AttributeKeeper::succeed: a look at each of the two, and
-/// requests for what differs.
-bool succeedTo(SSHHandleSFTPSessionFile& file, const std::string& path,
+/// As FileSystem::StorageSystemFile::AttributeKeeper::succeed: a look, and requests for what
+/// differs.
+bool succeedTo(SSHHandleSFTPSessionFile& file,
+               const std::optional<FileSystem::StorageSystemOwner>& owner,
                Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions);
 
 } // namespace Tarnis

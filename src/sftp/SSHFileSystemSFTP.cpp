@@ -56,6 +56,10 @@ SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sft
         const auto handle = validHandle();
         return handle != nullptr && renameReplacing(*handle, path, newPath);
     });
+    setLinkLooker([this](const std::string& path) {
+        const auto handle = validHandle();
+        return handle != nullptr && isSeenToBeNoFile(*handle, path);
+    });
 }
 
 SSHFileSystemSFTP::~SSHFileSystemSFTP()

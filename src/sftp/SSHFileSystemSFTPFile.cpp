@@ -126,8 +126,8 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     setCommit([file = file_, path = fileId] { return commitFile(*file, path); });
     setAttributeKeeper(
         {[file = file_](auto permissions) { return narrowPermissions(*file, permissions); },
-         [file = file_](const std::string& path, auto permissions) {
-             return succeedTo(*file, path, permissions);
+         [file = file_](const auto& owner, auto permissions) {
+             return succeedTo(*file, owner, permissions);
          }});
 }
 

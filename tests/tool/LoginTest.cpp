@@ -9,6 +9,8 @@
 
 #include <filesystem>
 
+#include <sys/stat.h>
+
 namespace TarnisTest {
 namespace {
 
@@ -88,6 +90,33 @@ TEST_F(LoginTest, TakesNoSecretFromAnArgument)
 TEST_F(LoginTest, WithTheSecondOfTwoNamedKeys)
 {
     expectIn(login({"-i", strangerKey_.privatePath, "-i", server_->clientKey().privatePath}));
+}
+
+TEST_F(LoginTest, WithAKeyThatComesThroughAPipe)
+{
+    ToolSetup setup = login({"-i", "/dev/fd/7"});
+    setup.descriptors[7] = readFile(server_->clientKey().privatePath);
+    expectIn(setup);
+}
+
+TEST_F(LoginTest, WithAnEncryptedKeyThatComesThroughAPipe)
+{
+    ToolSetup setup = login({"-i", "/dev/fd/7", "--passphrase-env", "PHRASE"});
+    setup.environment = {std::string("PHRASE=") + kPassPhrase};
+    setup.descriptors[7] = readFile(encryptedKey_.privatePath);
+    expectIn(setup);
+}
+
+TEST_F(LoginTest, WaitsForNobodyToOpenAPipe)
+{
+    const std::string pipe = home().file("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const ToolResult asKey = run(login({"-i", pipe}));
+    EXPECT_EQ(asKey.exitCode, 255) << asKey.errorOutput;
+    EXPECT_THAT(asKey.errorOutput, HasSubstr("this is no private key file"));
+    const ToolResult asHosts = run(login({"--known-hosts", pipe}));
+    EXPECT_EQ(asHosts.exitCode, 2) << asHosts.errorOutput;
+    EXPECT_THAT(asHosts.errorOutput, HasSubstr("cannot be a known-hosts file: it is a pipe"));
 }
 
 TEST_F(LoginTest, WithADefaultKey)

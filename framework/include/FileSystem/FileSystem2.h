@@ -82,8 +82,9 @@ public:
     /// is lost just then, they are found there. What is refused in one step is not tried in steps,
     /// unless the system could not tell why. Where the two paths are two names of
     /// one file, the old name is removed, by way of such a name too. False: nothing there; a
-    /// directory, a pipe, a socket or a device at either path; the new parent is missing or on
-    /// another volume; a refusal; both are where they were. When a connection was lost, nothing
+    /// directory, a pipe, a socket or a device at either path, or a link to one of the last three
+    /// at the new one; the new parent is missing or on another volume; a refusal; both are where
+    /// they were. When a connection was lost, nothing
     /// tells how far the system came.
     [[nodiscard]] bool fileReplaceAs(const std::string& path, const std::string& newPath) const;
 
@@ -106,21 +107,24 @@ public:
     /// Permissions, unless they are to be preserved: a new file or directory gets the source's less
     /// the umask. A file that is replaced keeps its own, and its owner and group where the system
     /// lets us; in another group, or in one that nobody tells, it keeps none for its group that
-    /// others do not have. What it is closed to while it is copied onto stays closed. A directory
-    /// that is filled keeps its own. While it is made, a copy is open to nobody to whom the source,
-    /// or the file that it replaces, is not. All of this as far as the target's system keeps to
-    /// permissions.
+    /// others do not have. The owner is that of the file that stood there before the copy began:
+    /// where another owner's has come there by its end, the copy fails (FailureCode::Changed). What
+    /// it is closed to while it is copied onto stays closed. A directory that is filled keeps its
+    /// own; one that is to get the source's is closed to others before it is filled. While it is
+    /// made, a copy is open to nobody to whom the source, or the file that it replaces, is not. All
+    /// of this as far as the target's system keeps to permissions.
     ///
     /// Target exists: a file or link is replaced, unless FailIfExists; a directory makes the copy
     /// of a file fail, and is filled by the copy of a directory; a pipe, a socket or a device makes
-    /// the copy fail. Parent missing: fails. A pipe, a socket or a device is not copied but makes
-    /// the copy fail, as does an entry whose name is no single component, and a directory that is
-    /// to be copied into itself.
-    /// \param progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
+    /// the copy fail, and so does a link that is seen to lead to one. Parent missing: fails. A
+    /// pipe, a socket or a device is not copied but makes the copy fail, as does an entry whose
+    /// name is no single component, and a directory that is to be copied into itself. \param
+    /// progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
     ///                   while a tree is looked at, before its total is known.
     /// \param bufferSize bytes per step; by default what the systems recommend.
     /// False: a failure, or `progress` said stop. Complete files of a tree stay, nothing
-    /// half-written does unless the target is out of reach; so too when `progress` throws.
+    /// half-written does unless the target is out of reach or refuses to remove it, which the
+    /// failure's text tells; so too when `progress` throws.
     [[nodiscard]] bool fileCopyAs(const std::string& path, const StorageSystem& target,
                                   const std::string& targetPath,
                                   const StorageSystemProgress& progress = {},

@@ -358,6 +358,12 @@ protected:
     /// they have seen to be a file. As setDirectoryReader().
     void setSelfOpener(SelfOpener opener);
 
+    /// For a system that can tell what a symbolic link leads to without opening it: copies then do
+    /// not replace a link to a pipe, a socket or a device. As setDirectoryReader(). \param looker
+    /// is given the path of a link; true where it is seen to lead to something that is neither a
+    /// regular file nor a directory. It notes no failure.
+    void setLinkLooker(std::function<bool(const std::string&)> looker);
+
     virtual std::string do_hostName() const = 0;
     virtual StorageSystemType do_getType() const = 0;
     virtual bool do_isReadable() const = 0;
@@ -457,6 +463,7 @@ private:
     friend class FileCopy;
     friend class FileReplacement;
     friend class StorageSystemFile;
+    friend bool leadsToNoFile(const StorageSystem& system, const std::string& path);
 
     std::unique_ptr<StorageSystemFile>
     openItself(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) const;
@@ -468,6 +475,7 @@ private:
     std::function<std::optional<std::string>()> startDirectory_;
     std::function<bool(const std::string&, const std::string&)> replacer_;
     SelfOpener selfOpener_;
+    std::function<bool(const std::string&)> linkLooker_;
 };
 
 } // namespace FileSystem

@@ -180,10 +180,10 @@ protected:
         /// Takes away what the file has beyond these permissions.
         std::function<bool(Permissions)> narrow = {};
 
-        /// Gives the file the owner and the group of what stands at a path, as far as the system
-        /// lets us, and then these permissions. In another group it gets none for its group that
-        /// others do not have.
-        std::function<bool(const std::string&, Permissions)> succeed = {};
+        /// Gives the file this owner and this group, as far as the system lets us, and then these
+        /// permissions. In another group it gets none for its group that others do not have.
+        /// Without an owner, as for a file of a system that tells none, it keeps its own.
+        std::function<bool(const std::optional<StorageSystemOwner>&, Permissions)> succeed = {};
 
         /// Gives the file these permissions and no others.
         std::function<bool(Permissions)> set = {};

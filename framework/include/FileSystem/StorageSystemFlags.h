@@ -70,7 +70,8 @@ enum class StorageSystemCopyOptionFlag : std::uint32_t
     /// The target gets the source's modification time, as exactly as the target's system keeps it.
     PreserveModTime = 2,
     /// Fails where something stands at the target's path. Without it, a file or a link there is
-    /// replaced; a directory, a pipe, a socket or a device never is.
+    /// replaced; a directory, a pipe, a socket or a device never is, nor a link that leads to one
+    /// of the last three.
     FailIfExists = 4,
     /// A directory is copied with everything below it, into a target directory that may exist.
     /// Without it, copying a directory fails.
@@ -83,11 +84,13 @@ enum class StorageSystemCopyOptionFlag : std::uint32_t
     /// this option. The source itself, by whatever path, is not written over: that fails. Two names
     /// of one file on a server cannot be told from two files; nothing is lost by that but where the
     /// server empties a file whenever it is opened for writing. With PreservePermissions what
-    /// stands there is closed to those who may not read the source before the first byte.
+    /// stands there is closed to those who may not read the source before the first byte, and
+    /// where that is refused nothing is written.
     InPlace = 16,
     /// What is to be preserved and cannot be is no reason to give the copy up: it goes on to its
     /// end and fails then, with FailureCode::NotKept, the entry and what was not kept (of several
-    /// the first, and their number). A failure with any other code is as without this option.
+    /// the first, and their number). A failure with any other code is as without this option, as
+    /// where a file that is to be written in place stays open to those who may not read the source.
     PreserveBestEffort = 32,
 };
 

@@ -23,6 +23,23 @@ using StorageSystemTimePoint =
 /// while it runs, and none of them is the failure of the work.
 using StorageSystemProgress = std::function<bool(std::uint64_t, std::uint64_t)>;
 
+/// Whose an entry of a storage system is, as the system numbers its users and their groups.
+struct StorageSystemOwner
+{
+    std::uint32_t user = 0;
+    std::uint32_t group = 0;
+};
+
+constexpr bool operator==(const StorageSystemOwner& left, const StorageSystemOwner& right) noexcept
+{
+    return left.user == right.user && left.group == right.group;
+}
+
+constexpr bool operator!=(const StorageSystemOwner& left, const StorageSystemOwner& right) noexcept
+{
+    return !(left == right);
+}
+
 /// What is known of a path. All strings are bytes, in no particular encoding.
 struct StorageSystemFileInfo
 {
@@ -33,6 +50,7 @@ struct StorageSystemFileInfo
     std::uint64_t size = 0; ///< Bytes; 0 for a directory, but in a listing what the system said.
     StorageSystemTimePoint modTime;
     Utilities::Flags<PosixFilePermissionFlag> permissions; ///< The nine permission bits.
+    std::optional<StorageSystemOwner> owner = {}; ///< Empty where the system does not tell.
 };
 
 /// One entry of a directory.

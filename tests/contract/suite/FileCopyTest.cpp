@@ -299,6 +299,23 @@ TEST_P(FileCopyContract, NeverReplacesAPipeOrASocket)
     EXPECT_NE(target().fileType(targetPath("socket")), Types(FileType::Regular));
 }
 
+TEST_P(FileCopyContract, NeverReplacesALinkToAPipe)
+{
+    if (!require(capabilities().makesSymbolicLinks)) {
+        return;
+    }
+    makeSource("file", "bytes");
+    makeTargetPipe("pipe");
+    ASSERT_TRUE(target().fileSymbolicLinkCreateAs(targetPath("pipe"), targetPath("way"), true));
+    for (const CopyOptions options : {CopyOptions(), CopyOptions(CopyOption::InPlace)}) {
+        EXPECT_FALSE(copy("file", "way", options));
+        EXPECT_EQ(Failure::last().code(), FailureCode::NotCopyable);
+        EXPECT_EQ(Failure::last().entry(), targetPath("way"));
+    }
+    EXPECT_TRUE(target().fileIsSymbolicLink(targetPath("way")));
+    EXPECT_THAT(targetNames(), testing::ElementsAre("pipe", "way"));
+}
+
 TEST_P(FileCopyContract, NeverReplacesADevice)
 {
     makeSource("file", "bytes");

@@ -6,6 +6,8 @@
 #include <filesystem>
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
 namespace TarnisTest {
 namespace {
@@ -260,6 +262,62 @@ TEST_F(ChangeTest, TouchRefusesWhatIsNoTimeOrCannotBeKept)
                       "servers keep times from 1970 to 2106", 2);
     }
     EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
+}
+
+class BlockDeviceTest : public FilesTest
+{
+protected:
+    void SetUp() override
+    {
+        FilesTest::SetUp();
+        if (!makeDevice("disk")) {
+            GTEST_SKIP() << "only the superuser makes devices";
+        }
+    }
+
+    /// On the server, with the number of a disk that is not there.
+    bool makeDevice(const std::string& name)
+    {
+        return ::mknod(there().file(name).c_str(), S_IFBLK | 0600, makedev(7, 250)) == 0;
+    }
+};
+
+TEST_F(BlockDeviceTest, IsRemovedAsAFile)
+{
+    expectQuiet(tarnis("rm", {at("disk")}));
+    there().makeDirectory("t");
+    there().makeDirectory("t/sub");
+    for (const char* const name : {"disk", "t/disk", "t/sub/disk"}) {
+        ASSERT_TRUE(makeDevice(name));
+    }
+    expectQuiet(tarnis("rm", {"-r", at("disk"), at("t")}));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre());
+}
+
+TEST_F(BlockDeviceTest, IsNotCopied)
+{
+    there().makeDirectory("t");
+    there().write("t/f", "text");
+    ASSERT_TRUE(makeDevice("t/disk"));
+    expectFailure(tarnis("get", {"-r", at("disk"), here().path().string()}),
+                  "cannot copy " + at("disk") + ": it is no file, directory or link");
+    expectFailure(tarnis("get", {"-r", at("t"), here().path().string()}),
+                  at("t/disk") + ": it is no file, directory or link");
+    EXPECT_THAT(namesIn(here().path()), ElementsAre("t"));
+    EXPECT_THAT(namesIn(here().file("t")), ElementsAre("f"));
+}
+
+TEST_F(BlockDeviceTest, IsNoDirectoryToCopyOrMoveInto)
+{
+    here().write("f", "text");
+    there().write("f", "text");
+    here().makeDirectory("disk");
+    expectFailure(tarnis("put", {here().file("f"), at("disk")}),
+                  "a pipe, a socket or a device stands there");
+    expectFailure(tarnis("put", {"-rp", here().file("disk"), at("")}),
+                  "something else stands there");
+    expectFailure(tarnis("mv", {at("f"), at("disk")}), "something stands there already");
+    EXPECT_EQ(statusOf(there().file("disk")).st_mode, static_cast<mode_t>(S_IFBLK | 0600));
 }
 
 } // namespace

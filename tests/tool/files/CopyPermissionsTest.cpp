@@ -3,6 +3,9 @@
 #include "support/PseudoRandom.h"
 #include "tool/files/FilesTest.h"
 
+#include <filesystem>
+#include <utility>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -130,6 +133,22 @@ protected:
         return tool;
     }
 
+    /// Gets, and waits for the first read, which is not carried out.
+    std::unique_ptr<ToolRun> startGetAndStop(const std::vector<std::string>& arguments,
+                                             const std::string& program = {})
+    {
+        SftpScript script;
+        script.rules = {{every(SftpPacket::Read), SftpActions::stopReading()}};
+        sftp().setScript(script);
+        const auto before = sftp().requestCount(SftpPacket::Read);
+        ToolSetup get = setup("get", arguments);
+        get.program = program;
+        auto tool = start(get);
+        EXPECT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Read) > before; }))
+            << tool->errorOutput();
+        return tool;
+    }
+
     void expectDone(ToolRun& tool, const SftpScript& script)
     {
         sftp().setScript(script);
@@ -210,6 +229,71 @@ TEST_F(ScriptedPermissionsTest, ThatTheServerRefusesToSetCostNoFile)
         EXPECT_EQ(modeOf(sftp().path("f")), 0640U);
         ::unlink(sftp().path("f").c_str());
     }
+}
+
+TEST_F(ScriptedPermissionsTest, OfADirectoryThatWasThereAreTakenAwayBeforeItIsFilled)
+{
+    here().makeDirectory("t", 0700);
+    here().write("t/f", "secret", 0644);
+    std::filesystem::create_directory(sftp().path("t"));
+    ::chmod(sftp().path("t").c_str(), 0755);
+    const auto tool = startAndStop({}, {"-rp", here().file("t"), at("")});
+    EXPECT_EQ(modeOf(sftp().path("t")), 0700U);
+    expectDone(*tool, {});
+    EXPECT_EQ(modeOf(sftp().path("t")), 0700U);
+}
+
+TEST_F(ScriptedPermissionsTest, OfADirectoryAreNotGivenToWhatALinkInItsPlaceLeadsTo)
+{
+    put("t/d/f", "text");
+    ::chmod(sftp().path("t/d").c_str(), 0500);
+    const auto victim = here().write("victim", "secret", 0600);
+    for (const char* const option : {"-r", "-rp"}) {
+        const auto target = here().makeDirectory(option);
+        const auto tool = startGetAndStop({option, at("t"), target});
+        std::filesystem::rename(target + "/t/d", target + "/aside");
+        std::filesystem::create_symlink(victim, target + "/t/d");
+        sftp().setScript({});
+        EXPECT_EQ(tool->wait(), 1);
+        EXPECT_EQ(modeOf(victim), 0600U) << option << tool->errorOutput();
+    }
+    ::chmod(sftp().path("t/d").c_str(), 0700);
+}
+
+TEST_F(ScriptedPermissionsTest, OfADirectoryLetItsOwnerFillItWhateverTheUmask)
+{
+    put("t/f", "text");
+    ::chmod(sftp().path("t").c_str(), 0755);
+    const std::string program =
+        here().write("masked", "#!/bin/sh\numask 0777\nexec '" TARNIS_TOOL "' \"$@\"\n", 0700);
+    for (const auto& [option, after] : {std::pair("-r", 0U), std::pair("-rp", 0755U)}) {
+        const auto target = here().makeDirectory(option);
+        const auto tool = startGetAndStop({option, at("t"), target}, program);
+        EXPECT_EQ(modeOf(target + "/t"), 0700U) << option;
+        sftp().setScript({});
+        EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+        EXPECT_EQ(modeOf(target + "/t"), after) << option;
+        ::chmod((target + "/t").c_str(), 0700);
+    }
+}
+
+TEST_F(ScriptedPermissionsTest, OfAFileThatSomebodyElsePutsAtTheTargetAreNotTaken)
+{
+    constexpr uid_t somebody = 12'345;
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser makes files of others";
+    }
+    here().write("f", "secret", 0600);
+    put("f", "old");
+    const auto tool = startAndStop({}, {here().file("f"), at("f")});
+    const auto planted = here().write("planted", "planted", 0600);
+    ASSERT_EQ(::chown(planted.c_str(), somebody, somebody), 0);
+    std::filesystem::rename(planted, sftp().path("f"));
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("its owner is another one"));
+    EXPECT_EQ(readFile(sftp().path("f")), "planted");
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
 }
 
 } // namespace

@@ -226,6 +226,30 @@ TEST_F(StreamTargetTest, OnlyAFileGoesIntoAPipeAndOnlyFromItsStart)
     expectFailure(tarnis("get", {"--resume", at("f"), here().file("pipe")}), "cannot go on in");
 }
 
+TEST_F(StreamTargetTest, ALinkToAPipeOnTheServerIsNotReplaced)
+{
+    here().write("f", "text");
+    here().makeDirectory("t");
+    here().write("t/way", "text");
+    makePipe(there().file("pipe"));
+    there().makeDirectory("t");
+    std::filesystem::create_symlink("pipe", there().file("way"));
+    std::filesystem::create_symlink("../pipe", there().file("t/way"));
+    const std::string text =
+        "a pipe, a socket or a device stands there, or is where the link leads";
+    expectFailure(tarnis("put", {here().file("f"), at("way")}), text);
+    expectFailure(tarnis("put", {"--inplace", here().file("f"), at("way")}), text);
+    expectFailure(tarnis("put", {"-r", here().file("t"), at("")}), text);
+    EXPECT_EQ(tarnis("put", {"--resume", here().file("f"), at("way")}).exitCode, 1);
+    for (const char* const way : {"way", "t/way"}) {
+        EXPECT_EQ(kindOf(there().file(way)), static_cast<mode_t>(S_IFLNK));
+    }
+    ::unlink(there().file("way").c_str());
+    std::filesystem::create_symlink("nothing", there().file("way"));
+    expectQuiet(tarnis("put", {here().file("f"), at("way")}));
+    EXPECT_EQ(kindOf(there().file("way")), static_cast<mode_t>(S_IFREG));
+}
+
 using InPlaceTest = FilesTest;
 
 TEST_F(InPlaceTest, WritesIntoTheFileThatIsThere)
@@ -288,6 +312,23 @@ TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereNothingCanBeMadeBesideTheFile)
     EXPECT_EQ(readFile(sftp().path("f")), "old");
     expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
     EXPECT_EQ(readFile(sftp().path("f")), "new");
+}
+
+TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereTheFileCannotGetItsName)
+{
+    here().write("f", "new");
+    put("f", "old");
+    SftpScript script;
+    script.extensions.push_back({"posix-rename@openssh.com", "1"});
+    script.rules = {
+        {every(SftpPacket::Extended), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {here().file("f"), at("f")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("permission denied"));
+    EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("inplace")));
+    EXPECT_EQ(readFile(sftp().path("f")), "old");
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
 }
 
 } // namespace

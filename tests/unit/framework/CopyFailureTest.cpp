@@ -356,4 +356,17 @@ TEST_F(LocalCopyFailure, InADirectoryThatMayNotBeWrittenSaysWhatWouldHelp)
     ASSERT_EQ(::chmod(path("tree").c_str(), 0755), 0);
 }
 
+TEST_F(CopyFailure, TellsOfAHiddenFileThatCannotBeRemoved)
+{
+    target.behaviour.onCall = [this](const std::string&, const std::string& path) {
+        if (path.find(".part") != std::string::npos) {
+            target.behaviour.refusesToRemove.insert(path);
+        }
+    };
+    EXPECT_FALSE(source.fileCopyAs("/file", target, "/there/copy", stop));
+    EXPECT_EQ(Failure::last().code(), FailureCode::Cancelled);
+    ASSERT_EQ(target.paths().size(), 2U);
+    EXPECT_EQ(Failure::last().text(), target.paths().back() + " cannot be removed and is left");
+}
+
 } // namespace

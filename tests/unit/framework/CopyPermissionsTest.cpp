@@ -264,15 +264,13 @@ TEST_F(CopyPermissions, ToBePreservedInPlaceThatTheTargetCannotHaveFailBeforeThe
     source.addFile("/file", "private", 0600);
     target.behaviour.refusesPermissions = true;
     for (const auto* old : {"old", "old and longer than the new one"}) {
-        target.addFile("/copy", old, 0644);
-        EXPECT_FALSE(
-            source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::InPlace));
-        EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
-        EXPECT_EQ(target.bytesOf("/copy"), old);
-        EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {},
-                                       preserveAll | Option::InPlace | Option::PreserveBestEffort));
-        EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
-        EXPECT_EQ(target.bytesOf("/copy"), "private");
+        for (const auto options : {preserveAll | Option::InPlace,
+                                   preserveAll | Option::InPlace | Option::PreserveBestEffort}) {
+            target.addFile("/copy", old, 0644);
+            EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {}, options));
+            EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
+            EXPECT_EQ(target.bytesOf("/copy"), old);
+        }
     }
 }
 
@@ -284,6 +282,17 @@ TEST_F(CopyPermissions, ToBePreservedInPlaceOfAReadOnlySourceComeAfterTheLastByt
         << Failure::last().message();
     EXPECT_EQ(target.bytesOf("/copy"), "bytes");
     EXPECT_EQ(target.at("/copy").permissions.raw(), 0444U);
+}
+
+TEST_F(CopyPermissions, OfAFileInPlaceThatEverybodyMayReadAnywayCanBeDoneWithout)
+{
+    source.addFile("/file", "public", 0644);
+    target.addFile("/copy", "old", 0666);
+    target.behaviour.refusesPermissions = true;
+    EXPECT_FALSE(source.fileCopyAs("/file", target, "/copy", {},
+                                   preserveAll | Option::InPlace | Option::PreserveBestEffort));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
+    EXPECT_EQ(target.bytesOf("/copy"), "public");
 }
 
 TEST_F(CopyPermissions, OfASourceThatBecomesPrivateAreThoseThatItHasWhenItIsOpen)
@@ -372,6 +381,43 @@ TEST_F(CopyPermissions, BestEffortIsNoneForWhatIsNotPreserved)
         source.fileCopyAs("/file", target, "/copy", {}, preserveAll | Option::PreserveBestEffort));
     EXPECT_NE(Failure::last().code(), FailureCode::NotKept);
     EXPECT_THAT(target.paths(), testing::IsEmpty());
+}
+
+TEST_F(CopyPermissions, OfADirectoryThatWasThereAreTakenAwayBeforeItIsFilled)
+{
+    for (const auto options :
+         {Utilities::Flags<Option>(preserveAll), preserveAll | Option::PreserveBestEffort}) {
+        source.addDirectory("/tree", 0700);
+        source.addFile("/tree/file", "bytes", 0644);
+        target.addDirectory("/copy", 0755);
+        bool isFilled = false;
+        const auto watches = [&](std::uint64_t done, std::uint64_t) {
+            isFilled = isFilled || done > 0;
+            EXPECT_TRUE(done == 0 || target.at("/copy").permissions.raw() == 0700U);
+            return true;
+        };
+        EXPECT_TRUE(
+            source.fileCopyAs("/tree", target, "/copy", watches, options | Option::Recursive));
+        EXPECT_TRUE(isFilled);
+        EXPECT_EQ(target.at("/copy").permissions.raw(), 0700U);
+        ASSERT_TRUE(target.directoryRemove("/copy", true));
+    }
+}
+
+TEST_F(CopyPermissions, OfADirectoryThatWasThereAndCannotBeClosedAreAFailure)
+{
+    source.addDirectory("/tree", 0700);
+    source.addFile("/tree/file", "bytes", 0644);
+    target.addDirectory("/copy", 0755);
+    target.behaviour.refusesPermissions = true;
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {},
+                                   Option::PreservePermissions | Option::Recursive));
+    EXPECT_THAT(target.paths(), ElementsAre("/copy"));
+    EXPECT_FALSE(source.fileCopyAs("/tree", target, "/copy", {},
+                                   Option::PreservePermissions | Option::Recursive |
+                                       Option::PreserveBestEffort));
+    EXPECT_EQ(Failure::last().code(), FailureCode::NotKept);
+    EXPECT_EQ(target.bytesOf("/copy/file"), "bytes");
 }
 
 } // namespace

@@ -257,5 +257,17 @@ TEST_F(LocalCopyRace, ATargetThatIsClosedMeanwhileStaysClosed)
     EXPECT_EQ(modeOf("target"), 0600U);
 }
 
+TEST_F(LocalCopyRace, AnotherWritersFileOfTheSameOwnerIsReplaced)
+{
+    directory.write("source", "new", 0644);
+    directory.write("target", "old", 0644);
+    const auto writes = onceAtTheStart([&] {
+        directory.write("other", "other", 0644);
+        fs::rename(file("other"), file("target"));
+    });
+    EXPECT_TRUE(copy("source", "target", writes)) << Failure::last().message();
+    EXPECT_EQ(readFile(file("target")), "new");
+}
+
 } // namespace
 } // namespace TarnisTest

@@ -1,4 +1,6 @@
+#include "framework/ExpectFailure.h"
 #include "support/TemporaryDirectory.h"
+#include "support/UniqueFd.h"
 #include "support/UnprivilegedUser.h"
 
 #include <FileSystem/Failure.h>
@@ -43,6 +45,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace FileSystem;
+using Option = StorageSystemCopyOptionFlag;
 using OpenFlag = StorageSystemFileOpenModeFlag;
 using Types = Utilities::Flags<StorageSystemFileTypeFlag>;
 using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
@@ -715,6 +718,97 @@ TEST_F(LocalFileSystemTest, RemovesATreeDeeperThanAPathIsLong)
     }
     EXPECT_TRUE(system_.directoryRemove(file("deep"), true));
     EXPECT_TRUE(names().empty());
+}
+
+class LinkToNoFileTest : public LocalFileSystemTest
+{
+protected:
+    /// A link to a pipe, and one to an open pipe, whose text names nothing: as that of /dev/stdout.
+    void SetUp() override
+    {
+        std::array<int, 2> ends = {-1, -1};
+        ASSERT_EQ(::pipe(ends.data()), 0);
+        readEnd_ = UniqueFd(ends[0]);
+        writeEnd_ = UniqueFd(ends[1]);
+        ASSERT_EQ(::mkfifo(file("pipe").c_str(), 0600), 0);
+        fs::create_symlink("pipe", file("named"));
+        fs::create_symlink("/proc/self/fd/" + std::to_string(ends[1]), file("open"));
+        directory_.write("source", "bytes", 0644);
+    }
+
+    void expectRefused(bool isDone, const std::string& path)
+    {
+        EXPECT_FALSE(isDone);
+        expectFailure(FileSystem::FailureCode::NotCopyable, path);
+        EXPECT_TRUE(fs::is_symlink(path));
+    }
+
+private:
+    UniqueFd readEnd_;
+    UniqueFd writeEnd_;
+};
+
+TEST_F(LinkToNoFileTest, IsNotReplaced)
+{
+    fs::create_symlink("source", file("link"));
+    for (const auto& path : {file("named"), file("open")}) {
+        for (const Utilities::Flags<Option> options :
+             {Utilities::Flags<Option>(), Utilities::Flags<Option>(Option::InPlace)}) {
+            expectRefused(system_.fileCopyAs(file("source"), system_, path, {}, options), path);
+            expectRefused(system_.fileCopyAs(file("link"), system_, path, {}, options), path);
+        }
+        expectRefused(system_.fileReplaceAs(file("source"), path), path);
+    }
+    EXPECT_TRUE(fs::exists(file("source")));
+}
+
+TEST_F(LinkToNoFileTest, IsNotReplacedByACopyOfATree)
+{
+    directory_.makeDirectory("tree");
+    directory_.write("tree/file", "bytes", 0644);
+    directory_.makeDirectory("copy");
+    fs::create_symlink("../pipe", file("copy/file"));
+    expectRefused(system_.fileCopyAs(file("tree"), system_, file("copy"), {}, Option::Recursive),
+                  file("copy/file"));
+}
+
+TEST_F(LinkToNoFileTest, IsToldFromLinksToAllElse)
+{
+    directory_.makeDirectory("directory");
+    for (const char* const target : {"nothing", "directory", "source"}) {
+        fs::create_symlink(target, file("way"));
+        EXPECT_TRUE(system_.fileCopyAs(file("source"), system_, file("way"))) << target;
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(file("way")))) << target;
+        fs::remove(file("way"));
+    }
+}
+
+TEST_F(LocalFileSystemTest, ATreeIsCopiedWhateverTheUmaskTakesFromItsOwner)
+{
+    directory_.makeDirectory("tree");
+    directory_.makeDirectory("tree/sub");
+    directory_.write("tree/sub/file", "bytes", 0644);
+    ASSERT_EQ(::chmod(file("tree").c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(file("tree/sub").c_str(), 0755), 0);
+    directory_.allowEveryone();
+    ASSERT_EQ(::chmod(directory_.path().c_str(), 0777), 0);
+    for (const auto& [mask, after] : {std::pair(0777U, 0U), std::pair(0300U, 0455U)}) {
+        for (const auto& [options, kept] :
+             {std::pair(Option::Recursive | Option::None, after),
+              std::pair(Option::Recursive | Option::PreservePermissions, 0755U)}) {
+            const UnprivilegedUser nobody;
+            const mode_t before = ::umask(mask);
+            EXPECT_TRUE(system_.fileCopyAs(file("tree"), system_, file("copy"), {}, options))
+                << FileSystem::Failure::last().message();
+            ::umask(before);
+            EXPECT_EQ(system_.fileMode(file("copy")), kept);
+            EXPECT_EQ(::chmod(file("copy").c_str(), 0700), 0);
+            EXPECT_EQ(system_.fileMode(file("copy/sub")), kept);
+            EXPECT_EQ(::chmod(file("copy/sub").c_str(), 0700), 0);
+            EXPECT_EQ(system_.fileSize(file("copy/sub/file")), 5U);
+            fs::remove_all(file("copy"));
+        }
+    }
 }
 
 } // namespace

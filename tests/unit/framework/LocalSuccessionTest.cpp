@@ -1,10 +1,13 @@
 // Owner, group and permissions of a file of this machine that takes the place of another.
 
+#include "framework/ExpectFailure.h"
 #include "support/TemporaryDirectory.h"
 #include "support/UnprivilegedUser.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/LocalFileSystem.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -57,6 +60,15 @@ protected:
     }
 
     static unsigned modeOf(const std::string& path) { return statusOf(path).st_mode & 07777U; }
+
+    std::vector<std::string> namesHere() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+            names.push_back(entry.path().filename());
+        }
+        return names;
+    }
 
     const TemporaryDirectory directory;
     const FileSystem::LocalFileSystem system;
@@ -157,6 +169,48 @@ TEST_F(LocalSuccession, OfALinkIsThatOfANewFile)
     EXPECT_EQ(modeOf(directory.file("link")), 0640U);
     EXPECT_EQ(statusOf(directory.file("link")).st_uid, ::geteuid());
     EXPECT_EQ(readFile(directory.file("target")), "old");
+}
+
+TEST_F(LocalSuccession, IsNotThatOfAFileThatSomebodyPutsThereMeanwhile)
+{
+    directory.write("source", "secret", 0600);
+    for (const Utilities::Flags<Option> options :
+         {Utilities::Flags<Option>(), Utilities::Flags<Option>(Option::PreservePermissions)}) {
+        const auto target = directory.write("target", "old", 0600);
+        const auto plants = [this](std::uint64_t done, std::uint64_t total) {
+            if (done == total) {
+                const auto planted = directory.write("planted", "planted", 0600);
+                EXPECT_EQ(::chown(planted.c_str(), somebody, group), 0);
+                std::filesystem::rename(planted, directory.file("target"));
+            }
+            return true;
+        };
+        EXPECT_FALSE(system.fileCopyAs(directory.file("source"), system, target, plants, options));
+        expectFailure(FileSystem::FailureCode::Changed, target);
+        EXPECT_EQ(readFile(target), "planted");
+        EXPECT_THAT(namesHere(), testing::UnorderedElementsAre("source", "target"));
+        std::filesystem::remove(target);
+    }
+}
+
+TEST_F(LocalSuccession, OfAFileThatCannotBeClosedIsNoReasonToWriteASecretIntoIt)
+{
+    const auto source = directory.write("source", "secret", 0600);
+    ASSERT_EQ(::chown(source.c_str(), UserInGroup::nobody, group), 0);
+    const auto target = fileOfSomebody(0666);
+    directory.allowEveryone();
+    const UnprivilegedUser nobody;
+    const auto inPlace = Option::InPlace | Option::PreservePermissions;
+    for (const auto options : {inPlace, inPlace | Option::PreserveBestEffort}) {
+        EXPECT_FALSE(copyTo(target, options));
+        expectFailure(FileSystem::FailureCode::Denied, target);
+        EXPECT_EQ(readFile(target), "old");
+    }
+    // Of what everybody may read anyway the permissions can be done without.
+    ASSERT_EQ(::chmod(source.c_str(), 0644), 0);
+    EXPECT_FALSE(copyTo(target, inPlace | Option::PreserveBestEffort));
+    expectFailure(FileSystem::FailureCode::NotKept, target);
+    EXPECT_EQ(readFile(target), "secret");
 }
 
 } // namespace

@@ -83,7 +83,7 @@ MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNod
     }
     if (system_.behaviour.filesSucceed) {
         AttributeKeeper keeper;
-        keeper.succeed = [this](const std::string&, MemoryFileSystem::Permissions permissions) {
+        keeper.succeed = [this](const auto&, MemoryFileSystem::Permissions permissions) {
             node_->permissions = permissions;
             return true;
         };

@@ -18,7 +18,6 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
-constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> ownerOnly{0700U};
 constexpr auto keepAll = Option::PreservePermissions | Option::PreserveModTime;
 
 } // namespace
@@ -90,7 +89,7 @@ void MoveByCopy::copy(std::uint64_t totalBytes)
 /// Exclusively: what is taken back later is nobody else's.
 void MoveByCopy::makeTarget()
 {
-    if (!makeNewDirectory(place_.system(), target_, ownerOnly)) {
+    if (!makeNewDirectory(place_.system(), target_, allOfTheOwner)) {
         fail(joinReasons("its new place cannot be made", FileSystem::Failure::last().cause()));
     }
 }

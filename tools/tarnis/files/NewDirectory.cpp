@@ -2,7 +2,7 @@
 
 namespace TarnisTool {
 
-std::optional<Utilities::Flags<FileSystem::PosixFilePermissionFlag>>
+std::optional<NewDirectory>
 makeNewDirectory(const FileSystem::FileSystem2& system, const std::string& path,
                  Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions)
 {
@@ -11,14 +11,14 @@ makeNewDirectory(const FileSystem::FileSystem2& system, const std::string& path,
     }
     const auto made = system.directoryInfo(path);
     if (!made) {
-        return permissions;
+        return NewDirectory{permissions};
     }
     const auto narrowed = made->permissions & permissions;
-    if (narrowed != made->permissions) {
-        // As far as the system has permissions at all.
-        static_cast<void>(system.directorySetPermissions(path, narrowed));
-    }
-    return narrowed;
+    const auto whileFilled = narrowed | (permissions & allOfTheOwner);
+    // As far as the system has permissions at all.
+    const bool isSet =
+        whileFilled != made->permissions && system.directorySetPermissions(path, whileFilled);
+    return NewDirectory{narrowed, isSet && whileFilled != narrowed};
 }
 
 } // namespace TarnisTool

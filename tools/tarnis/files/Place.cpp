@@ -13,6 +13,18 @@ bool Place::leadsToNoFile(const std::string& path) const
     return false;
 }
 
+// A directory holds itself. What may not be entered passes for one.
+bool Place::isDirectoryItself(const std::string& path) const
+{
+    using FileSystem::FailureCode;
+    if (system().getType() == FileSystem::StorageSystemType::Local ||
+        system().fileType(system().pathChildId(path, {"."}))) {
+        return true;
+    }
+    const auto code = FileSystem::Failure::last().code();
+    return code != FailureCode::NotFound && code != FailureCode::NotDirectory;
+}
+
 std::string Place::writingProblem(const std::string& path)
 {
     if (system().directoryExists(path, false)) {

@@ -43,6 +43,10 @@ public:
     /// "/dev/stdin" need not name anything.
     virtual bool leadsToNoFile(const std::string& path) const;
 
+    /// Whether what passes for a directory is one: over SFTP a block device has the type of a
+    /// directory, and is only known from one by what is in it.
+    bool isDirectoryItself(const std::string& path) const;
+
     /// What stands at the path, a link itself included.
     FileSystem::StorageSystemFileInfo find(const std::string& path);
 

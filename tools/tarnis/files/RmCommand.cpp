@@ -43,7 +43,7 @@ void RmCommand::workOn(RemotePlace& place, const std::string& path)
 void RmCommand::remove(RemotePlace& place, const std::string& id)
 {
     const auto info = place.find(id);
-    if (!isDirectory(info.type)) {
+    if (!isDirectory(info.type) || !place.isDirectoryItself(id)) {
         removeFile(place, id);
         return;
     }

@@ -16,13 +16,12 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
-constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> allOfTheOwner{0700U};
-
 /// What is known of the target that keeps it from being copied to; empty for nothing.
 std::string targetProblem(const FileSystem::Failure& failure)
 {
     return failure.code() == FileSystem::FailureCode::NotCopyable
-               ? "a pipe, a socket or a device stands there, which is not replaced"
+               ? "a pipe, a socket or a device stands there, or is where the link leads: that is "
+                 "not replaced"
                : "";
 }
 
@@ -57,6 +56,9 @@ void TreeCopy::add(const std::string& source, const std::string& target)
     }
     if (&from_ == &to_ && isWithin(from_.system(), target, source)) {
         from_.refuse("cannot copy", source, "the copy would be inside of it");
+    }
+    if (!from_.isDirectoryItself(source)) {
+        from_.refuse("cannot copy", source, notCopyable);
     }
     addTree(job);
 }
@@ -156,14 +158,30 @@ void TreeCopy::makeDirectory(const Job& job)
     // A link to a directory would lead elsewhere.
     if (!to_.system().directoryExists(job.target, false)) {
         madeDirectories_.push_back(makeNew(job));
+    } else if (!to_.isDirectoryItself(job.target)) {
+        to_.refuse("cannot make the directory", job.target, "something else stands there");
     } else {
         madeDirectories_.push_back({&job, std::nullopt});
         if (options_.preserves) {
             madeDirectories_.back().permissions = job.info.permissions;
+            closeStanding(job);
         }
     }
     // One of another source may have failed there.
     failedDirectories_.erase(job.target);
+}
+
+/// Takes from a directory that was there, before anything is put into it, what it is not to have in
+/// the end. Where that cannot be done it cannot be then either, and is told then.
+void TreeCopy::closeStanding(const Job& job)
+{
+    const auto& system = to_.system();
+    const auto standing = system.directoryInfo(job.target);
+    const auto has = standing ? standing->permissions : job.info.permissions;
+    const auto wanted = (has & job.info.permissions) | allOfTheOwner;
+    if (wanted != has) {
+        static_cast<void>(system.directorySetPermissions(job.target, wanted));
+    }
 }
 
 TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
@@ -180,8 +198,9 @@ TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
     if (options_.preserves) {
         return {&job, job.info.permissions};
     }
-    const bool isOnlyWhileFilled = wanted != job.info.permissions;
-    return {&job, isOnlyWhileFilled ? std::optional(*made & job.info.permissions) : std::nullopt};
+    const bool isOnlyWhileFilled = made->isWidened || wanted != job.info.permissions;
+    return {&job, isOnlyWhileFilled ? std::optional(made->permissions & job.info.permissions)
+                                    : std::nullopt};
 }
 
 void TreeCopy::copyLink(const Job& job)
@@ -293,7 +312,8 @@ ResumedCopy::PathUse TreeCopy::useOf(const Job& job, const std::string& path) co
 /// Whether the target may perhaps be written, but not its directory.
 bool TreeCopy::isClosed(const Job& job, const FileSystem::Failure& failure) const
 {
-    return failure.code() == FileSystem::FailureCode::Denied && !options_.isInPlace &&
+    const bool isMaking = failure.text().find("no file can be made beside it") != std::string::npos;
+    return failure.code() == FileSystem::FailureCode::Denied && !options_.isInPlace && isMaking &&
            failure.entry() == job.target;
 }
 
@@ -365,8 +385,8 @@ void TreeCopy::finish(const MadeDirectory& made)
     const auto& system = to_.system();
     const auto& job = *made.job;
     const bool isSet =
-        (!options_.preserves || system.fileSetModTime(job.target, job.info.modTime)) &&
-        (!made.permissions || system.fileSetPermissions(job.target, *made.permissions));
+        (!options_.preserves || system.directorySetModTime(job.target, job.info.modTime)) &&
+        (!made.permissions || system.directorySetPermissions(job.target, *made.permissions));
     if (!isSet) {
         note("cannot keep permissions and time of " + to_.display(job.target) + ": " +
              FileSystem::Failure::last().cause());

@@ -74,6 +74,7 @@ private:
     bool claim(const Job& job);
     void copy(const Job& job);
     void makeDirectory(const Job& job);
+    void closeStanding(const Job& job);
     MadeDirectory makeNew(const Job& job);
     void copyLink(const Job& job);
     void copyFile(const Job& job);

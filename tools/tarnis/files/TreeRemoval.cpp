@@ -32,13 +32,20 @@ void TreeRemoval::enter(const std::string& path)
     try {
         directories_.push_back({path, entriesOf(path)});
     } catch (const Failure& failure) {
-        // One that may not be listed can still be removed, as long as it is empty.
-        if (place_.isAlive() && place_.system().directoryRemove(path)) {
+        if (place_.isAlive() && removeUnlisted(path)) {
             ++removedCount_;
         } else {
             keep(failure);
         }
     }
+}
+
+/// One that may not be listed can still be removed, as long as it is empty, and so can what only
+/// passed for a directory.
+bool TreeRemoval::removeUnlisted(const std::string& path) const
+{
+    const auto& system = place_.system();
+    return place_.isDirectoryItself(path) ? system.directoryRemove(path) : system.fileRemove(path);
 }
 
 /// What is in a directory, and not in one that a link in its place leads to.

@@ -38,6 +38,7 @@ private:
     };
 
     void enter(const std::string& path);
+    bool removeUnlisted(const std::string& path) const;
     std::vector<FileSystem::StorageSystemFileInfo> entriesOf(const std::string& path);
     void removeNextEntry();
     bool isToBeEntered(const std::string& path,

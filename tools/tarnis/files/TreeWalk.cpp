@@ -4,6 +4,7 @@
 #include "files/EntryNames.h"
 #include "terminal/Messages.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -26,7 +27,13 @@ std::vector<TreeEntry> TreeWalk::entriesBelow(const std::string& root)
             listInto(entries, root, directory);
         } catch (const Failure& failure) {
             place_.requireAlive();
-            leaveOut(failure.what());
+            const std::string path = joinPath(root, directory);
+            if (!directory.empty() && place_.system().directoryExists(path, false) &&
+                !place_.isDirectoryItself(path)) {
+                leaveOutOther(entries, root, directory);
+            } else {
+                leaveOut(failure.what());
+            }
         }
         // The next one stands last.
         for (std::size_t i = entries.size(); i-- > before;) {
@@ -74,6 +81,16 @@ void TreeWalk::addEntry(std::vector<TreeEntry>& entries, const std::string& path
         place_.requireAlive();
         leaveOut(failure.what());
     }
+}
+
+/// What passed for a directory and is none.
+void TreeWalk::leaveOutOther(std::vector<TreeEntry>& entries, const std::string& root,
+                             const std::string& path)
+{
+    entries.erase(std::find_if(entries.begin(), entries.end(),
+                               [&](const TreeEntry& entry) { return entry.path == path; }));
+    leaveOut("left out " + place_.display(joinPath(root, path)) +
+             ": it is no file, directory or link");
 }
 
 void TreeWalk::leaveOut(const std::string& why)

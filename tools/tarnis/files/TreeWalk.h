@@ -34,6 +34,8 @@ private:
     void listInto(std::vector<TreeEntry>& entries, const std::string& root,
                   const std::string& parent);
     void addEntry(std::vector<TreeEntry>& entries, const std::string& path, TreeEntry entry);
+    void leaveOutOther(std::vector<TreeEntry>& entries, const std::string& root,
+                       const std::string& path);
     void leaveOut(const std::string& why);
 
     Place& place_;

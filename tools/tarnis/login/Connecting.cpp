@@ -8,6 +8,8 @@
 #include <array>
 #include <system_error>
 
+#include <sys/stat.h>
+
 namespace TarnisTool {
 
 namespace {
@@ -60,6 +62,11 @@ void configure(Tarnis::SSHSession& session, const Target& target, const ReachOpt
                          "host or user name cannot have");
     }
     const std::string& file = options.knownHostsFile;
+    struct stat status = {};
+    if (::stat(file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode)) {
+        // It is opened more than once, and each time waited for.
+        throw UsageError("\"" + file + "\" cannot be a known-hosts file: it is a pipe");
+    }
     if (!file.empty() && !session.setKnownHostsFile(withEscapedPercentSigns(file))) {
         throw UsageError("\"" + file + "\" cannot be a known-hosts file");
     }

@@ -12,7 +12,9 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace TarnisTool {
@@ -21,6 +23,9 @@ namespace {
 
 // Every form tells at its beginning whether it is encrypted.
 constexpr std::size_t beginning = 512;
+
+// Of the keys that are in use the longest have a quarter of it.
+constexpr std::size_t longestKey = 65'536;
 
 bool contains(std::string_view text, std::string_view part)
 {
@@ -53,6 +58,25 @@ bool isEncryptedPemKey(std::string_view text)
            contains(text, "Proc-Type: 4,ENCRYPTED");
 }
 
+/// Reads until the secret is full or the file ends. False: errno says why.
+bool readInto(Secret& secret, int file)
+{
+    for (;;) {
+        char character = 0;
+        const ssize_t count = ::read(file, &character, 1);
+        if (count < 0 && errno == EAGAIN) {
+            // Somebody is to write to the pipe. While nobody has it open, it only ends.
+            pollfd ready{file, POLLIN, 0};
+            static_cast<void>(::poll(&ready, 1, -1));
+        } else if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        if (count == 0 || (count > 0 && !secret.append(character))) {
+            return true;
+        }
+    }
+}
+
 /// As libssh finds it: HOME counts only for a user without an account.
 std::string homeDirectory()
 {
@@ -73,20 +97,31 @@ std::string homeDirectory()
 IdentityFile IdentityFile::inspect(const std::string& path)
 {
     IdentityFile result;
-    std::array<char, beginning> buffer{};
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    const ssize_t count = file.isOpen() ? ::read(file.get(), buffer.data(), buffer.size()) : -1;
-    if (count < 0) {
+    // Without O_NONBLOCK a pipe that nobody writes to would hold the program up for ever.
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat status = {};
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         result.problem = std::strerror(errno);
         return result;
     }
-    const std::string_view text(buffer.data(), static_cast<std::size_t>(count));
+    const bool isPipe = S_ISFIFO(status.st_mode);
+    if (!isPipe && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        result.problem = "this is no file";
+        return result;
+    }
+    Secret content(isPipe ? longestKey : beginning);
+    if (!readInto(content, file.get())) {
+        result.problem = std::strerror(errno);
+        return result;
+    }
+    const std::string_view text = content.text();
     if (!contains(text, "PRIVATE KEY-----")) {
         result.problem = "this is no private key file";
     }
     result.isEncrypted = isEncryptedOpenSshKey(text) || isEncryptedPemKey(text);
-    // Of a key that is not encrypted, part of the secret itself was just read.
-    ::explicit_bzero(buffer.data(), buffer.size());
+    if (isPipe) {
+        result.content = std::move(content);
+    }
     return result;
 }
 

@@ -86,9 +86,10 @@ NamedKey::NamedKey(std::string path, const Secret* passPhrase)
     : path_(std::move(path))
     , passPhrase_(passPhrase)
 {
-    const IdentityFile file = IdentityFile::inspect(path_);
-    problem_ = file.problem;
+    IdentityFile file = IdentityFile::inspect(path_);
+    problem_ = std::move(file.problem);
     isEncrypted_ = file.isEncrypted;
+    content_ = std::move(file.content);
 }
 
 std::string NamedKey::obstacle() const
@@ -121,7 +122,9 @@ Result NamedKey::attemptWith(LoginContext& context, const std::string& passPhras
                              const char* problem)
 {
     const Result result =
-        context.attempt(Tarnis::UserAuthenticatorPrivateKeyFile(path_, passPhrase));
+        content_
+            ? context.attempt(Tarnis::UserAuthenticatorPrivateKey(content_->text(), passPhrase))
+            : context.attempt(Tarnis::UserAuthenticatorPrivateKeyFile(path_, passPhrase));
     problem_ = context.wasServerAsked() ? "" : problem;
     return result;
 }

@@ -115,6 +115,8 @@ private:
     std::string path_;
     std::string problem_;
     bool isEncrypted_;
+    /// Of a key that came through a pipe.
+    std::optional<Secret> content_;
     const Secret* passPhrase_;
     /// Typed by the user and known to fit; kept for a server that wants the key at a later step.
     std::optional<Secret> typed_;

@@ -5,21 +5,26 @@
 
 namespace TarnisTool {
 
-/// A password or a pass phrase. Its memory is overwritten when it is no longer needed, moved-from
-/// short strings included. What an authenticator copies from it is out of reach.
+/// A password, a pass phrase or a key. Its memory is overwritten when it is no longer needed,
+/// moved-from short strings included. What an authenticator copies from it is out of reach.
 class Secret
 {
 public:
-    /// So long a secret never makes the string grow, which would leave copies behind.
     static constexpr std::size_t longest = 4096;
 
-    Secret() { text_.reserve(longest); }
+    /// \param most so long a secret never makes the string grow, which would leave copies behind.
+    explicit Secret(std::size_t most = longest)
+        : most_(most)
+    {
+        text_.reserve(most);
+    }
 
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
 
     Secret(Secret&& other) noexcept
-        : text_(std::move(other.text_))
+        : most_(other.most_)
+        , text_(std::move(other.text_))
     {
         other.wipe();
     }
@@ -28,6 +33,7 @@ public:
     {
         if (this != &other) {
             wipe();
+            most_ = other.most_;
             text_.swap(other.text_);
         }
         return *this;
@@ -38,7 +44,7 @@ public:
     /// False: there is no room for another character.
     bool append(char character)
     {
-        if (text_.size() >= longest) {
+        if (text_.size() >= most_) {
             return false;
         }
         text_.push_back(character);
@@ -57,6 +63,7 @@ private:
         text_.clear();
     }
 
+    std::size_t most_;
     std::string text_;
 };
 
