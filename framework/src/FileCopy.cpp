@@ -33,9 +33,10 @@ bool areSecret(Permissions permissions)
 }
 
 /// Whether the two are seen to be one user's. One that was not told is given to nobody.
-bool hasSameOwner(const StorageSystemFileInfo& before, const StorageSystemFileInfo& now)
+bool areSame(const std::optional<StorageSystemOwner>& before,
+             const std::optional<StorageSystemOwner>& now)
 {
-    return !before.owner || !now.owner || *before.owner == *now.owner;
+    return !before || !now || *before == *now;
 }
 
 bool isLocal(const StorageSystem& system)
@@ -96,21 +97,22 @@ bool FileCopy::mayStillTakeItsPlace()
     if (has(Option::FailIfExists) || (!standing_ && !isLocal(task_.target))) {
         return true;
     }
-    const auto now = task_.target.fileInfo(targetPath_);
-    standsStill_ = now && isRegularFile(now->type);
+    const auto now = task_.target.lookWithOwner(targetPath_);
+    standsStill_ = now && isRegularFile(now->info.type);
     if (!now) {
         return true;
     }
     if (replacesFile() && standsStill_) {
-        standing_->permissions = standing_->permissions & now->permissions;
+        standing_->permissions = standing_->permissions & now->info.permissions;
     }
-    return isReplaceable(task_.target, targetPath_, now->type) &&
-           (!replacesFile() || !standsStill_ || hasSameOwner(*standing_, *now) ||
+    return isReplaceable(task_.target, targetPath_, now->info.type) &&
+           (!replacesFile() || !standsStill_ || areSame(owner_, now->owner) ||
             fail(FailureCode::Changed, "its owner is another one", targetPath_));
 }
 
 bool FileCopy::copyFile()
 {
+    lookAtOwner();
     PartialEntry partial(task_.target, directory_, name_);
     Outcome outcome;
     if (!fill(partial, outcome)) {
@@ -125,6 +127,15 @@ bool FileCopy::copyFile()
     }
     task_.progress.complete(outcome.bytes);
     return true;
+}
+
+/// Whose file is replaced, before the first byte is copied.
+void FileCopy::lookAtOwner()
+{
+    if (replacesFile()) {
+        const auto before = task_.target.lookWithOwner(targetPath_);
+        owner_ = before && isRegularFile(before->info.type) ? before->owner : std::nullopt;
+    }
 }
 
 /// Others may have put a link of just that size there, which would be published and give its
@@ -284,7 +295,7 @@ bool FileCopy::takePlaceOfStanding(StorageSystemFile& file) const
     const auto& succeed = file.attributeKeeper_.succeed;
     const auto permissions =
         has(Option::PreservePermissions) ? permissionsWhileFilled() : standing_->permissions;
-    return standsStill_ && succeed && succeed(standing_->owner, permissions);
+    return standsStill_ && succeed && succeed(owner_, permissions);
 }
 
 bool FileCopy::replacesFile() const

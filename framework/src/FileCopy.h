@@ -73,6 +73,7 @@ private:
     Permissions permissionsWhileFilled() const;
     Permissions finalPermissions(Permissions made) const;
     bool replacesFile() const;
+    void lookAtOwner();
 
     bool has(StorageSystemCopyOptionFlag option) const { return task_.options.has(option); }
 
@@ -84,6 +85,7 @@ private:
     std::string name_;
     std::string targetPath_;
     std::optional<StorageSystemFileInfo> standing_;
+    std::optional<StorageSystemOwner> owner_; ///< Of what stands there, as far as it is told.
     bool standsStill_ = false; ///< What stood there was a file when it was looked at again.
 };
 

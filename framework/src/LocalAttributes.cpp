@@ -56,7 +56,6 @@ void setAttributes(StorageSystemFileInfo& info, const struct stat& attributes) n
     info.size = static_cast<std::uint64_t>(attributes.st_size);
     info.modTime = toTimePoint(attributes.st_mtim);
     info.permissions = permissionsOf(attributes.st_mode);
-    info.owner = StorageSystemOwner{attributes.st_uid, attributes.st_gid};
 }
 
 StorageSystemTimePoint toTimePoint(const timespec& moment) noexcept

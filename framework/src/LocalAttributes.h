@@ -23,7 +23,7 @@ Utilities::Flags<PosixFilePermissionFlag> permissionsOf(mode_t mode) noexcept;
 /// The kind by the file type bits of a mode.
 Utilities::Flags<StorageSystemFileTypeFlag> typeOfMode(mode_t mode) noexcept;
 
-/// Kind, size, time, permissions and owner into `info`. The size is what the system says, for a
+/// Kind, size, time, permissions into `info`. The size is what the system says, for a
 /// directory too.
 void setAttributes(StorageSystemFileInfo& info, const struct stat& attributes) noexcept;
 

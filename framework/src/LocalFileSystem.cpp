@@ -76,6 +76,20 @@ std::optional<struct stat> attributesOf(const std::string& path)
     return readAttributes(AT_FDCWD, systemPath(path));
 }
 
+StorageSystemFileInfo describe(const FileSystem2& system, const std::string& path,
+                               const struct stat& attributes)
+{
+    StorageSystemFileInfo info;
+    info.name = system.pathFileName(path);
+    info.fileId = path;
+    info.parentDirectoryId = system.pathParentId(path);
+    setAttributes(info, attributes);
+    if (isDirectory(info.type)) {
+        info.size = 0;
+    }
+    return info;
+}
+
 bool isLink(const std::string& path)
 {
     const auto attributes = attributesOf(path);
@@ -281,6 +295,7 @@ LocalFileSystem::LocalFileSystem()
         [this](const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) {
             return openFileItself(*this, path, mode);
         });
+    setOwnerLooker([this](const std::string& path) { return lookAtOwned(path); });
     setLinkLooker([](const std::string& path) {
         struct stat target = {};
         return ::stat(systemPath(path), &target) == 0 && !S_ISREG(target.st_mode) &&
@@ -330,15 +345,18 @@ std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::str
     if (!LocalError::answered(attributes.has_value())) {
         return std::nullopt;
     }
-    StorageSystemFileInfo info;
-    info.name = pathFileName(path);
-    info.fileId = path;
-    info.parentDirectoryId = pathParentId(path);
-    setAttributes(info, *attributes);
-    if (isDirectory(info.type)) {
-        info.size = 0;
+    return describe(*this, path, *attributes);
+}
+
+std::optional<StorageSystem::OwnedFileInfo>
+LocalFileSystem::lookAtOwned(const std::string& path) const
+{
+    const auto attributes = attributesOf(path);
+    if (!LocalError::answered(attributes.has_value())) {
+        return std::nullopt;
     }
-    return info;
+    return OwnedFileInfo{describe(*this, path, *attributes),
+                         StorageSystemOwner{attributes->st_uid, attributes->st_gid}};
 }
 
 std::optional<std::uint32_t> LocalFileSystem::fileMode(const std::string& path) const

@@ -404,6 +404,21 @@ void StorageSystem::setSelfOpener(SelfOpener opener)
     selfOpener_ = std::move(opener);
 }
 
+void StorageSystem::setOwnerLooker(OwnerLooker looker)
+{
+    ownerLooker_ = std::move(looker);
+}
+
+std::optional<StorageSystem::OwnedFileInfo>
+StorageSystem::lookWithOwner(const std::string& path) const
+{
+    if (ownerLooker_) {
+        return ownerLooker_(path);
+    }
+    auto info = fileInfo(path);
+    return info ? std::make_optional(OwnedFileInfo{*std::move(info)}) : std::nullopt;
+}
+
 void StorageSystem::setLinkLooker(std::function<bool(const std::string&)> looker)
 {
     linkLooker_ = std::move(looker);

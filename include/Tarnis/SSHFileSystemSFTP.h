@@ -162,6 +162,7 @@ private:
     std::optional<std::vector<FileSystem::StorageSystemFileInfo>>
     readDirectoryFully(const std::string& path) const;
     std::optional<std::string> startDirectory() const;
+    std::optional<OwnedFileInfo> lookAtOwned(const std::string& path) const;
     bool replaceByLink(const std::string& target, const std::string& linkPath) const;
 
     std::shared_ptr<SSHHandleSFTPSession> sftp_;

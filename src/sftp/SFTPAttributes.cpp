@@ -73,9 +73,6 @@ void describe(const sftp_attributes_struct& attributes, StorageSystemFileInfo& i
     info.modTime = modificationTimeOf(attributes);
     info.permissions =
         Utilities::Flags<PosixFilePermissionFlag>(attributes.permissions & permissionBits);
-    if ((attributes.flags & SSH_FILEXFER_ATTR_UIDGID) != 0) {
-        info.owner = FileSystem::StorageSystemOwner{attributes.uid, attributes.gid};
-    }
 }
 
 SFTPTime sftpTimeOf(StorageSystemTimePoint time) noexcept

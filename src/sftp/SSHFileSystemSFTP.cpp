@@ -56,6 +56,7 @@ SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sft
         const auto handle = validHandle();
         return handle != nullptr && renameReplacing(*handle, path, newPath);
     });
+    setOwnerLooker([this](const std::string& path) { return lookAtOwned(path); });
     setLinkLooker([this](const std::string& path) {
         const auto handle = validHandle();
         return handle != nullptr && isSeenToBeNoFile(*handle, path);

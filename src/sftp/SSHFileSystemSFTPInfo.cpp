@@ -38,6 +38,20 @@ StorageSystemStorageInfo figuresOf(const sftp_statvfs_struct& volume) noexcept
             volume.f_blocks * volume.f_frsize};
 }
 
+StorageSystemFileInfo infoOf(const FileSystem::FileSystem2& system, const std::string& path,
+                             const sftp_attributes_struct& attributes)
+{
+    StorageSystemFileInfo info;
+    info.name = system.pathFileName(path);
+    info.fileId = path;
+    info.parentDirectoryId = system.pathParentId(path);
+    describe(attributes, info);
+    if (hasDirectoryBit(attributes.permissions)) {
+        info.size = 0;
+    }
+    return info;
+}
+
 } // namespace
 
 std::optional<StorageSystemFileInfo> SSHFileSystemSFTP::do_fileInfo(const std::string& path) const
@@ -51,18 +65,23 @@ std::optional<StorageSystemFileInfo> SSHFileSystemSFTP::do_fileInfo(const std::s
         return std::nullopt;
     }
     const SFTPAttributes attributes = lookUp(*sftp, path);
+    return attributes != nullptr ? std::make_optional(infoOf(*this, path, *attributes))
+                                 : std::nullopt;
+}
+
+std::optional<SSHFileSystemSFTP::OwnedFileInfo>
+SSHFileSystemSFTP::lookAtOwned(const std::string& path) const
+{
+    const auto sftp = validHandle();
+    const SFTPAttributes attributes = sftp != nullptr ? lookUp(*sftp, path) : nullptr;
     if (attributes == nullptr) {
         return std::nullopt;
     }
-    StorageSystemFileInfo info;
-    info.name = pathFileName(path);
-    info.fileId = path;
-    info.parentDirectoryId = pathParentId(path);
-    describe(*attributes, info);
-    if (hasDirectoryBit(attributes->permissions)) {
-        info.size = 0;
+    OwnedFileInfo owned{infoOf(*this, path, *attributes)};
+    if ((attributes->flags & SSH_FILEXFER_ATTR_UIDGID) != 0) {
+        owned.owner = FileSystem::StorageSystemOwner{attributes->uid, attributes->gid};
     }
-    return info;
+    return owned;
 }
 
 std::optional<std::uint32_t> SSHFileSystemSFTP::fileMode(const std::string& path) const

@@ -118,8 +118,8 @@ public:
     /// of a file fail, and is filled by the copy of a directory; a pipe, a socket or a device makes
     /// the copy fail, and so does a link that is seen to lead to one. Parent missing: fails. A
     /// pipe, a socket or a device is not copied but makes the copy fail, as does an entry whose
-    /// name is no single component, and a directory that is to be copied into itself. \param
-    /// progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
+    /// name is no single component, and a directory that is to be copied into itself.
+    /// \param progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
     ///                   while a tree is looked at, before its total is known.
     /// \param bufferSize bytes per step; by default what the systems recommend.
     /// False: a failure, or `progress` said stop. Complete files of a tree stay, nothing

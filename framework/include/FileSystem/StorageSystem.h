@@ -364,6 +364,19 @@ protected:
     /// regular file nor a directory. It notes no failure.
     void setLinkLooker(std::function<bool(const std::string&)> looker);
 
+    /// What stands at a path, and whose it is, where the system tells that.
+    struct OwnedFileInfo
+    {
+        StorageSystemFileInfo info;
+        std::optional<StorageSystemOwner> owner = {};
+    };
+
+    using OwnerLooker = std::function<std::optional<OwnedFileInfo>(const std::string& path)>;
+
+    /// For a system that can tell whose an entry is: a copy that replaces a file is given to that
+    /// file's owner, and to nobody else. As setDirectoryReader(). \param looker as do_fileInfo().
+    void setOwnerLooker(OwnerLooker looker);
+
     virtual std::string do_hostName() const = 0;
     virtual StorageSystemType do_getType() const = 0;
     virtual bool do_isReadable() const = 0;
@@ -468,6 +481,8 @@ private:
     std::unique_ptr<StorageSystemFile>
     openItself(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) const;
 
+    std::optional<OwnedFileInfo> lookWithOwner(const std::string& path) const;
+
     /// False when the system is gone; outlives it in the files that it has opened.
     std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
     std::atomic<std::uint64_t> listingLimit_{defaultListingLimit};
@@ -476,6 +491,7 @@ private:
     std::function<bool(const std::string&, const std::string&)> replacer_;
     SelfOpener selfOpener_;
     std::function<bool(const std::string&)> linkLooker_;
+    OwnerLooker ownerLooker_;
 };
 
 } // namespace FileSystem

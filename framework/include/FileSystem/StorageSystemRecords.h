@@ -50,7 +50,6 @@ struct StorageSystemFileInfo
     std::uint64_t size = 0; ///< Bytes; 0 for a directory, but in a listing what the system said.
     StorageSystemTimePoint modTime;
     Utilities::Flags<PosixFilePermissionFlag> permissions; ///< The nine permission bits.
-    std::optional<StorageSystemOwner> owner = {}; ///< Empty where the system does not tell.
 };
 
 /// One entry of a directory.
