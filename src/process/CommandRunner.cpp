@@ -140,7 +140,10 @@ CommandRunner::Step CommandRunner::takeStep(StepFunction stepFunction)
 /// Later calls of other threads will have their own reasons.
 CommandRunner::Step CommandRunner::noteFailure(Step step, ssh_session session)
 {
-    if (step == Step::Failed || step == Step::Lost) {
+    if (step == Step::Failed && closedUnanswered_) {
+        error_ = closedInsteadOfAnswering;
+        FileSystem::fail(FailureCode::Denied, error_);
+    } else if (step == Step::Failed || step == Step::Lost) {
         error_ = ssh_get_error(session);
         // While the connection stands, it is the server that fails a step.
         FileSystem::fail(transportFailureCode(session, FailureCode::Denied),
@@ -172,6 +175,7 @@ CommandRunner::Step CommandRunner::exec(ssh_channel channel, const char* line)
 {
     const int result = requestExec(channel, line, execSent_);
     execSent_ = result == SSH_AGAIN;
+    closedUnanswered_ = result == SSH_EOF;
     return stepOf(result);
 }
 
