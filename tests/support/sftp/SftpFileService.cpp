@@ -10,6 +10,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -133,6 +134,24 @@ SftpMessage oneName(const std::string& name)
     constexpr std::uint32_t kNoAttributes = 0;
     return {SftpPacket::Name, 0,
             SftpWriter().number(1).text(name).text(name).number(kNoAttributes).bytes()};
+}
+
+// The path with its last names spelled as they stand there, if only their case differs.
+std::string asSpelled(const fs::path& path)
+{
+    if (!path.has_relative_path() || fs::symlink_status(path).type() != fs::file_type::not_found) {
+        return path.string();
+    }
+    const fs::path parent = asSpelled(path.parent_path());
+    const std::string wanted = path.filename().string();
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent, error)) {
+        const std::string name = entry.path().filename().string();
+        if (::strcasecmp(name.c_str(), wanted.c_str()) == 0) {
+            return entry.path().string();
+        }
+    }
+    return (parent / wanted).string();
 }
 
 bool isAnnounced(const SftpScript& script, const std::string& extension)
@@ -549,7 +568,8 @@ std::string SftpFileService::absolute(const std::string& path) const
     if (path.find('\0') != std::string::npos) {
         throw MalformedPacket("a path with a NUL byte");
     }
-    return path.empty() ? root_.string() : (root_ / path).string();
+    const std::string place = path.empty() ? root_.string() : (root_ / path).string();
+    return script_.foldsCase ? asSpelled(place) : place;
 }
 
 bool SftpFileService::isInside(const fs::path& place) const

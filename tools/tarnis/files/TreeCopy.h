@@ -77,6 +77,7 @@ private:
     void copyLink(const Job& job);
     void copyFile(const Job& job);
     void resumeFile(const Job& job);
+    bool mustBeNew(const Job& job) const;
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
@@ -98,7 +99,10 @@ private:
     std::vector<Job> jobs_;
     /// Where each file or link goes, and where it comes from.
     std::map<std::string, std::string> claims_;
+    /// The targets in small letters, as many times as there are spellings.
+    std::multiset<std::string> foldedClaims_;
     std::vector<MadeDirectory> madeDirectories_;
+    std::set<std::string> newDirectories_;
     std::set<std::string> failedDirectories_;
     std::set<std::string> filledDirectories_;
     std::unique_ptr<ProgressBar> bar_;
