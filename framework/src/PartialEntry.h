@@ -42,6 +42,7 @@ public:
 private:
     std::unique_ptr<StorageSystemFile>
     tryToCreate(const std::string& name, Utilities::Flags<PosixFilePermissionFlag> permissions);
+    bool removeRefused() const;
     bool takeFreeName();
     bool takeFinalName(const std::string& finalPath, bool replace) const;
 
