@@ -223,7 +223,8 @@ SftpMessage SftpFileService::carryOut(const SftpMessage& request)
     case SftpPacket::Write:
         return write(in);
     case SftpPacket::Lstat:
-        return attributes(::lstat(absolute(in.text()).c_str(), &info), info);
+        return attributes(
+            (script_.followsLinks ? ::stat : ::lstat)(absolute(in.text()).c_str(), &info), info);
     case SftpPacket::Stat:
         return attributes(::stat(absolute(in.text()).c_str(), &info), info);
     case SftpPacket::Fstat:
@@ -548,7 +549,9 @@ std::vector<std::string> SftpFileService::listing(const std::string& path) const
         {};
 
         if ((isDots ? script_.listsDots : script_.listsRealEntries) &&
-            ::fstatat(::dirfd(directory.get()), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) {
+            (::fstatat(::dirfd(directory.get()), name.c_str(), &info,
+                       script_.followsLinks ? 0 : AT_SYMLINK_NOFOLLOW) == 0 ||
+             script_.followsLinks)) {
             entries.push_back(nameEntry(name, info));
         }
     }
