@@ -127,7 +127,12 @@ bool initialise(SSHHandleSFTPSession& sftp)
         return true;
     }
     // The channel is there, but nobody at its other end speaks SFTP.
-    return noteTransportFailure(sftp.getResource()->session, FailureCode::Unsupported);
+    ssh_session session = sftp.getResource()->session;
+    if (ssh_is_connected(session) != 0 && ssh_channel_is_closed(sftp.getResource()->channel) != 0) {
+        // libssh has nothing to say of that, or that it could not write.
+        return fail(FailureCode::Unsupported, "the SFTP server has ended");
+    }
+    return noteTransportFailure(session, FailureCode::Unsupported);
 }
 
 } // namespace
@@ -147,6 +152,8 @@ std::unique_ptr<SSHFileSystemSFTP> SSHSession::createSFTPFileSystem()
 {
     FileSystem::FailureScope scope("createSFTPFileSystem");
     session_->retireLostSftpSessions();
+    // Also while it is found out why there is none: another thread may be connecting again.
+    auto lock = session_->getLock();
     // Shows that there is memory for channels, and is the one that is used where sftp_new() is not;
     // a handle, since a disconnect in between would free a bare one.
     const auto probe = SSHHandleChannel::create(*session_);
@@ -155,7 +162,6 @@ std::unique_ptr<SSHFileSystemSFTP> SSHSession::createSFTPFileSystem()
         return scope.result(std::unique_ptr<SSHFileSystemSFTP>());
     }
     const std::unique_ptr<SSHHandleChannel, ChannelRelease> probeRelease(probe.get());
-    auto lock = session_->getLock();
     auto sftp = openSftpSession(*session_, *probe);
     if (sftp == nullptr) {
         noteWhyNoSftp(true);
