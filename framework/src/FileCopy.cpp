@@ -397,12 +397,21 @@ bool FileCopy::mayBeItself() const
         return false;
     }
     const auto isOne = isOnePlace(task_.target, sourcePath_, targetPath_);
-    if (isOne && !*isOne) {
+    if (isOne && !*isOne && !looksLikeItself()) {
         return false;
     }
-    fail(FailureCode::IntoItself, isOne ? sameFile : "it cannot be told from its source",
+    const bool isKnown = isOne && *isOne;
+    fail(FailureCode::IntoItself, isKnown ? sameFile : "it cannot be told from its source",
          targetPath_);
     return true;
+}
+
+/// Whether what stands at the other path could be another name of the source, as a hard link is, or
+/// one in another case. There would be nothing to lose of an empty file.
+bool FileCopy::looksLikeItself() const
+{
+    return source_.size != 0 && source_.size == standing_->size &&
+           source_.modTime == standing_->modTime && source_.permissions == standing_->permissions;
 }
 
 bool FileCopy::overwrite(Outcome& outcome)

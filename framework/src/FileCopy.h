@@ -55,6 +55,7 @@ private:
     bool isAsScanned(StorageSystemFile& source);
     std::unique_ptr<StorageSystemFile> createTarget(PartialEntry& partial) const;
     bool mayBeItself() const;
+    bool looksLikeItself() const;
     bool overwrite(Outcome& outcome);
     std::unique_ptr<StorageSystemFile> openStanding(StorageSystemFile& source) const;
     bool isAnother(StorageSystemFile& source, StorageSystemFile& target) const;

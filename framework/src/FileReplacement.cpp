@@ -152,16 +152,28 @@ bool FileReplacement::takePlace(const StorageSystem& system, const std::string& 
         !isRenamed(system, newPath, aside)) {
         return false;
     }
+    const FailureWatch watch;
     if (rename(system, path, newPath) || isRenamed(system, path, newPath)) {
         static_cast<void>(system.fileRemove(aside));
         return true;
     }
-    const FailureKeeper keeper;
-    // On a server that replaces it would be in the place of whatever came there meanwhile.
-    if (!system.fileType(newPath)) {
-        rename(system, aside, newPath);
+    const auto why = watch.noted();
+    if (!bringBack(system, aside, newPath)) {
+        const auto said = why.text().empty() ? "" : why.text() + "; ";
+        return fail(why.code(), why.source(), why.number(),
+                    said + "what stood there is at " + aside, why.entry());
     }
     return false;
+}
+
+/// False: what was set aside is still there, as far as the system tells.
+bool FileReplacement::bringBack(const StorageSystem& system, const std::string& aside,
+                                const std::string& path)
+{
+    const FailureKeeper keeper;
+    // On a server that replaces it would be in the place of whatever came there meanwhile.
+    return !system.fileType(path) &&
+           (rename(system, aside, path) || isRenamed(system, aside, path));
 }
 
 // The two paths may also be two ways to one name, through a link above it or in another case. So

@@ -38,6 +38,8 @@ private:
                                const std::string& newPath);
     static bool takePlace(const StorageSystem& system, const std::string& path,
                           const std::string& newPath);
+    static bool bringBack(const StorageSystem& system, const std::string& aside,
+                          const std::string& path);
     static bool removeOtherName(const StorageSystem& system, const std::string& path,
                                 const StorageSystemFileInfo& file, const std::string& newPath);
 };

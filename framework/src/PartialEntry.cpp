@@ -1,5 +1,6 @@
 #include "PartialEntry.h"
 
+#include "FailureWatch.h"
 #include "FileReplacement.h"
 #include "HiddenName.h"
 #include "PathText.h"
@@ -7,6 +8,7 @@
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
 
+#include <cstdint>
 #include <utility>
 
 namespace FileSystem {
@@ -14,6 +16,13 @@ namespace FileSystem {
 namespace {
 
 constexpr int maximumNameTries = 8;
+
+/// Whether a server did not hand out a file, for another reason than that one stands there.
+bool isRefusal(const Failure& why)
+{
+    constexpr std::int64_t fileAlreadyExists = 11; // As later versions of SFTP number it.
+    return why.source() == FailureSource::Server && why.number() != fileAlreadyExists;
+}
 
 } // namespace
 
@@ -63,9 +72,16 @@ PartialEntry::createFile(Utilities::Flags<PosixFilePermissionFlag> permissions, 
         return tryToCreate(name_, permissions);
     }
     for (int tries = 0; tries < maximumNameTries; ++tries) {
+        const FailureWatch watch;
         auto file = tryToCreate(hiddenName(name_, HiddenNameUse::Unfinished), permissions);
         if (file != nullptr) {
             return file;
+        }
+        const auto why = watch.noted();
+        if (isRefusal(why) && removeRefused()) {
+            fail(why.code() == FailureCode::Exists ? FailureCode::Other : why.code(), why.source(),
+                 why.number(), why.text(), why.entry());
+            return nullptr;
         }
         const FailureKeeper keeper;
         if (!system_.fileType(path_)) {
@@ -73,6 +89,16 @@ PartialEntry::createFile(Utilities::Flags<PosixFilePermissionFlag> permissions, 
         }
     }
     return nullptr;
+}
+
+/// Some servers make a file and refuse to hand it out then. Nobody else takes a name at random for
+/// an empty one.
+bool PartialEntry::removeRefused() const
+{
+    const FailureKeeper keeper;
+    const auto made = system_.fileInfo(path_);
+    return made && made->size == 0 && (made->type.isEmpty() || isRegularFile(made->type)) &&
+           system_.fileRemove(path_);
 }
 
 std::unique_ptr<StorageSystemFile>

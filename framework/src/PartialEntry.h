@@ -45,6 +45,7 @@ private:
     tryToCreate(const std::string& name, Utilities::Flags<PosixFilePermissionFlag> permissions);
     bool remove() const;
     void tellThatItIsLeft() const;
+    bool removeRefused() const;
     bool takeFreeName();
     bool takeFinalName(const std::string& finalPath, bool replace) const;
 

@@ -32,6 +32,10 @@ public:
     /// channel is still in place.
     bool renew();
 
+    /// Hands the libssh channel over to whoever owns it from now on; the handle is invalid then.
+    /// Under the lock.
+    ssh_channel takeChannel() noexcept { return exchangeResource(nullptr); }
+
     /// Gives up a channel whose opening the server has not answered yet: the session closes it once
     /// it has.
     static void abandon(const std::shared_ptr<SSHHandleChannel>& channel);

@@ -64,6 +64,11 @@ public:
 
     void markLeftLinks() noexcept { leftLinks_ = true; }
 
+    /// Whether the server has described a link as such when it was asked for what stands at a path.
+    bool tellsLinks() const noexcept { return tellsLinks_; }
+
+    void markTellsLinks() noexcept { tellsLinks_ = true; }
+
     /// How the writes of a bulk transfer are sent, as far as the first of them has shown.
     enum class BulkWriting
     {
@@ -104,6 +109,7 @@ protected:
 private:
     std::atomic<LinkPathOrder> linkPathOrder_{LinkPathOrder::Unknown};
     std::atomic<bool> leftLinks_{false};
+    std::atomic<bool> tellsLinks_{false};
     std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
     std::atomic<int> bulkWriters_{0};
     std::shared_ptr<std::atomic<bool>> lost_ = std::make_shared<std::atomic<bool>>(false);

@@ -12,11 +12,20 @@ namespace Tarnis {
 /// Opens the channel. On a session that was never connected, libssh crashes.
 int openChannel(ssh_channel channel);
 
-/// Sends the command line, or, once it was sent, only asks for the answer. A server that closes the
-/// channel instead of answering is a refusal.
+/// Sends the command line, or, once it was sent, only asks for the answer. SSH_EOF where the server
+/// closes the channel instead of answering, of which libssh's last error says nothing.
 /// \param sent whether an earlier call answered SSH_AGAIN. The channel may be closed again by then:
 ///             another thread may have taken in the answer together with the command's end.
 int requestExec(ssh_channel channel, const char* line, bool sent);
+
+/// The same for the SFTP subsystem. libssh waits for the answer alone (0.10.6, 0.11.5 and 0.12.2):
+/// a wait in blocking mode would last for ever where the server closes the channel instead. To be
+/// called in non-blocking mode.
+int requestSftp(ssh_channel channel, bool sent);
+
+/// What to say of it.
+constexpr const char* closedInsteadOfAnswering =
+    "the server closed the channel instead of answering";
 
 /// Tells the other side that no more input comes.
 int requestEndOfFile(ssh_channel channel);

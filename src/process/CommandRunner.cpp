@@ -140,7 +140,10 @@ CommandRunner::Step CommandRunner::takeStep(StepFunction stepFunction)
 /// Later calls of other threads will have their own reasons.
 CommandRunner::Step CommandRunner::noteFailure(Step step, ssh_session session)
 {
-    if (step == Step::Failed || step == Step::Lost) {
+    if (step == Step::Failed && closedUnanswered_) {
+        error_ = closedInsteadOfAnswering;
+        FileSystem::fail(FailureCode::Denied, error_);
+    } else if (step == Step::Failed || step == Step::Lost) {
         const std::string text = transportFailureText(session);
         error_ = text.empty() && ssh_is_connected(session) == 0 ? sessionEnded : text;
         // While the connection stands, it is the server that fails a step.
@@ -173,6 +176,7 @@ CommandRunner::Step CommandRunner::exec(ssh_channel channel, const char* line)
 {
     const int result = requestExec(channel, line, execSent_);
     execSent_ = result == SSH_AGAIN;
+    closedUnanswered_ = result == SSH_EOF;
     return stepOf(result);
 }
 

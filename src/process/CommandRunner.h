@@ -75,6 +75,7 @@ private:
     std::size_t inputConsumed_ = 0;
     std::string error_;
     bool execSent_ = false;
+    bool closedUnanswered_ = false;
     bool inputEnded_ = false;
 };
 

@@ -22,11 +22,19 @@ namespace {
 
 constexpr const char* hasBegun = "the command is running or has ended";
 
-/// A server that closes the channel instead of answering has refused the command too.
+/// A server that closes the channel instead of answering has refused the command too. What libssh
+/// has to say is about something else then, as it is where no answer has come.
 bool noteRefusal(ssh_channel channel, int status)
 {
-    return noteTransportFailure(ssh_channel_get_session(channel),
-                                status == SSH_AGAIN ? FailureCode::TimedOut : FailureCode::Denied);
+    ssh_session session = ssh_channel_get_session(channel);
+    const bool isConnected = ssh_is_connected(session) != 0;
+    if (isConnected && status == SSH_AGAIN) {
+        return fail(FailureCode::TimedOut);
+    }
+    if (isConnected && status == SSH_EOF) {
+        return fail(FailureCode::Denied, closedInsteadOfAnswering);
+    }
+    return noteTransportFailure(session, FailureCode::Denied);
 }
 
 } // namespace

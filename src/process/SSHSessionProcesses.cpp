@@ -35,6 +35,8 @@ SSHExecuteResult notStarted(FailureCode code, const char* why)
 std::unique_ptr<SSHProcess> SSHSession::createProcess(const std::string& commandLine)
 {
     FailureScope scope("createProcess");
+    // Also while it is found out why there is none: another thread may be connecting again.
+    const auto lock = session_->getLock();
     auto channel = SSHHandleChannel::create(*session_);
     if (channel == nullptr) {
         noteWhyNoChannel();

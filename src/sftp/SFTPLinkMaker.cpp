@@ -100,7 +100,7 @@ SFTPLinkMaker::Answer SFTPLinkMaker::attempt(Order order, const std::string& tar
         return Answer::Made;
     }
     if (!sftp_.isLost()) {
-        fail(FailureCode::NotKept, "the server made another link than it was asked for", linkPath);
+        fail(FailureCode::Protocol, "the server made another link than it was asked for", linkPath);
     }
     if (isThere) {
         // Nothing stood here before, so this one is ours.
@@ -127,7 +127,12 @@ bool SFTPLinkMaker::standsAt(const std::string& path)
 bool SFTPLinkMaker::isLink(const std::string& path)
 {
     const SFTPAttributes attributes = lookUp(sftp_, path, SFTPNotes::LossOnly);
-    return attributes != nullptr && isLinkMode(attributes->permissions);
+    if (attributes != nullptr && isLinkMode(attributes->permissions)) {
+        return true;
+    }
+    // A server may describe what a link leads to, or nothing where that is nothing.
+    return !callLocked(sftp_, isOpenSshSftpServer) &&
+           readLinkTarget(sftp_, path, SFTPNotes::LossOnly).has_value();
 }
 
 void SFTPLinkMaker::remove(const std::string& path)

@@ -13,7 +13,8 @@ namespace Tarnis {
 ///
 /// ProFTPD's mod_sftp (seen with 1.3.8) describes what a link leads to, where that exists, though
 /// it was asked for the link. It is asked for the link's text besides, which only a link has.
-/// Taking a link for a directory would mean removing what is behind it.
+/// Taking a link for a directory would mean removing what is behind it, so that other servers are
+/// asked the same of directories until they have told a link; OpenSSH's own is known to.
 SFTPAttributes lookUp(SSHHandleSFTPSession& sftp, const std::string& path,
                       SFTPNotes notes = SFTPNotes::All);
 

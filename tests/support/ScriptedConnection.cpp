@@ -424,6 +424,7 @@ bool ScriptedConnection::refuseOrIgnore(Answer answer, ssh_message message)
         ssh_message_reply_default(message);
         return true;
     case Answer::Silence:
+    case Answer::Close:
         return true;
     case Answer::Drop:
         drop();
@@ -574,7 +575,9 @@ bool ScriptedConnection::handleChannelRequest(ssh_message message)
     if (policy_.channelRequest) {
         answer = policy_.channelRequest(event);
     }
-    if (!refuseOrIgnore(answer, message)) {
+    if (answer == Answer::Close) {
+        ssh_channel_close(channel->channel_);
+    } else if (!refuseOrIgnore(answer, message)) {
         acceptRequest(message, *channel, event);
     }
     return true;

@@ -29,6 +29,7 @@ enum class Answer
     Refuse,
     Silence, ///< never answers
     Drop,    ///< closes the TCP connection
+    Close,   ///< closes the channel that the request is for
 };
 
 /// A question of keyboard-interactive authentication.

@@ -268,6 +268,18 @@ TEST(SftpSessionTest, ARefusedSubsystemIsUnsupported)
     EXPECT_THAT(Failure::last().text(), testing::StartsWith("Channel request subsystem failed"));
 }
 
+TEST(SftpSessionTest, AChannelThatIsClosedInPlaceOfAnAnswerIsARefusal)
+{
+    ScriptedPolicy policy;
+    policy.channelRequest = [](const ServerEvent&) { return Answer::Close; };
+    const ScriptedServer server(policy);
+    SftpClient client(accessTo(server));
+    EXPECT_FALSE(client.hasFiles());
+    expectFailure(FailureCode::Denied);
+    EXPECT_EQ(Failure::last().text(), "the server closed the channel instead of answering");
+    EXPECT_TRUE(client.session().isConnected());
+}
+
 TEST(SftpSessionTest, AServerWithoutSftpGivesNoFileSystem)
 {
     if (!requireServer(OpenSshServer::availability())) {

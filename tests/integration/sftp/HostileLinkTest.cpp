@@ -73,6 +73,27 @@ TEST_F(HostileLinkTest, OutOfATreeIsRemovedAndNothingBehindIt)
     expectPreciousIsThere();
 }
 
+TEST_F(HostileLinkTest, ThatTheServerDescribesAsItsTargetIsRemovedAndNothingBehindIt)
+{
+    SftpScript script;
+    script.followsLinks = true;
+    follow(script);
+    fs::create_directory_symlink(path("precious"), path("tree/link"));
+    EXPECT_TRUE(files().directoryRemove(path("tree"), true));
+    EXPECT_FALSE(fs::exists(path("tree")));
+    expectPreciousIsThere();
+}
+
+TEST_F(HostileLinkTest, ThatTheServerDoesNotDescribeIsMadeAndLeavesNoOther)
+{
+    SftpScript script;
+    script.followsLinks = true;
+    follow(script);
+    EXPECT_TRUE(files().fileSymbolicLinkCreateAs("no where", path("link"), true));
+    EXPECT_EQ(fs::read_symlink(path("link")), "no where");
+    EXPECT_THAT(namesIn(server().sftp().root()), ElementsAre("link", "precious", "tree"));
+}
+
 TEST_F(HostileLinkTest, ToATreeIsNeitherCopiedNorRemovedAsOne)
 {
     fs::create_directory_symlink("precious", path("link"));

@@ -261,10 +261,24 @@ protected:
     }
 };
 
+TEST_F(ScriptedSftpTest, ANewFileThatIsMadeAndNotHandedOutIsNotLeftBehind)
+{
+    start();
+    const TemporaryDirectory here;
+    here.write("file", "text");
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Open), SftpActions::pretend(SftpStatus::PermissionDenied)}};
+    server().sftp().setScript(script);
+    const FileSystem::LocalFileSystem local;
+    EXPECT_FALSE(local.fileCopyAs(here.file("file"), files(), path("copy")));
+    expectRefusal(FailureCode::Denied, static_cast<std::int64_t>(SftpStatus::PermissionDenied));
+    EXPECT_TRUE(fs::is_empty(server().sftp().root()));
+}
+
 TEST_F(StubbornLinkTest, LeavesOneLinkBehindAndNoMore)
 {
     EXPECT_FALSE(files().fileSymbolicLinkCreateAs("target", path("one"), false));
-    expectFailure(FailureCode::NotKept);
+    expectFailure(FailureCode::Protocol);
     EXPECT_EQ(sent(SftpPacket::Symlink), 1U);
     EXPECT_FALSE(files().fileSymbolicLinkCreateAs("target", path("two"), false));
     expectFailure(FailureCode::Unsupported);
@@ -278,7 +292,7 @@ TEST_F(StubbornLinkTest, FailsForItsOwnReasonAndNotThatOfCleaningUp)
     fs::create_symlink("honest", here.file("source"));
     const FileSystem::LocalFileSystem local;
     EXPECT_FALSE(local.fileCopyAs(here.file("source"), files(), path("copy")));
-    expectFailure(FailureCode::NotKept);
+    expectFailure(FailureCode::Protocol);
     EXPECT_FALSE(local.fileCopyAs(here.file("source"), files(), path("copy")));
     expectFailure(FailureCode::Unsupported);
     EXPECT_EQ(names().size(), 1U);

@@ -10,6 +10,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -135,6 +136,24 @@ SftpMessage oneName(const std::string& name)
             SftpWriter().number(1).text(name).text(name).number(kNoAttributes).bytes()};
 }
 
+// The path with its last names spelled as they stand there, if only their case differs.
+std::string asSpelled(const fs::path& path)
+{
+    if (!path.has_relative_path() || fs::symlink_status(path).type() != fs::file_type::not_found) {
+        return path.string();
+    }
+    const fs::path parent = asSpelled(path.parent_path());
+    const std::string wanted = path.filename().string();
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent, error)) {
+        const std::string name = entry.path().filename().string();
+        if (::strcasecmp(name.c_str(), wanted.c_str()) == 0) {
+            return entry.path().string();
+        }
+    }
+    return (parent / wanted).string();
+}
+
 bool isAnnounced(const SftpScript& script, const std::string& extension)
 {
     return std::any_of(script.extensions.begin(), script.extensions.end(),
@@ -204,7 +223,8 @@ SftpMessage SftpFileService::carryOut(const SftpMessage& request)
     case SftpPacket::Write:
         return write(in);
     case SftpPacket::Lstat:
-        return attributes(::lstat(absolute(in.text()).c_str(), &info), info);
+        return attributes(
+            (script_.followsLinks ? ::stat : ::lstat)(absolute(in.text()).c_str(), &info), info);
     case SftpPacket::Stat:
         return attributes(::stat(absolute(in.text()).c_str(), &info), info);
     case SftpPacket::Fstat:
@@ -529,7 +549,9 @@ std::vector<std::string> SftpFileService::listing(const std::string& path) const
         {};
 
         if ((isDots ? script_.listsDots : script_.listsRealEntries) &&
-            ::fstatat(::dirfd(directory.get()), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0) {
+            (::fstatat(::dirfd(directory.get()), name.c_str(), &info,
+                       script_.followsLinks ? 0 : AT_SYMLINK_NOFOLLOW) == 0 ||
+             script_.followsLinks)) {
             entries.push_back(nameEntry(name, info));
         }
     }
@@ -549,7 +571,8 @@ std::string SftpFileService::absolute(const std::string& path) const
     if (path.find('\0') != std::string::npos) {
         throw MalformedPacket("a path with a NUL byte");
     }
-    return path.empty() ? root_.string() : (root_ / path).string();
+    const std::string place = path.empty() ? root_.string() : (root_ / path).string();
+    return script_.foldsCase ? asSpelled(place) : place;
 }
 
 bool SftpFileService::isInside(const fs::path& place) const

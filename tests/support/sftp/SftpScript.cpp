@@ -40,6 +40,8 @@ void visitFields(Script& script, Field&& field)
     field("linkAnswer", script.linkAnswer);
     field("linkTarget", script.linkTarget);
     field("renameReplaces", script.renameReplaces);
+    field("followsLinks", script.followsLinks);
+    field("foldsCase", script.foldsCase);
     field("ignoresExclusive", script.ignoresExclusive);
     field("removesWhateverIsThere", script.removesWhateverIsThere);
     field("version", script.version);

@@ -121,6 +121,10 @@ struct SftpScript
     /// Answers every Readlink.
     std::optional<std::string> linkTarget;
     bool renameReplaces = false;
+    /// Describes what a link leads to, also where it is asked for the link, and in listings.
+    bool followsLinks = false;
+    /// A name is found whether its letters are capital or small.
+    bool foldsCase = false;
     /// Opening a file that is to be a new one opens what stands there.
     bool ignoresExclusive = false;
     /// Remove takes an empty directory too, and Rmdir a file or a link.

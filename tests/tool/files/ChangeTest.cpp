@@ -242,6 +242,16 @@ TEST_F(ChangeTest, TouchSaysThatALinkHasNoTimeToSet)
     EXPECT_EQ(statusOf("f").st_mtime, before);
 }
 
+TEST_F(ScriptedChangeTest, TouchNeedsNoTimeForAFileThatItHasMade)
+{
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Setstat), SftpActions::refuse(SftpStatus::OpUnsupported)}};
+    sftp().setScript(script);
+    expectQuiet(tarnis("touch", {at("new")}));
+    expectFailure(tarnis("touch", {at("new")}), "cannot set the time of");
+    EXPECT_EQ(tarnis("touch", {"-d", "@5", at("other")}).exitCode, 1);
+}
+
 TEST_F(ScriptedChangeTest, TouchDoesNotTakeARefusedCloseForANewFile)
 {
     SftpScript script;

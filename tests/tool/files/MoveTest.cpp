@@ -68,6 +68,8 @@ protected:
         return status;
     }
 
+    void foldCase() { script_.foldsCase = true; }
+
     void addRule(const SftpRule& rule) { script_.rules.push_back(rule); }
 
     /// Moves "t" into the directory "other".
@@ -142,6 +144,17 @@ TEST_F(MoveTest, CopiesATreeAndRemovesIt)
     expectTree("other/t");
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("other"));
     EXPECT_THAT(namesIn(sftp().path("other")), ElementsAre("t"));
+}
+
+TEST_F(MoveTest, ATreeStaysWholeWhereTwoOfItsNamesAreOne)
+{
+    put("t/IMG.jpg", "one");
+    put("t/img.jpg", "two-other");
+    foldCase();
+    expectFailure(move(), "cannot move " + at("t"));
+    EXPECT_EQ(readFile(sftp().path("t/IMG.jpg")), "one");
+    EXPECT_EQ(readFile(sftp().path("t/img.jpg")), "two-other");
+    EXPECT_THAT(namesIn(sftp().path("other")), IsEmpty());
 }
 
 TEST_F(MoveTest, ATreeOnItsWayIsNobodyElsesToLookInto)

@@ -86,6 +86,62 @@ TEST_F(ScriptedTreeTest, ADirectoryIsPrivateUntilItHasThePermissionsThatAreKept)
     EXPECT_EQ(permissions(), std::filesystem::perms(0755));
 }
 
+/// What becomes of two files whose names the server does not tell apart.
+class OneNameForTwoTest : public ScriptedFilesTest
+{
+protected:
+    void SetUp() override
+    {
+        ScriptedFilesTest::SetUp();
+        if (!IsSkipped() && !HasFatalFailure()) {
+            here().makeDirectory("caps");
+            here().write("caps/A", "one");
+            here().write("caps/a", "two");
+            SftpScript script;
+            script.foldsCase = true;
+            sftp().setScript(script);
+        }
+    }
+
+    void expectOne(const ToolResult& result, const std::string& directory)
+    {
+        expectFailure(result, "another source of this call");
+        ASSERT_EQ(namesIn(sftp().path(directory)).size(), 1U);
+        const std::string name = namesIn(sftp().path(directory)).front();
+        EXPECT_EQ(readFile(sftp().path(directory + "/" + name)), name == "A" ? "one" : "two");
+    }
+};
+
+TEST_F(OneNameForTwoTest, InANewDirectoryTheSecondIsAFailure)
+{
+    expectOne(tarnis("put", {"-r", here().file("caps"), at("")}), "caps");
+}
+
+TEST_F(OneNameForTwoTest, InADirectoryThatIsThereTheSecondIsAFailureEachTime)
+{
+    std::filesystem::create_directory(sftp().path("d"));
+    for (int i = 0; i < 2; ++i) {
+        expectOne(tarnis("put", {here().file("caps/A"), here().file("caps/a"), at("d")}), "d");
+    }
+}
+
+TEST_F(OneNameForTwoTest, ResumingTheSecondIsAFailure)
+{
+    expectOne(tarnis("put", {"-r", "--resume", here().file("caps"), at("")}), "caps");
+}
+
+TEST_F(TreeTest, TwoNamesThatDifferInCaseAreReplacedTogether)
+{
+    here().makeDirectory("caps");
+    here().write("caps/A", "one");
+    here().write("caps/a", "two");
+    for (int i = 0; i < 2; ++i) {
+        expectQuiet(tarnis("put", {"-r", here().file("caps"), at("")}));
+    }
+    EXPECT_EQ(readFile(there().file("caps/A")), "one");
+    EXPECT_EQ(readFile(there().file("caps/a")), "two");
+}
+
 TEST_F(TreeTest, GoesIntoADirectoryThatExistsUnderItsName)
 {
     there().makeDirectory("src");

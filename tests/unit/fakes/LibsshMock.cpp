@@ -344,6 +344,11 @@ int ssh_channel_open_session(ssh_channel channel)
     return LibsshMock::active().ssh_channel_open_session(channel);
 }
 
+int ssh_channel_request_sftp(ssh_channel channel)
+{
+    return LibsshMock::active().ssh_channel_request_sftp(channel);
+}
+
 int ssh_channel_close(ssh_channel channel)
 {
     return LibsshMock::active().ssh_channel_close(channel);
@@ -470,6 +475,11 @@ void sftp_statvfs_free(sftp_statvfs_t figures)
 sftp_session sftp_new(ssh_session session)
 {
     return LibsshMock::active().sftp_new(session);
+}
+
+sftp_session sftp_new_channel(ssh_session session, ssh_channel channel)
+{
+    return LibsshMock::active().sftp_new_channel(session, channel);
 }
 
 int sftp_init(sftp_session sftp)

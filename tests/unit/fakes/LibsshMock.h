@@ -82,6 +82,7 @@ public:
     MOCK_METHOD(void, ssh_channel_free, (ssh_channel));
     MOCK_METHOD(ssh_session, ssh_channel_get_session, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_open_session, (ssh_channel));
+    MOCK_METHOD(int, ssh_channel_request_sftp, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_close, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_open, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_eof, (ssh_channel));
@@ -106,6 +107,7 @@ public:
     MOCK_METHOD(void, sftp_attributes_free, (sftp_attributes));
     MOCK_METHOD(void, sftp_statvfs_free, (sftp_statvfs_t));
     MOCK_METHOD(sftp_session, sftp_new, (ssh_session));
+    MOCK_METHOD(sftp_session, sftp_new_channel, (ssh_session, ssh_channel));
     MOCK_METHOD(int, sftp_init, (sftp_session));
     MOCK_METHOD(int, sftp_extension_supported, (sftp_session, const char*, const char*));
     MOCK_METHOD(sftp_attributes, sftp_lstat, (sftp_session, const char*));

@@ -208,10 +208,12 @@ TEST_F(CopyTarget, ThatIsTheSourceItselfIsNotWrittenInPlace)
     }
 }
 
-TEST_F(CopyTarget, ThatIsAnotherNameOfTheSourceLosesNothingInPlace)
+TEST_F(CopyTarget, ThatMayBeAnotherNameOfTheSourceIsNotWrittenInPlace)
 {
     source.addName("/other", "/tree/file");
-    EXPECT_TRUE(source.fileCopyAs("/tree/file", source, "/other", {}, Option::InPlace));
+    source.behaviour.emptiesOnOpening = true;
+    EXPECT_FALSE(source.fileCopyAs("/tree/file", source, "/other", {}, Option::InPlace));
+    expectFailure(FailureCode::IntoItself, "/other");
     EXPECT_EQ(source.bytesOf("/tree/file"), "new");
 }
 
@@ -235,8 +237,13 @@ TEST_F(CopyTarget, ThatIsAnotherNameOfTheSourceLosesNothingInPlaceWhenItGrows)
 
 TEST_F(CopyTarget, ThatEmptiesTheSourceAsItIsOpenedIsAFailure)
 {
-    source.addName("/other", "/tree/file");
+    source.addFile("/other", "another");
     source.behaviour.emptiesOnOpening = true;
+    source.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
+        if (operation == "open" && path == "/other") {
+            source.addName("/other", "/tree/file");
+        }
+    };
     EXPECT_FALSE(source.fileCopyAs("/tree/file", source, "/other", {}, Option::InPlace));
     expectFailure(FailureCode::Changed, "/tree/file");
 }

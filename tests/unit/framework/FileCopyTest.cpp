@@ -1,5 +1,6 @@
 #include "framework/MemoryFileSystem.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/HandleFatalError.h>
 
 #include <gmock/gmock.h>
@@ -389,6 +390,22 @@ TEST_F(FileCopying, BringsTheOldTargetBackWhereTheNewCannotTakeItsName)
     EXPECT_THAT(aside, MatchesRegex("/there/\\.file\\.[0-9a-f]+\\.old"));
     EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/file"));
     EXPECT_EQ(target.bytesOf("/there/file"), "old");
+}
+
+TEST_F(FileCopying, SaysWhereTheOldTargetIsThatCannotBeBroughtBack)
+{
+    target.addFile("/there/file", "old");
+    std::string aside;
+    target.behaviour.refusesRename = [&aside](const std::string& from, const std::string& to) {
+        if (from == "/there/file") {
+            aside = to;
+        }
+        return to == "/there/file";
+    };
+    EXPECT_FALSE(copy());
+    EXPECT_EQ(target.bytesOf(aside), "old");
+    EXPECT_THAT(FileSystem::Failure::last().text(),
+                testing::HasSubstr("what stood there is at " + aside));
 }
 
 TEST_F(FileCopying, ThatMustNotReplaceFailsBeforeItReads)

@@ -56,6 +56,37 @@ TEST_F(SftpCreation, TriesAChannelThenOpensAndInitialisesInBlockingMode)
     EXPECT_EQ(libssh.blocking, 0);
 }
 
+TEST_F(SftpCreation, OnAServerThatMayNotAnswerHasItsOwnChannelAndGivesItAway)
+{
+    SSHSession session;
+    libssh.connected = 1;
+    EXPECT_CALL(libssh, ssh_get_serverbanner).WillRepeatedly(Return("SSH-2.0-other"));
+    EXPECT_CALL(libssh, sftp_new).Times(0);
+    EXPECT_CALL(libssh, ssh_channel_request_sftp(fakeChannel()))
+        .WillOnce([this](ssh_channel) {
+            EXPECT_EQ(libssh.blocking, 0);
+            return SSH_AGAIN;
+        })
+        .WillOnce(Return(SSH_OK));
+    EXPECT_CALL(libssh, sftp_new_channel(fakeSession(), fakeChannel())).WillOnce(Return(&sftp));
+    EXPECT_CALL(libssh, ssh_channel_free).Times(0);
+    EXPECT_CALL(libssh, sftp_free(&sftp));
+    EXPECT_NE(session.createSFTPFileSystem(), nullptr);
+}
+
+TEST_F(SftpCreation, FailsWhenTheChannelIsClosedInPlaceOfAnAnswer)
+{
+    SSHSession session;
+    libssh.connected = 1;
+    EXPECT_CALL(libssh, ssh_get_serverbanner).WillRepeatedly(Return("SSH-2.0-other"));
+    EXPECT_CALL(libssh, ssh_channel_request_sftp).WillRepeatedly(Return(SSH_AGAIN));
+    // The close has come behind output that nobody has read.
+    EXPECT_CALL(libssh, ssh_channel_write).WillOnce(Return(0)).WillOnce(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, sftp_new_channel).Times(0);
+    EXPECT_CALL(libssh, ssh_channel_free(fakeChannel()));
+    EXPECT_EQ(session.createSFTPFileSystem(), nullptr);
+}
+
 TEST_F(SftpCreation, FailsWithoutAChannel)
 {
     SSHSession session;

@@ -6,7 +6,8 @@ namespace TarnisTool {
 
 Destination::Destination(Place& place, const std::string& target, std::size_t sourceCount)
     : target_(fileIdOf(target))
-    , isDirectory_(place.system().directoryExists(target_) && place.isDirectoryItself(target_))
+    , isDirectory_(target_ == "." ||
+                   (place.system().directoryExists(target_) && place.isDirectoryItself(target_)))
 {
     const bool mustBeDirectory = sourceCount > 1 || target_.back() == '/';
     if (mustBeDirectory && !isDirectory_) {

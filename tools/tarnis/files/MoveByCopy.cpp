@@ -8,6 +8,7 @@
 #include <FileSystem/HandleFatalError.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <unistd.h>
@@ -18,7 +19,8 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
-constexpr auto keepAll = Option::PreservePermissions | Option::PreserveModTime;
+constexpr auto keepAll = Option::PreservePermissions | Option::PreserveModTime | Option::Recursive |
+                         Option::FailIfExists;
 
 } // namespace
 
@@ -69,13 +71,7 @@ void MoveByCopy::copy(std::uint64_t totalBytes)
     }
     ProgressBar bar(totalBytes);
     bar.setLabel(nameOf(source_));
-    const auto progress = [&](std::uint64_t done, std::uint64_t /*total*/) {
-        bar.show(done);
-        return !cancellation_.isRequested();
-    };
-    const auto& system = place_.system();
-    const auto options = keepAll | (isTree() ? Option::Recursive : Option::FailIfExists);
-    const bool isCopied = system.fileCopyAs(source_, system, target_, progress, options);
+    const bool isCopied = isTree() ? copyTree(bar) : copyEntry(source_, target_, bar);
     if (!isCopied || cancellation_.isRequested()) {
         const std::string said = reasonOf(FileSystem::Failure::last());
         bar.clear();
@@ -84,6 +80,34 @@ void MoveByCopy::copy(std::uint64_t totalBytes)
         }
         fail(said);
     }
+}
+
+/// Into the directory that was made for it, where no two entries may have one name: the volume may
+/// not tell "a" from "A".
+bool MoveByCopy::copyTree(ProgressBar& bar)
+{
+    const bool areCopied =
+        std::all_of(std::next(entries_.begin()), entries_.end(), [&](const TreeEntry& entry) {
+            const bool isOfTop = entry.path.find('/') == std::string::npos;
+            return !isOfTop ||
+                   copyEntry(joinPath(source_, entry.path), joinPath(target_, entry.path), bar);
+        });
+    const auto& system = place_.system();
+    return areCopied && system.fileSetModTime(target_, info_.modTime) &&
+           system.fileSetPermissions(target_, info_.permissions);
+}
+
+/// With all below it. Fails where anything stands at the target.
+bool MoveByCopy::copyEntry(const std::string& source, const std::string& target, ProgressBar& bar)
+{
+    const std::uint64_t doneBefore = doneBytes_;
+    const auto progress = [&](std::uint64_t done, std::uint64_t /*total*/) {
+        doneBytes_ = doneBefore + done;
+        bar.show(doneBytes_);
+        return !cancellation_.isRequested();
+    };
+    const auto& system = place_.system();
+    return system.fileCopyAs(source, system, target, progress, keepAll);
 }
 
 /// Exclusively: what is taken back later is nobody else's.

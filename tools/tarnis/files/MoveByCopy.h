@@ -11,6 +11,8 @@
 
 namespace TarnisTool {
 
+class ProgressBar;
+
 /// Moves a file, a link or a tree that the server does not rename, as it does not to another
 /// volume: copies it through this machine, permissions and times included, and then removes the
 /// original.
@@ -31,6 +33,8 @@ private:
     bool isTree() const;
     std::uint64_t findEntries();
     void copy(std::uint64_t totalBytes);
+    bool copyTree(ProgressBar& bar);
+    bool copyEntry(const std::string& source, const std::string& target, ProgressBar& bar);
     void makeTarget();
     void removeSource();
     void removeTree();
@@ -49,6 +53,7 @@ private:
     std::string target_;
     /// What is to be copied, and nothing else is to be removed. Directories before what they hold.
     std::vector<TreeEntry> entries_;
+    std::uint64_t doneBytes_ = 0;
     FileSystem::Failure why_; ///< What was said of the last step of the removal.
 };
 

@@ -58,6 +58,10 @@ void TouchCommand::workOn(RemotePlace& place, const std::string& path)
         const auto why = FileSystem::Failure::last();
         place.failBecause("cannot make", id, why, place.obstacleAt(id, why));
     }
+    if (!info && timeText_.empty()) {
+        // It has just been made, and there are servers that set no times.
+        return;
+    }
     if (!place.system().fileSetModTime(id, time_)) {
         const bool isLink = info && isSymbolicLink(info->type);
         place.failBecause("cannot set the time of", id, FileSystem::Failure::last(),

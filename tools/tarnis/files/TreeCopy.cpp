@@ -7,6 +7,7 @@
 #include "terminal/Messages.h"
 #include "terminal/Units.h"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -19,10 +20,22 @@ using Option = FileSystem::StorageSystemCopyOptionFlag;
 /// What is known of the target that keeps it from being copied to; empty for nothing.
 std::string targetProblem(const FileSystem::Failure& failure)
 {
+    if (failure.code() == FileSystem::FailureCode::Exists) {
+        return "another source of this call has gone there, or somebody else's file has come";
+    }
     return failure.code() == FileSystem::FailureCode::NotCopyable
                ? "a pipe, a socket or a device stands there, or is where the link leads: that is "
                  "not replaced"
                : "";
+}
+
+/// With the letters of ASCII small.
+std::string foldCase(std::string path)
+{
+    std::transform(path.begin(), path.end(), path.begin(), [](char letter) {
+        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    });
+    return path;
 }
 
 constexpr const char* notCopyable = "it is no file, directory or link";
@@ -112,6 +125,9 @@ bool TreeCopy::claim(const Job& job)
         to_.refuse("cannot copy " + from_.display(job.source) + " to", job.target,
                    "another source of this call goes there");
     }
+    if (isNew) {
+        foldedClaims_.insert(foldCase(claim->first));
+    }
     return isNew;
 }
 
@@ -158,6 +174,7 @@ void TreeCopy::makeDirectory(const Job& job)
     // A link to a directory would lead elsewhere.
     if (!to_.system().directoryExists(job.target, false)) {
         madeDirectories_.push_back(makeNew(job));
+        newDirectories_.insert(job.target);
     } else if (!to_.isDirectoryItself(job.target)) {
         to_.refuse("cannot make the directory", job.target, "something else stands there");
     } else {
@@ -223,12 +240,34 @@ void TreeCopy::copyFile(const Job& job)
     ++doneFiles_;
 }
 
+/// Whether nothing of this call may stand at the target yet: what does has come from another source
+/// whose name the target's volume does not tell from this one.
+bool TreeCopy::mustBeNew(const Job& job) const
+{
+    if (newDirectories_.count(job.parentTarget) != 0) {
+        return true;
+    }
+    if (foldedClaims_.count(foldCase(to_.system().pathCanonize(job.target))) < 2) {
+        return false;
+    }
+    // Where names are told apart by their case, an earlier call may have brought both.
+    const auto& system = to_.system();
+    const std::string name = system.pathFileName(job.target);
+    const auto names = system.directoryReadFully(system.pathParentId(job.target));
+    return names && std::none_of(names->begin(), names->end(),
+                                 [&](const auto& entry) { return entry.name == name; });
+}
+
 void TreeCopy::copyWhole(const Job& job)
 {
     const auto progress = [this](std::uint64_t done, std::uint64_t /*total*/) {
         return noteProgress(done);
     };
-    if (from_.system().fileCopyAs(job.source, to_.system(), job.target, progress, copyFlags())) {
+    auto flags = copyFlags();
+    if (mustBeNew(job)) {
+        flags |= Option::FailIfExists;
+    }
+    if (from_.system().fileCopyAs(job.source, to_.system(), job.target, progress, flags)) {
         return;
     }
     const auto failure = FileSystem::Failure::last();
@@ -248,6 +287,10 @@ void TreeCopy::copyWhole(const Job& job)
 
 void TreeCopy::resumeFile(const Job& job)
 {
+    if (mustBeNew(job) && to_.system().fileInfo(job.target)) {
+        to_.refuse("cannot copy " + from_.display(job.source) + " to", job.target,
+                   "another source of this call goes there");
+    }
     std::optional<LastWords> lastWords;
     const auto renaming = [&](const std::string& part) {
         lastWords.emplace("what stood at " + to_.display(job.target) + " may be in " +

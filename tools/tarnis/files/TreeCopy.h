@@ -80,6 +80,7 @@ private:
     void copyFile(const Job& job);
     void resumeFile(const Job& job);
     void noteWhatIsKept(const Job& job, const ResumedCopy& copy);
+    bool mustBeNew(const Job& job) const;
     void copyWhole(const Job& job);
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
@@ -101,7 +102,10 @@ private:
     std::vector<Job> jobs_;
     /// Where each file or link goes, and where it comes from.
     std::map<std::string, std::string> claims_;
+    /// The targets in small letters, as many times as there are spellings.
+    std::multiset<std::string> foldedClaims_;
     std::vector<MadeDirectory> madeDirectories_;
+    std::set<std::string> newDirectories_;
     std::set<std::string> failedDirectories_;
     std::set<std::string> filledDirectories_;
     std::unique_ptr<ProgressBar> bar_;
