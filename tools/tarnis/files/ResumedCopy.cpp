@@ -359,7 +359,7 @@ std::optional<bool> ResumedCopy::beginsAlike(const std::string& path)
 bool ResumedCopy::fillAndCheck(std::uint64_t start)
 {
     if (start == 0) {
-        beginning_.emplace();
+        beginning_ = Beginning{};
         return fill(0);
     }
     const auto before = endsOf(to_, part_, start);
