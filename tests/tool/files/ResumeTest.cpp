@@ -185,6 +185,129 @@ TEST_F(ResumeTest, ALinkInThePlaceOfThePartIsNotFollowed)
     EXPECT_EQ(readFile(here().file("victim")), "safe");
 }
 
+TEST_F(ResumeTest, NeverGoesOnFromSomebodyElsesPart)
+{
+    constexpr uid_t somebody = 12'345;
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser gives files away";
+    }
+    there().write("f", data_, 0600);
+    const std::string part = here().file(".f.tarnis-part");
+    for (const std::string& planted : {std::string(), data_.substr(0, kBeginning)}) {
+        here().write(".f.tarnis-part", planted);
+        ASSERT_EQ(::chmod(part.c_str(), 0666), 0);
+        ASSERT_EQ(::chown(part.c_str(), somebody, somebody), 0);
+        expectQuiet(tarnis("get", {"--resume", at("f"), here().path().string()}));
+        EXPECT_EQ(sha256(readFile(here().file("f"))), sha256(data_));
+        EXPECT_EQ(statusOf(here().file("f")).st_uid, ::geteuid());
+        EXPECT_EQ(modeOf(here().file("f")), 0600U);
+        EXPECT_TRUE(readFile(part) == planted);
+        std::filesystem::remove(here().file("f"));
+    }
+}
+
+TEST_F(ResumeTest, APartWithASecondNameIsNone)
+{
+    there().write("f", data_);
+    here().write("other", data_.substr(0, kBeginning));
+    std::filesystem::create_hard_link(here().file("other"), here().file(".f.tarnis-part"));
+    expectQuiet(tarnis("get", {"--resume", at("f"), here().path().string()}));
+    EXPECT_EQ(sha256(readFile(here().file("f"))), sha256(data_));
+    EXPECT_EQ(std::filesystem::file_size(here().file("other")), kBeginning);
+}
+
+TEST_F(ResumeTest, BeginsAnewInAFileThatNobodyHasOpen)
+{
+    here().write("f", data_, 0600);
+    there().write("f", data_, 0600);
+    const auto expectNewFile = [](const std::string& part, const auto& copy) {
+        std::ifstream open(part);
+        copy();
+        const std::string seen{std::istreambuf_iterator<char>(open), {}};
+        EXPECT_EQ(seen, "not a beginning") << part;
+    };
+    expectNewFile(there().write(".f2.tarnis-part", "not a beginning"), [&] {
+        expectQuiet(tarnis("put", {"--resume", here().file("f"), at("f2")}));
+    });
+    expectNewFile(here().write(".f2.tarnis-part", "not a beginning"), [&] {
+        expectQuiet(tarnis("get", {"--resume", at("f"), here().file("f2")}));
+    });
+    EXPECT_EQ(sha256(readFile(there().file("f2"))), sha256(data_));
+    EXPECT_EQ(sha256(readFile(here().file("f2"))), sha256(data_));
+}
+
+TEST_F(ResumeTest, WhatAGroupMayIsNotForAnotherOne)
+{
+    constexpr gid_t group = 23'456;
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser gives files away";
+    }
+    there().write("f", data_);
+    here().write("f", data_);
+    for (const auto* target : {&here(), &there()}) {
+        const std::string path = target->write("new", "old", 0640);
+        ASSERT_EQ(::chown(path.c_str(), ::geteuid(), group), 0);
+    }
+    expectQuiet(tarnis("get", {"--resume", at("f"), here().file("new")}));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("new")}));
+    for (const auto* target : {&here(), &there()}) {
+        const auto status = statusOf(target->file("new"));
+        EXPECT_EQ(readFile(target->file("new")).size(), kSize);
+        EXPECT_NE(status.st_gid, group);
+        EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    }
+}
+
+TEST_F(ResumeTest, AReplacedFileKeepsWhatItsGroupMay)
+{
+    there().write("f", data_);
+    here().write("f", "old", 0664);
+    ASSERT_EQ(::chmod(here().file("f").c_str(), 0664), 0);
+    expectQuiet(tarnis("get", {"--resume", at("f"), here().path().string()}));
+    EXPECT_EQ(modeOf(here().file("f")), 0664U);
+}
+
+TEST_F(ResumeTest, AFileThatIsToldToBeEmptyComesWhole)
+{
+    const std::string version = readFile("/proc/version");
+    expectQuiet(tarnis("get", {"--resume", at("/proc/version"), here().path().string()}));
+    EXPECT_EQ(readFile(here().file("version")), version);
+    expectQuiet(tarnis("put", {"--resume", "/proc/version", at("")}));
+    EXPECT_EQ(readFile(there().file("version")), version);
+}
+
+TEST_F(ScriptedResumeTest, WhatCannotBeClosedToOthersGetsNoByte)
+{
+    here().write("f", data_, 0600);
+    const std::string beginning = data_.substr(0, kBeginning);
+    SftpScript script;
+    script.rules = {
+        {every(SftpPacket::Setstat), SftpActions::refuse(SftpStatus::PermissionDenied)},
+        {every(SftpPacket::Fsetstat), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    for (const char* planted : {".f.tarnis-part", "f"}) {
+        put(planted, beginning);
+        ASSERT_EQ(::chmod(sftp().path(planted).c_str(), 0666), 0);
+        sftp().setScript(script);
+        expectFailure(tarnis("put", {"-q", "--resume", here().file("f"), at("")}),
+                      ".f.tarnis-part is open to others and cannot be closed");
+        EXPECT_THAT(namesIn(sftp().root()), ElementsAre(planted));
+        EXPECT_TRUE(readFile(sftp().path(planted)) == beginning);
+        sftp().setScript({});
+        std::filesystem::remove(sftp().path(planted));
+    }
+}
+
+TEST_F(ScriptedResumeTest, ATargetThatCannotBeReadSaysSo)
+{
+    here().write("f", data_);
+    put("f", data_.substr(0, kBeginning));
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Open), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("put", {"--resume", here().file("f"), at("")}), "permission denied");
+    EXPECT_EQ(std::filesystem::file_size(sftp().path("f")), kBeginning);
+}
+
 TEST_F(ScriptedResumeTest, AFullDiskThatIsToldAtTheEndIsNoSuccess)
 {
     here().write("f", "text");

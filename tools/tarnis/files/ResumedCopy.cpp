@@ -1,5 +1,6 @@
 #include "files/ResumedCopy.h"
 
+#include "files/OwnFile.h"
 #include "files/SinkFile.h"
 #include "files/TailFile.h"
 
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iomanip>
+#include <limits>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -157,6 +159,10 @@ bool ResumedCopy::attempt(const UseOfPath& useOfPath)
         return false;
     }
     info_ = std::move(*info);
+    const auto isUntold = hasUntoldContents();
+    if (isUntold.value_or(true)) {
+        return isUntold && copyWhole();
+    }
     const auto complete = choosePart(useOfPath) && lookAtTarget() ? isComplete() : std::nullopt;
     if (!complete) {
         return false;
@@ -169,10 +175,38 @@ bool ResumedCopy::attempt(const UseOfPath& useOfPath)
     return start && fillAndCheck(*start) && publish();
 }
 
+/// Whether there is something in a file that is told to be empty, as the files of /proc are; empty
+/// when that could not be found out.
+std::optional<bool> ResumedCopy::hasUntoldContents() const
+{
+    if (info_.size > 0) {
+        return false;
+    }
+    const auto source = from_.fileOpen(source_, Mode::Read);
+    const auto first = source != nullptr ? bytesAt(*source, 0, 1) : std::nullopt;
+    return first ? std::optional(!first->empty()) : std::nullopt;
+}
+
+/// Of what has no size nobody knows how far a copy has come: it is made as any other.
+bool ResumedCopy::copyWhole()
+{
+    const bool isCopied = from_.fileCopyAs(
+        source_, to_, target_,
+        [this](std::uint64_t done, std::uint64_t /*total*/) { return progress_(done); }, options_);
+    if (!isCopied && FileSystem::Failure::last().code() == FileSystem::FailureCode::NotKept) {
+        lost_ = FileSystem::Failure::last().text();
+        return true;
+    }
+    return isCopied;
+}
+
 bool ResumedCopy::choosePart(const UseOfPath& useOfPath)
 {
     for (int number = 1; number <= mostParts; ++number) {
         part_ = partOf(to_, target_, number);
+        if (isOfSomebodyElse()) {
+            continue;
+        }
         const PathUse use = useOfPath(part_);
         // What is empty begins as everything does.
         const bool isDoubtful = use == PathUse::Doubtful && hasRegularFile(part_, 1, info_.size);
@@ -188,6 +222,19 @@ bool ResumedCopy::choosePart(const UseOfPath& useOfPath)
     part_.clear();
     problem_ = "all names for what is copied are taken";
     return false;
+}
+
+/// Whether it is seen that the part was not made here: whoever made it could read what is put into
+/// it. A server does not tell as whom we act there.
+bool ResumedCopy::isOfSomebodyElse() const
+{
+    return isToLocal() && hasRegularFile(part_, 0, std::numeric_limits<std::uint64_t>::max()) &&
+           !isOwnFile(part_);
+}
+
+bool ResumedCopy::isToLocal() const
+{
+    return to_.getType() == FileSystem::StorageSystemType::Local;
 }
 
 /// What is neither a file nor a link is not replaced.
@@ -210,11 +257,11 @@ std::string ResumedCopy::keptAt() const
     case StandingAt::Nowhere:
         return part_;
     case StandingAt::TargetAgain:
-        return target_;
+        return isUnusable_ ? std::string() : target_;
     case StandingAt::Target:
         break;
     }
-    return !part_.empty() && to_.fileExists(part_, false) ? part_ : std::string();
+    return !isUnusable_ && !part_.empty() && to_.fileExists(part_, false) ? part_ : std::string();
 }
 
 bool ResumedCopy::hasRegularFile(const std::string& path, std::uint64_t smallest,
@@ -260,7 +307,7 @@ std::optional<std::uint64_t> ResumedCopy::findStart()
 /// Lets the part begin with what stands at the target.
 bool ResumedCopy::startPart()
 {
-    if (to_.getType() == FileSystem::StorageSystemType::Local) {
+    if (isToLocal()) {
         return to_.fileCopyAs(
             target_, to_, part_,
             [this](std::uint64_t done, std::uint64_t /*total*/) { return progress_(done); },
@@ -332,9 +379,9 @@ ResumedCopy::Permissions ResumedCopy::permissionsOfTargetAgain(std::uint64_t siz
 std::optional<bool> ResumedCopy::beginsAlike(const std::string& path)
 {
     const auto size = to_.fileSize(path);
-    const auto there = to_.fileOpen(path, Mode::Read);
-    const auto source = from_.fileOpen(source_, Mode::Read);
-    if (!size || there == nullptr || source == nullptr) {
+    const auto there = size ? to_.fileOpen(path, Mode::Read) : nullptr;
+    const auto source = there != nullptr ? from_.fileOpen(source_, Mode::Read) : nullptr;
+    if (source == nullptr) {
         return std::nullopt;
     }
     const bool isSourceLocal = from_.getType() == FileSystem::StorageSystemType::Local;
@@ -404,41 +451,72 @@ bool ResumedCopy::fill(std::uint64_t start)
 /// else.
 ResumedCopy::File ResumedCopy::openPart(std::uint64_t start)
 {
-    if (!to_.fileExists(part_, false)) {
+    if (start == 0) {
         return createPart();
     }
-    hide(part_, permissionsOfPart());
-    return to_.fileOpen(part_, start > 0 ? Mode::Read | Mode::Write
-                                         : Mode::Write | Mode::Create | Mode::Truncate);
-}
-
-ResumedCopy::File ResumedCopy::createPart()
-{
-    const auto permissions = permissionsOfPart();
-    auto part = to_.fileOpen(part_, Mode::Write | Mode::Create | Mode::Exclusive, permissions);
-    if (part != nullptr && to_.getType() != FileSystem::StorageSystemType::Local) {
-        hide(part_, permissions);
+    if (!hide(permissionsOfPart())) {
+        isUnusable_ = true;
+        problem_ = part_ + " is open to others and cannot be closed";
+        return nullptr;
+    }
+    auto part = to_.fileOpen(part_, Mode::Read | Mode::Write);
+    // In a directory that others may write to, theirs may have come since it was chosen.
+    if (part != nullptr && isOfSomebodyElse()) {
+        isUnusable_ = true;
+        problem_ = part_ + " is somebody else's";
+        return nullptr;
     }
     return part;
 }
 
-/// Takes away what the path has beyond the permissions: a server may not look at those that a file
-/// is made with, and an earlier attempt may have had others. Its owner is to go on.
-void ResumedCopy::hide(const std::string& path, Permissions permissions)
+/// Always a file of its own: what stands there may be open to somebody, or be his.
+ResumedCopy::File ResumedCopy::createPart()
 {
-    const auto has = to_.fileGetPermissions(path);
-    const auto wanted = (has.value_or(permissions) & permissions) | ownerOnly;
-    if (wanted != has) {
-        // As far as the system has permissions at all.
-        static_cast<void>(to_.fileSetPermissions(path, wanted));
+    if (to_.fileExists(part_, false) && !to_.fileRemove(part_)) {
+        return nullptr;
     }
+    isPartNew_ = true;
+    const auto permissions = permissionsOfPart();
+    auto part = to_.fileOpen(part_, Mode::Write | Mode::Create | Mode::Exclusive, permissions);
+    if (part != nullptr && !isToLocal()) {
+        // A server that lets nobody set them has made it as it makes everything.
+        static_cast<void>(hide(permissions));
+    }
+    return part;
+}
+
+/// Takes away what the part has beyond the permissions: a server may not look at those that a file
+/// is made with, and an earlier attempt may have had others. Its owner is to go on. False: it stays
+/// open to more people because it is not ours to close.
+bool ResumedCopy::hide(Permissions permissions)
+{
+    const auto has = to_.fileGetPermissions(part_);
+    const auto wanted = (has.value_or(permissions) & permissions) | ownerOnly;
+    if (wanted == has || to_.fileSetPermissions(part_, wanted)) {
+        return true;
+    }
+    // A file of our own that cannot be closed is on a volume without permissions.
+    const bool isOpen = has && (*has & wanted) != *has;
+    return !isOpen || isToLocal() ||
+           FileSystem::Failure::last().code() != FileSystem::FailureCode::Denied;
 }
 
 /// Never open to more people than the source and the file that it becomes, also where an
-/// interruption leaves it for long; and to its owner, who is to go on.
+/// interruption leaves it for long; and to its owner, who is to go on. What the group of that file
+/// may is not for the group of a new one.
 ResumedCopy::Permissions ResumedCopy::permissionsOfPart() const
 {
-    return ownerOnly | (info_.permissions & standing_.value_or(info_.permissions));
+    const auto standing = standing_ ? withoutOwnOfGroup(*standing_) : info_.permissions;
+    return ownerOnly | (info_.permissions & standing);
+}
+
+/// Those of the file that stood at the target; of its group's own only where the part is in that
+/// group.
+ResumedCopy::Permissions ResumedCopy::permissionsOfReplaced() const
+{
+    const bool isInItsGroup = (standingAt_ == StandingAt::Part && !isPartNew_) ||
+                              (isToLocal() && areOfOneGroup(part_, target_));
+    return isInItsGroup ? *standing_ : withoutOwnOfGroup(*standing_);
 }
 
 bool ResumedCopy::append(StorageSystemFile& part, std::uint64_t start)
@@ -481,7 +559,7 @@ bool ResumedCopy::publish()
     setAttributes(part_);
     if (!options_.has(Option::PreservePermissions)) {
         const auto has = to_.fileGetPermissions(part_).value_or(info_.permissions);
-        const auto wanted = standing_.value_or(has & info_.permissions);
+        const auto wanted = standing_ ? permissionsOfReplaced() : has & info_.permissions;
         if (wanted != has) {
             static_cast<void>(to_.fileSetPermissions(part_, wanted));
         }

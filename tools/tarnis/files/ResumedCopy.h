@@ -16,8 +16,8 @@ namespace TarnisTool {
 /// What is copied gathers in a hidden file of a fixed name beside the target, and takes the
 /// target's name when it is complete. What an earlier attempt left there, or under the target's own
 /// name, is compared byte for byte with the source before anything is put behind it; where it
-/// differs, the copy begins anew. So it does where the server empties a file that is opened to be
-/// written.
+/// differs, the copy begins anew, in a new file. So it does where the server empties a file that is
+/// opened to be written. On this machine it never goes on from somebody else's file.
 ///
 /// A target that is the beginning of the source is copied into the part, where that is on this
 /// machine. On a server that would be to begin anew: it is renamed, and back when the copy fails,
@@ -83,7 +83,11 @@ private:
     };
 
     bool attempt(const UseOfPath& useOfPath);
+    std::optional<bool> hasUntoldContents() const;
+    bool copyWhole();
     bool choosePart(const UseOfPath& useOfPath);
+    bool isOfSomebodyElse() const;
+    bool isToLocal() const;
     bool startPart();
     void giveBack();
     std::optional<bool> hasBeginning();
@@ -98,9 +102,10 @@ private:
     bool fill(std::uint64_t start);
     File openPart(std::uint64_t start);
     File createPart();
-    void hide(const std::string& path, Permissions permissions);
+    bool hide(Permissions permissions);
     bool append(FileSystem::StorageSystemFile& part, std::uint64_t start);
     Permissions permissionsOfPart() const;
+    Permissions permissionsOfReplaced() const;
     void setAttributes(const std::string& path);
     void note(const char* what);
     bool publish();
@@ -117,6 +122,8 @@ private:
     std::string lost_;
     FileSystem::Failure failure_;
     StandingAt standingAt_ = StandingAt::Target;
+    bool isPartNew_ = false;
+    bool isUnusable_ = false; ///< The part, for it is open to others or theirs.
     std::optional<Beginning> beginning_;
     FileSystem::StorageSystemFileInfo info_;
     /// Of the file that stands at the target; empty for none.
