@@ -230,10 +230,7 @@ std::unique_ptr<StorageSystemFile> FileCopy::createTarget(PartialEntry& partial)
     auto target = partial.createFile(permissionsWhileFilled(), has(Option::InPlace) && !standing_);
     if (target == nullptr && replacesFile() && watch.noted().code() == FailureCode::Denied) {
         const auto why = watch.noted();
-        const auto text = why.text().empty() ? "" : why.text() + "; ";
-        fail(why.code(), why.source(), why.number(),
-             text + "no file can be made beside it, to write in place may be possible",
-             targetPath_);
+        fail(FailureCode::CannotReplace, why.source(), why.number(), why.text(), targetPath_);
     }
     return target;
 }

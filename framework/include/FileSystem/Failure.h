@@ -44,6 +44,9 @@ enum class FailureCode : int
     Changed,        ///< Something became something else, or ended early, while it was worked on.
     NotKept,        ///< The system said yes, and what was to be set is not there.
     NotALink,       ///< What is there is no symbolic link.
+    CannotReplace,  ///< No new file can be made beside the one that is to be replaced, though that
+                    ///< one may perhaps be written: StorageSystemCopyOptionFlag::InPlace.
+                    ///< permission_denied, operation_not_permitted
 };
 
 /// The category of these codes.

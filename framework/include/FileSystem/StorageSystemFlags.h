@@ -78,14 +78,15 @@ enum class StorageSystemCopyOptionFlag : std::uint32_t
     Recursive = 8,
     /// The bytes go into the file that stands at the target's path, or into a new one of that name,
     /// and not to a hidden name beside it: for a file that may be written in a directory that may
-    /// not, and for systems that do not rename. Not atomic: others see the file while it is
-    /// written, and a copy that fails leaves a file that is neither the old one nor the new one; a
-    /// new file is removed again. A symbolic link is not written through but replaced, as without
-    /// this option. The source itself, by whatever path, is not written over: that fails. Two names
-    /// of one file on a server cannot be told from two files; nothing is lost by that but where the
-    /// server empties a file whenever it is opened for writing. With PreservePermissions what
-    /// stands there is closed to those who may not read the source before the first byte, and
-    /// where that is refused nothing is written.
+    /// not (where without this option a copy fails with FailureCode::CannotReplace), and for
+    /// systems that do not rename. Not atomic: others see the file while it is written, and a copy
+    /// that fails leaves a file that is neither the old one nor the new one; a new file is removed
+    /// again. A symbolic link is not written through but replaced, as without this option. The
+    /// source itself, by whatever path, is not written over: that fails. Two names of one file on a
+    /// server cannot be told from two files; nothing is lost by that but where the server empties a
+    /// file whenever it is opened for writing. With PreservePermissions what stands there is closed
+    /// to those who may not read the source before the first byte, and where that is refused
+    /// nothing is written.
     InPlace = 16,
     /// What is to be preserved and cannot be is no reason to give the copy up: it goes on to its
     /// end and fails then, with FailureCode::NotKept, the entry and what was not kept (of several

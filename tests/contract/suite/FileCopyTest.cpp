@@ -366,7 +366,11 @@ TEST_P(FileCopyContract, NeedsNoRoomBesideItToWriteInPlace)
     makeTarget("closed/copy", "before");
     ASSERT_TRUE(target().directorySetPermissions(targetPath("closed"), Permissions(0555U)));
     EXPECT_FALSE(copy("file", "closed/copy"));
+    EXPECT_EQ(Failure::last().code(), FailureCode::CannotReplace);
+    EXPECT_EQ(Failure::last().code(), std::errc::permission_denied);
     EXPECT_EQ(targetContent("closed/copy"), "before");
+    EXPECT_FALSE(copy("file", "closed/new"));
+    EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
     EXPECT_TRUE(copy("file", "closed/copy", CopyOption::InPlace)) << Failure::last().message();
     EXPECT_EQ(targetContent("closed/copy"), "after");
     EXPECT_TRUE(target().directorySetPermissions(targetPath("closed"), Permissions(0755U)));

@@ -324,6 +324,8 @@ const std::vector<CodeAndCondition>& allCodes()
         {FailureCode::Changed, {}},
         {FailureCode::NotKept, {}},
         {FailureCode::NotALink, {}},
+        {FailureCode::CannotReplace,
+         {std::errc::permission_denied, std::errc::operation_not_permitted}},
     };
     return codes;
 }

@@ -276,11 +276,11 @@ void TreeCopy::copyWhole(const Job& job)
             halfWritten_ = to_.display(job.target) + " may be half-written";
         }
         // What the library says for its own callers is said in the program's words here.
-        throw isClosed(job, failure)
-            ? failureOf(job, failure,
-                        "no file can be made beside it; --inplace writes into the file itself",
-                        failure.code().message())
-            : failureOf(job, failure, targetProblem(failure), failure.text());
+        const auto problem =
+            isClosed(job, failure)
+                ? "no file can be made beside it; --inplace writes into the file itself"
+                : targetProblem(failure);
+        throw failureOf(job, failure, problem, failure.text());
     }
     noteLoss(job, failure.text());
 }
@@ -355,8 +355,7 @@ ResumedCopy::PathUse TreeCopy::useOf(const Job& job, const std::string& path) co
 /// Whether the target may perhaps be written, but not its directory.
 bool TreeCopy::isClosed(const Job& job, const FileSystem::Failure& failure) const
 {
-    const bool isMaking = failure.text().find("no file can be made beside it") != std::string::npos;
-    return failure.code() == FileSystem::FailureCode::Denied && !options_.isInPlace && isMaking &&
+    return failure.code() == FileSystem::FailureCode::CannotReplace &&
            failure.entry() == job.target;
 }
 
