@@ -13,6 +13,8 @@
 
 namespace FileSystem {
 
+using Mode = StorageSystemFileOpenModeFlag;
+
 namespace {
 
 constexpr int maximumNameTries = 8;
@@ -106,7 +108,8 @@ PartialEntry::tryToCreate(const std::string& name,
                           Utilities::Flags<PosixFilePermissionFlag> permissions)
 {
     path_ = PathText::childId(directory_, {name});
-    auto file = system_.fileCreate(directory_, name, true, false, permissions);
+    // For writing alone: where things are only handed in, nothing that is read may be made.
+    auto file = system_.fileOpen(path_, Mode::Write | Mode::Create | Mode::Exclusive, permissions);
     created_ = file != nullptr;
     return file;
 }
