@@ -64,8 +64,10 @@ enum class StorageSystemType : std::uint32_t
 enum class StorageSystemCopyOptionFlag : std::uint32_t
 {
     None = 0,
-    /// The target gets the source's nine permission bits. Without it, a new file or directory gets
-    /// them less the umask, and a file that is replaced keeps its own.
+    /// The target gets the source's nine permission bits; a directory of a tree where others than
+    /// its owner may write also the sticky bit, as far as both systems tell of it, and one that is
+    /// there keeps its own. Without it, a new file or directory gets the nine bits less the umask,
+    /// and a file that is replaced keeps its own.
     PreservePermissions = 1,
     /// The target gets the source's modification time, as exactly as the target's system keeps it.
     PreserveModTime = 2,

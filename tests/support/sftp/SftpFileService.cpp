@@ -370,7 +370,11 @@ SftpMessage SftpFileService::write(SftpReader& in)
 SftpMessage SftpFileService::setAttributes(SftpReader& in) const
 {
     const std::string path = absolute(in.text());
-    return outcome(mayChangeTarget(path) ? applyAttributes(WantedAttributes(in), path) : -1);
+    WantedAttributes wanted(in);
+    if (script_.keepsNineBits && wanted.permissions) {
+        wanted.permissions = *wanted.permissions & 0777U;
+    }
+    return outcome(mayChangeTarget(path) ? applyAttributes(wanted, path) : -1);
 }
 
 SftpMessage SftpFileService::setAttributesOfOpened(SftpReader& in) const

@@ -17,6 +17,10 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
+constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> stickyBit{01000U};
+constexpr auto byOthers = FileSystem::PosixFilePermissionFlag::GroupWrite |
+                          FileSystem::PosixFilePermissionFlag::OthersWrite;
+
 /// What is known of the target that keeps it from being copied to; empty for nothing.
 std::string targetProblem(const FileSystem::Failure& failure)
 {
@@ -180,8 +184,9 @@ void TreeCopy::makeDirectory(const Job& job)
     } else {
         madeDirectories_.push_back({&job, std::nullopt});
         if (options_.preserves) {
-            madeDirectories_.back().permissions = job.info.permissions;
-            closeStanding(job);
+            const auto wanted = from_.withStickyBit(job.source, job.info.permissions);
+            madeDirectories_.back().permissions = to_.withStickyBit(job.target, wanted);
+            closeStanding(job, *madeDirectories_.back().permissions);
         }
     }
     // One of another source may have failed there.
@@ -190,14 +195,15 @@ void TreeCopy::makeDirectory(const Job& job)
 
 /// Takes from a directory that was there, before anything is put into it, what it is not to have in
 /// the end. Where that cannot be done it cannot be then either, and is told then.
-void TreeCopy::closeStanding(const Job& job)
+void TreeCopy::closeStanding(const Job& job, Permissions inTheEnd)
 {
     const auto& system = to_.system();
     const auto standing = system.directoryInfo(job.target);
     const auto has = standing ? standing->permissions : job.info.permissions;
-    const auto wanted = (has & job.info.permissions) | allOfTheOwner;
-    if (wanted != has) {
-        static_cast<void>(system.directorySetPermissions(job.target, wanted));
+    const auto wanted = (has & inTheEnd) | allOfTheOwner;
+    const auto sticky = inTheEnd & stickyBit;
+    if (wanted != has || !sticky.isEmpty()) {
+        static_cast<void>(system.directorySetPermissions(job.target, wanted | sticky));
     }
 }
 
@@ -213,7 +219,7 @@ TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
                         isTaken ? "something else stands there" : to_.writingProblem(job.target));
     }
     if (options_.preserves) {
-        return {&job, job.info.permissions};
+        return {&job, from_.withStickyBit(job.source, job.info.permissions)};
     }
     const bool isOnlyWhileFilled = made->isWidened || wanted != job.info.permissions;
     return {&job, isOnlyWhileFilled ? std::optional(made->permissions & job.info.permissions)
@@ -427,13 +433,19 @@ void TreeCopy::finish(const MadeDirectory& made)
 {
     const auto& system = to_.system();
     const auto& job = *made.job;
-    const bool isSet =
-        (!options_.preserves || system.directorySetModTime(job.target, job.info.modTime)) &&
-        (!made.permissions || system.directorySetPermissions(job.target, *made.permissions));
-    if (!isSet) {
-        note("cannot keep permissions and time of " + to_.display(job.target) + ": " +
-             FileSystem::Failure::last().cause());
+    const bool isTimeSet =
+        !options_.preserves || system.directorySetModTime(job.target, job.info.modTime);
+    if (isTimeSet &&
+        (!made.permissions || system.directorySetPermissions(job.target, *made.permissions))) {
+        return;
     }
+    const auto why = FileSystem::Failure::last();
+    if (isTimeSet && !(*made.permissions & stickyBit).isEmpty()) {
+        // It may have all but that bit, and then anybody could remove what is in it.
+        static_cast<void>(system.directorySetPermissions(
+            job.target, made.permissions->without(stickyBit | byOthers)));
+    }
+    note("cannot keep permissions and time of " + to_.display(job.target) + ": " + why.cause());
 }
 
 void TreeCopy::note(const std::string& failure)
