@@ -121,12 +121,23 @@ bool FileCopy::copyFile()
     // The file is closed by now: what a system could not keep after all shows here.
     const auto made = task_.target.fileInfo(partial.path());
     if (!isWhole(partial.path(), outcome.bytes, made) ||
-        !setAttributes(partial.path(), *made, outcome.hasPermissions) ||
-        !partial.publish(!has(Option::FailIfExists))) {
+        !setAttributes(partial.path(), *made, outcome.hasPermissions) || !publish(partial)) {
         return false;
     }
     task_.progress.complete(outcome.bytes);
     return true;
+}
+
+bool FileCopy::publish(PartialEntry& partial) const
+{
+    if (has(Option::FailIfExists)) {
+        return partial.publish();
+    }
+    return partial.publishReplacing([this](const std::string& aside) {
+        if (has(Option::PreserveBestEffort)) {
+            task_.losses.addLeft(targetPath_, aside, Failure::last());
+        }
+    });
 }
 
 /// Whose file is replaced, before the first byte is copied.
@@ -366,7 +377,7 @@ bool FileCopy::copyLink()
     }
     PartialEntry partial(task_.target, directory_, name_);
     return partial.createLink(*text) && task_.progress.report() && mayStillTakeItsPlace() &&
-           partial.publish(!has(Option::FailIfExists));
+           publish(partial);
 }
 
 /// What goes wrong on the way leaves a file that is neither the old one nor the new one.

@@ -47,6 +47,7 @@ private:
     bool mayStillTakeItsPlace();
     bool copyFile();
     bool copyLink();
+    bool publish(PartialEntry& partial) const;
     bool writeInPlace();
     bool isWhole(const std::string& path, std::uint64_t bytes,
                  const std::optional<StorageSystemFileInfo>& made) const;

@@ -93,6 +93,9 @@ enum class StorageSystemCopyOptionFlag : std::uint32_t
     /// end and fails then, with FailureCode::NotKept, the entry and what was not kept (of several
     /// the first, and their number). A failure with any other code is as without this option, as
     /// where a file that is to be written in place stays open to those who may not read the source.
+    /// So is told, in the same way, a file that has been replaced in steps and that the system does
+    /// not remove afterwards: the text says under which hidden name it is left. Without this option
+    /// such a copy is a success and nothing tells of that.
     PreserveBestEffort = 32,
 };
 

@@ -304,6 +304,24 @@ TEST_F(ScriptedCopyTest, LeavesNothingWhenTheServersDiskIsFull)
     EXPECT_THAT(namesIn(sftp().root()), IsEmpty());
 }
 
+TEST_F(ScriptedCopyTest, SaysWhereTheOldFileIsThatTheServerDoesNotRemove)
+{
+    here().write("f", "new");
+    put("f", "old");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Remove), ".old"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {here().file("f"), at("f")});
+    EXPECT_EQ(readFile(sftp().path("f")), "new");
+    const auto names = namesIn(sftp().root());
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_EQ(readFile(sftp().path(names.front())), "old");
+    expectFailure(result, "copied " + here().file("f") + " to " + at("f") +
+                              ", but what stood there is left at ./" + names.front() +
+                              ": permission denied\n");
+}
+
 TEST_F(ScriptedCopyTest, AFileTransferThatTheServerEndsIsToldOnce)
 {
     for (int number = 10; number < 30; ++number) {

@@ -369,8 +369,10 @@ bool TreeCopy::isClosed(const Job& job, const FileSystem::Failure& failure) cons
 /// The file is there all the same.
 void TreeCopy::noteLoss(const Job& job, const std::string& what)
 {
-    note("copied " + from_.display(job.source) + " to " + to_.display(job.target) +
-         ", but could not keep " + what);
+    // Of a file that was replaced the library says that it is left, and where.
+    const bool isLeft = what.rfind("what stood there", 0) == 0;
+    note("copied " + from_.display(job.source) + " to " + to_.display(job.target) + ", but " +
+         (isLeft ? "" : "could not keep ") + what);
 }
 
 bool TreeCopy::noteProgress(std::uint64_t done)
@@ -395,9 +397,9 @@ Failure TreeCopy::failureOf(const Job& job, const FileSystem::Failure& why, cons
 
 Utilities::Flags<Option> TreeCopy::copyFlags() const
 {
-    Utilities::Flags<Option> flags;
+    Utilities::Flags<Option> flags = Option::PreserveBestEffort;
     if (options_.preserves) {
-        flags |= Option::PreservePermissions | Option::PreserveModTime | Option::PreserveBestEffort;
+        flags |= Option::PreservePermissions | Option::PreserveModTime;
     }
     if (options_.isInPlace) {
         flags |= Option::InPlace;
