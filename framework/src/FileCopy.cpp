@@ -23,6 +23,7 @@ constexpr Permissions ownerOnly =
     PosixFilePermissionFlag::OwnerRead | PosixFilePermissionFlag::OwnerWrite;
 constexpr const char* sameFile = "it is the source itself";
 constexpr Permissions mayRead{0444U};
+constexpr Permissions mayWrite{0222U};
 constexpr Permissions everybodyReads =
     PosixFilePermissionFlag::GroupRead | PosixFilePermissionFlag::OthersRead;
 
@@ -37,6 +38,14 @@ bool areSame(const std::optional<StorageSystemOwner>& before,
              const std::optional<StorageSystemOwner>& now)
 {
     return !before || !now || *before == *now;
+}
+
+/// Whether a system does not do what it was asked to, for a reason of its own.
+bool isRefusal(const Failure& why)
+{
+    const auto code = why.code();
+    return why && (code == FailureCode::Denied || code == FailureCode::Unsupported ||
+                   code == FailureCode::BadName || code == FailureCode::Other);
 }
 
 bool isLocal(const StorageSystem& system)
@@ -130,14 +139,19 @@ bool FileCopy::copyFile()
 
 bool FileCopy::publish(PartialEntry& partial) const
 {
-    if (has(Option::FailIfExists)) {
-        return partial.publish();
+    const FailureWatch watch;
+    const bool isPublished =
+        has(Option::FailIfExists)
+            ? partial.publish()
+            : partial.publishReplacing([this](const std::string& aside) {
+                  if (has(Option::PreserveBestEffort)) {
+                      task_.losses.addLeft(targetPath_, aside, Failure::last());
+                  }
+              });
+    if (!isPublished && mayHelpToWriteInPlace() && isRefusal(watch.noted())) {
+        explain(watch.noted(), "it cannot be given its name, to write in place may be possible");
     }
-    return partial.publishReplacing([this](const std::string& aside) {
-        if (has(Option::PreserveBestEffort)) {
-            task_.losses.addLeft(targetPath_, aside, Failure::last());
-        }
-    });
+    return isPublished;
 }
 
 /// Whose file is replaced, before the first byte is copied.
@@ -239,14 +253,44 @@ std::unique_ptr<StorageSystemFile> FileCopy::createTarget(PartialEntry& partial)
 {
     const FailureWatch watch;
     auto target = partial.createFile(permissionsWhileFilled(), has(Option::InPlace) && !standing_);
-    if (target == nullptr && replacesFile() && watch.noted().code() == FailureCode::Denied) {
-        const auto why = watch.noted();
-        const auto text = why.text().empty() ? "" : why.text() + "; ";
-        fail(why.code(), why.source(), why.number(),
-             text + "no file can be made beside it, to write in place may be possible",
-             targetPath_);
+    if (target != nullptr) {
+        return target;
     }
-    return target;
+    const auto why = watch.noted();
+    if (replacesFile() && why.code() == FailureCode::Denied) {
+        explain(why, "no file can be made beside it, to write in place may be possible");
+    } else if (mayHelpToWriteInPlace() && isPerhapsForItsName(why)) {
+        explain(why, "no hidden file can be made beside it, to write in place may be possible");
+    }
+    return nullptr;
+}
+
+/// Whether a new file is made under another name first, on a system that may not like such names or
+/// their change.
+bool FileCopy::mayHelpToWriteInPlace() const
+{
+    return isRegularFile(source_.type) && !standing_ && !has(Option::InPlace) &&
+           !isLocal(task_.target);
+}
+
+/// Whether a new file may have been refused for its hidden name, and not for where it was to be.
+bool FileCopy::isPerhapsForItsName(const Failure& why) const
+{
+    const FailureKeeper keeper;
+    const auto directory = task_.target.directoryInfo(directory_.empty() ? "." : directory_);
+    if (why.code() == FailureCode::NotFound) {
+        return directory.has_value();
+    }
+    const bool isClosed = directory && !directory->permissions.isEmpty() &&
+                          (directory->permissions & mayWrite).isEmpty();
+    return isRefusal(why) && !isClosed;
+}
+
+/// Adds to a failure, which is about the target then.
+void FileCopy::explain(const Failure& why, const char* what) const
+{
+    const auto text = why.text().empty() ? "" : why.text() + "; ";
+    fail(why.code(), why.source(), why.number(), text + what, targetPath_);
 }
 
 bool FileCopy::move(StorageSystemFile& source, StorageSystemFile& target, Outcome& outcome) const

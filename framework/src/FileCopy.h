@@ -48,6 +48,9 @@ private:
     bool copyFile();
     bool copyLink();
     bool publish(PartialEntry& partial) const;
+    bool mayHelpToWriteInPlace() const;
+    bool isPerhapsForItsName(const Failure& why) const;
+    void explain(const Failure& why, const char* what) const;
     bool writeInPlace();
     bool isWhole(const std::string& path, std::uint64_t bytes,
                  const std::optional<StorageSystemFileInfo>& made) const;

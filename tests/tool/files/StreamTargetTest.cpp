@@ -331,5 +331,50 @@ TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereTheFileCannotGetItsName)
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
 }
 
+TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerTakesNoHiddenNames)
+{
+    here().write("f", "new");
+    for (const auto status :
+         {SftpStatus::PermissionDenied, SftpStatus::Failure, SftpStatus::NoSuchFile}) {
+        SftpScript script;
+        script.rules = {{onPath(every(SftpPacket::Open), ".part"), SftpActions::refuse(status)}};
+        sftp().setScript(script);
+        expectFailure(tarnis("put", {here().file("f"), at("f")}),
+                      ": no hidden file can be made beside it; --inplace makes it under its own "
+                      "name, if the server takes that (");
+        EXPECT_THAT(namesIn(sftp().root()), testing::IsEmpty());
+        expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
+        EXPECT_EQ(readFile(sftp().path("f")), "new");
+        std::filesystem::remove(sftp().path("f"));
+    }
+}
+
+TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerDoesNotRename)
+{
+    here().write("f", "new");
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Rename), SftpActions::refuse(SftpStatus::OpUnsupported)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("put", {here().file("f"), at("f")}),
+                  ": it cannot be given its name when it is complete; --inplace makes it under "
+                  "that name (");
+    EXPECT_THAT(namesIn(sftp().root()), testing::IsEmpty());
+    expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
+    EXPECT_EQ(readFile(sftp().path("f")), "new");
+}
+
+// Where its directory is not there, and where it is this machine that refuses.
+TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpForNewFilesThatHaveNoPlace)
+{
+    here().write("f", "new");
+    put("f", "old");
+    for (const auto& result : {tarnis("put", {here().file("f"), at("none/f")}),
+                               tarnis("get", {at("f"), here().file("none/f")})}) {
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.errorOutput, HasSubstr("its directory does not exist"));
+        EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("inplace")));
+    }
+}
+
 } // namespace
 } // namespace TarnisTest

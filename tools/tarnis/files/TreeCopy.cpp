@@ -282,11 +282,9 @@ void TreeCopy::copyWhole(const Job& job)
             halfWritten_ = to_.display(job.target) + " may be half-written";
         }
         // What the library says for its own callers is said in the program's words here.
-        throw isClosed(job, failure)
-            ? failureOf(job, failure,
-                        "no file can be made beside it; --inplace writes into the file itself",
-                        failure.code().message())
-            : failureOf(job, failure, targetProblem(failure), failure.text());
+        const std::string hint = hintAtInPlace(job, failure);
+        throw hint.empty() ? failureOf(job, failure, targetProblem(failure), failure.text())
+                           : failureOf(job, failure, hint, failure.code().message());
     }
     noteLoss(job, failure.text());
 }
@@ -358,12 +356,26 @@ ResumedCopy::PathUse TreeCopy::useOf(const Job& job, const std::string& path) co
     return there && there->size != neighbour->size ? Use::Doubtful : Use::Taken;
 }
 
-/// Whether the target may perhaps be written, but not its directory.
-bool TreeCopy::isClosed(const Job& job, const FileSystem::Failure& failure) const
+/// What writing in place may do about it; empty for nothing.
+std::string TreeCopy::hintAtInPlace(const Job& job, const FileSystem::Failure& failure) const
 {
-    const bool isMaking = failure.text().find("no file can be made beside it") != std::string::npos;
-    return failure.code() == FileSystem::FailureCode::Denied && !options_.isInPlace && isMaking &&
-           failure.entry() == job.target;
+    const auto says = [&failure](const char* what) {
+        return failure.text().find(what) != std::string::npos;
+    };
+    if (options_.isInPlace || failure.entry() != job.target) {
+        return {};
+    }
+    if (says("no file can be made beside it")) {
+        return "no file can be made beside it; --inplace writes into the file itself";
+    }
+    if (says("no hidden file can be made beside it")) {
+        return "no hidden file can be made beside it; --inplace makes it under its own name, if "
+               "the "
+               "server takes that";
+    }
+    return says("it cannot be given its name") ? "it cannot be given its name when it is complete; "
+                                                 "--inplace makes it under that name"
+                                               : "";
 }
 
 /// The file is there all the same.

@@ -87,7 +87,7 @@ private:
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
                       const std::string& said);
-    bool isClosed(const Job& job, const FileSystem::Failure& failure) const;
+    std::string hintAtInPlace(const Job& job, const FileSystem::Failure& failure) const;
     ResumedCopy::PathUse useOf(const Job& job, const std::string& path) const;
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
