@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace FileSystem {
 
@@ -44,34 +45,60 @@ private:
     std::uint64_t total_ = 0;
 };
 
-/// What was to be preserved and is not, in a copy that goes on all the same.
+/// What was to be preserved and is not, and what has been replaced and cannot be removed, in a copy
+/// that goes on all the same.
 class CopyLosses
 {
 public:
     /// \param why the failure of whoever was to set it.
     void add(const std::string& path, const char* what, const Failure& why)
     {
-        if (count_++ == 0) {
-            path_ = path;
-            text_ = std::string(what) + ": " + why.cause();
-        }
+        unkept_.add(path, std::string(what) + ": " + why.cause());
     }
 
-    /// Whether nothing was lost. Otherwise that is told as the failure.
+    /// \param aside where it is, under a name that nobody would look for.
+    void addLeft(const std::string& path, const std::string& aside, const Failure& why)
+    {
+        left_.add(path, "what stood there is left at " + aside + ": " + why.cause());
+    }
+
+    /// Whether there is none of either. Otherwise that is told as the failure.
     bool areNone() const
     {
-        if (count_ == 0) {
+        if (unkept_.count == 0 && left_.count == 0) {
             return true;
         }
-        const auto others = count_ - 1;
-        const auto more = others == 0 ? "" : ", and " + std::to_string(others) + " more";
-        return fail(FailureCode::NotKept, text_ + more, path_);
+        if (unkept_.count == 0) {
+            return fail(FailureCode::NotRemoved, left_.text(), left_.path);
+        }
+        const char* separator = left_.count != 0 ? "; " : "";
+        return fail(FailureCode::NotKept, unkept_.text() + separator + left_.text(), unkept_.path);
     }
 
 private:
-    std::uint64_t count_ = 0;
-    std::string path_;
-    std::string text_;
+    /// The first of a kind, and how many there are.
+    struct Kind
+    {
+        std::uint64_t count = 0;
+        std::string path;
+        std::string first;
+
+        void add(const std::string& where, std::string what)
+        {
+            if (count++ == 0) {
+                path = where;
+                first = std::move(what);
+            }
+        }
+
+        std::string text() const
+        {
+            return count < 2 ? first : first + ", and " + std::to_string(count - 1) + " more";
+        }
+    };
+
+    Kind unkept_;
+    Kind left_;
 };
 
 /// What a copy has learnt of its target's system on the way.

@@ -13,7 +13,7 @@ namespace FileSystem {
 
 namespace {
 
-constexpr std::array<FailureMeaning, 28> meanings{{
+constexpr std::array<FailureMeaning, 29> meanings{{
     {FailureCode::NotFound, "no such file or directory", std::errc::no_such_file_or_directory},
     {FailureCode::Denied, "permission denied", std::errc::permission_denied,
      std::errc::operation_not_permitted},
@@ -47,8 +47,9 @@ constexpr std::array<FailureMeaning, 28> meanings{{
     {FailureCode::Changed, "it changed meanwhile"},
     {FailureCode::NotKept, "the system did not keep what was set"},
     {FailureCode::NotALink, "not a symbolic link"},
-    {FailureCode::CannotReplace, "no file can be made beside it", std::errc::permission_denied,
-     std::errc::operation_not_permitted},
+    {FailureCode::OnlyInPlace, "no hidden file beside it can be made, or get its name",
+     std::errc::permission_denied, std::errc::operation_not_permitted},
+    {FailureCode::NotRemoved, "a file that was replaced is left"},
 }};
 
 // What file servers say with every answer of a status that has no better text, however much the

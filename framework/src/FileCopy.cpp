@@ -39,6 +39,14 @@ bool areSame(const std::optional<StorageSystemOwner>& before,
     return !before || !now || *before == *now;
 }
 
+/// Whether a system does not do what it was asked to, for a reason of its own.
+bool isRefusal(const Failure& why)
+{
+    const auto code = why.code();
+    return why && (code == FailureCode::Denied || code == FailureCode::Unsupported ||
+                   code == FailureCode::BadName || code == FailureCode::Other);
+}
+
 bool isLocal(const StorageSystem& system)
 {
     return system.getType() == StorageSystemType::Local;
@@ -121,12 +129,28 @@ bool FileCopy::copyFile()
     // The file is closed by now: what a system could not keep after all shows here.
     const auto made = task_.target.fileInfo(partial.path());
     if (!isWhole(partial.path(), outcome.bytes, made) ||
-        !setAttributes(partial.path(), *made, outcome.hasPermissions) ||
-        !partial.publish(!has(Option::FailIfExists))) {
+        !setAttributes(partial.path(), *made, outcome.hasPermissions) || !publish(partial)) {
         return false;
     }
     task_.progress.complete(outcome.bytes);
     return true;
+}
+
+bool FileCopy::publish(PartialEntry& partial) const
+{
+    const FailureWatch watch;
+    const bool isPublished =
+        has(Option::FailIfExists)
+            ? partial.publish()
+            : partial.publishReplacing([this](const std::string& aside) {
+                  if (has(Option::PreserveBestEffort)) {
+                      task_.losses.addLeft(targetPath_, aside, Failure::last());
+                  }
+              });
+    if (!isPublished && mayHelpToWriteInPlace() && isRefusal(watch.noted())) {
+        failOnlyInPlace(watch.noted());
+    }
+    return isPublished;
 }
 
 /// Whose file is replaced, before the first byte is copied.
@@ -228,11 +252,39 @@ std::unique_ptr<StorageSystemFile> FileCopy::createTarget(PartialEntry& partial)
 {
     const FailureWatch watch;
     auto target = partial.createFile(permissionsWhileFilled(), has(Option::InPlace) && !standing_);
-    if (target == nullptr && replacesFile() && watch.noted().code() == FailureCode::Denied) {
-        const auto why = watch.noted();
-        fail(FailureCode::CannotReplace, why.source(), why.number(), why.text(), targetPath_);
+    if (target != nullptr) {
+        return target;
     }
-    return target;
+    const auto why = watch.noted();
+    if (replacesFile() ? why.code() == FailureCode::Denied
+                       : mayHelpToWriteInPlace() && isForItsName(why)) {
+        failOnlyInPlace(why);
+    }
+    return nullptr;
+}
+
+/// Whether a new file is made under another name first, on a system that may not like such names or
+/// their change.
+bool FileCopy::mayHelpToWriteInPlace() const
+{
+    return isRegularFile(source_.type) && !standing_ && !has(Option::InPlace) &&
+           !isLocal(task_.target);
+}
+
+/// Whether a new file was refused for its hidden name. Where that was not permitted, the directory
+/// will hardly take it under another.
+bool FileCopy::isForItsName(const Failure& why) const
+{
+    const FailureKeeper keeper;
+    return why.code() == FailureCode::BadName ||
+           (why.code() == FailureCode::NotFound &&
+            task_.target.directoryInfo(directory_.empty() ? "." : directory_));
+}
+
+/// About the target, with what the system said.
+void FileCopy::failOnlyInPlace(const Failure& why) const
+{
+    fail(FailureCode::OnlyInPlace, why.source(), why.number(), why.text(), targetPath_);
 }
 
 bool FileCopy::move(StorageSystemFile& source, StorageSystemFile& target, Outcome& outcome) const
@@ -363,7 +415,7 @@ bool FileCopy::copyLink()
     }
     PartialEntry partial(task_.target, directory_, name_);
     return partial.createLink(*text) && task_.progress.report() && mayStillTakeItsPlace() &&
-           partial.publish(!has(Option::FailIfExists));
+           publish(partial);
 }
 
 /// What goes wrong on the way leaves a file that is neither the old one nor the new one.

@@ -47,6 +47,10 @@ private:
     bool mayStillTakeItsPlace();
     bool copyFile();
     bool copyLink();
+    bool publish(PartialEntry& partial) const;
+    bool mayHelpToWriteInPlace() const;
+    bool isForItsName(const Failure& why) const;
+    void failOnlyInPlace(const Failure& why) const;
     bool writeInPlace();
     bool isWhole(const std::string& path, std::uint64_t bytes,
                  const std::optional<StorageSystemFileInfo>& made) const;

@@ -82,11 +82,12 @@ bool FileReplacement::rename(const StorageSystem& system, const std::string& pat
 }
 
 bool FileReplacement::replace(const StorageSystem& system, const std::string& path,
-                              const std::string& newPath)
+                              const std::string& newPath, const LeftTeller& tellLeft)
 {
     const FailureWatch watch;
     return replaceAtOnce(system, path, newPath) ||
-           (!isRefusal(system, watch.noted()) && replaceAfterLooking(system, path, newPath));
+           (!isRefusal(system, watch.noted()) &&
+            replaceAfterLooking(system, path, newPath, tellLeft));
 }
 
 // Systems that rename one name of a file onto another of the same file do nothing, and say that
@@ -112,29 +113,29 @@ bool FileReplacement::replaceAtOnce(const StorageSystem& system, const std::stri
 
 // Some servers replace whatever stands there, a directory with all below it as well.
 bool FileReplacement::replaceAfterLooking(const StorageSystem& system, const std::string& path,
-                                          const std::string& newPath)
+                                          const std::string& newPath, const LeftTeller& tellLeft)
 {
     const auto type = system.fileType(newPath);
     if (!type) {
         return rename(system, path, newPath);
     }
     return isReplaceable(system, newPath, *type) &&
-           (rename(system, path, newPath) || replaceInSteps(system, path, newPath));
+           (rename(system, path, newPath) || replaceInSteps(system, path, newPath, tellLeft));
 }
 
 // Many servers refuse to rename onto something. A file from another directory comes near first: one
 // that may not leave its place, or is on another volume, never makes what it is to replace vanish.
 bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::string& path,
-                                     const std::string& newPath)
+                                     const std::string& newPath, const LeftTeller& tellLeft)
 {
     if (PathText::parentId(path) == PathText::parentId(newPath)) {
-        return takePlace(system, path, newPath);
+        return takePlace(system, path, newPath, tellLeft);
     }
     const auto near = hiddenPath(newPath, HiddenNameUse::Unfinished);
     if (!rename(system, path, near) && !isRenamed(system, path, near)) {
         return false;
     }
-    if (takePlace(system, near, newPath)) {
+    if (takePlace(system, near, newPath, tellLeft)) {
         return true;
     }
     const FailureKeeper keeper;
@@ -145,7 +146,7 @@ bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::str
 // What stands there is set aside and not removed first: nothing is lost on a server that refuses to
 // rename at all.
 bool FileReplacement::takePlace(const StorageSystem& system, const std::string& path,
-                                const std::string& newPath)
+                                const std::string& newPath, const LeftTeller& tellLeft)
 {
     const auto aside = hiddenPath(newPath, HiddenNameUse::SetAside);
     if (!system.fileRename(newPath, PathText::fileName(aside)) &&
@@ -154,7 +155,7 @@ bool FileReplacement::takePlace(const StorageSystem& system, const std::string& 
     }
     const FailureWatch watch;
     if (rename(system, path, newPath) || isRenamed(system, path, newPath)) {
-        static_cast<void>(system.fileRemove(aside));
+        removeReplaced(system, aside, tellLeft);
         return true;
     }
     const auto why = watch.noted();
@@ -164,6 +165,24 @@ bool FileReplacement::takePlace(const StorageSystem& system, const std::string& 
                     said + "what stood there is at " + aside, why.entry());
     }
     return false;
+}
+
+/// Under its hidden name nobody would look for it.
+void FileReplacement::removeReplaced(const StorageSystem& system, const std::string& aside,
+                                     const LeftTeller& tellLeft)
+{
+    if (system.fileRemove(aside) || !tellLeft) {
+        return;
+    }
+    bool isGone = false;
+    {
+        const FailureKeeper keeper;
+        const FailureWatch watch;
+        isGone = !system.fileType(aside) && watch.noted().code() == FailureCode::NotFound;
+    }
+    if (!isGone) {
+        tellLeft(aside);
+    }
 }
 
 /// False: what was set aside is still there, as far as the system tells.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -17,10 +18,15 @@ public:
     static bool rename(const StorageSystem& system, const std::string& path,
                        const std::string& newPath);
 
+    /// Is told where what made room still is, when the system does not remove it; the failure at
+    /// hand says why.
+    using LeftTeller = std::function<void(const std::string& aside)>;
+
     /// As rename(), for what has only one name. A file or a link at the new path makes room, in one
-    /// atomic step where the system can. It is back when the path cannot be taken after all.
+    /// atomic step where the system can. It is back when the path cannot be taken after all. Where
+    /// it cannot be removed in the end, that is no failure: everything has its name.
     static bool replace(const StorageSystem& system, const std::string& path,
-                        const std::string& newPath);
+                        const std::string& newPath, const LeftTeller& tellLeft = {});
 
     /// As replace(), for what may have several names, the new path among them.
     /// \param file     what stands at the path.
@@ -33,11 +39,13 @@ private:
     static bool replaceAtOnce(const StorageSystem& system, const std::string& path,
                               const std::string& newPath);
     static bool replaceAfterLooking(const StorageSystem& system, const std::string& path,
-                                    const std::string& newPath);
+                                    const std::string& newPath, const LeftTeller& tellLeft);
     static bool replaceInSteps(const StorageSystem& system, const std::string& path,
-                               const std::string& newPath);
+                               const std::string& newPath, const LeftTeller& tellLeft);
     static bool takePlace(const StorageSystem& system, const std::string& path,
-                          const std::string& newPath);
+                          const std::string& newPath, const LeftTeller& tellLeft);
+    static void removeReplaced(const StorageSystem& system, const std::string& aside,
+                               const LeftTeller& tellLeft);
     static bool bringBack(const StorageSystem& system, const std::string& aside,
                           const std::string& path);
     static bool removeOtherName(const StorageSystem& system, const std::string& path,

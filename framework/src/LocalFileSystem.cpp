@@ -356,7 +356,8 @@ LocalFileSystem::lookAtOwned(const std::string& path) const
         return std::nullopt;
     }
     return OwnedFileInfo{describe(*this, path, *attributes),
-                         StorageSystemOwner{attributes->st_uid, attributes->st_gid}};
+                         StorageSystemOwner{attributes->st_uid, attributes->st_gid},
+                         (attributes->st_mode & S_ISVTX) != 0};
 }
 
 std::optional<std::uint32_t> LocalFileSystem::fileMode(const std::string& path) const
@@ -408,9 +409,10 @@ bool LocalFileSystem::do_directorySetPermissions(
         return false;
     }
     const auto now = attributesOfOpen(directory.get());
+    const mode_t sticky = static_cast<mode_t>(permissions.raw()) & S_ISVTX;
     return LocalError::succeeded(
-        now &&
-        changeMode(directory.get(), modeOf(permissions) | specialBitsOfDirectory(now->st_mode)));
+        now && changeMode(directory.get(),
+                          modeOf(permissions) | sticky | specialBitsOfDirectory(now->st_mode)));
 }
 
 bool LocalFileSystem::do_fileSetModTime(const std::string& path,

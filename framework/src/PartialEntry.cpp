@@ -1,7 +1,6 @@
 #include "PartialEntry.h"
 
 #include "FailureWatch.h"
-#include "FileReplacement.h"
 #include "HiddenName.h"
 #include "PathText.h"
 
@@ -12,6 +11,8 @@
 #include <utility>
 
 namespace FileSystem {
+
+using Mode = StorageSystemFileOpenModeFlag;
 
 namespace {
 
@@ -106,7 +107,8 @@ PartialEntry::tryToCreate(const std::string& name,
                           Utilities::Flags<PosixFilePermissionFlag> permissions)
 {
     path_ = PathText::childId(directory_, {name});
-    auto file = system_.fileCreate(directory_, name, true, false, permissions);
+    // For writing alone: where things are only handed in, nothing that is read may be made.
+    auto file = system_.fileOpen(path_, Mode::Write | Mode::Create | Mode::Exclusive, permissions);
     created_ = file != nullptr;
     return file;
 }
@@ -134,26 +136,34 @@ bool PartialEntry::takeFreeName()
     return fail(FailureCode::Exists, {}, path_);
 }
 
-bool PartialEntry::publish(bool replace)
+std::string PartialEntry::finalPath() const
 {
-    const auto finalPath = PathText::childId(directory_, {name_});
-    if (path_ != finalPath && !takeFinalName(finalPath, replace)) {
-        return false;
-    }
-    path_ = finalPath;
-    created_ = false;
-    return true;
+    return PathText::childId(directory_, {name_});
 }
 
-bool PartialEntry::takeFinalName(const std::string& finalPath, bool replace) const
+bool PartialEntry::publish()
 {
-    if (replace) {
-        return FileReplacement::replace(system_, path_, finalPath);
+    const auto path = finalPath();
+    if (path_ != path && system_.fileType(path)) {
+        return fail(FailureCode::Exists, {}, path);
     }
-    if (system_.fileType(finalPath)) {
-        return fail(FailureCode::Exists, {}, finalPath);
+    return takesFinalName(path_ == path || FileReplacement::rename(system_, path_, path));
+}
+
+bool PartialEntry::publishReplacing(const FileReplacement::LeftTeller& tellLeft)
+{
+    const auto path = finalPath();
+    return takesFinalName(path_ == path ||
+                          FileReplacement::replace(system_, path_, path, tellLeft));
+}
+
+bool PartialEntry::takesFinalName(bool isPublished)
+{
+    if (isPublished) {
+        path_ = finalPath();
+        created_ = false;
     }
-    return FileReplacement::rename(system_, path_, finalPath);
+    return isPublished;
 }
 
 } // namespace FileSystem

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FileReplacement.h"
+
 #include <FileSystem/StorageSystemFile.h>
 #include <FileSystem/StorageSystemFlags.h>
 #include <Utilities/Flags.h>
@@ -36,9 +38,11 @@ public:
     /// The path that it has at the moment.
     const std::string& path() const { return path_; }
 
-    /// Gives it its final name.
-    /// \param replace as FileReplacement::replace(). Without: fails when something is there.
-    bool publish(bool replace);
+    /// Gives it its final name. Fails when something is there.
+    bool publish();
+
+    /// Gives it its final name, as FileReplacement::replace().
+    bool publishReplacing(const FileReplacement::LeftTeller& tellLeft);
 
 private:
     std::unique_ptr<StorageSystemFile>
@@ -47,7 +51,8 @@ private:
     void tellThatItIsLeft() const;
     bool removeRefused() const;
     bool takeFreeName();
-    bool takeFinalName(const std::string& finalPath, bool replace) const;
+    std::string finalPath() const;
+    bool takesFinalName(bool isPublished);
 
     const StorageSystem& system_;
     std::string directory_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CopyTask.h"
+#include "TreeScan.h"
 
 #include <FileSystem/StorageSystemRecords.h>
 
@@ -33,8 +34,8 @@ private:
 class TargetDirectory
 {
 public:
-    /// \param source what is known of the directory that is copied.
-    TargetDirectory(const CopyTask& task, std::string path, const StorageSystemFileInfo& source);
+    /// \param source the directory that is copied; must stay.
+    TargetDirectory(const CopyTask& task, std::string path, const TreeDirectory& source);
 
     /// Makes it, or finds it there. While it is filled, a new one is open to nobody to whom the
     /// source is not, nor is one that is to get the source's permissions.
@@ -52,14 +53,17 @@ private:
     using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
 
     bool isThere() const;
-    bool closeStanding() const;
+    Permissions permissionsToPreserve() const;
+    bool closeStanding();
+    void adjustStickyBit(std::optional<bool> told);
     void lookAtNew(Permissions permissions);
     bool setTime() const;
     bool setPermissions() const;
 
     const CopyTask& task_;
     std::string path_;
-    StorageSystemFileInfo source_;
+    const std::string& sourcePath_;
+    const StorageSystemFileInfo& source_;
     bool isNew_ = false;
     std::optional<Permissions> final_; ///< What is to be set in the end.
 };

@@ -65,7 +65,7 @@ bool TreeCopy::leadsIntoItself() const
 
 bool TreeCopy::makeRoot()
 {
-    auto& root = targets_.emplace_back(task_, targetPath_, tree_.directories.front().info);
+    auto& root = targets_.emplace_back(task_, targetPath_, tree_.directories.front());
     return root.make() && (root.isNew() || !task_.options.has(Option::FailIfExists) ||
                            fail(FailureCode::Exists, {}, targetPath_));
 }
@@ -77,7 +77,7 @@ bool TreeCopy::copyDirectories()
         if (index > 0) {
             const auto& parent = targets_[directory.parent];
             auto& target = targets_.emplace_back(
-                task_, PathText::childId(parent.path(), {directory.info.name}), directory.info);
+                task_, PathText::childId(parent.path(), {directory.info.name}), directory);
             if (!target.make()) {
                 return false;
             }

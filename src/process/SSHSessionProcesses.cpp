@@ -74,6 +74,8 @@ SSHExecuteResult SSHSession::executeCommand(const std::string& commandLine, std:
                                             std::chrono::milliseconds timeout)
 {
     try {
+        // Also while it is found out why there is no channel, as above; not while the command runs.
+        auto lock = session_->getLock();
         if (!isAuthenticated()) {
             return notStarted(codeWithoutChannel(), notLoggedIn);
         }
@@ -81,6 +83,7 @@ SSHExecuteResult SSHSession::executeCommand(const std::string& commandLine, std:
         if (channel == nullptr) {
             return notStarted(codeWithoutChannel(), noChannel);
         }
+        lock.reset();
         return CommandRunner(std::move(channel), input, timeout).run(commandLine);
     } catch (const FileSystem::handle_fatal_error&) {
         // Another thread disconnected the session before there was a command.

@@ -34,8 +34,9 @@ bool hasDirectoryBit(std::uint32_t mode) noexcept
 bool hasPermissions(const sftp_attributes_struct& attributes,
                     Utilities::Flags<PosixFilePermissionFlag> wanted) noexcept
 {
+    const std::uint32_t bits = permissionBits | (wanted.raw() & stickyBit);
     return (attributes.flags & SSH_FILEXFER_ATTR_PERMISSIONS) != 0 &&
-           ((attributes.permissions ^ wanted.raw()) & permissionBits) == 0;
+           ((attributes.permissions ^ wanted.raw()) & bits) == 0;
 }
 
 bool isLinkMode(std::uint32_t mode) noexcept

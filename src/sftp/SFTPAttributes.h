@@ -21,6 +21,9 @@ inline constexpr std::uint32_t directoryKind = 0x4000;
 inline constexpr std::uint32_t regularKind = 0x8000;
 inline constexpr std::uint32_t linkKind = 0xA000;
 
+/// The bit of a directory's mode that lets only owners remove what is in it.
+inline constexpr std::uint32_t stickyBit = 0x200;
+
 /// A moment as SFTP's attributes hold it.
 struct SFTPTime
 {
@@ -32,7 +35,8 @@ struct SFTPTime
 /// device's are too.
 bool hasDirectoryBit(std::uint32_t mode) noexcept;
 
-/// Whether the server told the permissions, and the nine bits are these.
+/// Whether the server told the permissions, and the nine bits are these; a sticky bit that is
+/// wanted is there too.
 bool hasPermissions(const sftp_attributes_struct& attributes,
                     Utilities::Flags<FileSystem::PosixFilePermissionFlag> wanted) noexcept;
 

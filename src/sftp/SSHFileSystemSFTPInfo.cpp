@@ -81,6 +81,9 @@ SSHFileSystemSFTP::lookAtOwned(const std::string& path) const
     if ((attributes->flags & SSH_FILEXFER_ATTR_UIDGID) != 0) {
         owned.owner = FileSystem::StorageSystemOwner{attributes->uid, attributes->gid};
     }
+    if ((attributes->flags & SSH_FILEXFER_ATTR_PERMISSIONS) != 0) {
+        owned.isSticky = (attributes->permissions & stickyBit) != 0;
+    }
     return owned;
 }
 

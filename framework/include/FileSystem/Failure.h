@@ -44,9 +44,10 @@ enum class FailureCode : int
     Changed,        ///< Something became something else, or ended early, while it was worked on.
     NotKept,        ///< The system said yes, and what was to be set is not there.
     NotALink,       ///< What is there is no symbolic link.
-    CannotReplace,  ///< No new file can be made beside the one that is to be replaced, though that
-                    ///< one may perhaps be written: StorageSystemCopyOptionFlag::InPlace.
+    OnlyInPlace,    ///< A copy cannot gather beside its target under a hidden name, or not get its
+                    ///< own from there; StorageSystemCopyOptionFlag::InPlace may help.
                     ///< permission_denied, operation_not_permitted
+    NotRemoved,     ///< A file that was replaced is left under a hidden name.
 };
 
 /// The category of these codes.

@@ -79,7 +79,9 @@ public:
     /// replaced: in one atomic step where the system can, as this machine's can and many servers.
     /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.old" beside it,
     /// once a file from another directory has come near, as ".NAME.XXXXXXXX.part": when the system
-    /// is lost just then, they are found there. What is refused in one step is not tried in steps,
+    /// is lost just then, they are found there. One that the system does not remove in the end
+    /// stays at ".NAME.XXXXXXXX.old", which is no failure and told of copies alone (see
+    /// PreserveBestEffort). What is refused in one step is not tried in steps,
     /// unless the system could not tell why. Where the two paths are two names of
     /// one file, the old name is removed, by way of such a name too. False: nothing there; a
     /// directory, a pipe, a socket or a device at either path, or a link to one of the last three

@@ -16,7 +16,8 @@ namespace FileSystem {
 /// once it is gone.
 ///
 /// Renaming and moving never replace what stands at the new path. Setting the permissions of a
-/// directory leaves its set-ID and sticky bits as they are.
+/// directory leaves its set-ID and sticky bits as they are; directorySetPermissions() with 01000
+/// gives it the sticky bit.
 ///
 /// Threads: any thread may call any operation; calls do not wait for each other.
 class FILESYSTEM_EXPORT LocalFileSystem final : public FileSystem2

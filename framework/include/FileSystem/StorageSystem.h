@@ -364,17 +364,21 @@ protected:
     /// regular file nor a directory. It notes no failure.
     void setLinkLooker(std::function<bool(const std::string&)> looker);
 
-    /// What stands at a path, and whose it is, where the system tells that.
+    /// What stands at a path, whose it is and whether it has the sticky bit, where the system tells
+    /// that.
     struct OwnedFileInfo
     {
         StorageSystemFileInfo info;
         std::optional<StorageSystemOwner> owner = {};
+        std::optional<bool> isSticky = {};
     };
 
     using OwnerLooker = std::function<std::optional<OwnedFileInfo>(const std::string& path)>;
 
     /// For a system that can tell whose an entry is: a copy that replaces a file is given to that
     /// file's owner, and to nobody else. As setDirectoryReader(). \param looker as do_fileInfo().
+    /// Where it tells of sticky bits, do_directorySetPermissions() may be given one (01000), and
+    /// fails where the directory does not get it.
     void setOwnerLooker(OwnerLooker looker);
 
     virtual std::string do_hostName() const = 0;
@@ -476,6 +480,7 @@ private:
     friend class FileCopy;
     friend class FileReplacement;
     friend class StorageSystemFile;
+    friend class TargetDirectory;
     friend bool leadsToNoFile(const StorageSystem& system, const std::string& path);
 
     std::unique_ptr<StorageSystemFile>

@@ -64,8 +64,10 @@ enum class StorageSystemType : std::uint32_t
 enum class StorageSystemCopyOptionFlag : std::uint32_t
 {
     None = 0,
-    /// The target gets the source's nine permission bits. Without it, a new file or directory gets
-    /// them less the umask, and a file that is replaced keeps its own.
+    /// The target gets the source's nine permission bits; a directory of a tree where others than
+    /// its owner may write also the sticky bit, as far as both systems tell of it, and one that is
+    /// there keeps its own. Without it, a new file or directory gets the nine bits less the umask,
+    /// and a file that is replaced keeps its own.
     PreservePermissions = 1,
     /// The target gets the source's modification time, as exactly as the target's system keeps it.
     PreserveModTime = 2,
@@ -92,6 +94,10 @@ enum class StorageSystemCopyOptionFlag : std::uint32_t
     /// end and fails then, with FailureCode::NotKept, the entry and what was not kept (of several
     /// the first, and their number). A failure with any other code is as without this option, as
     /// where a file that is to be written in place stays open to those who may not read the source.
+    /// So is told a file that has been replaced in steps and that the system does not remove
+    /// afterwards, with FailureCode::NotRemoved where nothing else is to be told: the text says
+    /// under which hidden name it is left. Without this option such a copy is a success and nothing
+    /// tells of that.
     PreserveBestEffort = 32,
 };
 

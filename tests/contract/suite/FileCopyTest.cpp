@@ -366,7 +366,7 @@ TEST_P(FileCopyContract, NeedsNoRoomBesideItToWriteInPlace)
     makeTarget("closed/copy", "before");
     ASSERT_TRUE(target().directorySetPermissions(targetPath("closed"), Permissions(0555U)));
     EXPECT_FALSE(copy("file", "closed/copy"));
-    EXPECT_EQ(Failure::last().code(), FailureCode::CannotReplace);
+    EXPECT_EQ(Failure::last().code(), FailureCode::OnlyInPlace);
     EXPECT_EQ(Failure::last().code(), std::errc::permission_denied);
     EXPECT_EQ(targetContent("closed/copy"), "before");
     EXPECT_FALSE(copy("file", "closed/new"));

@@ -3,6 +3,7 @@
 #include "integration/sftp/SftpTest.h"
 #include "support/PseudoRandom.h"
 
+#include <FileSystem/Failure.h>
 #include <FileSystem/LocalFileSystem.h>
 
 #include <gmock/gmock.h>
@@ -135,6 +136,57 @@ TEST_F(MoveBetweenVolumesTest, AFileThatMayNotLeaveIsWhereItWas)
     EXPECT_FALSE(files().fileMoveAs(path("from/file"), path("to/file")));
     EXPECT_EQ(readFile(path("from/file")), "stays");
     EXPECT_THAT(namesIn("to"), testing::IsEmpty());
+}
+
+TEST_F(MoveBetweenVolumesTest, DirectoriesKeepTheirStickyBits)
+{
+    fs::create_directories(path("from/tree/shared"));
+    put("from/tree/shared/file", "text");
+    setAttributes("from/tree/shared", 03777, 1'000);
+    setAttributes("from/tree", 01777, 2'000);
+    refuseToRename("/from/tree");
+    ASSERT_TRUE(files().directoryMoveAs(path("from/tree"), path("to/tree")));
+    EXPECT_GT(sent(SftpPacket::Mkdir), 0U);
+    expectAttributes("to/tree", 01777, 2'000);
+    expectAttributes("to/tree/shared", 01777, 1'000);
+}
+
+// Over a directory that has the bit, and into one that is made.
+TEST_F(MoveBetweenVolumesTest, CopiesThatKeepPermissionsKeepStickyBits)
+{
+    using Option = FileSystem::StorageSystemCopyOptionFlag;
+    fs::create_directories(path("from/shared"));
+    fs::create_directories(path("to/standing/shared"));
+    setAttributes("from/shared", 01777, 1'000);
+    setAttributes("from", 0777, 2'000);
+    setAttributes("to/standing", 01777, 2'000);
+    for (const char* const target : {"to/standing", "to/new"}) {
+        for (const auto option : {Option::None, Option::PreserveBestEffort}) {
+            ASSERT_TRUE(
+                files().fileCopyAs(path("from"), files(), path(target), {},
+                                   Option::Recursive | Option::PreservePermissions | option));
+            EXPECT_EQ(files().fileMode(path(target) + "/shared"), 01777U) << target;
+        }
+    }
+    EXPECT_EQ(files().fileMode(path("to/standing")), 01777U);
+    EXPECT_EQ(files().fileMode(path("to/new")), 0777U);
+}
+
+TEST_F(MoveBetweenVolumesTest, WhereStickyBitsAreDroppedNobodyMayWriteThere)
+{
+    using Option = FileSystem::StorageSystemCopyOptionFlag;
+    fs::create_directories(path("from/shared"));
+    setAttributes("from/shared", 01777, 1'000);
+    SftpScript script;
+    script.keepsNineBits = true;
+    server().sftp().setScript(script);
+    for (const auto option : {Option::None, Option::PreserveBestEffort}) {
+        const auto options = Option::Recursive | Option::PreservePermissions | option;
+        EXPECT_FALSE(files().fileCopyAs(path("from"), files(), path("to"), {}, options));
+        EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::NotKept);
+        EXPECT_EQ(FileSystem::Failure::last().entry(), path("to/shared"));
+        EXPECT_EQ(files().fileMode(path("to/shared")), 0755U);
+    }
 }
 
 } // namespace

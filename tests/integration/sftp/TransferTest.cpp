@@ -487,6 +487,31 @@ TEST_F(TransferTest, OthersUseTheFileSystemMeanwhile)
     expectSame(content, path("secondCopy"));
 }
 
+// Such a place takes what is handed in, and shows nobody what is there.
+TEST_F(TransferTest, CopiesOpenWhatTheyMakeForWritingAlone)
+{
+    using Option = FileSystem::StorageSystemCopyOptionFlag;
+    SftpScript script;
+    script.refusesReadingNew = true;
+    start(script);
+    EXPECT_EQ(files().fileCreateAs(path("read"), true, false), nullptr);
+    const FileSystem::LocalFileSystem local;
+    const TemporaryDirectory here;
+    const std::string tree = here.makeDirectory("tree");
+    const std::string file = here.write("tree/file", "new");
+    put("standing", "old");
+    for (const auto option : {Option::None, Option::FailIfExists, Option::InPlace}) {
+        const std::string target = path("new" + std::to_string(static_cast<unsigned>(option)));
+        EXPECT_TRUE(local.fileCopyAs(file, files(), target, {}, option))
+            << FileSystem::Failure::last().message();
+        EXPECT_EQ(readFile(target), "new");
+    }
+    EXPECT_TRUE(local.fileCopyAs(file, files(), path("standing")));
+    EXPECT_EQ(readFile(path("standing")), "new");
+    EXPECT_TRUE(local.fileCopyAs(tree, files(), path("tree"), {}, Option::Recursive));
+    EXPECT_EQ(readFile(path("tree/file")), "new");
+}
+
 } // namespace
 
 } // namespace TarnisTest

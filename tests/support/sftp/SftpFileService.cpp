@@ -274,7 +274,11 @@ SftpMessage SftpFileService::open(SftpReader& in)
     if (!reads && !mayChangeTarget(opened->path)) {
         return outcome(-1);
     }
-    const bool isNew = (flags & SftpOpen::kCreate) != 0 && !fs::exists(opened->path);
+    const bool creates = (flags & SftpOpen::kCreate) != 0;
+    if (creates && script_.refusesReadingNew && (flags & SftpOpen::kRead) != 0) {
+        return sftpStatus(SftpStatus::PermissionDenied);
+    }
+    const bool isNew = creates && !fs::exists(opened->path);
     const std::uint32_t mode = wanted.permissions.value_or(0666);
     const int ignored = script_.ignoresExclusive ? O_EXCL : 0;
     const int added = isEmptiedOnOpening(flags) ? O_TRUNC : 0;
@@ -366,7 +370,11 @@ SftpMessage SftpFileService::write(SftpReader& in)
 SftpMessage SftpFileService::setAttributes(SftpReader& in) const
 {
     const std::string path = absolute(in.text());
-    return outcome(mayChangeTarget(path) ? applyAttributes(WantedAttributes(in), path) : -1);
+    WantedAttributes wanted(in);
+    if (script_.keepsNineBits && wanted.permissions) {
+        wanted.permissions = *wanted.permissions & 0777U;
+    }
+    return outcome(mayChangeTarget(path) ? applyAttributes(wanted, path) : -1);
 }
 
 SftpMessage SftpFileService::setAttributesOfOpened(SftpReader& in) const

@@ -24,6 +24,8 @@ void visitFields(Script& script, Field&& field)
     field("emptying", script.emptying);
     field("ignoresModes", script.ignoresModes);
     field("umask", script.umask);
+    field("keepsNineBits", script.keepsNineBits);
+    field("refusesReadingNew", script.refusesReadingNew);
     field("order", script.order);
     field("heldReplies", script.heldReplies);
     field("heldRequest", script.heldRequest);

@@ -90,6 +90,10 @@ struct SftpScript
     bool ignoresModes = false;
     /// In place of the one that the server was started with.
     std::optional<std::uint64_t> umask;
+    /// Set-ID and sticky bits are dropped from what permissions are set.
+    bool keepsNineBits = false;
+    /// What is put there cannot be read: no file is made that is opened to be read as well.
+    bool refusesReadingNew = false;
 
     // Order of replies
     SftpOrder order = SftpOrder::AsReceived;

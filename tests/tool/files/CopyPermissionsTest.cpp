@@ -296,5 +296,46 @@ TEST_F(ScriptedPermissionsTest, OfAFileThatSomebodyElsePutsAtTheTargetAreNotTake
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
 }
 
+TEST_F(ScriptedPermissionsTest, OfADirectoryKeepItsStickyBit)
+{
+    const auto tree = here().makeDirectory("t");
+    here().makeDirectory("t/shared");
+    here().write("t/shared/f", "text");
+    for (const auto& path : {tree, tree + "/shared"}) {
+        ASSERT_EQ(::chmod(path.c_str(), 01777), 0);
+    }
+    // Into what it makes, and into what is there.
+    for (int times = 0; times < 2; ++times) {
+        expectQuiet(tarnis("put", {"-rp", tree, at("")}));
+        expectQuiet(tarnis("get", {"-rp", at("t"), here().file("back")}));
+        for (const auto& path : {sftp().path("t"), here().file("back")}) {
+            EXPECT_EQ(modeOf(path), 01777U);
+            EXPECT_EQ(modeOf(path + "/shared"), 01777U);
+        }
+        std::filesystem::permissions(sftp().path("t"), std::filesystem::perms(0700));
+    }
+}
+
+TEST_F(ScriptedPermissionsTest, OfADirectoryThatIsThereLeaveItsStickyBit)
+{
+    here().makeDirectory("t");
+    put("t/f", "text");
+    ASSERT_EQ(::chmod(here().file("t").c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(sftp().path("t").c_str(), 01777), 0);
+    expectQuiet(tarnis("put", {"-rp", here().file("t"), at("")}));
+    EXPECT_EQ(modeOf(sftp().path("t")), 01777U);
+}
+
+TEST_F(ScriptedPermissionsTest, OfADirectoryWithoutItsStickyBitLetNobodyWriteThere)
+{
+    SftpScript script;
+    script.keepsNineBits = true;
+    sftp().setScript(script);
+    ASSERT_EQ(::chmod(here().makeDirectory("t").c_str(), 01777), 0);
+    expectFailure(tarnis("put", {"-rp", here().file("t"), at("")}),
+                  "cannot keep permissions and time of " + at("t"));
+    EXPECT_EQ(modeOf(sftp().path("t")), 0755U);
+}
+
 } // namespace
 } // namespace TarnisTest

@@ -304,6 +304,53 @@ TEST_F(ScriptedCopyTest, LeavesNothingWhenTheServersDiskIsFull)
     EXPECT_THAT(namesIn(sftp().root()), IsEmpty());
 }
 
+TEST_F(ScriptedCopyTest, SaysWhereTheOldFileIsThatTheServerDoesNotRemove)
+{
+    here().write("f", "new");
+    put("f", "old");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Remove), ".old"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {here().file("f"), at("f")});
+    EXPECT_EQ(readFile(sftp().path("f")), "new");
+    const auto names = namesIn(sftp().root());
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_EQ(readFile(sftp().path(names.front())), "old");
+    expectFailure(result, "copied " + here().file("f") + " to " + at("f") +
+                              ", but what stood there is left at ./" + names.front() +
+                              ": permission denied\n");
+}
+
+TEST_F(ScriptedCopyTest, GoesIntoADirectoryThatTheServerDoesNotTellFromAFile)
+{
+    here().write("f", "text");
+    std::filesystem::create_directory(sftp().path("dir"));
+    put("file", "old");
+    SftpScript script;
+    script.omittedAttributes = SftpAttribute::kPermissions;
+    sftp().setScript(script);
+    for (const char* const target : {"dir/", "dir"}) {
+        expectQuiet(tarnis("put", {here().file("f"), at(target)}));
+        EXPECT_EQ(readFile(sftp().path("dir/f")), "text");
+        std::filesystem::remove(sftp().path("dir/f"));
+    }
+    expectFailure(tarnis("put", {here().file("f"), at("file/")}), "there is no such directory");
+}
+
+TEST_F(ScriptedCopyTest, SaysWhyADirectoryCannotBeLookedAt)
+{
+    here().write("f", "text");
+    std::filesystem::create_directory(sftp().path("dir"));
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Lstat), SftpActions::refuse(SftpStatus::OpUnsupported)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {here().file("f"), at("dir/")});
+    expectFailure(result, "cannot copy or move into " + at("dir/") + ": ");
+    EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("no such directory")));
+    EXPECT_THAT(namesIn(sftp().path("dir")), IsEmpty());
+}
+
 TEST_F(ScriptedCopyTest, AFileTransferThatTheServerEndsIsToldOnce)
 {
     for (int number = 10; number < 30; ++number) {

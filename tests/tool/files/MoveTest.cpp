@@ -171,6 +171,18 @@ TEST_F(MoveTest, ATreeOnItsWayIsNobodyElsesToLookInto)
     expectTree("other/t");
 }
 
+TEST_F(MoveTest, DirectoriesKeepTheirStickyBits)
+{
+    put("t/shared/f", "text");
+    for (const char* const name : {"t", "t/shared"}) {
+        ASSERT_EQ(::chmod(sftp().path(name).c_str(), 01777), 0);
+    }
+    expectQuiet(move());
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("other"));
+    EXPECT_EQ(statusOf("other/t").st_mode & 07777U, 01777U);
+    EXPECT_EQ(statusOf("other/t/shared").st_mode & 07777U, 01777U);
+}
+
 TEST_F(MoveTest, CopiesAFileAndRemovesIt)
 {
     put("t", "text");

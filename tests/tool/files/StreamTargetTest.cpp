@@ -308,7 +308,7 @@ TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereNothingCanBeMadeBesideTheFile)
     sftp().setScript(script);
     expectFailure(tarnis("put", {here().file("f"), at("f")}),
                   ": no file can be made beside it; --inplace writes into the file itself "
-                  "(permission denied)\n");
+                  "(Permission denied)\n");
     EXPECT_EQ(readFile(sftp().path("f")), "old");
     expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
     EXPECT_EQ(readFile(sftp().path("f")), "new");
@@ -329,6 +329,60 @@ TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereTheFileCannotGetItsName)
     EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("inplace")));
     EXPECT_EQ(readFile(sftp().path("f")), "old");
     EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+}
+
+TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerTakesNoHiddenNames)
+{
+    here().write("f", "new");
+    SftpScript script;
+    script.rules = {
+        {onPath(every(SftpPacket::Open), ".part"), SftpActions::refuse(SftpStatus::NoSuchFile)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("put", {here().file("f"), at("f")}),
+                  ": no hidden file beside it can be made or gets its name; --inplace makes it "
+                  "under its own");
+    EXPECT_THAT(namesIn(sftp().root()), testing::IsEmpty());
+    expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
+    EXPECT_EQ(readFile(sftp().path("f")), "new");
+}
+
+TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereNoNewFileIsPermitted)
+{
+    here().write("f", "new");
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Open), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    const ToolResult result = tarnis("put", {here().file("f"), at("f")});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.errorOutput, HasSubstr("permission denied"));
+    EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("inplace")));
+}
+
+TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerDoesNotRename)
+{
+    here().write("f", "new");
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Rename), SftpActions::refuse(SftpStatus::OpUnsupported)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("put", {here().file("f"), at("f")}),
+                  ": no hidden file beside it can be made or gets its name; --inplace makes it "
+                  "under its own");
+    EXPECT_THAT(namesIn(sftp().root()), testing::IsEmpty());
+    expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
+    EXPECT_EQ(readFile(sftp().path("f")), "new");
+}
+
+// Where its directory is not there, and where it is this machine that refuses.
+TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpForNewFilesThatHaveNoPlace)
+{
+    here().write("f", "new");
+    put("f", "old");
+    for (const auto& result : {tarnis("put", {here().file("f"), at("none/f")}),
+                               tarnis("get", {at("f"), here().file("none/f")})}) {
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.errorOutput, HasSubstr("its directory does not exist"));
+        EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("inplace")));
+    }
 }
 
 } // namespace

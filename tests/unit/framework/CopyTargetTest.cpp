@@ -148,7 +148,7 @@ TEST_F(CopyTarget, InADirectoryThatMayNotBeWrittenSaysWhatIsMissing)
     target.addFile("/closed/file", "old");
     target.addDirectory("/closed", 0555);
     EXPECT_FALSE(copyTo("/closed/file"));
-    expectFailure(FailureCode::CannotReplace, "/closed/file");
+    expectFailure(FailureCode::OnlyInPlace, "/closed/file");
     EXPECT_FALSE(copyTo("/closed/new"));
     EXPECT_EQ(Failure::last().code(), FailureCode::Denied);
 }

@@ -324,7 +324,8 @@ const std::vector<CodeAndCondition>& allCodes()
         {FailureCode::Changed, {}},
         {FailureCode::NotKept, {}},
         {FailureCode::NotALink, {}},
-        {FailureCode::CannotReplace,
+        {FailureCode::NotRemoved, {}},
+        {FailureCode::OnlyInPlace,
          {std::errc::permission_denied, std::errc::operation_not_permitted}},
     };
     return codes;

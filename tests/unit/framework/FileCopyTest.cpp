@@ -408,6 +408,43 @@ TEST_F(FileCopying, SaysWhereTheOldTargetIsThatCannotBeBroughtBack)
                 testing::HasSubstr("what stood there is at " + aside));
 }
 
+TEST_F(FileCopying, SaysWhereTheOldTargetIsThatCannotBeRemoved)
+{
+    std::string aside;
+    target.behaviour.refusesRename = [&](const std::string& from, const std::string& to) {
+        if (from == "/there/file") {
+            aside = to;
+            target.behaviour.refusesToRemove = {to};
+        }
+        return false;
+    };
+    target.addFile("/there/file", "old");
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(target.bytesOf(aside), "old");
+    target.addFile("/there/file", "older");
+    EXPECT_FALSE(copy({}, Option::PreserveBestEffort));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::NotRemoved);
+    EXPECT_EQ(FileSystem::Failure::last().entry(), "/there/file");
+    EXPECT_THAT(FileSystem::Failure::last().text(),
+                testing::HasSubstr("what stood there is left at " + aside));
+    EXPECT_EQ(target.bytesOf(aside), "older");
+    EXPECT_NE(target.bytesOf("/there/file"), "older");
+}
+
+// Told as failed and done all the same.
+TEST_F(FileCopying, SaysNothingOfAnOldTargetThatIsGone)
+{
+    target.addFile("/there/file", "old");
+    target.behaviour.refusesRename = [&](const std::string& from, const std::string& to) {
+        if (from == "/there/file") {
+            target.behaviour.deniesItsDoing = {to};
+        }
+        return false;
+    };
+    EXPECT_TRUE(copy({}, Option::PreserveBestEffort));
+    EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/file"));
+}
+
 TEST_F(FileCopying, ThatMustNotReplaceFailsBeforeItReads)
 {
     target.addFile("/there/file", "old");

@@ -544,6 +544,28 @@ TEST_F(LocalFileSystemTest, ACopyIntoADirectoryKeepsItsSetIdAndStickyBits)
     EXPECT_EQ(system_.fileMode(shared), 01755U);
 }
 
+TEST_F(LocalFileSystemTest, ATreesCopyThatKeepsPermissionsKeepsStickyBits)
+{
+    for (const char* const name : {"tree", "tree/shared", "tree/own", "filled", "filled/shared"}) {
+        directory_.makeDirectory(name);
+    }
+    for (const char* const name : {"tree", "tree/shared"}) {
+        ASSERT_EQ(::chmod(file(name).c_str(), 03777), 0);
+    }
+    write("tree/shared/file");
+    const auto keep = Option::Recursive | Option::PreservePermissions;
+    for (const auto& [target, options] :
+         {std::pair("copy", keep), std::pair("other", keep | Option::PreserveBestEffort),
+          std::pair("filled", keep)}) {
+        EXPECT_TRUE(system_.fileCopyAs(file("tree"), system_, file(target), {}, options));
+        EXPECT_EQ(system_.fileMode(file(target)), 01777U) << target;
+        EXPECT_EQ(system_.fileMode(file(target) + "/shared"), 01777U) << target;
+        EXPECT_EQ(system_.fileMode(file(target) + "/own"), 0700U) << target;
+    }
+    EXPECT_TRUE(system_.fileCopyAs(file("tree"), system_, file("plain"), {}, Option::Recursive));
+    EXPECT_EQ(system_.fileMode(file("plain")).value_or(0) & 07000U, 0U);
+}
+
 TEST_F(LocalFileSystemTest, ACopyGetsItsSourcesPermissionsLessAnyUmask)
 {
     directory_.write("script", "#!", 0755);

@@ -1,8 +1,15 @@
-// Between the requests of a long operation others get their turn.
+// Between the requests of a long operation others get their turn; between a failure and the look at
+// its reason, nobody does.
 
 #include "sftp/SftpFixture.h"
 
+#include <Tarnis/HostAuthenticator.h>
+#include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
+#include <Tarnis/SSHProcess.h>
+#include <Tarnis/SSHSession.h>
+#include <Tarnis/UserAuthenticator.h>
+#include <Tarnis/UserAuthenticatorResponse.h>
 
 #include <gtest/gtest.h>
 
@@ -132,6 +139,38 @@ TEST_F(LockRelease, ComesBetweenThePackagesOfAWrite)
     const std::string data(3 * package, '.');
     EXPECT_EQ(opened.write(data.data(), data.size()), data.size());
     expectFreeBetweenRequests(3);
+}
+
+// Another thread may be connecting again, and then the reason would be another one.
+TEST_F(LockRelease, DoesNotComeBeforeItIsKnownWhyThereIsNoChannel)
+{
+    Tarnis::SSHSession loggedIn;
+    static_cast<void>(loggedIn.connect());
+    static_cast<void>(loggedIn.hostAuthenticate(Tarnis::HostAuthenticatorNone()));
+    static_cast<void>(loggedIn.userAuthenticate(Tarnis::UserAuthenticatorNone()));
+    ASSERT_TRUE(loggedIn.isAuthenticated());
+    bool isRefused = false;
+    ON_CALL(libssh, ssh_channel_new).WillByDefault([&](auto...) -> ssh_channel {
+        noted = {releases};
+        isRefused = true;
+        return nullptr;
+    });
+    ON_CALL(libssh, ssh_is_connected).WillByDefault([&](auto...) {
+        if (isRefused) {
+            noted.push_back(releases);
+        }
+        return 1;
+    });
+    const auto expectHeld = [&] {
+        isRefused = false;
+        ASSERT_GT(noted.size(), 1U);
+        EXPECT_EQ(noted.back(), noted.front());
+    };
+    EXPECT_EQ(loggedIn.createProcess("command"), nullptr);
+    expectHeld();
+    EXPECT_EQ(loggedIn.execute("command").outcome, Tarnis::SSHExecuteResult::Outcome::NotStarted);
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::NoResources);
+    expectHeld();
 }
 
 } // namespace

@@ -53,6 +53,19 @@ TEST(SftpAttributes, AreDescribedWithTheSizeThatTheServerTold)
     EXPECT_EQ(info.modTime, atTick(50'000'000));
 }
 
+TEST(SftpAttributes, HaveTheStickyBitThatIsWantedOfThem)
+{
+    using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+    sftp_attributes_struct attributes{};
+    attributes.flags = SSH_FILEXFER_ATTR_PERMISSIONS;
+    attributes.permissions = 0040777;
+    EXPECT_TRUE(Tarnis::hasPermissions(attributes, Permissions(0777U)));
+    EXPECT_FALSE(Tarnis::hasPermissions(attributes, Permissions(01777U)));
+    attributes.permissions = 0041777;
+    EXPECT_TRUE(Tarnis::hasPermissions(attributes, Permissions(0777U)));
+    EXPECT_TRUE(Tarnis::hasPermissions(attributes, Permissions(01777U)));
+}
+
 TEST(SftpAttributes, HaveTimesOf100Nanoseconds)
 {
     sftp_attributes_struct attributes{};

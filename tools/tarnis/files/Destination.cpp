@@ -2,17 +2,42 @@
 
 #include "files/EntryNames.h"
 
+#include <FileSystem/Failure.h>
+
 namespace TarnisTool {
+
+namespace {
+
+using FileSystem::FailureCode;
+
+/// Whether a directory, or a link to one, stands where the system sees none. A server need not tell
+/// what its entries are: then what holds itself is one.
+bool isUntoldDirectory(const FileSystem::FileSystem2& system, const std::string& path)
+{
+    const auto type = system.fileType(system.pathRemoveTrailingSlash(path));
+    return type && type->isEmpty() && system.fileType(system.pathChildId(path, {"."}));
+}
+
+} // namespace
 
 Destination::Destination(Place& place, const std::string& target, std::size_t sourceCount)
     : target_(fileIdOf(target))
-    , isDirectory_(target_ == "." ||
-                   (place.system().directoryExists(target_) && place.isDirectoryItself(target_)))
 {
+    const auto& system = place.system();
+    const bool isSeen = target_ == "." || system.directoryExists(target_);
+    const auto why = isSeen ? FileSystem::Failure() : FileSystem::Failure::last();
+    isDirectory_ =
+        isSeen ? target_ == "." || place.isDirectoryItself(target_)
+               : why.code() == FailureCode::NotDirectory && isUntoldDirectory(system, target_);
     const bool mustBeDirectory = sourceCount > 1 || target_.back() == '/';
-    if (mustBeDirectory && !isDirectory_) {
-        place.refuse("cannot copy or move into", target_, "there is no such directory");
+    if (!mustBeDirectory || isDirectory_) {
+        return;
     }
+    // A place that does not answer the question has not said that there is none.
+    if (why && why.code() != FailureCode::NotFound && why.code() != FailureCode::NotDirectory) {
+        place.failBecause("cannot copy or move into", target_, why);
+    }
+    place.refuse("cannot copy or move into", target_, "there is no such directory");
 }
 
 std::string Destination::pathFor(const std::string& source) const

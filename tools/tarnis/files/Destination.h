@@ -22,7 +22,7 @@ public:
 
 private:
     std::string target_;
-    bool isDirectory_;
+    bool isDirectory_ = false;
 };
 
 /// Whether a path is another one or below it, as far as their texts tell: nothing can be copied or

@@ -94,7 +94,8 @@ bool MoveByCopy::copyTree(ProgressBar& bar)
         });
     const auto& system = place_.system();
     return areCopied && system.fileSetModTime(target_, info_.modTime) &&
-           system.fileSetPermissions(target_, info_.permissions);
+           system.directorySetPermissions(target_,
+                                          place_.withStickyBit(source_, info_.permissions));
 }
 
 /// With all below it. Fails where anything stands at the target.

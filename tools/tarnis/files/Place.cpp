@@ -25,6 +25,17 @@ bool Place::isDirectoryItself(const std::string& path) const
     return code != FailureCode::NotFound && code != FailureCode::NotDirectory;
 }
 
+Utilities::Flags<FileSystem::PosixFilePermissionFlag>
+Place::withStickyBit(const std::string& directory,
+                     Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const
+{
+    constexpr std::uint32_t sticky = 01000;
+    constexpr std::uint32_t writtenByOthers = 022;
+    const bool isOpen = (permissions.raw() & writtenByOthers) != 0;
+    const auto bits = isOpen ? mode(directory).value_or(0) & sticky : 0U;
+    return permissions | Utilities::Flags<FileSystem::PosixFilePermissionFlag>(bits);
+}
+
 std::string Place::writingProblem(const std::string& path)
 {
     if (system().directoryExists(path, false)) {

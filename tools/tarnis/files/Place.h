@@ -62,6 +62,12 @@ public:
     /// that cannot be told.
     virtual std::optional<std::uint32_t> mode(const std::string& path) const = 0;
 
+    /// The permissions of a directory, and the sticky bit where it has that and others than its
+    /// owner may write there. \param permissions the nine bits that it has, or is to have.
+    Utilities::Flags<FileSystem::PosixFilePermissionFlag>
+    withStickyBit(const std::string& directory,
+                  Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const;
+
     /// Throws a Failure "<what> <path>: <reason>" for an operation that failed.
     /// \param why  what FileSystem::Failure::last() said right after it.
     /// \param hint what the command knows itself; stands before the system's own words.

@@ -1,5 +1,6 @@
 #include "files/ResumedCopy.h"
 
+#include "files/CopyLoss.h"
 #include "files/OwnFile.h"
 #include "files/SinkFile.h"
 #include "files/TailFile.h"
@@ -193,11 +194,9 @@ bool ResumedCopy::copyWhole()
     const bool isCopied = from_.fileCopyAs(
         source_, to_, target_,
         [this](std::uint64_t done, std::uint64_t /*total*/) { return progress_(done); }, options_);
-    if (!isCopied && FileSystem::Failure::last().code() == FileSystem::FailureCode::NotKept) {
-        lost_ = FileSystem::Failure::last().text();
-        return true;
-    }
-    return isCopied;
+    const auto loss = isCopied ? std::nullopt : lossOf(FileSystem::Failure::last());
+    lost_ = loss.value_or("");
+    return isCopied || loss;
 }
 
 bool ResumedCopy::choosePart(const UseOfPath& useOfPath)
@@ -550,8 +549,8 @@ void ResumedCopy::setAttributes(const std::string& path)
 
 void ResumedCopy::note(const char* what)
 {
-    lost_ +=
-        std::string(lost_.empty() ? "" : "; ") + what + ": " + FileSystem::Failure::last().cause();
+    lost_ += std::string(lost_.empty() ? "could not keep " : "; ") + what + ": " +
+             FileSystem::Failure::last().cause();
 }
 
 bool ResumedCopy::publish()

@@ -68,7 +68,7 @@ public:
     /// What kept the copy from going on, where that is no failure of a system; empty otherwise.
     const std::string& problem() const noexcept { return problem_; }
 
-    /// What could not be preserved, and why; empty for nothing.
+    /// What it has not done though the file is complete, as lossOf(); empty for nothing.
     const std::string& lost() const noexcept { return lost_; }
 
 private:

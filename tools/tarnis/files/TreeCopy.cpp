@@ -1,5 +1,6 @@
 #include "files/TreeCopy.h"
 
+#include "files/CopyLoss.h"
 #include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/NewDirectory.h"
@@ -16,6 +17,10 @@ namespace TarnisTool {
 namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
+
+constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> stickyBit{01000U};
+constexpr auto byOthers = FileSystem::PosixFilePermissionFlag::GroupWrite |
+                          FileSystem::PosixFilePermissionFlag::OthersWrite;
 
 /// What is known of the target that keeps it from being copied to; empty for nothing.
 std::string targetProblem(const FileSystem::Failure& failure)
@@ -180,8 +185,9 @@ void TreeCopy::makeDirectory(const Job& job)
     } else {
         madeDirectories_.push_back({&job, std::nullopt});
         if (options_.preserves) {
-            madeDirectories_.back().permissions = job.info.permissions;
-            closeStanding(job);
+            const auto wanted = from_.withStickyBit(job.source, job.info.permissions);
+            madeDirectories_.back().permissions = to_.withStickyBit(job.target, wanted);
+            closeStanding(job, *madeDirectories_.back().permissions);
         }
     }
     // One of another source may have failed there.
@@ -190,14 +196,15 @@ void TreeCopy::makeDirectory(const Job& job)
 
 /// Takes from a directory that was there, before anything is put into it, what it is not to have in
 /// the end. Where that cannot be done it cannot be then either, and is told then.
-void TreeCopy::closeStanding(const Job& job)
+void TreeCopy::closeStanding(const Job& job, Permissions inTheEnd)
 {
     const auto& system = to_.system();
     const auto standing = system.directoryInfo(job.target);
     const auto has = standing ? standing->permissions : job.info.permissions;
-    const auto wanted = (has & job.info.permissions) | allOfTheOwner;
-    if (wanted != has) {
-        static_cast<void>(system.directorySetPermissions(job.target, wanted));
+    const auto wanted = (has & inTheEnd) | allOfTheOwner;
+    const auto sticky = inTheEnd & stickyBit;
+    if (wanted != has || !sticky.isEmpty()) {
+        static_cast<void>(system.directorySetPermissions(job.target, wanted | sticky));
     }
 }
 
@@ -213,7 +220,7 @@ TreeCopy::MadeDirectory TreeCopy::makeNew(const Job& job)
                         isTaken ? "something else stands there" : to_.writingProblem(job.target));
     }
     if (options_.preserves) {
-        return {&job, job.info.permissions};
+        return {&job, from_.withStickyBit(job.source, job.info.permissions)};
     }
     const bool isOnlyWhileFilled = made->isWidened || wanted != job.info.permissions;
     return {&job, isOnlyWhileFilled ? std::optional(made->permissions & job.info.permissions)
@@ -271,18 +278,16 @@ void TreeCopy::copyWhole(const Job& job)
         return;
     }
     const auto failure = FileSystem::Failure::last();
-    if (failure.code() != FileSystem::FailureCode::NotKept) {
+    const auto loss = lossOf(failure);
+    if (!loss) {
         if (options_.isInPlace) {
             halfWritten_ = to_.display(job.target) + " may be half-written";
         }
         // What the library says for its own callers is said in the program's words here.
-        const auto problem =
-            isClosed(job, failure)
-                ? "no file can be made beside it; --inplace writes into the file itself"
-                : targetProblem(failure);
-        throw failureOf(job, failure, problem, failure.text());
+        const std::string hint = hintAtInPlace(job, failure);
+        throw failureOf(job, failure, hint.empty() ? targetProblem(failure) : hint, failure.text());
     }
-    noteLoss(job, failure.text());
+    noteLoss(job, *loss);
 }
 
 void TreeCopy::resumeFile(const Job& job)
@@ -352,18 +357,23 @@ ResumedCopy::PathUse TreeCopy::useOf(const Job& job, const std::string& path) co
     return there && there->size != neighbour->size ? Use::Doubtful : Use::Taken;
 }
 
-/// Whether the target may perhaps be written, but not its directory.
-bool TreeCopy::isClosed(const Job& job, const FileSystem::Failure& failure) const
+/// What writing in place may do about it; empty for nothing.
+std::string TreeCopy::hintAtInPlace(const Job& job, const FileSystem::Failure& failure) const
 {
-    return failure.code() == FileSystem::FailureCode::CannotReplace &&
-           failure.entry() == job.target;
+    if (failure.code() != FileSystem::FailureCode::OnlyInPlace || failure.entry() != job.target) {
+        return {};
+    }
+    return to_.system().fileType(job.target)
+               ? "no file can be made beside it; --inplace writes into the file itself"
+               : "no hidden file beside it can be made or gets its name; --inplace makes it under "
+                 "its own";
 }
 
 /// The file is there all the same.
 void TreeCopy::noteLoss(const Job& job, const std::string& what)
 {
-    note("copied " + from_.display(job.source) + " to " + to_.display(job.target) +
-         ", but could not keep " + what);
+    note("copied " + from_.display(job.source) + " to " + to_.display(job.target) + ", but " +
+         what);
 }
 
 bool TreeCopy::noteProgress(std::uint64_t done)
@@ -388,9 +398,9 @@ Failure TreeCopy::failureOf(const Job& job, const FileSystem::Failure& why, cons
 
 Utilities::Flags<Option> TreeCopy::copyFlags() const
 {
-    Utilities::Flags<Option> flags;
+    Utilities::Flags<Option> flags = Option::PreserveBestEffort;
     if (options_.preserves) {
-        flags |= Option::PreservePermissions | Option::PreserveModTime | Option::PreserveBestEffort;
+        flags |= Option::PreservePermissions | Option::PreserveModTime;
     }
     if (options_.isInPlace) {
         flags |= Option::InPlace;
@@ -426,13 +436,19 @@ void TreeCopy::finish(const MadeDirectory& made)
 {
     const auto& system = to_.system();
     const auto& job = *made.job;
-    const bool isSet =
-        (!options_.preserves || system.directorySetModTime(job.target, job.info.modTime)) &&
-        (!made.permissions || system.directorySetPermissions(job.target, *made.permissions));
-    if (!isSet) {
-        note("cannot keep permissions and time of " + to_.display(job.target) + ": " +
-             FileSystem::Failure::last().cause());
+    const bool isTimeSet =
+        !options_.preserves || system.directorySetModTime(job.target, job.info.modTime);
+    if (isTimeSet &&
+        (!made.permissions || system.directorySetPermissions(job.target, *made.permissions))) {
+        return;
     }
+    const auto why = FileSystem::Failure::last();
+    if (isTimeSet && !(*made.permissions & stickyBit).isEmpty()) {
+        // It may have all but that bit, and then anybody could remove what is in it.
+        static_cast<void>(system.directorySetPermissions(
+            job.target, made.permissions->without(stickyBit | byOthers)));
+    }
+    note("cannot keep permissions and time of " + to_.display(job.target) + ": " + why.cause());
 }
 
 void TreeCopy::note(const std::string& failure)

@@ -51,6 +51,8 @@ public:
     bool run();
 
 private:
+    using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+
     struct Job
     {
         std::string source;
@@ -65,7 +67,7 @@ private:
     {
         const Job* job;
         /// What it is to have in the end, if not what it has.
-        std::optional<Utilities::Flags<FileSystem::PosixFilePermissionFlag>> permissions;
+        std::optional<Permissions> permissions;
     };
 
     std::string followLink(const std::string& source);
@@ -74,7 +76,7 @@ private:
     bool claim(const Job& job);
     void copy(const Job& job);
     void makeDirectory(const Job& job);
-    void closeStanding(const Job& job);
+    void closeStanding(const Job& job, Permissions inTheEnd);
     MadeDirectory makeNew(const Job& job);
     void copyLink(const Job& job);
     void copyFile(const Job& job);
@@ -85,7 +87,7 @@ private:
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
                       const std::string& said);
-    bool isClosed(const Job& job, const FileSystem::Failure& failure) const;
+    std::string hintAtInPlace(const Job& job, const FileSystem::Failure& failure) const;
     ResumedCopy::PathUse useOf(const Job& job, const std::string& path) const;
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;
