@@ -123,6 +123,12 @@ std::error_code classifyConnectFailure(const ConnectFacts& facts)
                                               : classifyKeyExchange(facts);
 }
 
+bool isReasonForgotten(const ConnectFacts& facts)
+{
+    return !facts.wasInterrupted && !facts.isTimeUp && !facts.serverIdentification.empty() &&
+           beginsWith(facts.text, socketError) && facts.shownText.empty();
+}
+
 void noteConnectFailure(const ConnectFacts& facts, int number, std::string where)
 {
     const auto code = classifyConnectFailure(facts);

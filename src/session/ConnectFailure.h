@@ -27,6 +27,12 @@ struct ConnectFacts
 /// else tells. The one place where messages about connecting are looked at.
 std::error_code classifyConnectFailure(const ConnectFacts& facts);
 
+/// Whether libssh itself has given the key exchange up and forgotten why. It closes the socket
+/// then, and where something was still to be sent, that this fails takes the place of the reason
+/// (seen in 0.10.6, where the server's offer comes between its identification and the next look at
+/// the socket). Another attempt tells the reason.
+bool isReasonForgotten(const ConnectFacts& facts);
+
 /// Notes the failure for FileSystem::Failure::last().
 /// \param number libssh's code for it.
 /// \param where the host and port that the attempt went to.

@@ -136,26 +136,31 @@ bool SSHSession::do_connect()
         return FileSystem::fail(SSHFailureCode::AlreadyConnected);
     }
     state_->exchange(RemoteSessionState::Connecting);
-    const int result = runConnect(interruptsBefore);
-    state_->exchange(result == SSH_OK ? RemoteSessionState::HostAuthenticating
-                                      : RemoteSessionState::Disconnected);
-    return result == SSH_OK;
+    const bool isConnected = runConnect(interruptsBefore) == SSH_OK;
+    state_->exchange(isConnected ? RemoteSessionState::HostAuthenticating
+                                 : RemoteSessionState::Disconnected);
+    return isConnected;
 }
 
-/// To be called under the lock.
+/// To be called under the lock. A second attempt finds out why the first one failed, where libssh
+/// has forgotten that.
 int SSHSession::runConnect(std::uint64_t interruptsBefore)
 {
-    if (!connection_->prepare(*session_, interruptsBefore)) {
-        return SSH_ERROR;
+    constexpr int mostAttempts = 2;
+    bool isReasonForgotten = true;
+    for (int attempt = 0; attempt < mostAttempts && isReasonForgotten; ++attempt) {
+        if (!connection_->prepare(*session_, interruptsBefore)) {
+            return SSH_ERROR;
+        }
+        const int result = callUnblocked(
+            *session_, [this](ssh_session session) { return connection_->tryConnect(session); });
+        if (result == SSH_OK) {
+            callLocked(*session_, SSHSessionConnection::tuneSocket);
+            return SSH_OK;
+        }
+        isReasonForgotten = connection_->giveUp(*session_, result);
     }
-    const int result = callUnblocked(
-        *session_, [this](ssh_session session) { return connection_->tryConnect(session); });
-    if (result == SSH_OK) {
-        callLocked(*session_, SSHSessionConnection::tuneSocket);
-    } else {
-        connection_->giveUp(*session_, result);
-    }
-    return result;
+    return SSH_ERROR;
 }
 
 bool SSHSession::do_disconnect()

@@ -168,7 +168,7 @@ int SSHSessionConnection::tryConnect(ssh_session session)
     return result == SSH_OK && socket_.isInterrupted() ? SSH_ERROR : result;
 }
 
-void SSHSessionConnection::giveUp(SSHHandleSession& session, int result)
+bool SSHSessionConnection::giveUp(SSHHandleSession& session, int result)
 {
     if (result == SSH_AGAIN) {
         callLocked(session, explainTimeOut);
@@ -180,6 +180,7 @@ void SSHSessionConnection::giveUp(SSHHandleSession& session, int result)
                        placeOf(session));
     callLocked(session, ssh_silent_disconnect);
     socket_.detach();
+    return isReasonForgotten(facts);
 }
 
 ConnectFacts SSHSessionConnection::factsOf(SSHHandleSession& session, int result) const

@@ -43,8 +43,9 @@ public:
     bool isInterrupted() const { return socket_.isInterrupted(); }
 
     /// Gives a failed attempt up: notes why it failed, closes its socket, and leaves an error text
-    /// where libssh has none, as when the time was up.
-    void giveUp(SSHHandleSession& session, int result);
+    /// where libssh has none, as when the time was up. True: libssh has forgotten why, and would
+    /// tell at another attempt.
+    bool giveUp(SSHHandleSession& session, int result);
 
     /// Settings of the socket of a connection that stands: a peer that vanished is noticed within
     /// two minutes, and sending never blocks.

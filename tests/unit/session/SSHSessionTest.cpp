@@ -256,6 +256,54 @@ TEST_F(Session, ConnectsInNonBlockingModeAndRestoresTheFormerOne)
     EXPECT_EQ(libssh.blocking, 1);
 }
 
+class NamedSession : public Session
+{
+protected:
+    NamedSession()
+    {
+        ON_CALL(libssh, ssh_options_get(_, SSH_OPTIONS_HOST, _))
+            .WillByDefault(DoAll(SetArgPointee<2>(name_), Return(SSH_OK)));
+        ON_CALL(libssh, ssh_options_copy)
+            .WillByDefault(DoAll(SetArgPointee<1>(fakeSession(1)), Return(SSH_OK)));
+    }
+
+private:
+    char name_[5] = "host";
+};
+
+// That libssh itself has given the key exchange up may get lost behind a text about the socket.
+TEST_F(NamedSession, IsTriedOnceMoreForAReasonThatIsForgotten)
+{
+    constexpr const char* reason =
+        "kex error : no match for method mac algo client->server: server [a], client [b]";
+    EXPECT_CALL(libssh, ssh_connect(fakeSession(0))).WillOnce(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, ssh_connect(fakeSession(1))).WillOnce(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, ssh_get_error(fakeSession(0))).WillRepeatedly(Return(madeUpError));
+    EXPECT_CALL(libssh, ssh_get_error(fakeSession(1))).WillRepeatedly(Return(reason));
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::NoCommonAlgorithm);
+    EXPECT_TRUE(session.getAlgorithmMismatch().has_value());
+    EXPECT_EQ(session.getState(), RemoteSessionState::Disconnected);
+}
+
+TEST_F(NamedSession, IsTriedNoThirdTimeForItsReason)
+{
+    EXPECT_CALL(libssh, ssh_connect).Times(2).WillRepeatedly(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, ssh_get_error).WillRepeatedly(Return(madeUpError));
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::Lost);
+    EXPECT_EQ(Failure::last().source(), FileSystem::FailureSource::Transport);
+    EXPECT_EQ(Failure::last().text(), "");
+}
+
+TEST_F(NamedSession, IsTriedOnceWhereTheReasonIsKnown)
+{
+    EXPECT_CALL(libssh, ssh_connect).WillOnce(Return(SSH_ERROR));
+    EXPECT_CALL(libssh, ssh_get_error).WillRepeatedly(Return("Socket error: disconnected"));
+    EXPECT_FALSE(session.connect());
+    EXPECT_EQ(Failure::last().code(), Tarnis::SSHFailureCode::Lost);
+}
+
 TEST_F(Session, IsConnectingWhileItConnects)
 {
     RemoteSessionState during{};
@@ -346,15 +394,6 @@ TEST_F(Session, KeepsTheFailedSessionAndItsErrorUntilTheNextAttempt)
     EXPECT_FALSE(session.connect());
     EXPECT_EQ(session.getLastError(), "Connection refused");
     Mock::VerifyAndClearExpectations(&libssh);
-}
-
-TEST_F(Session, DoesNotExplainAFailedConnectByWhatLibsshMakesUp)
-{
-    EXPECT_CALL(libssh, ssh_connect).WillOnce(Return(SSH_ERROR));
-    EXPECT_CALL(libssh, ssh_get_error).WillRepeatedly(Return(madeUpError));
-    EXPECT_FALSE(session.connect());
-    EXPECT_EQ(Failure::last().source(), FileSystem::FailureSource::Transport);
-    EXPECT_EQ(Failure::last().text(), "");
 }
 
 TEST_F(Session, WithoutMemoryForAFreshSessionKeepsTheOldOne)
