@@ -40,9 +40,9 @@ int main(int argc, char** argv)
     if (!remote) {
         return 1;
     }
-    const std::string path = argv[1 + Login::argumentCount];
+    const std::string target = argv[1 + Login::argumentCount];
     // Under another name until it is complete.
-    const std::string unfinished = path + ".part";
+    const std::string unfinished = target + ".part";
     auto file = remote->fileOpen(unfinished, Mode::Write | Mode::Create | Mode::Truncate);
     // Some servers tell only at the end that they could not keep it all.
     if (!file || !writeInput(*file, remote->recommendedWriteBufferSize()) || !file->commit()) {
@@ -52,7 +52,7 @@ int main(int argc, char** argv)
         return 1;
     }
     file.reset(); // closes it
-    if (!remote->fileRenameAs(unfinished, path)) {
+    if (!remote->fileRenameAs(unfinished, target)) {
         failed();
         static_cast<void>(remote->fileRemove(unfinished));
         return 1;

@@ -23,10 +23,10 @@ std::string hiddenPath(const std::string& path, HiddenNameUse use)
 }
 
 /// Whether a renaming that was reported as failed was done all the same.
-bool isRenamed(const StorageSystem& system, const std::string& path, const std::string& newPath)
+bool isRenamed(const StorageSystem& system, const std::string& from, const std::string& to)
 {
     const FailureKeeper keeper;
-    return !system.fileType(path) && system.fileType(newPath);
+    return !system.fileType(from) && system.fileType(to);
 }
 
 bool isLocal(const StorageSystem& system)
@@ -71,14 +71,14 @@ bool isOtherName(const StorageSystem& system, const std::string& path,
 
 } // namespace
 
-bool FileReplacement::rename(const StorageSystem& system, const std::string& path,
-                             const std::string& newPath)
+bool FileReplacement::rename(const StorageSystem& system, const std::string& from,
+                             const std::string& to)
 {
     const auto* const byPath = dynamic_cast<const FileSystem2*>(&system);
     if (byPath != nullptr) {
-        return byPath->fileRenameAs(path, newPath);
+        return byPath->fileRenameAs(from, to);
     }
-    return system.fileRename(path, PathText::fileName(newPath)).has_value();
+    return system.fileRename(from, PathText::fileName(to)).has_value();
 }
 
 bool FileReplacement::replace(const StorageSystem& system, const std::string& path,

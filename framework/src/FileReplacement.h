@@ -15,8 +15,7 @@ class FileReplacement
 {
 public:
     /// False: it is where it was, as far as the system tells.
-    static bool rename(const StorageSystem& system, const std::string& path,
-                       const std::string& newPath);
+    static bool rename(const StorageSystem& system, const std::string& from, const std::string& to);
 
     /// Is told where what made room still is, when the system does not remove it; the failure at
     /// hand says why.

@@ -91,10 +91,10 @@ class FILESYSTEM_EXPORT Failure
 public:
     /// No failure.
     Failure();
-    Failure(const Failure&);
-    Failure(Failure&&) noexcept;
-    Failure& operator=(const Failure&);
-    Failure& operator=(Failure&&) noexcept;
+    Failure(const Failure& other);
+    Failure(Failure&& other) noexcept;
+    Failure& operator=(const Failure& other);
+    Failure& operator=(Failure&& other) noexcept;
     ~Failure();
 
     /// The failure of the calling thread's last public operation; none when it succeeded.
