@@ -19,7 +19,7 @@ bool setPermissions(int file, const struct stat& now, mode_t wanted)
 /// The owner and the group where that is allowed, or else the group.
 bool setOwner(int file, const struct stat& now, const StorageSystemOwner& wanted)
 {
-    constexpr uid_t same = static_cast<uid_t>(-1);
+    constexpr auto same = static_cast<uid_t>(-1);
     return (now.st_uid == wanted.user && now.st_gid == wanted.group) ||
            ::fchown(file, wanted.user, wanted.group) == 0 ||
            ::fchown(file, same, wanted.group) == 0;
