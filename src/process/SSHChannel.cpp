@@ -247,7 +247,11 @@ std::optional<std::string> SSHChannel::getExitSignal() const
     // Takes in what has arrived.
     static_cast<void>(queryExitStatus());
     noteIfCutOff();
-    return scope.answer(channel.getExit() != nullptr ? channel.getExit()->signal() : std::nullopt);
+    std::optional<std::string> signal;
+    if (channel.getExit() != nullptr) {
+        signal = channel.getExit()->signal();
+    }
+    return scope.answer(std::move(signal));
 }
 
 SSHChannel::ExitStatus SSHChannel::queryExitStatus() const

@@ -75,7 +75,7 @@ void explainTimeOut(ssh_session session)
 /// The host and the port that an attempt goes to, for people.
 std::string placeOf(SSHHandleSession& session)
 {
-    const std::string host = readTextOption(session, SSH_OPTIONS_HOST);
+    std::string host = readTextOption(session, SSH_OPTIONS_HOST);
     unsigned int port = 0;
     if (host.empty() || callLocked(session, ssh_options_get_port, &port) != SSH_OK) {
         return host;
