@@ -296,7 +296,24 @@ TEST_F(ScriptedStreamTest, APipeThatNobodyReadsIsWaitedForUntilAnInterrupt)
     EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted before anybody read"));
 }
 
-using ScriptedInPlaceTest = ScriptedFilesTest;
+class ScriptedInPlaceTest : public ScriptedFilesTest
+{
+protected:
+    /// Where the server has a rule that lets no new file be made beside its place.
+    void expectHelpForANewFile(const SftpRule& rule)
+    {
+        here().write("f", "new");
+        SftpScript script;
+        script.rules = {rule};
+        sftp().setScript(script);
+        expectFailure(tarnis("put", {here().file("f"), at("f")}),
+                      ": no hidden file beside it can be made or gets its name; --inplace makes it "
+                      "under its own");
+        EXPECT_THAT(namesIn(sftp().root()), testing::IsEmpty());
+        expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
+        EXPECT_EQ(readFile(sftp().path("f")), "new");
+    }
+};
 
 TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereNothingCanBeMadeBesideTheFile)
 {
@@ -333,17 +350,14 @@ TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereTheFileCannotGetItsName)
 
 TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerTakesNoHiddenNames)
 {
-    here().write("f", "new");
-    SftpScript script;
-    script.rules = {
-        {onPath(every(SftpPacket::Open), ".part"), SftpActions::refuse(SftpStatus::NoSuchFile)}};
-    sftp().setScript(script);
-    expectFailure(tarnis("put", {here().file("f"), at("f")}),
-                  ": no hidden file beside it can be made or gets its name; --inplace makes it "
-                  "under its own");
-    EXPECT_THAT(namesIn(sftp().root()), testing::IsEmpty());
-    expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
-    EXPECT_EQ(readFile(sftp().path("f")), "new");
+    expectHelpForANewFile(
+        {onPath(every(SftpPacket::Open), ".part"), SftpActions::refuse(SftpStatus::NoSuchFile)});
+}
+
+TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerDoesNotRename)
+{
+    expectHelpForANewFile(
+        {every(SftpPacket::Rename), SftpActions::refuse(SftpStatus::OpUnsupported)});
 }
 
 TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereNoNewFileIsPermitted)
@@ -356,20 +370,6 @@ TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereNoNewFileIsPermitted)
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(result.errorOutput, HasSubstr("permission denied"));
     EXPECT_THAT(result.errorOutput, testing::Not(HasSubstr("inplace")));
-}
-
-TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerDoesNotRename)
-{
-    here().write("f", "new");
-    SftpScript script;
-    script.rules = {{every(SftpPacket::Rename), SftpActions::refuse(SftpStatus::OpUnsupported)}};
-    sftp().setScript(script);
-    expectFailure(tarnis("put", {here().file("f"), at("f")}),
-                  ": no hidden file beside it can be made or gets its name; --inplace makes it "
-                  "under its own");
-    EXPECT_THAT(namesIn(sftp().root()), testing::IsEmpty());
-    expectQuiet(tarnis("put", {"--inplace", here().file("f"), at("f")}));
-    EXPECT_EQ(readFile(sftp().path("f")), "new");
 }
 
 // Where its directory is not there, and where it is this machine that refuses.
