@@ -32,7 +32,7 @@ int FileCommand::run(const std::vector<std::string>& words)
     for (const std::string& operand : operands) {
         if (operand.size() > 1 && operand.front() == '-') {
             throw UsageError("there is no option \"" + optionName(operand) +
-                             "\"; names follow \"--\"");
+                             R"("; names follow "--")");
         }
     }
     operands.insert(operands.end(), words.begin(), words.end());
