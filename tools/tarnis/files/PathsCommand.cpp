@@ -45,7 +45,7 @@ int PathsCommand::work(const std::vector<std::string>& operands)
 void PathsCommand::note(RemotePlace& place, const Failure& failure)
 {
     if (failure.kind() == FailureKind::LocalProblem || failure.kind() == FailureKind::Cancelled) {
-        throw failure;
+        throw Failure(failure);
     }
     hasFailed_ = true;
     place.requireAlive();
