@@ -20,17 +20,17 @@ std::vector<TreeEntry> TreeWalk::entriesBelow(const std::string& root)
     std::vector<TreeEntry> entries;
     std::vector<std::string> waiting{""};
     while (!waiting.empty() && !cancellation_.isRequested()) {
-        const std::string directory = std::move(waiting.back());
+        const std::string below = std::move(waiting.back());
         waiting.pop_back();
         const std::size_t before = entries.size();
         try {
-            listInto(entries, root, directory);
+            listInto(entries, root, below);
         } catch (const Failure& failure) {
             place_.requireAlive();
-            const std::string path = joinPath(root, directory);
-            if (!directory.empty() && place_.system().directoryExists(path, false) &&
+            const std::string path = joinPath(root, below);
+            if (!below.empty() && place_.system().directoryExists(path, false) &&
                 !place_.isDirectoryItself(path)) {
-                leaveOutOther(entries, root, directory);
+                leaveOutOther(entries, root, below);
             } else {
                 leaveOut(failure.what());
             }
