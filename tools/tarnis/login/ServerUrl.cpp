@@ -86,12 +86,12 @@ std::optional<ServerUrl> parseServerUrl(const std::string& text)
     ServerUrl url{rest->substr(0, slash), {}};
     refusePassword(url.authority);
     if (rest->find_first_of("?#") != std::string::npos) {
-        throw UsageError("\"" + text + "\" names no server: in an address, \"?\" and \"#\" are " +
+        throw UsageError("\"" + text + R"(" names no server: in an address, "?" and "#" are )" +
                          "written %3F and %23");
     }
     const auto path = decodePercent(rest->substr(slash));
     if (!path) {
-        throw UsageError("\"" + text + "\" names no path: \"%\" stands before two hexadecimal " +
+        throw UsageError("\"" + text + R"(" names no path: "%" stands before two hexadecimal )" +
                          "digits; a \"%\" itself is written %25");
     }
     url.path = *path;
