@@ -1,8 +1,11 @@
 #include "support/SshAgent.h"
 
+#include "support/UniqueFd.h"
+
 #include <stdexcept>
 
-#include <sys/stat.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace TarnisTest {
 
@@ -16,10 +19,18 @@ Command agentCommand(const std::string& socketPath)
     return command;
 }
 
-bool isSocket(const std::string& path)
+/// The socket stands there a moment before anybody listens at it.
+bool isAnswered(const std::string& path)
 {
-    struct stat status = {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+    const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        return false;
+    }
+    path.copy(address.sun_path, path.size());
+    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+           0;
 }
 
 } // namespace
@@ -28,7 +39,7 @@ SshAgent::SshAgent()
     : socketPath_(directory_.file("agent"))
     , process_(agentCommand(socketPath_))
 {
-    if (!waitUntil([this] { return isSocket(socketPath_); })) {
+    if (!waitUntil([this] { return isAnswered(socketPath_); })) {
         throw std::runtime_error("ssh-agent does not come up: " + process_.errorOutput());
     }
 }
