@@ -37,7 +37,9 @@ public:
 
     /// Connects to the server and exchanges keys. Blocks until that is done or failed, at most
     /// about 100 seconds; resolving the host name comes on top of it. A connection that is at its
-    /// end is left behind for the new one, with whatever it brought that was not read.
+    /// end is left behind for the new one, with whatever it brought that was not read. Where the
+    /// key exchange failed and libssh has forgotten why, there is a second attempt, with as much
+    /// time.
     ///
     /// True: the state is HostAuthenticating. False: the session was not Disconnected (nothing was
     /// done), or the attempt failed (the state is Disconnected and connect() may be called again).

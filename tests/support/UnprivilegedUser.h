@@ -32,4 +32,29 @@ private:
     const bool changed_;
 };
 
+/// For as long as it lives, a process that acts as nobody only because of an UnprivilegedUser is
+/// the superuser's again: to set up what nobody else can. Does nothing for any other.
+class PrivilegedMoment
+{
+public:
+    PrivilegedMoment()
+        : user_(::geteuid())
+        , changed_(user_ != 0 && ::getuid() == 0 && ::seteuid(0) == 0)
+    {}
+
+    PrivilegedMoment(const PrivilegedMoment&) = delete;
+    PrivilegedMoment& operator=(const PrivilegedMoment&) = delete;
+
+    ~PrivilegedMoment()
+    {
+        if (changed_) {
+            static_cast<void>(::seteuid(user_));
+        }
+    }
+
+private:
+    const uid_t user_;
+    const bool changed_;
+};
+
 } // namespace TarnisTest

@@ -44,8 +44,8 @@ enum class FailureCode : int
     Changed,        ///< Something became something else, or ended early, while it was worked on.
     NotKept,        ///< The system said yes, and what was to be set is not there.
     NotALink,       ///< What is there is no symbolic link.
-    OnlyInPlace,    ///< A copy cannot gather beside its target under a hidden name, or not get its
-                    ///< own from there; StorageSystemCopyOptionFlag::InPlace may help.
+    OnlyInPlace,    ///< No hidden file can be made beside a copy's target, or it cannot get the
+                    ///< target's name; StorageSystemCopyOptionFlag::InPlace may help.
                     ///< permission_denied, operation_not_permitted
     NotRemoved,     ///< A file that was replaced is left under a hidden name.
 };

@@ -1,6 +1,7 @@
 #include "contract/ContractTest.h"
 #include "contract/CopyRoutes.h"
 #include "support/PseudoRandom.h"
+#include "support/UnprivilegedUser.h"
 
 #include <FileSystem/Failure.h>
 
@@ -322,6 +323,7 @@ TEST_P(FileCopyContract, NeverReplacesADevice)
     const auto device = [this](const char* name, mode_t kind) {
         // The numbers of /dev/null, and of a disk that is not there.
         const dev_t number = kind == S_IFCHR ? makedev(1, 3) : makedev(7, 250);
+        const PrivilegedMoment superuser;
         return ::mknod(localTargetPath(targetPath(name)).c_str(), kind | 0600, number) == 0;
     };
     if (!device("character", S_IFCHR) || !device("block", S_IFBLK)) {

@@ -206,6 +206,61 @@ TEST_F(ResumeTest, NeverGoesOnFromSomebodyElsesPart)
     }
 }
 
+TEST_F(ResumeTest, APrivateFileComesIntoAPartThatIsClosedFirst)
+{
+    there().write("f", data_, 0600);
+    const std::string part = here().write(".f.tarnis-part", data_.substr(0, kBeginning), 0644);
+    line().cutAfterBytes(TcpProxy::ToClient, kBeginning + 300'000, TcpProxy::Cut::Reset);
+    EXPECT_EQ(tarnis("get", {"--resume", counted("f"), here().path().string()}).exitCode, 1);
+    EXPECT_GT(std::filesystem::file_size(part), kBeginning);
+    EXPECT_EQ(modeOf(part), 0600U);
+}
+
+TEST_F(ScriptedResumeTest, APartThatSomebodyElsePutsThereMeanwhileGetsNoByte)
+{
+    constexpr uid_t somebody = 12'345;
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser gives files away";
+    }
+    put("f", data_);
+    const std::string beginning = data_.substr(0, kBeginning);
+    here().write(".f.tarnis-part", beginning);
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 1), SftpActions::stopReading()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("get", {"--resume", at("f"), here().path().string()}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Read) > 0; }))
+        << tool->errorOutput();
+    const std::string planted = here().write("planted", beginning, 0666);
+    ASSERT_EQ(::chown(planted.c_str(), somebody, somebody), 0);
+    std::filesystem::rename(planted, here().file(".f.tarnis-part"));
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr(".f.tarnis-part is somebody else's"));
+    EXPECT_EQ(std::filesystem::file_size(here().file(".f.tarnis-part")), kBeginning);
+    EXPECT_THAT(namesIn(here().path()), ElementsAre(".f.tarnis-part"));
+}
+
+TEST_F(ScriptedResumeTest, WhatAGroupMayIsNotForThatOfANewPart)
+{
+    constexpr gid_t group = 23'456;
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser gives files away";
+    }
+    here().write("f", data_);
+    put("f", data_.substr(0, kBeginning));
+    const std::string target = sftp().path("f");
+    ASSERT_EQ(::chown(target.c_str(), ::geteuid(), group), 0);
+    ASSERT_EQ(::chmod(target.c_str(), 0660), 0);
+    SftpScript script;
+    script.emptying = SftpEmptying::FirstWritten;
+    sftp().setScript(script);
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), at("")}));
+    EXPECT_EQ(sha256(readFile(target)), sha256(data_));
+    EXPECT_NE(statusOf(target).st_gid, group);
+    EXPECT_EQ(modeOf(target), 0600U);
+}
+
 TEST_F(ResumeTest, APartWithASecondNameIsNone)
 {
     there().write("f", data_);

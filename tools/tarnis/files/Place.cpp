@@ -29,11 +29,9 @@ Utilities::Flags<FileSystem::PosixFilePermissionFlag>
 Place::withStickyBit(const std::string& directory,
                      Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const
 {
-    constexpr std::uint32_t sticky = 01000;
-    constexpr std::uint32_t writtenByOthers = 022;
-    const bool isOpen = (permissions.raw() & writtenByOthers) != 0;
-    const auto bits = isOpen ? mode(directory).value_or(0) & sticky : 0U;
-    return permissions | Utilities::Flags<FileSystem::PosixFilePermissionFlag>(bits);
+    const bool isOpen = !(permissions & writtenByOthers).isEmpty();
+    const bool isSticky = isOpen && (mode(directory).value_or(0) & stickyBit.raw()) != 0;
+    return isSticky ? permissions | stickyBit : permissions;
 }
 
 std::string Place::writingProblem(const std::string& path)

@@ -11,6 +11,13 @@
 
 namespace TarnisTool {
 
+/// Of a directory: only owners remove what is in it.
+inline constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> stickyBit{01000U};
+
+/// That others than the owner may write.
+inline constexpr auto writtenByOthers = FileSystem::PosixFilePermissionFlag::GroupWrite |
+                                        FileSystem::PosixFilePermissionFlag::OthersWrite;
+
 /// A file system that a command works on, together with the way in which it explains failures to
 /// the user. The operations here throw Failure with the path, the host and the reason.
 class Place

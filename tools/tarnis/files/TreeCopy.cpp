@@ -18,10 +18,6 @@ namespace {
 
 using Option = FileSystem::StorageSystemCopyOptionFlag;
 
-constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> stickyBit{01000U};
-constexpr auto byOthers = FileSystem::PosixFilePermissionFlag::GroupWrite |
-                          FileSystem::PosixFilePermissionFlag::OthersWrite;
-
 /// What is known of the target that keeps it from being copied to; empty for nothing.
 std::string targetProblem(const FileSystem::Failure& failure)
 {
@@ -446,7 +442,7 @@ void TreeCopy::finish(const MadeDirectory& made)
     if (isTimeSet && !(*made.permissions & stickyBit).isEmpty()) {
         // It may have all but that bit, and then anybody could remove what is in it.
         static_cast<void>(system.directorySetPermissions(
-            job.target, made.permissions->without(stickyBit | byOthers)));
+            job.target, made.permissions->without(stickyBit | writtenByOthers)));
     }
     note("cannot keep permissions and time of " + to_.display(job.target) + ": " + why.cause());
 }
