@@ -8,6 +8,7 @@
 #   asan      every test under the address and undefined-behaviour sanitizers
 #   tsan      every test under the thread sanitizer
 #   valgrind  the tests of the libraries under valgrind
+#   fuzz      the fuzzer of SFTP's packets, for a minute or $TARNIS_FUZZ_SECONDS
 #   lint      formatting, clang-tidy, shell scripts, documents
 #   style     the same without clang-tidy, in seconds
 #   coverage  every test, then the line coverage of src/ and framework/
@@ -52,6 +53,18 @@ lane_valgrind() {
     run_tests valgrind -LE 'slow|tool|packaging|abi'
 }
 
+# Starts from the inputs in the tree and from what earlier runs have found. An input that fails is
+# left in the build directory.
+lane_fuzz() {
+    local found=build/fuzz/corpus/sftp_wire
+    ensure_packages fuzz
+    build fuzz
+    mkdir -p "$found"
+    cp tests/fuzz/corpus/sftp_wire/* "$found"
+    build/fuzz/tests/fuzz/sftp_wire_fuzzer -max_total_time="${TARNIS_FUZZ_SECONDS:-60}" \
+        -max_len=4096 -print_final_stats=1 -artifact_prefix=build/fuzz/ "$found"
+}
+
 lane_coverage() {
     ensure_packages coverage
     build coverage
@@ -81,6 +94,7 @@ lane() {
     dev | clang | asan | tsan) lane_plain "$1" ;;
     compile) lane_compile ;;
     valgrind) lane_valgrind ;;
+    fuzz) lane_fuzz ;;
     coverage) lane_coverage ;;
     lint) lane_lint ;;
     debian13) lane_release debian13 trixie ;;
@@ -88,12 +102,12 @@ lane() {
     style) lane_lint style ;;
     all)
         local each
-        for each in lint dev clang asan tsan valgrind coverage; do
+        for each in lint dev clang asan tsan valgrind fuzz coverage; do
             lane "$each"
         done
         ;;
     *)
-        sed -n '4,18s/^# \{0,1\}//p' "$0" >&2
+        sed -n '4,19s/^# \{0,1\}//p' "$0" >&2
         exit 2
         ;;
     esac

@@ -14,6 +14,7 @@ packages_for() {
     demo) echo "$build $server" ;;
     test) echo "$test" ;;
     valgrind) echo "$test" ;;
+    fuzz) echo "$test libclang-rt-dev" ;;
     coverage) echo "$test gcovr" ;;
     lint) echo "$test clang-format clang-tidy shellcheck" ;;
     bench) echo "$build $server valgrind curl lftp rclone" ;;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Includes of src/ point downwards only: process and sftp to session, session to auth, auth to
-# handles. framework/ includes nothing above it, and public headers no libssh header.
+# handles; sftp to sftp/wire. framework/ includes nothing above it, and public headers no libssh
+# header.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
@@ -20,6 +21,7 @@ forbid src/handles '(auth|session|process|sftp)/' "handles must not include what
 forbid src/auth '(session|process|sftp)/' "auth must not include what is above it"
 forbid src/session '(process|sftp)/' "session must not include what is above it"
 forbid src/process 'sftp/' "process and sftp stand side by side"
+forbid src/sftp/wire 'sftp/S' "the protocol on the wire knows nothing of the file systems above it"
 forbid framework '(Tarnis|libssh|handles|auth|session|process|sftp)/' "the framework knows nothing of SSH"
 forbid include 'libssh/' "no public header may bring libssh along"
 forbid tools '(libssh|handles|auth|session|process|sftp)/' "the program is a client of the public headers"

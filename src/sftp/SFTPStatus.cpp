@@ -1,87 +1,51 @@
 #include "sftp/SFTPStatus.h"
 
+#include "sftp/wire/SFTPProtocol.h"
+
 namespace Tarnis {
 
 using FileSystem::FailureCode;
 
-namespace {
-
-// The values as the protocol numbers them. Version 3 ends with the ninth; some servers send the
-// later ones all the same, and libssh has no names for the last of them.
-enum Status : std::uint32_t
-{
-    Ok,
-    EndOfFile,
-    NoSuchFile,
-    PermissionDenied,
-    Failure,
-    BadMessage,
-    NoConnection,
-    ConnectionLost,
-    OperationUnsupported,
-    InvalidHandle,
-    NoSuchPath,
-    FileAlreadyExists,
-    WriteProtect,
-    NoMedia,
-    NoSpaceOnFileSystem,
-    QuotaExceeded,
-    UnknownPrincipal,
-    LockConflict,
-    DirectoryNotEmpty,
-    NotADirectory,
-    InvalidFileName,
-    LinkLoop,
-    CannotDelete,
-    InvalidParameter,
-    FileIsADirectory,
-    ByteRangeLockConflict,
-    ByteRangeLockRefused,
-    DeletePending,
-};
-
-} // namespace
-
 FailureCode failureCodeOfSftpStatus(std::uint32_t status) noexcept
 {
-    switch (status) {
-    case NoSuchFile:
-    case NoSuchPath:
+    switch (static_cast<SFTPStatusCode>(status)) {
+    case SFTPStatusCode::NoSuchFile:
+    case SFTPStatusCode::NoSuchPath:
         return FailureCode::NotFound;
-    case PermissionDenied:
-    case CannotDelete:
+    case SFTPStatusCode::PermissionDenied:
+    case SFTPStatusCode::CannotDelete:
         return FailureCode::Denied;
-    case Ok:
-    case EndOfFile:
-    case BadMessage:
+    case SFTPStatusCode::Ok:
+    case SFTPStatusCode::EndOfFile:
+    case SFTPStatusCode::BadMessage:
         return FailureCode::Protocol;
-    case NoConnection:
-    case ConnectionLost:
+    case SFTPStatusCode::NoConnection:
+    case SFTPStatusCode::ConnectionLost:
         return FailureCode::ConnectionLost;
-    case OperationUnsupported:
+    case SFTPStatusCode::OperationUnsupported:
         return FailureCode::Unsupported;
-    case FileAlreadyExists:
+    case SFTPStatusCode::FileAlreadyExists:
         return FailureCode::Exists;
-    case WriteProtect:
+    case SFTPStatusCode::WriteProtect:
         return FailureCode::ReadOnly;
-    case NoSpaceOnFileSystem:
-    case QuotaExceeded:
+    case SFTPStatusCode::NoSpaceOnFileSystem:
+    case SFTPStatusCode::QuotaExceeded:
         return FailureCode::NoSpace;
-    case DirectoryNotEmpty:
+    case SFTPStatusCode::DirectoryNotEmpty:
         return FailureCode::NotEmpty;
-    case NotADirectory:
+    case SFTPStatusCode::NotADirectory:
         return FailureCode::NotDirectory;
-    case InvalidFileName:
-    case InvalidParameter:
+    case SFTPStatusCode::InvalidFileName:
+    case SFTPStatusCode::InvalidParameter:
         return FailureCode::BadName;
-    case Status::LinkLoop:
+    case SFTPStatusCode::LinkLoop:
         return FailureCode::LinkLoop;
-    case FileIsADirectory:
+    case SFTPStatusCode::FileIsADirectory:
         return FailureCode::IsDirectory;
-    case LockConflict:
-    case ByteRangeLockConflict:
-    case ByteRangeLockRefused:
-    case DeletePending:
+    case SFTPStatusCode::LockConflict:
+    case SFTPStatusCode::ByteRangeLockConflict:
+    case SFTPStatusCode::ByteRangeLockRefused:
+    case SFTPStatusCode::DeletePending:
         return FailureCode::Busy;
     default:
         return FailureCode::Other;
