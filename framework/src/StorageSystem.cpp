@@ -2,6 +2,7 @@
 #include "LinkResolution.h"
 #include "NameCheck.h"
 #include "PathText.h"
+#include "SlotQueue.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
@@ -402,6 +403,17 @@ void StorageSystem::setReplacer(
 void StorageSystem::setSelfOpener(SelfOpener opener)
 {
     selfOpener_ = std::move(opener);
+}
+
+void StorageSystem::setQueueMaker(QueueMaker maker)
+{
+    queueMaker_ = std::move(maker);
+}
+
+std::unique_ptr<StorageSystemQueue> StorageSystem::createQueue() const
+{
+    auto queue = queueMaker_ ? queueMaker_(alive_) : nullptr;
+    return queue != nullptr ? std::move(queue) : std::make_unique<SlotQueue>(*this, alive_);
 }
 
 void StorageSystem::setOwnerLooker(OwnerLooker looker)

@@ -3,6 +3,7 @@
 #include <FileSystem/Export.h>
 #include <FileSystem/StorageSystemFile.h>
 #include <FileSystem/StorageSystemFlags.h>
+#include <FileSystem/StorageSystemQueue.h>
 #include <FileSystem/StorageSystemRecords.h>
 #include <Utilities/Flags.h>
 
@@ -321,6 +322,12 @@ public:
     /// As fileSymbolicLinkRemove(): removes the link and not the directory.
     [[nodiscard]] bool directorySymbolicLinkRemove(const std::string& path) const;
 
+    /// A queue of operations in flight on this system, for whoever has many questions or moves many
+    /// files; see StorageSystemQueue. Where the system can only do one operation after the other,
+    /// so does the queue. Over SFTP it has a channel of its own, and waits here until the server
+    /// has opened that; where the server opens none, the operations are done one after the other.
+    std::unique_ptr<StorageSystemQueue> createQueue() const;
+
     /// The path as a person wants to see it, with the host where there is one. Waits as
     /// hostName() does.
     std::string displayPath(const std::string& path) const;
@@ -380,6 +387,14 @@ protected:
     /// Where it tells of sticky bits, do_directorySetPermissions() may be given one (01000), and
     /// fails where the directory does not get it.
     void setOwnerLooker(OwnerLooker looker);
+
+    /// Makes a queue that may outlive the system, and is told whether that is still there. Null
+    /// where it cannot just now: the operations are done one after the other then.
+    using QueueMaker = std::function<std::unique_ptr<StorageSystemQueue>(
+        const std::shared_ptr<const std::atomic<bool>>& isAlive)>;
+
+    /// For a system that can have many operations under way at once. As setDirectoryReader().
+    void setQueueMaker(QueueMaker maker);
 
     virtual std::string do_hostName() const = 0;
     virtual StorageSystemType do_getType() const = 0;
@@ -479,6 +494,7 @@ protected:
 private:
     friend class FileCopy;
     friend class FileReplacement;
+    friend class SlotQueue;
     friend class StorageSystemFile;
     friend class TargetDirectory;
     friend bool leadsToNoFile(const StorageSystem& system, const std::string& path);
@@ -495,6 +511,7 @@ private:
     std::function<std::optional<std::string>()> startDirectory_;
     std::function<bool(const std::string&, const std::string&)> replacer_;
     SelfOpener selfOpener_;
+    QueueMaker queueMaker_;
     std::function<bool(const std::string&)> linkLooker_;
     OwnerLooker ownerLooker_;
 };

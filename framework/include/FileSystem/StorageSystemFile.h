@@ -201,6 +201,7 @@ protected:
 
 private:
     friend class FileCopy;
+    friend class SlotQueue;
     friend class StorageSystem;
 
     bool hasSystem() const;
