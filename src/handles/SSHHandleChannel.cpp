@@ -51,6 +51,20 @@ void SSHHandleChannel::watchExit()
     }
 }
 
+void SSHHandleChannel::readInto(ChannelInputReceiver& receiver)
+{
+    const auto lock = getLock();
+    input_ = callLocked(*this, [&receiver](ssh_channel channel) {
+        return std::make_unique<ChannelInput>(channel, receiver);
+    });
+}
+
+void SSHHandleChannel::ignoreInput()
+{
+    const auto lock = getLock();
+    input_.reset();
+}
+
 void SSHHandleChannel::abandon(const std::shared_ptr<SSHHandleChannel>& channel)
 {
     const auto lock = channel->getLock();
@@ -73,6 +87,7 @@ void SSHHandleChannel::do_invalidate()
 void SSHHandleChannel::releaseWithoutWaiting(ssh_channel channel) noexcept
 {
     exit_.reset();
+    input_.reset();
     const SessionBlockingGuard guard(channel, 0);
     queueChannelClose(channel);
     release(channel);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "handles/ChannelExit.h"
+#include "handles/ChannelInput.h"
 #include "handles/SSHHandleObjectWrapper.h"
 #include "handles/SSHHandleSession.h"
 
@@ -55,6 +56,18 @@ public:
     /// the lock.
     const ChannelExit* getExit() const noexcept { return exit_.get(); }
 
+    /// Hands over what comes on the channel; to be called before it is opened. The receiver is told
+    /// when the channel is given up, and has to live until then or until ignoreInput(). Throws
+    /// handle_fatal_error("invalid") when the handle is invalid.
+    void readInto(ChannelInputReceiver& receiver);
+
+    /// Hands nothing over any more.
+    void ignoreInput();
+
+    /// Whether what comes is handed over, so that nothing is left to be read. To be called under
+    /// the lock.
+    bool isReadAsItComes() const noexcept { return input_ != nullptr; }
+
     /// To be told when the channel was closed from here. Under the lock.
     void markClosed() noexcept
     {
@@ -70,6 +83,7 @@ private:
     void releaseWithoutWaiting(ssh_channel channel) noexcept;
 
     std::unique_ptr<ChannelExit> exit_;
+    std::unique_ptr<ChannelInput> input_;
     bool opened_ = false;
 };
 

@@ -83,7 +83,7 @@ bool SSHHandleSession::mayHaveUnreadOutput() const
 {
     return std::any_of(children().begin(), children().end(), [](const auto& child) {
         const auto* const channel = dynamic_cast<const SSHHandleChannel*>(child.get());
-        return channel != nullptr && channel->wasOpened() &&
+        return channel != nullptr && channel->wasOpened() && !channel->isReadAsItComes() &&
                ssh_channel_is_eof(channel->getResource()) == 0;
     });
 }

@@ -4,6 +4,7 @@
 #include "sftp/SFTPModificationTime.h"
 #include "sftp/SFTPObstacle.h"
 #include "sftp/SFTPPlainRename.h"
+#include "sftp/SFTPQueue.h"
 #include "sftp/SFTPReplacingRename.h"
 
 #include <FileSystem/OpenMode.h>
@@ -55,6 +56,10 @@ SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sft
     setReplacer([this](const std::string& path, const std::string& newPath) {
         const auto handle = validHandle();
         return handle != nullptr && renameReplacing(*handle, path, newPath);
+    });
+    setQueueMaker([this](const std::shared_ptr<const std::atomic<bool>>& isAlive) {
+        const auto handle = validHandle();
+        return handle != nullptr ? SFTPQueue::create(*handle, *this, isAlive) : nullptr;
     });
     setOwnerLooker([this](const std::string& path) { return lookAtOwned(path); });
     setLinkLooker([this](const std::string& path) {

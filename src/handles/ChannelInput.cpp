@@ -1,0 +1,31 @@
+#include "handles/ChannelInput.h"
+
+namespace Tarnis {
+
+ChannelInput::ChannelInput(ssh_channel channel, ChannelInputReceiver& receiver)
+    : channel_(channel)
+    , receiver_(receiver)
+{
+    callbacks_.size = sizeof callbacks_;
+    callbacks_.userdata = this;
+    callbacks_.channel_data_function = onData;
+    static_cast<void>(ssh_add_channel_callbacks(channel_, &callbacks_));
+}
+
+ChannelInput::~ChannelInput()
+{
+    static_cast<void>(ssh_remove_channel_callbacks(channel_, &callbacks_));
+    receiver_.gone();
+}
+
+int ChannelInput::onData(ssh_session /*session*/, ssh_channel /*channel*/, void* data,
+                         std::uint32_t size, int isErrorOutput, void* self)
+{
+    if (isErrorOutput == 0) {
+        static_cast<ChannelInput*>(self)->receiver_.received(
+            {static_cast<const char*>(data), size});
+    }
+    return static_cast<int>(size);
+}
+
+} // namespace Tarnis

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <libssh/callbacks.h>
+#include <libssh/libssh.h>
+
+#include <cstdint>
+#include <string_view>
+
+namespace Tarnis {
+
+/// Gets what comes on one channel. Called under the session's lock, on whichever thread reads the
+/// connection, from within libssh: must call nothing of the session's.
+class ChannelInputReceiver
+{
+public:
+    ChannelInputReceiver() = default;
+    ChannelInputReceiver(const ChannelInputReceiver&) = delete;
+    ChannelInputReceiver& operator=(const ChannelInputReceiver&) = delete;
+
+    /// The next bytes of the channel's output, valid during the call. The server may send more at
+    /// once: they count as read.
+    virtual void received(std::string_view bytes) noexcept = 0;
+
+    /// Nothing comes any more: the channel was given up, here or with its session.
+    virtual void gone() noexcept = 0;
+
+protected:
+    ~ChannelInputReceiver() = default;
+};
+
+/// Hands over the bytes of a channel at the moment at which libssh takes them off the connection,
+/// so that nobody need ask for them. What comes as error output is dropped.
+class ChannelInput
+{
+public:
+    /// Begins to listen. The channel must not be in use yet. \param receiver has to outlive this.
+    ChannelInput(ssh_channel channel, ChannelInputReceiver& receiver);
+    ChannelInput(const ChannelInput&) = delete;
+    ChannelInput& operator=(const ChannelInput&) = delete;
+
+    /// Must come before the channel is released: libssh keeps a channel until the server closes it
+    /// too, and would go on calling in.
+    ~ChannelInput();
+
+private:
+    static int onData(ssh_session session, ssh_channel channel, void* data, std::uint32_t size,
+                      int isErrorOutput, void* self);
+
+    ssh_channel channel_;
+    ChannelInputReceiver& receiver_;
+    ssh_channel_callbacks_struct callbacks_{};
+};
+
+} // namespace Tarnis

@@ -1,0 +1,173 @@
+#pragma once
+
+#include "handles/SSHHandleSFTPSession.h"
+#include "handles/SocketWakeUp.h"
+#include "sftp/SFTPConnection.h"
+#include "sftp/SFTPServerKind.h"
+#include "sftp/SFTPStatus.h"
+
+#include <FileSystem/FileSystem2.h>
+#include <FileSystem/StorageSystemQueue.h>
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Tarnis {
+
+/// Many operations in flight on the files of a server: requests of our own on a channel of their
+/// own, beside the SFTP session that the single operations use.
+class SFTPQueue final : public FileSystem::StorageSystemQueue
+{
+public:
+    using Attributes = FileSystem::StorageSystemAttributes;
+
+    /// Opens a channel of the session that an SFTP session is on, and waits for it, without holding
+    /// the lock meanwhile. Null: the server opens none, or has gone; the failure is noted.
+    /// \param system  what the single operations are done with that are not worth a road of their
+    ///                own.
+    /// \param isAlive whether that is still there.
+    static std::unique_ptr<SFTPQueue> create(SSHHandleSFTPSession& sftp,
+                                             const FileSystem::FileSystem2& system,
+                                             std::shared_ptr<const std::atomic<bool>> isAlive);
+
+    ~SFTPQueue() override;
+
+protected:
+    std::size_t do_pump(std::chrono::milliseconds limit) override;
+    std::size_t do_pending() const noexcept override;
+    std::size_t do_capacity() const noexcept override;
+    int do_descriptor() const noexcept override;
+    void do_open(const std::string& path, OpenMode mode, Permissions permissions,
+                 Completion<File> done) override;
+    void do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
+                 Completion<std::uint64_t> done) override;
+    void do_write(File file, std::uint64_t offset, const char* bytes, std::uint64_t size,
+                  Completion<> done) override;
+    void do_look(File file, Completion<const Attributes&> done) override;
+    void do_setAttributes(File file, const Attributes& attributes, Completion<> done) override;
+    void do_close(File file, Completion<> done) override;
+    void do_lookUp(const std::string& path, Completion<const Attributes&> done) override;
+    void do_lookThrough(const std::string& path, Completion<const Attributes&> done) override;
+    void do_list(const std::string& path, EntryReceiver receiver, Completion<> done) override;
+    void do_makeDirectory(const std::string& path, Permissions permissions,
+                          Completion<> done) override;
+    void do_removeFile(const std::string& path, Completion<> done) override;
+    void do_removeDirectory(const std::string& path, Completion<> done) override;
+    void do_rename(const std::string& path, const std::string& newPath, Completion<> done) override;
+    void do_replace(const std::string& path, const std::string& newPath,
+                    Completion<> done) override;
+    void do_makeLink(const std::string& target, const std::string& path,
+                     Completion<> done) override;
+    void do_readLink(const std::string& path, Completion<const std::string&> done) override;
+    void do_setAttributes(const std::string& path, const Attributes& attributes,
+                          Completion<> done) override;
+    void do_storageInfo(const std::string& path,
+                        Completion<const FileSystem::StorageSystemStorageInfo&> done) override;
+
+private:
+    template <class... Results>
+    class Call;
+    class RangeRead;
+    class RangeWrite;
+    class Listing;
+    struct OpenFile;
+
+    static constexpr std::uint32_t usualPiece = 32'768;
+    static constexpr std::uint32_t largestPiece = 7 * usualPiece;
+
+    using Answer = SFTPAnswer;
+    using Handler = SFTPConnection::Handler;
+    using Write = std::function<void(SFTPPacketWriter&, std::uint32_t)>;
+
+    SFTPQueue(const FileSystem::FileSystem2& system,
+              std::shared_ptr<const std::atomic<bool>> isAlive);
+
+    bool open(SSHHandleSFTPSession& sftp);
+    bool connect(SSHHandleSFTPSession& sftp);
+    bool awaitServer();
+    void askLimits();
+
+    /// Does what is to be done later, by pump().
+    void later(std::function<void()> work);
+
+    /// Sends a request, as soon as there is room for it.
+    void ask(Write write, Handler handler, char* buffer = nullptr, std::uint32_t size = 0);
+
+    void callReady();
+    /// False: nothing has been answered.
+    bool advance();
+    void handleAnswers();
+
+    /// Asks what stands at a path, as little as that may be. Empty: nothing, or it is not told.
+    void askKind(const std::string& path, std::function<void(std::optional<std::uint32_t>)> then);
+
+    template <class... Results>
+    std::shared_ptr<Call<Results...>> begin(const char* operation, const std::string& path,
+                                            Completion<Results...>&& done);
+
+    std::shared_ptr<OpenFile> find(File file) const;
+
+    /// \param start is given the open file and the call.
+    template <class... Results, class Start>
+    void withFile(const char* operation, File file, Completion<Results...>&& done, Start start);
+
+    /// False: the path is empty, and the call fails.
+    template <class... Results>
+    bool isNamed(const std::shared_ptr<Call<Results...>>& call);
+
+    void askAttributes(
+        const std::string& path,
+        std::function<void(const std::optional<SFTPFileAttributes>&, const Answer&)> then);
+    void whereNothingStands(const std::shared_ptr<Call<>>& call, const std::string& path,
+                            bool isSure, std::function<void()> then);
+    void unlessFollowed(const std::shared_ptr<Call<>>& call, const std::string& path,
+                        std::function<void()> then);
+    void sendAttributes(const std::shared_ptr<Call<>>& call, const SFTPFileAttributes& sent,
+                        const Attributes& wanted);
+    void sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode, Permissions permissions,
+                  bool exclusive);
+
+    using Reason =
+        std::function<std::optional<FileSystem::FailureCode>(std::optional<std::uint32_t> kind)>;
+
+    /// Fails for an answer. Where its status says little, looks what stands at a path first, and
+    /// whether that is a reason.
+    template <class... Results>
+    void explain(const std::shared_ptr<Call<Results...>>& call, const Answer& answer,
+                 const std::string& path, Reason reason);
+
+    static std::optional<FileSystem::FailureCode> reasonIf(bool applies,
+                                                           FileSystem::FailureCode reason);
+    static void endByAttributes(Call<const Attributes&>& call, const Answer& answer,
+                                SFTPSubject subject);
+    static void endBySetting(Call<>& call, const std::optional<Answer>& refusal,
+                             const Answer& readBack, const Attributes& wanted, SFTPSubject subject);
+
+    const FileSystem::FileSystem2& system_;
+    std::shared_ptr<const std::atomic<bool>> isAlive_;
+    SocketWakeUp wakeUp_;
+    std::unique_ptr<SFTPConnection> connection_;
+    SFTPServerKind server_ = SFTPServerKind::Other;
+    bool isKnownToRefuse_ = false;
+    bool replaces_ = false;
+    bool tellsVolumes_ = false;
+    // Of one request. What every server takes, until it has told its limits: one of OpenSSH's gives
+    // more, and cuts what it cannot give.
+    std::uint32_t readSize_ = largestPiece;
+    std::uint32_t writeSize_ = usualPiece;
+
+    std::deque<std::function<void()>> ready_;
+    std::deque<std::function<void()>> waiting_;
+    std::deque<SFTPConnection::Answered> answers_;
+    std::size_t pending_ = 0;
+    std::size_t completed_ = 0;
+    std::map<File, std::shared_ptr<OpenFile>> files_;
+    std::uint64_t lastFile_ = 0;
+};
+
+} // namespace Tarnis

@@ -1,0 +1,468 @@
+#include "sftp/SFTPAttributes.h"
+#include "sftp/SFTPQueueAttributes.h"
+#include "sftp/SFTPQueueCall.h"
+
+#include <utility>
+
+namespace Tarnis {
+
+using FileSystem::FailureCode;
+using FileSystem::StorageSystemStorageInfo;
+
+namespace {
+
+std::optional<SFTPFileAttributes> attributesIn(const SFTPAnswer& answer)
+{
+    return !answer.isLost && answer.type == SFTPPacketType::Attributes
+               ? decodeAttributes(answer.fields)
+               : std::nullopt;
+}
+
+std::optional<std::string> linkTextIn(const SFTPAnswer& answer)
+{
+    const auto names = !answer.isLost && answer.type == SFTPPacketType::Name
+                           ? decodeNames(answer.fields)
+                           : std::nullopt;
+    return names && names->size() == 1 ? std::make_optional(std::string(names->front().name))
+                                       : std::nullopt;
+}
+
+std::string withoutTrailingSlash(const std::string& path)
+{
+    const auto last = path.find_last_not_of('/');
+    return last == std::string::npos ? path.substr(0, 1) : path.substr(0, last + 1);
+}
+
+bool isOtherThanDirectory(std::optional<std::uint32_t> kind)
+{
+    return kind && *kind != 0 && *kind != directoryKind;
+}
+
+} // namespace
+
+std::optional<FailureCode> SFTPQueue::reasonIf(bool applies, FailureCode reason)
+{
+    return applies ? std::make_optional(reason) : std::nullopt;
+}
+
+/// \param then the attributes, or the answer that has none.
+void SFTPQueue::askAttributes(
+    const std::string& path,
+    std::function<void(const std::optional<SFTPFileAttributes>&, const Answer&)> then)
+{
+    ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.lstat(id, path); },
+        [this, path, then = std::move(then)](const Answer& answer) {
+            const auto told = attributesIn(answer);
+            const bool isLink = told && isLinkMode(told->permissions.value_or(0));
+            if (!told || isLink || server_ != SFTPServerKind::ModSftp) {
+                then(told, answer);
+                return;
+            }
+            // mod_sftp tells of what a link leads to. Only a link has a text.
+            ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, path); },
+                [told = *told, answer, then](const Answer& text) {
+                    SFTPFileAttributes attributes = told;
+                    if (const auto target = linkTextIn(text)) {
+                        attributes.permissions = linkKind | 0777U;
+                        attributes.size = target->size();
+                    }
+                    then(attributes, answer);
+                });
+        });
+}
+
+void SFTPQueue::askKind(const std::string& path,
+                        std::function<void(std::optional<std::uint32_t>)> then)
+{
+    askAttributes(path, [then = std::move(then)](const auto& told, const Answer& /*answer*/) {
+        then(told ? std::make_optional(told->permissions.value_or(0) & kindBits) : std::nullopt);
+    });
+}
+
+template <class... Results>
+void SFTPQueue::explain(const std::shared_ptr<Call<Results...>>& call, const Answer& answer,
+                        const std::string& path, Reason reason)
+{
+    const auto status = Call<>::statusOf(answer);
+    // Most of what has no status of its own comes as this one.
+    const bool isVague = status && (status->code == SFTPStatusCode::Failure ||
+                                    status->code == SFTPStatusCode::BadMessage ||
+                                    status->code == SFTPStatusCode::OperationUnsupported);
+    if (!isVague) {
+        call->failFor(answer);
+        return;
+    }
+    askKind(path, [call, answer, reason = std::move(reason)](std::optional<std::uint32_t> kind) {
+        call->failFor(answer, {}, SFTPSubject::Path, reason(kind));
+    });
+}
+
+template void SFTPQueue::explain(const std::shared_ptr<Call<File>>&, const Answer&,
+                                 const std::string&, Reason);
+template void SFTPQueue::explain(const std::shared_ptr<Call<>>&, const Answer&, const std::string&,
+                                 Reason);
+
+void SFTPQueue::endByAttributes(Call<const Attributes&>& call, const Answer& answer,
+                                SFTPSubject subject)
+{
+    const auto told = attributesIn(answer);
+    if (told) {
+        call.succeed(attributesOf(*told));
+    } else {
+        call.failFor(answer, {}, subject);
+    }
+}
+
+/// Ends an operation that has set attributes: some servers say that they did, and did not.
+void SFTPQueue::endBySetting(Call<>& call, const std::optional<Answer>& refusal,
+                             const Answer& readBack, const Attributes& wanted, SFTPSubject subject)
+{
+    const auto told = attributesIn(readBack);
+    if (refusal) {
+        call.failFor(*refusal, {}, subject);
+    } else if (readBack.isLost) {
+        call.failFor(readBack, {}, subject);
+    } else if (told && !areKept(wanted, *told)) {
+        call.failAs(FailureCode::NotKept);
+    } else {
+        call.succeed();
+    }
+}
+
+template <class... Results>
+bool SFTPQueue::isNamed(const std::shared_ptr<Call<Results...>>& call)
+{
+    if (!call->path().empty()) {
+        return true;
+    }
+    later([call] { call->failAs(FailureCode::BadName); });
+    return false;
+}
+
+void SFTPQueue::do_lookUp(const std::string& path, Completion<const Attributes&> done)
+{
+    auto call = begin("lookUp", path, std::move(done));
+    if (isNamed(call)) {
+        askAttributes(path, [call](const auto& told, const Answer& answer) {
+            if (told) {
+                call->succeed(attributesOf(*told));
+            } else {
+                call->failFor(answer);
+            }
+        });
+    }
+}
+
+void SFTPQueue::do_lookThrough(const std::string& path, Completion<const Attributes&> done)
+{
+    auto call = begin("lookThrough", path, std::move(done));
+    if (isNamed(call)) {
+        ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.stat(id, path); },
+            [call](const Answer& answer) { endByAttributes(*call, answer, SFTPSubject::Path); });
+    }
+}
+
+void SFTPQueue::do_makeDirectory(const std::string& path, Permissions permissions,
+                                 Completion<> done)
+{
+    auto call = begin("makeDirectory", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    const auto make = [this, call, permissions] {
+        SFTPFileAttributes attributes;
+        attributes.permissions = permissions.raw();
+        ask([call, attributes](SFTPPacketWriter& writer,
+                               std::uint32_t id) { writer.mkdir(id, call->path(), attributes); },
+            [this, call](const Answer& answer) {
+                if (Call<>::isOk(answer)) {
+                    call->succeed();
+                    return;
+                }
+                explain(call, answer, call->path(), [](std::optional<std::uint32_t> kind) {
+                    return reasonIf(kind.has_value(), FailureCode::Exists);
+                });
+            });
+    };
+    // mod_sftp says of what stands there that it has made it.
+    whereNothingStands(call, path, server_ != SFTPServerKind::ModSftp, make);
+}
+
+/// \param isSure the server refuses by itself, or nothing need be asked.
+void SFTPQueue::whereNothingStands(const std::shared_ptr<Call<>>& call, const std::string& path,
+                                   bool isSure, std::function<void()> then)
+{
+    if (isSure) {
+        then();
+        return;
+    }
+    askKind(path, [call, path, then = std::move(then)](std::optional<std::uint32_t> kind) {
+        if (kind) {
+            call->failAs(FailureCode::Exists, {}, path);
+        } else {
+            then();
+        }
+    });
+}
+
+void SFTPQueue::do_removeFile(const std::string& path, Completion<> done)
+{
+    auto call = begin("removeFile", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    const auto remove = [this, call] {
+        ask([call](SFTPPacketWriter& writer, std::uint32_t id) { writer.remove(id, call->path()); },
+            [this, call](const Answer& answer) {
+                if (Call<>::isOk(answer)) {
+                    call->succeed();
+                    return;
+                }
+                explain(call, answer, call->path(), [](std::optional<std::uint32_t> kind) {
+                    return reasonIf(kind == directoryKind, FailureCode::IsDirectory);
+                });
+            });
+    };
+    if (isKnownToRefuse_) {
+        remove();
+        return;
+    }
+    askKind(path, [call, remove](std::optional<std::uint32_t> kind) {
+        if (kind == directoryKind) {
+            call->failAs(FailureCode::IsDirectory);
+        } else {
+            remove();
+        }
+    });
+}
+
+void SFTPQueue::do_removeDirectory(const std::string& path, Completion<> done)
+{
+    auto call = begin("removeDirectory", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    const auto remove = [this, call] {
+        ask([call](SFTPPacketWriter& writer, std::uint32_t id) { writer.rmdir(id, call->path()); },
+            [this, call](const Answer& answer) {
+                if (Call<>::isOk(answer)) {
+                    call->succeed();
+                    return;
+                }
+                // Whether it holds something only a listing would tell.
+                explain(call, answer, withoutTrailingSlash(call->path()),
+                        [](std::optional<std::uint32_t> kind) {
+                            return isOtherThanDirectory(kind)
+                                       ? std::make_optional(FailureCode::NotDirectory)
+                                       : reasonIf(kind == directoryKind, FailureCode::NotEmpty);
+                        });
+            });
+    };
+    if (isKnownToRefuse_) {
+        remove();
+        return;
+    }
+    askKind(withoutTrailingSlash(path), [call, remove](std::optional<std::uint32_t> kind) {
+        if (isOtherThanDirectory(kind)) {
+            call->failAs(FailureCode::NotDirectory);
+        } else {
+            remove();
+        }
+    });
+}
+
+void SFTPQueue::do_rename(const std::string& path, const std::string& newPath, Completion<> done)
+{
+    auto call = begin("rename", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    const auto rename = [this, call, newPath] {
+        ask([call, newPath](SFTPPacketWriter& writer,
+                            std::uint32_t id) { writer.rename(id, call->path(), newPath); },
+            [this, call, newPath](const Answer& answer) {
+                if (Call<>::isOk(answer)) {
+                    call->succeed();
+                    return;
+                }
+                explain(call, answer, newPath, [](std::optional<std::uint32_t> kind) {
+                    return reasonIf(kind.has_value(), FailureCode::Exists);
+                });
+            });
+    };
+    // No server is known that never replaces.
+    unlessFollowed(call, path, [this, call, newPath, rename] {
+        whereNothingStands(call, newPath, newPath.empty(), rename);
+    });
+}
+
+void SFTPQueue::do_replace(const std::string& path, const std::string& newPath, Completion<> done)
+{
+    auto call = begin("replace", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    if (!replaces_) {
+        later([call] { call->failAs(FailureCode::Unsupported); });
+        return;
+    }
+    const auto replace = [this, call, newPath] {
+        ask([call, newPath](SFTPPacketWriter& writer,
+                            std::uint32_t id) { writer.posixRename(id, call->path(), newPath); },
+            [this, call, newPath](const Answer& answer) {
+                if (Call<>::isOk(answer)) {
+                    call->succeed();
+                    return;
+                }
+                explain(call, answer, newPath, [](std::optional<std::uint32_t> kind) {
+                    return reasonIf(kind == directoryKind, FailureCode::IsDirectory);
+                });
+            });
+    };
+    unlessFollowed(call, path,
+                   [this, call, newPath, replace] { unlessFollowed(call, newPath, replace); });
+}
+
+/// mod_sftp renames, and replaces, what a link leads to.
+void SFTPQueue::unlessFollowed(const std::shared_ptr<Call<>>& call, const std::string& path,
+                               std::function<void()> then)
+{
+    if (server_ != SFTPServerKind::ModSftp) {
+        then();
+        return;
+    }
+    ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, path); },
+        [call, path, then = std::move(then)](const Answer& answer) {
+            if (linkTextIn(answer)) {
+                call->failAs(FailureCode::Unsupported,
+                             "the server takes a link for what it leads to", path);
+            } else {
+                then();
+            }
+        });
+}
+
+void SFTPQueue::do_makeLink(const std::string& target, const std::string& path, Completion<> done)
+{
+    auto call = begin("makeLink", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    whereNothingStands(call, path, false, [this, call, target] {
+        // Servers differ in what they make of such a request; the file system finds out which.
+        call->endBySystem([&](const FileSystem::FileSystem2& system) {
+            return system.fileSymbolicLinkCreateAs(target, call->path(), true);
+        });
+    });
+}
+
+void SFTPQueue::do_readLink(const std::string& path, Completion<const std::string&> done)
+{
+    auto call = begin("readLink", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, path); },
+        [this, call](const Answer& answer) {
+            if (const auto target = linkTextIn(answer)) {
+                call->succeed(*target);
+                return;
+            }
+            explain(call, answer, call->path(), [](std::optional<std::uint32_t> kind) {
+                return reasonIf(kind && *kind != 0 && kind != linkKind, FailureCode::NotALink);
+            });
+        });
+}
+
+template void SFTPQueue::explain(const std::shared_ptr<Call<const std::string&>>&, const Answer&,
+                                 const std::string&, Reason);
+
+void SFTPQueue::do_setAttributes(const std::string& path, const Attributes& attributes,
+                                 Completion<> done)
+{
+    auto call = begin("setAttributes", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    if (attributes.size) {
+        later([call] {
+            call->failAs(FailureCode::Unsupported, "a size can be set of an open file only");
+        });
+        return;
+    }
+    const auto seconds = attributes.modTime ? secondsOf(*attributes.modTime) : std::nullopt;
+    if (attributes.modTime && !seconds) {
+        later([call] { call->failAs(FailureCode::NotKept, "SFTP has no such time"); });
+        return;
+    }
+    SFTPFileAttributes sent = attributesToSend(attributes);
+    if (!seconds) {
+        sendAttributes(call, sent, attributes);
+        return;
+    }
+    // The access time goes along, and is to stay.
+    ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.stat(id, path); },
+        [this, call, sent, attributes, time = *seconds](const Answer& answer) mutable {
+            const auto told = attributesIn(answer);
+            if (!told) {
+                call->failFor(answer);
+                return;
+            }
+            sent.times = SFTPFileTimes{told->times ? told->times->access : time, time};
+            sendAttributes(call, sent, attributes);
+        });
+}
+
+void SFTPQueue::sendAttributes(const std::shared_ptr<Call<>>& call, const SFTPFileAttributes& sent,
+                               const Attributes& wanted)
+{
+    ask([call, sent](SFTPPacketWriter& writer,
+                     std::uint32_t id) { writer.setstat(id, call->path(), sent); },
+        [this, call, wanted](const Answer& answer) {
+            if (!Call<>::isOk(answer)) {
+                call->failFor(answer);
+                return;
+            }
+            ask([call](SFTPPacketWriter& writer,
+                       std::uint32_t id) { writer.stat(id, call->path()); },
+                [call, wanted](const Answer& readBack) {
+                    endBySetting(*call, std::nullopt, readBack, wanted, SFTPSubject::Path);
+                });
+        });
+}
+
+void SFTPQueue::do_storageInfo(const std::string& path,
+                               Completion<const StorageSystemStorageInfo&> done)
+{
+    auto call = begin("storageInfo", path, std::move(done));
+    if (!isNamed(call)) {
+        return;
+    }
+    const auto bySystem = [call] {
+        // It asks for the nearest ancestor that is there.
+        call->endBySystem([&](const FileSystem::FileSystem2& system) {
+            return system.fileStorageInfo(call->path());
+        });
+    };
+    if (!tellsVolumes_) {
+        later(bySystem);
+        return;
+    }
+    ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.statvfs(id, path); },
+        [call, bySystem](const Answer& answer) {
+            const auto figures = !answer.isLost && answer.type == SFTPPacketType::ExtendedReply
+                                     ? decodeVolumeFigures(answer.fields)
+                                     : std::nullopt;
+            if (!figures) {
+                bySystem();
+                return;
+            }
+            StorageSystemStorageInfo info;
+            info.free = figures->freeBlocks * figures->fragmentSize;
+            info.available = figures->availableBlocks * figures->fragmentSize;
+            info.capacity = figures->blocks * figures->fragmentSize;
+            call->succeed(info);
+        });
+}
+
+} // namespace Tarnis

@@ -1,0 +1,390 @@
+#include "sftp/SFTPQueueFiles.h"
+
+#include "sftp/SFTPAttributes.h"
+#include "sftp/SFTPQueueAttributes.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Tarnis {
+
+using FileSystem::FailureCode;
+using FileSystem::StorageSystemFileOpenModeFlag;
+
+namespace {
+
+using OpenMode = FileSystem::StorageSystemQueue::OpenMode;
+
+SFTPPacketWriter::OpenFlags openFlagsOf(OpenMode mode)
+{
+    constexpr std::pair<StorageSystemFileOpenModeFlag, SFTPOpenFlag> flags[] = {
+        {StorageSystemFileOpenModeFlag::Read, SFTPOpenFlag::Read},
+        {StorageSystemFileOpenModeFlag::Write, SFTPOpenFlag::Write},
+        {StorageSystemFileOpenModeFlag::Append, SFTPOpenFlag::Append},
+        {StorageSystemFileOpenModeFlag::Create, SFTPOpenFlag::Create},
+        {StorageSystemFileOpenModeFlag::Truncate, SFTPOpenFlag::Truncate},
+        {StorageSystemFileOpenModeFlag::Exclusive, SFTPOpenFlag::Exclusive},
+    };
+    SFTPPacketWriter::OpenFlags result;
+    for (const auto& [wanted, sent] : flags) {
+        if (mode.has(wanted)) {
+            result |= sent;
+        }
+    }
+    return result;
+}
+
+std::uint32_t pieceOf(std::uint64_t left, std::uint32_t most)
+{
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(left, most));
+}
+
+std::uint32_t secondsNow()
+{
+    return static_cast<std::uint32_t>(
+        std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()));
+}
+
+} // namespace
+
+/// Reads a range, in pieces that are all under way together, and what short answers leave open.
+class SFTPQueue::RangeRead : public std::enable_shared_from_this<RangeRead>
+{
+public:
+    RangeRead(SFTPQueue& queue, std::shared_ptr<OpenFile> file, std::uint64_t offset, char* buffer,
+              std::uint64_t size, std::shared_ptr<Call<std::uint64_t>> call)
+        : queue_(queue)
+        , file_(std::move(file))
+        , offset_(offset)
+        , buffer_(buffer)
+        , end_(size)
+        , call_(std::move(call))
+    {
+        file_->beginRead();
+    }
+
+    void start()
+    {
+        if (end_ == 0) {
+            queue_.later([self = shared_from_this()] { self->finish(); });
+            return;
+        }
+        queue_.waiting_.push_back([self = shared_from_this()] { self->askNext(); });
+    }
+
+private:
+    /// The size of a piece is settled when it is asked for: the server may have told its limits by
+    /// then.
+    void askNext()
+    {
+        if (next_ >= end_) {
+            // The file has turned out to be shorter.
+            return;
+        }
+        const std::uint32_t size = pieceOf(end_ - next_, queue_.readSize_);
+        const std::uint64_t from = std::exchange(next_, next_ + size);
+        askFor(from, size);
+        if (next_ < end_) {
+            queue_.waiting_.push_front([self = shared_from_this()] { self->askNext(); });
+        }
+    }
+
+    /// To be called by the queue when it sends.
+    void askFor(std::uint64_t from, std::uint32_t size)
+    {
+        ++underWay_;
+        queue_.connection_->send(
+            [&](SFTPPacketWriter& writer, std::uint32_t id) {
+                writer.read(id, file_->handle, offset_ + from, size);
+            },
+            [self = shared_from_this(), from, size](const Answer& answer) {
+                self->take(answer, from, size);
+            },
+            buffer_ + from, size);
+    }
+
+    void take(const Answer& answer, std::uint64_t from, std::uint32_t size)
+    {
+        --underWay_;
+        const auto status = Call<>::statusOf(answer);
+        if (status && status->code == SFTPStatusCode::EndOfFile) {
+            end_ = std::min(end_, from);
+        } else if (answer.isLost || answer.type != SFTPPacketType::Data || answer.dataSize == 0) {
+            noteFailure(answer);
+        } else if (answer.dataSize < size && from + answer.dataSize < end_ && !failure_) {
+            const std::uint64_t rest = from + answer.dataSize;
+            ++underWay_;
+            queue_.waiting_.push_back(
+                [self = shared_from_this(), rest, left = size - answer.dataSize] {
+                    --self->underWay_;
+                    self->askFor(rest, left);
+                });
+        }
+        if (underWay_ == 0 && (next_ >= end_ || failure_)) {
+            finish();
+        }
+    }
+
+    void noteFailure(const Answer& answer)
+    {
+        if (!failure_) {
+            failure_ = answer;
+        }
+        // No more is asked for.
+        end_ = std::min(end_, next_);
+    }
+
+    void finish()
+    {
+        if (std::exchange(isFinished_, true)) {
+            return;
+        }
+        file_->endRead();
+        if (failure_) {
+            call_->failFor(*failure_, {}, SFTPSubject::OpenFile);
+        } else {
+            call_->succeed(end_);
+        }
+    }
+
+    SFTPQueue& queue_;
+    std::shared_ptr<OpenFile> file_;
+    std::uint64_t offset_;
+    char* buffer_;
+    /// Where the range ends: at its size, or where the file does.
+    std::uint64_t end_;
+    std::uint64_t next_ = 0;
+    std::size_t underWay_ = 0;
+    bool isFinished_ = false;
+    std::optional<Answer> failure_;
+    std::shared_ptr<Call<std::uint64_t>> call_;
+};
+
+/// Writes a range, in pieces that are all under way together.
+class SFTPQueue::RangeWrite : public std::enable_shared_from_this<RangeWrite>
+{
+public:
+    RangeWrite(SFTPQueue& queue, std::shared_ptr<OpenFile> file, std::uint64_t offset,
+               const char* bytes, std::uint64_t size, std::shared_ptr<Call<>> call)
+        : queue_(queue)
+        , file_(std::move(file))
+        , offset_(offset)
+        , bytes_(bytes)
+        , size_(size)
+        , call_(std::move(call))
+    {}
+
+    void start()
+    {
+        if (size_ == 0) {
+            queue_.later([self = shared_from_this()] { self->call_->succeed(); });
+            return;
+        }
+        queue_.waiting_.push_back([self = shared_from_this()] { self->sendNext(); });
+    }
+
+private:
+    void sendNext()
+    {
+        const std::uint32_t size = pieceOf(size_ - next_, queue_.writeSize_);
+        const std::uint64_t from = std::exchange(next_, next_ + size);
+        ++underWay_;
+        queue_.connection_->send(
+            [&](SFTPPacketWriter& writer, std::uint32_t id) {
+                writer.write(id, file_->handle, offset_ + from,
+                             {bytes_ + from, static_cast<std::size_t>(size)});
+            },
+            [self = shared_from_this()](const Answer& answer) { self->take(answer); });
+        if (next_ < size_) {
+            queue_.waiting_.push_front([self = shared_from_this()] { self->goOn(); });
+        }
+    }
+
+    void goOn()
+    {
+        if (!failure_) {
+            sendNext();
+            return;
+        }
+        // Nobody wants the rest any more.
+        next_ = size_;
+        if (underWay_ == 0) {
+            queue_.later([self = shared_from_this()] { self->finish(); });
+        }
+    }
+
+    void take(const Answer& answer)
+    {
+        --underWay_;
+        if (!Call<>::isOk(answer) && !failure_) {
+            failure_ = answer;
+        }
+        if (underWay_ == 0 && next_ == size_) {
+            finish();
+        }
+    }
+
+    void finish()
+    {
+        if (failure_) {
+            call_->failFor(*failure_, {}, SFTPSubject::OpenFile);
+        } else {
+            call_->succeed();
+        }
+    }
+
+    SFTPQueue& queue_;
+    std::shared_ptr<OpenFile> file_;
+    std::uint64_t offset_;
+    const char* bytes_;
+    std::uint64_t size_;
+    std::uint64_t next_ = 0;
+    std::size_t underWay_ = 0;
+    std::optional<Answer> failure_;
+    std::shared_ptr<Call<>> call_;
+};
+
+std::shared_ptr<SFTPQueue::OpenFile> SFTPQueue::find(File file) const
+{
+    const auto found = files_.find(file);
+    return found != files_.end() ? found->second : nullptr;
+}
+
+template <class... Results, class Start>
+void SFTPQueue::withFile(const char* operation, File file, Completion<Results...>&& done,
+                         Start start)
+{
+    const auto open = find(file);
+    auto call = begin(operation, open != nullptr ? open->path : std::string(), std::move(done));
+    if (open == nullptr) {
+        later([call] { call->failAs(FailureCode::BadName, "the queue has no such open file"); });
+        return;
+    }
+    start(open, std::move(call));
+}
+
+void SFTPQueue::do_open(const std::string& path, OpenMode mode, Permissions permissions,
+                        Completion<File> done)
+{
+    auto call = begin("open", path, std::move(done));
+    if (path.empty()) {
+        later([call] { call->failAs(FailureCode::BadName); });
+        return;
+    }
+    const bool exclusive = mode.has(StorageSystemFileOpenModeFlag::Create) &&
+                           mode.has(StorageSystemFileOpenModeFlag::Exclusive);
+    const auto send = [this, call, mode, permissions, exclusive] {
+        sendOpen(call, mode, permissions, exclusive);
+    };
+    if (!exclusive || isKnownToRefuse_) {
+        send();
+        return;
+    }
+    askKind(path, [call, send](std::optional<std::uint32_t> kind) {
+        if (kind) {
+            call->failAs(FailureCode::Exists);
+        } else {
+            send();
+        }
+    });
+}
+
+void SFTPQueue::sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode,
+                         Permissions permissions, bool exclusive)
+{
+    SFTPFileAttributes attributes;
+    if (mode.has(StorageSystemFileOpenModeFlag::Create)) {
+        attributes.permissions = permissions.raw();
+    }
+    ask(
+        [path = call->path(), mode, attributes](SFTPPacketWriter& writer, std::uint32_t id) {
+            writer.open(id, path, openFlagsOf(mode), attributes);
+        },
+        [this, call, exclusive](const Answer& answer) {
+            const auto handle = !answer.isLost && answer.type == SFTPPacketType::Handle
+                                    ? decodeHandle(answer.fields)
+                                    : std::nullopt;
+            if (handle) {
+                const File file{++lastFile_};
+                auto open = std::make_shared<OpenFile>();
+                open->path = call->path();
+                open->handle = *handle;
+                files_.emplace(file, std::move(open));
+                call->succeed(file);
+                return;
+            }
+            explain(call, answer, call->path(), [exclusive](std::optional<std::uint32_t> kind) {
+                return exclusive && kind
+                           ? std::make_optional(FailureCode::Exists)
+                           : reasonIf(kind == directoryKind, FailureCode::IsDirectory);
+            });
+        });
+}
+
+void SFTPQueue::do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
+                        Completion<std::uint64_t> done)
+{
+    withFile("read", file, std::move(done), [&](const auto& open, auto call) {
+        std::make_shared<RangeRead>(*this, open, offset, buffer, size, std::move(call))->start();
+    });
+}
+
+void SFTPQueue::do_write(File file, std::uint64_t offset, const char* bytes, std::uint64_t size,
+                         Completion<> done)
+{
+    withFile("write", file, std::move(done), [&](const auto& open, auto call) {
+        std::make_shared<RangeWrite>(*this, open, offset, bytes, size, std::move(call))->start();
+    });
+}
+
+void SFTPQueue::do_look(File file, Completion<const Attributes&> done)
+{
+    withFile("look", file, std::move(done), [this](const auto& open, auto call) {
+        ask([open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
+            [call](const Answer& answer) {
+                endByAttributes(*call, answer, SFTPSubject::OpenFile);
+            });
+    });
+}
+
+void SFTPQueue::do_setAttributes(File file, const Attributes& attributes, Completion<> done)
+{
+    withFile("setAttributes", file, std::move(done), [&](const auto& open, auto call) {
+        SFTPFileAttributes sent = attributesToSend(attributes);
+        if (attributes.modTime) {
+            const auto seconds = secondsOf(*attributes.modTime);
+            if (!seconds) {
+                later([call] { call->failAs(FailureCode::NotKept, "SFTP has no such time"); });
+                return;
+            }
+            sent.times = SFTPFileTimes{secondsNow(), *seconds};
+        }
+        // Both go out together: requests for one file are served in their order.
+        const auto refusal = std::make_shared<std::optional<Answer>>();
+        ask([open, sent](SFTPPacketWriter& writer,
+                         std::uint32_t id) { writer.fsetstat(id, open->handle, sent); },
+            [refusal](const Answer& answer) {
+                if (!Call<>::isOk(answer)) {
+                    *refusal = answer;
+                }
+            });
+        ask([open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
+            [call, refusal, attributes](const Answer& answer) {
+                endBySetting(*call, *refusal, answer, attributes, SFTPSubject::OpenFile);
+            });
+    });
+}
+
+void SFTPQueue::do_close(File file, Completion<> done)
+{
+    withFile("close", file, std::move(done), [this, file](const auto& open, auto call) {
+        files_.erase(file);
+        open->afterReads([this, open, call] {
+            ask([open](SFTPPacketWriter& writer,
+                       std::uint32_t id) { writer.close(id, open->handle); },
+                [call](const Answer& answer) { call->endBy(answer, {}, SFTPSubject::OpenFile); });
+        });
+    });
+}
+
+} // namespace Tarnis

@@ -1,0 +1,190 @@
+#include "sftp/SFTPAttributes.h"
+#include "sftp/SFTPQueueAttributes.h"
+#include "sftp/SFTPQueueCall.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Tarnis {
+
+using FileSystem::FailureCode;
+using FileSystem::StorageSystemEntry;
+
+namespace {
+
+// How many requests for the next names are under way: few for a small directory, which is over with
+// the second answer, and more as it turns out to be a large one.
+constexpr std::size_t firstRequests = 2;
+constexpr std::size_t mostRequests = 32;
+
+// An answer without a name is no mistake, but no progress either.
+constexpr std::size_t mostEmptyAnswers = 100;
+
+bool canBeEntry(std::string_view name)
+{
+    return !name.empty() && name.find('/') == std::string_view::npos &&
+           name.find('\0') == std::string_view::npos;
+}
+
+} // namespace
+
+/// Reads one directory, with several requests for its next names under way.
+class SFTPQueue::Listing : public std::enable_shared_from_this<Listing>
+{
+public:
+    Listing(SFTPQueue& queue, EntryReceiver receiver, std::shared_ptr<Call<>> call)
+        : queue_(queue)
+        , receiver_(std::move(receiver))
+        , call_(std::move(call))
+    {}
+
+    void start()
+    {
+        queue_.ask(
+            [self = shared_from_this()](SFTPPacketWriter& writer, std::uint32_t id) {
+                writer.opendir(id, self->call_->path());
+            },
+            [self = shared_from_this()](const Answer& answer) { self->opened(answer); });
+    }
+
+private:
+    void opened(const Answer& answer)
+    {
+        const auto handle = !answer.isLost && answer.type == SFTPPacketType::Handle
+                                ? decodeHandle(answer.fields)
+                                : std::nullopt;
+        if (!handle) {
+            failFor(answer);
+            return;
+        }
+        handle_ = *handle;
+        askOn();
+    }
+
+    void askOn()
+    {
+        while (!isOver_ && underWay_ < wanted_) {
+            ++underWay_;
+            queue_.ask(
+                [self = shared_from_this()](SFTPPacketWriter& writer, std::uint32_t id) {
+                    writer.readdir(id, self->handle_);
+                },
+                [self = shared_from_this()](const Answer& answer) { self->take(answer); });
+        }
+    }
+
+    void take(const Answer& answer)
+    {
+        --underWay_;
+        if (!isOver_) {
+            takeNames(answer);
+        }
+        askOn();
+        if (underWay_ == 0) {
+            finish();
+        }
+    }
+
+    void takeNames(const Answer& answer)
+    {
+        const auto status = Call<>::statusOf(answer);
+        if (status && status->code == SFTPStatusCode::EndOfFile) {
+            isOver_ = true;
+            return;
+        }
+        const auto names = !answer.isLost && answer.type == SFTPPacketType::Name
+                               ? decodeNames(answer.fields)
+                               : std::nullopt;
+        if (!names) {
+            isOver_ = true;
+            failure_ = answer;
+            return;
+        }
+        emptyAnswers_ = names->empty() ? emptyAnswers_ + 1 : 0;
+        wanted_ = std::min(wanted_ * 2, mostRequests);
+        handOver(*names);
+        if (emptyAnswers_ == mostEmptyAnswers) {
+            isOver_ = true;
+            problem_ = "the server goes on answering without names";
+        }
+    }
+
+    void handOver(const std::vector<SFTPName>& names)
+    {
+        std::vector<StorageSystemEntry> entries;
+        entries.reserve(names.size());
+        for (const SFTPName& name : names) {
+            if (name.name == "." || name.name == "..") {
+                continue;
+            }
+            if (!canBeEntry(name.name)) {
+                isOver_ = true;
+                problem_ = "the server names an entry as none can be named";
+                break;
+            }
+            entries.push_back({std::string(name.name), attributesOf(name.attributes)});
+            if (queue_.server_ == SFTPServerKind::ModSftp) {
+                // It tells of what a link leads to.
+                entries.back().attributes.type.reset();
+            }
+        }
+        if (!entries.empty() && !receiver_(entries)) {
+            isOver_ = true;
+        }
+    }
+
+    void finish()
+    {
+        queue_.ask([handle = handle_](SFTPPacketWriter& writer,
+                                      std::uint32_t id) { writer.close(id, handle); },
+                   [](const Answer& /*answer*/) {});
+        if (failure_) {
+            failFor(*failure_);
+        } else if (problem_ != nullptr) {
+            call_->failAs(FailureCode::Protocol, problem_);
+        } else {
+            call_->succeed();
+        }
+    }
+
+    void failFor(const Answer& answer)
+    {
+        const auto status = Call<>::statusOf(answer);
+        if (status && status->code == SFTPStatusCode::NoSuchFile) {
+            // Some servers say so of what is there, and no directory.
+            queue_.askKind(call_->path(),
+                           [call = call_, answer](std::optional<std::uint32_t> kind) {
+                               call->failFor(answer, {}, SFTPSubject::Path, reasonOf(kind));
+                           });
+            return;
+        }
+        queue_.explain(call_, answer, call_->path(), reasonOf);
+    }
+
+    static std::optional<FailureCode> reasonOf(std::optional<std::uint32_t> kind)
+    {
+        return reasonIf(kind && *kind != 0 && kind != directoryKind && kind != linkKind,
+                        FailureCode::NotDirectory);
+    }
+
+    SFTPQueue& queue_;
+    EntryReceiver receiver_;
+    std::shared_ptr<Call<>> call_;
+    std::string handle_;
+    std::size_t underWay_ = 0;
+    std::size_t wanted_ = firstRequests;
+    std::size_t emptyAnswers_ = 0;
+    bool isOver_ = false;
+    std::optional<Answer> failure_;
+    const char* problem_ = nullptr;
+};
+
+void SFTPQueue::do_list(const std::string& path, EntryReceiver receiver, Completion<> done)
+{
+    auto call = begin("list", path, std::move(done));
+    if (isNamed(call)) {
+        std::make_shared<Listing>(*this, std::move(receiver), std::move(call))->start();
+    }
+}
+
+} // namespace Tarnis
