@@ -1,13 +1,13 @@
-#include "EntryKind.h"
-#include "FailureWatch.h"
-#include "FileCopy.h"
-#include "FileReplacement.h"
-#include "LinkResolution.h"
-#include "MoveByCopy.h"
-#include "NameCheck.h"
-#include "PathText.h"
-#include "TreeCopy.h"
-#include "TreeRemoval.h"
+#include "failure/FailureWatch.h"
+#include "path/EntryKind.h"
+#include "path/LinkResolution.h"
+#include "path/NameCheck.h"
+#include "path/PathText.h"
+#include "tree/FileCopy.h"
+#include "tree/FileReplacement.h"
+#include "tree/MoveByCopy.h"
+#include "tree/TreeCopy.h"
+#include "tree/TreeRemoval.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>

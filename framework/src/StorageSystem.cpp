@@ -1,8 +1,8 @@
-#include "FailureWatch.h"
-#include "LinkResolution.h"
-#include "NameCheck.h"
-#include "PathText.h"
-#include "SlotQueue.h"
+#include "failure/FailureWatch.h"
+#include "path/LinkResolution.h"
+#include "path/NameCheck.h"
+#include "path/PathText.h"
+#include "queue/SlotQueue.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>

@@ -1,9 +1,9 @@
 #include "ByteStream.h"
-#include "CallbackScope.h"
 #include "GoneFileSystem.h"
-#include "LinkResolution.h"
-#include "PathText.h"
 #include "RequestSize.h"
+#include "failure/CallbackScope.h"
+#include "path/LinkResolution.h"
+#include "path/PathText.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>

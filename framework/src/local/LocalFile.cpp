@@ -1,0 +1,168 @@
+#include "local/LocalFile.h"
+
+#include "SystemCall.h"
+#include "local/LocalAttributes.h"
+#include "local/LocalError.h"
+#include "local/LocalSuccession.h"
+
+#include <FileSystem/LocalFileSystem.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace FileSystem {
+
+namespace {
+
+static_assert(sizeof(off_t) == sizeof(std::int64_t), "files may be larger than 2 GiB");
+
+constexpr auto largestSize = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+
+// No system moves more in one call.
+constexpr std::uint64_t largestStep = 0x40000000;
+
+std::size_t stepOf(std::uint64_t size)
+{
+    return static_cast<std::size_t>(std::min(size, largestStep));
+}
+
+} // namespace
+
+LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
+                     Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
+                     const LocalFileSystem& fileSystem)
+    : descriptor_(std::move(descriptor))
+    , fileId_(fileId)
+    , mode_(mode)
+    , fileSystem_(fileSystem)
+{
+    belongTo(fileSystem);
+    // Closing any descriptor of it makes a network file system say what became of the bytes, and
+    // costs a local one nothing.
+    setCommit([this] {
+        const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
+        return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
+    });
+    setAttributeKeeper(attributeKeeper());
+}
+
+/// For as long as the file lives.
+LocalFile::AttributeKeeper LocalFile::attributeKeeper() const
+{
+    AttributeKeeper keeper;
+    keeper.narrow = [this](auto permissions) {
+        return LocalError::succeeded(narrowPermissions(descriptor_.get(), permissions), fileId_);
+    };
+    keeper.succeed = [this](const auto& owner, auto permissions) {
+        return succeedTo(descriptor_.get(), owner, permissions);
+    };
+    keeper.set = [this](auto permissions) {
+        return LocalError::succeeded(setPermissions(descriptor_.get(), permissions), fileId_);
+    };
+    keeper.look = [this]() -> std::optional<OpenFileState> {
+        const auto now = attributesOfOpen(descriptor_.get());
+        if (!LocalError::succeeded(now.has_value(), fileId_)) {
+            return std::nullopt;
+        }
+        return OpenFileState{permissionsOf(now->st_mode), static_cast<std::uint64_t>(now->st_size),
+                             now->st_dev, now->st_ino};
+    };
+    keeper.cut = [this](std::uint64_t size) {
+        return LocalError::succeeded(
+            size <= largestSize && ::ftruncate(descriptor_.get(), static_cast<off_t>(size)) == 0,
+            fileId_);
+    };
+    return keeper;
+}
+
+LocalFile::~LocalFile() = default;
+
+bool LocalFile::do_isValid() const
+{
+    return fileSystem_.isValid();
+}
+
+std::string LocalFile::do_fileId()
+{
+    return fileId_;
+}
+
+Utilities::Flags<StorageSystemFileOpenModeFlag> LocalFile::do_mode()
+{
+    return mode_;
+}
+
+bool LocalFile::do_eof() const
+{
+    return eof_;
+}
+
+bool LocalFile::do_seek(std::uint64_t offset) const
+{
+    if (offset > largestSize) {
+        return fail(FailureCode::TooLarge, {}, fileId_);
+    }
+    if (::lseek(descriptor_.get(), static_cast<off_t>(offset), SEEK_SET) == -1) {
+        return failBySystem(errno, fileId_);
+    }
+    eof_ = false;
+    return true;
+}
+
+std::optional<std::uint64_t> LocalFile::do_tell()
+{
+    const off_t offset = ::lseek(descriptor_.get(), 0, SEEK_CUR);
+    if (offset == -1) {
+        failBySystem(errno, fileId_);
+        return std::nullopt;
+    }
+    return static_cast<std::uint64_t>(offset);
+}
+
+bool LocalFile::do_error() const
+{
+    return !do_isValid();
+}
+
+std::uint64_t LocalFile::do_read(char* buffer, std::uint64_t size) const
+{
+    std::uint64_t done = 0;
+    eof_ = false;
+    while (done < size) {
+        const ssize_t count = retryInterrupted(
+            [&] { return ::read(descriptor_.get(), buffer + done, stepOf(size - done)); });
+        if (count <= 0) {
+            eof_ = LocalError::succeeded(count == 0, fileId_);
+            break;
+        }
+        done += static_cast<std::uint64_t>(count);
+    }
+    return done;
+}
+
+std::uint64_t LocalFile::do_write(const char* buffer, std::uint64_t size) const
+{
+    std::uint64_t done = 0;
+    while (done < size) {
+        const ssize_t count = retryInterrupted(
+            [&] { return ::write(descriptor_.get(), buffer + done, stepOf(size - done)); });
+        if (count <= 0) {
+            LocalError::note(count == 0 ? EIO : errno, fileId_);
+            return 0;
+        }
+        done += static_cast<std::uint64_t>(count);
+    }
+    return done;
+}
+
+const FileSystem2& LocalFile::do_fileSystem() const
+{
+    return fileSystem_;
+}
+
+} // namespace FileSystem
