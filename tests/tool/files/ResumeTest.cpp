@@ -208,9 +208,9 @@ TEST_F(ResumeTest, NeverGoesOnFromSomebodyElsesPart)
 
 TEST_F(ResumeTest, APrivateFileComesIntoAPartThatIsClosedFirst)
 {
-    there().write("f", data_, 0600);
+    there().write("f", data_ + data_ + data_, 0600);
     const std::string part = here().write(".f.tarnis-part", data_.substr(0, kBeginning), 0644);
-    line().cutAfterBytes(TcpProxy::ToClient, kBeginning + 300'000, TcpProxy::Cut::Reset);
+    line().cutAfterBytes(TcpProxy::ToClient, 2 * kBeginning + kSize / 2, TcpProxy::Cut::Reset);
     EXPECT_EQ(tarnis("get", {"--resume", counted("f"), here().path().string()}).exitCode, 1);
     EXPECT_GT(std::filesystem::file_size(part), kBeginning);
     EXPECT_EQ(modeOf(part), 0600U);

@@ -349,6 +349,11 @@ int ssh_channel_request_sftp(ssh_channel channel)
     return LibsshMock::active().ssh_channel_request_sftp(channel);
 }
 
+int ssh_channel_request_subsystem(ssh_channel channel, const char* subsystem)
+{
+    return LibsshMock::active().ssh_channel_request_subsystem(channel, subsystem);
+}
+
 int ssh_channel_close(ssh_channel channel)
 {
     return LibsshMock::active().ssh_channel_close(channel);

@@ -83,6 +83,7 @@ public:
     MOCK_METHOD(ssh_session, ssh_channel_get_session, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_open_session, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_request_sftp, (ssh_channel));
+    MOCK_METHOD(int, ssh_channel_request_subsystem, (ssh_channel, const char*));
     MOCK_METHOD(int, ssh_channel_close, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_open, (ssh_channel));
     MOCK_METHOD(int, ssh_channel_is_eof, (ssh_channel));
