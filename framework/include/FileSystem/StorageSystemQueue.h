@@ -144,7 +144,8 @@ public:
     void lookThrough(const std::string& path, Completion<const StorageSystemAttributes&> done);
 
     /// Reads a directory, without "." and "..", in the order in which the system gives its entries.
-    /// An entry whose name is no single component is a failure, with code Protocol. No limit.
+    /// An entry whose name is no single component is left out, and is a failure with code Protocol
+    /// in the end. No limit.
     /// \param receiver called as often as entries come, by pump().
     void list(const std::string& path, EntryReceiver receiver, Completion<> done);
 

@@ -265,15 +265,17 @@ bool SlotQueue::listEntries(const std::string& path, const EntryReceiver& receiv
     }
     std::vector<StorageSystemEntry> entries;
     entries.reserve(infos->size());
+    std::optional<std::string> leftOut;
     for (const auto& info : *infos) {
-        if (!PathText::isEntryName(info.name)) {
-            return fail(FailureCode::Protocol, "an entry has a name that no entry can have",
-                        PathText::childId(path, {info.name}));
+        if (PathText::isEntryName(info.name)) {
+            entries.push_back({info.name, FileSystem::attributesOf(info)});
+        } else {
+            leftOut = info.name;
         }
-        entries.push_back({info.name, FileSystem::attributesOf(info)});
     }
     static_cast<void>(entries.empty() || receiver(entries));
-    return true;
+    return !leftOut || fail(FailureCode::Protocol, "an entry has a name that none can have",
+                            PathText::childId(path, {*leftOut}));
 }
 
 void SlotQueue::do_makeDirectory(const std::string& path, Permissions permissions,

@@ -1,0 +1,117 @@
+#pragma once
+
+#include <FileSystem/Export.h>
+#include <FileSystem/Failure.h>
+#include <FileSystem/StorageSystemQueue.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace FileSystem {
+
+class StorageSystem;
+
+// Work on trees of directories, with as many operations in flight as pays. What fails belongs to
+// its entry and keeps nothing else from being done, unless the observer says stop.
+
+/// An entry of a tree.
+struct TreeEntry
+{
+    std::string path;  ///< In its storage system.
+    std::string below; ///< From the root that was asked for: "a/b"; empty for the root itself.
+    /// What is known of it without asking for it alone. Of the root: what was found there.
+    StorageSystemAttributes attributes;
+};
+
+/// How far a tree operation is. What is to be done is known as far as directories were read.
+struct TreeProgress
+{
+    std::uint64_t entriesDone = 0; ///< Done, skipped and failed ones.
+    std::uint64_t entriesFound = 0;
+    bool isAllFound = false; ///< Every directory was read, so that nothing more will be found.
+};
+
+/// Follows a tree operation and decides in it. All functions are called on the thread that called
+/// the operation, one after the other; an exception that one throws ends the operation, and is
+/// passed on. What they do on storage systems are operations of their own.
+class FILESYSTEM_EXPORT TreeObserver
+{
+public:
+    TreeObserver() = default;
+    TreeObserver(const TreeObserver&) = delete;
+    TreeObserver& operator=(const TreeObserver&) = delete;
+    virtual ~TreeObserver();
+
+    /// Whether the operation is for this entry. A directory that is left out takes all below it
+    /// along, and is not read.
+    virtual bool wants(const TreeEntry& entry);
+
+    /// The operation has done what it does for an entry: it is removed, or, of a directory that is
+    /// walked, wants() was called for all that is in it.
+    virtual void done(const TreeEntry& entry);
+
+    /// The operation could not be done for an entry. Called once for each cause: a directory that
+    /// stays because of what is left in it has not failed. \return whether to go on with the
+    /// others.
+    virtual bool failed(const TreeEntry& entry, const Failure& failure);
+
+    /// Called after each step, and at least ten times a second while nothing happens.
+    /// \return whether to go on; what is in flight is waited for, and nothing else begun.
+    virtual bool progress(const TreeProgress& progress);
+};
+
+/// What became of a tree operation.
+struct TreeReport
+{
+    std::uint64_t files = 0;       ///< Done; all that is neither a directory nor a link.
+    std::uint64_t directories = 0; ///< Done.
+    std::uint64_t links = 0;       ///< Done.
+    std::uint64_t failed = 0;      ///< How often TreeObserver::failed() was called, or would be.
+    bool isStopped = false;        ///< The observer said stop, after a failure or at its progress.
+    Failure failure;               ///< The first one.
+
+    /// Whether everything was done.
+    bool isComplete() const noexcept { return failed == 0 && !isStopped; }
+};
+
+/// How much at once.
+struct TreeOptions
+{
+    /// Operations in flight; 0 for as many as pay on the system.
+    std::size_t inFlight = 0;
+    /// Nothing is changed: the observer and the report tell what would be done.
+    bool isDryRun = false;
+};
+
+/// Walks trees: calls wants() for each root and for all that is in a directory that is wanted, in
+/// ascending order of the bytes of their names, then done() for that directory; then for its
+/// subdirectories in that order, each with all that is below it before the next. Without following
+/// a symbolic link; a root that is one is told as one.
+///
+/// Failures: a directory that cannot be read, or not to its end, is told after the entries that
+/// were read. An entry with a name that would lead elsewhere is told with its directory and left
+/// out (Protocol). A directory that something else has taken the place of is not walked (Changed).
+/// A lost connection ends the walk, and is told once.
+///
+/// Blocks until all was told. Any thread; takes no lock while it waits.
+FILESYSTEM_EXPORT TreeReport walkTree(const StorageSystem& system,
+                                      const std::vector<std::string>& roots, TreeObserver& observer,
+                                      const TreeOptions& options = {});
+
+/// Removes trees: what stands at each root, and all below it where that is a directory. A symbolic
+/// link is removed itself, one that takes a directory's place meanwhile included. What is not
+/// wanted stays, and so do the directories that it is in.
+///
+/// Failures: what cannot be removed, with the reason. For a directory whose entries cannot be read
+/// that reason is told, unless it can be removed all the same since it is empty. A root at which
+/// nothing stands fails with NotFound, one without a name of its own ("/", "..") with BadName. A
+/// lost connection ends the removal, and is told once.
+///
+/// Blocks until all was removed or has failed. Any thread; takes no lock while it waits.
+FILESYSTEM_EXPORT TreeReport removeTree(const StorageSystem& system,
+                                        const std::vector<std::string>& roots,
+                                        TreeObserver& observer, const TreeOptions& options = {});
+
+} // namespace FileSystem

@@ -1,0 +1,112 @@
+#include "tree/DirectoryReader.h"
+
+#include "failure/NewFailure.h"
+#include "path/PathText.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace FileSystem {
+
+namespace {
+
+constexpr auto directoryType = StorageSystemFileTypeFlag::Directory;
+
+} // namespace
+
+void DirectoryReader::read(StorageSystemQueue& queue, std::string path, Done done)
+{
+    std::shared_ptr<DirectoryReader>(new DirectoryReader(queue, std::move(path), std::move(done)))
+        ->list();
+}
+
+DirectoryReader::DirectoryReader(StorageSystemQueue& queue, std::string path, Done done)
+    : queue_(queue)
+    , path_(std::move(path))
+    , done_(std::move(done))
+{}
+
+void DirectoryReader::list()
+{
+    const auto self = shared_from_this();
+    queue_.list(
+        path_,
+        [self](std::vector<StorageSystemEntry>& entries) {
+            auto& all = self->contents_.entries;
+            std::move(entries.begin(), entries.end(), std::back_inserter(all));
+            return true;
+        },
+        [self](const Failure& failure) {
+            self->contents_.failure = failure;
+            self->checkDirectory();
+        });
+}
+
+void DirectoryReader::checkDirectory()
+{
+    if (contents_.entries.empty()) {
+        finish();
+        return;
+    }
+    queue_.lookUp(path_, [self = shared_from_this()](const Failure& failure, const auto& now) {
+        self->checked(failure, now);
+    });
+}
+
+void DirectoryReader::checked(const Failure& failure, const StorageSystemAttributes& now)
+{
+    if (failure) {
+        contents_ = {{}, {}, failure};
+    } else if (now.type && !now.type->has(directoryType)) {
+        contents_ = {{}, {}, newFailure("list", path_, FailureCode::Changed)};
+    }
+    askTypes();
+}
+
+void DirectoryReader::askTypes()
+{
+    // One more than there are, so that the last answer finds all of them asked for.
+    asked_ = 1;
+    for (std::size_t i = 0; i < contents_.entries.size(); ++i) {
+        if (!contents_.entries[i].attributes.type) {
+            askType(i);
+        }
+    }
+    if (--asked_ == 0) {
+        finish();
+    }
+}
+
+void DirectoryReader::askType(std::size_t index)
+{
+    ++asked_;
+    const auto path = PathText::childId(path_, {contents_.entries[index].name});
+    queue_.lookUp(path, [self = shared_from_this(), index](const Failure& failure, const auto& is) {
+        auto& entry = self->contents_.entries[index];
+        if (!failure) {
+            entry.attributes = is;
+            // A system that does not tell here either means something that it has no type for.
+            entry.attributes.type = is.type.value_or(Utilities::Flags<StorageSystemFileTypeFlag>());
+        } else if (failure.code() != FailureCode::NotFound) {
+            self->contents_.untold.push_back(failure);
+        }
+        if (--self->asked_ == 0) {
+            self->finish();
+        }
+    });
+}
+
+void DirectoryReader::finish()
+{
+    auto& entries = contents_.entries;
+    // What has no type by now is gone, or cannot be told.
+    entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                 [](const auto& entry) { return !entry.attributes.type; }),
+                  entries.end());
+    std::sort(entries.begin(), entries.end(),
+              [](const auto& left, const auto& right) { return left.name < right.name; });
+    done_(contents_);
+}
+
+} // namespace FileSystem

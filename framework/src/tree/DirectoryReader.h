@@ -1,0 +1,52 @@
+#pragma once
+
+#include <FileSystem/Failure.h>
+#include <FileSystem/StorageSystemQueue.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace FileSystem {
+
+/// What a directory of a tree holds.
+struct DirectoryContents
+{
+    /// In ascending order of the bytes of their names, each with its type.
+    std::vector<StorageSystemEntry> entries;
+    /// Of entries whose type cannot be told: they are not among the others.
+    std::vector<Failure> untold;
+    /// Why there may be more than these.
+    Failure failure;
+};
+
+/// Reads one directory of a tree, so that nothing that it gives was reached through a link that has
+/// taken the directory's place: it is looked at again once its entries are there.
+class DirectoryReader : public std::enable_shared_from_this<DirectoryReader>
+{
+public:
+    using Done = std::function<void(DirectoryContents& contents)>;
+
+    /// \param queue must outlive what is in flight on it.
+    static void read(StorageSystemQueue& queue, std::string path, Done done);
+
+private:
+    DirectoryReader(StorageSystemQueue& queue, std::string path, Done done);
+
+    void list();
+    void checkDirectory();
+    void checked(const Failure& failure, const StorageSystemAttributes& now);
+    void askTypes();
+    void askType(std::size_t index);
+    void finish();
+
+    StorageSystemQueue& queue_;
+    std::string path_;
+    Done done_;
+    DirectoryContents contents_;
+    std::size_t asked_ = 0; ///< How many types are still to come.
+};
+
+} // namespace FileSystem

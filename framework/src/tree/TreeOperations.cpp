@@ -1,0 +1,67 @@
+#include "failure/FailureWatch.h"
+#include "failure/NewFailure.h"
+#include "tree/TreeRemover.h"
+#include "tree/TreeWalker.h"
+
+#include <FileSystem/FailureScope.h>
+#include <FileSystem/TreeOperations.h>
+
+namespace FileSystem {
+
+namespace {
+
+/// Ends an operation by its report: its failure is the first of its entries'.
+TreeReport reported(FailureScope& scope, TreeReport report)
+{
+    if (!report.isComplete()) {
+        auto first =
+            report.failure ? report.failure : newFailure("stop", {}, FailureCode::Cancelled);
+        noteAgain(std::move(first));
+    }
+    scope.result(report.isComplete());
+    return report;
+}
+
+std::string firstOf(const std::vector<std::string>& roots)
+{
+    return roots.empty() ? std::string() : roots.front();
+}
+
+} // namespace
+
+TreeObserver::~TreeObserver() = default;
+
+bool TreeObserver::wants(const TreeEntry& /*entry*/)
+{
+    return true;
+}
+
+void TreeObserver::done(const TreeEntry& /*entry*/) {}
+
+bool TreeObserver::failed(const TreeEntry& /*entry*/, const Failure& /*failure*/)
+{
+    return true;
+}
+
+bool TreeObserver::progress(const TreeProgress& /*progress*/)
+{
+    return true;
+}
+
+TreeReport walkTree(const StorageSystem& system, const std::vector<std::string>& roots,
+                    TreeObserver& observer, const TreeOptions& options)
+{
+    const auto first = firstOf(roots);
+    FailureScope scope("walkTree", first);
+    return reported(scope, TreeWalker(system, observer, options).walk(roots));
+}
+
+TreeReport removeTree(const StorageSystem& system, const std::vector<std::string>& roots,
+                      TreeObserver& observer, const TreeOptions& options)
+{
+    const auto first = firstOf(roots);
+    FailureScope scope("removeTree", first);
+    return reported(scope, TreeRemover(system, observer, options).remove(roots));
+}
+
+} // namespace FileSystem

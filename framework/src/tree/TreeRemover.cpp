@@ -1,0 +1,270 @@
+#include "tree/TreeRemover.h"
+
+#include "failure/NewFailure.h"
+#include "path/PathText.h"
+#include "tree/TreeLimits.h"
+
+#include <utility>
+
+namespace FileSystem {
+
+namespace {
+
+// More directories are read while there is less than this to be removed: reading is what takes
+// memory.
+constexpr std::size_t enoughHeld = 20'000;
+constexpr std::size_t mostReading = 32;
+
+/// Whether a directory was not removed for what is left in it.
+bool isForWhatIsLeft(const Failure& failure)
+{
+    return failure.code() == FailureCode::NotEmpty || failure.code() == FailureCode::Other;
+}
+
+template <class Value>
+Value takeLast(std::vector<Value>& values)
+{
+    auto last = std::move(values.back());
+    values.pop_back();
+    return last;
+}
+
+} // namespace
+
+/// A directory that is being emptied. Lives as long as anything in it is still to be removed.
+struct TreeRemover::Directory
+{
+    TreeEntry entry;
+    std::size_t depth = 0;
+    DirectoryPtr parent; ///< Null for a root.
+    std::vector<StorageSystemEntry> entries;
+    std::size_t unfinished = 0; ///< How much of what was in it is neither gone nor known to stay.
+    bool isKept = false;        ///< Something in it stays.
+    Failure whyUnread;
+};
+
+TreeRemover::TreeRemover(const StorageSystem& system, TreeObserver& observer,
+                         const TreeOptions& options)
+    : work_(system, observer, options)
+{}
+
+TreeReport TreeRemover::remove(const std::vector<std::string>& roots)
+{
+    for (auto root = roots.rbegin(); root != roots.rend(); ++root) {
+        // With a slash behind it a link would be taken for the directory that it leads to.
+        roots_.push_back({PathText::removeTrailingSlash(*root), {}, {}});
+    }
+    work_.found(roots.size());
+    while (!work_.isIdle() || (!work_.isOver() && hasStep())) {
+        while (work_.mayBegin() && hasStep()) {
+            beginStep();
+        }
+        if (!work_.isIdle()) {
+            work_.pump();
+        }
+        work_.tellProgress(isAllRead());
+    }
+    return work_.report();
+}
+
+bool TreeRemover::hasStep() const
+{
+    return !roots_.empty() || !toRead_.empty() || !toEmpty_.empty() || !toLeave_.empty();
+}
+
+bool TreeRemover::isAllRead() const
+{
+    return roots_.empty() && toRead_.empty() && reading_ == 0;
+}
+
+/// What makes room for more comes first.
+void TreeRemover::beginStep()
+{
+    const bool mayRead = reading_ < mostReading && held_ < enoughHeld;
+    if (!toLeave_.empty()) {
+        beginLeaving(takeLast(toLeave_));
+    } else if (!toRead_.empty() && (mayRead || toEmpty_.empty())) {
+        beginReading(takeLast(toRead_));
+    } else if (!toEmpty_.empty()) {
+        beginNextEntry();
+    } else {
+        beginRoot(takeLast(roots_));
+    }
+}
+
+void TreeRemover::beginRoot(TreeEntry&& root)
+{
+    if (!PathText::isEntryName(PathText::fileName(root.path))) {
+        work_.fail(root, newFailure("remove", root.path, FailureCode::BadName));
+        return;
+    }
+    work_.begin();
+    work_.queue().lookUp(root.path, [this, root](const Failure& failure, const auto& is) mutable {
+        work_.end();
+        root.attributes = is;
+        if (failure) {
+            work_.fail(root, failure);
+        } else if (!work_.wants(root)) {
+            work_.passed();
+        } else {
+            begin(std::move(root), nullptr);
+        }
+    });
+}
+
+void TreeRemover::begin(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    if (isDirectory(entry.attributes)) {
+        enter(std::move(entry), parent);
+    } else {
+        beginRemoving(std::move(entry), parent);
+    }
+}
+
+void TreeRemover::enter(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    const std::size_t depth = parent != nullptr ? parent->depth + 1 : 0;
+    if (depth >= maximumTreeDepth) {
+        work_.fail(entry, newFailure("list", entry.path, FailureCode::TooDeep));
+        finishEntry(parent, true);
+        return;
+    }
+    toRead_.push_back(std::make_shared<Directory>());
+    auto& directory = *toRead_.back();
+    directory.entry = std::move(entry);
+    directory.depth = depth;
+    directory.parent = parent;
+}
+
+void TreeRemover::beginReading(const DirectoryPtr& directory)
+{
+    work_.begin();
+    ++reading_;
+    DirectoryReader::read(work_.queue(), directory->entry.path,
+                          [this, directory](DirectoryContents& contents) {
+                              --reading_;
+                              work_.end();
+                              take(directory, contents);
+                          });
+}
+
+void TreeRemover::take(const DirectoryPtr& directory, DirectoryContents& contents)
+{
+    work_.found(contents.entries.size() + contents.untold.size());
+    for (const Failure& failure : contents.untold) {
+        directory->isKept = true;
+        work_.fail(entryBelow(directory->entry, {PathText::fileName(failure.path()), {}}), failure);
+    }
+    directory->whyUnread = std::move(contents.failure);
+    chooseWanted(*directory, contents);
+    directory->unfinished = directory->entries.size();
+    held_ += directory->entries.size();
+    if (directory->entries.empty()) {
+        leave(directory);
+    } else {
+        toEmpty_.push_back(directory);
+    }
+}
+
+/// Keeps what is to be removed.
+void TreeRemover::chooseWanted(Directory& directory, DirectoryContents& contents)
+{
+    for (auto& entry : contents.entries) {
+        if (work_.isOver()) {
+            return;
+        }
+        if (work_.wants(entryBelow(directory.entry, StorageSystemEntry(entry)))) {
+            directory.entries.push_back(std::move(entry));
+        } else {
+            work_.passed();
+            directory.isKept = true;
+        }
+    }
+}
+
+void TreeRemover::beginNextEntry()
+{
+    const auto directory = toEmpty_.back();
+    auto entry = takeLast(directory->entries);
+    --held_;
+    if (directory->entries.empty()) {
+        toEmpty_.pop_back();
+    }
+    begin(entryBelow(directory->entry, std::move(entry)), directory);
+}
+
+void TreeRemover::beginRemoving(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    if (work_.isDryRun()) {
+        work_.done(entry);
+        finishEntry(parent, false);
+        return;
+    }
+    work_.begin();
+    const auto path = entry.path;
+    work_.queue().removeFile(path, [this, entry = std::move(entry), parent](const Failure& why) {
+        work_.end();
+        if (why) {
+            work_.fail(entry, why);
+        } else {
+            work_.done(entry);
+        }
+        finishEntry(parent, static_cast<bool>(why));
+    });
+}
+
+/// Everything that was in the directory is gone, or is known to stay.
+void TreeRemover::leave(const DirectoryPtr& directory)
+{
+    if (!directory->isKept) {
+        toLeave_.push_back(directory);
+    } else if (directory->whyUnread) {
+        left(directory, directory->whyUnread);
+    } else {
+        work_.passed();
+        finishEntry(directory->parent, true);
+    }
+}
+
+void TreeRemover::beginLeaving(const DirectoryPtr& directory)
+{
+    if (work_.isDryRun()) {
+        left(directory, directory->whyUnread);
+        return;
+    }
+    work_.begin();
+    const auto answered = [this, directory](const Failure& failure) {
+        work_.end();
+        const auto& whyUnread = directory->whyUnread;
+        left(directory, whyUnread && isForWhatIsLeft(failure) ? whyUnread : failure);
+    };
+    // What only passed for a directory is none to be removed as one.
+    if (directory->whyUnread.code() == FailureCode::NotDirectory) {
+        work_.queue().removeFile(directory->entry.path, answered);
+    } else {
+        work_.queue().removeDirectory(directory->entry.path, answered);
+    }
+}
+
+void TreeRemover::left(const DirectoryPtr& directory, const Failure& failure)
+{
+    if (failure) {
+        work_.fail(directory->entry, failure);
+    } else {
+        work_.done(directory->entry);
+    }
+    finishEntry(directory->parent, static_cast<bool>(failure));
+}
+
+void TreeRemover::finishEntry(const DirectoryPtr& parent, bool isKept)
+{
+    if (parent == nullptr) {
+        return;
+    }
+    parent->isKept = parent->isKept || isKept;
+    if (--parent->unfinished == 0) {
+        leave(parent);
+    }
+}
+
+} // namespace FileSystem

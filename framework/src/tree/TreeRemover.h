@@ -1,0 +1,50 @@
+#pragma once
+
+#include "tree/DirectoryReader.h"
+#include "tree/TreeWork.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace FileSystem {
+
+/// Removes trees: what is in a directory in any order, and the directory after it.
+class TreeRemover
+{
+public:
+    TreeRemover(const StorageSystem& system, TreeObserver& observer, const TreeOptions& options);
+
+    TreeReport remove(const std::vector<std::string>& roots);
+
+private:
+    struct Directory;
+    using DirectoryPtr = std::shared_ptr<Directory>;
+
+    bool hasStep() const;
+    bool isAllRead() const;
+    void beginStep();
+    void beginRoot(TreeEntry&& root);
+    void begin(TreeEntry&& entry, const DirectoryPtr& parent);
+    void enter(TreeEntry&& entry, const DirectoryPtr& parent);
+    void beginReading(const DirectoryPtr& directory);
+    void take(const DirectoryPtr& directory, DirectoryContents& contents);
+    void chooseWanted(Directory& directory, DirectoryContents& contents);
+    void beginNextEntry();
+    void beginRemoving(TreeEntry&& entry, const DirectoryPtr& parent);
+    void beginLeaving(const DirectoryPtr& directory);
+    void leave(const DirectoryPtr& directory);
+    void left(const DirectoryPtr& directory, const Failure& failure);
+    void finishEntry(const DirectoryPtr& parent, bool isKept);
+
+    TreeWork work_;
+    std::vector<TreeEntry> roots_; ///< Still to be looked at; the next one last.
+    std::vector<DirectoryPtr> toRead_;
+    std::vector<DirectoryPtr> toEmpty_; ///< With entries that are still to be removed.
+    std::vector<DirectoryPtr> toLeave_;
+    std::size_t reading_ = 0;
+    std::size_t held_ = 0; ///< Entries of the directories that are to be emptied.
+};
+
+} // namespace FileSystem
