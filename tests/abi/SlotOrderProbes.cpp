@@ -14,6 +14,7 @@
 #include <FileSystem/HandleObjectCore.h>
 #include <FileSystem/HandleObjectCoreComposite.h>
 #include <FileSystem/LocalFileSystem.h>
+#include <FileSystem/MemoryFileSystem.h>
 #include <FileSystem/StorageSystemBulkTransfer.h>
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>

@@ -58,6 +58,7 @@ enum class StorageSystemType : std::uint32_t
     None = 0, ///< What an open file gives for a storage system that is gone.
     Local = 1,
     SFTP = 2,
+    Memory = 3,
 };
 
 /// What a copy does beyond copying bytes.

@@ -5,8 +5,8 @@
 #include "local/LocalError.h"
 #include "local/LocalFile.h"
 #include "local/LocalTreeRemoval.h"
+#include "path/NameFilter.h"
 
-#include <FileSystem/DirectoryListing.h>
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/OpenMode.h>
@@ -17,7 +17,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
-#include <regex>
 #include <system_error>
 #include <utility>
 
@@ -210,32 +209,6 @@ bool renameWithoutReplacing(const char* path, const char* newPath)
     const bool isUnknownFlag = errno == EINVAL || errno == ENOSYS;
     return isUnknownFlag && renameWhereNothingStands(path, newPath);
 }
-
-/// Which names of a listing are wanted.
-class NameFilter
-{
-public:
-    static NameFilter all() { return {std::string(), {}}; }
-
-    /// Throws std::regex_error when a regular expression is none.
-    NameFilter(const std::string& filter, StorageSystemDirectoryFilterType type)
-    {
-        if (filter.empty()) {
-            return;
-        }
-        expression_ = type == StorageSystemDirectoryFilterType::SearchPattern
-                          ? DirectoryListing::createSearchFilter(filter)
-                          : std::regex(filter, std::regex::ECMAScript);
-    }
-
-    bool passes(const char* name) const
-    {
-        return !expression_ || std::regex_match(name, *expression_);
-    }
-
-private:
-    std::optional<std::regex> expression_;
-};
 
 // A path that already ends in a slash gets another one: the entry's id begins with the path as the
 // caller gave it.
