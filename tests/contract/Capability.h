@@ -53,6 +53,8 @@ struct Capabilities
     Capability keepsTimesBefore1970;
     /// Keeps modification times that 32 bits of seconds cannot hold.
     Capability keepsTimesAfter2106;
+    /// Keeps access times, which the interface does not tell.
+    Capability keepsAccessTimes;
     /// Setting the modification time of a symbolic link sets the link's own. Lacking: its target's.
     Capability setsTimesOfLinks;
     /// fileSymbolicLinkRemove() leaves alone what is no link. Lacking: it removes any file.
@@ -67,6 +69,8 @@ struct Capabilities
     Capability takesAnyBytesInNames;
     /// Takes permissions that allow nothing at all. Lacking: ignores them.
     Capability takesNoPermissions;
+    /// Files may have bits beyond the nine that the interface tells.
+    Capability keepsSetIdBits;
     /// Takes its umask off the permissions that a new file is asked for with. Lacking: gives them
     /// as they are.
     Capability takesUmaskOffNewFiles;

@@ -6,9 +6,6 @@
 #include <atomic>
 #include <thread>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace TarnisTest {
 
 using FileSystem::FileSystem2;
@@ -138,8 +135,7 @@ std::string ContractTest::makeLink(std::string_view name, const std::string& tar
 {
     const bool isRelative = target.empty() || target.front() != '/';
     if (isRelative && !capabilities().tellsRelativeTargets.isPresent()) {
-        EXPECT_EQ(::symlink(target.c_str(), localPath(path(name)).c_str()), 0) << path(name);
-        return path(name);
+        return makeRelativeLink(name, target);
     }
     EXPECT_TRUE(system().fileSymbolicLinkCreateAs(target, path(name), true))
         << "cannot make " << path(name);
@@ -148,7 +144,19 @@ std::string ContractTest::makeLink(std::string_view name, const std::string& tar
 
 std::string ContractTest::makePipe(std::string_view name) const
 {
-    EXPECT_EQ(::mkfifo(localPath(path(name)).c_str(), 0600), 0) << "cannot make " << path(name);
+    EXPECT_TRUE(underTest_->makePipe(path(name))) << "cannot make " << path(name);
+    return path(name);
+}
+
+std::string ContractTest::makeHardLink(std::string_view name, std::string_view newName) const
+{
+    EXPECT_TRUE(underTest_->makeHardLink(path(name), path(newName))) << path(newName);
+    return path(newName);
+}
+
+std::string ContractTest::makeRelativeLink(std::string_view name, const std::string& target) const
+{
+    EXPECT_TRUE(underTest_->makeSymbolicLink(target, path(name))) << path(name);
     return path(name);
 }
 

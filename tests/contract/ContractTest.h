@@ -83,6 +83,12 @@ protected:
     std::string makeLink(std::string_view name, const std::string& target) const;
     std::string makePipe(std::string_view name) const;
 
+    /// A second name of what has the first.
+    std::string makeHardLink(std::string_view name, std::string_view newName) const;
+
+    /// Without asking the storage system, where it may not tell such a link as it is.
+    std::string makeRelativeLink(std::string_view name, const std::string& target) const;
+
     std::string contentOf(const std::string& path) const;
 
     /// The names in the test's own directory, sorted.

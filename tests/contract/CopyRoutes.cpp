@@ -1,10 +1,9 @@
 #include "contract/CopyRoutes.h"
 
+#include "contract/LocalEntries.h"
 #include "support/RequireServer.h"
 
 #include <array>
-
-#include <sys/stat.h>
 
 namespace TarnisTest {
 
@@ -83,24 +82,41 @@ std::string CopyRouteTest::targetPath(std::string_view name) const
     return targetRoot_ + "/" + std::string(name);
 }
 
-std::string CopyRouteTest::localSourcePath(const std::string& path) const
+void CopyRouteTest::makeSourcePipe(std::string_view name) const
 {
-    return GetParam().route == Route::FromLocal ? path : underTest_->localPath(path);
-}
-
-std::string CopyRouteTest::localTargetPath(const std::string& path) const
-{
-    return GetParam().route == Route::ToLocal ? path : underTest_->localPath(path);
+    const auto path = sourcePath(name);
+    const bool isLocal = GetParam().route == Route::FromLocal;
+    EXPECT_TRUE(isLocal ? makeLocalPipe(path) : underTest_->makePipe(path)) << name;
 }
 
 void CopyRouteTest::makeTargetPipe(std::string_view name) const
 {
-    EXPECT_EQ(::mkfifo(localTargetPath(targetPath(name)).c_str(), 0600), 0) << name;
+    const auto path = targetPath(name);
+    EXPECT_TRUE(isTargetLocal() ? makeLocalPipe(path) : underTest_->makePipe(path)) << name;
 }
 
 void CopyRouteTest::makeTargetSocket(std::string_view name) const
 {
-    EXPECT_EQ(::mknod(localTargetPath(targetPath(name)).c_str(), S_IFSOCK | 0600, 0), 0) << name;
+    const auto path = targetPath(name);
+    EXPECT_TRUE(isTargetLocal() ? makeLocalSocket(path) : underTest_->makeSocket(path)) << name;
+}
+
+bool CopyRouteTest::makeTargetDevices() const
+{
+    const auto character = targetPath("character");
+    const auto block = targetPath("block");
+    return isTargetLocal()
+               ? makeLocalCharacterDevice(character) && makeLocalBlockDevice(block)
+               : underTest_->makeCharacterDevice(character) && underTest_->makeBlockDevice(block);
+}
+
+void CopyRouteTest::makeTargetHardLink(std::string_view name, std::string_view newName) const
+{
+    const auto path = targetPath(name);
+    const auto newPath = targetPath(newName);
+    EXPECT_TRUE(isTargetLocal() ? makeLocalHardLink(path, newPath)
+                                : underTest_->makeHardLink(path, newPath))
+        << newName;
 }
 
 Permissions CopyRouteTest::lessUmask(Permissions permissions) const

@@ -59,13 +59,18 @@ protected:
     std::string sourcePath(std::string_view name) const;
     std::string targetPath(std::string_view name) const;
 
-    /// Where a path of the source, or of the target, stands on this machine.
-    std::string localSourcePath(const std::string& path) const;
-    std::string localTargetPath(const std::string& path) const;
+    /// Makes a pipe in the directory that is copied from.
+    void makeSourcePipe(std::string_view name) const;
 
     /// Makes a pipe, and something else that is no file, in the directory that is copied to.
     void makeTargetPipe(std::string_view name) const;
     void makeTargetSocket(std::string_view name) const;
+
+    /// Makes "character" and "block" there. False: they cannot be made.
+    bool makeTargetDevices() const;
+
+    /// Gives what is there a second name there.
+    void makeTargetHardLink(std::string_view name, std::string_view newName) const;
 
     /// What a new file or directory of the target gets of these permissions.
     Permissions lessUmask(Permissions permissions) const;
@@ -79,6 +84,8 @@ protected:
     std::vector<std::string> targetNames() const;
 
 private:
+    bool isTargetLocal() const { return GetParam().route == Route::ToLocal; }
+
     std::unique_ptr<StorageSystemUnderTest> underTest_;
     /// Made after the storage system, which may have changed the user that the test runs as.
     std::optional<TemporaryDirectory> localDirectory_;

@@ -1,5 +1,7 @@
 #include "contract/StorageSystemUnderTest.h"
 
+#include "contract/LocalEntries.h"
+
 #include <utility>
 
 namespace TarnisTest {
@@ -14,6 +16,37 @@ std::vector<Backend>& registry()
 }
 
 } // namespace
+
+bool StorageSystemUnderTest::makePipe(const std::string& path) const
+{
+    return makeLocalPipe(localPath(path));
+}
+
+bool StorageSystemUnderTest::makeSocket(const std::string& path) const
+{
+    return makeLocalSocket(localPath(path));
+}
+
+bool StorageSystemUnderTest::makeCharacterDevice(const std::string& path) const
+{
+    return makeLocalCharacterDevice(localPath(path));
+}
+
+bool StorageSystemUnderTest::makeBlockDevice(const std::string& path) const
+{
+    return makeLocalBlockDevice(localPath(path));
+}
+
+bool StorageSystemUnderTest::makeHardLink(const std::string& path, const std::string& newPath) const
+{
+    return makeLocalHardLink(localPath(path), localPath(newPath));
+}
+
+bool StorageSystemUnderTest::makeSymbolicLink(const std::string& target,
+                                              const std::string& path) const
+{
+    return makeLocalSymbolicLink(target, localPath(path));
+}
 
 bool registerBackend(Backend backend)
 {

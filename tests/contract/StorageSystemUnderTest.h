@@ -34,9 +34,23 @@ public:
 
     virtual Capabilities capabilities() const { return {}; }
 
-    /// Where a path of the storage system stands on this machine, which runs the servers, too: for
-    /// what the interface cannot make, such as pipes, and as a second opinion.
+    /// Where a path of the storage system stands on this machine, which runs the servers, too: as a
+    /// second opinion. For one that is somewhere else there is none, and it must override what
+    /// follows.
     virtual std::string localPath(const std::string& path) const { return path; }
+
+    // What the interface cannot make, or not on every system. False: it is not made.
+
+    virtual bool makePipe(const std::string& path) const;
+    virtual bool makeSocket(const std::string& path) const;
+
+    /// One that reads as empty and swallows what is written, or a disk that is not there. Takes the
+    /// superuser, as a rule.
+    virtual bool makeCharacterDevice(const std::string& path) const;
+    virtual bool makeBlockDevice(const std::string& path) const;
+
+    virtual bool makeHardLink(const std::string& path, const std::string& newPath) const;
+    virtual bool makeSymbolicLink(const std::string& target, const std::string& path) const;
 };
 
 /// A kind of storage system that the contract is tested on.

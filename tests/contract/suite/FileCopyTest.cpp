@@ -1,17 +1,12 @@
 #include "contract/ContractTest.h"
 #include "contract/CopyRoutes.h"
 #include "support/PseudoRandom.h"
-#include "support/UnprivilegedUser.h"
 
 #include <FileSystem/Failure.h>
 
 #include <limits>
 #include <stdexcept>
 #include <utility>
-
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
-#include <unistd.h>
 
 namespace TarnisTest {
 
@@ -320,13 +315,7 @@ TEST_P(FileCopyContract, NeverReplacesALinkToAPipe)
 TEST_P(FileCopyContract, NeverReplacesADevice)
 {
     makeSource("file", "bytes");
-    const auto device = [this](const char* name, mode_t kind) {
-        // The numbers of /dev/null, and of a disk that is not there.
-        const dev_t number = kind == S_IFCHR ? makedev(1, 3) : makedev(7, 250);
-        const PrivilegedMoment superuser;
-        return ::mknod(localTargetPath(targetPath(name)).c_str(), kind | 0600, number) == 0;
-    };
-    if (!device("character", S_IFCHR) || !device("block", S_IFBLK)) {
+    if (!makeTargetDevices()) {
         GTEST_SKIP() << "only the superuser makes devices";
     }
     EXPECT_FALSE(copy("file", "character"));
@@ -342,15 +331,13 @@ TEST_P(FileCopyContract, WritesInPlaceWhenWanted)
     for (const char* before : {"longer than what is copied", "short", ""}) {
         makeSource("file", "new bytes");
         makeTarget("copy", before);
-        const std::string other = targetPath("other name");
-        ASSERT_EQ(
-            ::link(localTargetPath(targetPath("copy")).c_str(), localTargetPath(other).c_str()), 0);
+        makeTargetHardLink("copy", "other name");
         ASSERT_TRUE(target().fileSetPermissions(targetPath("copy"), Permissions(0640U)));
         EXPECT_TRUE(copy("file", "copy", CopyOption::InPlace)) << Failure::last().message();
         EXPECT_EQ(targetContent("copy"), "new bytes");
         EXPECT_EQ(targetContent("other name"), "new bytes") << "not the same file";
         EXPECT_EQ(target().fileGetPermissions(targetPath("copy")), Permissions(0640U));
-        EXPECT_TRUE(target().fileRemove(other));
+        EXPECT_TRUE(target().fileRemove(targetPath("other name")));
         EXPECT_THAT(targetNames(), testing::ElementsAre("copy"));
         EXPECT_TRUE(target().fileRemove(targetPath("copy")));
     }
@@ -497,7 +484,7 @@ TEST_P(FileCopyInPlaceContract, LongestNameIsCopied)
 TEST_P(FileCopyInPlaceContract, OntoItselfWrittenInPlaceLosesNothing)
 {
     makeFile("file", "stays");
-    ASSERT_EQ(::link(localPath(path("file")).c_str(), localPath(path("other")).c_str()), 0);
+    makeHardLink("file", "other");
     for (const char* const name : {"file", "./file", "other"}) {
         static_cast<void>(
             system().fileCopyAs(path("file"), system(), path(name), {}, CopyOption::InPlace));
@@ -508,7 +495,7 @@ TEST_P(FileCopyInPlaceContract, OntoItselfWrittenInPlaceLosesNothing)
 TEST_P(FileCopyInPlaceContract, OntoAnotherNameOfItselfMakesTwoFiles)
 {
     makeFile("file", "bytes");
-    ASSERT_EQ(::link(localPath(path("file")).c_str(), localPath(path("other")).c_str()), 0);
+    makeHardLink("file", "other");
     EXPECT_TRUE(system().fileCopyAs(path("file"), system(), path("other")));
     writeContent(system(), path("other"), "changed");
     EXPECT_EQ(contentOf(path("file")), "bytes");

@@ -5,8 +5,6 @@
 #include <atomic>
 #include <thread>
 
-#include <unistd.h>
-
 namespace TarnisTest {
 
 namespace {
@@ -129,7 +127,7 @@ TEST_P(FileReplaceContract, LeavesNoMomentWithoutAFile)
 TEST_P(FileReplaceContract, OneNameOfAFileByAnotherLeavesTheNewOne)
 {
     makeFile("old", "bytes");
-    ASSERT_EQ(::link(localPath(path("old")).c_str(), localPath(path("new")).c_str()), 0);
+    makeHardLink("old", "new");
     EXPECT_TRUE(system().fileReplaceAs(path("old"), path("new")))
         << FileSystem::Failure::last().message();
     EXPECT_THAT(names(), testing::ElementsAre("new"));
@@ -140,7 +138,7 @@ TEST_P(FileReplaceContract, AFileByItselfOnAnotherWayStays)
 {
     makeDirectory("directory");
     makeFile("directory/file", "stays");
-    ASSERT_EQ(::symlink("directory", localPath(path("way")).c_str()), 0);
+    makeRelativeLink("way", "directory");
     static_cast<void>(system().fileReplaceAs(path("directory/file"), path("way/file")));
     EXPECT_EQ(contentOf(path("directory/file")), "stays");
     EXPECT_THAT(names(path("directory")), testing::ElementsAre("file"));

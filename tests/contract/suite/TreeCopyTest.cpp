@@ -9,8 +9,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include <sys/stat.h>
-
 namespace TarnisTest {
 
 namespace {
@@ -30,11 +28,6 @@ protected:
     void makeSourceLink(const std::string& name, const std::string& linkTarget) const
     {
         EXPECT_TRUE(source().fileSymbolicLinkCreateAs(linkTarget, sourcePath(name), true)) << name;
-    }
-
-    void makeSourcePipe(const std::string& name) const
-    {
-        EXPECT_EQ(::mkfifo(localSourcePath(sourcePath(name)).c_str(), 0600), 0) << name;
     }
 
     bool copy(const std::string& name, const std::string& targetName, CopyOptions options) const
