@@ -426,4 +426,13 @@ TEST_F(ScriptedExamples, FreeSpaceSaysWhereAServerHasNoFigures)
     EXPECT_THAT(result.errorOutput, HasSubstr("not supported\n"));
 }
 
+TEST(ExamplesWithoutAServer, TestBackupFindsABackupWhateverFails)
+{
+    const auto result = runExample("test_backup", {});
+    EXPECT_THAT(result.output,
+                ContainsRegex("^[1-9][0-9]+ steps, each of which may fail\npassed\n$"))
+        << result.errorOutput;
+    EXPECT_EQ(result.status.code, 0);
+}
+
 } // namespace
