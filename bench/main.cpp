@@ -122,7 +122,7 @@ bool isWrong(const Section& section)
 /// Returns whether every contestant did what it was to do.
 bool run(const Request& request, std::ostream& out)
 {
-    const BenchServer server;
+    const BenchServer server(preferredCipherAlone());
     const Bench bench{server, request.effort};
     Sections all;
     for (const auto& each : measurements) {

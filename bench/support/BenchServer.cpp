@@ -1,5 +1,7 @@
 #include "support/BenchServer.h"
 
+#include "support/ProcessorFlags.h"
+
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -39,6 +41,13 @@ passwd currentUser()
 }
 
 } // namespace
+
+std::string preferredCipherAlone()
+{
+    const bool hasAes = TarnisTest::kernelListsAes().value_or(false);
+    return std::string("Ciphers ") +
+           (hasAes ? "aes256-gcm@openssh.com" : "chacha20-poly1305@openssh.com") + "\n";
+}
 
 BenchServer::BenchServer(std::string options)
     : options_(std::move(options))

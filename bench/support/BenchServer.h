@@ -10,6 +10,10 @@
 
 namespace TarnisBench {
 
+/// A line of the server's configuration that leaves one cipher: the one that the library prefers on
+/// this processor, so that clients which order them otherwise use the same one.
+std::string preferredCipherAlone();
+
 /// The one sshd that every contestant of a run talks to: on a loopback port, with throwaway keys.
 ///
 /// Remote commands run in /bin/sh with an empty home, whatever the user's own shell and start-up

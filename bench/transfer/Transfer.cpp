@@ -358,9 +358,10 @@ Sections measurePlain(const Bench& bench)
 
 Sections measureBesideSftp(const Bench& bench)
 {
-    const Workload workload(bench.server.directory(), bench.effort.transfer.size);
-    const Line line(bench.server.login().port, std::chrono::milliseconds(0));
-    const Scene scene{bench.server, workload, line, bench.server.login(), nearLimit, nearLimit};
+    const BenchServer server;
+    const Workload workload(server.directory(), bench.effort.transfer.size);
+    const Line line(server.login().port, std::chrono::milliseconds(0));
+    const Scene scene{server, workload, line, server.login(), nearLimit, nearLimit};
     std::vector<Client> clients = allClients();
     clients.resize(firstPeer + 1);
     Section bars = barsSection();

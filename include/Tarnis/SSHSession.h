@@ -46,6 +46,9 @@ class SSHSessionInterface;
 /// default keys and the default known-hosts file of the user's home directory, and the system's
 /// known-hosts file, /etc/ssh/ssh_known_hosts, always.
 ///
+/// Algorithms are libssh's own, in its order, but for one thing: where the processor has
+/// instructions for AES, connect() proposes AES-GCM before the other ciphers.
+///
 /// Failures: when libssh could not create a session object (out of memory), operations that need
 /// one throw FileSystem::handle_fatal_error("invalid"); those that a session in another state
 /// refuses first, as execute() and the authentications, do that. Everything else is told by

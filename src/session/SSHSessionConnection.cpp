@@ -5,6 +5,8 @@
 #include "handles/SSHHandleSession.h"
 #include "handles/SSHSessionOptions.h"
 #include "session/AlgorithmMismatch.h"
+#include "session/CipherOrder.h"
+#include "session/ProcessorAes.h"
 
 #include <FileSystem/FailureScope.h>
 #include <Tarnis/SSHDefaultDeleter.h>
@@ -122,7 +124,8 @@ bool SSHSessionConnection::makeReady(SSHHandleSession& session)
     return callLocked(session, [](ssh_session s) {
         const bool processConfig = false;
         return ssh_options_set(s, SSH_OPTIONS_PROCESS_CONFIG, &processConfig) == SSH_OK &&
-               setFlag(s, SSH_OPTIONS_NODELAY, 1);
+               setFlag(s, SSH_OPTIONS_NODELAY, 1) &&
+               (!hasAesInstructions() || proposeAesGcmFirst(s));
     });
 }
 

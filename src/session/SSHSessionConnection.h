@@ -29,10 +29,11 @@ public:
 
     /// Gets the handle's libssh session ready for an attempt: a fresh one with the same options
     /// where the present one was used before, as libssh connects each only once; no configuration
-    /// files; no delayed sends. Forgets why the last connection was lost or did not come about.
-    /// False: there is no memory for it, which is noted as the failure; the present one is still in
-    /// place. Throws handle_fatal_error("invalid") when the handle is invalid.
-    /// \param interruptsBefore interruptCount() at the attempt's first moment.
+    /// files; no delayed sends; AES-GCM first where the processor is fast at it. Forgets why the
+    /// last connection was lost or did not come about. False: there is no memory for it, which is
+    /// noted as the failure; the present one is still in place. Throws
+    /// handle_fatal_error("invalid") when the handle is invalid. \param interruptsBefore
+    /// interruptCount() at the attempt's first moment.
     bool prepare(SSHHandleSession& session, std::uint64_t interruptsBefore);
 
     /// One try of ssh_connect, in the session's blocking mode; its result, or SSH_ERROR once the

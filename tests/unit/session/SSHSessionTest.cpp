@@ -1,6 +1,7 @@
 #include "fakes/LibsshMock.h"
 #include "handles/SSHCallLimits.h"
 #include "handles/SSHHandleSession.h"
+#include "session/ProcessorAes.h"
 #include "support/LoopbackSocket.h"
 #include "support/UniqueFd.h"
 #include "util/Background.h"
@@ -30,6 +31,7 @@
 
 using FileSystem::Failure;
 using FileSystem::handle_fatal_error;
+using Tarnis::hasAesInstructions;
 using Tarnis::HostAuthenticatorHostKey;
 using Tarnis::HostAuthenticatorNone;
 using Tarnis::RemoteSessionState;
@@ -49,6 +51,7 @@ using TarnisTest::listenOnLoopback;
 using TarnisTest::localPort;
 using TarnisTest::RetryLimit;
 using TarnisTest::UniqueFd;
+using ::testing::AnyNumber;
 using ::testing::DoAll;
 using ::testing::DoDefault;
 using ::testing::InSequence;
@@ -109,12 +112,24 @@ MATCHER_P(PointsToText, text, "")
     return std::string(static_cast<const char*>(arg)) == text;
 }
 
+// The option of either direction.
+MATCHER(IsCipherList, "")
+{
+    return arg == SSH_OPTIONS_CIPHERS_C_S || arg == SSH_OPTIONS_CIPHERS_S_C;
+}
+
 // Of a connection that has gone; the text is that of an errno which has nothing to do with it.
 constexpr const char* madeUpError = "Socket error: No such file or directory";
 
 class Session : public ::testing::Test
 {
 protected:
+    /// Depends on the processor. For tests that are about other options.
+    void mayOrderCiphers()
+    {
+        EXPECT_CALL(libssh, ssh_options_set(_, IsCipherList(), _)).Times(AnyNumber());
+    }
+
     NiceMock<LibsshMock> libssh;
     SSHSession session;
 };
@@ -226,6 +241,7 @@ TEST(SessionLife, ProcessesMayOutliveTheSession)
 
 TEST_F(Session, ConnectsWithoutConfigurationFilesAndWithoutDelay)
 {
+    mayOrderCiphers();
     const InSequence inThisOrder;
     EXPECT_CALL(libssh,
                 ssh_options_set(fakeSession(), SSH_OPTIONS_PROCESS_CONFIG, PointsToBool(false)));
@@ -233,6 +249,24 @@ TEST_F(Session, ConnectsWithoutConfigurationFilesAndWithoutDelay)
     EXPECT_CALL(libssh, ssh_connect(fakeSession())).WillOnce(DoDefault());
     EXPECT_TRUE(session.connect());
     EXPECT_EQ(session.getState(), RemoteSessionState::HostAuthenticating);
+}
+
+TEST_F(Session, OrdersCiphersForThisProcessorBeforeItConnects)
+{
+    const int count = hasAesInstructions() ? 2 : 0;
+    ON_CALL(libssh, ssh_version).WillByDefault(Return("0.11.5"));
+    EXPECT_CALL(libssh, ssh_options_set).Times(AnyNumber());
+    const InSequence inThisOrder;
+    EXPECT_CALL(libssh, ssh_options_set(fakeSession(), IsCipherList(), _)).Times(count);
+    EXPECT_CALL(libssh, ssh_connect(fakeSession())).WillOnce(DoDefault());
+    EXPECT_TRUE(session.connect());
+}
+
+TEST_F(Session, ConnectsThoughLibsshTakesNoOrderOfCiphers)
+{
+    EXPECT_CALL(libssh, ssh_options_set).Times(AnyNumber());
+    EXPECT_CALL(libssh, ssh_options_set(_, IsCipherList(), _)).WillRepeatedly(Return(SSH_ERROR));
+    EXPECT_TRUE(session.connect());
 }
 
 TEST_F(Session, DoesNotConnectWhenItCannotKeepTheConfigurationFilesOut)
@@ -369,6 +403,7 @@ TEST_F(Session, ConnectsAgainWithAFreshSessionOfTheSameOptions)
     session.setKnownHostsFile("%%d/known");
     EXPECT_CALL(libssh, ssh_connect).WillOnce(Return(SSH_ERROR));
     EXPECT_FALSE(session.connect());
+    mayOrderCiphers();
     {
         const InSequence inThisOrder;
         EXPECT_CALL(libssh, ssh_options_copy(fakeSession(0), _))
