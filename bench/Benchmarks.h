@@ -2,23 +2,30 @@
 
 #include "support/BenchServer.h"
 #include "support/Table.h"
-#include "transfer/Workload.h"
 
 #include <chrono>
 #include <cstddef>
+#include <string>
 #include <vector>
 
 namespace TarnisBench {
 
-/// The same for moving files.
+/// How much of it goes into files beside other programs.
 struct TransferEffort
 {
-    WorkloadSize size;
+    /// What part of the full size is moved.
+    double scale = 1;
+    /// Without a delay; through a line with one, once.
     int rounds = 3;
-    /// Through a line with a delay, once, and no longer than this.
-    std::chrono::seconds delayedLimit{20};
-    /// For a listing, which shows nothing before its end.
-    std::chrono::seconds delayedListingLimit{150};
+    /// Of a file of a few KiB, on any line.
+    int smallRounds = 9;
+    /// Through a line with a delay, no peer works longer than this; its speed is then that of what
+    /// was done.
+    std::chrono::seconds peerLimit{60};
+    /// Nobody works longer than this.
+    std::chrono::seconds limit{900};
+    /// The names of the contests that are run; with none, all of them.
+    std::vector<std::string> contests;
 };
 
 /// How much work goes into the measurements.
@@ -58,9 +65,6 @@ Sections measureThroughput(const Bench& bench);
 
 /// The plain calls on an open remote file, beside libssh's own.
 Sections measurePlain(const Bench& bench);
-
-/// One large file beside `sftp`, each with the cipher that it takes by default.
-Sections measureBesideSftp(const Bench& bench);
 
 /// Files and listings, beside the programs that people use for them, near and far.
 Sections measureTransfer(const Bench& bench);

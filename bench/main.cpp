@@ -4,6 +4,7 @@
 #include "Benchmarks.h"
 #include "support/DirectSession.h"
 #include "support/Probe.h"
+#include "transfer/Contests.h"
 
 #include <libssh/libssh.h>
 
@@ -11,6 +12,8 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -23,9 +26,10 @@ Effort Effort::quick()
     effort.connectRounds = 10;
     effort.transferRounds = 1;
     effort.transferBytes = std::size_t{64} << 20U;
-    effort.transfer.size = {std::uint64_t{64} << 20U, 50, 4096, 2000};
+    effort.transfer.scale = 0.02;
     effort.transfer.rounds = 1;
-    effort.transfer.delayedLimit = std::chrono::seconds(5);
+    effort.transfer.smallRounds = 1;
+    effort.transfer.peerLimit = std::chrono::seconds(5);
     effort.plainRounds = 3;
     effort.idleSessions = 10;
     effort.idleChannels = 100;
@@ -49,7 +53,6 @@ constexpr Measurement measurements[] = {
     {"calls", measureGuardedCalls},
     {"memory", measureMemory},
     {"plain", measurePlain},
-    {"sftp", measureBesideSftp, false},
     // Takes many times as long as the others together.
     {"transfer", measureTransfer, false},
 };
@@ -73,25 +76,66 @@ bool isMeasurement(const std::string& name)
                        [&name](const auto& each) { return name == each.name; });
 }
 
-/// False: there is something on the command line that means nothing.
-bool parse(const std::vector<std::string>& arguments, Request& request)
+/// The text of an option's value; none: it is another argument.
+std::optional<std::string> valueOf(const std::string& option, const std::string& argument)
 {
-    for (const std::string& argument : arguments) {
-        if (argument == "--quick") {
-            request.effort = Effort::quick();
-        } else if (isMeasurement(argument)) {
-            request.names.push_back(argument);
-        } else {
-            return false;
-        }
+    const std::string start = option + "=";
+    if (argument.compare(0, start.size(), start) != 0) {
+        return std::nullopt;
     }
-    return true;
+    return argument.substr(start.size());
+}
+
+bool parseScale(const std::string& text, TransferEffort& effort)
+{
+    std::istringstream number(text);
+    return (number >> effort.scale) && number.eof() && effort.scale > 0 && effort.scale <= 1;
+}
+
+bool parseContests(const std::string& text, TransferEffort& effort)
+{
+    std::istringstream names(text);
+    for (std::string name; std::getline(names, name, ',');) {
+        effort.contests.push_back(name);
+    }
+    return !effort.contests.empty() &&
+           std::all_of(effort.contests.begin(), effort.contests.end(), isContest);
+}
+
+/// False: it means nothing.
+bool parseOne(const std::string& argument, Request& request)
+{
+    if (const auto scale = valueOf("--scale", argument)) {
+        return parseScale(*scale, request.effort.transfer);
+    }
+    if (const auto contests = valueOf("--rows", argument)) {
+        return parseContests(*contests, request.effort.transfer);
+    }
+    request.names.push_back(argument);
+    return isMeasurement(argument);
+}
+
+/// False: there is something on the command line that means nothing.
+bool parse(std::vector<std::string> arguments, Request& request)
+{
+    const auto quick = std::remove(arguments.begin(), arguments.end(), "--quick");
+    if (quick != arguments.end()) {
+        request.effort = Effort::quick();
+        arguments.erase(quick, arguments.end());
+    }
+    return std::all_of(arguments.begin(), arguments.end(),
+                       [&request](const auto& argument) { return parseOne(argument, request); });
 }
 
 void usage(const char* program)
 {
-    std::cerr << "usage: " << program << " [--quick] [NAME...]\nmeasurements:";
+    std::cerr << "usage: " << program
+              << " [--quick] [--scale=PART] [--rows=ROW,...] [NAME...]\nmeasurements:";
     for (const auto& each : measurements) {
+        std::cerr << ' ' << each.name;
+    }
+    std::cerr << "\nrows of transfer:";
+    for (const auto& each : allContests()) {
         std::cerr << ' ' << each.name;
     }
     std::cerr << '\n';
@@ -122,7 +166,8 @@ bool isWrong(const Section& section)
 /// Returns whether every contestant did what it was to do.
 bool run(const Request& request, std::ostream& out)
 {
-    const BenchServer server(preferredCipherAlone());
+    // Hundreds of channels at a time are measured too.
+    const BenchServer server(preferredCipherAlone() + "MaxSessions 1000\n");
     const Bench bench{server, request.effort};
     Sections all;
     for (const auto& each : measurements) {

@@ -2,10 +2,12 @@
 # Builds the benchmarks, runs them and prints one table. Installs what is missing (Debian packages)
 # first.
 #
-# Usage: bench/run.sh [--quick] [NAME...]
+# Usage: bench/run.sh [--quick] [--scale=PART] [--rows=ROW,...] [NAME...]
 #   --quick  a small run of a few seconds, to see whether everything works; its figures are coarse
-#   NAME     only these: command connect throughput calls memory plain sftp transfer
-#            the last two run only when they are named; transfer takes about 40 minutes
+#   NAME     only these: command connect throughput calls memory plain transfer
+#            the last one runs only when it is named, and takes more than an hour
+#   --scale  what part of its full size transfer moves, above 0 and up to 1
+#   --rows   only these of its rows; "--help" lists them
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/packages.sh

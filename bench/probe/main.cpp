@@ -26,9 +26,6 @@ std::string run(const std::vector<std::string>& arguments)
     if (name == "calls") {
         return probeCalls(login, rest);
     }
-    if (name == "files") {
-        return probeFiles(login, rest);
-    }
     require(name == "memory", "finding the probe " + name);
     return probeMemory(login, rest);
 }

@@ -112,7 +112,6 @@ std::string BenchServer::configuration(std::uint16_t port) const
         << "PasswordAuthentication no\n"
         << "KbdInteractiveAuthentication no\n"
         << "MaxStartups 1000\n"
-        << "MaxSessions 1000\n"
         << "Subsystem sftp internal-sftp\n"
         << options_;
     return out.str();

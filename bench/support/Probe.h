@@ -13,7 +13,6 @@ namespace TarnisBench {
 /// Each probe takes the arguments after the login and returns the figures.
 std::string probeTransfer(const Login& login, const std::vector<std::string>& arguments);
 std::string probeCalls(const Login& login, const std::vector<std::string>& arguments);
-std::string probeFiles(const Login& login, const std::vector<std::string>& arguments);
 std::string probeMemory(const Login& login, const std::vector<std::string>& arguments);
 
 /// The command line of a probe.

@@ -4,8 +4,8 @@
 #include "support/OpenSshClient.h"
 #include "support/Probe.h"
 #include "support/Require.h"
+#include "transfer/Workload.h"
 
-#include <iomanip>
 #include <sstream>
 
 namespace TarnisBench {
@@ -14,8 +14,6 @@ namespace {
 
 using Kind = Errand::Kind;
 using Arguments = std::vector<std::string>;
-
-constexpr int treeNameDigits = 6;
 
 Arguments concatenated(const std::vector<Arguments>& parts)
 {
@@ -40,21 +38,30 @@ bool isTree(const Errand& errand)
     return errand.kind == Kind::GetTree || errand.kind == Kind::PutTree;
 }
 
-bool isGet(const Errand& errand)
+/// What it is about: from where and to where, in this order, where something is moved.
+/// \param server what a program puts before paths of the server.
+Arguments placesOf(const Errand& errand, const std::string& server)
 {
-    return errand.kind == Kind::GetFile || errand.kind == Kind::GetTree;
-}
-
-/// From where and to where, in this order.
-Arguments endsOf(const Errand& errand, const std::string& remote)
-{
-    return isGet(errand) ? Arguments{remote, errand.local} : Arguments{errand.local, remote};
+    switch (errand.kind) {
+    case Kind::GetFile:
+    case Kind::GetTree:
+        return {server + errand.remote, errand.local};
+    case Kind::PutFile:
+    case Kind::PutTree:
+        return {errand.local, server + errand.remote};
+    case Kind::CopyThere:
+        return {server + errand.remote, server + errand.remoteTarget};
+    case Kind::List:
+    case Kind::Remove:
+        break;
+    }
+    return {server + errand.remote};
 }
 
 /// The option that lets most of them take directories.
 Arguments recursion(const Errand& errand)
 {
-    return isTree(errand) ? Arguments{"-r"} : Arguments{};
+    return isTree(errand) || errand.kind == Kind::Remove ? Arguments{"-r"} : Arguments{};
 }
 
 std::string findInPath(const std::string& program)
@@ -78,34 +85,63 @@ std::string missingCurl()
     return features.find(" sftp ") == std::string::npos ? "built without SFTP" : "";
 }
 
-Arguments tarnisCommand(const BenchServer& /*server*/, const Login& login, const Errand& errand)
+std::string tarnisVerb(Kind kind)
 {
-    const std::string remote =
-        login.user + "@" + login.host + ":" + std::to_string(login.port) + ":" + errand.remote;
-    const std::string command = errand.kind == Kind::List ? "ls" : isGet(errand) ? "get" : "put";
-    return concatenated({{TARNIS_BENCH_PROGRAM, command, "--known-hosts", login.knownHostsFile,
-                          "--host-key-policy", "known", "--identity", login.keyFile},
-                         recursion(errand),
-                         errand.kind == Kind::List ? Arguments{remote} : endsOf(errand, remote)});
+    switch (kind) {
+    case Kind::GetFile:
+    case Kind::GetTree:
+        return "get";
+    case Kind::PutFile:
+    case Kind::PutTree:
+        return "put";
+    case Kind::List:
+        return "ls";
+    case Kind::Remove:
+        return "rm";
+    case Kind::CopyThere:
+        break;
+    }
+    return "cp";
 }
 
-Arguments libraryCommand(const BenchServer& /*server*/, const Login& login, const Errand& errand)
+Arguments tarnisCommand(const BenchServer& /*server*/, const Login& login, const Errand& errand)
 {
-    const std::string method = errand.kind == Kind::List ? "list" : isGet(errand) ? "get" : "put";
-    return probeCommandLine(TARNIS_BENCH_PROBE, "files", login,
-                            {method, errand.remote, errand.local});
+    const std::string server =
+        login.user + "@" + login.host + ":" + std::to_string(login.port) + ":";
+    const Arguments start{TARNIS_BENCH_PROGRAM, tarnisVerb(errand.kind),
+                          "--known-hosts",      login.knownHostsFile,
+                          "--host-key-policy",  "known",
+                          "--identity",         login.keyFile};
+    return concatenated({start, recursion(errand), placesOf(errand, server)});
+}
+
+/// Its own `cp` asks the server to copy, which is no way that leads through this machine.
+std::string sftpBatch(const Errand& errand)
+{
+    const std::string moving = joined(concatenated({recursion(errand), placesOf(errand, "")}));
+    switch (errand.kind) {
+    case Kind::GetFile:
+    case Kind::GetTree:
+        return "get " + moving + "\n";
+    case Kind::PutFile:
+    case Kind::PutTree:
+        return "put " + moving + "\n";
+    case Kind::List:
+        return "cd " + errand.remote + "\nls -1\n";
+    case Kind::CopyThere:
+        return "get " + errand.remote + " " + errand.local + "\nput " + errand.local + " " +
+               errand.remoteTarget + "\n";
+    case Kind::Remove:
+        break;
+    }
+    return {};
 }
 
 Arguments sftpCommand(const BenchServer& server, const Login& login, const Errand& errand)
 {
-    std::string batch;
-    if (errand.kind == Kind::List) {
-        batch = "cd " + errand.remote + "\nls -1\n";
-    } else {
-        batch = joined(concatenated({{isGet(errand) ? "get" : "put"},
-                                     recursion(errand),
-                                     endsOf(errand, errand.remote)})) +
-                "\n";
+    const std::string batch = sftpBatch(errand);
+    if (batch.empty()) {
+        return {};
     }
     return concatenated({{"sftp", "-q", "-b", server.directory().write("sftp-batch", batch)},
                          openSshOptions(login),
@@ -114,25 +150,29 @@ Arguments sftpCommand(const BenchServer& server, const Login& login, const Erran
 
 Arguments scpCommand(const BenchServer& /*server*/, const Login& login, const Errand& errand)
 {
-    if (errand.kind == Kind::List) {
+    if (errand.kind == Kind::List || errand.kind == Kind::Remove) {
         return {};
     }
     return concatenated({{"scp", "-q", "-P", std::to_string(login.port)},
                          openSshOptions(login),
                          recursion(errand),
-                         endsOf(errand, login.user + "@" + login.host + ":" + errand.remote)});
+                         placesOf(errand, login.user + "@" + login.host + ":")});
 }
 
 /// All files of a tree, in curl's words.
 std::string curlTreePattern(const Errand& errand)
 {
     const std::string first = treeFileName(0).substr(1);
-    const std::string last = treeFileName(errand.count - 1).substr(1);
+    const std::string last = treeFileName(errand.files - 1).substr(1);
     return treeFileName(0).substr(0, 1) + "[" + first + "-" + last + "]";
 }
 
+/// It knows no recursion, but patterns of the names in one directory.
 Arguments curlErrand(const std::string& url, const Errand& errand)
 {
+    if (isTree(errand) && errand.directories > 0) {
+        return {};
+    }
     switch (errand.kind) {
     case Kind::GetFile:
         return {url, "-o", errand.local};
@@ -144,18 +184,25 @@ Arguments curlErrand(const std::string& url, const Errand& errand)
     case Kind::PutTree:
         return {"--ftp-create-dirs", "-T", errand.local + "/" + curlTreePattern(errand), url + "/"};
     case Kind::List:
+        return {"-l", url + "/"};
+    case Kind::Remove:
+    case Kind::CopyThere:
         break;
     }
-    return {"-l", url + "/"};
+    return {};
 }
 
 Arguments curlCommand(const BenchServer& /*server*/, const Login& login, const Errand& errand)
 {
     const std::string url = "sftp://" + login.user + "@" + login.host + ":" +
                             std::to_string(login.port) + errand.remote;
+    const Arguments rest = curlErrand(url, errand);
+    if (rest.empty()) {
+        return {};
+    }
     return concatenated({{"curl", "-q", "-sS", "--fail-early", "--key", login.keyFile, "--pubkey",
                           login.keyFile + ".pub"},
-                         curlErrand(url, errand)});
+                         rest});
 }
 
 std::string lftpErrand(const Errand& errand)
@@ -170,27 +217,34 @@ std::string lftpErrand(const Errand& errand)
     case Kind::PutTree:
         return "mirror -R " + errand.local + " " + errand.remote;
     case Kind::List:
+        return "cd " + errand.remote + "; cls -1";
+    case Kind::Remove:
+        return "rm -r " + errand.remote;
+    case Kind::CopyThere:
         break;
     }
-    return "cd " + errand.remote + "; cls -1";
+    return {};
 }
 
 Arguments lftpCommand(const BenchServer& /*server*/, const Login& login, const Errand& errand)
 {
+    const std::string work = lftpErrand(errand);
+    if (work.empty()) {
+        return {};
+    }
     const std::string connect = joined(concatenated({{"ssh", "-a", "-x"}, openSshOptions(login)}));
     return {"lftp", "--norc", "-c",
             "set cmd:fail-exit true; set net:max-retries 1; set sftp:connect-program \"" + connect +
                 "\"; open -u " + login.user + ", -p " + std::to_string(login.port) + " sftp://" +
-                login.host + "; " + lftpErrand(errand)};
+                login.host + "; " + work};
 }
 
-Arguments rcloneErrand(const Errand& errand)
+std::string rcloneVerb(const Errand& errand)
 {
-    const std::string remote = "peer:" + errand.remote;
     if (errand.kind == Kind::List) {
-        return {"lsf", remote};
+        return "lsf";
     }
-    return concatenated({{isTree(errand) ? "copy" : "copyto"}, endsOf(errand, remote)});
+    return errand.kind == Kind::Remove ? "purge" : isTree(errand) ? "copy" : "copyto";
 }
 
 Arguments rcloneCommand(const BenchServer& server, const Login& login, const Errand& errand)
@@ -202,23 +256,16 @@ Arguments rcloneCommand(const BenchServer& server, const Login& login, const Err
                   << "\nknown_hosts_file = " << login.knownHostsFile
                   << "\nshell_type = unix\ndisable_hashcheck = true\n";
     const std::string file = server.directory().write("rclone.conf", configuration.str());
-    return concatenated({{"rclone", "--config", file, "--retries", "1"}, rcloneErrand(errand)});
+    return concatenated({{"rclone", "--config", file, "--retries", "1", rcloneVerb(errand)},
+                         placesOf(errand, "peer:")});
 }
 
 } // namespace
-
-std::string treeFileName(std::size_t number)
-{
-    std::ostringstream name;
-    name << 'f' << std::setw(treeNameDigits) << std::setfill('0') << number;
-    return name.str();
-}
 
 std::vector<Client> allClients()
 {
     return {
         {"tarnis", "", tarnisCommand},
-        {"the library", "", libraryCommand},
         {"sftp", missingProgram("sftp"), sftpCommand},
         {"scp", missingProgram("scp"), scpCommand},
         {"curl", missingCurl(), curlCommand},

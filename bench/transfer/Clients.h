@@ -16,21 +16,25 @@ struct Errand
     {
         GetFile,
         PutFile,
-        /// A directory of `count` files that are named as treeFileName() does.
         GetTree,
         PutTree,
         /// The names in the directory `remote`, to standard output.
         List,
+        /// The directory `remote`, with all below it.
+        Remove,
+        /// The file `remote`, to `remoteTarget` on the same server.
+        CopyThere,
     };
 
     Kind kind = Kind::List;
     std::string local;
     std::string remote;
-    std::size_t count = 0;
+    std::string remoteTarget;
+    /// Files of a tree, which are named as treeFileName() does, and the directories in it that they
+    /// are in.
+    std::size_t files = 0;
+    std::size_t directories = 0;
 };
-
-/// The name of a file of a tree: all of one length.
-std::string treeFileName(std::size_t number);
 
 /// A contestant.
 struct Client
@@ -43,7 +47,7 @@ struct Client
         commandLine;
 };
 
-/// The program `tarnis`, a program that uses the library, and the peers, missing or not.
+/// The program `tarnis`, and then the peers, missing or not.
 std::vector<Client> allClients();
 
 } // namespace TarnisBench

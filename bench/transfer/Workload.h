@@ -4,64 +4,89 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 
 namespace TarnisBench {
 
-/// How much is moved.
-struct WorkloadSize
+/// What the contestants work on, at full size.
+enum class Load
 {
-    std::uint64_t fileBytes = std::uint64_t{1} << 30U;
-    std::size_t treeFiles = 2000;
-    std::size_t treeFileBytes = 4096;
-    std::size_t listedEntries = 100'000;
+    LargeFile,  ///< 1 GiB
+    MiddleFile, ///< 256 MiB
+    SmallFile,  ///< one file of 4 KiB
+    SmallFiles, ///< 2,000 files of 4 KiB in one directory
+    MixedTree,  ///< 10,000 files of 1 KiB to 4 MiB, most of them small, in 30 directories
+    Names,      ///< 100,000 empty files in one directory
+    DeepTree,   ///< 10,000 empty files in 100 directories
 };
 
-/// What the contestants move, and whether it arrived. Both sides see the same file system, so that
-/// each thing serves as a source on either side.
+/// A file, or a directory with files.
+struct Material
+{
+    std::string path;
+    std::size_t files = 0;
+    std::size_t directories = 0;
+    std::uint64_t bytes = 0;
+};
+
+/// Files, and the bytes in them.
+struct Amount
+{
+    std::size_t files = 0;
+    std::uint64_t bytes = 0;
+};
+
+/// What the contestants work on, and what became of it. Both sides see the same file system, so
+/// that each thing serves as a source on either side.
 class Workload
 {
 public:
-    /// Makes everything in the directory: a file and a tree of bytes that look random, and a
-    /// directory of empty files.
-    Workload(const TarnisTest::TemporaryDirectory& directory, const WorkloadSize& size);
+    /// Everything is made in the directory.
+    /// \param scale what part of the full size: of the bytes of a large file, of the number of many
+    ///              files.
+    Workload(const TarnisTest::TemporaryDirectory& directory, double scale);
     Workload(const Workload&) = delete;
     Workload& operator=(const Workload&) = delete;
     ~Workload();
 
-    const WorkloadSize& size() const { return size_; }
+    /// Files with bytes that look random; made when it is asked for the first time.
+    const Material& source(Load load);
 
-    std::string file() const { return root_ + "/file"; }
-
-    std::string tree() const { return root_ + "/tree"; }
-
-    std::string listed() const { return root_ + "/listed"; }
+    /// Makes the same where copies go, for those who are to change it.
+    void putAtTarget(Load load);
 
     /// Where copies go; nothing is there yet.
     std::string target() const { return root_ + "/copy"; }
 
-    /// Removes what is there.
-    void clearTarget() const;
+    /// Where those may leave a file who copy by way of this machine.
+    std::string scratch() const { return root_ + "/scratch"; }
 
-    /// Whether the target is the file, byte for byte.
-    bool holdsFile() const;
-
-    /// How many files of the tree the target has, byte for byte.
-    std::size_t filesHeld() const;
-
-    /// Whether the target is the tree and nothing more.
-    bool holdsTree() const;
-
-    /// Whether the lines of a file are the names of the directory of many, in any order.
-    bool isListing(const std::string& file) const;
+    /// Removes what is at the last two.
+    void clear() const;
 
 private:
-    void makeFile() const;
-    void makeTree() const;
-    void makeListed() const;
-
-    WorkloadSize size_;
+    double scale_;
     std::string root_;
+    std::map<Load, Material> sources_;
 };
+
+/// Whether the second is a file with the bytes of the first.
+bool isSameFile(const std::string& left, const std::string& right);
+
+/// The files of the first tree that the second one has, byte for byte.
+Amount filesHeld(const std::string& tree, const std::string& copy);
+
+/// Whether the second tree is the first one and nothing more.
+bool isSameTree(const std::string& tree, const std::string& copy);
+
+/// How many entries there are, a directory with all below it; 0 where nothing is.
+std::size_t entriesAt(const std::string& directory);
+
+/// Whether the lines of a file are the names of a directory's entries, in any order.
+bool isListing(const std::string& directory, const std::string& file);
+
+/// The name of a file of a tree: all of one length.
+std::string treeFileName(std::size_t number);
 
 } // namespace TarnisBench
