@@ -1,5 +1,7 @@
 #include "handles/ChannelInput.h"
 
+#include <new>
+
 namespace Tarnis {
 
 ChannelInput::ChannelInput(ssh_channel channel, ChannelInputReceiver& receiver)
@@ -9,7 +11,11 @@ ChannelInput::ChannelInput(ssh_channel channel, ChannelInputReceiver& receiver)
     callbacks_.size = sizeof callbacks_;
     callbacks_.userdata = this;
     callbacks_.channel_data_function = onData;
-    static_cast<void>(ssh_add_channel_callbacks(channel_, &callbacks_));
+    callbacks_.channel_eof_function = onEnd;
+    callbacks_.channel_close_function = onEnd;
+    if (ssh_add_channel_callbacks(channel_, &callbacks_) != SSH_OK) {
+        throw std::bad_alloc();
+    }
 }
 
 ChannelInput::~ChannelInput()
@@ -26,6 +32,11 @@ int ChannelInput::onData(ssh_session /*session*/, ssh_channel /*channel*/, void*
             {static_cast<const char*>(data), size});
     }
     return static_cast<int>(size);
+}
+
+void ChannelInput::onEnd(ssh_session /*session*/, ssh_channel /*channel*/, void* self)
+{
+    static_cast<ChannelInput*>(self)->receiver_.ended();
 }
 
 } // namespace Tarnis

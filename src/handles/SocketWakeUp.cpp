@@ -2,28 +2,21 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <limits>
 #include <system_error>
 
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 namespace Tarnis {
 
 namespace {
 
-int descriptorOrThrow(int descriptor)
-{
-    if (descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(), "no descriptor to wait on");
-    }
-    return descriptor;
-}
-
-bool add(int events, int operation, int descriptor, std::uint32_t what) noexcept
+bool control(int events, int operation, int descriptor, std::uint32_t what) noexcept
 {
     epoll_event event{};
     event.events = what;
@@ -33,25 +26,33 @@ bool add(int events, int operation, int descriptor, std::uint32_t what) noexcept
 
 } // namespace
 
-SocketWakeUp::SocketWakeUp()
-    : events_(descriptorOrThrow(::epoll_create1(EPOLL_CLOEXEC)))
+SocketWakeUp::Descriptor::Descriptor(int descriptor)
+    : descriptor_(descriptor)
 {
-    signal_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (signal_ < 0 || !add(events_, EPOLL_CTL_ADD, signal_, EPOLLIN)) {
-        const int reason = errno;
-        ::close(events_);
-        if (signal_ >= 0) {
-            ::close(signal_);
-        }
-        throw std::system_error(reason, std::generic_category(), "no descriptor to wait on");
+    if (descriptor_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "no descriptor to wait on");
+    }
+}
+
+SocketWakeUp::Descriptor::~Descriptor()
+{
+    ::close(descriptor_);
+}
+
+SocketWakeUp::SocketWakeUp()
+    : events_(::epoll_create1(EPOLL_CLOEXEC))
+    , signal_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    , timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK))
+{
+    if (!control(events_.get(), EPOLL_CTL_ADD, signal_.get(), EPOLLIN) ||
+        !control(events_.get(), EPOLL_CTL_ADD, timer_.get(), EPOLLIN)) {
+        throw std::system_error(errno, std::generic_category(), "nothing to wait on");
     }
 }
 
 SocketWakeUp::~SocketWakeUp()
 {
     forget();
-    ::close(signal_);
-    ::close(events_);
 }
 
 void SocketWakeUp::watch(ssh_session session) noexcept
@@ -59,42 +60,84 @@ void SocketWakeUp::watch(ssh_session session) noexcept
     const bool hasOutput = (ssh_get_poll_flags(session) & SSH_WRITE_PENDING) != 0;
     const std::uint32_t what = hasOutput ? EPOLLIN | EPOLLOUT : EPOLLIN;
     if (socket_ >= 0) {
-        add(events_, EPOLL_CTL_MOD, socket_, what);
+        if (what != watched_ && control(events_.get(), EPOLL_CTL_MOD, socket_, what)) {
+            watched_ = what;
+        }
         return;
     }
     // Under a descriptor of its own, since another thread may close the original meanwhile.
     socket_ = ::fcntl(ssh_get_fd(session), F_DUPFD_CLOEXEC, 0);
-    if (socket_ >= 0 && !add(events_, EPOLL_CTL_ADD, socket_, what)) {
+    if (socket_ >= 0 && control(events_.get(), EPOLL_CTL_ADD, socket_, what)) {
+        watched_ = what;
+        return;
+    }
+    if (socket_ >= 0) {
         ::close(socket_);
         socket_ = -1;
     }
+    // There is no descriptor left: what comes is looked for from time to time.
+    lookAgainSoon(false);
 }
 
 void SocketWakeUp::forget() noexcept
 {
     if (socket_ >= 0) {
         // Closing it alone would not do: the original keeps it alive in there.
-        static_cast<void>(::epoll_ctl(events_, EPOLL_CTL_DEL, socket_, nullptr));
+        static_cast<void>(::epoll_ctl(events_.get(), EPOLL_CTL_DEL, socket_, nullptr));
         ::close(socket_);
         socket_ = -1;
     }
 }
 
+std::size_t SocketWakeUp::unread() const noexcept
+{
+    int count = 0;
+    return socket_ >= 0 && ::ioctl(socket_, FIONREAD, &count) == 0
+               ? static_cast<std::size_t>(std::max(count, 0))
+               : 0;
+}
+
 void SocketWakeUp::signal() noexcept
 {
-    const std::uint64_t one = 1;
-    // A counter at its limit is a signal as well.
-    static_cast<void>(::write(signal_, &one, sizeof one) == sizeof one);
+    const std::lock_guard<std::mutex> lock(signalling_);
+    if (!isSignalled_) {
+        const std::uint64_t one = 1;
+        isSignalled_ = ::write(signal_.get(), &one, sizeof one) == sizeof one;
+    }
+}
+
+void SocketWakeUp::lookAgainSoon(bool hasMoved) noexcept
+{
+    if (hasMoved) {
+        pause_ = shortestPause;
+    }
+    if (isTimed_) {
+        return;
+    }
+    itimerspec when{};
+    when.it_value.tv_nsec = std::chrono::nanoseconds(pause_).count();
+    isTimed_ = ::timerfd_settime(timer_.get(), 0, &when, nullptr) == 0;
+    pause_ = std::min(pause_ * 2, longestPause);
+}
+
+void SocketWakeUp::clear() noexcept
+{
+    std::uint64_t count = 0;
+    if (isTimed_ && ::read(timer_.get(), &count, sizeof count) == sizeof count) {
+        isTimed_ = false;
+    }
+    const std::lock_guard<std::mutex> lock(signalling_);
+    if (isSignalled_) {
+        isSignalled_ = ::read(signal_.get(), &count, sizeof count) != sizeof count;
+    }
 }
 
 void SocketWakeUp::wait(std::chrono::milliseconds limit) noexcept
 {
     constexpr std::chrono::milliseconds::rep longest = std::numeric_limits<int>::max();
     epoll_event event{};
-    static_cast<void>(
-        ::epoll_wait(events_, &event, 1, static_cast<int>(std::clamp(limit.count(), {}, longest))));
-    std::uint64_t signals = 0;
-    static_cast<void>(::read(signal_, &signals, sizeof signals) == sizeof signals);
+    static_cast<void>(::epoll_wait(events_.get(), &event, 1,
+                                   static_cast<int>(std::clamp(limit.count(), {}, longest))));
 }
 
 } // namespace Tarnis

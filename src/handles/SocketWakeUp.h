@@ -3,6 +3,9 @@
 #include <libssh/libssh.h>
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
 
 namespace Tarnis {
 
@@ -10,10 +13,31 @@ namespace Tarnis {
 /// done it already. What another thread reads off the connection does not show on the socket any
 /// more: who gets it calls signal().
 ///
-/// One thread waits; any thread may signal. watch() and forget() are called under the lock.
+/// One thread waits; any thread may signal. watch(), forget() and arrived() are called under the
+/// session's lock.
 class SocketWakeUp
 {
 public:
+    /// While the waiting thread itself reads the connection: what arrives for it need not wake it.
+    /// For its life under the session's lock.
+    class Awake
+    {
+    public:
+        explicit Awake(SocketWakeUp& wakeUp) noexcept
+            : wakeUp_(wakeUp)
+        {
+            wakeUp_.isAwake_ = true;
+        }
+
+        Awake(const Awake&) = delete;
+        Awake& operator=(const Awake&) = delete;
+
+        ~Awake() { wakeUp_.isAwake_ = false; }
+
+    private:
+        SocketWakeUp& wakeUp_;
+    };
+
     /// Throws std::system_error when the process has no descriptors left.
     SocketWakeUp();
     SocketWakeUp(const SocketWakeUp&) = delete;
@@ -27,18 +51,64 @@ public:
     /// Lets go of the socket: as long as it is held here the connection is not closed.
     void forget() noexcept;
 
+    /// How many bytes have arrived at the socket that nobody has read. Under the lock.
+    std::size_t unread() const noexcept;
+
+    /// There is something to do.
     void signal() noexcept;
 
-    /// Waits until there is something to do, at most so long; forgets the signals up to then.
+    /// Something has come for the waiting thread, whoever has read it.
+    void arrived() noexcept
+    {
+        if (!isAwake_) {
+            signal();
+        }
+    }
+
+    /// There will be something to do before long: what is waited for may be read by another thread,
+    /// and libssh tells nobody. To be called by the waiting thread.
+    /// \param hasMoved whether something got done meanwhile; otherwise "before long" grows.
+    void lookAgainSoon(bool hasMoved) noexcept;
+
+    /// Forgets the signals up to now. To be called by the waiting thread before it looks what there
+    /// is to do.
+    void clear() noexcept;
+
+    /// Waits until there is something to do, at most so long.
     void wait(std::chrono::milliseconds limit) noexcept;
 
     /// Can be read from when there is something to do.
-    int descriptor() const noexcept { return events_; }
+    int descriptor() const noexcept { return events_.get(); }
 
 private:
-    int events_ = -1;
-    int signal_ = -1;
+    /// A descriptor that is closed with it.
+    class Descriptor
+    {
+    public:
+        explicit Descriptor(int descriptor);
+        Descriptor(const Descriptor&) = delete;
+        Descriptor& operator=(const Descriptor&) = delete;
+        ~Descriptor();
+
+        int get() const noexcept { return descriptor_; }
+
+    private:
+        int descriptor_;
+    };
+
+    static constexpr std::chrono::milliseconds shortestPause{1};
+    static constexpr std::chrono::milliseconds longestPause{16};
+
+    Descriptor events_;
+    Descriptor signal_;
+    Descriptor timer_;
     int socket_ = -1;
+    std::uint32_t watched_ = 0;
+    bool isAwake_ = false;
+    bool isTimed_ = false;
+    std::chrono::milliseconds pause_ = shortestPause;
+    std::mutex signalling_;
+    bool isSignalled_ = false;
 };
 
 } // namespace Tarnis

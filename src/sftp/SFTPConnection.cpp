@@ -15,25 +15,6 @@ constexpr const char* subsystem = "sftp";
 // How much is moved to the front at once where a part of what waits was sent.
 constexpr std::size_t worthMoving = 256U << 10U;
 
-/// True for the length of the object's life.
-class Flagged
-{
-public:
-    explicit Flagged(bool& flag) noexcept
-        : flag_(flag)
-    {
-        flag_ = true;
-    }
-
-    Flagged(const Flagged&) = delete;
-    Flagged& operator=(const Flagged&) = delete;
-
-    ~Flagged() { flag_ = false; }
-
-private:
-    bool& flag_;
-};
-
 } // namespace
 
 std::unique_ptr<SFTPConnection> SFTPConnection::create(SSHHandleSession& session,
@@ -75,7 +56,7 @@ bool SFTPConnection::offers(const SFTPExtension& extension) const
 
 void SFTPConnection::advance()
 {
-    const Flagged advancing(isAdvancing_);
+    const SocketWakeUp::Awake awake(wakeUp_);
     const ssh_channel channel = channel_->getResource();
     if (channel == nullptr) {
         end("the session has ended");
@@ -90,9 +71,16 @@ void SFTPConnection::advance()
     }
     if (phase_ == Phase::Requesting || phase_ == Phase::Greeting || phase_ == Phase::Ready) {
         transmit(channel);
-        takeIn(channel);
     }
     wakeUp_.watch(ssh_channel_get_session(channel));
+    if (isWaitingUnseen()) {
+        wakeUp_.lookAgainSoon(std::exchange(hasMoved_, false));
+    }
+}
+
+bool SFTPConnection::isWaitingUnseen() const noexcept
+{
+    return phase_ == Phase::Opening || phase_ == Phase::Requesting || (unsent() > 0 && !isOver());
 }
 
 void SFTPConnection::openChannel(ssh_channel channel)
@@ -132,6 +120,7 @@ void SFTPConnection::transmit(ssh_channel channel)
             break;
         }
         sent_ += static_cast<std::size_t>(written);
+        hasMoved_ = true;
     }
     if (unsent() == 0 || sent_ >= worthMoving) {
         out_.erase(0, sent_);
@@ -139,14 +128,38 @@ void SFTPConnection::transmit(ssh_channel channel)
     }
 }
 
-// Asking whether something can be read takes in whatever has arrived for any channel.
-void SFTPConnection::takeIn(ssh_channel channel)
+// Asking whether something can be read takes in what has arrived for any channel, 4 KiB of it at a
+// time.
+void SFTPConnection::takeIn()
 {
-    const int result = ssh_channel_poll(channel, 0);
-    const bool isOver = (result < 0 && result != SSH_AGAIN) || ssh_channel_is_closed(channel) != 0;
+    const ssh_channel channel = channel_->getResource();
+    if (channel == nullptr || phase_ == Phase::Opening || isOver()) {
+        return;
+    }
+    const SocketWakeUp::Awake awake(wakeUp_);
+    const SessionBlockingGuard guard(channel, 0);
+    constexpr std::size_t atATime = 4'096;
+    constexpr std::size_t mostAtOnce = 256U << 10U;
+    const std::size_t arrived = std::min(wakeUp_.unread(), mostAtOnce);
+    int result = 0;
+    for (std::size_t taken = 0; result == 0 && taken <= arrived; taken += atATime) {
+        result = ssh_channel_poll(channel, 0);
+    }
+    settle();
+    if (result < 0 && result != SSH_AGAIN) {
+        end(transportFailureText(ssh_channel_get_session(channel)));
+    }
+}
+
+void SFTPConnection::settle()
+{
+    const ssh_channel channel = channel_->getResource();
     if (splitter_.isBroken()) {
         end(splitter_.reason());
-    } else if (isOver) {
+    } else if (channel == nullptr) {
+        end("the session has ended");
+    } else if (phase_ != Phase::Opening &&
+               (ssh_channel_is_closed(channel) != 0 || ssh_channel_is_eof(channel) != 0)) {
         end(transportFailureText(ssh_channel_get_session(channel)));
     }
 }
@@ -168,6 +181,7 @@ void SFTPConnection::end(const std::string& reason)
     splitter_.breakOff(reason);
     SFTPAnswer lost;
     lost.isLost = true;
+    lost.fields = reason;
     for (auto& [id, pending] : pending_) {
         answered_.push_back({std::move(pending.handler), lost});
     }
@@ -181,6 +195,7 @@ std::uint32_t SFTPConnection::add(Handler&& handler, char* buffer, std::uint32_t
     if (phase_ != Phase::Ready) {
         SFTPAnswer lost;
         lost.isLost = true;
+        lost.fields = error_;
         answered_.push_back({std::move(handler), std::move(lost)});
         return 0;
     }
@@ -188,6 +203,10 @@ std::uint32_t SFTPConnection::add(Handler&& handler, char* buffer, std::uint32_t
         ++lastId_;
     } while (lastId_ == 0 || pending_.count(lastId_) != 0);
     pending_.emplace(lastId_, Pending{std::move(handler), buffer, size});
+    if (timedId_ == 0) {
+        timedId_ = lastId_;
+        timedSince_ = Clock::now();
+    }
     return lastId_;
 }
 
@@ -204,9 +223,12 @@ void SFTPConnection::received(std::string_view bytes) noexcept
         // libssh is C and must not see it. Nobody knows what was lost, so that nothing else of it
         // can be trusted; the next advance() says so.
     }
-    if (!isAdvancing_) {
-        wakeUp_.signal();
-    }
+    wakeUp_.arrived();
+}
+
+void SFTPConnection::ended() noexcept
+{
+    wakeUp_.arrived();
 }
 
 void SFTPConnection::gone() noexcept
@@ -243,6 +265,10 @@ void SFTPConnection::greet(const SFTPPacket& packet)
 
 void SFTPConnection::answer(std::uint32_t id, SFTPAnswer&& answer)
 {
+    if (id == timedId_ && pending_.count(id) != 0) {
+        timedId_ = 0;
+        roundTrip_ = std::min<std::chrono::nanoseconds>(roundTrip_, Clock::now() - timedSince_);
+    }
     auto request = pending_.extract(id);
     if (request.empty()) {
         splitter_.breakOff("the server answers what it was not asked");
@@ -251,13 +277,14 @@ void SFTPConnection::answer(std::uint32_t id, SFTPAnswer&& answer)
     answered_.push_back({std::move(request.mapped().handler), std::move(answer)});
 }
 
-void SFTPConnection::dataBegins(std::uint32_t id, std::uint32_t /*size*/)
+void SFTPConnection::dataBegins(std::uint32_t id, std::uint32_t size)
 {
     const auto found = pending_.find(id);
     dataId_ = id;
     dataTaken_ = 0;
     dataBuffer_ = found != pending_.end() ? found->second.buffer : nullptr;
     dataRoom_ = found != pending_.end() ? found->second.size : 0;
+    isTooLong_ = size > dataRoom_;
 }
 
 void SFTPConnection::dataContinues(std::string_view bytes)
@@ -274,7 +301,8 @@ void SFTPConnection::dataEnds()
 {
     SFTPAnswer given;
     given.type = SFTPPacketType::Data;
-    given.dataSize = dataTaken_;
+    // Where it is more than was asked for, nobody knows what it is.
+    given.dataSize = isTooLong_ ? 0 : dataTaken_;
     answer(dataId_, std::move(given));
 }
 

@@ -9,8 +9,10 @@
 #include "sftp/wire/SFTPPacketWriter.h"
 #include "sftp/wire/SFTPReplyFields.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,7 +24,7 @@ namespace Tarnis {
 /// The answer to a request.
 struct SFTPAnswer
 {
-    /// No answer comes any more. The rest says nothing then.
+    /// No answer comes any more; `fields` is the reason then, and the rest says nothing.
     bool isLost = false;
     SFTPPacketType type = SFTPPacketType::Status;
     std::string fields;         ///< Of any packet but data.
@@ -58,7 +60,7 @@ public:
 
     /// Null: libssh has no memory for a channel. Takes the lock. Throws
     /// handle_fatal_error("invalid") when the session's handle is invalid.
-    /// \param wakeUp is signalled when another thread takes something in; has to outlive this.
+    /// \param wakeUp is told of what comes, and when to look again; has to outlive this.
     static std::unique_ptr<SFTPConnection> create(SSHHandleSession& session, SocketWakeUp& wakeUp);
 
     SFTPConnection(const SFTPConnection&) = delete;
@@ -72,14 +74,25 @@ public:
 
     Phase phase() const noexcept { return phase_; }
 
+    /// Whether it is Refused or has Ended.
+    bool isOver() const noexcept { return phase_ == Phase::Refused || phase_ == Phase::Ended; }
+
     /// Why it was refused or has ended.
     const std::string& error() const noexcept { return error_; }
 
+    /// The shortest time that an answer has taken so far; the longest there is before the first.
+    std::chrono::nanoseconds roundTrip() const noexcept { return roundTrip_; }
+
     bool offers(const SFTPExtension& extension) const;
 
-    /// Opens the channel, sends what waits to be sent and takes in what has arrived, as far as that
-    /// goes without waiting.
+    /// Opens the channel and sends what waits to be sent, as far as that goes without waiting.
     void advance();
+
+    /// Takes in what has arrived at the session, for this channel and all others.
+    void takeIn();
+
+    /// Ends the connection where what was taken in, here or by another channel, says so.
+    void settle();
 
     /// How many requests are under way.
     std::size_t inFlight() const noexcept { return pending_.size(); }
@@ -88,16 +101,22 @@ public:
     std::size_t unsent() const noexcept { return out_.size() - sent_; }
 
     /// Starts a request. A connection that has ended answers it at once, as lost.
-    /// \param write   writes the request with its identifier.
-    /// \param buffer  where data goes, lent until the answer, and its size; what comes beyond that
-    ///                is dropped.
+    /// \param write   writes the request with its identifier. What it throws ends the connection.
+    /// \param buffer  where data goes, lent until the answer, and its size. More data than that is
+    ///                no answer, and nothing is written beyond.
     template <class Write>
     void send(Write write, Handler handler, char* buffer = nullptr, std::uint32_t size = 0)
     {
         const std::uint32_t id = add(std::move(handler), buffer, size);
-        if (phase_ == Phase::Ready) {
+        if (phase_ != Phase::Ready) {
+            return;
+        }
+        try {
             SFTPPacketWriter writer(out_);
             write(writer, id);
+        } catch (const std::exception& problem) {
+            // Nobody else would answer it.
+            end(problem.what());
         }
     }
 
@@ -118,11 +137,14 @@ private:
     SFTPConnection(std::shared_ptr<SSHHandleChannel> channel, SocketWakeUp& wakeUp);
 
     void received(std::string_view bytes) noexcept override;
+    void ended() noexcept override;
     void gone() noexcept override;
     void packet(const SFTPPacket& packet) override;
     void dataBegins(std::uint32_t id, std::uint32_t size) override;
     void dataContinues(std::string_view bytes) override;
     void dataEnds() override;
+
+    using Clock = std::chrono::steady_clock;
 
     std::uint32_t add(Handler&& handler, char* buffer, std::uint32_t size);
     void answer(std::uint32_t id, SFTPAnswer&& answer);
@@ -130,14 +152,15 @@ private:
     void openChannel(ssh_channel channel);
     void requestSubsystem(ssh_channel channel);
     void transmit(ssh_channel channel);
-    void takeIn(ssh_channel channel);
+    /// Whether something is waited for that may come without a sign.
+    bool isWaitingUnseen() const noexcept;
     void refuse(ssh_channel channel, const char* what);
 
     std::shared_ptr<SSHHandleChannel> channel_;
     SocketWakeUp& wakeUp_;
     SFTPPacketSplitter splitter_;
     Phase phase_ = Phase::Opening;
-    bool isAdvancing_ = false;
+    bool hasMoved_ = false;
     std::string error_;
     /// Of which version and extensions are told.
     std::string greeting_;
@@ -151,6 +174,11 @@ private:
     std::uint32_t dataTaken_ = 0;
     char* dataBuffer_ = nullptr;
     std::uint32_t dataRoom_ = 0;
+    bool isTooLong_ = false;
+    /// The request whose answer is waited for with the clock running; 0: none.
+    std::uint32_t timedId_ = 0;
+    Clock::time_point timedSince_;
+    std::chrono::nanoseconds roundTrip_ = std::chrono::nanoseconds::max();
 };
 
 } // namespace Tarnis

@@ -7,6 +7,8 @@
 #include "sftp/SFTPQueueFiles.h"
 
 #include <algorithm>
+#include <exception>
+#include <tuple>
 #include <utility>
 
 namespace Tarnis {
@@ -19,39 +21,70 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Enough for the round trips of a long line; more only waits over there.
-constexpr std::size_t mostRequests = 128;
-// What waits for the server to take it is a copy of what is written.
-constexpr std::size_t mostUnsent = std::size_t{2} << 20U;
-
 // How long a server may take to open a channel.
 constexpr std::chrono::seconds openingLimit{100};
 
 } // namespace
 
-std::unique_ptr<SFTPQueue> SFTPQueue::create(SSHHandleSFTPSession& sftp,
+/// A call of pump(). Sees to it that descriptor() tells afterwards of what is left to do.
+class SFTPQueue::Pumping
+{
+public:
+    explicit Pumping(SFTPQueue& queue) noexcept
+        : queue_(queue)
+    {
+        queue_.isPumping_ = true;
+    }
+
+    Pumping(const Pumping&) = delete;
+    Pumping& operator=(const Pumping&) = delete;
+
+    ~Pumping()
+    {
+        queue_.isPumping_ = false;
+        const bool isThrown = std::uncaught_exceptions() > exceptions_;
+        if (isThrown || !queue_.ready_.empty() || !queue_.answers_.empty()) {
+            queue_.wakeUp_.signal();
+        }
+    }
+
+private:
+    SFTPQueue& queue_;
+    int exceptions_ = std::uncaught_exceptions();
+};
+
+std::unique_ptr<SFTPQueue> SFTPQueue::create(std::shared_ptr<SSHHandleSFTPSession> sftp,
                                              const FileSystem::FileSystem2& system,
                                              std::shared_ptr<const std::atomic<bool>> isAlive)
 {
-    std::unique_ptr<SFTPQueue> queue(new SFTPQueue(system, std::move(isAlive)));
-    return queue->open(sftp) ? std::move(queue) : nullptr;
+    std::unique_ptr<SFTPQueue> queue(new SFTPQueue(std::move(sftp), system, std::move(isAlive)));
+    return queue->open() ? std::move(queue) : nullptr;
 }
 
-SFTPQueue::SFTPQueue(const FileSystem::FileSystem2& system,
+SFTPQueue::SFTPQueue(std::shared_ptr<SSHHandleSFTPSession> sftp,
+                     const FileSystem::FileSystem2& system,
                      std::shared_ptr<const std::atomic<bool>> isAlive)
-    : system_(system)
+    : sftp_(std::move(sftp))
+    , system_(system)
     , isAlive_(std::move(isAlive))
 {}
 
-SFTPQueue::~SFTPQueue() = default;
-
-bool SFTPQueue::open(SSHHandleSFTPSession& sftp)
+SFTPQueue::~SFTPQueue()
 {
-    if (!connect(sftp) || !awaitServer()) {
+    // What is under way on a lane keeps that lane, and would keep itself.
+    for (const Lane& lane : lanes_) {
+        lane->waiting.clear();
+        lane->connection.reset();
+    }
+}
+
+bool SFTPQueue::open()
+{
+    if (!connect() || !awaitServer()) {
         return false;
     }
     const auto offers = [this](const SFTPExtension& extension) {
-        return connection_->offers(extension);
+        return lanes_.front()->connection->offers(extension);
     };
     const bool isLikeOpenSsh =
         server_ == SFTPServerKind::OpenSsh || server_ == SFTPServerKind::Dropbear;
@@ -65,30 +98,38 @@ bool SFTPQueue::open(SSHHandleSFTPSession& sftp)
     return true;
 }
 
-bool SFTPQueue::connect(SSHHandleSFTPSession& sftp)
+bool SFTPQueue::connect()
 {
-    const auto lock = sftp.getLock();
-    SSHHandleSession* const session = sftp.getSession();
+    const auto lock = sftp_->getLock();
+    SSHHandleSession* const session = sftp_->getSession();
     if (session == nullptr || session->getResource() == nullptr) {
         return failForLostSftp({});
     }
     server_ = sftpServerKindOf(session->getResource());
-    connection_ = SFTPConnection::create(*session, wakeUp_);
-    return connection_ != nullptr || noteTransportFailure(*session, FailureCode::NoResources);
+    auto connection = SFTPConnection::create(*session, wakeUp_);
+    if (connection == nullptr) {
+        return noteTransportFailure(*session, FailureCode::NoResources);
+    }
+    lanes_.push_back(std::make_shared<SFTPLane>(std::move(connection)));
+    return true;
 }
 
 bool SFTPQueue::awaitServer()
 {
     using Phase = SFTPConnection::Phase;
+    SFTPConnection& connection = *lanes_.front()->connection;
     const auto deadline = Clock::now() + openingLimit;
-    const auto phase = [this] {
-        const auto lock = connection_->channel().getLock();
-        connection_->advance();
-        return connection_->phase();
+    const auto phase = [&] {
+        const auto lock = connection.channel().getLock();
+        wakeUp_.clear();
+        connection.advance();
+        connection.takeIn();
+        connection.settle();
+        return connection.phase();
     };
     for (Phase now = phase(); now != Phase::Ready; now = phase()) {
-        if (now == Phase::Refused) {
-            return fail(FailureCode::Denied, FailureSource::Transport, 0, connection_->error());
+        if (connection.isOver()) {
+            return fail(FailureCode::Denied, FailureSource::Transport, 0, connection.error());
         }
         if (Clock::now() >= deadline) {
             return fail(FailureCode::TimedOut, "the server does not open a channel");
@@ -124,7 +165,7 @@ std::size_t SFTPQueue::do_pending() const noexcept
 
 std::size_t SFTPQueue::do_capacity() const noexcept
 {
-    return mostRequests;
+    return SFTPLane::mostRequests;
 }
 
 int SFTPQueue::do_descriptor() const noexcept
@@ -132,27 +173,68 @@ int SFTPQueue::do_descriptor() const noexcept
     return wakeUp_.descriptor();
 }
 
+void SFTPQueue::do_wake() noexcept
+{
+    wakeUp_.signal();
+}
+
 void SFTPQueue::later(std::function<void()> work)
 {
     ready_.push_back(std::move(work));
+    tellOfWork();
 }
 
-void SFTPQueue::ask(Write write, Handler handler, char* buffer, std::uint32_t size)
+void SFTPQueue::ask(Write write, Handler handler)
 {
-    waiting_.push_back(
-        [this, write = std::move(write), handler = std::move(handler), buffer, size]() mutable {
-            connection_->send(write, std::move(handler), buffer, size);
-        });
+    askAny([write = std::move(write), handler = std::move(handler)](const Lane& lane) mutable {
+        lane->connection->send(write, std::move(handler));
+    });
+}
+
+void SFTPQueue::askAny(std::function<void(const Lane&)> send)
+{
+    waiting_.push_back({++lastPlace_, std::move(send)});
+    tellOfWork();
+}
+
+void SFTPQueue::askOn(const Lane& lane, Write write, Handler handler)
+{
+    waitFor(lane,
+            [&lane = *lane, write = std::move(write), handler = std::move(handler)]() mutable {
+                lane.connection->send(write, std::move(handler));
+            });
+}
+
+std::uint64_t SFTPQueue::waitFor(const Lane& lane, std::function<void()> send)
+{
+    lane->waiting.push_back({++lastPlace_, std::move(send)});
+    tellOfWork();
+    return lastPlace_;
+}
+
+void SFTPQueue::goOnWith(const Lane& lane, std::uint64_t place, std::function<void()> send)
+{
+    lane->waiting.push_front({place, std::move(send)});
+}
+
+void SFTPQueue::tellOfWork()
+{
+    if (!isPumping_) {
+        wakeUp_.signal();
+    }
 }
 
 std::size_t SFTPQueue::do_pump(std::chrono::milliseconds limit)
 {
+    const Pumping pumping(*this);
     const auto deadline = deadlineAfter(Clock::now(), limit);
     completed_ = 0;
     for (;;) {
         callReady();
         handleAnswers();
         if (completed_ > 0 || pending_ == 0) {
+            // What was started by the completions goes out at once.
+            static_cast<void>(advance());
             return completed_;
         }
         if (advance()) {
@@ -176,28 +258,6 @@ void SFTPQueue::callReady()
     }
 }
 
-bool SFTPQueue::advance()
-{
-    const auto lock = connection_->channel().getLock();
-    const auto hasRoom = [this] {
-        return connection_->inFlight() < mostRequests && connection_->unsent() < mostUnsent;
-    };
-    do {
-        while (!waiting_.empty() && hasRoom()) {
-            // It may put what comes after it in its place.
-            const auto send = std::move(waiting_.front());
-            waiting_.pop_front();
-            send();
-        }
-        connection_->advance();
-        // What was sent has made room for more.
-    } while (!waiting_.empty() && hasRoom());
-    for (auto& answered : connection_->takeAnswered()) {
-        answers_.push_back(std::move(answered));
-    }
-    return !answers_.empty();
-}
-
 void SFTPQueue::handleAnswers()
 {
     while (!answers_.empty()) {
@@ -205,6 +265,103 @@ void SFTPQueue::handleAnswers()
         answers_.pop_front();
         next.handler(next.answer);
     }
+}
+
+bool SFTPQueue::advance()
+{
+    wakeUp_.clear();
+    const auto lock = sftp_->getLock();
+    endIfAbandoned();
+    do {
+        dispatch();
+        advanceLanes();
+        // What was sent has made room for more.
+    } while (dispatchOwn() || dispatchAny());
+    for (const Lane& lane : lanes_) {
+        for (auto& answered : lane->connection->takeAnswered()) {
+            answers_.push_back(std::move(answered));
+        }
+    }
+    return !answers_.empty();
+}
+
+void SFTPQueue::advanceLanes()
+{
+    for (const Lane& lane : lanes_) {
+        lane->connection->advance();
+    }
+    const auto reading = std::find_if(lanes_.begin(), lanes_.end(),
+                                      [](const Lane& lane) { return !lane->connection->isOver(); });
+    if (reading != lanes_.end()) {
+        (*reading)->connection->takeIn();
+    }
+    for (const Lane& lane : lanes_) {
+        lane->connection->settle();
+    }
+}
+
+/// A queue is of no use without what it belongs to.
+void SFTPQueue::endIfAbandoned()
+{
+    if (*isAlive_ && sftp_->isValid()) {
+        return;
+    }
+    for (const Lane& lane : lanes_) {
+        lane->connection->end("the file system has gone");
+    }
+}
+
+void SFTPQueue::dispatch()
+{
+    while (dispatchOwn() || dispatchAny()) {
+    }
+}
+
+/// Sends what only one lane can take, where it was started before what any lane may take.
+bool SFTPQueue::dispatchOwn()
+{
+    bool isAnySent = false;
+    for (const Lane& lane : lanes_) {
+        auto& waiting = lane->waiting;
+        while (!waiting.empty() && lane->hasRoom() &&
+               (waiting_.empty() || waiting.front().place < waiting_.front().place)) {
+            // It may put what comes after it in its place.
+            const auto send = std::move(waiting.front().send);
+            waiting.pop_front();
+            send();
+            isAnySent = true;
+        }
+    }
+    return isAnySent;
+}
+
+bool SFTPQueue::dispatchAny()
+{
+    const Lane lane = waiting_.empty() ? nullptr : leastLoaded();
+    if (lane == nullptr) {
+        return false;
+    }
+    const auto send = std::move(waiting_.front().send);
+    waiting_.pop_front();
+    send(lane);
+    return true;
+}
+
+/// The lane that takes the next request; null: none has room. One that is over takes it, and fails
+/// it, where no other is left.
+SFTPQueue::Lane SFTPQueue::leastLoaded() const
+{
+    const auto load = [](const SFTPLane& lane) {
+        return std::make_tuple(lane.connection->isOver(), lane.bytes, lane.handles,
+                               lane.connection->inFlight());
+    };
+    Lane best;
+    for (const Lane& lane : lanes_) {
+        if (best == nullptr || load(*lane) < load(*best)) {
+            best = lane;
+        }
+    }
+    return best;
 }
 
 } // namespace Tarnis

@@ -2,7 +2,7 @@
 
 #include "handles/SSHHandleSFTPSession.h"
 #include "handles/SocketWakeUp.h"
-#include "sftp/SFTPConnection.h"
+#include "sftp/SFTPLane.h"
 #include "sftp/SFTPServerKind.h"
 #include "sftp/SFTPStatus.h"
 
@@ -16,10 +16,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Tarnis {
 
-/// Many operations in flight on the files of a server: requests of our own on a channel of their
+/// Many operations in flight on the files of a server: requests of our own on channels of their
 /// own, beside the SFTP session that the single operations use.
 class SFTPQueue final : public FileSystem::StorageSystemQueue
 {
@@ -31,7 +32,7 @@ public:
     /// \param system  what the single operations are done with that are not worth a road of their
     ///                own.
     /// \param isAlive whether that is still there.
-    static std::unique_ptr<SFTPQueue> create(SSHHandleSFTPSession& sftp,
+    static std::unique_ptr<SFTPQueue> create(std::shared_ptr<SSHHandleSFTPSession> sftp,
                                              const FileSystem::FileSystem2& system,
                                              std::shared_ptr<const std::atomic<bool>> isAlive);
 
@@ -42,6 +43,7 @@ protected:
     std::size_t do_pending() const noexcept override;
     std::size_t do_capacity() const noexcept override;
     int do_descriptor() const noexcept override;
+    void do_wake() noexcept override;
     void do_open(const std::string& path, OpenMode mode, Permissions permissions,
                  Completion<File> done) override;
     void do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
@@ -72,6 +74,7 @@ protected:
 private:
     template <class... Results>
     class Call;
+    class Pumping;
     class RangeRead;
     class RangeWrite;
     class Listing;
@@ -83,25 +86,53 @@ private:
     using Answer = SFTPAnswer;
     using Handler = SFTPConnection::Handler;
     using Write = std::function<void(SFTPPacketWriter&, std::uint32_t)>;
+    using Lane = std::shared_ptr<SFTPLane>;
 
-    SFTPQueue(const FileSystem::FileSystem2& system,
+    /// A request that any lane may take.
+    struct Request
+    {
+        std::uint64_t place;
+        std::function<void(const Lane&)> send;
+    };
+
+    SFTPQueue(std::shared_ptr<SSHHandleSFTPSession> sftp, const FileSystem::FileSystem2& system,
               std::shared_ptr<const std::atomic<bool>> isAlive);
 
-    bool open(SSHHandleSFTPSession& sftp);
-    bool connect(SSHHandleSFTPSession& sftp);
+    bool open();
+    bool connect();
     bool awaitServer();
     void askLimits();
 
     /// Does what is to be done later, by pump().
     void later(std::function<void()> work);
 
-    /// Sends a request, as soon as there is room for it.
-    void ask(Write write, Handler handler, char* buffer = nullptr, std::uint32_t size = 0);
+    /// Sends a request, as soon as there is room for it on any lane.
+    void ask(Write write, Handler handler);
+
+    /// The same, where it matters which lane takes it.
+    void askAny(std::function<void(const Lane&)> send);
+
+    /// The same for what only one lane can take.
+    void askOn(const Lane& lane, Write write, Handler handler);
+
+    /// Sends on a lane in turn. \return its place among what waits.
+    std::uint64_t waitFor(const Lane& lane, std::function<void()> send);
+
+    /// Sends more of what was begun before anything else that waits for the lane.
+    static void goOnWith(const Lane& lane, std::uint64_t place, std::function<void()> send);
 
     void callReady();
     /// False: nothing has been answered.
     bool advance();
+    void advanceLanes();
+    void endIfAbandoned();
+    void dispatch();
+    bool dispatchOwn();
+    bool dispatchAny();
+    Lane leastLoaded() const;
     void handleAnswers();
+    void tellOfWork();
+    void noteShortRead(std::uint32_t size) noexcept;
 
     /// Asks what stands at a path, as little as that may be. Empty: nothing, or it is not told.
     void askKind(const std::string& path, std::function<void(std::optional<std::uint32_t>)> then);
@@ -125,12 +156,19 @@ private:
         std::function<void(const std::optional<SFTPFileAttributes>&, const Answer&)> then);
     void whereNothingStands(const std::shared_ptr<Call<>>& call, const std::string& path,
                             bool isSure, std::function<void()> then);
+    bool mayBeFollowed(const SFTPFileAttributes& told, bool& tellsLinks) const;
+    /// Asks for the text of what may be a link though it was told as what that leads to.
+    void withLinkSeen(const std::string& path, const SFTPFileAttributes& told,
+                      std::function<void(const SFTPFileAttributes&)> then);
     void unlessFollowed(const std::shared_ptr<Call<>>& call, const std::string& path,
                         std::function<void()> then);
     void sendAttributes(const std::shared_ptr<Call<>>& call, const SFTPFileAttributes& sent,
                         const Attributes& wanted);
     void sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode, Permissions permissions,
                   bool exclusive);
+    void takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane, const Answer& answer,
+                    bool exclusive);
+    static void leave(const Lane& lane);
 
     using Reason =
         std::function<std::optional<FileSystem::FailureCode>(std::optional<std::uint32_t> kind)>;
@@ -148,22 +186,29 @@ private:
     static void endBySetting(Call<>& call, const std::optional<Answer>& refusal,
                              const Answer& readBack, const Attributes& wanted, SFTPSubject subject);
 
+    std::shared_ptr<SSHHandleSFTPSession> sftp_;
     const FileSystem::FileSystem2& system_;
     std::shared_ptr<const std::atomic<bool>> isAlive_;
     SocketWakeUp wakeUp_;
-    std::unique_ptr<SFTPConnection> connection_;
+    /// One at least, which may be over.
+    std::vector<Lane> lanes_;
     SFTPServerKind server_ = SFTPServerKind::Other;
     bool isKnownToRefuse_ = false;
+    bool tellsLinks_ = false; ///< Has described a link as such when it was asked for one.
+    bool listsLinks_ = false; ///< The same in a listing.
     bool replaces_ = false;
     bool tellsVolumes_ = false;
     // Of one request. What every server takes, until it has told its limits: one of OpenSSH's gives
     // more, and cuts what it cannot give.
     std::uint32_t readSize_ = largestPiece;
+    std::uint32_t lastShortRead_ = 0;
     std::uint32_t writeSize_ = usualPiece;
 
     std::deque<std::function<void()>> ready_;
-    std::deque<std::function<void()>> waiting_;
+    std::deque<Request> waiting_;
+    std::uint64_t lastPlace_ = 0;
     std::deque<SFTPConnection::Answered> answers_;
+    bool isPumping_ = false;
     std::size_t pending_ = 0;
     std::size_t completed_ = 0;
     std::map<File, std::shared_ptr<OpenFile>> files_;

@@ -4,6 +4,7 @@
 #include "sftp/SFTPQueue.h"
 
 #include <FileSystem/FailureScope.h>
+#include <FileSystem/HandleFatalError.h>
 
 #include <string>
 #include <type_traits>
@@ -48,7 +49,7 @@ public:
         failAs([&] { FileSystem::fail(code, text, entry); });
     }
 
-    /// Fails for what the server has answered.
+    /// Fails for what the server has answered, or for what was lost.
     /// \param reason what is known better than by its status.
     void failFor(const SFTPAnswer& answer, const std::string& entry = {},
                  SFTPSubject subject = SFTPSubject::Path,
@@ -80,10 +81,13 @@ public:
         }
         std::decay_t<decltype(work(queue_.system_))> outcome{};
         FileSystem::Failure failure;
-        {
+        try {
             FileSystem::FailureScope scope(operation_, path_);
             outcome = work(queue_.system_);
             scope.result(outcome);
+        } catch (const FileSystem::handle_fatal_error&) {
+            // The system has lost its resources meanwhile. The scope has noted it.
+            outcome = {};
         }
         if (!outcome) {
             failure = FileSystem::Failure::last();
@@ -125,7 +129,7 @@ private:
         using FileSystem::FailureSource;
         if (answer.isLost) {
             FileSystem::fail(FailureCode::ConnectionLost, FailureSource::Transport, 0,
-                             queue_.connection_->error(), entry);
+                             answer.fields, entry);
             return;
         }
         const auto status = statusOf(answer);

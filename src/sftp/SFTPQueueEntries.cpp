@@ -53,21 +53,43 @@ void SFTPQueue::askAttributes(
     ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.lstat(id, path); },
         [this, path, then = std::move(then)](const Answer& answer) {
             const auto told = attributesIn(answer);
-            const bool isLink = told && isLinkMode(told->permissions.value_or(0));
-            if (!told || isLink || server_ != SFTPServerKind::ModSftp) {
+            if (!told || !mayBeFollowed(*told, tellsLinks_)) {
                 then(told, answer);
                 return;
             }
-            // mod_sftp tells of what a link leads to. Only a link has a text.
-            ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, path); },
-                [told = *told, answer, then](const Answer& text) {
-                    SFTPFileAttributes attributes = told;
-                    if (const auto target = linkTextIn(text)) {
-                        attributes.permissions = linkKind | 0777U;
-                        attributes.size = target->size();
-                    }
-                    then(attributes, answer);
-                });
+            withLinkSeen(path, *told,
+                         [answer, then](const SFTPFileAttributes& seen) { then(seen, answer); });
+        });
+}
+
+/// Whether what the server has told may be of a link's target. Of mod_sftp that is known. Others
+/// are trusted with files, but not with directories, which are entered: not before they have told a
+/// link.
+bool SFTPQueue::mayBeFollowed(const SFTPFileAttributes& told, bool& tellsLinks) const
+{
+    const std::uint32_t mode = told.permissions.value_or(0);
+    if (isLinkMode(mode)) {
+        tellsLinks = true;
+        return false;
+    }
+    return server_ == SFTPServerKind::ModSftp ||
+           ((mode & kindBits) == directoryKind && !tellsLinks && !isKnownToRefuse_);
+}
+
+void SFTPQueue::withLinkSeen(const std::string& path, const SFTPFileAttributes& told,
+                             std::function<void(const SFTPFileAttributes&)> then)
+{
+    // Only a link has a text.
+    ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, path); },
+        [path, told, then = std::move(then)](const Answer& text) {
+            SFTPFileAttributes attributes = told;
+            const auto target = linkTextIn(text);
+            // Some servers answer for whatever stands there, with its own path.
+            if (target && *target != path) {
+                attributes.permissions = linkKind | 0777U;
+                attributes.size = target->size();
+            }
+            then(attributes);
         });
 }
 

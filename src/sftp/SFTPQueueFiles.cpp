@@ -57,10 +57,12 @@ public:
         , file_(std::move(file))
         , offset_(offset)
         , buffer_(buffer)
+        , size_(size)
         , end_(size)
         , call_(std::move(call))
     {
         file_->beginRead();
+        file_->lane->bytes += size;
     }
 
     void start()
@@ -69,7 +71,7 @@ public:
             queue_.later([self = shared_from_this()] { self->finish(); });
             return;
         }
-        queue_.waiting_.push_back([self = shared_from_this()] { self->askNext(); });
+        place_ = queue_.waitFor(file_->lane, [self = shared_from_this()] { self->askNext(); });
     }
 
 private:
@@ -85,43 +87,54 @@ private:
         const std::uint64_t from = std::exchange(next_, next_ + size);
         askFor(from, size);
         if (next_ < end_) {
-            queue_.waiting_.push_front([self = shared_from_this()] { self->askNext(); });
+            goOnWith(file_->lane, place_, [self = shared_from_this()] { self->askNext(); });
         }
     }
 
     /// To be called by the queue when it sends.
-    void askFor(std::uint64_t from, std::uint32_t size)
+    /// \param after how short the answer was that this one goes on from; 0: none was.
+    void askFor(std::uint64_t from, std::uint32_t size, std::uint32_t after = 0)
     {
         ++underWay_;
-        queue_.connection_->send(
+        file_->lane->connection->send(
             [&](SFTPPacketWriter& writer, std::uint32_t id) {
                 writer.read(id, file_->handle, offset_ + from, size);
             },
-            [self = shared_from_this(), from, size](const Answer& answer) {
-                self->take(answer, from, size);
+            [self = shared_from_this(), from, size, after](const Answer& answer) {
+                self->take(answer, from, size, after);
             },
             buffer_ + from, size);
     }
 
-    void take(const Answer& answer, std::uint64_t from, std::uint32_t size)
+    void take(const Answer& answer, std::uint64_t from, std::uint32_t size, std::uint32_t after)
     {
         --underWay_;
+        if (after > 0 && answer.dataSize > 0) {
+            queue_.noteShortRead(after);
+        }
         const auto status = Call<>::statusOf(answer);
         if (status && status->code == SFTPStatusCode::EndOfFile) {
             end_ = std::min(end_, from);
         } else if (answer.isLost || answer.type != SFTPPacketType::Data || answer.dataSize == 0) {
             noteFailure(answer);
         } else if (answer.dataSize < size && from + answer.dataSize < end_ && !failure_) {
-            const std::uint64_t rest = from + answer.dataSize;
-            ++underWay_;
-            queue_.waiting_.push_back(
-                [self = shared_from_this(), rest, left = size - answer.dataSize] {
-                    --self->underWay_;
-                    self->askFor(rest, left);
-                });
+            askForRest(from + answer.dataSize, from + size, answer.dataSize);
         }
         if (underWay_ == 0 && (next_ >= end_ || failure_)) {
             finish();
+        }
+    }
+
+    void askForRest(std::uint64_t from, std::uint64_t end, std::uint32_t after)
+    {
+        while (from < end) {
+            const std::uint32_t size = pieceOf(end - from, queue_.readSize_);
+            ++underWay_;
+            queue_.waitFor(file_->lane, [self = shared_from_this(), from, size, after] {
+                --self->underWay_;
+                self->askFor(from, size, after);
+            });
+            from += size;
         }
     }
 
@@ -139,6 +152,7 @@ private:
         if (std::exchange(isFinished_, true)) {
             return;
         }
+        file_->lane->bytes -= size_;
         file_->endRead();
         if (failure_) {
             call_->failFor(*failure_, {}, SFTPSubject::OpenFile);
@@ -151,9 +165,11 @@ private:
     std::shared_ptr<OpenFile> file_;
     std::uint64_t offset_;
     char* buffer_;
+    std::uint64_t size_;
     /// Where the range ends: at its size, or where the file does.
     std::uint64_t end_;
     std::uint64_t next_ = 0;
+    std::uint64_t place_ = 0;
     std::size_t underWay_ = 0;
     bool isFinished_ = false;
     std::optional<Answer> failure_;
@@ -172,15 +188,17 @@ public:
         , bytes_(bytes)
         , size_(size)
         , call_(std::move(call))
-    {}
+    {
+        file_->lane->bytes += size;
+    }
 
     void start()
     {
         if (size_ == 0) {
-            queue_.later([self = shared_from_this()] { self->call_->succeed(); });
+            queue_.later([self = shared_from_this()] { self->finish(); });
             return;
         }
-        queue_.waiting_.push_back([self = shared_from_this()] { self->sendNext(); });
+        place_ = queue_.waitFor(file_->lane, [self = shared_from_this()] { self->sendNext(); });
     }
 
 private:
@@ -189,14 +207,14 @@ private:
         const std::uint32_t size = pieceOf(size_ - next_, queue_.writeSize_);
         const std::uint64_t from = std::exchange(next_, next_ + size);
         ++underWay_;
-        queue_.connection_->send(
+        file_->lane->connection->send(
             [&](SFTPPacketWriter& writer, std::uint32_t id) {
                 writer.write(id, file_->handle, offset_ + from,
                              {bytes_ + from, static_cast<std::size_t>(size)});
             },
             [self = shared_from_this()](const Answer& answer) { self->take(answer); });
         if (next_ < size_) {
-            queue_.waiting_.push_front([self = shared_from_this()] { self->goOn(); });
+            goOnWith(file_->lane, place_, [self = shared_from_this()] { self->goOn(); });
         }
     }
 
@@ -226,6 +244,7 @@ private:
 
     void finish()
     {
+        file_->lane->bytes -= size_;
         if (failure_) {
             call_->failFor(*failure_, {}, SFTPSubject::OpenFile);
         } else {
@@ -239,10 +258,22 @@ private:
     const char* bytes_;
     std::uint64_t size_;
     std::uint64_t next_ = 0;
+    std::uint64_t place_ = 0;
     std::size_t underWay_ = 0;
     std::optional<Answer> failure_;
     std::shared_ptr<Call<>> call_;
 };
+
+/// Asks for less at a time once that is what the server gives, again and again. Where a file ends
+/// tells nothing.
+void SFTPQueue::noteShortRead(std::uint32_t size) noexcept
+{
+    constexpr std::uint32_t smallest = 4'096;
+    if (size == lastShortRead_ && size >= smallest) {
+        readSize_ = std::min(readSize_, size);
+    }
+    lastShortRead_ = size;
+}
 
 std::shared_ptr<SFTPQueue::OpenFile> SFTPQueue::find(File file) const
 {
@@ -296,29 +327,46 @@ void SFTPQueue::sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode,
     if (mode.has(StorageSystemFileOpenModeFlag::Create)) {
         attributes.permissions = permissions.raw();
     }
-    ask(
-        [path = call->path(), mode, attributes](SFTPPacketWriter& writer, std::uint32_t id) {
-            writer.open(id, path, openFlagsOf(mode), attributes);
-        },
-        [this, call, exclusive](const Answer& answer) {
-            const auto handle = !answer.isLost && answer.type == SFTPPacketType::Handle
-                                    ? decodeHandle(answer.fields)
-                                    : std::nullopt;
-            if (handle) {
-                const File file{++lastFile_};
-                auto open = std::make_shared<OpenFile>();
-                open->path = call->path();
-                open->handle = *handle;
-                files_.emplace(file, std::move(open));
-                call->succeed(file);
-                return;
-            }
-            explain(call, answer, call->path(), [exclusive](std::optional<std::uint32_t> kind) {
-                return exclusive && kind
-                           ? std::make_optional(FailureCode::Exists)
-                           : reasonIf(kind == directoryKind, FailureCode::IsDirectory);
+    askAny([this, call, mode, attributes, exclusive](const Lane& lane) {
+        ++lane->handles;
+        lane->connection->send(
+            [&](SFTPPacketWriter& writer, std::uint32_t id) {
+                writer.open(id, call->path(), openFlagsOf(mode), attributes);
+            },
+            [this, call, exclusive, lane](const Answer& answer) {
+                takeOpened(call, lane, answer, exclusive);
             });
-        });
+    });
+}
+
+void SFTPQueue::takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane,
+                           const Answer& answer, bool exclusive)
+{
+    const auto handle = !answer.isLost && answer.type == SFTPPacketType::Handle
+                            ? decodeHandle(answer.fields)
+                            : std::nullopt;
+    if (handle) {
+        const File file{++lastFile_};
+        auto open = std::make_shared<OpenFile>();
+        open->path = call->path();
+        open->handle = *handle;
+        open->lane = lane;
+        files_.emplace(file, std::move(open));
+        call->succeed(file);
+        return;
+    }
+    leave(lane);
+    explain(call, answer, call->path(), [exclusive](std::optional<std::uint32_t> kind) {
+        return exclusive && kind ? std::make_optional(FailureCode::Exists)
+                                 : reasonIf(kind == directoryKind, FailureCode::IsDirectory);
+    });
+}
+
+/// A file or a directory is open no more there.
+void SFTPQueue::leave(const Lane& lane)
+{
+    --lane->handles;
+    lane->lastUsed = SFTPLane::Clock::now();
 }
 
 void SFTPQueue::do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
@@ -340,7 +388,9 @@ void SFTPQueue::do_write(File file, std::uint64_t offset, const char* bytes, std
 void SFTPQueue::do_look(File file, Completion<const Attributes&> done)
 {
     withFile("look", file, std::move(done), [this](const auto& open, auto call) {
-        ask([open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
+        askOn(
+            open->lane,
+            [open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
             [call](const Answer& answer) {
                 endByAttributes(*call, answer, SFTPSubject::OpenFile);
             });
@@ -361,14 +411,19 @@ void SFTPQueue::do_setAttributes(File file, const Attributes& attributes, Comple
         }
         // Both go out together: requests for one file are served in their order.
         const auto refusal = std::make_shared<std::optional<Answer>>();
-        ask([open, sent](SFTPPacketWriter& writer,
-                         std::uint32_t id) { writer.fsetstat(id, open->handle, sent); },
+        askOn(
+            open->lane,
+            [open, sent](SFTPPacketWriter& writer, std::uint32_t id) {
+                writer.fsetstat(id, open->handle, sent);
+            },
             [refusal](const Answer& answer) {
                 if (!Call<>::isOk(answer)) {
                     *refusal = answer;
                 }
             });
-        ask([open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
+        askOn(
+            open->lane,
+            [open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
             [call, refusal, attributes](const Answer& answer) {
                 endBySetting(*call, *refusal, answer, attributes, SFTPSubject::OpenFile);
             });
@@ -380,9 +435,15 @@ void SFTPQueue::do_close(File file, Completion<> done)
     withFile("close", file, std::move(done), [this, file](const auto& open, auto call) {
         files_.erase(file);
         open->afterReads([this, open, call] {
-            ask([open](SFTPPacketWriter& writer,
-                       std::uint32_t id) { writer.close(id, open->handle); },
-                [call](const Answer& answer) { call->endBy(answer, {}, SFTPSubject::OpenFile); });
+            askOn(
+                open->lane,
+                [open](SFTPPacketWriter& writer, std::uint32_t id) {
+                    writer.close(id, open->handle);
+                },
+                [this, open, call](const Answer& answer) {
+                    leave(open->lane);
+                    call->endBy(answer, {}, SFTPSubject::OpenFile);
+                });
         });
     });
 }

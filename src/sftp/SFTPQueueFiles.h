@@ -14,6 +14,7 @@ struct SFTPQueue::OpenFile
 {
     std::string path;
     std::string handle;
+    Lane lane; ///< That it was opened on: to the others, its handle means nothing.
     /// Of reads whose answers may ask for more. The file is not closed before.
     std::size_t reading = 0;
     std::vector<std::function<void()>> whenRead;

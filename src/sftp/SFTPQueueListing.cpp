@@ -15,7 +15,7 @@ namespace {
 // How many requests for the next names are under way: few for a small directory, which is over with
 // the second answer, and more as it turns out to be a large one.
 constexpr std::size_t firstRequests = 2;
-constexpr std::size_t mostRequests = 32;
+constexpr std::size_t mostRequests = 64;
 
 // An answer without a name is no mistake, but no progress either.
 constexpr std::size_t mostEmptyAnswers = 100;
@@ -40,20 +40,32 @@ public:
 
     void start()
     {
-        queue_.ask(
-            [self = shared_from_this()](SFTPPacketWriter& writer, std::uint32_t id) {
-                writer.opendir(id, self->call_->path());
-            },
-            [self = shared_from_this()](const Answer& answer) { self->opened(answer); });
+        queue_.askAny([self = shared_from_this()](const Lane& lane) {
+            self->lane_ = lane;
+            ++lane->handles;
+            lane->connection->send(
+                [&](SFTPPacketWriter& writer, std::uint32_t id) {
+                    writer.opendir(id, self->call_->path());
+                },
+                [self](const Answer& answer) { self->opened(answer); });
+        });
     }
 
 private:
+    /// The names of one answer.
+    struct Batch
+    {
+        std::vector<StorageSystemEntry> entries;
+        std::size_t doubtful = 0; ///< Of them, it is not known yet what they are.
+    };
+
     void opened(const Answer& answer)
     {
         const auto handle = !answer.isLost && answer.type == SFTPPacketType::Handle
                                 ? decodeHandle(answer.fields)
                                 : std::nullopt;
         if (!handle) {
+            leave(lane_);
             failFor(answer);
             return;
         }
@@ -65,7 +77,8 @@ private:
     {
         while (!isOver_ && underWay_ < wanted_) {
             ++underWay_;
-            queue_.ask(
+            queue_.askOn(
+                lane_,
                 [self = shared_from_this()](SFTPPacketWriter& writer, std::uint32_t id) {
                     writer.readdir(id, self->handle_);
                 },
@@ -79,8 +92,13 @@ private:
         if (!isOver_) {
             takeNames(answer);
         }
+        goOn();
+    }
+
+    void goOn()
+    {
         askOn();
-        if (underWay_ == 0) {
+        if (underWay_ == 0 && batches_ == 0) {
             finish();
         }
     }
@@ -102,17 +120,17 @@ private:
         }
         emptyAnswers_ = names->empty() ? emptyAnswers_ + 1 : 0;
         wanted_ = std::min(wanted_ * 2, mostRequests);
-        handOver(*names);
+        takeEntries(*names);
         if (emptyAnswers_ == mostEmptyAnswers) {
             isOver_ = true;
             problem_ = "the server goes on answering without names";
         }
     }
 
-    void handOver(const std::vector<SFTPName>& names)
+    void takeEntries(const std::vector<SFTPName>& names)
     {
-        std::vector<StorageSystemEntry> entries;
-        entries.reserve(names.size());
+        const auto batch = std::make_shared<Batch>();
+        std::vector<std::pair<std::size_t, SFTPFileAttributes>> doubtful;
         for (const SFTPName& name : names) {
             if (name.name == "." || name.name == "..") {
                 continue;
@@ -122,22 +140,61 @@ private:
                 problem_ = "the server names an entry as none can be named";
                 break;
             }
-            entries.push_back({std::string(name.name), attributesOf(name.attributes)});
-            if (queue_.server_ == SFTPServerKind::ModSftp) {
-                // It tells of what a link leads to.
-                entries.back().attributes.type.reset();
+            if (queue_.mayBeFollowed(name.attributes, queue_.listsLinks_)) {
+                doubtful.emplace_back(batch->entries.size(), name.attributes);
             }
+            batch->entries.push_back({std::string(name.name), attributesOf(name.attributes)});
         }
-        if (!entries.empty() && !receiver_(entries)) {
+        batch->doubtful = doubtful.size();
+        if (doubtful.empty()) {
+            handOver(*batch);
+        } else {
+            seeLinks(batch, doubtful);
+        }
+    }
+
+    /// Asks of those that may be links whether they are before they are handed over.
+    void seeLinks(const std::shared_ptr<Batch>& batch,
+                  const std::vector<std::pair<std::size_t, SFTPFileAttributes>>& doubtful)
+    {
+        ++batches_;
+        for (const auto& [index, told] : doubtful) {
+            queue_.withLinkSeen(
+                call_->path() + "/" + batch->entries[index].name, told,
+                [self = shared_from_this(), batch, index = index](const SFTPFileAttributes& seen) {
+                    batch->entries[index].attributes = attributesOf(seen);
+                    if (--batch->doubtful == 0) {
+                        --self->batches_;
+                        self->handOver(*batch);
+                        self->goOn();
+                    }
+                });
+        }
+    }
+
+    void handOver(Batch& batch)
+    {
+        try {
+            if (isWanted_ && !batch.entries.empty() && !receiver_(batch.entries)) {
+                isWanted_ = false;
+                isOver_ = true;
+            }
+        } catch (...) {
+            isWanted_ = false;
             isOver_ = true;
+            queue_.later([self = shared_from_this()] { self->goOn(); });
+            throw;
         }
     }
 
     void finish()
     {
-        queue_.ask([handle = handle_](SFTPPacketWriter& writer,
-                                      std::uint32_t id) { writer.close(id, handle); },
-                   [](const Answer& /*answer*/) {});
+        queue_.askOn(
+            lane_,
+            [handle = handle_](SFTPPacketWriter& writer, std::uint32_t id) {
+                writer.close(id, handle);
+            },
+            [lane = lane_](const Answer& /*answer*/) { leave(lane); });
         if (failure_) {
             failFor(*failure_);
         } else if (problem_ != nullptr) {
@@ -170,11 +227,14 @@ private:
     SFTPQueue& queue_;
     EntryReceiver receiver_;
     std::shared_ptr<Call<>> call_;
+    Lane lane_;
     std::string handle_;
     std::size_t underWay_ = 0;
     std::size_t wanted_ = firstRequests;
     std::size_t emptyAnswers_ = 0;
-    bool isOver_ = false;
+    std::size_t batches_ = 0; ///< Whose doubtful entries have been asked for.
+    bool isOver_ = false;     ///< No more names are asked for.
+    bool isWanted_ = true;
     std::optional<Answer> failure_;
     const char* problem_ = nullptr;
 };

@@ -58,8 +58,8 @@ SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sft
         return handle != nullptr && renameReplacing(*handle, path, newPath);
     });
     setQueueMaker([this](const std::shared_ptr<const std::atomic<bool>>& isAlive) {
-        const auto handle = validHandle();
-        return handle != nullptr ? SFTPQueue::create(*handle, *this, isAlive) : nullptr;
+        auto handle = validHandle();
+        return handle != nullptr ? SFTPQueue::create(std::move(handle), *this, isAlive) : nullptr;
     });
     setOwnerLooker([this](const std::string& path) { return lookAtOwned(path); });
     setLinkLooker([this](const std::string& path) {

@@ -146,7 +146,8 @@ public:
     /// Reads a directory, without "." and "..", in the order in which the system gives its entries.
     /// An entry whose name is no single component is left out, and is a failure with code Protocol
     /// in the end. No limit.
-    /// \param receiver called as often as entries come, by pump().
+    /// \param receiver called as often as entries come, by pump(). What it throws ends pump() as
+    ///                 with completions, and no more entries come.
     void list(const std::string& path, EntryReceiver receiver, Completion<> done);
 
     /// Makes one directory.
@@ -189,6 +190,11 @@ protected:
     virtual std::size_t do_pending() const noexcept = 0;
     virtual std::size_t do_capacity() const noexcept = 0;
     virtual int do_descriptor() const noexcept = 0;
+
+    /// pump() has something to do though do_pump() has not: the descriptor is to tell so. Does
+    /// nothing where there is none.
+    virtual void do_wake() noexcept;
+
     virtual void do_open(const std::string& path, OpenMode mode, Permissions permissions,
                          Completion<File> done) = 0;
     virtual void do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,

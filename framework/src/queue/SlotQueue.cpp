@@ -90,22 +90,31 @@ template <class Work, class... Results>
 void SlotQueue::later(const char* operation, const std::string& path, Completion<Results...> done,
                       Work work)
 {
-    tasks_.push_back([operation, path, done = std::move(done), work = std::move(work)]() mutable {
-        std::decay_t<decltype(work())> outcome{};
-        Failure failure;
-        try {
-            FailureScope scope(operation, path);
-            outcome = work();
-            scope.result(outcome);
-        } catch (const handle_fatal_error&) {
-            // The system has lost its resources meanwhile. The scope has noted it.
-            outcome = {};
-        }
-        if (!outcome) {
-            failure = Failure::last();
-        }
-        complete(done, failure, outcome);
-    });
+    tasks_.push_back(
+        [this, operation, path, done = std::move(done), work = std::move(work)]() mutable {
+            using Outcome = std::decay_t<decltype(work())>;
+            Outcome outcome{};
+            Failure failure;
+            try {
+                FailureScope scope(operation, path);
+                outcome = work();
+                scope.result(outcome);
+            } catch (const handle_fatal_error&) {
+                // The system has lost its resources meanwhile. The scope has noted it.
+                outcome = {};
+            } catch (...) {
+                // From what the host has given to be called. The operation is answered all the
+                // same.
+                tasks_.push_front([done = std::move(done), failure = Failure::last()] {
+                    complete(done, failure, Outcome{});
+                });
+                throw;
+            }
+            if (!outcome) {
+                failure = Failure::last();
+            }
+            complete(done, failure, outcome);
+        });
 }
 
 template <class Work, class... Results>

@@ -26,6 +26,7 @@ bool StorageSystemQueue::admit(const char* operation, const std::string& path,
     refusals_.push_back([failure = Failure::last(), done = std::move(done)] {
         done(failure, std::remove_cv_t<std::remove_reference_t<Results>>()...);
     });
+    do_wake();
     return false;
 }
 
@@ -61,6 +62,8 @@ int StorageSystemQueue::descriptor() const noexcept
 {
     return do_descriptor();
 }
+
+void StorageSystemQueue::do_wake() noexcept {}
 
 void StorageSystemQueue::open(const std::string& path, OpenMode mode, Permissions permissions,
                               Completion<File> done)

@@ -9,6 +9,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include <poll.h>
+
 namespace TarnisTest {
 
 namespace {
@@ -477,6 +479,55 @@ TEST_P(QueueContract, GoesOnAfterACompletionThatThrows)
     EXPECT_EQ(answers, 2);
     queue().finish();
     EXPECT_EQ(answers, 3);
+}
+
+TEST_P(QueueContract, GoesOnAfterAReceiverThatThrows)
+{
+    makeFile("file");
+    int answers = 0;
+    queue().list(
+        root(),
+        [](std::vector<StorageSystemEntry>&) -> bool {
+            throw std::runtime_error("the host's own");
+        },
+        [&answers](const Failure&) { ++answers; });
+    queue().lookUp(path("file"), [&answers](const Failure&, const auto&) { ++answers; });
+    EXPECT_THROW(
+        {
+            queue().finish();
+            queue().finish();
+        },
+        std::runtime_error);
+    queue().finish();
+    EXPECT_EQ(answers, 2);
+}
+
+TEST_P(QueueContract, HasADescriptorThatTellsOfWork)
+{
+    if (queue().descriptor() < 0) {
+        return;
+    }
+    const std::string file = makeFile("file");
+    int answers = 0;
+    const auto count = [&answers](const Failure&, const auto&) { ++answers; };
+    const auto pumpWhenTold = [this] {
+        while (queue().pending() > 0) {
+            pollfd waited{queue().descriptor(), POLLIN, 0};
+            ASSERT_EQ(::poll(&waited, 1, 30'000), 1) << "nobody tells of work";
+            queue().pump(std::chrono::milliseconds::zero());
+        }
+    };
+    queue().lookUp(file, [&](const Failure&, const auto&) {
+        ++answers;
+        queue().lookUp(file, count);
+        queue().lookUp("", count);
+    });
+    queue().lookUp(std::string("a\0b", 3), count);
+    pumpWhenTold();
+    EXPECT_EQ(answers, 4);
+    queue().lookUp("", count);
+    pumpWhenTold();
+    EXPECT_EQ(answers, 5);
 }
 
 TEST_P(QueueContract, ThatIsDroppedCallsNobody)
