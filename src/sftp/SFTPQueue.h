@@ -46,6 +46,7 @@ protected:
     void do_wake() noexcept override;
     void do_open(const std::string& path, OpenMode mode, Permissions permissions,
                  Completion<File> done) override;
+    void do_openItself(const std::string& path, OpenMode mode, Completion<File> done) override;
     void do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
                  Completion<std::uint64_t> done) override;
     void do_write(File file, std::uint64_t offset, const char* bytes, std::uint64_t size,

@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::uint32_t regularKind = 0x8000;
 constexpr std::uint32_t permissionBits = 0777;
+constexpr std::uint32_t specialBits = 07000;
 
 Utilities::Flags<StorageSystemFileTypeFlag> typeOfKind(std::uint32_t kind) noexcept
 {
@@ -35,12 +36,16 @@ StorageSystemAttributes attributesOf(const SFTPFileAttributes& told) noexcept
 {
     StorageSystemAttributes attributes;
     attributes.size = told.size;
+    if (told.owner) {
+        attributes.owner = FileSystem::StorageSystemOwner{told.owner->user, told.owner->group};
+    }
     if (told.times) {
         attributes.modTime = StorageSystemTimePoint(std::chrono::seconds(told.times->modification));
     }
     if (told.permissions) {
         attributes.permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>(
             *told.permissions & permissionBits);
+        attributes.specialBits = *told.permissions & specialBits;
         if ((*told.permissions & kindBits) != 0) {
             attributes.type = typeOfKind(*told.permissions & kindBits);
         }
@@ -52,8 +57,11 @@ SFTPFileAttributes attributesToSend(const StorageSystemAttributes& wanted) noexc
 {
     SFTPFileAttributes sent;
     sent.size = wanted.size;
+    if (wanted.owner) {
+        sent.owner = SFTPFileOwner{wanted.owner->user, wanted.owner->group};
+    }
     if (wanted.permissions) {
-        sent.permissions = wanted.permissions->raw();
+        sent.permissions = wanted.permissions->raw() | wanted.specialBits.value_or(0);
     }
     return sent;
 }
@@ -71,9 +79,14 @@ bool areKept(const StorageSystemAttributes& wanted, const SFTPFileAttributes& to
 {
     const bool hasPermissions = !wanted.permissions || !told.permissions ||
                                 (*told.permissions & permissionBits) == wanted.permissions->raw();
+    const bool hasSpecialBits = !wanted.permissions || !wanted.specialBits || !told.permissions ||
+                                (*told.permissions & specialBits) == *wanted.specialBits;
+    const bool hasOwner =
+        !wanted.owner || !told.owner ||
+        (told.owner->user == wanted.owner->user && told.owner->group == wanted.owner->group);
     const bool hasTime =
         !wanted.modTime || !told.times || told.times->modification == secondsOf(*wanted.modTime);
-    return hasPermissions && hasTime;
+    return hasPermissions && hasSpecialBits && hasOwner && hasTime;
 }
 
 } // namespace Tarnis

@@ -320,6 +320,14 @@ void SFTPQueue::do_open(const std::string& path, OpenMode mode, Permissions perm
     });
 }
 
+// The protocol has no way to refuse to follow a link.
+void SFTPQueue::do_openItself(const std::string& path, OpenMode mode, Completion<File> done)
+{
+    using Mode = StorageSystemFileOpenModeFlag;
+    sendOpen(begin("openItself", path, std::move(done)), mode & (Mode::Read | Mode::Write),
+             Permissions(), false);
+}
+
 void SFTPQueue::sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode,
                          Permissions permissions, bool exclusive)
 {

@@ -17,14 +17,40 @@
 
 namespace FileSystem {
 
+/// Which entry of which volume something is: two names of one file have the same. Means nothing to
+/// another system.
+struct StorageSystemIdentity
+{
+    std::uint64_t volume = 0;
+    std::uint64_t number = 0;
+};
+
+constexpr bool operator==(const StorageSystemIdentity& left,
+                          const StorageSystemIdentity& right) noexcept
+{
+    return left.volume == right.volume && left.number == right.number;
+}
+
+constexpr bool operator!=(const StorageSystemIdentity& left,
+                          const StorageSystemIdentity& right) noexcept
+{
+    return !(left == right);
+}
+
 /// What is known of an entry, or is to be set. What is empty was not told, or stays as it is.
 struct StorageSystemAttributes
 {
     /// Regular, Directory or SymbolicLink alone; none of them for a pipe, a socket or a device.
-    std::optional<Utilities::Flags<StorageSystemFileTypeFlag>> type;
-    std::optional<std::uint64_t> size; ///< Bytes.
-    std::optional<StorageSystemTimePoint> modTime;
-    std::optional<Utilities::Flags<PosixFilePermissionFlag>> permissions; ///< The nine bits.
+    /// Cannot be set.
+    std::optional<Utilities::Flags<StorageSystemFileTypeFlag>> type = {};
+    std::optional<std::uint64_t> size = {}; ///< Bytes.
+    std::optional<StorageSystemTimePoint> modTime = {};
+    std::optional<Utilities::Flags<PosixFilePermissionFlag>> permissions = {}; ///< The nine bits.
+    /// Set-ID and sticky bits (07000). They are set together with the permissions; permissions
+    /// without them leave a directory those that it has, and take a file's away.
+    std::optional<std::uint32_t> specialBits = {};
+    std::optional<StorageSystemOwner> owner = {};
+    std::optional<StorageSystemIdentity> identity = {}; ///< Cannot be set.
 };
 
 /// One entry of a directory.
@@ -96,6 +122,12 @@ public:
     /// pump() until nothing is under way. Blocks for as long as the system likes.
     void finish();
 
+    /// From now on nothing below this directory is reached through a symbolic link, as far as the
+    /// system can see to that: an operation on what is there fails with Changed where a link stands
+    /// on the way. For trees that others may change meanwhile. One directory or several; where the
+    /// way to it leads is left to the path.
+    void confine(const std::string& directory);
+
     /// How many operations are under way.
     std::size_t pending() const noexcept;
 
@@ -113,6 +145,10 @@ public:
     void open(const std::string& path, OpenMode mode, Permissions permissions,
               Completion<File> done);
 
+    /// Opens the regular file that stands at the path itself, to read or to write what it holds.
+    /// Changed for a symbolic link, as far as the system can refuse to follow one.
+    void openItself(const std::string& path, OpenMode mode, Completion<File> done);
+
     /// Reads `size` bytes at an offset; fewer only where the file ends before.
     /// \param buffer lent until the completion.
     void read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
@@ -126,8 +162,8 @@ public:
     /// What the open file is.
     void look(File file, Completion<const StorageSystemAttributes&> done);
 
-    /// Sets attributes of the open file: size, permissions, modification time, in that order. The
-    /// type cannot be set.
+    /// Sets attributes of the open file: size, owner, permissions, modification time, in that order.
+    /// NotKept where the system says that it did and has not.
     void setAttributes(File file, const StorageSystemAttributes& attributes, Completion<> done);
 
     /// Closes the file. Some systems find out only now that they could not write. The file is
@@ -172,8 +208,8 @@ public:
     /// The text of a symbolic link.
     void readLink(const std::string& path, Completion<const std::string&> done);
 
-    /// Sets attributes of what a path leads to: size, permissions, modification time, in that
-    /// order. The type cannot be set.
+    /// Sets attributes of what a path leads to: owner, permissions, modification time, in that
+    /// order. A size can be set of an open file only (Unsupported).
     void setAttributes(const std::string& path, const StorageSystemAttributes& attributes,
                        Completion<> done);
 
@@ -195,8 +231,11 @@ protected:
     /// nothing where there is none.
     virtual void do_wake() noexcept;
 
+    /// Does nothing where the system can see to nothing.
+    virtual void do_confine(const std::string& directory);
     virtual void do_open(const std::string& path, OpenMode mode, Permissions permissions,
                          Completion<File> done) = 0;
+    virtual void do_openItself(const std::string& path, OpenMode mode, Completion<File> done) = 0;
     virtual void do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
                          Completion<std::uint64_t> done) = 0;
     virtual void do_write(File file, std::uint64_t offset, const char* bytes, std::uint64_t size,

@@ -21,8 +21,9 @@ struct TreeEntry
 {
     std::string path;  ///< In its storage system.
     std::string below; ///< From the root that was asked for: "a/b"; empty for the root itself.
+    std::string target = {}; ///< Where a copy of it goes, in the storage system that it goes to.
     /// What is known of it without asking for it alone. Of the root: what was found there.
-    StorageSystemAttributes attributes;
+    StorageSystemAttributes attributes = {};
 };
 
 /// How far a tree operation is. What is to be done is known as far as directories were read.
@@ -30,6 +31,8 @@ struct TreeProgress
 {
     std::uint64_t entriesDone = 0; ///< Done, skipped and failed ones.
     std::uint64_t entriesFound = 0;
+    std::uint64_t bytesDone = 0; ///< Of a copy: of files that were copied or are being copied.
+    std::uint64_t bytesFound = 0;
     bool isAllFound = false; ///< Every directory was read, so that nothing more will be found.
 };
 
@@ -48,13 +51,17 @@ public:
     /// along, and is not read.
     virtual bool wants(const TreeEntry& entry);
 
-    /// The operation has done what it does for an entry: it is removed, or, of a directory that is
-    /// walked, wants() was called for all that is in it.
+    /// The operation has done what it does for an entry: it is removed or copied, or, of a
+    /// directory that is walked, wants() was called for all that is in it.
     virtual void done(const TreeEntry& entry);
 
+    /// A copy leaves an entry out, for what stands where it would go.
+    virtual void skipped(const TreeEntry& entry);
+
     /// The operation could not be done for an entry. Called once for each cause: a directory that
-    /// stays because of what is left in it has not failed. \return whether to go on with the
-    /// others.
+    /// stays because of what is left in it has not failed, nor has what is in one that could not be
+    /// made. With NotKept and NotRemoved it was done, but for what the failure's text says.
+    /// \return whether to go on with the others.
     virtual bool failed(const TreeEntry& entry, const Failure& failure);
 
     /// Called after each step, and at least ten times a second while nothing happens.
@@ -68,6 +75,8 @@ struct TreeReport
     std::uint64_t files = 0;       ///< Done; all that is neither a directory nor a link.
     std::uint64_t directories = 0; ///< Done.
     std::uint64_t links = 0;       ///< Done.
+    std::uint64_t skipped = 0;     ///< How often TreeObserver::skipped() was called.
+    std::uint64_t bytes = 0;       ///< Of the files that were copied.
     std::uint64_t failed = 0;      ///< How often TreeObserver::failed() was called, or would be.
     bool isStopped = false;        ///< The observer said stop, after a failure or at its progress.
     Failure failure;               ///< The first one.
@@ -113,5 +122,53 @@ FILESYSTEM_EXPORT TreeReport walkTree(const StorageSystem& system,
 FILESYSTEM_EXPORT TreeReport removeTree(const StorageSystem& system,
                                         const std::vector<std::string>& roots,
                                         TreeObserver& observer, const TreeOptions& options = {});
+
+/// What a copy does with a file or a link that stands where it goes. A directory stays and is
+/// copied into; a pipe, a socket or a device is never replaced.
+enum class TreeStanding : std::uint32_t
+{
+    Replace,  ///< In one step where the system can.
+    Keep,     ///< The entry is left out.
+    KeepSame, ///< It is left out where the file there has its size and, to the second, its time.
+    Fail,     ///< It fails with Exists.
+};
+
+/// How a copy is made.
+struct TreeCopyOptions : TreeOptions
+{
+    TreeStanding standing = TreeStanding::Replace;
+    /// As StorageSystemCopyOptionFlag::PreservePermissions.
+    bool preservesPermissions = false;
+    /// As StorageSystemCopyOptionFlag::PreserveModTime.
+    bool preservesTimes = false;
+};
+
+/// What is to be copied, and where to.
+struct TreeCopyPath
+{
+    std::string source;
+    std::string target;
+};
+
+/// Copies files, links and trees: what stands at each source, and all below it where that is a
+/// directory, to its target, whose directory must exist. Links are copied as links, and nothing is
+/// reached through one on either side. Files are read and written together, in any order; a
+/// directory is done when all that is in it is.
+///
+/// A file or a link appears under its name complete or not at all: it is gathered under a hidden
+/// name beside it, which is removed again where it fails or the copy is stopped, as long as the
+/// system can be reached. Without "preserve" a new file or directory gets the source's permissions
+/// less the umask, and a file that is replaced keeps its own; what the bytes go to is never open to
+/// more people than the source is and the file that it becomes.
+///
+/// Failures: each entry's own. A directory that cannot be made takes all below it along, and is
+/// told once; one that is found to be no directory any more once it was copied fails with Changed.
+/// A pipe, a socket or a device fails with NotCopyable. What was to be preserved and is not fails
+/// with NotKept, and the file stays. A lost connection ends the copy, and is told once.
+///
+/// Blocks until all was copied or has failed. Any thread; takes no lock while it waits.
+FILESYSTEM_EXPORT TreeReport copyTree(const StorageSystem& source, const StorageSystem& target,
+                                      const std::vector<TreeCopyPath>& paths,
+                                      TreeObserver& observer, const TreeCopyOptions& options = {});
 
 } // namespace FileSystem

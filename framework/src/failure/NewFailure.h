@@ -18,4 +18,14 @@ inline Failure newFailure(const char* operation, const std::string& path, Failur
     return Failure::last();
 }
 
+/// The same failure with another text.
+inline Failure withText(const Failure& why, std::string text)
+{
+    const std::string operation = why.operation();
+    const std::string path = why.path();
+    FailureScope scope(operation.c_str(), path);
+    scope.result(fail(why.code(), why.source(), why.number(), std::move(text), why.entry()));
+    return Failure::last();
+}
+
 } // namespace FileSystem

@@ -38,6 +38,9 @@ public:
 
     int get() const noexcept { return descriptor_; }
 
+    /// Gives it to the caller.
+    int release() noexcept { return std::exchange(descriptor_, -1); }
+
 private:
     int descriptor_;
 };

@@ -1,9 +1,11 @@
 #include "SystemCall.h"
 #include "local/FileDescriptor.h"
 #include "local/LocalAttributes.h"
+#include "local/LocalCalls.h"
 #include "local/LocalDirectory.h"
 #include "local/LocalError.h"
 #include "local/LocalFile.h"
+#include "local/LocalQueue.h"
 #include "local/LocalTreeRemoval.h"
 #include "path/NameFilter.h"
 
@@ -28,47 +30,6 @@
 namespace FileSystem {
 
 namespace {
-
-constexpr mode_t permissionBits = 0777;
-
-mode_t modeOf(Utilities::Flags<PosixFilePermissionFlag> permissions)
-{
-    return static_cast<mode_t>(permissions.raw()) & permissionBits;
-}
-
-// Without O_NONBLOCK a pipe that nobody writes to would hold the call up for ever, and without
-// O_NOCTTY a terminal could become the process's own.
-FileDescriptor openDescriptor(const std::string& path, int flags, mode_t mode)
-{
-    flags |= O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    return FileDescriptor(retryInterrupted([&] { return ::open(systemPath(path), flags, mode); }));
-}
-
-bool isRegular(const struct stat& attributes)
-{
-    if (!S_ISREG(attributes.st_mode)) {
-        LocalError::note(S_ISDIR(attributes.st_mode) ? EISDIR : EINVAL);
-    }
-    return S_ISREG(attributes.st_mode) || S_ISDIR(attributes.st_mode)
-               ? S_ISREG(attributes.st_mode)
-               : fail(FailureCode::NotCopyable);
-}
-
-bool isRegular(const FileDescriptor& descriptor)
-{
-    struct stat attributes = {};
-    return LocalError::succeeded(::fstat(descriptor.get(), &attributes) == 0) &&
-           isRegular(attributes);
-}
-
-// Opening alone does something to a device, and ends what the reader of a pipe waits for. What is
-// not there, or to be new, is for the opening itself to tell.
-bool mayBeOpened(const std::string& path, int flags)
-{
-    struct stat attributes = {};
-    return (flags & O_EXCL) != 0 || ::stat(systemPath(path), &attributes) != 0 ||
-           isRegular(attributes);
-}
 
 std::optional<struct stat> attributesOf(const std::string& path)
 {
@@ -99,37 +60,13 @@ bool isLink(const std::string& path)
 std::unique_ptr<StorageSystemFile> openFile(const LocalFileSystem& system, const std::string& path,
                                             int flags,
                                             Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
-                                            mode_t permissions)
+                                            Utilities::Flags<PosixFilePermissionFlag> permissions)
 {
-    if (!mayBeOpened(path, flags)) {
-        return nullptr;
-    }
-    FileDescriptor descriptor = openDescriptor(path, flags, permissions);
-    if (!LocalError::succeeded(descriptor.get() != -1) || !isRegular(descriptor)) {
-        return nullptr;
-    }
-    return std::make_unique<LocalFile>(std::move(descriptor), path, mode, system);
-}
-
-/// As openFile(), and Changed for a symbolic link, which is where a file has been.
-std::unique_ptr<StorageSystemFile>
-openFileItself(const LocalFileSystem& system, const std::string& path,
-               Utilities::Flags<StorageSystemFileOpenModeFlag> mode)
-{
-    auto file = openFile(system, path, storageSystemFileOpenModeToPosixMode(mode) | O_NOFOLLOW,
-                         mode, modeOf(defaultFilePermissions));
-    if (file == nullptr && isLink(path)) {
-        fail(FailureCode::Changed, "a symbolic link has taken its place", path);
-    }
-    return file;
-}
-
-/// The set-ID and sticky bits of a directory, which say what becomes of its entries and are not
-/// among the permissions that are asked for; none of anything else.
-mode_t specialBitsOfDirectory(mode_t mode)
-{
-    constexpr mode_t specialBits = 07000;
-    return S_ISDIR(mode) ? mode & specialBits : 0;
+    auto descriptor =
+        LocalCalls::openFile(AT_FDCWD, systemPath(path), flags, LocalCalls::modeOf(permissions));
+    return descriptor.get() != -1
+               ? std::make_unique<LocalFile>(std::move(descriptor), path, mode, system)
+               : nullptr;
 }
 
 /// Of a directory that is open only as a place. For one that may not be read, the process's list of
@@ -141,15 +78,6 @@ bool changeMode(int directory, mode_t mode)
     const auto byPath = "/proc/self/fd/" + std::to_string(directory);
     return readable.get() != -1 ? ::fchmod(readable.get(), mode) == 0
                                 : ::chmod(byPath.c_str(), mode) == 0;
-}
-
-// The access time stays as it is.
-bool setModificationTime(const std::string& path, const timespec& time)
-{
-    timespec omitted = {};
-    omitted.tv_nsec = UTIME_OMIT;
-    const std::array<timespec, 2> times = {omitted, time};
-    return ::utimensat(AT_FDCWD, systemPath(path), times.data(), AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 // Above a relative path there is the current directory. Empty: errno says why.
@@ -166,48 +94,6 @@ std::optional<StorageSystemStorageInfo> volumeOf(const std::string& path)
     info.available = volume.f_bavail * block;
     info.capacity = volume.f_blocks * block;
     return info;
-}
-
-// Only ever adds the new name where none stands, but both names stand for a moment.
-bool renameByHardLink(const char* path, const char* newPath)
-{
-    if (::link(path, newPath) != 0) {
-        return false;
-    }
-    if (::unlink(path) != 0) {
-        static_cast<void>(::unlink(newPath));
-        return false;
-    }
-    return true;
-}
-
-// For file systems that cannot refuse to replace: what appears at the new path between looking and
-// renaming can be lost, where there are no hard links either.
-bool renameWhereNothingStands(const char* path, const char* newPath)
-{
-    const auto attributes = readAttributes(AT_FDCWD, path);
-    if (!attributes) {
-        return false;
-    }
-    if (readAttributes(AT_FDCWD, newPath)) {
-        errno = EEXIST;
-    }
-    if (errno != ENOENT) {
-        return false;
-    }
-    if (!S_ISDIR(attributes->st_mode) && renameByHardLink(path, newPath)) {
-        return true;
-    }
-    return !readAttributes(AT_FDCWD, newPath) && ::rename(path, newPath) == 0;
-}
-
-bool renameWithoutReplacing(const char* path, const char* newPath)
-{
-    if (::renameat2(AT_FDCWD, path, AT_FDCWD, newPath, RENAME_NOREPLACE) == 0) {
-        return true;
-    }
-    const bool isUnknownFlag = errno == EINVAL || errno == ENOSYS;
-    return isUnknownFlag && renameWhereNothingStands(path, newPath);
 }
 
 // A path that already ends in a slash gets another one: the entry's id begins with the path as the
@@ -266,8 +152,12 @@ LocalFileSystem::LocalFileSystem()
     });
     setSelfOpener(
         [this](const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) {
-            return openFileItself(*this, path, mode);
+            return openFile(*this, path, storageSystemFileOpenModeToPosixMode(mode) | O_NOFOLLOW,
+                            mode, defaultFilePermissions);
         });
+    setQueueMaker([this](const std::shared_ptr<const std::atomic<bool>>& isAlive) {
+        return std::make_unique<LocalQueue>(*this, isAlive);
+    });
     setOwnerLooker([this](const std::string& path) { return lookAtOwned(path); });
     setLinkLooker([](const std::string& path) {
         struct stat target = {};
@@ -308,8 +198,7 @@ LocalFileSystem::do_fileOpen(const std::string& path,
                              Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                              Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
-    return openFile(*this, path, storageSystemFileOpenModeToPosixMode(mode), mode,
-                    modeOf(permissions));
+    return openFile(*this, path, storageSystemFileOpenModeToPosixMode(mode), mode, permissions);
 }
 
 std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::string& path) const
@@ -368,7 +257,8 @@ bool LocalFileSystem::do_fileSetPermissions(
     struct stat now = {};
     return LocalError::succeeded(
         ::stat(systemPath(path), &now) == 0 &&
-        ::chmod(systemPath(path), modeOf(permissions) | specialBitsOfDirectory(now.st_mode)) == 0);
+        ::chmod(systemPath(path), LocalCalls::modeOf(permissions) |
+                                      LocalCalls::specialBitsOfDirectory(now.st_mode)) == 0);
 }
 
 // By a descriptor: a link that takes the directory's place must not lead to another.
@@ -384,46 +274,19 @@ bool LocalFileSystem::do_directorySetPermissions(
     const auto now = attributesOfOpen(directory.get());
     const mode_t sticky = static_cast<mode_t>(permissions.raw()) & S_ISVTX;
     return LocalError::succeeded(
-        now && changeMode(directory.get(),
-                          modeOf(permissions) | sticky | specialBitsOfDirectory(now->st_mode)));
+        now && changeMode(directory.get(), LocalCalls::modeOf(permissions) | sticky |
+                                               LocalCalls::specialBitsOfDirectory(now->st_mode)));
 }
 
 bool LocalFileSystem::do_fileSetModTime(const std::string& path,
                                         const StorageSystemTimePoint time) const
 {
-    const auto before = attributesOf(path);
-    const timespec wanted = toTimespec(time);
-    if (!LocalError::succeeded(before.has_value()) ||
-        !LocalError::succeeded(setModificationTime(path, wanted))) {
-        return false;
-    }
-    // A time beyond its range makes a file system take the nearest one that it knows, silently.
-    const auto after = attributesOf(path);
-    if (after && after->st_mtim.tv_sec == wanted.tv_sec) {
-        return true;
-    }
-    static_cast<void>(setModificationTime(path, before->st_mtim));
-    LocalError::note(ERANGE);
-    return false;
+    return LocalCalls::setModTime(AT_FDCWD, systemPath(path), time);
 }
 
 std::optional<std::string> LocalFileSystem::do_fileSymbolicLinkTarget(const std::string& path) const
 {
-    std::string target(256, '\0');
-    for (;;) {
-        const ssize_t length = ::readlink(systemPath(path), target.data(), target.size());
-        if (length < 0) {
-            errno == EINVAL ? fail(FailureCode::NotALink) : failBySystem(errno);
-            return std::nullopt;
-        }
-        const auto size = static_cast<std::size_t>(length);
-        if (size < target.size()) {
-            target.resize(size);
-            return target;
-        }
-        // Full: there may be more.
-        target.resize(target.size() * 2);
-    }
+    return LocalCalls::readLink(AT_FDCWD, systemPath(path));
 }
 
 bool LocalFileSystem::do_fileSymbolicLinkRemove(const std::string& path) const
@@ -489,7 +352,7 @@ bool LocalFileSystem::do_directorySymbolicLinkRemove(const std::string& path) co
 
 bool LocalFileSystem::do_fileRenameAs(const std::string& path, const std::string& newPath) const
 {
-    return LocalError::succeeded(renameWithoutReplacing(systemPath(path), systemPath(newPath)));
+    return LocalCalls::rename(AT_FDCWD, systemPath(path), AT_FDCWD, systemPath(newPath));
 }
 
 bool LocalFileSystem::do_fileSymbolicLinkCreateAs(const std::string& target,
@@ -505,7 +368,7 @@ bool LocalFileSystem::do_directoryCreateAs(
     Utilities::Flags<PosixFilePermissionFlag> permissions) const
 {
     // The system refuses what exists in either case.
-    return LocalError::succeeded(::mkdir(systemPath(path), modeOf(permissions)) == 0);
+    return LocalError::succeeded(::mkdir(systemPath(path), LocalCalls::modeOf(permissions)) == 0);
 }
 
 bool LocalFileSystem::do_directoryRemove(const std::string& path) const

@@ -1,99 +1,59 @@
 #pragma once
 
-#include <FileSystem/FileSystem2.h>
-#include <FileSystem/StorageSystemQueue.h>
+#include "queue/ImmediateQueue.h"
+#include "queue/OpenFiles.h"
+
+#include <FileSystem/StorageSystem.h>
 
 #include <atomic>
-#include <deque>
-#include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace FileSystem {
 
-/// The queue of a storage system that has none of its own: pump() does one operation after the
-/// other, through the system's own operations.
-class SlotQueue final : public StorageSystemQueue
+/// The queue of a storage system that has none of its own: each operation is done through the
+/// system's own operations.
+class SlotQueue final : public ImmediateQueue
 {
 public:
     /// \param isAlive whether the system is still there.
     SlotQueue(const StorageSystem& system, std::shared_ptr<const std::atomic<bool>> isAlive);
     ~SlotQueue() override;
 
-protected:
-    std::size_t do_pump(std::chrono::milliseconds limit) override;
-    std::size_t do_pending() const noexcept override;
-    std::size_t do_capacity() const noexcept override;
-    int do_descriptor() const noexcept override;
-    void do_open(const std::string& path, OpenMode mode, Permissions permissions,
-                 Completion<File> done) override;
-    void do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
-                 Completion<std::uint64_t> done) override;
-    void do_write(File file, std::uint64_t offset, const char* bytes, std::uint64_t size,
-                  Completion<> done) override;
-    void do_look(File file, Completion<const StorageSystemAttributes&> done) override;
-    void do_setAttributes(File file, const StorageSystemAttributes& attributes,
-                          Completion<> done) override;
-    void do_close(File file, Completion<> done) override;
-    void do_lookUp(const std::string& path,
-                   Completion<const StorageSystemAttributes&> done) override;
-    void do_lookThrough(const std::string& path,
-                        Completion<const StorageSystemAttributes&> done) override;
-    void do_list(const std::string& path, EntryReceiver receiver, Completion<> done) override;
-    void do_makeDirectory(const std::string& path, Permissions permissions,
-                          Completion<> done) override;
-    void do_removeFile(const std::string& path, Completion<> done) override;
-    void do_removeDirectory(const std::string& path, Completion<> done) override;
-    void do_rename(const std::string& path, const std::string& newPath, Completion<> done) override;
-    void do_replace(const std::string& path, const std::string& newPath,
-                    Completion<> done) override;
-    void do_makeLink(const std::string& target, const std::string& path,
-                     Completion<> done) override;
-    void do_readLink(const std::string& path, Completion<const std::string&> done) override;
-    void do_setAttributes(const std::string& path, const StorageSystemAttributes& attributes,
-                          Completion<> done) override;
-    void do_storageInfo(const std::string& path,
-                        Completion<const StorageSystemStorageInfo&> done) override;
-
 private:
-    struct OpenFile
-    {
-        std::string path;
-        std::unique_ptr<StorageSystemFile> file;
-    };
+    using OpenFile = std::unique_ptr<StorageSystemFile>;
 
-    /// \param work answers with something that is false where it failed.
-    template <class Work, class... Results>
-    void later(const char* operation, const std::string& path, Completion<Results...> done,
-               Work work);
+    bool isThere() const override;
+    std::string pathOf(File file) const override;
+    std::optional<File> openNow(const std::string& path, OpenMode mode,
+                                Permissions permissions) override;
+    std::optional<File> openItselfNow(const std::string& path, OpenMode mode) override;
+    std::optional<std::uint64_t> readNow(File file, std::uint64_t offset, char* buffer,
+                                         std::uint64_t size) override;
+    bool writeNow(File file, std::uint64_t offset, const char* bytes, std::uint64_t size) override;
+    std::optional<Attributes> lookNow(File file) override;
+    bool setOfFileNow(File file, const Attributes& attributes) override;
+    bool closeNow(File file) override;
+    std::optional<Attributes> lookUpNow(const std::string& path) override;
+    std::optional<Attributes> lookThroughNow(const std::string& path) override;
+    bool listNow(const std::string& path, const EntryReceiver& receiver) override;
+    bool makeDirectoryNow(const std::string& path, Permissions permissions) override;
+    bool removeFileNow(const std::string& path) override;
+    bool removeDirectoryNow(const std::string& path) override;
+    bool renameNow(const std::string& path, const std::string& newPath) override;
+    bool replaceNow(const std::string& path, const std::string& newPath) override;
+    bool makeLinkNow(const std::string& target, const std::string& path) override;
+    std::optional<std::string> readLinkNow(const std::string& path) override;
+    bool setOfPathNow(const std::string& path, const Attributes& attributes) override;
+    std::optional<StorageSystemStorageInfo> storageInfoNow(const std::string& path) override;
 
-    /// later() for an open file, which the work is given.
-    template <class Work, class... Results>
-    void laterOn(const char* operation, File file, Completion<Results...> done, Work work);
-
-    /// Or one on which every operation fails.
-    const StorageSystem& system() const;
-    std::string pathOf(File file) const;
-
-    std::optional<File> openFile(const std::string& path, OpenMode mode, Permissions permissions);
-    bool closeFile(OpenFile& open);
-    std::optional<StorageSystemAttributes> attributesOf(OpenFile& open) const;
-    bool setOfFile(OpenFile& open, const StorageSystemAttributes& attributes) const;
-    bool setOfPath(const std::string& path, const StorageSystemAttributes& attributes) const;
-    bool listEntries(const std::string& path, const EntryReceiver& receiver) const;
-    bool makeDirectoryAt(const std::string& path, Permissions permissions) const;
-    bool removeDirectoryAt(const std::string& path) const;
-    bool renameTo(const std::string& path, const std::string& newPath) const;
-    bool replaceBy(const std::string& path, const std::string& newPath) const;
-    bool makeLinkAt(const std::string& target, const std::string& path) const;
+    std::optional<File> keep(const std::string& path, OpenFile&& file);
+    bool setPermissions(const std::string& path, const Attributes& attributes) const;
 
     const StorageSystem& system_;
     std::shared_ptr<const std::atomic<bool>> isAlive_;
-    std::deque<std::function<void()>> tasks_;
-    std::map<File, OpenFile> files_;
-    std::uint64_t lastFile_ = 0;
+    OpenFiles<OpenFile> files_;
 };
 
 } // namespace FileSystem

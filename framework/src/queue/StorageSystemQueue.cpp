@@ -19,7 +19,7 @@ bool StorageSystemQueue::admit(const char* operation, const std::string& path,
 {
     {
         FailureScope scope(operation, path);
-        if (scope.result(isPath(path))) {
+        if (scope.result(namesEntry(path))) {
             return true;
         }
     }
@@ -48,6 +48,16 @@ void StorageSystemQueue::finish()
     }
 }
 
+void StorageSystemQueue::confine(const std::string& directory)
+{
+    do_confine(directory);
+}
+
+void StorageSystemQueue::do_confine(const std::string& directory)
+{
+    static_cast<void>(directory);
+}
+
 std::size_t StorageSystemQueue::pending() const noexcept
 {
     return refusals_.size() + do_pending();
@@ -70,6 +80,13 @@ void StorageSystemQueue::open(const std::string& path, OpenMode mode, Permission
 {
     if (admit("open", path, done)) {
         do_open(path, mode, permissions, std::move(done));
+    }
+}
+
+void StorageSystemQueue::openItself(const std::string& path, OpenMode mode, Completion<File> done)
+{
+    if (admit("openItself", path, done)) {
+        do_openItself(path, mode, std::move(done));
     }
 }
 

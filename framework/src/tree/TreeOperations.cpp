@@ -1,5 +1,6 @@
 #include "failure/FailureWatch.h"
 #include "failure/NewFailure.h"
+#include "tree/TreeCopier.h"
 #include "tree/TreeRemover.h"
 #include "tree/TreeWalker.h"
 
@@ -38,6 +39,8 @@ bool TreeObserver::wants(const TreeEntry& /*entry*/)
 
 void TreeObserver::done(const TreeEntry& /*entry*/) {}
 
+void TreeObserver::skipped(const TreeEntry& /*entry*/) {}
+
 bool TreeObserver::failed(const TreeEntry& /*entry*/, const Failure& /*failure*/)
 {
     return true;
@@ -62,6 +65,15 @@ TreeReport removeTree(const StorageSystem& system, const std::vector<std::string
     const auto first = firstOf(roots);
     FailureScope scope("removeTree", first);
     return reported(scope, TreeRemover(system, observer, options).remove(roots));
+}
+
+TreeReport copyTree(const StorageSystem& source, const StorageSystem& target,
+                    const std::vector<TreeCopyPath>& paths, TreeObserver& observer,
+                    const TreeCopyOptions& options)
+{
+    const auto first = paths.empty() ? TreeCopyPath() : paths.front();
+    FailureScope scope("copyTree", first.source, first.target);
+    return reported(scope, TreeCopier(source, target, observer, options).copy(paths));
 }
 
 } // namespace FileSystem

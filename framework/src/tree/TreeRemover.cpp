@@ -45,7 +45,7 @@ struct TreeRemover::Directory
 
 TreeRemover::TreeRemover(const StorageSystem& system, TreeObserver& observer,
                          const TreeOptions& options)
-    : work_(system, observer, options)
+    : work_({&system}, observer, options)
 {}
 
 TreeReport TreeRemover::remove(const std::vector<std::string>& roots)

@@ -11,7 +11,7 @@ namespace FileSystem {
 
 TreeWalker::TreeWalker(const StorageSystem& system, TreeObserver& observer,
                        const TreeOptions& options)
-    : work_(system, observer, options)
+    : work_({&system}, observer, options)
 {}
 
 TreeReport TreeWalker::walk(const std::vector<std::string>& roots)

@@ -9,21 +9,28 @@
 #include <chrono>
 #include <utility>
 
+#include <poll.h>
+
 namespace FileSystem {
 
 namespace {
 
 // How long nobody need be asked whether to go on.
-constexpr std::chrono::milliseconds longestWait{100};
+constexpr int longestWait = 100; // Milliseconds.
 
 } // namespace
 
-TreeWork::TreeWork(const StorageSystem& system, TreeObserver& observer, const TreeOptions& options)
+TreeWork::TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserver& observer,
+                   const TreeOptions& options)
     : observer_(observer)
     , options_(options)
-    , queue_(system.createQueue())
-    , limit_(options.inFlight != 0 ? options.inFlight : queue_->capacity())
-{}
+{
+    for (const auto* const system : systems) {
+        queues_.push_back(system->createQueue());
+        limit_ = std::max(limit_, queues_.back()->capacity());
+    }
+    limit_ = options.inFlight != 0 ? options.inFlight : limit_;
+}
 
 bool TreeWork::wants(const TreeEntry& entry)
 {
@@ -33,6 +40,9 @@ bool TreeWork::wants(const TreeEntry& entry)
 
 void TreeWork::done(const TreeEntry& entry)
 {
+    if (isMuted_) {
+        return;
+    }
     auto& count = isDirectory(entry.attributes)      ? report_.directories
                   : isSymbolicLink(entry.attributes) ? report_.links
                                                      : report_.files;
@@ -42,9 +52,25 @@ void TreeWork::done(const TreeEntry& entry)
     observer_.done(entry);
 }
 
+void TreeWork::skipped(const TreeEntry& entry)
+{
+    if (isMuted_) {
+        return;
+    }
+    ++report_.skipped;
+    passed();
+    const CallbackScope callback;
+    observer_.skipped(entry);
+}
+
 void TreeWork::fail(const TreeEntry& entry, const Failure& failure)
 {
     passed();
+    lose(entry, failure);
+}
+
+void TreeWork::lose(const TreeEntry& entry, const Failure& failure)
+{
     if (isOver_) {
         return;
     }
@@ -62,7 +88,40 @@ void TreeWork::fail(const TreeEntry& entry, const Failure& failure)
 
 void TreeWork::pump()
 {
-    static_cast<void>(queue_->pump(longestWait));
+    std::size_t answered = pumpImmediate();
+    for (const auto& queue : queues_) {
+        if (queue->descriptor() != -1) {
+            answered += queue->pump(std::chrono::milliseconds(0));
+        }
+    }
+    if (answered == 0) {
+        wait();
+    }
+}
+
+/// Where operations are done here and now, several at once keep the others busy.
+std::size_t TreeWork::pumpImmediate()
+{
+    constexpr std::size_t most = 32;
+    std::size_t answered = 0;
+    for (const auto& queue : queues_) {
+        for (std::size_t i = 0; i < most && queue->descriptor() == -1 && queue->pending() > 0;
+             ++i) {
+            answered += queue->pump();
+        }
+    }
+    return answered;
+}
+
+void TreeWork::wait()
+{
+    std::vector<pollfd> descriptors;
+    for (const auto& queue : queues_) {
+        if (queue->descriptor() != -1) {
+            descriptors.push_back({queue->descriptor(), POLLIN, 0});
+        }
+    }
+    static_cast<void>(::poll(descriptors.data(), descriptors.size(), longestWait));
 }
 
 void TreeWork::tellProgress(bool isAllFound)
@@ -90,9 +149,15 @@ bool isSymbolicLink(const StorageSystemAttributes& attributes)
 
 TreeEntry entryBelow(const TreeEntry& directory, StorageSystemEntry&& entry)
 {
-    return {PathText::childId(directory.path, {entry.name}),
-            directory.below.empty() ? std::move(entry.name) : directory.below + "/" + entry.name,
-            entry.attributes};
+    TreeEntry below;
+    below.path = PathText::childId(directory.path, {entry.name});
+    if (!directory.target.empty()) {
+        below.target = PathText::childId(directory.target, {entry.name});
+    }
+    below.below =
+        directory.below.empty() ? std::move(entry.name) : directory.below + "/" + entry.name;
+    below.attributes = entry.attributes;
+    return below;
 }
 
 } // namespace FileSystem

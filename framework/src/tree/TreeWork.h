@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace FileSystem {
 
@@ -15,9 +16,11 @@ namespace FileSystem {
 class TreeWork
 {
 public:
-    TreeWork(const StorageSystem& system, TreeObserver& observer, const TreeOptions& options);
+    /// \param systems that the work is done on; each gets a queue.
+    TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserver& observer,
+             const TreeOptions& options);
 
-    StorageSystemQueue& queue() const noexcept { return *queue_; }
+    StorageSystemQueue& queue(std::size_t system = 0) const noexcept { return *queues_[system]; }
 
     bool isDryRun() const noexcept { return options_.isDryRun; }
 
@@ -26,6 +29,9 @@ public:
 
     /// Something has stopped the work: what is in flight is waited for, and nothing else begun.
     bool isOver() const noexcept { return isOver_; }
+
+    /// Nobody is told anything any more, and nothing else begun.
+    void mute() noexcept { isOver_ = isMuted_ = true; }
 
     void begin() noexcept { ++inFlight_; }
 
@@ -38,12 +44,22 @@ public:
     /// Counts and tells an entry that was done.
     void done(const TreeEntry& entry);
 
+    /// Counts and tells an entry that was left out for what stands there.
+    void skipped(const TreeEntry& entry);
+
     /// Tells a failure, as long as nothing has stopped the work.
     void fail(const TreeEntry& entry, const Failure& failure);
+
+    /// Tells what was not kept of an entry that was done.
+    void lose(const TreeEntry& entry, const Failure& failure);
 
     void found(std::uint64_t entries) noexcept { progress_.entriesFound += entries; }
 
     void passed(std::uint64_t entries = 1) noexcept { progress_.entriesDone += entries; }
+
+    TreeProgress& progress() noexcept { return progress_; }
+
+    TreeReport& report() noexcept { return report_; }
 
     /// Waits for something in flight, and takes in what was answered.
     void pump();
@@ -51,15 +67,17 @@ public:
     /// Tells how far it is. \param isAllFound every directory was read.
     void tellProgress(bool isAllFound);
 
-    const TreeReport& report() const noexcept { return report_; }
-
 private:
+    std::size_t pumpImmediate();
+    void wait();
+
     TreeObserver& observer_;
     TreeOptions options_;
-    std::unique_ptr<StorageSystemQueue> queue_;
-    std::size_t limit_;
+    std::vector<std::unique_ptr<StorageSystemQueue>> queues_;
+    std::size_t limit_ = 1;
     std::size_t inFlight_ = 0;
     bool isOver_ = false;
+    bool isMuted_ = false;
     TreeProgress progress_;
     TreeReport report_;
 };

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <FileSystem/StorageSystemQueue.h>
+#include <FileSystem/TreeOperations.h>
+
+#include <cstdint>
+
+namespace FileSystem {
+
+/// What the transfers of one copy share.
+struct CopyContext
+{
+    using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
+
+    StorageSystemQueue& source;
+    StorageSystemQueue& target;
+    bool isSourceLocal;
+    bool isTargetLocal;
+    const TreeCopyOptions& options;
+    /// The copy was stopped: what is not done yet is not to be done any more.
+    bool isStopped = false;
+    /// What every new file that was looked at had. A permission that has been missing once is given
+    /// to those alone that are made with it.
+    Permissions givenToAll{0777U};
+    std::uint64_t bytesHeld = 0; ///< Read and not written yet, or being read.
+    std::uint64_t bytesDone = 0; ///< Written.
+};
+
+} // namespace FileSystem

@@ -1,0 +1,373 @@
+#include "tree/EntryTransfer.h"
+
+#include "failure/NewFailure.h"
+#include "path/PathText.h"
+#include "tree/HiddenName.h"
+#include "tree/TreeWork.h"
+
+#include <chrono>
+#include <utility>
+
+namespace FileSystem {
+
+namespace {
+
+constexpr const char* operation = "copy";
+constexpr int mostNameTries = 8;
+
+/// Whether a failure tells nothing of why a system does not replace in one step.
+bool isVague(const Failure& failure)
+{
+    return failure.code() == FailureCode::Unsupported || failure.code() == FailureCode::Other;
+}
+
+std::string besidePath(const std::string& path, HiddenNameUse use)
+{
+    return PathText::childId(PathText::parentId(path), {hiddenName(PathText::fileName(path), use)});
+}
+
+} // namespace
+
+bool isRefusalOfName(const Failure& why)
+{
+    const auto code = why.code();
+    return code == FailureCode::Denied || code == FailureCode::Unsupported ||
+           code == FailureCode::BadName || code == FailureCode::Other;
+}
+
+EntryTransfer::EntryTransfer(CopyContext& context, TreeEntry entry, Standing standing,
+                             bool mustBeNew)
+    : context_(context)
+    , entry_(std::move(entry))
+    , standing_(std::move(standing))
+    , mustBeNew_(mustBeNew)
+{}
+
+EntryTransfer::~EntryTransfer() = default;
+
+void EntryTransfer::start(Done done)
+{
+    done_ = std::move(done);
+    const auto self = shared_from_this();
+    if (standing_.isKnown) {
+        checkStanding();
+    } else {
+        lookAtStanding();
+    }
+    endIfIdle();
+}
+
+void EntryTransfer::stop()
+{
+    const auto self = shared_from_this();
+    static_cast<void>(isEnding());
+    endIfIdle();
+}
+
+/// Whether there is nothing left to go on with.
+bool EntryTransfer::isEnding()
+{
+    if (context_.isStopped && !isOver_ && !isGivenUp()) {
+        giveUp(FailureCode::Cancelled, entry_.path);
+    }
+    return isGivenUp() && !isOver_;
+}
+
+void EntryTransfer::endIfIdle()
+{
+    if (inFlight_ != 0) {
+        return;
+    }
+    if (isGivenUp() && !isOver_) {
+        isOver_ = true;
+        cleanUp();
+    }
+    if (isOver_ && inFlight_ == 0 && done_) {
+        finish();
+    }
+}
+
+void EntryTransfer::giveUp(const Failure& failure)
+{
+    if (!isGivenUp()) {
+        failure_ = failure;
+    }
+}
+
+void EntryTransfer::giveUp(FailureCode code, const std::string& path, std::string text)
+{
+    giveUp(newFailure(operation, path, code, std::move(text)));
+}
+
+bool EntryTransfer::replacesFile() const noexcept
+{
+    const auto& standing = standing_.attributes;
+    return standing && standing->type && isRegularFile(*standing->type);
+}
+
+void EntryTransfer::lookAtStanding()
+{
+    context_.target.lookUp(
+        entry_.target, whatever<const Attributes&>([this](const Failure& failure, const auto& now) {
+            if (!failure) {
+                standing_.attributes = now;
+            } else if (failure.code() != FailureCode::NotFound) {
+                giveUp(failure);
+                return;
+            }
+            checkStanding();
+        }));
+}
+
+void EntryTransfer::checkStanding()
+{
+    standing_.isKnown = true;
+    if (!standing_.attributes) {
+        proceed();
+    } else if (isReplaceable(*standing_.attributes)) {
+        checkLink();
+    }
+}
+
+/// Others write through a link that leads to a device, as through the names of the standard
+/// streams.
+void EntryTransfer::checkLink()
+{
+    if (!isSymbolicLink(*standing_.attributes)) {
+        decide();
+        return;
+    }
+    context_.target.lookThrough(
+        entry_.target,
+        whatever<const Attributes&>([this](const Failure& failure, const auto& behind) {
+            if (!failure && behind.type && behind.type->isEmpty()) {
+                giveUp(FailureCode::NotCopyable, entry_.target);
+            } else {
+                decide();
+            }
+        }));
+}
+
+void EntryTransfer::decide()
+{
+    switch (context_.options.standing) {
+    case TreeStanding::Keep:
+        skip();
+        return;
+    case TreeStanding::Fail:
+        giveUp(FailureCode::Exists, entry_.target);
+        return;
+    case TreeStanding::KeepSame:
+        if (isSame()) {
+            skip();
+            return;
+        }
+        break;
+    case TreeStanding::Replace:
+        break;
+    }
+    if (mustBeNew_) {
+        giveUp(FailureCode::Exists, entry_.target);
+        return;
+    }
+    proceed();
+}
+
+void EntryTransfer::proceed()
+{
+    if (context_.options.isDryRun) {
+        isOver_ = true;
+        outcome_ = Outcome::Copied;
+    } else {
+        begin();
+    }
+}
+
+bool EntryTransfer::isSame() const
+{
+    using std::chrono::floor;
+    using std::chrono::seconds;
+    const auto& here = entry_.attributes;
+    const auto& there = *standing_.attributes;
+    return replacesFile() && here.size && here.size == there.size && here.modTime &&
+           there.modTime && floor<seconds>(*here.modTime) == floor<seconds>(*there.modTime);
+}
+
+void EntryTransfer::skip()
+{
+    isOver_ = true;
+    outcome_ = Outcome::Skipped;
+}
+
+/// Gives up where it is not.
+bool EntryTransfer::isReplaceable(const Attributes& now)
+{
+    if (isDirectory(now)) {
+        giveUp(FailureCode::IsDirectory, entry_.target);
+    } else if (now.type && now.type->isEmpty()) {
+        giveUp(FailureCode::NotCopyable, entry_.target);
+    }
+    return !isGivenUp();
+}
+
+bool EntryTransfer::takeTemporaryPath()
+{
+    temporaryPath_ = besidePath(entry_.target, HiddenNameUse::Unfinished);
+    return ++nameTries_ <= mostNameTries;
+}
+
+// Where nothing stood on a server, that would cost a round trip for every new file; without
+// replacing, whoever renames looks.
+void EntryTransfer::lookAgain()
+{
+    const bool isNew = !standing_.attributes && !context_.isTargetLocal;
+    if (mustBeNew_ || isNew) {
+        goOnAfterLook();
+        return;
+    }
+    context_.target.lookUp(
+        entry_.target, whatever<const Attributes&>([this](const Failure& failure, const auto& now) {
+            lookedAgain(failure, now);
+        }));
+}
+
+/// What somebody else has put in the place of a file meanwhile is not the one whose owner the copy
+/// is to have.
+void EntryTransfer::lookedAgain(const Failure& failure, const Attributes& now)
+{
+    if (failure && failure.code() != FailureCode::NotFound) {
+        giveUp(failure);
+        return;
+    }
+    if (!failure && !isReplaceable(now)) {
+        return;
+    }
+    standsStill_ = !failure && now.type && isRegularFile(*now.type);
+    if (replacesFile() && standsStill_) {
+        auto& standing = *standing_.attributes;
+        if (standing.owner && now.owner && *standing.owner != *now.owner) {
+            giveUp(FailureCode::Changed, entry_.target, "its owner is another one");
+            return;
+        }
+        if (standing.permissions && now.permissions) {
+            standing.permissions = *standing.permissions & *now.permissions;
+        }
+    }
+    goOnAfterLook();
+}
+
+void EntryTransfer::publish()
+{
+    if (mustBeNew_ || context_.options.standing == TreeStanding::Fail) {
+        context_.target.rename(temporaryPath_, entry_.target, then<>([this] { published(); }));
+        return;
+    }
+    context_.target.replace(temporaryPath_, entry_.target, whatever<>([this](const Failure& why) {
+                                if (!why) {
+                                    published();
+                                } else if (isVague(why) && !context_.isTargetLocal) {
+                                    replaceAfterLooking(why);
+                                } else {
+                                    giveUp(why);
+                                }
+                            }));
+}
+
+// Some servers replace whatever stands there, a directory with all below it as well.
+void EntryTransfer::replaceAfterLooking(const Failure& why)
+{
+    context_.target.lookUp(
+        entry_.target,
+        whatever<const Attributes&>([this, why](const Failure& failure, const auto& now) {
+            if (failure.code() == FailureCode::NotFound) {
+                context_.target.rename(temporaryPath_, entry_.target,
+                                       then<>([this] { published(); }));
+            } else if (failure) {
+                giveUp(why);
+            } else if (isReplaceable(now)) {
+                replaceInSteps();
+            }
+        }));
+}
+
+/// Many servers refuse to rename onto something: it makes room, and is back when its place cannot
+/// be taken after all.
+void EntryTransfer::replaceInSteps()
+{
+    const auto aside = besidePath(entry_.target, HiddenNameUse::SetAside);
+    context_.target.rename(entry_.target, aside, then<>([this, aside] { takePlaceOf(aside); }));
+}
+
+void EntryTransfer::takePlaceOf(const std::string& aside)
+{
+    // Whatever stops the copy now: there would be nothing under the name.
+    isOver_ = true;
+    context_.target.rename(temporaryPath_, entry_.target,
+                           whatever<>([this, aside](const Failure& why) {
+                               if (why) {
+                                   bringBack(aside, why);
+                               } else {
+                                   removeReplaced(aside);
+                                   published();
+                               }
+                           }));
+}
+
+void EntryTransfer::bringBack(const std::string& aside, const Failure& why)
+{
+    context_.target.rename(
+        aside, entry_.target, whatever<>([this, aside, why](const Failure& failure) {
+            isOver_ = false;
+            giveUp(failure ? newFailure(operation, entry_.target, FailureCode::Other,
+                                        why.cause() + "; what stood there is at " + aside)
+                           : why);
+        }));
+}
+
+/// Under its hidden name nobody would look for it.
+void EntryTransfer::removeReplaced(const std::string& aside)
+{
+    context_.target.removeFile(
+        aside, whatever<>([this, aside](const Failure& failure) {
+            if (failure && failure.code() != FailureCode::NotFound) {
+                lose(newFailure(operation, entry_.target, FailureCode::NotRemoved,
+                                "what stood there is left at " + aside + ": " + failure.cause()));
+            }
+        }));
+}
+
+void EntryTransfer::published()
+{
+    isTemporaryOwned_ = false;
+    isOver_ = true;
+    outcome_ = Outcome::Copied;
+}
+
+/// Removes what was made. Where that fails, the failure says what is left: nobody would look for
+/// it.
+void EntryTransfer::cleanUp()
+{
+    if (failure_.code() == FailureCode::ConnectionLost) {
+        return;
+    }
+    closeAll();
+    if (!isTemporaryOwned_) {
+        return;
+    }
+    context_.target.removeFile(
+        temporaryPath_, whatever<>([this](const Failure& failure) {
+            if (failure && failure.code() != FailureCode::NotFound) {
+                const auto text = failure_.text().empty() ? "" : failure_.text() + "; ";
+                failure_ =
+                    withText(failure_, text + temporaryPath_ + " cannot be removed and is left");
+            }
+        }));
+}
+
+void EntryTransfer::finish()
+{
+    const auto done = std::exchange(done_, nullptr);
+    done(*this);
+}
+
+} // namespace FileSystem

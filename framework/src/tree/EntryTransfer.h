@@ -1,0 +1,182 @@
+#pragma once
+
+#include "tree/CopyContext.h"
+
+#include <FileSystem/Failure.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace FileSystem {
+
+/// The copy of one file or one link, from its first question to the moment at which it stands under
+/// its name, or at which nothing of it is left. What the target's name leads to meanwhile is looked
+/// at again before it is taken.
+class EntryTransfer : public std::enable_shared_from_this<EntryTransfer>
+{
+public:
+    enum class Outcome
+    {
+        Copied,
+        Skipped,
+        Failed,
+    };
+
+    using Done = std::function<void(EntryTransfer&)>;
+
+    /// What is known of what stands at the target.
+    struct Standing
+    {
+        bool isKnown = false;
+        std::optional<StorageSystemAttributes> attributes; ///< Empty for nothing.
+    };
+
+    EntryTransfer(const EntryTransfer&) = delete;
+    EntryTransfer& operator=(const EntryTransfer&) = delete;
+    virtual ~EntryTransfer();
+
+    /// \param done is called once, when nothing of the transfer is in flight any more.
+    void start(Done done);
+
+    /// Ends it, since the copy was stopped.
+    void stop();
+
+    const TreeEntry& entry() const noexcept { return entry_; }
+
+    Outcome outcome() const noexcept { return outcome_; }
+
+    /// Why it failed.
+    const Failure& failure() const noexcept { return failure_; }
+
+    /// What was to be kept or removed and is not, of what was copied.
+    const std::vector<Failure>& losses() const noexcept { return losses_; }
+
+protected:
+    using File = StorageSystemQueue::File;
+    using OpenMode = StorageSystemQueue::OpenMode;
+    using Permissions = CopyContext::Permissions;
+    using Attributes = StorageSystemAttributes;
+
+    /// \param mustBeNew nothing may stand at the target when it gets its name.
+    EntryTransfer(CopyContext& context, TreeEntry entry, Standing standing, bool mustBeNew);
+
+    CopyContext& context() const noexcept { return context_; }
+
+    const std::optional<Attributes>& standing() const noexcept { return standing_.attributes; }
+
+    /// What stands at the target is a regular file, and may be replaced.
+    bool replacesFile() const noexcept;
+
+    /// It was still a regular file when it was looked at again, and the same user's.
+    bool standsStill() const noexcept { return standsStill_; }
+
+    /// The path that the entry has until it gets its own.
+    const std::string& temporaryPath() const noexcept { return temporaryPath_; }
+
+    /// Another hidden name beside the target. False: there were enough of them.
+    bool takeTemporaryPath();
+
+    /// What stands at the hidden name is this transfer's, and goes with it.
+    void ownTemporary() noexcept { isTemporaryOwned_ = true; }
+
+    /// Begins with the work, when it is known that the target's place may be taken.
+    virtual void begin() = 0;
+
+    /// Goes on when the target's place was looked at again.
+    virtual void goOnAfterLook() = 0;
+
+    /// Closes what is open, as a part of giving up.
+    virtual void closeAll() {}
+
+    /// Looks whether the target's place may still be taken, then goes on.
+    void lookAgain();
+
+    /// Gives the hidden file its name, and ends.
+    void publish();
+
+    /// Gives up for this reason, as soon as nothing is in flight any more.
+    void giveUp(const Failure& failure);
+    void giveUp(FailureCode code, const std::string& path, std::string text = {});
+
+    /// Something was not kept, which is no reason to give up.
+    void lose(const Failure& failure) { losses_.push_back(failure); }
+
+    bool isGivenUp() const noexcept { return static_cast<bool>(failure_); }
+
+    /// A completion that goes on with the results, and gives the transfer up after a failure.
+    template <class... Results, class Next>
+    StorageSystemQueue::Completion<Results...> then(Next next)
+    {
+        return whatever<Results...>(
+            [this, next = std::move(next)](const Failure& failure, Results... results) mutable {
+                if (failure) {
+                    giveUp(failure);
+                } else {
+                    next(std::forward<Results>(results)...);
+                }
+            });
+    }
+
+    /// A completion that goes on with the failure and the results, unless the transfer has been
+    /// given up.
+    template <class... Results, class Next>
+    StorageSystemQueue::Completion<Results...> whatever(Next next)
+    {
+        ++inFlight_;
+        return [self = shared_from_this(), next = std::move(next)](const Failure& failure,
+                                                                   Results... results) mutable {
+            --self->inFlight_;
+            if (!self->isEnding()) {
+                next(failure, std::forward<Results>(results)...);
+            }
+            self->endIfIdle();
+        };
+    }
+
+private:
+    bool isEnding();
+    void endIfIdle();
+    void lookAtStanding();
+    void checkStanding();
+    void checkLink();
+    void decide();
+    void proceed();
+    bool isSame() const;
+    void skip();
+    bool isReplaceable(const Attributes& now);
+    void lookedAgain(const Failure& failure, const Attributes& now);
+    void replaceAfterLooking(const Failure& why);
+    void replaceInSteps();
+    void takePlaceOf(const std::string& aside);
+    void bringBack(const std::string& aside, const Failure& why);
+    void removeReplaced(const std::string& aside);
+    void published();
+    void cleanUp();
+    void finish();
+
+    CopyContext& context_;
+    TreeEntry entry_;
+    Standing standing_;
+    bool mustBeNew_;
+    bool standsStill_ = false;
+    Done done_;
+    std::size_t inFlight_ = 0;
+    bool isOver_ = false; ///< Published, or nothing but cleaning up is left.
+    std::string temporaryPath_;
+    int nameTries_ = 0;
+    bool isTemporaryOwned_ = false;
+    Outcome outcome_ = Outcome::Failed;
+    Failure failure_;
+    std::vector<Failure> losses_;
+};
+
+/// Whether a system does not do what it was asked to, for a reason of its own that may be the name.
+bool isRefusalOfName(const Failure& why);
+
+} // namespace FileSystem

@@ -1,0 +1,480 @@
+#include "tree/FileTransfer.h"
+
+#include "failure/NewFailure.h"
+#include "path/PathText.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace FileSystem {
+
+using Mode = StorageSystemFileOpenModeFlag;
+
+namespace {
+
+// What one operation moves.
+constexpr std::uint64_t pieceSize = 256U << 10U;
+// To see whether a file has grown.
+constexpr std::uint64_t probeSize = 4U << 10U;
+// Of one file; together they are bounded by the memory that a copy may take.
+constexpr std::size_t mostPieces = 64;
+
+constexpr CopyContext::Permissions ownerOnly{0600U};
+constexpr CopyContext::Permissions everybodyReads{0044U};
+
+/// Whether not everybody may read what has these.
+bool areSecret(CopyContext::Permissions permissions)
+{
+    return (permissions & everybodyReads) != everybodyReads;
+}
+
+/// With the right to execute for everybody who may read.
+CopyContext::Permissions withExecution(CopyContext::Permissions permissions)
+{
+    constexpr auto reading = 0444U;
+    return CopyContext::Permissions(permissions.raw() | (permissions.raw() & reading) >> 2U);
+}
+
+} // namespace
+
+FileTransfer::FileTransfer(CopyContext& context, TreeEntry entry, Standing standing, bool mustBeNew)
+    : EntryTransfer(context, std::move(entry), std::move(standing), mustBeNew)
+    , permissions_(this->entry().attributes.permissions.value_or(Permissions(0666U)))
+    , expected_(this->entry().attributes.size.value_or(0))
+{}
+
+FileTransfer::~FileTransfer() = default;
+
+void FileTransfer::begin()
+{
+    context().source.openItself(entry().path, Mode::Read,
+                                then<File>([this](File file) { openedSource(file); }));
+}
+
+void FileTransfer::openedSource(File file)
+{
+    sourceFile_ = file;
+    context().source.look(
+        file, then<const Attributes&>([this](const auto& now) { lookedAtSource(now); }));
+}
+
+/// One that has been closed to others since it was looked at, or has taken the place of one that
+/// was open to them, stays closed to them as a copy.
+void FileTransfer::lookedAtSource(const Attributes& now)
+{
+    if (now.type && !isRegularFile(*now.type)) {
+        giveUp(FailureCode::Changed, entry().path);
+        return;
+    }
+    permissions_ = permissions_ & now.permissions.value_or(permissions_);
+    createTemporary();
+}
+
+// For writing alone: where things are only handed in, nothing that is read may be made.
+void FileTransfer::createTemporary()
+{
+    if (!takeTemporaryPath()) {
+        giveUp(FailureCode::Exists, temporaryPath());
+        return;
+    }
+    context().target.open(temporaryPath(), Mode::Write | Mode::Create | Mode::Exclusive,
+                          permissionsWhileFilled(),
+                          whatever<File>([this](const Failure& why, File file) {
+                              if (why) {
+                                  refusedTemporary(why);
+                              } else {
+                                  createdTemporary(file);
+                              }
+                          }));
+}
+
+void FileTransfer::refusedTemporary(const Failure& why)
+{
+    if (why.code() == FailureCode::Exists) {
+        createTemporary();
+    } else if (why.source() == FailureSource::Server) {
+        removeRefused(why);
+    } else {
+        explainRefusal(why);
+    }
+}
+
+/// Some servers make a file and refuse to hand it out then. Nobody else takes a name at random for
+/// an empty one.
+void FileTransfer::removeRefused(const Failure& why)
+{
+    context().target.lookUp(
+        temporaryPath(),
+        whatever<const Attributes&>([this, why](const Failure& failure, const auto& made) {
+            const bool isMade =
+                !failure && made.size == 0 && (!made.type || isRegularFile(*made.type));
+            if (!isMade) {
+                explainRefusal(why);
+                return;
+            }
+            context().target.removeFile(
+                temporaryPath(), whatever<>([this, why](const Failure&) { explainRefusal(why); }));
+        }));
+}
+
+/// Whether a new file is made under another name first, on a system that may not like such names or
+/// their change.
+bool FileTransfer::mayHelpToWriteInPlace() const
+{
+    return !standing() && !context().isTargetLocal;
+}
+
+void FileTransfer::explainRefusal(const Failure& why)
+{
+    if (replacesFile() && why.code() == FailureCode::Denied) {
+        giveUpOnlyInPlace(why);
+    } else if (mayHelpToWriteInPlace() && why.code() == FailureCode::BadName) {
+        giveUpOnlyInPlace(why);
+    } else if (mayHelpToWriteInPlace() && why.code() == FailureCode::NotFound) {
+        const auto parent = PathText::parentId(entry().target);
+        context().target.lookThrough(
+            parent.empty() ? "." : parent,
+            whatever<const Attributes&>([this, why](const Failure& failure, const auto&) {
+                failure ? giveUp(why) : giveUpOnlyInPlace(why);
+            }));
+    } else {
+        giveUp(why);
+    }
+}
+
+/// About the target, with what the system said.
+void FileTransfer::giveUpOnlyInPlace(const Failure& why)
+{
+    FailureScope scope("copy", entry().target);
+    scope.result(fail(FailureCode::OnlyInPlace, why.source(), why.number(), why.text()));
+    giveUp(Failure::last());
+}
+
+bool FileTransfer::isSecret() const
+{
+    const bool replacesSecret =
+        replacesFile() && standing()->permissions && areSecret(*standing()->permissions);
+    return areSecret(permissions_) || replacesSecret;
+}
+
+/// Where the source's are set in the end, they count from then on. The group of what is replaced
+/// comes last, and until then the file is in that of whoever makes it.
+FileTransfer::Permissions FileTransfer::permissionsWhileFilled() const
+{
+    if (context().options.preservesPermissions) {
+        return ownerOnly;
+    }
+    const auto permissions = replacesFile() && standing()->permissions
+                                 ? withoutOwnOfGroup(permissions_ & *standing()->permissions)
+                                 : permissions_;
+    // Some systems take none for none given, and give their own.
+    return permissions.isEmpty() ? PosixFilePermissionFlag::OwnerWrite : permissions;
+}
+
+/// What may not be read by everybody is closed before the first byte: operations on one file are
+/// done in their order. As far as that is possible; where it is not, files have no permissions to
+/// speak of.
+void FileTransfer::createdTemporary(File file)
+{
+    temporary_ = file;
+    ownTemporary();
+    context().target.look(
+        file, then<const Attributes&>([this](const auto& made) { lookedAtTemporary(made); }));
+    if (isSecret() && !context().isTargetLocal) {
+        narrowTo(permissionsWhileFilled() & ownerOnly);
+    }
+    if (!context().isTargetLocal) {
+        beginWriting();
+    }
+}
+
+void FileTransfer::lookedAtTemporary(const Attributes& made)
+{
+    made_ = made.permissions.value_or(permissionsWhileFilled());
+    madeOwner_ = made.owner;
+    const bool isClosedAlready = isSecret() && !context().isTargetLocal;
+    now_ = isClosedAlready ? permissionsWhileFilled() & ownerOnly : made_;
+    const auto wanted = made_ & permissionsWhileFilled();
+    if (!isClosedAlready && wanted != made_) {
+        narrowTo(wanted);
+        now_ = wanted;
+    }
+    beginWriting();
+}
+
+void FileTransfer::narrowTo(Permissions permissions)
+{
+    Attributes attributes;
+    attributes.permissions = permissions;
+    context().target.setAttributes(*temporary_, attributes, whatever<>([](const Failure&) {}));
+}
+
+void FileTransfer::beginWriting()
+{
+    canWrite_ = true;
+    for (const Piece& piece : std::exchange(unwritten_, {})) {
+        write(piece);
+    }
+    endBytes();
+}
+
+bool FileTransfer::wantsToRead() const noexcept
+{
+    return sourceFile_ && !isGivenUp() && reading_ + writing_ + unwritten_.size() < mostPieces &&
+           !isProbing_ && nextRead_ < end_;
+}
+
+FileTransfer::Buffer FileTransfer::newBuffer(std::uint64_t size)
+{
+    context().bytesHeld += size;
+    auto& held = context().bytesHeld;
+    return {new std::vector<char>(size), [&held](std::vector<char>* buffer) {
+                held -= buffer->size();
+                delete buffer;
+            }};
+}
+
+/// Up to the size that is known, and then what may lie beyond it.
+void FileTransfer::readNext()
+{
+    isProbing_ = nextRead_ >= expected_;
+    const auto size = isProbing_ ? probeSize : std::min(pieceSize, expected_ - nextRead_);
+    const Piece piece{newBuffer(size), nextRead_, size};
+    nextRead_ += size;
+    ++reading_;
+    context().source.read(
+        *sourceFile_, piece.offset, piece.buffer->data(), size,
+        whatever<std::uint64_t>([this, piece](const Failure& why, std::uint64_t got) {
+            --reading_;
+            if (why) {
+                giveUp(why);
+            } else {
+                read(piece, got);
+            }
+        }));
+}
+
+void FileTransfer::read(const Piece& piece, std::uint64_t got)
+{
+    const bool wasProbe = piece.offset >= expected_;
+    if (wasProbe) {
+        isProbing_ = false;
+    }
+    if (got < piece.size) {
+        end_ = std::min(end_, piece.offset + got);
+    }
+    reached_ = std::max(reached_, got != 0 ? piece.offset + got : 0);
+    if (reached_ > end_) {
+        giveUp(FailureCode::Changed, entry().path, "it was cut and written to meanwhile");
+        return;
+    }
+    if (got != 0) {
+        const Piece filled{piece.buffer, piece.offset, got};
+        canWrite_ ? write(filled) : unwritten_.push_back(filled);
+    }
+    endBytes();
+}
+
+void FileTransfer::write(const Piece& piece)
+{
+    ++writing_;
+    context().target.write(*temporary_, piece.offset, piece.buffer->data(), piece.size,
+                           whatever<>([this, piece](const Failure& why) {
+                               --writing_;
+                               if (why) {
+                                   giveUp(why);
+                                   return;
+                               }
+                               written_ += piece.size;
+                               context().bytesDone += piece.size;
+                               endBytes();
+                           }));
+}
+
+bool FileTransfer::isAllWritten() const noexcept
+{
+    return canWrite_ && reading_ == 0 && writing_ == 0 && unwritten_.empty() &&
+           end_ != std::numeric_limits<std::uint64_t>::max() && nextRead_ >= end_;
+}
+
+void FileTransfer::endBytes()
+{
+    if (isAllWritten() && !areBytesOver_) {
+        areBytesOver_ = true;
+        checkEnd();
+    }
+}
+
+/// An end that came before the known one is that of a file that has been cut since, or of an answer
+/// that was not true. This machine's own files end where they end: some have sizes that mean
+/// nothing.
+void FileTransfer::checkEnd()
+{
+    if (written_ >= entry().attributes.size.value_or(0) || context().isSourceLocal) {
+        closeSource();
+        return;
+    }
+    context().source.look(*sourceFile_, then<const Attributes&>([this](const auto& now) {
+        if (now.size && *now.size != written_) {
+            giveUp(FailureCode::Changed, entry().path, "it ended before its size");
+        } else {
+            closeSource();
+        }
+    }));
+}
+
+void FileTransfer::closeSource()
+{
+    context().source.close(*std::exchange(sourceFile_, std::nullopt),
+                           whatever<>([](const Failure&) {}));
+    lookAgain();
+}
+
+void FileTransfer::goOnAfterLook()
+{
+    if (replacesFile() && standsStill() && standing()->owner) {
+        takeOwner();
+    } else {
+        setFinal();
+    }
+}
+
+/// Gives the file the owner of what it is to replace: the one that was there before the first byte,
+/// since whoever may write to the directory could put a file of his own there meanwhile. Where that
+/// is not allowed, its group.
+void FileTransfer::takeOwner()
+{
+    const auto owner = *standing()->owner;
+    if (madeOwner_ == owner) {
+        hasItsGroup_ = true;
+        setFinal();
+        return;
+    }
+    Attributes attributes;
+    attributes.owner = owner;
+    context().target.setAttributes(
+        *temporary_, attributes, whatever<>([this, owner](const Failure& why) {
+            if (!why || !madeOwner_) {
+                hasItsGroup_ = !why;
+                setFinal();
+                return;
+            }
+            Attributes group;
+            group.owner = StorageSystemOwner{madeOwner_->user, owner.group};
+            context().target.setAttributes(*temporary_, group,
+                                           whatever<>([this](const Failure& refused) {
+                                               hasItsGroup_ = !refused;
+                                               setFinal();
+                                           }));
+        }));
+}
+
+FileTransfer::Permissions FileTransfer::finalPermissions() const
+{
+    if (context().options.preservesPermissions) {
+        return permissions_;
+    }
+    if (replacesFile() && standing()->permissions) {
+        const auto its = *standing()->permissions;
+        return hasItsGroup_ ? its : withoutOwnOfGroup(its);
+    }
+    // The source's less the umask, where the system looked at them.
+    constexpr auto execution = PosixFilePermissionFlag::OwnerExecute;
+    const bool wasLookedAt =
+        context().isTargetLocal || made_.has(execution) || !permissions_.has(execution);
+    return permissions_ & (wasLookedAt ? made_ : withExecution(made_));
+}
+
+// The time first: a file that nobody may write may refuse it.
+void FileTransfer::setFinal()
+{
+    if (context().options.preservesTimes && entry().attributes.modTime) {
+        setTime();
+    }
+    if (finalPermissions() != now_ || context().options.preservesPermissions) {
+        setPermissions();
+    }
+    closeTemporary();
+}
+
+void FileTransfer::setTime()
+{
+    Attributes attributes;
+    attributes.modTime = entry().attributes.modTime;
+    // A system that writes when a file is closed is asked again.
+    context().target.setAttributes(*temporary_, attributes, whatever<>([](const Failure&) {}));
+}
+
+void FileTransfer::setPermissions()
+{
+    Attributes attributes;
+    attributes.permissions = finalPermissions();
+    context().target.setAttributes(*temporary_, attributes, whatever<>([this](const Failure& why) {
+        // As far as the system has permissions at all.
+        if (context().options.preservesPermissions) {
+            keepOrLose(why, "the permissions");
+        }
+    }));
+}
+
+void FileTransfer::keepOrLose(const Failure& why, const char* what)
+{
+    if (why) {
+        lose(newFailure("copy", entry().target, FailureCode::NotKept,
+                        std::string(what) + ": " + why.cause()));
+    }
+}
+
+void FileTransfer::closeTemporary()
+{
+    context().target.close(*std::exchange(temporary_, std::nullopt), then<>([this] {
+        context().target.lookUp(temporaryPath(), then<const Attributes&>([this](const auto& now) {
+                                    checkWritten(now);
+                                }));
+    }));
+}
+
+/// What a system could not keep after all shows when the file is closed. Others may have put a link
+/// of just that size there, which would be published.
+void FileTransfer::checkWritten(const Attributes& now)
+{
+    if (now.type && !isRegularFile(*now.type)) {
+        giveUp(FailureCode::Changed, temporaryPath(), "it is no longer the file that was written");
+    } else if (now.size && *now.size != written_) {
+        giveUp(FailureCode::Changed, temporaryPath(), "it has not the size of what was written");
+    } else if (keepsTime(now)) {
+        publish();
+    } else {
+        Attributes attributes;
+        attributes.modTime = entry().attributes.modTime;
+        context().target.setAttributes(temporaryPath(), attributes,
+                                       whatever<>([this](const Failure& why) {
+                                           keepOrLose(why, "the modification time");
+                                           publish();
+                                       }));
+    }
+}
+
+bool FileTransfer::keepsTime(const Attributes& now) const
+{
+    using std::chrono::floor;
+    using std::chrono::seconds;
+    const auto& wanted = entry().attributes.modTime;
+    return !context().options.preservesTimes || !wanted || !now.modTime ||
+           floor<seconds>(*wanted) == floor<seconds>(*now.modTime);
+}
+
+void FileTransfer::closeAll()
+{
+    if (sourceFile_) {
+        context().source.close(*std::exchange(sourceFile_, std::nullopt),
+                               whatever<>([](const Failure&) {}));
+    }
+    if (temporary_) {
+        context().target.close(*std::exchange(temporary_, std::nullopt),
+                               whatever<>([](const Failure&) {}));
+    }
+}
+
+} // namespace FileSystem

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "tree/EntryTransfer.h"
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace FileSystem {
+
+/// The copy of a regular file. Several pieces of it are read and written at once.
+///
+/// Permissions that are not to be preserved: a new file gets the source's, less the umask; one that
+/// is replaced keeps its own, and its owner and group where the system lets us. What the bytes go
+/// to is never open to more people than the source is and the file that it becomes.
+class FileTransfer final : public EntryTransfer
+{
+public:
+    FileTransfer(CopyContext& context, TreeEntry entry, Standing standing, bool mustBeNew);
+    ~FileTransfer() override;
+
+    /// Whether there is more to be read now. Reading is begun by whoever looks after the memory.
+    bool wantsToRead() const noexcept;
+
+    /// Begins to read the next piece.
+    void readNext();
+
+private:
+    using Buffer = std::shared_ptr<std::vector<char>>;
+
+    struct Piece
+    {
+        Buffer buffer;
+        std::uint64_t offset;
+        std::uint64_t size;
+    };
+
+    void begin() override;
+    void goOnAfterLook() override;
+    void closeAll() override;
+
+    void openedSource(File file);
+    void lookedAtSource(const Attributes& now);
+    void createTemporary();
+    void refusedTemporary(const Failure& why);
+    void removeRefused(const Failure& why);
+    void explainRefusal(const Failure& why);
+    bool mayHelpToWriteInPlace() const;
+    void giveUpOnlyInPlace(const Failure& why);
+    void createdTemporary(File file);
+    void lookedAtTemporary(const Attributes& made);
+    bool isSecret() const;
+    Permissions permissionsWhileFilled() const;
+    void narrowTo(Permissions permissions);
+    void beginWriting();
+    Buffer newBuffer(std::uint64_t size);
+    void read(const Piece& piece, std::uint64_t got);
+    void write(const Piece& piece);
+    bool isAllWritten() const noexcept;
+    void endBytes();
+    void checkEnd();
+    void closeSource();
+    void takeOwner();
+    void setFinal();
+    Permissions finalPermissions() const;
+    void setTime();
+    void setPermissions();
+    void keepOrLose(const Failure& why, const char* what);
+    void closeTemporary();
+    void checkWritten(const Attributes& now);
+    bool keepsTime(const Attributes& now) const;
+
+    std::optional<File> sourceFile_;
+    std::optional<File> temporary_;
+    Permissions permissions_; ///< The source's; when it is open, no more than it has then.
+    std::uint64_t expected_ = 0;
+    std::uint64_t nextRead_ = 0;
+    std::uint64_t end_ =
+        std::numeric_limits<std::uint64_t>::max(); ///< Of the file, once it is met.
+    bool isProbing_ = false; ///< What lies beyond the expected end is being read.
+    std::size_t reading_ = 0;
+    std::size_t writing_ = 0;
+    std::vector<Piece> unwritten_; ///< Read before there was a file to write to.
+    bool canWrite_ = false;
+    bool areBytesOver_ = false;
+    std::uint64_t reached_ = 0; ///< How far the file was seen to go.
+    std::uint64_t written_ = 0;
+    Permissions made_; ///< What the system gave to the new file.
+    Permissions now_;  ///< What it has.
+    std::optional<StorageSystemOwner> madeOwner_;
+    bool hasItsGroup_ = false;
+};
+
+} // namespace FileSystem

@@ -1,0 +1,49 @@
+#include "tree/LinkTransfer.h"
+
+#include <utility>
+
+namespace FileSystem {
+
+LinkTransfer::LinkTransfer(CopyContext& context, TreeEntry entry, Standing standing, bool mustBeNew)
+    : EntryTransfer(context, std::move(entry), std::move(standing), mustBeNew)
+{}
+
+LinkTransfer::~LinkTransfer() = default;
+
+void LinkTransfer::begin()
+{
+    context().source.readLink(entry().path,
+                              then<const std::string&>([this](const std::string& text) {
+                                  text_ = text;
+                                  make();
+                              }));
+}
+
+void LinkTransfer::make()
+{
+    if (!takeTemporaryPath()) {
+        giveUp(FailureCode::Exists, temporaryPath());
+        return;
+    }
+    context().target.makeLink(text_, temporaryPath(), whatever<>([this](const Failure& why) {
+                                  if (why.code() == FailureCode::Exists) {
+                                      make();
+                                      return;
+                                  }
+                                  // Also a link that does not read back as it should may have been
+                                  // made.
+                                  ownTemporary();
+                                  if (why) {
+                                      giveUp(why);
+                                  } else {
+                                      lookAgain();
+                                  }
+                              }));
+}
+
+void LinkTransfer::goOnAfterLook()
+{
+    publish();
+}
+
+} // namespace FileSystem

@@ -1,0 +1,478 @@
+#include "tree/TreeCopier.h"
+
+#include "failure/NewFailure.h"
+#include "path/LinkResolution.h"
+#include "path/PathText.h"
+#include "tree/DirectoryTransfer.h"
+#include "tree/FileTransfer.h"
+#include "tree/LinkTransfer.h"
+#include "tree/TreeLimits.h"
+
+#include <FileSystem/StorageSystem.h>
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+
+namespace FileSystem {
+
+namespace {
+
+// More directories are read while there is less than this to be copied: reading is what takes
+// memory.
+constexpr std::size_t enoughHeld = 20'000;
+constexpr std::size_t mostReading = 32;
+
+// Of what was read and is not written yet, bytes.
+constexpr std::uint64_t mostBytesHeld = 32U << 20U;
+
+// A listing takes at least as many requests.
+constexpr std::size_t fewEntries = 4;
+
+bool isLocal(const StorageSystem& system)
+{
+    return system.getType() == StorageSystemType::Local;
+}
+
+template <class Value>
+Value takeLast(std::vector<Value>& values)
+{
+    auto last = std::move(values.back());
+    values.pop_back();
+    return last;
+}
+
+} // namespace
+
+/// A directory that is being copied. Lives as long as anything in it is still to be copied.
+struct TreeCopier::Directory
+{
+    TreeEntry entry;
+    std::size_t depth = 0;
+    DirectoryPtr parent; ///< Null for a root.
+    std::shared_ptr<DirectoryTransfer> transfer;
+    DirectoryContents contents;
+    bool isRead = false;
+    bool isMade = false;
+    bool isFailed = false;
+    bool hasEntries = false;
+    std::size_t unfinished = 0; ///< How much of what is in it is neither copied nor has failed.
+    bool isNew = false;         ///< Its target was not there before.
+    bool isTargetAsked = false;
+    bool isTargetListed = false;
+    std::unordered_map<std::string, StorageSystemAttributes> standing;
+};
+
+TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
+                       TreeObserver& observer, const TreeCopyOptions& options)
+    : source_(source)
+    , target_(target)
+    , options_(options)
+    , work_({&source, &target}, observer, options)
+{
+    context_.reset(new CopyContext{work_.queue(0), work_.queue(1), isLocal(source), isLocal(target),
+                                   options_});
+}
+
+TreeCopier::~TreeCopier() = default;
+
+TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
+{
+    for (auto path = paths.rbegin(); path != paths.rend(); ++path) {
+        TreeEntry root;
+        root.path = PathText::removeTrailingSlash(path->source);
+        root.target = PathText::removeTrailingSlash(path->target);
+        roots_.push_back(std::move(root));
+    }
+    work_.found(paths.size());
+    try {
+        run();
+    } catch (...) {
+        abandon();
+        throw;
+    }
+    work_.report().bytes = context_->bytesDone;
+    return work_.report();
+}
+
+void TreeCopier::run()
+{
+    while (!work_.isIdle() || (!work_.isOver() && hasStep())) {
+        beginSteps();
+        beginReads();
+        stopTransfers();
+        if (!work_.isIdle()) {
+            work_.pump();
+        }
+        work_.progress().bytesDone = context_->bytesDone;
+        work_.tellProgress(isAllRead());
+    }
+}
+
+/// Once the work is over: those that nothing is in flight of would not notice.
+void TreeCopier::stopTransfers()
+{
+    if (!work_.isOver() || context_->isStopped) {
+        return;
+    }
+    context_->isStopped = true;
+    for (const auto& transfer : std::list(transfers_)) {
+        transfer->stop();
+    }
+}
+
+/// After an exception of the observer: what stands under hidden names is removed.
+void TreeCopier::abandon()
+{
+    work_.mute();
+    try {
+        run();
+    } catch (...) {
+        // The one that is passed on came first.
+    }
+}
+
+bool TreeCopier::hasStep() const
+{
+    return !roots_.empty() || !toEnter_.empty() || !toFill_.empty() || !toLeave_.empty();
+}
+
+bool TreeCopier::isAllRead() const
+{
+    return roots_.empty() && toEnter_.empty() && reading_ == 0;
+}
+
+void TreeCopier::beginSteps()
+{
+    while (work_.mayBegin() && hasStep()) {
+        beginStep();
+    }
+}
+
+/// What makes room for more comes first.
+void TreeCopier::beginStep()
+{
+    const bool mayRead = reading_ < mostReading && held_ < enoughHeld;
+    if (!toLeave_.empty()) {
+        leave(takeLast(toLeave_));
+    } else if (!toEnter_.empty() && (mayRead || toFill_.empty())) {
+        beginDirectory(takeLast(toEnter_));
+    } else if (!toFill_.empty()) {
+        beginNextEntry();
+    } else {
+        beginRoot(takeLast(roots_));
+    }
+}
+
+/// The files that were begun first are read first, as far as the memory goes.
+void TreeCopier::beginReads()
+{
+    for (const auto& reader : readers_) {
+        while (context_->bytesHeld < mostBytesHeld && reader->wantsToRead()) {
+            reader->readNext();
+        }
+    }
+}
+
+void TreeCopier::beginRoot(TreeEntry&& root)
+{
+    work_.begin();
+    const auto path = root.path;
+    work_.queue(0).lookUp(
+        path, [this, root = std::move(root)](const Failure& failure, const auto& is) mutable {
+            work_.end();
+            root.attributes = is;
+            if (failure) {
+                work_.fail(root, failure);
+            } else if (!work_.wants(root)) {
+                work_.passed();
+            } else {
+                begin(std::move(root), nullptr);
+            }
+        });
+}
+
+bool TreeCopier::leadsIntoItself(const TreeEntry& root) const
+{
+    // This machine has one tree, whichever object it is reached through.
+    const bool isOneSystem =
+        &source_ == &target_ || (context_->isSourceLocal && context_->isTargetLocal);
+    if (!isOneSystem) {
+        return false;
+    }
+    const auto source = placeOf(source_, root.path);
+    const auto target = placeOf(target_, root.target);
+    if (!source || !target || PathText::isAbsolute(*source) != PathText::isAbsolute(*target)) {
+        return true;
+    }
+    return PathText::isWithin(*source, *target);
+}
+
+void TreeCopier::begin(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    if (isDirectory(entry.attributes)) {
+        enter(std::move(entry), parent);
+    } else if (entry.attributes.type && entry.attributes.type->isEmpty()) {
+        work_.fail(entry, newFailure("copy", entry.path, FailureCode::NotCopyable));
+        finishEntry(parent);
+    } else {
+        beginTransfer(std::move(entry), parent);
+    }
+}
+
+void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    const std::size_t depth = parent != nullptr ? parent->depth + 1 : 0;
+    const bool isTooDeep = depth >= maximumTreeDepth;
+    if (isTooDeep || (parent == nullptr && leadsIntoItself(entry))) {
+        work_.fail(entry, newFailure("copy", entry.path,
+                                     isTooDeep ? FailureCode::TooDeep : FailureCode::IntoItself));
+        finishEntry(parent);
+        return;
+    }
+    if (parent == nullptr) {
+        context_->source.confine(entry.path);
+        context_->target.confine(entry.target);
+    }
+    toEnter_.push_back(std::make_shared<Directory>());
+    auto& directory = *toEnter_.back();
+    directory.entry = std::move(entry);
+    directory.depth = depth;
+    directory.parent = parent;
+}
+
+/// Made and read at the same time.
+void TreeCopier::beginDirectory(const DirectoryPtr& directory)
+{
+    work_.begin();
+    ++reading_;
+    DirectoryReader::read(context_->source, directory->entry.path,
+                          [this, directory](DirectoryContents& contents) {
+                              directory->contents = std::move(contents);
+                              directory->isRead = true;
+                              takeEntries(directory);
+                          });
+    if (work_.isDryRun()) {
+        context_->target.lookUp(directory->entry.target,
+                                [this, directory](const Failure& failure, const auto&) {
+                                    made(directory, {}, static_cast<bool>(failure));
+                                });
+        return;
+    }
+    directory->transfer = std::make_shared<DirectoryTransfer>(*context_, directory->entry);
+    directory->transfer->make([this, directory](const Failure& failure) {
+        made(directory, failure, directory->transfer->isNew());
+    });
+}
+
+void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, bool isNew)
+{
+    if (failure) {
+        directory->isFailed = true;
+        work_.fail(directory->entry, failure);
+    }
+    directory->isMade = true;
+    directory->isNew = isNew;
+    takeEntries(directory);
+}
+
+void TreeCopier::takeEntries(const DirectoryPtr& directory)
+{
+    if (!directory->isMade || !directory->isRead) {
+        return;
+    }
+    const bool isOld = !directory->isFailed && !directory->isNew;
+    if (isOld && !directory->isTargetAsked && directory->contents.entries.size() > fewEntries) {
+        listTarget(directory);
+        return;
+    }
+    --reading_;
+    work_.end();
+    if (directory->isFailed) {
+        finishEntry(directory->parent);
+        return;
+    }
+    chooseWanted(*directory);
+    directory->unfinished = directory->contents.entries.size();
+    directory->hasEntries = directory->unfinished != 0;
+    held_ += directory->unfinished;
+    (directory->hasEntries ? toFill_ : toLeave_).push_back(directory);
+}
+
+/// What stands where the entries go, all at once.
+void TreeCopier::listTarget(const DirectoryPtr& directory)
+{
+    directory->isTargetAsked = true;
+    context_->target.list(
+        directory->entry.target,
+        [directory](std::vector<StorageSystemEntry>& entries) {
+            for (auto& entry : entries) {
+                directory->standing.emplace(std::move(entry.name), entry.attributes);
+            }
+            return true;
+        },
+        [this, directory](const Failure& failure) {
+            // Otherwise each is looked at by itself.
+            directory->isTargetListed = !failure;
+            takeEntries(directory);
+        });
+}
+
+/// Keeps what is to be copied.
+void TreeCopier::chooseWanted(Directory& directory)
+{
+    auto& contents = directory.contents;
+    work_.found(contents.entries.size() + contents.untold.size());
+    for (const Failure& failure : contents.untold) {
+        work_.fail(entryBelow(directory.entry, {PathText::fileName(failure.path()), {}}), failure);
+    }
+    if (contents.failure) {
+        work_.lose(directory.entry, contents.failure);
+    }
+    const auto isUnwanted = [&](const StorageSystemEntry& entry) {
+        if (work_.isOver()) {
+            return true;
+        }
+        if (work_.wants(entryBelow(directory.entry, StorageSystemEntry(entry)))) {
+            const bool isFile = entry.attributes.type && isRegularFile(*entry.attributes.type);
+            work_.progress().bytesFound += isFile ? entry.attributes.size.value_or(0) : 0;
+            return false;
+        }
+        work_.passed();
+        return true;
+    };
+    auto& entries = contents.entries;
+    entries.erase(std::remove_if(entries.begin(), entries.end(), isUnwanted), entries.end());
+    // The next one stands last.
+    std::reverse(entries.begin(), entries.end());
+}
+
+void TreeCopier::beginNextEntry()
+{
+    const auto directory = toFill_.back();
+    auto& entries = directory->contents.entries;
+    auto entry = takeLast(entries);
+    --held_;
+    if (entries.empty()) {
+        toFill_.pop_back();
+    }
+    begin(entryBelow(directory->entry, std::move(entry)), directory);
+}
+
+EntryTransfer::Standing TreeCopier::standingOf(const TreeEntry& entry,
+                                               const DirectoryPtr& parent) const
+{
+    if (parent == nullptr) {
+        return {};
+    }
+    if (parent->isNew) {
+        return {true, std::nullopt};
+    }
+    if (!parent->isTargetListed) {
+        return {};
+    }
+    const auto name = PathText::fileName(entry.target);
+    const auto found = parent->standing.find(name);
+    if (found != parent->standing.end()) {
+        // A listing need not tell what its entries are.
+        return found->second.type ? EntryTransfer::Standing{true, found->second}
+                                  : EntryTransfer::Standing{};
+    }
+    // Servers leave hidden names out of their lists, and have what they do not list all the same.
+    return {name.front() != '.', std::nullopt};
+}
+
+void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    // In a directory that was made for them no two may have one name: the volume may not tell "a"
+    // from "A".
+    const bool mustBeNew = parent != nullptr && parent->isNew;
+    auto standing = standingOf(entry, parent);
+    std::shared_ptr<EntryTransfer> transfer;
+    if (isSymbolicLink(entry.attributes)) {
+        transfer = std::make_shared<LinkTransfer>(*context_, std::move(entry), std::move(standing),
+                                                  mustBeNew);
+    } else {
+        auto file = std::make_shared<FileTransfer>(*context_, std::move(entry), std::move(standing),
+                                                   mustBeNew);
+        readers_.push_back(file);
+        transfer = std::move(file);
+    }
+    work_.begin();
+    transfers_.push_back(transfer);
+    transfer->start([this, parent](EntryTransfer& over) { ended(over, parent); });
+}
+
+void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
+{
+    const auto isIt = [&transfer](const auto& one) { return one.get() == &transfer; };
+    readers_.remove_if(isIt);
+    const auto found = std::find_if(transfers_.begin(), transfers_.end(), isIt);
+    const auto kept = *found;
+    transfers_.erase(found);
+    work_.end();
+    finishEntry(parent);
+    if (transfer.outcome() == EntryTransfer::Outcome::Failed) {
+        if (!context_->isStopped || transfer.failure().code() != FailureCode::Cancelled) {
+            work_.fail(transfer.entry(), transfer.failure());
+        }
+        return;
+    }
+    for (const Failure& loss : transfer.losses()) {
+        work_.lose(transfer.entry(), loss);
+    }
+    if (transfer.outcome() == EntryTransfer::Outcome::Skipped) {
+        work_.skipped(transfer.entry());
+    } else {
+        work_.done(transfer.entry());
+    }
+}
+
+/// What came through a link that has taken the directory's place is not the tree's.
+void TreeCopier::leave(const DirectoryPtr& directory)
+{
+    work_.begin();
+    if (!directory->hasEntries || work_.isDryRun()) {
+        finish(directory);
+        return;
+    }
+    context_->source.lookUp(
+        directory->entry.path, [this, directory](const Failure& failure, const auto& now) {
+            if (failure) {
+                work_.lose(directory->entry, failure);
+            } else if (now.type && !isDirectory(now)) {
+                work_.lose(directory->entry,
+                           newFailure("copy", directory->entry.path, FailureCode::Changed));
+            }
+            finish(directory);
+        });
+}
+
+void TreeCopier::finish(const DirectoryPtr& directory)
+{
+    if (work_.isDryRun()) {
+        finished(directory, {});
+        return;
+    }
+    directory->transfer->finish(
+        [this, directory](const std::vector<Failure>& losses) { finished(directory, losses); });
+}
+
+void TreeCopier::finished(const DirectoryPtr& directory, const std::vector<Failure>& losses)
+{
+    work_.end();
+    finishEntry(directory->parent);
+    for (const Failure& loss : losses) {
+        work_.lose(directory->entry, loss);
+    }
+    work_.done(directory->entry);
+}
+
+void TreeCopier::finishEntry(const DirectoryPtr& parent)
+{
+    if (parent != nullptr && --parent->unfinished == 0) {
+        toLeave_.push_back(parent);
+    }
+}
+
+} // namespace FileSystem

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "tree/CopyContext.h"
+#include "tree/DirectoryReader.h"
+#include "tree/EntryTransfer.h"
+#include "tree/TreeWork.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace FileSystem {
+
+class FileTransfer;
+
+/// Copies files, links and trees between two systems.
+class TreeCopier
+{
+public:
+    TreeCopier(const StorageSystem& source, const StorageSystem& target, TreeObserver& observer,
+               const TreeCopyOptions& options);
+    TreeCopier(const TreeCopier&) = delete;
+    TreeCopier& operator=(const TreeCopier&) = delete;
+    ~TreeCopier();
+
+    TreeReport copy(const std::vector<TreeCopyPath>& paths);
+
+private:
+    struct Directory;
+    using DirectoryPtr = std::shared_ptr<Directory>;
+
+    void run();
+    void abandon();
+    void stopTransfers();
+    bool hasStep() const;
+    bool isAllRead() const;
+    void beginSteps();
+    void beginStep();
+    void beginReads();
+    void beginRoot(TreeEntry&& root);
+    bool leadsIntoItself(const TreeEntry& root) const;
+    void begin(TreeEntry&& entry, const DirectoryPtr& parent);
+    void enter(TreeEntry&& entry, const DirectoryPtr& parent);
+    void beginDirectory(const DirectoryPtr& directory);
+    void made(const DirectoryPtr& directory, const Failure& failure, bool isNew);
+    void listTarget(const DirectoryPtr& directory);
+    void takeEntries(const DirectoryPtr& directory);
+    void chooseWanted(Directory& directory);
+    void beginNextEntry();
+    void beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent);
+    void ended(EntryTransfer& transfer, const DirectoryPtr& parent);
+    void leave(const DirectoryPtr& directory);
+    void finish(const DirectoryPtr& directory);
+    void finished(const DirectoryPtr& directory, const std::vector<Failure>& losses);
+    void finishEntry(const DirectoryPtr& parent);
+    EntryTransfer::Standing standingOf(const TreeEntry& entry, const DirectoryPtr& parent) const;
+
+    const StorageSystem& source_;
+    const StorageSystem& target_;
+    TreeCopyOptions options_;
+    /// Counts the buffers of what is in flight, so it comes before the queues.
+    std::unique_ptr<CopyContext> context_;
+    TreeWork work_;
+    std::vector<TreeEntry> roots_; ///< Still to be looked at; the next one last.
+    std::vector<DirectoryPtr> toEnter_;
+    std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.
+    std::vector<DirectoryPtr> toLeave_;
+    /// Those whose files are being copied, in the order in which they were begun.
+    std::list<std::shared_ptr<EntryTransfer>> transfers_;
+    std::list<std::shared_ptr<FileTransfer>> readers_;
+    std::size_t reading_ = 0;
+    std::size_t held_ = 0; ///< Entries of the directories that are to be filled.
+};
+
+} // namespace FileSystem

@@ -1,0 +1,380 @@
+// Copies of trees with many files in flight, along each route.
+
+#include "contract/CopyRoutes.h"
+#include "support/PseudoRandom.h"
+
+#include <FileSystem/Failure.h>
+#include <FileSystem/TreeOperations.h>
+
+#include <gmock/gmock.h>
+
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace TarnisTest {
+
+namespace {
+
+using FileSystem::copyTree;
+using FileSystem::Failure;
+using FileSystem::FailureCode;
+using FileSystem::TreeCopyOptions;
+using FileSystem::TreeCopyPath;
+using FileSystem::TreeEntry;
+using FileSystem::TreeObserver;
+using FileSystem::TreeProgress;
+using FileSystem::TreeReport;
+using FileSystem::TreeStanding;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+/// Writes down what it is told, and answers as it was told to.
+class Notes : public TreeObserver
+{
+public:
+    bool wants(const TreeEntry& entry) override { return unwanted.count(entry.below) == 0; }
+
+    void done(const TreeEntry& entry) override
+    {
+        finished.push_back(entry.below);
+        if (entry.below == throwsAt) {
+            throw std::runtime_error("enough");
+        }
+    }
+
+    void skipped(const TreeEntry& entry) override { leftOut.push_back(entry.below); }
+
+    bool failed(const TreeEntry& entry, const Failure& failure) override
+    {
+        failures.emplace_back(entry.below, failure);
+        return true;
+    }
+
+    bool progress(const TreeProgress& progress) override
+    {
+        last = progress;
+        return progress.bytesDone < mostBytes;
+    }
+
+    std::vector<std::string> failedEntries() const
+    {
+        std::vector<std::string> entries;
+        for (const auto& [entry, failure] : failures) {
+            entries.push_back(entry);
+        }
+        return entries;
+    }
+
+    std::set<std::string> unwanted;
+    std::string throwsAt = "nowhere";
+    std::uint64_t mostBytes = ~std::uint64_t{0};
+    std::vector<std::string> finished;
+    std::vector<std::string> leftOut;
+    std::vector<std::pair<std::string, Failure>> failures;
+    TreeProgress last;
+};
+
+class CopyTreeContract : public CopyRouteTest
+{
+protected:
+    void makeSourceDirectory(const std::string& name) const
+    {
+        EXPECT_TRUE(source().directoryMakePath(sourcePath(name), false)) << name;
+    }
+
+    /// A tree "t" with six files in four directories.
+    void makeTree() const
+    {
+        for (const auto* directory : {"t/b/deep", "t/d", "t/empty"}) {
+            makeSourceDirectory(directory);
+        }
+        for (const auto* file : {"t/a", "t/c", "t/b/1", "t/b/2", "t/b/deep/x", "t/d/3"}) {
+            makeSource(file, std::string("bytes of ") + file);
+        }
+    }
+
+    TreeReport copy(const std::string& name, const std::string& targetName,
+                    const TreeCopyOptions& options = {})
+    {
+        return copyTree(source(), target(), {{sourcePath(name), targetPath(targetName)}}, notes_,
+                        options);
+    }
+
+    std::vector<std::string> namesIn(const std::string& name) const
+    {
+        return target().directoryListFileNames(targetPath(name));
+    }
+
+    Notes notes_;
+};
+
+TEST_P(CopyTreeContract, CopiesEverythingBelow)
+{
+    makeTree();
+    const auto report = copy("t", "copy");
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_FALSE(Failure::last());
+    EXPECT_EQ(report.files, 6U);
+    EXPECT_EQ(report.directories, 5U);
+    EXPECT_THAT(targetNames(), ElementsAre("copy"));
+    EXPECT_THAT(namesIn("copy"), ElementsAre("a", "b", "c", "d", "empty"));
+    EXPECT_THAT(namesIn("copy/b"), ElementsAre("1", "2", "deep"));
+    EXPECT_EQ(targetContent("copy/b/deep/x"), "bytes of t/b/deep/x");
+    EXPECT_EQ(targetContent("copy/d/3"), "bytes of t/d/3");
+    EXPECT_THAT(notes_.finished, UnorderedElementsAre("", "a", "b", "b/1", "b/2", "b/deep",
+                                                      "b/deep/x", "c", "d", "d/3", "empty"));
+    EXPECT_EQ(notes_.finished.back(), "");
+    EXPECT_EQ(notes_.last.entriesDone, 11U);
+    EXPECT_EQ(notes_.last.entriesFound, 11U);
+    EXPECT_EQ(notes_.last.bytesDone, report.bytes);
+    EXPECT_EQ(notes_.last.bytesFound, report.bytes);
+    EXPECT_TRUE(notes_.last.isAllFound);
+}
+
+TEST_P(CopyTreeContract, CopiesAFileOfManyPieces)
+{
+    const auto bytes = pseudoRandomBytes(7, 3'000'001);
+    makeSource("large", bytes);
+    makeSource("empty", "");
+    const auto report = copyTree(
+        source(), target(),
+        {{sourcePath("large"), targetPath("copy")}, {sourcePath("empty"), targetPath("nothing")}},
+        notes_);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.bytes, bytes.size());
+    EXPECT_TRUE(targetContent("copy") == bytes);
+    EXPECT_EQ(targetContent("nothing"), "");
+    EXPECT_THAT(targetNames(), ElementsAre("copy", "nothing"));
+}
+
+TEST_P(CopyTreeContract, CopiesManyFilesAtOnce)
+{
+    makeSourceDirectory("t");
+    for (int i = 0; i < 150; ++i) {
+        makeSource("t/" + std::to_string(i), std::to_string(i));
+    }
+    const auto report = copy("t", "copy");
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(namesIn("copy").size(), 150U);
+    for (int i = 0; i < 150; ++i) {
+        EXPECT_EQ(targetContent("copy/" + std::to_string(i)), std::to_string(i));
+    }
+}
+
+TEST_P(CopyTreeContract, OneOperationInFlightIsEnough)
+{
+    makeTree();
+    TreeCopyOptions options;
+    options.inFlight = 1;
+    EXPECT_TRUE(copy("t", "copy", options).isComplete());
+    EXPECT_EQ(notes_.finished.size(), 11U);
+    EXPECT_EQ(targetContent("copy/b/deep/x"), "bytes of t/b/deep/x");
+}
+
+TEST_P(CopyTreeContract, ReplacesWhatStandsThereAndLeavesTheRest)
+{
+    makeTree();
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy/b"), false));
+    makeTarget("copy/a", "old");
+    makeTarget("copy/b/1", "old, and longer than what is new");
+    makeTarget("copy/b/other", "other");
+    const auto report = copy("t", "copy");
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(targetContent("copy/a"), "bytes of t/a");
+    EXPECT_EQ(targetContent("copy/b/1"), "bytes of t/b/1");
+    EXPECT_EQ(targetContent("copy/b/other"), "other");
+    EXPECT_THAT(namesIn("copy/b"), ElementsAre("1", "2", "deep", "other"));
+}
+
+TEST_P(CopyTreeContract, CopiesNothingThatIsNotWanted)
+{
+    makeTree();
+    notes_.unwanted = {"b", "c"};
+    EXPECT_TRUE(copy("t", "copy").isComplete());
+    EXPECT_THAT(namesIn("copy"), ElementsAre("a", "d", "empty"));
+}
+
+TEST_P(CopyTreeContract, KeepsWhatStandsThere)
+{
+    makeTree();
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy"), false));
+    makeTarget("copy/a", "old");
+    TreeCopyOptions options;
+    options.standing = TreeStanding::Keep;
+    const auto report = copy("t", "copy", options);
+    EXPECT_TRUE(report.isComplete());
+    EXPECT_EQ(report.skipped, 1U);
+    EXPECT_EQ(report.files, 5U);
+    EXPECT_THAT(notes_.leftOut, ElementsAre("a"));
+    EXPECT_EQ(targetContent("copy/a"), "old");
+    EXPECT_EQ(targetContent("copy/c"), "bytes of t/c");
+    EXPECT_EQ(notes_.last.entriesDone, notes_.last.entriesFound);
+}
+
+TEST_P(CopyTreeContract, CopiesOnlyWhatHasChanged)
+{
+    makeTree();
+    TreeCopyOptions options;
+    options.preservesTimes = true;
+    ASSERT_TRUE(copy("t", "copy", options).isComplete());
+    notes_.finished.clear();
+    makeSource("t/a", "other, of another size");
+    ASSERT_TRUE(target().fileSetModTime(targetPath("copy/b/1"), moment(1'000'000'000)));
+    options.standing = TreeStanding::KeepSame;
+    const auto report = copy("t", "copy", options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.files, 2U);
+    EXPECT_EQ(report.skipped, 4U);
+    EXPECT_EQ(targetContent("copy/a"), "other, of another size");
+}
+
+TEST_P(CopyTreeContract, FailsForWhatStandsThereAndCopiesTheRest)
+{
+    makeTree();
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy/b"), false));
+    makeTarget("copy/b/2", "old");
+    TreeCopyOptions options;
+    options.standing = TreeStanding::Fail;
+    const auto report = copy("t", "copy", options);
+    EXPECT_EQ(report.failed, 1U);
+    EXPECT_THAT(notes_.failedEntries(), ElementsAre("b/2"));
+    EXPECT_EQ(report.failure.code(), FailureCode::Exists);
+    EXPECT_EQ(Failure::last().code(), FailureCode::Exists);
+    EXPECT_EQ(targetContent("copy/b/2"), "old");
+    EXPECT_EQ(targetContent("copy/b/1"), "bytes of t/b/1");
+}
+
+TEST_P(CopyTreeContract, ADryCopyChangesNothing)
+{
+    makeTree();
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy"), false));
+    makeTarget("copy/a", "old");
+    TreeCopyOptions options;
+    options.isDryRun = true;
+    options.standing = TreeStanding::Keep;
+    const auto report = copy("t", "copy", options);
+    EXPECT_TRUE(report.isComplete());
+    EXPECT_EQ(report.files, 5U);
+    EXPECT_EQ(report.skipped, 1U);
+    EXPECT_THAT(namesIn("copy"), ElementsAre("a"));
+    EXPECT_EQ(targetContent("copy/a"), "old");
+}
+
+TEST_P(CopyTreeContract, PreservesPermissionsAndTimes)
+{
+    makeTree();
+    const auto time = moment(1'234'567'890);
+    ASSERT_TRUE(source().fileSetPermissions(sourcePath("t/a"), Permissions{0640U}));
+    ASSERT_TRUE(source().fileSetModTime(sourcePath("t/a"), time));
+    ASSERT_TRUE(source().directorySetPermissions(sourcePath("t/b"), Permissions{0750U}));
+    ASSERT_TRUE(source().directorySetModTime(sourcePath("t/b"), time));
+    TreeCopyOptions options;
+    options.preservesPermissions = options.preservesTimes = true;
+    const auto report = copy("t", "copy", options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    for (const auto* name : {"copy/a", "copy/b"}) {
+        const auto info = target().fileInfo(targetPath(name));
+        ASSERT_TRUE(info) << name;
+        EXPECT_EQ(info->modTime, time) << name;
+        EXPECT_EQ(info->permissions.raw(), std::string(name) == "copy/a" ? 0640U : 0750U) << name;
+    }
+}
+
+TEST_P(CopyTreeContract, AFailureKeepsNothingElseFromBeingCopied)
+{
+    makeTree();
+    ASSERT_EQ(::mkfifo(localSourcePath(sourcePath("t/d/pipe")).c_str(), 0600), 0);
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy/c"), false));
+    makeTarget("copy/b", "a file where a directory is to be");
+    const auto report = copy("t", "copy");
+    EXPECT_THAT(notes_.failedEntries(), UnorderedElementsAre("b", "c", "d/pipe"));
+    EXPECT_EQ(report.failed, 3U);
+    EXPECT_FALSE(report.isStopped);
+    EXPECT_EQ(targetContent("copy/a"), "bytes of t/a");
+    EXPECT_EQ(targetContent("copy/b"), "a file where a directory is to be");
+    EXPECT_EQ(targetContent("copy/d/3"), "bytes of t/d/3");
+    EXPECT_THAT(namesIn("copy"), ElementsAre("a", "b", "c", "d", "empty"));
+    EXPECT_THAT(namesIn("copy/d"), ElementsAre("3"));
+}
+
+TEST_P(CopyTreeContract, WhatIsNotThereIsAFailureOfItsOwn)
+{
+    makeTree();
+    const auto report = copyTree(source(), target(),
+                                 {{sourcePath("t/nothing"), targetPath("nothing")},
+                                  {sourcePath("t/a"), targetPath("nowhere/a")},
+                                  {sourcePath("t/d"), targetPath("d")}},
+                                 notes_);
+    EXPECT_EQ(report.failed, 2U);
+    EXPECT_EQ(notes_.failures.front().second.code(), FailureCode::NotFound);
+    EXPECT_EQ(notes_.failures.front().second.path(), sourcePath("t/nothing"));
+    EXPECT_EQ(Failure::last().operation(), "copyTree");
+    EXPECT_THAT(targetNames(), ElementsAre("d"));
+}
+
+TEST_P(CopyTreeContract, StopsWhereTheObserverSaysSoAndLeavesNothingHalf)
+{
+    makeSourceDirectory("t");
+    const auto bytes = pseudoRandomBytes(8, 2'000'000);
+    for (const auto* name : {"t/1", "t/2", "t/3"}) {
+        makeSource(name, bytes);
+    }
+    notes_.mostBytes = 700'000;
+    const auto report = copy("t", "copy");
+    EXPECT_TRUE(report.isStopped);
+    EXPECT_EQ(Failure::last().code(), FailureCode::Cancelled);
+    EXPECT_THAT(notes_.failures, IsEmpty());
+    for (const auto& name : namesIn("copy")) {
+        EXPECT_TRUE(targetContent("copy/" + name) == bytes) << name;
+    }
+    EXPECT_LT(namesIn("copy").size(), 3U);
+}
+
+TEST_P(CopyTreeContract, AnExceptionOfTheObserverLeavesNothingHalf)
+{
+    makeTree();
+    makeSource("t/large", pseudoRandomBytes(9, 2'000'000));
+    notes_.throwsAt = "a";
+    EXPECT_THROW(copy("t", "copy"), std::runtime_error);
+    for (const auto& name : namesIn("copy")) {
+        EXPECT_NE(name.front(), '.') << name;
+    }
+}
+
+TEST_P(CopyTreeContract, CopiesLinksAsLinks)
+{
+    if (!require(capabilities().makesSymbolicLinks) ||
+        !require(capabilities().tellsRelativeTargets) || !require(capabilities().renamesLinks)) {
+        return;
+    }
+    makeTree();
+    ASSERT_TRUE(source().fileSymbolicLinkCreateAs("b", sourcePath("t/link"), true));
+    const auto report = copy("t", "copy");
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.links, 1U);
+    EXPECT_EQ(target().fileSymbolicLinkTarget(targetPath("copy/link")), "b");
+}
+
+TEST_P(CopyTreeContract, NeverCopiesATreeIntoItself)
+{
+    if (&source() != &target()) {
+        return;
+    }
+    makeTree();
+    const auto report =
+        copyTree(source(), target(), {{sourcePath("t"), sourcePath("t/b/copy")}}, notes_);
+    EXPECT_EQ(report.failed, 1U);
+    EXPECT_EQ(report.failure.code(), FailureCode::IntoItself);
+    EXPECT_THAT(source().directoryListFileNames(sourcePath("t/b")), ElementsAre("1", "2", "deep"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Contract, CopyTreeContract, testing::ValuesIn(copyRoutes()),
+                         copyRouteName);
+
+} // namespace
+
+} // namespace TarnisTest
