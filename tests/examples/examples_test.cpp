@@ -404,6 +404,30 @@ TEST_F(Examples, CopyTreeCopiesAWholeTree)
     EXPECT_THAT(missing.errorOutput, StartsWith("fileCopyAs " + directory_.file("no") + ", "));
 }
 
+TEST_F(Examples, UpdateTreeCopiesWhatHasChanged)
+{
+    directory_.makeDirectory("tree");
+    directory_.makeDirectory("tree/build");
+    directory_.write("tree/build/object", "left out");
+    directory_.write("tree/one", "1");
+    directory_.write("tree/two", "22");
+    const auto paths = arguments(account(), {directory_.file("tree"), directory_.file("copy")});
+    EXPECT_EQ(runExample("update_tree", paths).output,
+              "2 copied, 0 up to date, 0 failed; 3 bytes\n");
+    directory_.write("tree/two", "333");
+    const auto again = runExample("update_tree", paths);
+    EXPECT_EQ(again.output, "1 copied, 1 up to date, 0 failed; 3 bytes\n") << again.errorOutput;
+    EXPECT_EQ(readFile(directory_.file("copy/two")), "333");
+    EXPECT_FALSE(std::filesystem::exists(directory_.file("copy/build")));
+
+    directory_.makeDirectory("copy/three");
+    directory_.write("tree/three", "in the way");
+    const auto failing = runExample("update_tree", paths);
+    EXPECT_EQ(failing.status.code, 1);
+    EXPECT_EQ(failing.output, "0 copied, 2 up to date, 1 failed; 0 bytes\n");
+    EXPECT_THAT(failing.errorOutput, StartsWith("copy " + directory_.file("copy/three") + ": "));
+}
+
 TEST_F(Examples, FreeSpaceTellsTheRoom)
 {
     const std::string path = directory_.file("not/there/yet");

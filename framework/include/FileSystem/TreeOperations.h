@@ -141,6 +141,8 @@ struct TreeCopyOptions : TreeOptions
     bool preservesPermissions = false;
     /// As StorageSystemCopyOptionFlag::PreserveModTime.
     bool preservesTimes = false;
+    /// As StorageSystemCopyOptionFlag::InPlace.
+    bool isInPlace = false;
 };
 
 /// What is to be copied, and where to.

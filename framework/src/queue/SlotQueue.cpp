@@ -1,5 +1,6 @@
 #include "queue/SlotQueue.h"
 
+#include "path/EntryKind.h"
 #include "path/LinkResolution.h"
 #include "path/PathText.h"
 
@@ -141,6 +142,10 @@ std::optional<StorageSystemAttributes> SlotQueue::lookUpNow(const std::string& p
         return std::nullopt;
     }
     auto attributes = attributesOf(told->info);
+    // What passes for a directory may be a device.
+    if (isDirectory(told->info.type) && !isDirectoryItself(system_, path)) {
+        attributes.type = Utilities::Flags<StorageSystemFileTypeFlag>();
+    }
     attributes.owner = told->owner;
     if (told->isSticky) {
         attributes.specialBits = *told->isSticky ? stickyBit : 0U;

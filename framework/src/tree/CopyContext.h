@@ -4,8 +4,11 @@
 #include <FileSystem/TreeOperations.h>
 
 #include <cstdint>
+#include <functional>
 
 namespace FileSystem {
+
+class StorageSystem;
 
 /// What the transfers of one copy share.
 struct CopyContext
@@ -14,9 +17,18 @@ struct CopyContext
 
     StorageSystemQueue& source;
     StorageSystemQueue& target;
+    const StorageSystem& sourceSystem;
+    const StorageSystem& targetSystem;
     bool isSourceLocal;
     bool isTargetLocal;
     const TreeCopyOptions& options;
+
+    /// One file can be at both ends.
+    bool isOneSystem() const noexcept
+    {
+        return &sourceSystem == &targetSystem || (isSourceLocal && isTargetLocal);
+    }
+
     /// The copy was stopped: what is not done yet is not to be done any more.
     bool isStopped = false;
     /// What every new file that was looked at had. A permission that has been missing once is given
@@ -24,6 +36,8 @@ struct CopyContext
     Permissions givenToAll{0777U};
     std::uint64_t bytesHeld = 0; ///< Read and not written yet, or being read.
     std::uint64_t bytesDone = 0; ///< Written.
+    /// Is told when bytes have been written, and may stop the copy.
+    std::function<void()> written = {};
 };
 
 } // namespace FileSystem

@@ -67,10 +67,13 @@ void EntryTransfer::stop()
 /// Whether there is nothing left to go on with.
 bool EntryTransfer::isEnding()
 {
-    if (context_.isStopped && !isOver_ && !isGivenUp()) {
+    if (isOver_ || isPublishing_) {
+        return false;
+    }
+    if (context_.isStopped && !isGivenUp()) {
         giveUp(FailureCode::Cancelled, entry_.path);
     }
-    return isGivenUp() && !isOver_;
+    return isGivenUp();
 }
 
 void EntryTransfer::endIfIdle()
@@ -258,8 +261,13 @@ void EntryTransfer::lookedAgain(const Failure& failure, const Attributes& now)
 
 void EntryTransfer::publish()
 {
+    if (temporaryPath_ == entry_.target) {
+        published();
+        return;
+    }
+    isPublishing_ = true;
     if (mustBeNew_ || context_.options.standing == TreeStanding::Fail) {
-        context_.target.rename(temporaryPath_, entry_.target, then<>([this] { published(); }));
+        takeFreeName();
         return;
     }
     context_.target.replace(temporaryPath_, entry_.target, whatever<>([this](const Failure& why) {
@@ -268,25 +276,59 @@ void EntryTransfer::publish()
                                 } else if (isVague(why) && !context_.isTargetLocal) {
                                     replaceAfterLooking(why);
                                 } else {
-                                    giveUp(why);
+                                    refusedName(why);
                                 }
                             }));
+}
+
+void EntryTransfer::takeFreeName()
+{
+    context_.target.rename(temporaryPath_, entry_.target, whatever<>([this](const Failure& why) {
+                               if (why) {
+                                   refusedName(why);
+                               } else {
+                                   published();
+                               }
+                           }));
 }
 
 // Some servers replace whatever stands there, a directory with all below it as well.
 void EntryTransfer::replaceAfterLooking(const Failure& why)
 {
-    context_.target.lookUp(
-        entry_.target,
-        whatever<const Attributes&>([this, why](const Failure& failure, const auto& now) {
-            if (failure.code() == FailureCode::NotFound) {
-                context_.target.rename(temporaryPath_, entry_.target,
-                                       then<>([this] { published(); }));
-            } else if (failure) {
-                giveUp(why);
-            } else if (isReplaceable(now)) {
-                replaceInSteps();
+    context_.target.lookUp(entry_.target, whatever<const Attributes&>(
+                                              [this, why](const Failure& failure, const auto& now) {
+                                                  if (failure.code() == FailureCode::NotFound) {
+                                                      takeFreeName();
+                                                  } else if (failure) {
+                                                      giveUp(why);
+                                                  } else if (isReplaceable(now)) {
+                                                      replaceInSteps();
+                                                  }
+                                              }));
+}
+
+/// A renaming that is reported as failed may have been done all the same.
+void EntryTransfer::rename(const std::string& from, const std::string& to,
+                           std::function<void(const Failure&)> done)
+{
+    context_.target.rename(
+        from, to, whatever<>([this, from, to, done](const Failure& why) {
+            if (!why) {
+                done({});
+                return;
             }
+            const auto isThere = [done, why](const Failure& failure, const Attributes&) {
+                done(failure ? why : Failure());
+            };
+            const auto isGone = [this, to, done, why, isThere](const Failure& failure,
+                                                               const Attributes&) {
+                if (failure.code() == FailureCode::NotFound) {
+                    context_.target.lookUp(to, whatever<const Attributes&>(isThere));
+                } else {
+                    done(why);
+                }
+            };
+            context_.target.lookUp(from, whatever<const Attributes&>(isGone));
         }));
 }
 
@@ -295,33 +337,33 @@ void EntryTransfer::replaceAfterLooking(const Failure& why)
 void EntryTransfer::replaceInSteps()
 {
     const auto aside = besidePath(entry_.target, HiddenNameUse::SetAside);
-    context_.target.rename(entry_.target, aside, then<>([this, aside] { takePlaceOf(aside); }));
+    rename(entry_.target, aside, [this, aside](const Failure& why) {
+        if (why) {
+            refusedName(why);
+        } else {
+            takePlaceOf(aside);
+        }
+    });
 }
 
 void EntryTransfer::takePlaceOf(const std::string& aside)
 {
-    // Whatever stops the copy now: there would be nothing under the name.
-    isOver_ = true;
-    context_.target.rename(temporaryPath_, entry_.target,
-                           whatever<>([this, aside](const Failure& why) {
-                               if (why) {
-                                   bringBack(aside, why);
-                               } else {
-                                   removeReplaced(aside);
-                                   published();
-                               }
-                           }));
+    rename(temporaryPath_, entry_.target, [this, aside](const Failure& why) {
+        if (why) {
+            bringBack(aside, why);
+        } else {
+            removeReplaced(aside);
+            published();
+        }
+    });
 }
 
 void EntryTransfer::bringBack(const std::string& aside, const Failure& why)
 {
-    context_.target.rename(
-        aside, entry_.target, whatever<>([this, aside, why](const Failure& failure) {
-            isOver_ = false;
-            giveUp(failure ? newFailure(operation, entry_.target, FailureCode::Other,
-                                        why.cause() + "; what stood there is at " + aside)
-                           : why);
-        }));
+    rename(aside, entry_.target, [this, aside, why](const Failure& failure) {
+        const auto said = why.text().empty() ? "" : why.text() + "; ";
+        giveUp(failure ? withText(why, said + "what stood there is at " + aside) : why);
+    });
 }
 
 /// Under its hidden name nobody would look for it.

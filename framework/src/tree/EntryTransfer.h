@@ -80,7 +80,10 @@ protected:
     const std::string& temporaryPath() const noexcept { return temporaryPath_; }
 
     /// Another hidden name beside the target. False: there were enough of them.
-    bool takeTemporaryPath();
+    virtual bool takeTemporaryPath();
+
+    /// The entry is made under its own name.
+    void useFinalPath() { temporaryPath_ = entry_.target; }
 
     /// What stands at the hidden name is this transfer's, and goes with it.
     void ownTemporary() noexcept { isTemporaryOwned_ = true; }
@@ -99,6 +102,9 @@ protected:
 
     /// Gives the hidden file its name, and ends.
     void publish();
+
+    /// Gives up where the system does not give it its name.
+    virtual void refusedName(const Failure& why) { giveUp(why); }
 
     /// Gives up for this reason, as soon as nothing is in flight any more.
     void giveUp(const Failure& failure);
@@ -139,6 +145,20 @@ protected:
         };
     }
 
+    /// A completion that is called in any case: what was made must not be forgotten.
+    template <class... Results, class Next>
+    StorageSystemQueue::Completion<Results...> always(Next next)
+    {
+        ++inFlight_;
+        return [self = shared_from_this(), next = std::move(next)](const Failure& failure,
+                                                                   Results... results) mutable {
+            --self->inFlight_;
+            static_cast<void>(self->isEnding());
+            next(failure, std::forward<Results>(results)...);
+            self->endIfIdle();
+        };
+    }
+
 private:
     bool isEnding();
     void endIfIdle();
@@ -151,7 +171,10 @@ private:
     void skip();
     bool isReplaceable(const Attributes& now);
     void lookedAgain(const Failure& failure, const Attributes& now);
+    void takeFreeName();
     void replaceAfterLooking(const Failure& why);
+    void rename(const std::string& from, const std::string& to,
+                std::function<void(const Failure&)> done);
     void replaceInSteps();
     void takePlaceOf(const std::string& aside);
     void bringBack(const std::string& aside, const Failure& why);
@@ -167,7 +190,8 @@ private:
     bool standsStill_ = false;
     Done done_;
     std::size_t inFlight_ = 0;
-    bool isOver_ = false; ///< Published, or nothing but cleaning up is left.
+    bool isPublishing_ = false; ///< There may be nothing under the name: nothing stops it now.
+    bool isOver_ = false;       ///< Published, or nothing but cleaning up is left.
     std::string temporaryPath_;
     int nameTries_ = 0;
     bool isTemporaryOwned_ = false;

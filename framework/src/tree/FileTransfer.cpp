@@ -13,8 +13,8 @@ using Mode = StorageSystemFileOpenModeFlag;
 
 namespace {
 
-// What one operation moves.
-constexpr std::uint64_t pieceSize = 256U << 10U;
+// What one operation moves: what OpenSSH's server takes as one request.
+constexpr std::uint64_t pieceSize = 261'120;
 // To see whether a file has grown.
 constexpr std::uint64_t probeSize = 4U << 10U;
 // Of one file; together they are bounded by the memory that a copy may take.
@@ -49,12 +49,21 @@ FileTransfer::~FileTransfer() = default;
 void FileTransfer::begin()
 {
     context().source.openItself(entry().path, Mode::Read,
-                                then<File>([this](File file) { openedSource(file); }));
+                                always<File>([this](const Failure& why, File file) {
+                                    if (why) {
+                                        giveUp(why);
+                                    } else {
+                                        openedSource(file);
+                                    }
+                                }));
 }
 
 void FileTransfer::openedSource(File file)
 {
     sourceFile_ = file;
+    if (isGivenUp()) {
+        return;
+    }
     context().source.look(
         file, then<const Attributes&>([this](const auto& now) { lookedAtSource(now); }));
 }
@@ -68,6 +77,11 @@ void FileTransfer::lookedAtSource(const Attributes& now)
         return;
     }
     permissions_ = permissions_ & now.permissions.value_or(permissions_);
+    openTarget(now);
+}
+
+void FileTransfer::openTarget(const Attributes& /*source*/)
+{
     createTemporary();
 }
 
@@ -80,7 +94,10 @@ void FileTransfer::createTemporary()
     }
     context().target.open(temporaryPath(), Mode::Write | Mode::Create | Mode::Exclusive,
                           permissionsWhileFilled(),
-                          whatever<File>([this](const Failure& why, File file) {
+                          always<File>([this](const Failure& why, File file) {
+                              if (why && isGivenUp()) {
+                                  return;
+                              }
                               if (why) {
                                   refusedTemporary(why);
                               } else {
@@ -143,6 +160,15 @@ void FileTransfer::explainRefusal(const Failure& why)
     }
 }
 
+void FileTransfer::refusedName(const Failure& why)
+{
+    if (mayHelpToWriteInPlace() && isRefusalOfName(why)) {
+        giveUpOnlyInPlace(why);
+    } else {
+        giveUp(why);
+    }
+}
+
 /// About the target, with what the system said.
 void FileTransfer::giveUpOnlyInPlace(const Failure& why)
 {
@@ -158,13 +184,11 @@ bool FileTransfer::isSecret() const
     return areSecret(permissions_) || replacesSecret;
 }
 
-/// Where the source's are set in the end, they count from then on. The group of what is replaced
-/// comes last, and until then the file is in that of whoever makes it.
+/// Should the source's not be set in the end, a file that others may read is better off with what
+/// it can have. The group of what is replaced comes last, and until then the file is in that of
+/// whoever makes it.
 FileTransfer::Permissions FileTransfer::permissionsWhileFilled() const
 {
-    if (context().options.preservesPermissions) {
-        return ownerOnly;
-    }
     const auto permissions = replacesFile() && standing()->permissions
                                  ? withoutOwnOfGroup(permissions_ & *standing()->permissions)
                                  : permissions_;
@@ -179,6 +203,9 @@ void FileTransfer::createdTemporary(File file)
 {
     temporary_ = file;
     ownTemporary();
+    if (isGivenUp()) {
+        return;
+    }
     context().target.look(
         file, then<const Attributes&>([this](const auto& made) { lookedAtTemporary(made); }));
     if (isSecret() && !context().isTargetLocal) {
@@ -288,6 +315,7 @@ void FileTransfer::write(const Piece& piece)
                                }
                                written_ += piece.size;
                                context().bytesDone += piece.size;
+                               context().written();
                                endBytes();
                            }));
 }

@@ -16,7 +16,7 @@ namespace FileSystem {
 /// Permissions that are not to be preserved: a new file gets the source's, less the umask; one that
 /// is replaced keeps its own, and its owner and group where the system lets us. What the bytes go
 /// to is never open to more people than the source is and the file that it becomes.
-class FileTransfer final : public EntryTransfer
+class FileTransfer : public EntryTransfer
 {
 public:
     FileTransfer(CopyContext& context, TreeEntry entry, Standing standing, bool mustBeNew);
@@ -27,6 +27,30 @@ public:
 
     /// Begins to read the next piece.
     void readNext();
+
+protected:
+    /// Opens what is written to, when it is known what the source is, and begins to write. \param
+    /// source as it is open.
+    virtual void openTarget(const Attributes& source);
+
+    /// Gives the file what it is to have in the end, when all bytes are written, and closes it.
+    void goOnAfterLook() override;
+
+    /// The file that is written to, at temporaryPath().
+    void writeTo(File file) noexcept { temporary_ = file; }
+
+    const std::optional<File>& target() const noexcept { return temporary_; }
+
+    const std::optional<File>& source() const noexcept { return sourceFile_; }
+
+    Permissions sourcePermissions() const noexcept { return permissions_; }
+
+    std::uint64_t written() const noexcept { return written_; }
+
+    void beginWriting();
+    void setTime();
+    void setPermissions();
+    void closeTemporary();
 
 private:
     using Buffer = std::shared_ptr<std::vector<char>>;
@@ -39,8 +63,8 @@ private:
     };
 
     void begin() override;
-    void goOnAfterLook() override;
     void closeAll() override;
+    void refusedName(const Failure& why) override;
 
     void openedSource(File file);
     void lookedAtSource(const Attributes& now);
@@ -55,7 +79,6 @@ private:
     bool isSecret() const;
     Permissions permissionsWhileFilled() const;
     void narrowTo(Permissions permissions);
-    void beginWriting();
     Buffer newBuffer(std::uint64_t size);
     void read(const Piece& piece, std::uint64_t got);
     void write(const Piece& piece);
@@ -66,10 +89,7 @@ private:
     void takeOwner();
     void setFinal();
     Permissions finalPermissions() const;
-    void setTime();
-    void setPermissions();
     void keepOrLose(const Failure& why, const char* what);
-    void closeTemporary();
     void checkWritten(const Attributes& now);
     bool keepsTime(const Attributes& now) const;
 

@@ -25,17 +25,19 @@ void LinkTransfer::make()
         giveUp(FailureCode::Exists, temporaryPath());
         return;
     }
-    context().target.makeLink(text_, temporaryPath(), whatever<>([this](const Failure& why) {
-                                  if (why.code() == FailureCode::Exists) {
+    context().target.makeLink(text_, temporaryPath(), always<>([this](const Failure& why) {
+                                  if (why.code() == FailureCode::Exists && !isGivenUp()) {
                                       make();
                                       return;
                                   }
                                   // Also a link that does not read back as it should may have been
                                   // made.
-                                  ownTemporary();
+                                  if (why.code() != FailureCode::Exists) {
+                                      ownTemporary();
+                                  }
                                   if (why) {
                                       giveUp(why);
-                                  } else {
+                                  } else if (!isGivenUp()) {
                                       lookAgain();
                                   }
                               }));

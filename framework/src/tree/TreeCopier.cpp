@@ -5,6 +5,7 @@
 #include "path/PathText.h"
 #include "tree/DirectoryTransfer.h"
 #include "tree/FileTransfer.h"
+#include "tree/InPlaceTransfer.h"
 #include "tree/LinkTransfer.h"
 #include "tree/TreeLimits.h"
 
@@ -42,6 +43,23 @@ Value takeLast(std::vector<Value>& values)
     return last;
 }
 
+/// Whether a copy of the source would be inside of it, or cannot be told from that.
+bool leadsIntoItself(const StorageSystem& source, const std::string& sourcePath,
+                     const StorageSystem& target, const std::string& targetPath)
+{
+    // This machine has one tree, whichever object it is reached through.
+    const bool isOneSystem = &source == &target || (isLocal(source) && isLocal(target));
+    if (!isOneSystem) {
+        return false;
+    }
+    const auto from = placeOf(source, sourcePath);
+    const auto to = placeOf(target, targetPath);
+    if (!from || !to || PathText::isAbsolute(*from) != PathText::isAbsolute(*to)) {
+        return true;
+    }
+    return PathText::isWithin(*from, *to);
+}
+
 } // namespace
 
 /// A directory that is being copied. Lives as long as anything in it is still to be copied.
@@ -70,8 +88,9 @@ TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
     , options_(options)
     , work_({&source, &target}, observer, options)
 {
-    context_.reset(new CopyContext{work_.queue(0), work_.queue(1), isLocal(source), isLocal(target),
-                                   options_});
+    context_.reset(new CopyContext{work_.queue(0), work_.queue(1), source, target, isLocal(source),
+                                   isLocal(target), options_});
+    context_->written = [this] { tellProgress(); };
 }
 
 TreeCopier::~TreeCopier() = default;
@@ -104,18 +123,24 @@ void TreeCopier::run()
         if (!work_.isIdle()) {
             work_.pump();
         }
-        work_.progress().bytesDone = context_->bytesDone;
-        work_.tellProgress(isAllRead());
+        tellProgress();
     }
+}
+
+void TreeCopier::tellProgress()
+{
+    work_.progress().bytesDone = context_->bytesDone;
+    work_.tellProgress(isAllRead());
+    context_->isStopped = context_->isStopped || work_.isOver();
 }
 
 /// Once the work is over: those that nothing is in flight of would not notice.
 void TreeCopier::stopTransfers()
 {
-    if (!work_.isOver() || context_->isStopped) {
+    if (!work_.isOver() || areStopped_) {
         return;
     }
-    context_->isStopped = true;
+    areStopped_ = context_->isStopped = true;
     for (const auto& transfer : std::list(transfers_)) {
         transfer->stop();
     }
@@ -192,22 +217,6 @@ void TreeCopier::beginRoot(TreeEntry&& root)
         });
 }
 
-bool TreeCopier::leadsIntoItself(const TreeEntry& root) const
-{
-    // This machine has one tree, whichever object it is reached through.
-    const bool isOneSystem =
-        &source_ == &target_ || (context_->isSourceLocal && context_->isTargetLocal);
-    if (!isOneSystem) {
-        return false;
-    }
-    const auto source = placeOf(source_, root.path);
-    const auto target = placeOf(target_, root.target);
-    if (!source || !target || PathText::isAbsolute(*source) != PathText::isAbsolute(*target)) {
-        return true;
-    }
-    return PathText::isWithin(*source, *target);
-}
-
 void TreeCopier::begin(TreeEntry&& entry, const DirectoryPtr& parent)
 {
     if (isDirectory(entry.attributes)) {
@@ -224,7 +233,8 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent)
 {
     const std::size_t depth = parent != nullptr ? parent->depth + 1 : 0;
     const bool isTooDeep = depth >= maximumTreeDepth;
-    if (isTooDeep || (parent == nullptr && leadsIntoItself(entry))) {
+    if (isTooDeep ||
+        (parent == nullptr && leadsIntoItself(source_, entry.path, target_, entry.target))) {
         work_.fail(entry, newFailure("copy", entry.path,
                                      isTooDeep ? FailureCode::TooDeep : FailureCode::IntoItself));
         finishEntry(parent);
@@ -393,8 +403,14 @@ void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent)
         transfer = std::make_shared<LinkTransfer>(*context_, std::move(entry), std::move(standing),
                                                   mustBeNew);
     } else {
-        auto file = std::make_shared<FileTransfer>(*context_, std::move(entry), std::move(standing),
-                                                   mustBeNew);
+        std::shared_ptr<FileTransfer> file;
+        if (options_.isInPlace) {
+            file = std::make_shared<InPlaceTransfer>(*context_, std::move(entry),
+                                                     std::move(standing), mustBeNew);
+        } else {
+            file = std::make_shared<FileTransfer>(*context_, std::move(entry), std::move(standing),
+                                                  mustBeNew);
+        }
         readers_.push_back(file);
         transfer = std::move(file);
     }

@@ -34,6 +34,7 @@ private:
 
     void run();
     void abandon();
+    void tellProgress();
     void stopTransfers();
     bool hasStep() const;
     bool isAllRead() const;
@@ -41,7 +42,6 @@ private:
     void beginStep();
     void beginReads();
     void beginRoot(TreeEntry&& root);
-    bool leadsIntoItself(const TreeEntry& root) const;
     void begin(TreeEntry&& entry, const DirectoryPtr& parent);
     void enter(TreeEntry&& entry, const DirectoryPtr& parent);
     void beginDirectory(const DirectoryPtr& directory);
@@ -64,6 +64,7 @@ private:
     /// Counts the buffers of what is in flight, so it comes before the queues.
     std::unique_ptr<CopyContext> context_;
     TreeWork work_;
+    bool areStopped_ = false;
     std::vector<TreeEntry> roots_; ///< Still to be looked at; the next one last.
     std::vector<DirectoryPtr> toEnter_;
     std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.

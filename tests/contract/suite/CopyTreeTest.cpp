@@ -345,6 +345,45 @@ TEST_P(CopyTreeContract, AnExceptionOfTheObserverLeavesNothingHalf)
     }
 }
 
+TEST_P(CopyTreeContract, WritesInPlaceWhenWanted)
+{
+    makeSourceDirectory("t");
+    makeSource("t/file", "new bytes");
+    TreeCopyOptions options;
+    options.isInPlace = true;
+    for (const char* before : {"longer than what is copied", "short", ""}) {
+        ASSERT_TRUE(target().directoryMakePath(targetPath("copy"), false));
+        makeTarget("copy/file", before);
+        makeTargetHardLink("copy/file", "other name");
+        ASSERT_TRUE(target().fileSetPermissions(targetPath("copy/file"), Permissions{0640U}));
+        const auto report = copy("t", "copy", options);
+        EXPECT_TRUE(report.isComplete()) << report.failure.message();
+        EXPECT_EQ(targetContent("copy/file"), "new bytes");
+        EXPECT_EQ(targetContent("other name"), "new bytes") << "not the same file";
+        EXPECT_EQ(target().fileGetPermissions(targetPath("copy/file")), Permissions{0640U});
+        EXPECT_TRUE(target().fileRemove(targetPath("other name")));
+        EXPECT_TRUE(target().directoryRemove(targetPath("copy"), true));
+    }
+    EXPECT_TRUE(copy("t/file", "new", options).isComplete());
+    EXPECT_EQ(targetContent("new"), "new bytes");
+    EXPECT_THAT(targetNames(), ElementsAre("new"));
+}
+
+TEST_P(CopyTreeContract, WritesNothingInPlaceOfItsOwnSource)
+{
+    if (&source() != &target()) {
+        return;
+    }
+    makeSource("file", "bytes");
+    TreeCopyOptions options;
+    options.isInPlace = true;
+    const auto report = copyTree(source(), target(),
+                                 {{sourcePath("file"), sourceRoot() + "/./file"}}, notes_, options);
+    EXPECT_EQ(report.failed, 1U);
+    EXPECT_EQ(report.failure.code(), FailureCode::IntoItself);
+    EXPECT_EQ(sourceContent("file"), "bytes");
+}
+
 TEST_P(CopyTreeContract, CopiesLinksAsLinks)
 {
     if (!require(capabilities().makesSymbolicLinks) ||
