@@ -26,8 +26,8 @@ std::string amountOf(Kind kind, const Material& material)
 {
     constexpr std::uint64_t kib = 1024;
     constexpr std::uint64_t mib = 1024 * kib;
-    const std::string bytes = material.bytes < mib ? std::to_string(material.bytes / kib) + " KiB"
-                                                   : std::to_string(material.bytes / mib) + " MiB";
+    std::string bytes = material.bytes < mib ? std::to_string(material.bytes / kib) + " KiB"
+                                             : std::to_string(material.bytes / mib) + " MiB";
     if (!isTree(material)) {
         return bytes;
     }

@@ -107,6 +107,8 @@ Sections measureTransfer(const Bench& bench)
             const Place& place = places.placeFor(contest, sections);
             const Outcome outcome =
                 runContest({place.server, place.line, workload, effort}, contest);
+            // The whole takes long: what is known already is shown meanwhile.
+            printTable(std::cerr, {outcome.figures});
             sections.push_back(outcome.figures);
             bars.rows.push_back(outcome.bar);
             memory.rows.push_back(outcome.memory);
