@@ -12,7 +12,9 @@ bool hasAesInstructions()
 {
     // A session may be connected before the compiler's own initialization has run.
     __builtin_cpu_init();
-    return __builtin_cpu_supports("aes") != 0 && __builtin_cpu_supports("pclmul") != 0;
+    // An int with one compiler, a bool with another.
+    return static_cast<bool>(__builtin_cpu_supports("aes")) &&
+           static_cast<bool>(__builtin_cpu_supports("pclmul"));
 }
 
 #elif defined(__aarch64__) && defined(__linux__)
