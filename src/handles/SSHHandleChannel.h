@@ -47,6 +47,9 @@ public:
     /// Whether the channel was ever opened, and so has a number that it may be closed by.
     bool wasOpened() const noexcept { return opened_; }
 
+    /// Whether the channel was opened and is closed again. Under the lock.
+    bool isOver() const noexcept { return opened_ && ssh_channel_is_closed(getResource()) != 0; }
+
     /// Begins to take down how the server says that the command ended. To be called before the
     /// channel is opened; once is enough for each channel. Throws handle_fatal_error("invalid")
     /// when the handle is invalid.

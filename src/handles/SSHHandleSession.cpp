@@ -88,6 +88,16 @@ bool SSHHandleSession::mayHaveUnreadOutput() const
     });
 }
 
+std::size_t SSHHandleSession::openChannels() const
+{
+    const auto isOpen = [](const auto& child) {
+        const auto* const channel = dynamic_cast<const SSHHandleChannel*>(child.get());
+        return channel == nullptr || (channel->isValid() && !channel->isOver());
+    };
+    return abandoned_.size() +
+           static_cast<std::size_t>(std::count_if(children().begin(), children().end(), isOpen));
+}
+
 void SSHHandleSession::do_invalidate()
 {
     if (getResource() != nullptr) {

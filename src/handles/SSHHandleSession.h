@@ -7,6 +7,7 @@
 
 #include <libssh/libssh.h>
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +51,10 @@ public:
     /// once every channel that was opened was read to the end of its streams. SFTP has nothing to
     /// read but answers, which nobody waits for any more. To be called under the lock.
     bool mayHaveUnreadOutput() const;
+
+    /// How many channels the server has open for this session, as far as it is known: those that
+    /// are being opened, too. To be called under the lock.
+    std::size_t openChannels() const;
 
     void setSessionInterface(SSHSessionInterface* sessionInterface) noexcept
     {

@@ -165,7 +165,7 @@ std::size_t SFTPQueue::do_pending() const noexcept
 
 std::size_t SFTPQueue::do_capacity() const noexcept
 {
-    return SFTPLane::mostRequests;
+    return isFar_ ? SFTPLane::mostRequests * mostChannels(server_) : SFTPLane::mostRequests;
 }
 
 int SFTPQueue::do_descriptor() const noexcept
@@ -237,7 +237,7 @@ std::size_t SFTPQueue::do_pump(std::chrono::milliseconds limit)
             static_cast<void>(advance());
             return completed_;
         }
-        if (advance()) {
+        if (advance() || releaseParked()) {
             continue;
         }
         const auto now = Clock::now();
@@ -277,91 +277,16 @@ bool SFTPQueue::advance()
         advanceLanes();
         // What was sent has made room for more.
     } while (dispatchOwn() || dispatchAny());
+    const auto now = Clock::now();
     for (const Lane& lane : lanes_) {
         for (auto& answered : lane->connection->takeAnswered()) {
             answers_.push_back(std::move(answered));
+            lane->lastUsed = now;
         }
     }
+    openLanes();
+    giveBackLanes();
     return !answers_.empty();
-}
-
-void SFTPQueue::advanceLanes()
-{
-    for (const Lane& lane : lanes_) {
-        lane->connection->advance();
-    }
-    const auto reading = std::find_if(lanes_.begin(), lanes_.end(),
-                                      [](const Lane& lane) { return !lane->connection->isOver(); });
-    if (reading != lanes_.end()) {
-        (*reading)->connection->takeIn();
-    }
-    for (const Lane& lane : lanes_) {
-        lane->connection->settle();
-    }
-}
-
-/// A queue is of no use without what it belongs to.
-void SFTPQueue::endIfAbandoned()
-{
-    if (*isAlive_ && sftp_->isValid()) {
-        return;
-    }
-    for (const Lane& lane : lanes_) {
-        lane->connection->end("the file system has gone");
-    }
-}
-
-void SFTPQueue::dispatch()
-{
-    while (dispatchOwn() || dispatchAny()) {
-    }
-}
-
-/// Sends what only one lane can take, where it was started before what any lane may take.
-bool SFTPQueue::dispatchOwn()
-{
-    bool isAnySent = false;
-    for (const Lane& lane : lanes_) {
-        auto& waiting = lane->waiting;
-        while (!waiting.empty() && lane->hasRoom() &&
-               (waiting_.empty() || waiting.front().place < waiting_.front().place)) {
-            // It may put what comes after it in its place.
-            const auto send = std::move(waiting.front().send);
-            waiting.pop_front();
-            send();
-            isAnySent = true;
-        }
-    }
-    return isAnySent;
-}
-
-bool SFTPQueue::dispatchAny()
-{
-    const Lane lane = waiting_.empty() ? nullptr : leastLoaded();
-    if (lane == nullptr) {
-        return false;
-    }
-    const auto send = std::move(waiting_.front().send);
-    waiting_.pop_front();
-    send(lane);
-    return true;
-}
-
-/// The lane that takes the next request; null: none has room. One that is over takes it, and fails
-/// it, where no other is left.
-SFTPQueue::Lane SFTPQueue::leastLoaded() const
-{
-    const auto load = [](const SFTPLane& lane) {
-        return std::make_tuple(lane.connection->isOver(), lane.bytes, lane.handles,
-                               lane.connection->inFlight());
-    };
-    Lane best;
-    for (const Lane& lane : lanes_) {
-        if (best == nullptr || load(*lane) < load(*best)) {
-            best = lane;
-        }
-    }
-    return best;
 }
 
 } // namespace Tarnis

@@ -99,6 +99,13 @@ private:
     SFTPQueue(std::shared_ptr<SSHHandleSFTPSession> sftp, const FileSystem::FileSystem2& system,
               std::shared_ptr<const std::atomic<bool>> isAlive);
 
+    /// An open that the server refused while other files were open.
+    struct Parked
+    {
+        std::function<void()> tryAgain;
+        std::function<void()> giveUp;
+    };
+
     bool open();
     bool connect();
     bool awaitServer();
@@ -125,6 +132,14 @@ private:
     void callReady();
     /// False: nothing has been answered.
     bool advance();
+    void openLanes();
+    void giveBackLanes();
+    std::size_t lanesWanted() const;
+    /// How many the server may be asked for on one session.
+    static std::size_t mostChannels(SFTPServerKind server) noexcept;
+    std::size_t lanesAllowed(const SSHHandleSession& session) const;
+    bool isToBeGivenBack(const SFTPLane& lane) const;
+    void noteRefusedLane();
     void advanceLanes();
     void endIfAbandoned();
     void dispatch();
@@ -167,18 +182,26 @@ private:
                         const Attributes& wanted);
     void sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode, Permissions permissions,
                   bool exclusive);
-    void takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane, const Answer& answer,
-                    bool exclusive);
-    static void leave(const Lane& lane);
+    bool takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane,
+                    const Answer& answer);
+
+    void noteOpened() noexcept { ++opened_; }
+
+    void noteClosing() noexcept { ++closing_; }
+
+    void noteClosed(const Lane& lane);
+    /// False: nothing that was parked need be decided now.
+    bool releaseParked();
 
     using Reason =
         std::function<std::optional<FileSystem::FailureCode>(std::optional<std::uint32_t> kind)>;
 
     /// Fails for an answer. Where its status says little, looks what stands at a path first, and
     /// whether that is a reason.
+    /// \param tryAgain what is to be done where there is no reason but that too much is open.
     template <class... Results>
     void explain(const std::shared_ptr<Call<Results...>>& call, const Answer& answer,
-                 const std::string& path, Reason reason);
+                 const std::string& path, Reason reason, std::function<void()> tryAgain = nullptr);
 
     static std::optional<FileSystem::FailureCode> reasonIf(bool applies,
                                                            FileSystem::FailureCode reason);
@@ -210,6 +233,11 @@ private:
     std::uint64_t lastPlace_ = 0;
     std::deque<SFTPConnection::Answered> answers_;
     bool isPumping_ = false;
+    bool isFar_ = false;    ///< So that more than one channel may be worth it.
+    bool opensMore_ = true; ///< The server has not refused a channel yet.
+    std::deque<Parked> parked_;
+    std::size_t opened_ = 0;  ///< Files and directories that the server has open for the queue.
+    std::size_t closing_ = 0; ///< Of them, how many are being closed.
     std::size_t pending_ = 0;
     std::size_t completed_ = 0;
     std::map<File, std::shared_ptr<OpenFile>> files_;

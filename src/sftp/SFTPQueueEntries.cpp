@@ -103,7 +103,7 @@ void SFTPQueue::askKind(const std::string& path,
 
 template <class... Results>
 void SFTPQueue::explain(const std::shared_ptr<Call<Results...>>& call, const Answer& answer,
-                        const std::string& path, Reason reason)
+                        const std::string& path, Reason reason, std::function<void()> tryAgain)
 {
     const auto status = Call<>::statusOf(answer);
     // Most of what has no status of its own comes as this one.
@@ -114,15 +114,24 @@ void SFTPQueue::explain(const std::shared_ptr<Call<Results...>>& call, const Ans
         call->failFor(answer);
         return;
     }
-    askKind(path, [call, answer, reason = std::move(reason)](std::optional<std::uint32_t> kind) {
-        call->failFor(answer, {}, SFTPSubject::Path, reason(kind));
+    askKind(path, [this, call, answer, reason = std::move(reason),
+                   tryAgain = std::move(tryAgain)](std::optional<std::uint32_t> kind) {
+        const auto known = reason(kind);
+        const auto giveUp = [call, answer, known] {
+            call->failFor(answer, {}, SFTPSubject::Path, known);
+        };
+        if (known || tryAgain == nullptr || opened_ == 0) {
+            giveUp();
+        } else {
+            parked_.push_back({tryAgain, giveUp});
+        }
     });
 }
 
 template void SFTPQueue::explain(const std::shared_ptr<Call<File>>&, const Answer&,
-                                 const std::string&, Reason);
+                                 const std::string&, Reason, std::function<void()>);
 template void SFTPQueue::explain(const std::shared_ptr<Call<>>&, const Answer&, const std::string&,
-                                 Reason);
+                                 Reason, std::function<void()>);
 
 void SFTPQueue::endByAttributes(Call<const Attributes&>& call, const Answer& answer,
                                 SFTPSubject subject)
@@ -397,7 +406,7 @@ void SFTPQueue::do_readLink(const std::string& path, Completion<const std::strin
 }
 
 template void SFTPQueue::explain(const std::shared_ptr<Call<const std::string&>>&, const Answer&,
-                                 const std::string&, Reason);
+                                 const std::string&, Reason, std::function<void()>);
 
 void SFTPQueue::do_setAttributes(const std::string& path, const Attributes& attributes,
                                  Completion<> done)
@@ -475,15 +484,20 @@ void SFTPQueue::do_storageInfo(const std::string& path,
             const auto figures = !answer.isLost && answer.type == SFTPPacketType::ExtendedReply
                                      ? decodeVolumeFigures(answer.fields)
                                      : std::nullopt;
-            if (!figures) {
-                bySystem();
+            if (figures) {
+                StorageSystemStorageInfo info;
+                info.free = figures->freeBlocks * figures->fragmentSize;
+                info.available = figures->availableBlocks * figures->fragmentSize;
+                info.capacity = figures->blocks * figures->fragmentSize;
+                call->succeed(info);
                 return;
             }
-            StorageSystemStorageInfo info;
-            info.free = figures->freeBlocks * figures->fragmentSize;
-            info.available = figures->availableBlocks * figures->fragmentSize;
-            info.capacity = figures->blocks * figures->fragmentSize;
-            call->succeed(info);
+            const auto status = Call<>::statusOf(answer);
+            if (status && status->code == SFTPStatusCode::NoSuchFile) {
+                bySystem();
+            } else {
+                call->failFor(answer);
+            }
         });
 }
 

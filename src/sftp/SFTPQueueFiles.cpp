@@ -335,46 +335,76 @@ void SFTPQueue::sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode,
     if (mode.has(StorageSystemFileOpenModeFlag::Create)) {
         attributes.permissions = permissions.raw();
     }
-    askAny([this, call, mode, attributes, exclusive](const Lane& lane) {
+    askAny([=](const Lane& lane) {
         ++lane->handles;
         lane->connection->send(
             [&](SFTPPacketWriter& writer, std::uint32_t id) {
                 writer.open(id, call->path(), openFlagsOf(mode), attributes);
             },
-            [this, call, exclusive, lane](const Answer& answer) {
-                takeOpened(call, lane, answer, exclusive);
+            [=](const Answer& answer) {
+                if (takeOpened(call, lane, answer)) {
+                    return;
+                }
+                --lane->handles;
+                explain(
+                    call, answer, call->path(),
+                    [exclusive](std::optional<std::uint32_t> kind) {
+                        return exclusive && kind
+                                   ? std::make_optional(FailureCode::Exists)
+                                   : reasonIf(kind == directoryKind, FailureCode::IsDirectory);
+                    },
+                    [=] { sendOpen(call, mode, permissions, exclusive); });
             });
     });
 }
 
-void SFTPQueue::takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane,
-                           const Answer& answer, bool exclusive)
+bool SFTPQueue::takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane,
+                           const Answer& answer)
 {
     const auto handle = !answer.isLost && answer.type == SFTPPacketType::Handle
                             ? decodeHandle(answer.fields)
                             : std::nullopt;
-    if (handle) {
-        const File file{++lastFile_};
-        auto open = std::make_shared<OpenFile>();
-        open->path = call->path();
-        open->handle = *handle;
-        open->lane = lane;
-        files_.emplace(file, std::move(open));
-        call->succeed(file);
-        return;
+    if (!handle) {
+        return false;
     }
-    leave(lane);
-    explain(call, answer, call->path(), [exclusive](std::optional<std::uint32_t> kind) {
-        return exclusive && kind ? std::make_optional(FailureCode::Exists)
-                                 : reasonIf(kind == directoryKind, FailureCode::IsDirectory);
-    });
+    noteOpened();
+    const File file{++lastFile_};
+    auto open = std::make_shared<OpenFile>();
+    open->path = call->path();
+    open->handle = *handle;
+    open->lane = lane;
+    files_.emplace(file, std::move(open));
+    call->succeed(file);
+    return true;
 }
 
-/// A file or a directory is open no more there.
-void SFTPQueue::leave(const Lane& lane)
+/// A file or a directory is open no more there, so that another may be.
+void SFTPQueue::noteClosed(const Lane& lane)
 {
     --lane->handles;
-    lane->lastUsed = SFTPLane::Clock::now();
+    --opened_;
+    --closing_;
+    if (!parked_.empty()) {
+        const auto next = std::move(parked_.front());
+        parked_.pop_front();
+        next.tryAgain();
+    }
+}
+
+/// Once nothing is under way but what waits for something to be closed, nothing will be.
+bool SFTPQueue::releaseParked()
+{
+    if (parked_.empty() || closing_ > 0 || pending_ > parked_.size()) {
+        return false;
+    }
+    const auto next = std::move(parked_.front());
+    parked_.pop_front();
+    if (opened_ == 0) {
+        next.tryAgain();
+    } else {
+        next.giveUp();
+    }
+    return true;
 }
 
 void SFTPQueue::do_read(File file, std::uint64_t offset, char* buffer, std::uint64_t size,
@@ -442,6 +472,7 @@ void SFTPQueue::do_close(File file, Completion<> done)
 {
     withFile("close", file, std::move(done), [this, file](const auto& open, auto call) {
         files_.erase(file);
+        noteClosing();
         open->afterReads([this, open, call] {
             askOn(
                 open->lane,
@@ -449,7 +480,7 @@ void SFTPQueue::do_close(File file, Completion<> done)
                     writer.close(id, open->handle);
                 },
                 [this, open, call](const Answer& answer) {
-                    leave(open->lane);
+                    noteClosed(open->lane);
                     call->endBy(answer, {}, SFTPSubject::OpenFile);
                 });
         });

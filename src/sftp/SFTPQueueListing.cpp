@@ -65,10 +65,11 @@ private:
                                 ? decodeHandle(answer.fields)
                                 : std::nullopt;
         if (!handle) {
-            leave(lane_);
-            failFor(answer);
+            --lane_->handles;
+            failFor(answer, [self = shared_from_this()] { self->start(); });
             return;
         }
+        queue_.noteOpened();
         handle_ = *handle;
         askOn();
     }
@@ -189,12 +190,13 @@ private:
 
     void finish()
     {
+        queue_.noteClosing();
         queue_.askOn(
             lane_,
             [handle = handle_](SFTPPacketWriter& writer, std::uint32_t id) {
                 writer.close(id, handle);
             },
-            [lane = lane_](const Answer& /*answer*/) { leave(lane); });
+            [&queue = queue_, lane = lane_](const Answer& /*answer*/) { queue.noteClosed(lane); });
         if (failure_) {
             failFor(*failure_);
         } else if (problem_ != nullptr) {
@@ -204,7 +206,7 @@ private:
         }
     }
 
-    void failFor(const Answer& answer)
+    void failFor(const Answer& answer, std::function<void()> tryAgain = nullptr)
     {
         const auto status = Call<>::statusOf(answer);
         if (status && status->code == SFTPStatusCode::NoSuchFile) {
@@ -215,7 +217,7 @@ private:
                            });
             return;
         }
-        queue_.explain(call_, answer, call_->path(), reasonOf);
+        queue_.explain(call_, answer, call_->path(), reasonOf, std::move(tryAgain));
     }
 
     static std::optional<FailureCode> reasonOf(std::optional<std::uint32_t> kind)

@@ -1,0 +1,500 @@
+// The queue against servers that no honest program is: what is flawed fails the operations that it
+// is about, or the connection, never more, and nothing is written but into lent memory.
+
+#include "integration/sftp/HostileReplies.h"
+#include "integration/sftp/HostileTest.h"
+#include "integration/sftp/QueueTest.h"
+#include "support/PseudoRandom.h"
+#include "support/sftp/SftpWire.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <ostream>
+
+namespace TarnisTest {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace SftpActions;
+using FileSystem::Failure;
+using FileSystem::FailureCode;
+using FileSystem::StorageSystemAttributes;
+using FileSystem::StorageSystemEntry;
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::uint32_t kFile = 0100644;
+
+/// Memory for a read, and what lies around it.
+class LentMemory
+{
+public:
+    explicit LentMemory(std::size_t size)
+        : bytes_(margin + size + margin, '?')
+    {}
+
+    char* data() { return bytes_.data() + margin; }
+
+    std::string content(std::size_t size) const { return bytes_.substr(margin, size); }
+
+    bool isKept() const
+    {
+        const std::string around(margin, '?');
+        return bytes_.compare(0, margin, around) == 0 &&
+               bytes_.compare(bytes_.size() - margin, margin, around) == 0;
+    }
+
+private:
+    static constexpr std::size_t margin = 4'096;
+
+    std::string bytes_;
+};
+
+/// Whether an operation that has succeeded has done, or told, what is so. Null: nobody can say.
+using Check = std::function<bool()>;
+
+class HostileQueueTest : public HostileTest
+{
+public:
+    using Done = std::function<void(const Failure& failure, Check isRight)>;
+
+    // Each starts one operation.
+
+    void looksUp(Done done)
+    {
+        queue().lookUp(path("file"), [this, done](const Failure& failure, const auto& told) {
+            const bool isSize = !told.size || *told.size == content_.size();
+            done(failure, [isSize] { return isSize; });
+        });
+    }
+
+    void lists(Done done)
+    {
+        const auto names = std::make_shared<std::vector<std::string>>();
+        queue().list(
+            path("dir"),
+            [names](std::vector<StorageSystemEntry>& entries) {
+                for (const auto& entry : entries) {
+                    names->push_back(entry.name);
+                }
+                return true;
+            },
+            [names, done](const Failure& failure) {
+                done(failure, [names] {
+                    std::sort(names->begin(), names->end());
+                    return *names == std::vector<std::string>{"a", "b", "c"};
+                });
+            });
+    }
+
+    void reads(Done done)
+    {
+        const auto memory = std::make_shared<LentMemory>(content_.size());
+        queue().open(path("file"), kRead, {},
+                     [=](const Failure& why, StorageSystemQueue::File file) {
+                         if (why) {
+                             done(why, nullptr);
+                             return;
+                         }
+                         queue().read(file, 0, memory->data(), content_.size(),
+                                      [=](const Failure& failure, std::uint64_t count) {
+                                          EXPECT_TRUE(memory->isKept());
+                                          EXPECT_LE(count, content_.size());
+                                          const bool isRight = memory->content(count) == content_;
+                                          done(failure, [isRight] { return isRight; });
+                                      });
+                     });
+    }
+
+    void writes(Done done)
+    {
+        queue().open(path("new"), kWriteNew, StorageSystemQueue::Permissions(0644U),
+                     [=](const Failure& why, StorageSystemQueue::File file) {
+                         if (why) {
+                             done(why, nullptr);
+                             return;
+                         }
+                         const auto first = std::make_shared<Failure>();
+                         queue().write(file, 0, content_.data(), content_.size(),
+                                       [first](const Failure& failure) { *first = failure; });
+                         queue().close(file, [=](const Failure& failure) {
+                             done(*first ? *first : failure,
+                                  [this] { return readFile(path("new")) == content_; });
+                         });
+                     });
+    }
+
+    void makes(Done done)
+    {
+        queue().makeDirectory(path("new"), StorageSystemQueue::Permissions(0755U),
+                              [=](const Failure& failure) {
+                                  done(failure, [this] { return fs::is_directory(path("new")); });
+                              });
+    }
+
+    void removes(Done done)
+    {
+        queue().removeFile(path("file"), [=](const Failure& failure) {
+            done(failure, [this] { return !fs::exists(path("file")); });
+        });
+    }
+
+    void removesADirectory(Done done)
+    {
+        queue().removeDirectory(path("empty"), [=](const Failure& failure) {
+            done(failure, [this] { return !fs::exists(path("empty")); });
+        });
+    }
+
+    void renames(Done done)
+    {
+        queue().rename(path("file"), path("new"), [=](const Failure& failure) {
+            done(failure, [this] { return readFile(path("new")) == content_; });
+        });
+    }
+
+    void readsALink(Done done)
+    {
+        queue().readLink(path("link"), [=](const Failure& failure, const std::string& target) {
+            const bool isRight = target == "dir";
+            done(failure, [isRight] { return isRight; });
+        });
+    }
+
+    void setsPermissions(Done done)
+    {
+        StorageSystemAttributes wanted;
+        wanted.permissions = StorageSystemQueue::Permissions(0600U);
+        queue().setAttributes(path("file"), wanted, [=](const Failure& failure) {
+            done(failure,
+                 [this] { return fs::status(path("file")).permissions() == fs::perms(0600); });
+        });
+    }
+
+    void measures(Done done)
+    {
+        queue().storageInfo(path("file"), [=](const Failure& failure, const auto& info) {
+            const bool isRight = info.capacity == fs::space(path("file")).capacity;
+            done(failure, [isRight] { return isRight; });
+        });
+    }
+
+protected:
+    StorageSystemQueue& queue() { return *queue_; }
+
+    void dropQueue() { queue_.reset(); }
+
+    void openQueue()
+    {
+        queue_ = files().createQueue();
+        ASSERT_GE(queue_->descriptor(), 0);
+    }
+
+    const std::string& content() const { return content_; }
+
+    void fill()
+    {
+        for (const auto& entry : fs::directory_iterator(server().sftp().root())) {
+            fs::remove_all(entry);
+        }
+        put("file", content_);
+        fs::create_directories(path("empty"));
+        fs::create_directories(path("dir"));
+        for (const char* const name : {"dir/a", "dir/b", "dir/c"}) {
+            put(name, name);
+        }
+        fs::create_directory_symlink("dir", path("link"));
+    }
+
+    /// Nothing has happened to the file system, nor to the session, and a new queue works.
+    void expectOthersUnharmed()
+    {
+        const std::string root = server().sftp().root();
+        EXPECT_TRUE(files().fileInfo(root).has_value());
+        openQueue();
+        EXPECT_FALSE(*lookUpFailure(queue(), root));
+    }
+
+private:
+    const std::string content_ = pseudoRandomBytes(11, 600'000);
+    std::unique_ptr<StorageSystemQueue> queue_;
+};
+
+/// An operation, and the request whose reply is flawed.
+struct Attack
+{
+    const char* name;
+    SftpOccasion occasion;
+    void (HostileQueueTest::*start)(HostileQueueTest::Done);
+};
+
+// For the messages of failed assertions.
+void PrintTo(const Attack& attack, std::ostream* out)
+{
+    *out << attack.name;
+}
+
+class HostileQueueReplyTest : public HostileQueueTest, public ::testing::WithParamInterface<Attack>
+{
+protected:
+    void runThrough(const std::vector<Flaw>& flaws)
+    {
+        for (const Flaw& flaw : flaws) {
+            SCOPED_TRACE(flaw.name);
+            fill();
+            openQueue();
+            SftpScript script;
+            script.rules = {{GetParam().occasion, flaw.action}};
+            follow(script);
+            expectNoMistake(flaw);
+            follow({});
+            EXPECT_TRUE(returnsWithinASecond([this] { dropQueue(); }));
+            expectOthersUnharmed();
+        }
+    }
+
+private:
+    void expectNoMistake(const Flaw& flaw)
+    {
+        bool isAnswered = false;
+        (this->*GetParam().start)([&](const Failure& failure, const Check& isRight) {
+            EXPECT_FALSE(isAnswered) << "answered twice";
+            isAnswered = true;
+            if (failure) {
+                EXPECT_FALSE(failure.message().empty());
+            } else if (!isPlausible(flaw)) {
+                EXPECT_TRUE(isRight()) << "taken for a success";
+            }
+        });
+        // Beside it, an operation that has nothing to do with it.
+        bool isOtherAnswered = false;
+        queue().lookUp(server().sftp().root(),
+                       [&](const Failure& /*failure*/, const auto&) { isOtherAnswered = true; });
+        const auto end = std::chrono::steady_clock::now() +
+                         (flaw.mayWait ? milliseconds(100) : milliseconds(kGenerousLimit));
+        while (queue().pending() > 0 && std::chrono::steady_clock::now() < end) {
+            queue().pump(milliseconds(50));
+        }
+        if (!flaw.mayWait) {
+            EXPECT_TRUE(isAnswered) << "waits though the server has answered";
+            EXPECT_TRUE(isOtherAnswered) << "keeps others waiting";
+        }
+        dropQueue();
+    }
+
+    static bool isPlausible(const Flaw& flaw)
+    {
+        return std::count(flaw.plausibleTo.begin(), flaw.plausibleTo.end(),
+                          GetParam().occasion.request) > 0;
+    }
+};
+
+TEST_P(HostileQueueReplyTest, OfTheWrongKindIsNoSuccess)
+{
+    runThrough(wrongReplies());
+}
+
+TEST_P(HostileQueueReplyTest, InAWrongPacketIsNoSuccess)
+{
+    runThrough(wrongPackets());
+}
+
+using Test = HostileQueueTest;
+
+const Attack kAttacks[] = {
+    {"LookUp", nth(SftpPacket::Lstat, 1), &Test::looksUp},
+    {"ListOpendir", nth(SftpPacket::Opendir, 1), &Test::lists},
+    {"ListReaddir", nth(SftpPacket::Readdir, 1), &Test::lists},
+    {"ListSecondReaddir", nth(SftpPacket::Readdir, 2), &Test::lists},
+    {"ListClose", nth(SftpPacket::Close, 1), &Test::lists},
+    {"ReadOpen", nth(SftpPacket::Open, 1), &Test::reads},
+    {"ReadFirst", nth(SftpPacket::Read, 1), &Test::reads},
+    {"ReadLast", nth(SftpPacket::Read, 3), &Test::reads},
+    {"ReadEvery", every(SftpPacket::Read), &Test::reads},
+    {"WriteOpen", nth(SftpPacket::Open, 1), &Test::writes},
+    {"WriteSecond", nth(SftpPacket::Write, 2), &Test::writes},
+    {"WriteClose", nth(SftpPacket::Close, 1), &Test::writes},
+    {"MakeDirectory", nth(SftpPacket::Mkdir, 1), &Test::makes},
+    {"RemoveFile", nth(SftpPacket::Remove, 1), &Test::removes},
+    {"RemoveDirectory", nth(SftpPacket::Rmdir, 1), &Test::removesADirectory},
+    {"Rename", nth(SftpPacket::Rename, 1), &Test::renames},
+    {"RenameLstat", nth(SftpPacket::Lstat, 1), &Test::renames},
+    {"ReadLink", nth(SftpPacket::Readlink, 1), &Test::readsALink},
+    {"SetPermissions", nth(SftpPacket::Setstat, 1), &Test::setsPermissions},
+    {"Measure", nth(SftpPacket::Extended, 1), &Test::measures},
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, HostileQueueReplyTest, ::testing::ValuesIn(kAttacks),
+                         [](const auto& attack) { return attack.param.name; });
+
+/// An order that replies may come in.
+class QueueReplyOrderTest : public HostileQueueTest, public ::testing::WithParamInterface<SftpOrder>
+{};
+
+TEST_P(QueueReplyOrderTest, DoesNotMatter)
+{
+    const std::string content = pseudoRandomBytes(21, 5'000'000);
+    const std::string file = put("large", content);
+    openQueue();
+    const auto source = openFile(queue(), file, kRead);
+    const auto target = openFile(queue(), path("copy"), kWriteNew);
+    SftpScript script;
+    script.order = GetParam();
+    script.heldReplies = 7;
+    script.heldRequest = SftpPacket::Any;
+    follow(script);
+    LentMemory memory(content.size());
+    int answers = 0;
+    const auto count = [&answers](const Failure& failure, auto...) {
+        EXPECT_FALSE(failure) << failure.message();
+        ++answers;
+    };
+    queue().read(source, 0, memory.data(), content.size(), count);
+    queue().write(target, 0, content.data(), content.size(), count);
+    for (int question = 0; question < 50; ++question) {
+        queue().lookUp(file, count);
+    }
+    ASSERT_TRUE(finishInTime(queue()));
+    EXPECT_EQ(answers, 52);
+    EXPECT_TRUE(memory.content(content.size()) == content);
+    EXPECT_TRUE(memory.isKept());
+    EXPECT_TRUE(readFile(path("copy")) == content);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, QueueReplyOrderTest,
+                         ::testing::Values(SftpOrder::AsReceived, SftpOrder::Reversed,
+                                           SftpOrder::Shuffled));
+
+TEST_F(HostileQueueTest, TakesReadsThatAreCutShort)
+{
+    const std::string content = pseudoRandomBytes(22, 3'000'000);
+    const std::string file = put("large", content);
+    openQueue();
+    const auto source = openFile(queue(), file, kRead);
+    for (const std::uint64_t most : {100'000U, 32'768U, 5'000U}) {
+        SftpScript script;
+        script.maxReadReply = most;
+        follow(script);
+        LentMemory memory(content.size() + 10);
+        std::uint64_t count = 0;
+        queue().read(source, 0, memory.data(), content.size() + 10,
+                     [&](const Failure& failure, std::uint64_t got) {
+                         EXPECT_FALSE(failure) << failure.message();
+                         count = got;
+                     });
+        ASSERT_TRUE(finishInTime(queue()));
+        EXPECT_EQ(count, content.size());
+        EXPECT_TRUE(memory.content(count) == content);
+    }
+    // Each piece of such a size is asked for once, but for what it took to learn that.
+    EXPECT_LT(server().sftp().requestCount(SftpPacket::Read), 31U + 92U + 600U + 150U);
+}
+
+TEST_F(HostileQueueTest, AFileThatEndsEarlyIsThatShort)
+{
+    fill();
+    openQueue();
+    const auto source = openFile(queue(), path("file"), kRead);
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 2), refuse(SftpStatus::Eof)}};
+    follow(script);
+    LentMemory memory(content().size());
+    std::uint64_t count = 0;
+    queue().read(source, 0, memory.data(), content().size(),
+                 [&](const Failure& failure, std::uint64_t got) {
+                     EXPECT_FALSE(failure) << failure.message();
+                     count = got;
+                 });
+    ASSERT_TRUE(finishInTime(queue()));
+    EXPECT_EQ(count, 7U * 32'768U);
+    EXPECT_EQ(memory.content(count), content().substr(0, count));
+    EXPECT_TRUE(memory.isKept());
+}
+
+TEST_F(HostileQueueTest, HandsOutNoNameThatIsNone)
+{
+    fill();
+    for (const std::string& name : {std::string("../evil"), std::string("a/b"), std::string("/"),
+                                    std::string(), std::string("a\0b", 3), std::string("/tmp/x")}) {
+        SftpScript script;
+        script.fakeEntries = {{name, kFile}};
+        follow(script);
+        openQueue();
+        std::vector<std::string> names;
+        const auto failure = failureOf(queue(), [&](auto done) {
+            queue().list(
+                path("dir"),
+                [&names](std::vector<StorageSystemEntry>& entries) {
+                    for (const auto& entry : entries) {
+                        names.push_back(entry.name);
+                    }
+                    return true;
+                },
+                std::move(done));
+        });
+        EXPECT_EQ(failure->code(), FailureCode::Protocol) << name;
+        std::sort(names.begin(), names.end());
+        EXPECT_THAT(names, ElementsAre("a", "b", "c"));
+    }
+}
+
+TEST_F(HostileQueueTest, GivesUpAListingThatBringsNothing)
+{
+    fill();
+    SftpScript script;
+    script.rules = {
+        {every(SftpPacket::Readdir), answer(SftpPacket::Name, SftpWriter().number(0).bytes())}};
+    follow(script);
+    openQueue();
+    const auto failure = failureOf(queue(), [&](auto done) {
+        queue().list(
+            path("dir"), [](auto&) { return true; }, std::move(done));
+    });
+    EXPECT_EQ(failure->code(), FailureCode::Protocol);
+}
+
+TEST_F(HostileQueueTest, ALostServerFailsAllThatIsUnderWayOnce)
+{
+    fill();
+    openQueue();
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Lstat, 40), SftpActions::exit()}};
+    follow(script);
+    int done = 0;
+    int lost = 0;
+    for (int question = 0; question < 200; ++question) {
+        queue().lookUp(path("file"), [&](const Failure& failure, const auto&) {
+            EXPECT_TRUE(!failure || failure.code() == FailureCode::ConnectionLost);
+            ++(failure ? lost : done);
+        });
+    }
+    ASSERT_TRUE(finishInTime(queue()));
+    EXPECT_EQ(done + lost, 200);
+    EXPECT_GE(lost, 161);
+    follow({});
+    expectOthersUnharmed();
+}
+
+TEST_F(HostileQueueTest, IsReplacedWhereTheServerGreetsInAnotherTongue)
+{
+    fill();
+    for (const SftpAction& greeting :
+         {answer(SftpPacket::Version, ""), sendRaw("Welcome to this host!\n"), SftpActions::exit(),
+          sendRaw(std::string("\0\0\0\5\2\0\0\0\2", 9)),
+          sendRaw(std::string("\0\0\0\5\2\0\0\0\6", 9)), breakOff(3)}) {
+        SftpScript script;
+        script.rules = {{every(SftpPacket::Init), greeting}};
+        follow(script);
+        const auto other = files().createQueue();
+        EXPECT_LT(other->descriptor(), 0);
+        EXPECT_FALSE(*lookUpFailure(*other, path("file")));
+    }
+}
+
+} // namespace
+
+} // namespace TarnisTest

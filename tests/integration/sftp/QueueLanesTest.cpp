@@ -1,0 +1,302 @@
+// How many channels a queue has, and what becomes of its operations with them.
+
+#include "integration/sftp/QueueTest.h"
+#include "support/PseudoRandom.h"
+#include "support/TcpProxy.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <csignal>
+#include <deque>
+#include <fstream>
+#include <set>
+
+namespace TarnisTest {
+
+namespace {
+
+using namespace SftpActions;
+using FileSystem::Failure;
+using FileSystem::FailureCode;
+using std::chrono::milliseconds;
+
+/// A scripted SFTP server at the other end of a long line.
+class QueueLanesTest : public ::testing::Test
+{
+protected:
+    static constexpr std::size_t fileSize = 1'500'000;
+
+    void startFar(OpenSshOptions options = {}, milliseconds delay = milliseconds(10))
+    {
+        if (!requireServer(ScriptedSftpServer::availability())) {
+            return;
+        }
+        server_ = std::make_unique<ScriptedSftpServer>(SftpScript(), std::move(options));
+        proxy_ = std::make_unique<TcpProxy>(server_->ssh().port());
+        proxy_->setDelay(TcpProxy::ToServer, delay);
+        proxy_->setDelay(TcpProxy::ToClient, delay);
+        client_ = std::make_unique<SftpClient>(accessTo(server_->ssh()).through(*proxy_));
+        ASSERT_TRUE(client_->hasFiles());
+        queue_ = client_->files().createQueue();
+    }
+
+    static OpenSshOptions withSessions(int most)
+    {
+        OpenSshOptions options;
+        options.maxSessions = most;
+        return options;
+    }
+
+    StorageSystemQueue& queue() { return *queue_; }
+
+    ScriptedSftp& server() { return server_->sftp(); }
+
+    SftpClient& client() { return *client_; }
+
+    void putFiles(int count)
+    {
+        for (int number = 0; number < count; ++number) {
+            const std::string name = "file" + std::to_string(number);
+            contents_.push_back(pseudoRandomBytes(static_cast<std::uint64_t>(number), fileSize));
+            std::ofstream(server().path(name), std::ios::binary) << contents_.back();
+        }
+    }
+
+    /// Reads every file, many at once, and expects the right bytes.
+    class Reading
+    {
+    public:
+        explicit Reading(QueueLanesTest& test)
+            : test_(test)
+        {}
+
+        /// \param inTheMiddle is called once, after some.
+        void run(const std::function<void()>& inTheMiddle = nullptr)
+        {
+            inTheMiddle_ = inTheMiddle;
+            for (int atOnce = 0; atOnce < 24; ++atOnce) {
+                startNext();
+            }
+            ASSERT_TRUE(finishInTime(test_.queue()));
+            EXPECT_EQ(done_ + lost_, test_.contents_.size());
+        }
+
+        std::size_t lost() const { return lost_; }
+
+    private:
+        void startNext()
+        {
+            if (buffers_.size() == test_.contents_.size()) {
+                return;
+            }
+            const std::size_t number = buffers_.size();
+            buffers_.emplace_back(fileSize, '?');
+            const std::string path = test_.server().path("file" + std::to_string(number));
+            test_.queue().open(path, kRead, {},
+                               [this, number](const Failure& why, StorageSystemQueue::File file) {
+                                   if (why) {
+                                       noteLost(why);
+                                   } else {
+                                       read(number, file);
+                                   }
+                               });
+        }
+
+        void read(std::size_t number, StorageSystemQueue::File file)
+        {
+            test_.queue().read(file, 0, buffers_[number].data(), fileSize,
+                               [this, number](const Failure& failure, std::uint64_t) {
+                                   if (failure) {
+                                       noteLost(failure);
+                                   } else {
+                                       noteRead(number);
+                                   }
+                               });
+            test_.queue().close(file, [](const Failure&) {});
+        }
+
+        void noteLost(const Failure& failure)
+        {
+            EXPECT_EQ(failure.code(), FailureCode::ConnectionLost) << failure.message();
+            ++lost_;
+            startNext();
+        }
+
+        void noteRead(std::size_t number)
+        {
+            EXPECT_TRUE(buffers_[number] == test_.contents_[number]) << number;
+            if (++done_ == test_.contents_.size() / 2 && inTheMiddle_) {
+                inTheMiddle_();
+            }
+            startNext();
+        }
+
+        QueueLanesTest& test_;
+        std::function<void()> inTheMiddle_;
+        std::deque<std::string> buffers_;
+        std::size_t done_ = 0;
+        std::size_t lost_ = 0;
+    };
+
+    void readFiles()
+    {
+        Reading reading(*this);
+        reading.run();
+        EXPECT_EQ(reading.lost(), 0U);
+    }
+
+    /// The server processes that have read something, the file system's own not counted.
+    std::set<int> readers() const
+    {
+        std::set<int> sessions;
+        for (const SftpEvent& event : server_->sftp().events()) {
+            if (event.request == SftpPacket::Read) {
+                sessions.insert(event.session);
+            }
+        }
+        return sessions;
+    }
+
+    /// How many server processes have begun, that of the file system too.
+    std::size_t sessionCount() const { return server_->sftp().requestCount(SftpPacket::Init); }
+
+private:
+    std::unique_ptr<ScriptedSftpServer> server_;
+    std::unique_ptr<TcpProxy> proxy_;
+    std::unique_ptr<SftpClient> client_;
+    std::unique_ptr<StorageSystemQueue> queue_;
+    std::vector<std::string> contents_;
+};
+
+TEST_F(QueueLanesTest, OneChannelDoesForAServerThatIsNear)
+{
+    startFar({}, milliseconds(0));
+    putFiles(24);
+    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    readFiles();
+    EXPECT_EQ(readers().size(), 1U);
+}
+
+TEST_F(QueueLanesTest, MuchWorkFarAwayIsSpreadOverChannelsThatAreGivenBack)
+{
+    startFar();
+    putFiles(64);
+    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    readFiles();
+    EXPECT_GT(readers().size(), 2U);
+    EXPECT_LE(sessionCount(), 8U);
+    // The server has ten: all others are free again.
+    std::vector<std::unique_ptr<StorageSystemQueue>> others;
+    while (others.size() < 8) {
+        // The server takes a moment for each that is closed.
+        ASSERT_TRUE(waitUntil([&] {
+            auto other = client().files().createQueue();
+            const bool hasChannel = other->descriptor() >= 0;
+            if (hasChannel) {
+                others.push_back(std::move(other));
+            }
+            return hasChannel;
+        })) << others.size();
+    }
+    readFiles();
+}
+
+TEST_F(QueueLanesTest, LittleWorkFarAwayHasOneChannel)
+{
+    startFar();
+    putFiles(1);
+    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    readFiles();
+    EXPECT_EQ(sessionCount(), 2U);
+}
+
+TEST_F(QueueLanesTest, ManyQuestionsFarAwayAreSpreadToo)
+{
+    startFar();
+    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    EXPECT_GT(queue().capacity(), 128U);
+    int answers = 0;
+    for (int question = 0; question < 3'000; ++question) {
+        queue().lookUp(server().root(), [&answers](const Failure& failure, const auto&) {
+            EXPECT_FALSE(failure) << failure.message();
+            ++answers;
+        });
+    }
+    ASSERT_TRUE(finishInTime(queue()));
+    EXPECT_EQ(answers, 3'000);
+    EXPECT_GT(sessionCount(), 3U);
+    EXPECT_LE(server().mostInFlight(SftpPacket::Lstat), 128U);
+}
+
+class QueueSessionsTest : public QueueLanesTest, public ::testing::WithParamInterface<int>
+{};
+
+TEST_P(QueueSessionsTest, AreNoMoreThanTheServerAllows)
+{
+    startFar(withSessions(GetParam()));
+    putFiles(64);
+    EXPECT_EQ(queue().descriptor() >= 0, GetParam() > 1);
+    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    Reading reading(*this);
+    reading.run([this] {
+        // Where there is more than one channel, one is left for commands.
+        EXPECT_TRUE(GetParam() < 3 ||
+                    waitUntil([this] { return client().session().execute("true").succeeded(); }));
+    });
+    EXPECT_EQ(reading.lost(), 0U);
+    EXPECT_LE(sessionCount(), static_cast<std::size_t>(GetParam()));
+}
+
+INSTANTIATE_TEST_SUITE_P(OfOneConnection, QueueSessionsTest, ::testing::Values(1, 2, 3, 10));
+
+TEST_F(QueueLanesTest, AChannelThatIsLostTakesNoOtherWithIt)
+{
+    startFar();
+    putFiles(64);
+    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    Reading reading(*this);
+    reading.run([this] {
+        const auto sessions = readers();
+        ASSERT_GT(sessions.size(), 1U);
+        ::kill(*sessions.rbegin(), SIGKILL);
+    });
+    EXPECT_GT(reading.lost(), 0U);
+    EXPECT_LT(reading.lost(), 24U);
+    readFiles();
+    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+}
+
+TEST_F(QueueLanesTest, OpensWaitForTheServersHandles)
+{
+    startFar({}, milliseconds(0));
+    putFiles(12);
+    SftpScript script;
+    // As a server does that has no handle left.
+    script.rules = {{{SftpPacket::Open, 4, 5}, refuse(SftpStatus::Failure)},
+                    {{SftpPacket::Open, 12, 3}, refuse(SftpStatus::Failure)}};
+    server().setScript(script);
+    readFiles();
+}
+
+TEST_F(QueueLanesTest, OpensDoNotWaitForWhatNobodyCloses)
+{
+    startFar({}, milliseconds(0));
+    putFiles(2);
+    const auto kept = openFile(queue(), server().path("file0"), kRead);
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Open), refuse(SftpStatus::Failure)}};
+    server().setScript(script);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const auto failure = failureOf<StorageSystemQueue::File>(queue(), [this](auto done) {
+            queue().open(server().path("file1"), kRead, {}, std::move(done));
+        });
+        EXPECT_EQ(failure->number(), static_cast<int>(SftpStatus::Failure));
+        queue().close(kept, [attempt](const Failure& why) { EXPECT_EQ(bool(why), attempt > 0); });
+        ASSERT_TRUE(finishInTime(queue()));
+    }
+}
+
+} // namespace
+
+} // namespace TarnisTest
