@@ -8,8 +8,6 @@ namespace {
 
 constexpr std::uint32_t mostReserved = 65'536;
 constexpr std::uint32_t smallRequest = 1'024;
-// What may arrive before the receive window is looked after again.
-constexpr std::uint64_t arrivalStep = std::uint64_t{1} << 20U;
 
 } // namespace
 

@@ -22,6 +22,9 @@ public:
     /// A server may refuse more, though larger ones are common.
     static constexpr std::uint32_t largestWrite = 256'000;
 
+    /// What may arrive before the receive window is looked after again.
+    static constexpr std::uint64_t arrivalStep = std::uint64_t{1} << 20U;
+
     /// A request was sent whose reply will bring so many bytes.
     void addRead(std::uint32_t id, std::uint32_t length);
 

@@ -151,6 +151,18 @@ void SFTPConnection::takeIn()
     }
 }
 
+void SFTPConnection::keepWide()
+{
+    const ssh_channel channel = channel_->getResource();
+    if (channel == nullptr || phase_ != Phase::Ready || arrived_ < SFTPFlow::arrivalStep) {
+        return;
+    }
+    const SocketWakeUp::Awake awake(wakeUp_);
+    const SessionBlockingGuard guard(channel, 0);
+    arrived_ = 0;
+    window_.widen(channel);
+}
+
 void SFTPConnection::settle()
 {
     const ssh_channel channel = channel_->getResource();
@@ -217,6 +229,7 @@ std::vector<SFTPConnection::Answered> SFTPConnection::takeAnswered()
 
 void SFTPConnection::received(std::string_view bytes) noexcept
 {
+    arrived_ += bytes.size();
     try {
         static_cast<void>(splitter_.take(bytes));
     } catch (...) {

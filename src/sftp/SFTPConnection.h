@@ -3,6 +3,7 @@
 #include "handles/ChannelInput.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SocketWakeUp.h"
+#include "sftp/SFTPReceiveWindow.h"
 #include "sftp/wire/SFTPExtension.h"
 #include "sftp/wire/SFTPPacketReceiver.h"
 #include "sftp/wire/SFTPPacketSplitter.h"
@@ -91,6 +92,9 @@ public:
     /// Takes in what has arrived at the session, for this channel and all others.
     void takeIn();
 
+    /// Lets the server send further ahead than libssh does by itself: for who reads much.
+    void keepWide();
+
     /// Ends the connection where what was taken in, here or by another channel, says so.
     void settle();
 
@@ -159,6 +163,8 @@ private:
     std::shared_ptr<SSHHandleChannel> channel_;
     SocketWakeUp& wakeUp_;
     SFTPPacketSplitter splitter_;
+    SFTPReceiveWindow window_;
+    std::uint64_t arrived_ = SFTPFlow::arrivalStep; ///< Since the window was widened.
     Phase phase_ = Phase::Opening;
     bool hasMoved_ = false;
     std::string error_;

@@ -28,6 +28,9 @@ void SFTPQueue::advanceLanes()
 {
     for (const Lane& lane : lanes_) {
         lane->connection->advance();
+        if (lane->bytes > shareOfALane) {
+            lane->connection->keepWide();
+        }
     }
     const auto reading = std::find_if(lanes_.begin(), lanes_.end(),
                                       [](const Lane& lane) { return !lane->connection->isOver(); });

@@ -12,9 +12,13 @@ constexpr std::uint32_t widest = std::uint32_t{6} << 20U;
 
 void SFTPReceiveWindow::keepWide(sftp_file file, SFTPFlow& flow)
 {
-    if (!flow.takeArrived()) {
-        return;
+    if (flow.takeArrived()) {
+        widen(file->sftp->channel);
     }
+}
+
+void SFTPReceiveWindow::widen(ssh_channel channel)
+{
     if (spare_ == nullptr) {
         // Never touched as a rule, so it costs an address range and no memory.
         spare_.reset(new char[widest]);
@@ -22,7 +26,7 @@ void SFTPReceiveWindow::keepWide(sftp_file file, SFTPFlow& flow)
     // libssh widens the window for a reader who wants more than fits into it. The error output of
     // the channel has the same window, and nothing in it belongs to SFTP. Where a version does not
     // do that, nothing has changed; and what is broken shows at the next reply.
-    static_cast<void>(ssh_channel_read_timeout(file->sftp->channel, spare_.get(), widest, 1, 0));
+    static_cast<void>(ssh_channel_read_timeout(channel, spare_.get(), widest, 1, 0));
 }
 
 } // namespace Tarnis

@@ -5,6 +5,7 @@
 #include "support/TcpProxy.h"
 
 #include <gmock/gmock.h>
+#include <libssh/libssh.h>
 
 #include <algorithm>
 #include <csignal>
@@ -53,6 +54,8 @@ protected:
     ScriptedSftp& server() { return server_->sftp(); }
 
     SftpClient& client() { return *client_; }
+
+    TcpProxy& proxy() { return *proxy_; }
 
     void putFiles(int count)
     {
@@ -209,6 +212,42 @@ TEST_F(QueueLanesTest, LittleWorkFarAwayHasOneChannel)
     EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
     readFiles();
     EXPECT_EQ(sessionCount(), 2U);
+}
+
+// SFTPReceiveWindow says what this relies on.
+TEST_F(QueueLanesTest, AServerMaySendFurtherAheadForOneFile)
+{
+    startFar({}, milliseconds(0));
+    const std::string content = pseudoRandomBytes(1, 24'000'000);
+    const std::string name = server().path("large");
+    std::ofstream(name, std::ios::binary) << content;
+    const auto file = openFile(queue(), name, kRead);
+    std::string buffer(content.size(), '?');
+    bool isRead = false;
+    queue().read(file, 0, buffer.data(), buffer.size(),
+                 [&isRead](const Failure& failure, std::uint64_t) { isRead = !failure; });
+    const auto forwarded = [this] { return proxy().forwardedBytes(TcpProxy::ToClient); };
+    const std::uint64_t before = forwarded();
+    while (forwarded() < before + 8'000'000) {
+        queue().pump(milliseconds(1));
+    }
+    // From here on the server sends what the window lets it.
+    proxy().stall(TcpProxy::ToServer);
+    const std::uint64_t stalled = forwarded();
+    std::uint64_t last = 0;
+    while (last != forwarded()) {
+        last = forwarded();
+        for (int round = 0; round < 30; ++round) {
+            queue().pump(milliseconds(10));
+        }
+    }
+    EXPECT_FALSE(isRead);
+    EXPECT_GT(last - stalled,
+              LIBSSH_VERSION_INT < SSH_VERSION_INT(0, 11, 0) ? 3'000'000U : 900'000U);
+    proxy().resume();
+    ASSERT_TRUE(finishInTime(queue()));
+    EXPECT_TRUE(isRead);
+    EXPECT_TRUE(buffer == content);
 }
 
 TEST_F(QueueLanesTest, ManyQuestionsFarAwayAreSpreadToo)
