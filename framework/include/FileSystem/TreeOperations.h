@@ -51,6 +51,10 @@ public:
     /// along, and is not read.
     virtual bool wants(const TreeEntry& entry);
 
+    /// Which of two subdirectories of one directory walkTree() is to walk first, where that is not
+    /// to be the one whose name has the smaller bytes: a strict weak ordering.
+    virtual bool comesFirst(const TreeEntry& left, const TreeEntry& right);
+
     /// The operation has done what it does for an entry: it is removed or copied, or, of a
     /// directory that is walked, wants() was called for all that is in it.
     virtual void done(const TreeEntry& entry);
@@ -96,8 +100,8 @@ struct TreeOptions
 
 /// Walks trees: calls wants() for each root and for all that is in a directory that is wanted, in
 /// ascending order of the bytes of their names, then done() for that directory; then for its
-/// subdirectories in that order, each with all that is below it before the next. Without following
-/// a symbolic link; a root that is one is told as one.
+/// subdirectories in the order of comesFirst(), each with all that is below it before the next.
+/// Without following a symbolic link; a root that is one is told as one.
 ///
 /// Failures: a directory that cannot be read, or not to its end, is told after the entries that
 /// were read. An entry with a name that would lead elsewhere is told with its directory and left
@@ -114,9 +118,10 @@ FILESYSTEM_EXPORT TreeReport walkTree(const StorageSystem& system,
 /// wanted stays, and so do the directories that it is in.
 ///
 /// Failures: what cannot be removed, with the reason. For a directory whose entries cannot be read
-/// that reason is told, unless it can be removed all the same since it is empty. A root at which
-/// nothing stands fails with NotFound, one without a name of its own ("/", "..") with BadName. A
-/// lost connection ends the removal, and is told once.
+/// that reason is told, unless it can be removed all the same since it is empty. One with an entry
+/// whose name would lead elsewhere stays, and is told (Protocol). A root at which nothing stands
+/// fails with NotFound, one without a name of its own ("/", "..") with BadName. A lost connection
+/// ends the removal, and is told once.
 ///
 /// Blocks until all was removed or has failed. Any thread; takes no lock while it waits.
 FILESYSTEM_EXPORT TreeReport removeTree(const StorageSystem& system,

@@ -37,6 +37,11 @@ bool TreeObserver::wants(const TreeEntry& /*entry*/)
     return true;
 }
 
+bool TreeObserver::comesFirst(const TreeEntry& left, const TreeEntry& right)
+{
+    return left.path < right.path;
+}
+
 void TreeObserver::done(const TreeEntry& /*entry*/) {}
 
 void TreeObserver::skipped(const TreeEntry& /*entry*/) {}

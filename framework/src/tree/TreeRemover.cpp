@@ -156,6 +156,10 @@ void TreeRemover::take(const DirectoryPtr& directory, DirectoryContents& content
         work_.fail(entryBelow(directory->entry, {PathText::fileName(failure.path()), {}}), failure);
     }
     directory->whyUnread = std::move(contents.failure);
+    if (directory->whyUnread.code() == FailureCode::Protocol) {
+        // There is something in it that cannot be named, whatever the system says of the directory.
+        directory->isKept = true;
+    }
     chooseWanted(*directory, contents);
     directory->unfinished = directory->entries.size();
     held_ += directory->entries.size();

@@ -4,6 +4,7 @@
 #include "path/PathText.h"
 #include "tree/TreeLimits.h"
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 
@@ -121,6 +122,9 @@ void TreeWalker::tellDirectory(Step& directory)
     } else {
         work_.done(directory.entry);
     }
+    std::stable_sort(inside.begin(), inside.end(), [this](const auto& left, const auto& right) {
+        return work_.comesFirst(left->entry, right->entry);
+    });
     std::move(inside.rbegin(), inside.rend(), std::back_inserter(steps_));
 }
 

@@ -38,6 +38,12 @@ bool TreeWork::wants(const TreeEntry& entry)
     return observer_.wants(entry);
 }
 
+bool TreeWork::comesFirst(const TreeEntry& left, const TreeEntry& right)
+{
+    const CallbackScope callback;
+    return observer_.comesFirst(left, right);
+}
+
 void TreeWork::done(const TreeEntry& entry)
 {
     if (isMuted_) {

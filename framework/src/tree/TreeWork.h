@@ -41,6 +41,9 @@ public:
 
     bool wants(const TreeEntry& entry);
 
+    /// In which of two subdirectories to go on.
+    bool comesFirst(const TreeEntry& left, const TreeEntry& right);
+
     /// Counts and tells an entry that was done.
     void done(const TreeEntry& entry);
 

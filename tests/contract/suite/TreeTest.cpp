@@ -38,6 +38,12 @@ public:
         return unwanted.count(entry.below) == 0;
     }
 
+    bool comesFirst(const TreeEntry& left, const TreeEntry& right) override
+    {
+        return isBackward ? TreeObserver::comesFirst(right, left)
+                          : TreeObserver::comesFirst(left, right);
+    }
+
     void done(const TreeEntry& entry) override
     {
         finished.push_back(entry.below);
@@ -69,6 +75,7 @@ public:
 
     std::set<std::string> unwanted;
     std::string throwsAt = "nowhere";
+    bool isBackward = false;
     bool goesOn = true;
     std::size_t mostFinished = 1'000'000;
     std::vector<std::string> seen;
@@ -141,6 +148,15 @@ TEST_P(TreeContract, AWalkTellsEachDirectorysEntriesAndThenWhatIsBelowThem)
     EXPECT_EQ(notes_.last.entriesDone, 11U);
     EXPECT_EQ(notes_.last.entriesFound, 11U);
     EXPECT_TRUE(notes_.last.isAllFound);
+}
+
+TEST_P(TreeContract, AWalkGoesDownInTheOrderThatItsObserverWants)
+{
+    makeTree();
+    notes_.isBackward = true;
+    EXPECT_TRUE(walk({path("t")}).isComplete());
+    EXPECT_THAT(notes_.seen, ElementsAre("", "a", "b", "c", "d", "empty", "d/3", "b/1", "b/2",
+                                         "b/deep", "b/deep/x"));
 }
 
 TEST_P(TreeContract, AWalkTellsWhatAnEntryIs)
