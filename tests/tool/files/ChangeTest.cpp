@@ -304,6 +304,13 @@ TEST_F(BlockDeviceTest, IsRemovedAsAFile)
     EXPECT_THAT(namesIn(there().path()), ElementsAre());
 }
 
+TEST_F(BlockDeviceTest, IsListedAsNoDirectory)
+{
+    const ToolResult result = tarnis("ls", {"-lR", at("")});
+    expectQuiet(result);
+    EXPECT_THAT(result.output, testing::ContainsRegex("^\\.:\n\\?rw------- 0 .* disk\n$"));
+}
+
 TEST_F(BlockDeviceTest, IsNotCopied)
 {
     there().makeDirectory("t");

@@ -130,25 +130,6 @@ TEST_F(TransferTest, CpThatIsInterruptedLeavesNothing)
     EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files"));
 }
 
-TEST_F(TransferTest, AnInterruptedRemovalTellsHowMuchIsGone)
-{
-    constexpr std::size_t kFiles = 400;
-    const std::string directory = there().makeDirectory("t");
-    for (std::size_t number = 0; number < kFiles; ++number) {
-        there().write("t/" + std::to_string(number), "");
-    }
-    line().setDelay(TcpProxy::ToServer, std::chrono::milliseconds(20));
-    const auto tool = start(setup("rm", {"-r", slowly("t")}));
-    ASSERT_TRUE(waitUntil([&] { return namesIn(directory).size() < kFiles; }))
-        << tool->errorOutput();
-    tool->signal(SIGINT);
-    EXPECT_EQ(tool->wait(), 1);
-    const std::size_t gone = kFiles - namesIn(directory).size();
-    EXPECT_LT(gone, kFiles);
-    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted the removal of " + slowly("t") +
-                                               ": removed " + std::to_string(gone) + " entr"));
-}
-
 TEST_F(TransferTest, ResumingKeepsThePart)
 {
     here().write("f", pseudoRandomBytes(1, kSize));

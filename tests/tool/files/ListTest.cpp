@@ -109,6 +109,34 @@ TEST_F(ListTest, GoesDownRecursivelyButNotThroughLinks)
     EXPECT_THAT(tarnis("ls", {"-l", at("a/up")}).output, HasSubstr("a/up -> ..\n"));
 }
 
+TEST_F(ListTest, GoesIntoHiddenDirectoriesOnlyWhereTheyAreShown)
+{
+    there().makeDirectory("t");
+    there().makeDirectory("t/.h");
+    there().write("t/.h/f", "");
+    EXPECT_EQ(tarnis("ls", {"-R", at("t")}).output, "t:\n");
+    EXPECT_EQ(tarnis("ls", {"-Ra", at("t")}).output, "t:\n.h\n\nt/.h:\nf\n");
+    EXPECT_EQ(tarnis("ls", {"-R", at("t/.h")}).output, "t/.h:\nf\n");
+}
+
+TEST_F(ListTest, SeveralPathsAreListedInTheirOrder)
+{
+    for (const char* const directory : {"b", "b/c", "a"}) {
+        there().makeDirectory(directory);
+    }
+    there().write("b/c/x", "");
+    there().write("a/y", "");
+    there().write("f", "");
+    std::filesystem::create_directory_symlink("b/c", there().file("link"));
+    const ToolResult result = tarnis(
+        "ls", {"-R", at("b/"), at("f"), at("none"), at("link"), at("?"), at("./a"), at("no*")});
+    EXPECT_EQ(result.output, "b/:\nc\n\nb/c:\nx\nf\n\nlink:\nx\na\nb\nf\n\na:\ny\n\nb:\nc\n\nb/c:"
+                             "\nx\n\n./a:\ny\n");
+    EXPECT_EQ(result.errorOutput, "tarnis: cannot find " + at("none") +
+                                      ": no such file or directory\ntarnis: cannot find " +
+                                      at("no*") + ": nothing matches\n");
+}
+
 TEST_F(ListTest, SeveralDirectoriesHaveHeadings)
 {
     there().makeDirectory("a");

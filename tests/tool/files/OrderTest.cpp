@@ -66,6 +66,24 @@ TEST_F(OrderTest, TheOrderHoldsFurtherDown)
     EXPECT_EQ(list({"-R", "-t"}, "d"), "d:\ny\nx\n");
 }
 
+TEST_F(OrderTest, DirectoriesAreEnteredInTheOrderInWhichTheyAreListed)
+{
+    for (const char* const name : {"d", "d/x", "d/y", "d/z", "d/y/below"}) {
+        there().makeDirectory(name);
+    }
+    const auto now = std::filesystem::file_time_type::clock::now();
+    std::filesystem::last_write_time(there().file("d/x"), now - std::chrono::hours(2));
+    std::filesystem::last_write_time(there().file("d/y"), now - std::chrono::hours(1));
+    std::filesystem::last_write_time(there().file("d/z"), now - std::chrono::hours(2));
+    EXPECT_EQ(list({"-R", "-t"}, "d"),
+              "d:\ny\nx\nz\n\nd/y:\nbelow\n\nd/y/below:\n\nd/x:\n\nd/z:\n");
+    EXPECT_EQ(list({"-R", "-tr"}, "d"),
+              "d:\nz\nx\ny\n\nd/z:\n\nd/x:\n\nd/y:\nbelow\n\nd/y/below:\n");
+    EXPECT_EQ(list({"-R", "-r"}, "d"),
+              "d:\nz\ny\nx\n\nd/z:\n\nd/y:\nbelow\n\nd/y/below:\n\nd/x:\n");
+    EXPECT_EQ(list({"-R", "-S"}, "d"), list({"-R"}, "d")) << "none of them has a size";
+}
+
 TEST_F(OrderTest, DirectoriesCanBeListedThemselves)
 {
     there().makeDirectory("d");

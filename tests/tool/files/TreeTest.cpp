@@ -241,6 +241,38 @@ TEST_F(TreeTest, RemovesATreeButNotWhatItsLinksLeadTo)
     EXPECT_THAT(namesIn(there().file("kept")), ElementsAre("f"));
 }
 
+TEST_F(TreeTest, PathsWithinEachOtherAreRemovedOneAfterTheOther)
+{
+    const std::string gone = ": no such file or directory";
+    makeAwkwardTree(there(), "t");
+    expectQuiet(tarnis("rm", {"-r", at("t/level 0/level 1"), at("./t//"), at("t2*;t")}));
+    makeAwkwardTree(there(), "t");
+    expectFailure(tarnis("rm", {"-r", at("t"), at("t/level 0")}),
+                  "cannot find " + at("t/level 0") + gone);
+    makeAwkwardTree(there(), "t");
+    expectFailure(tarnis("rm", {"-r", at("t"), at("x/../t")}),
+                  "cannot find " + at("x/../t") + gone);
+    there().write("ab", "");
+    there().write("b", "");
+    expectQuiet(tarnis("rm", {at("a*"), at("*b")}));
+    EXPECT_THAT(namesIn(there().path()), testing::IsEmpty());
+}
+
+TEST_F(TreeTest, ALinkWithASlashBehindItIsNotRemovedForTheDirectoryThatItLeadsTo)
+{
+    there().makeDirectory("d");
+    there().write("d/f", "");
+    there().write("f", "");
+    std::filesystem::create_directory_symlink("d", there().file("link"));
+    for (const char* const options : {"-r", "-f"}) {
+        expectFailure(tarnis("rm", {options, at("link/")}),
+                      "cannot remove " + at("link") + ": it is no directory");
+    }
+    expectFailure(tarnis("rm", {at("f/")}), "cannot remove " + at("f") + ": it is no directory");
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("d", "f", "link"));
+    EXPECT_THAT(namesIn(there().file("d")), ElementsAre("f"));
+}
+
 TEST_F(TreeTest, RefusesToRemoveWhatHasNoName)
 {
     there().makeDirectory("d");

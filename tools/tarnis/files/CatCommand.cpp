@@ -7,7 +7,7 @@
 namespace TarnisTool {
 
 CatCommand::CatCommand(CLI::App& program)
-    : PathsCommand(program, "cat", "Write remote files to standard output")
+    : EachPathCommand(program, "cat", "Write remote files to standard output")
 {}
 
 void CatCommand::workOn(RemotePlace& place, const std::string& path)

@@ -7,7 +7,7 @@
 namespace TarnisTool {
 
 /// `tarnis cat`: writes remote files to standard output.
-class CatCommand : public PathsCommand
+class CatCommand : public EachPathCommand
 {
 public:
     explicit CatCommand(CLI::App& program);

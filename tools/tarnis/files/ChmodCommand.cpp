@@ -8,8 +8,8 @@
 namespace TarnisTool {
 
 ChmodCommand::ChmodCommand(CLI::App& program)
-    : PathsCommand(program, "chmod", "Set the permissions of remote files",
-                   "permissions host:path...", 1)
+    : EachPathCommand(program, "chmod", "Set the permissions of remote files",
+                      "permissions host:path...", 1)
 {
     commandLine().footer(
         "Permissions are octal (644) or a change (u+x, go-rwx, a=r,u+w, g+s, +t). A symbolic link\n"

@@ -8,7 +8,7 @@
 namespace TarnisTool {
 
 /// `tarnis chmod`: sets the permissions of remote files.
-class ChmodCommand : public PathsCommand
+class ChmodCommand : public EachPathCommand
 {
 public:
     explicit ChmodCommand(CLI::App& program);

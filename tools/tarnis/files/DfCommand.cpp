@@ -31,7 +31,7 @@ std::string shareInUse(const FileSystem::StorageSystemStorageInfo& room)
 } // namespace
 
 DfCommand::DfCommand(CLI::App& program)
-    : PathsCommand(program, "df", "Show the room on the volume of remote paths")
+    : LookUpCommand(program, "df", "Show the room on the volume of remote paths")
 {
     keepShortHForItself();
     commandLine().add_flag("-h,--human-readable", "Sizes for people, as they always are");
@@ -39,15 +39,18 @@ DfCommand::DfCommand(CLI::App& program)
                            "Print one JSON array with an object for each path, in bytes");
 }
 
-void DfCommand::workOn(RemotePlace& place, const std::string& path)
+void DfCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+                    std::function<void(Tell)> done)
 {
-    const std::string id = fileIdOf(path);
-    const auto room = place.system().fileStorageInfo(id);
-    if (!room) {
-        place.failBecause("cannot tell the room for", id, FileSystem::Failure::last(),
-                          "the server has no figures");
-    }
-    rows_.push_back({path, *room});
+    inquiry.storageInfo(fileIdOf(path), [=, &place](const auto& why, const auto& room) {
+        done([=, &place] {
+            if (why) {
+                place.failBecause("cannot tell the room for", fileIdOf(path), why,
+                                  "the server has no figures");
+            }
+            rows_.push_back({path, room});
+        });
+    });
 }
 
 void DfCommand::finish()

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "files/JsonList.h"
-#include "files/PathsCommand.h"
+#include "files/LookUpCommand.h"
 
 #include <string>
 #include <vector>
@@ -9,7 +9,7 @@
 namespace TarnisTool {
 
 /// `tarnis df`: shows the room on remote volumes.
-class DfCommand : public PathsCommand
+class DfCommand : public LookUpCommand
 {
 public:
     explicit DfCommand(CLI::App& program);
@@ -21,7 +21,8 @@ private:
         FileSystem::StorageSystemStorageInfo room;
     };
 
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+             std::function<void(Tell)> done) override;
     void finish() override;
     void printTable() const;
 

@@ -3,28 +3,318 @@
 #include "Failure.h"
 #include "files/EntryNames.h"
 #include "files/EntryText.h"
+#include "files/Inquiry.h"
 #include "files/Pattern.h"
 #include "terminal/Units.h"
+
+#include <FileSystem/TreeOperations.h>
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <chrono>
+#include <deque>
 #include <iomanip>
 #include <iostream>
+#include <iterator>
 #include <optional>
+#include <tuple>
+#include <utility>
 
 namespace TarnisTool {
 
+using FileSystem::FailureCode;
+using FileSystem::TreeEntry;
+
 namespace {
 
-std::optional<std::string> linkTargetOf(const RemotePlace& place, const std::string& path,
-                                        const FileSystem::StorageSystemFileInfo& info)
+/// An entry, with its path as the user would write it.
+struct Entry
 {
-    return isSymbolicLink(info.type) ? place.system().fileSymbolicLinkTarget(fileIdOf(path))
-                                     : std::nullopt;
+    FileSystem::StorageSystemFileInfo info;
+    std::string path;
+    /// What is printed: the path of an operand, the name of what a directory holds.
+    std::string shownName;
+};
+
+/// What is printed together, as soon as it is known where its links lead.
+struct Block
+{
+    std::optional<std::string> heading;
+    std::vector<Entry> entries;
+    std::vector<std::optional<std::string>> targets; ///< Each in the place of its entry.
+    std::size_t unanswered = 0;
+};
+
+bool isHidden(const std::string& name)
+{
+    return !name.empty() && name.front() == '.';
+}
+
+FileSystem::StorageSystemFileInfo infoOf(const TreeEntry& entry)
+{
+    return TarnisTool::infoOf(entry.path, entry.below.substr(entry.below.rfind('/') + 1),
+                              entry.attributes);
 }
 
 } // namespace
+
+/// Walks what is to be listed, and shows it on the way.
+class LsCommand::Listing : public FileSystem::TreeObserver
+{
+public:
+    Listing(LsCommand& command, RemotePlace& place, std::size_t pathCount)
+        : command_(command)
+        , place_(place)
+        , inquiry_(place.system())
+        , hasHeadings_(!command.isJson_ && (pathCount > 1 || command.isRecursive_))
+    {}
+
+    /// Lists operands, none of which is a pattern.
+    void list(const std::vector<std::string>& paths)
+    {
+        if (paths.empty()) {
+            return;
+        }
+        std::vector<std::string> ids;
+        std::transform(paths.begin(), paths.end(), std::back_inserter(ids), fileIdOf);
+        walk(paths, ids);
+    }
+
+    /// Files first, then what the directories among the matches hold.
+    void listMatches(const std::string& path)
+    {
+        const std::string id = fileIdOf(path);
+        std::vector<Entry> entries;
+        const auto each = [this](const Failure& failure) {
+            command_.noteUnlessLost(place_, failure);
+        };
+        for (auto& match : expandPattern(place_, id, each, command_.showsHidden_)) {
+            // As the user began it.
+            const std::string shown = id == path ? match.path : textOf(match.path);
+            entries.push_back({std::move(match.info), shown, shown});
+        }
+        show(entries);
+        std::vector<std::string> directories;
+        for (const Entry& entry : entries) {
+            if (isDirectory(entry.info.type) && command_.isRecursive_ && !command_.showsItself_ &&
+                isEntryName(entry.info.name)) {
+                directories.push_back(entry.path);
+            }
+        }
+        list(directories);
+    }
+
+    bool wants(const TreeEntry& entry) override
+    {
+        if (entry.below.empty()) {
+            ++root_;
+            return wantsRoot(entry);
+        }
+        auto info = infoOf(entry);
+        if (isHidden(info.name) && !command_.showsHidden_) {
+            return false;
+        }
+        const bool isWanted = command_.isRecursive_ && isDirectory(info.type);
+        std::string name = info.name;
+        entries_.push_back({std::move(info), pathOf(entry), std::move(name)});
+        return isWanted;
+    }
+
+    bool comesFirst(const TreeEntry& left, const TreeEntry& right) override
+    {
+        return command_.isReversed_ ? isBefore(right, left) : isBefore(left, right);
+    }
+
+    void done(const TreeEntry& directory) override
+    {
+        show(std::exchange(entries_, {}), pathOf(directory));
+    }
+
+    bool failed(const TreeEntry& entry, const FileSystem::Failure& why) override
+    {
+        const bool isUnfound = why.operation() == "lookUp";
+        if (entry.below.empty() && !entry.attributes.type) {
+            ++root_;
+        } else if (!isUnfound) {
+            // What was read of it is not all that it holds.
+            entries_.clear();
+        }
+        const std::string id = fileIdOf(pathOf(entry));
+        if (why.code() == FailureCode::Changed) {
+            command_.note(place_.refusal("cannot list", id, "it is no directory any more"));
+        } else {
+            command_.note(
+                place_.failureBecause(isUnfound ? "cannot find" : "cannot list", id, why));
+        }
+        return true;
+    }
+
+    bool progress(const FileSystem::TreeProgress& /*progress*/) override
+    {
+        inquiry_.wait(std::chrono::milliseconds(0));
+        print();
+        return true;
+    }
+
+    /// Prints what still waits for an answer.
+    void finish()
+    {
+        inquiry_.finish();
+        print();
+    }
+
+private:
+    /// \param paths as the user would write them.
+    /// \param ids   where they are.
+    void walk(const std::vector<std::string>& paths, const std::vector<std::string>& ids)
+    {
+        const auto before = std::make_pair(paths_, root_);
+        paths_ = &paths;
+        root_ = -1;
+        static_cast<void>(walkTree(place_.system(), ids, *this));
+        std::tie(paths_, root_) = before;
+    }
+
+    /// The path as the user would write it.
+    std::string pathOf(const TreeEntry& entry) const
+    {
+        const auto& root = paths_->at(static_cast<std::size_t>(root_));
+        return entry.below.empty() ? root : joinPath(root, entry.below);
+    }
+
+    bool wantsRoot(const TreeEntry& root)
+    {
+        const std::string path = pathOf(root);
+        const auto info =
+            infoOf(root.path, place_.system().pathFileName(root.path), root.attributes);
+        const bool isFollowed =
+            !command_.isLong_ && !command_.showsItself_ && isSymbolicLink(info.type);
+        if (command_.showsItself_) {
+            const std::string shown = path.empty() ? "." : path;
+            show({{info, path, shown}});
+        } else if (isDirectory(info.type)) {
+            return true;
+        } else if (isFollowed && place_.system().directoryExists(root.path)) {
+            walk({path}, {joinPath(root.path, ".")});
+        } else {
+            show({{info, path, path}});
+        }
+        return false;
+    }
+
+    /// Of two directories of one directory, none of which has a size.
+    bool isBefore(const TreeEntry& left, const TreeEntry& right) const
+    {
+        const auto leftTime = left.attributes.modTime;
+        const auto rightTime = right.attributes.modTime;
+        return command_.order_ == Order::Time && leftTime != rightTime ? leftTime > rightTime
+                                                                       : left.path < right.path;
+    }
+
+    /// What is equal stays in the order of the names, in which the entries come.
+    void sort(std::vector<Entry>& entries) const
+    {
+        const auto comesFirst = [this](const Entry& left, const Entry& right) {
+            return command_.order_ == Order::Time ? left.info.modTime > right.info.modTime
+                                                  : left.info.size > right.info.size;
+        };
+        if (command_.order_ != Order::Name) {
+            std::stable_sort(entries.begin(), entries.end(), comesFirst);
+        }
+        if (command_.isReversed_) {
+            std::reverse(entries.begin(), entries.end());
+        }
+    }
+
+    std::string sizeText(std::uint64_t size) const
+    {
+        return command_.hasReadableSizes_ ? humanSize(size) : std::to_string(size);
+    }
+
+    /// Prints it in its turn.
+    /// \param directory that the entries are in; empty for operands.
+    void show(std::vector<Entry> entries, const std::optional<std::string>& directory = {})
+    {
+        sort(entries);
+        Block& block = blocks_.emplace_back();
+        block.entries = std::move(entries);
+        if (directory && hasHeadings_) {
+            block.heading = directory->empty() ? "." : *directory;
+        }
+        if (command_.isLong_ || command_.isJson_) {
+            askTargets(block);
+        }
+        print();
+    }
+
+    void askTargets(Block& block)
+    {
+        const auto isLink = [](const Entry& entry) { return isSymbolicLink(entry.info.type); };
+        const auto links = std::count_if(block.entries.begin(), block.entries.end(), isLink);
+        linkCount_ += static_cast<std::size_t>(links);
+        inquiry_.expect(linkCount_);
+        block.targets.resize(block.entries.size());
+        for (std::size_t i = 0; i < block.entries.size(); ++i) {
+            if (isLink(block.entries[i])) {
+                ++block.unanswered;
+                inquiry_.readLink(fileIdOf(block.entries[i].path), [&block, i](const auto& why,
+                                                                               const auto& target) {
+                    --block.unanswered;
+                    block.targets[i] = why ? std::nullopt : std::make_optional(target);
+                });
+            }
+        }
+    }
+
+    void print()
+    {
+        for (; !blocks_.empty() && blocks_.front().unanswered == 0; blocks_.pop_front()) {
+            print(blocks_.front());
+        }
+    }
+
+    void print(const Block& block)
+    {
+        if (block.heading) {
+            std::cout << (hasListed_ ? "\n" : "") << forOutput(*block.heading) << ":\n";
+        }
+        hasListed_ = true;
+        std::size_t sizeWidth = 0;
+        for (const Entry& entry : block.entries) {
+            sizeWidth = std::max(sizeWidth, sizeText(entry.info.size).size());
+        }
+        for (std::size_t i = 0; i < block.entries.size(); ++i) {
+            print(block.entries[i], i < block.targets.size() ? block.targets[i] : std::nullopt,
+                  static_cast<int>(sizeWidth));
+        }
+    }
+
+    void print(const Entry& entry, const std::optional<std::string>& target, int sizeWidth)
+    {
+        const auto& [info, path, shownName] = entry;
+        if (command_.isJson_) {
+            command_.json_.add(info, path, target);
+            return;
+        }
+        if (command_.isLong_) {
+            std::cout << modeText(info, info.permissions.raw()) << ' ' << std::setw(sizeWidth)
+                      << sizeText(info.size) << ' ' << localTime(info.modTime) << ' ';
+        }
+        std::cout << forOutput(shownName) << (target ? " -> " + forOutput(*target) : "") << '\n';
+    }
+
+    LsCommand& command_;
+    RemotePlace& place_;
+    Inquiry inquiry_;
+    bool hasHeadings_;
+    bool hasListed_ = false;
+    const std::vector<std::string>* paths_ = nullptr; ///< The roots of the walk.
+    std::ptrdiff_t root_ = -1;                        ///< Which of them is walked.
+    std::vector<Entry> entries_;                      ///< Of the directory that is being told.
+    std::deque<Block> blocks_;                        ///< To be printed, in their order.
+    std::size_t linkCount_ = 0;
+};
 
 LsCommand::LsCommand(CLI::App& program)
     : PathsCommand(program, "ls", "List remote directories")
@@ -56,140 +346,26 @@ LsCommand::LsCommand(CLI::App& program)
         "Example: tarnis ls -l 'alice@example.org:/var/log/*.log'");
 }
 
-void LsCommand::workOn(RemotePlace& place, const std::string& path)
+/// Runs of names are walked together.
+void LsCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& paths)
 {
-    const std::string id = fileIdOf(path);
-    if (isPattern(place, id)) {
-        listMatches(place, path);
-        return;
-    }
-    const auto info = place.find(id);
-    const bool isFollowed = !isLong_ && isSymbolicLink(info.type);
-    if (showsItself_) {
-        show(place, {{info, path, path.empty() ? "." : path}});
-    } else if (isDirectory(info.type) || (isFollowed && place.system().directoryExists(id))) {
-        listTree(place, path);
-    } else {
-        show(place, {{info, path, path}});
-    }
-}
-
-/// Files first, then what the directories among the matches hold.
-void LsCommand::listMatches(RemotePlace& place, const std::string& path)
-{
-    const std::string id = fileIdOf(path);
-    const auto each = [&](const Failure& failure) { note(place, failure); };
-    std::vector<Entry> entries;
-    for (auto& match : expandPattern(place, id, each, showsHidden_)) {
-        // As the user began it.
-        const std::string shown = id == path ? match.path : textOf(match.path);
-        entries.push_back({std::move(match.info), shown, shown});
-    }
-    sort(entries);
-    show(place, entries);
-    for (const Entry& entry : entries) {
-        if (isDirectory(entry.info.type) && isRecursive_ && !showsItself_ &&
-            isEntryName(entry.info.name)) {
-            listTree(place, entry.path);
-        }
-    }
-}
-
-void LsCommand::listTree(RemotePlace& place, const std::string& path)
-{
-    // The next one stands last.
-    std::vector<std::string> waiting{path};
-    while (!waiting.empty()) {
-        const std::string next = std::move(waiting.back());
-        waiting.pop_back();
+    Listing listing(*this, place, paths.size());
+    std::vector<std::string> names;
+    const auto listNames = [&] { listing.list(std::exchange(names, {})); };
+    for (const std::string& path : paths) {
         try {
-            const auto below = listDirectory(place, next);
-            waiting.insert(waiting.end(), below.rbegin(), below.rend());
+            if (!isPattern(place, fileIdOf(path))) {
+                names.push_back(path);
+                continue;
+            }
+            listNames();
+            listing.listMatches(path);
         } catch (const Failure& failure) {
-            note(place, failure);
+            noteUnlessLost(place, failure);
         }
     }
-}
-
-/// Returns the directories that are to be listed after this one.
-std::vector<std::string> LsCommand::listDirectory(RemotePlace& place, const std::string& path)
-{
-    const std::vector<Entry> entries = entriesOf(place, path);
-    heading(path);
-    show(place, entries);
-    std::vector<std::string> below;
-    for (const Entry& entry : entries) {
-        if (isRecursive_ && isDirectory(entry.info.type) && isEntryName(entry.info.name)) {
-            below.push_back(entry.path);
-        }
-    }
-    return below;
-}
-
-std::vector<LsCommand::Entry> LsCommand::entriesOf(RemotePlace& place,
-                                                   const std::string& path) const
-{
-    std::vector<Entry> entries;
-    for (auto& info : place.list(fileIdOf(path))) {
-        if (!showsHidden_ && !info.name.empty() && info.name.front() == '.') {
-            continue;
-        }
-        std::string name = info.name;
-        entries.push_back({std::move(info), joinPath(path, name), std::move(name)});
-    }
-    sort(entries);
-    return entries;
-}
-
-/// What is equal stays in the order of the names, in which the entries come.
-void LsCommand::sort(std::vector<Entry>& entries) const
-{
-    const auto comesFirst = [this](const Entry& left, const Entry& right) {
-        return order_ == Order::Time ? left.info.modTime > right.info.modTime
-                                     : left.info.size > right.info.size;
-    };
-    if (order_ != Order::Name) {
-        std::stable_sort(entries.begin(), entries.end(), comesFirst);
-    }
-    if (isReversed_) {
-        std::reverse(entries.begin(), entries.end());
-    }
-}
-
-std::string LsCommand::sizeText(std::uint64_t size) const
-{
-    return hasReadableSizes_ ? humanSize(size) : std::to_string(size);
-}
-
-void LsCommand::heading(const std::string& path)
-{
-    if (isJson_ || (pathCount() == 1 && !isRecursive_)) {
-        return;
-    }
-    std::cout << (hasListed_ ? "\n" : "") << forOutput(path.empty() ? "." : path) << ":\n";
-}
-
-void LsCommand::show(RemotePlace& place, const std::vector<Entry>& entries)
-{
-    hasListed_ = true;
-    std::size_t sizeWidth = 0;
-    for (const Entry& entry : entries) {
-        sizeWidth = std::max(sizeWidth, sizeText(entry.info.size).size());
-    }
-    for (const auto& [info, path, shownName] : entries) {
-        const bool needsTarget = isLong_ || isJson_;
-        const auto target = needsTarget ? linkTargetOf(place, path, info) : std::nullopt;
-        if (isJson_) {
-            json_.add(info, path, target);
-            continue;
-        }
-        if (isLong_) {
-            std::cout << modeText(info, info.permissions.raw()) << ' '
-                      << std::setw(static_cast<int>(sizeWidth)) << sizeText(info.size) << ' '
-                      << localTime(info.modTime) << ' ';
-        }
-        std::cout << forOutput(shownName) << (target ? " -> " + forOutput(*target) : "") << '\n';
-    }
+    listNames();
+    listing.finish();
 }
 
 void LsCommand::finish()

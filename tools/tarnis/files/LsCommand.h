@@ -15,6 +15,8 @@ public:
     explicit LsCommand(CLI::App& program);
 
 private:
+    class Listing;
+
     enum class Order
     {
         Name,
@@ -22,26 +24,8 @@ private:
         Size, ///< The largest first.
     };
 
-    /// An entry, with its path as the user would write it.
-    struct Entry
-    {
-        FileSystem::StorageSystemFileInfo info;
-        std::string path;
-        /// What is printed: the path of an operand, the name of what a directory holds.
-        std::string shownName;
-    };
-
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) override;
     void finish() override;
-
-    void listMatches(RemotePlace& place, const std::string& path);
-    void listTree(RemotePlace& place, const std::string& path);
-    std::vector<std::string> listDirectory(RemotePlace& place, const std::string& path);
-    std::vector<Entry> entriesOf(RemotePlace& place, const std::string& path) const;
-    void sort(std::vector<Entry>& entries) const;
-    std::string sizeText(std::uint64_t size) const;
-    void heading(const std::string& path);
-    void show(RemotePlace& place, const std::vector<Entry>& entries);
 
     bool isLong_ = false;
     bool showsHidden_ = false;
@@ -51,7 +35,6 @@ private:
     bool hasReadableSizes_ = false;
     bool isReversed_ = false;
     Order order_ = Order::Name;
-    bool hasListed_ = false;
     JsonList json_;
 };
 

@@ -5,7 +5,7 @@
 namespace TarnisTool {
 
 MkdirCommand::MkdirCommand(CLI::App& program)
-    : PathsCommand(program, "mkdir", "Make remote directories")
+    : EachPathCommand(program, "mkdir", "Make remote directories")
 {
     commandLine().add_flag("-p,--parents", makesParents_,
                            "Make missing parents too; a directory that exists is no failure");

@@ -8,7 +8,7 @@
 namespace TarnisTool {
 
 /// `tarnis mkdir`: makes remote directories.
-class MkdirCommand : public PathsCommand
+class MkdirCommand : public EachPathCommand
 {
 public:
     explicit MkdirCommand(CLI::App& program);

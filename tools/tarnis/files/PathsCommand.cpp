@@ -4,6 +4,9 @@
 #include "terminal/Messages.h"
 #include "terminal/StandardStreams.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace TarnisTool {
 
 PathsCommand::PathsCommand(CLI::App& program, const std::string& name,
@@ -27,29 +30,44 @@ int PathsCommand::work(const std::vector<std::string>& operands)
 {
     prepare(operands);
     const auto firstPath = operands.begin() + static_cast<std::ptrdiff_t>(otherOperands_);
-    const auto paths = remotePaths({firstPath, operands.end()});
-    pathCount_ = paths.size();
-    RemotePlace place(paths.front().target, loginOptions());
-    for (const RemotePath& path : paths) {
-        try {
-            workOn(place, path.path);
-        } catch (const Failure& failure) {
-            note(place, failure);
-        }
-    }
+    auto remotes = remotePaths({firstPath, operands.end()});
+    std::vector<std::string> paths;
+    std::transform(remotes.begin(), remotes.end(), std::back_inserter(paths),
+                   [](RemotePath& remote) { return std::move(remote.path); });
+    RemotePlace place(remotes.front().target, loginOptions());
+    workOnAll(place, paths);
     finish();
     flushOutput();
     return hasFailed_ ? ExitCode::failure : ExitCode::success;
 }
 
-void PathsCommand::note(RemotePlace& place, const Failure& failure)
+void PathsCommand::note(const Failure& failure)
 {
-    if (failure.kind() == FailureKind::LocalProblem || failure.kind() == FailureKind::Cancelled) {
+    if (failure.kind() == FailureKind::LocalProblem || failure.kind() == FailureKind::Cancelled ||
+        failure.kind() == FailureKind::ConnectionLost) {
         throw Failure(failure);
     }
     hasFailed_ = true;
-    place.requireAlive();
     report(failure.what());
+}
+
+void PathsCommand::noteUnlessLost(RemotePlace& place, const Failure& failure)
+{
+    if (failure.kind() == FailureKind::FileProblem || failure.kind() == FailureKind::NothingThere) {
+        place.requireAlive();
+    }
+    note(failure);
+}
+
+void EachPathCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& paths)
+{
+    for (const std::string& path : paths) {
+        try {
+            workOn(place, path);
+        } catch (const Failure& failure) {
+            noteUnlessLost(place, failure);
+        }
+    }
 }
 
 } // namespace TarnisTool

@@ -7,8 +7,8 @@
 
 namespace TarnisTool {
 
-/// A sub-command that does the same with each of several remote paths. A failure with one does not
-/// keep it from the others.
+/// A sub-command that works on several remote paths. A failure with one does not keep it from the
+/// others.
 class PathsCommand : public FileCommand
 {
 protected:
@@ -22,25 +22,36 @@ protected:
     /// Looks at the operands that are no paths, before anything is done. Throws UsageError.
     virtual void prepare(const std::vector<std::string>& operands);
 
-    /// \param path as the user wrote it, without the server.
-    virtual void workOn(RemotePlace& place, const std::string& path) = 0;
+    /// \param paths as the user wrote them, without the server. At least one.
+    virtual void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) = 0;
 
     /// What comes after the last path.
     virtual void finish() {}
 
-    /// How many paths there are.
-    std::size_t pathCount() const noexcept { return pathCount_; }
-
     /// Notes and reports a failure that leaves more to be done. One that ends everything is thrown
     /// on.
-    void note(RemotePlace& place, const class Failure& failure);
+    void note(const class Failure& failure);
+
+    /// The same for a failure that may only look like one of a file, since the connection is lost.
+    void noteUnlessLost(RemotePlace& place, const class Failure& failure);
 
 private:
     int work(const std::vector<std::string>& operands) final;
 
     std::size_t otherOperands_;
-    std::size_t pathCount_ = 0;
     bool hasFailed_ = false;
+};
+
+/// A sub-command that does the same with each of several remote paths, one after the other.
+class EachPathCommand : public PathsCommand
+{
+protected:
+    using PathsCommand::PathsCommand;
+
+    virtual void workOn(RemotePlace& place, const std::string& path) = 0;
+
+private:
+    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) final;
 };
 
 } // namespace TarnisTool

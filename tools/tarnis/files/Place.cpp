@@ -89,22 +89,34 @@ void Place::throwLost(const FileSystem::Failure& why)
     throw Failure(FailureKind::ConnectionLost, "lost", "the files", reasonOf(why));
 }
 
-void Place::failBecause(const std::string& what, const std::string& path,
-                        const FileSystem::Failure& why, const std::string& hint)
+Failure Place::failureBecause(const std::string& what, const std::string& path,
+                              const FileSystem::Failure& why, const std::string& hint)
 {
     if (isLoss(why)) {
         throwLost(why);
     }
     const bool isNothingThere = why.code() == FileSystem::FailureCode::NotFound;
-    throw Failure(isNothingThere ? FailureKind::NothingThere : FailureKind::FileProblem, what,
-                  display(path), hint.empty() ? reasonOf(why) : joinReasons(hint, why.text()));
+    return Failure(isNothingThere ? FailureKind::NothingThere : FailureKind::FileProblem, what,
+                   display(path), hint.empty() ? reasonOf(why) : joinReasons(hint, why.text()));
+}
+
+void Place::failBecause(const std::string& what, const std::string& path,
+                        const FileSystem::Failure& why, const std::string& hint)
+{
+    throw failureBecause(what, path, why, hint);
+}
+
+Failure Place::refusal(const std::string& what, const std::string& path,
+                       const std::string& reason) const
+{
+    return Failure(FailureKind::FileProblem, what, display(path), reason);
 }
 
 void Place::refuse(const std::string& what, const std::string& path, const std::string& reason)
 {
     // What looks absent may be out of reach.
     requireAlive();
-    throw Failure(FailureKind::FileProblem, what, display(path), reason);
+    throw refusal(what, path, reason);
 }
 
 } // namespace TarnisTool

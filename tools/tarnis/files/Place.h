@@ -75,13 +75,22 @@ public:
     withStickyBit(const std::string& directory,
                   Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const;
 
-    /// Throws a Failure "<what> <path>: <reason>" for an operation that failed.
+    /// A Failure "<what> <path>: <reason>" for an operation that failed. Throws the one for a place
+    /// that is gone where that is why.
     /// \param why  what FileSystem::Failure::last() said right after it.
     /// \param hint what the command knows itself; stands before the system's own words.
+    Failure failureBecause(const std::string& what, const std::string& path,
+                           const FileSystem::Failure& why, const std::string& hint = {});
+
+    /// Throws failureBecause().
     [[noreturn]] void failBecause(const std::string& what, const std::string& path,
                                   const FileSystem::Failure& why, const std::string& hint = {});
 
-    /// Throws a Failure "<what> <path>: <reason>" for something that is not even tried.
+    /// A Failure "<what> <path>: <reason>" for something that is not even tried.
+    Failure refusal(const std::string& what, const std::string& path,
+                    const std::string& reason) const;
+
+    /// Throws refusal(), unless the place is gone.
     [[noreturn]] void refuse(const std::string& what, const std::string& path,
                              const std::string& reason);
 };

@@ -1,19 +1,20 @@
 #pragma once
 
-#include "files/PathsCommand.h"
+#include "files/LookUpCommand.h"
 
 #include <string>
 
 namespace TarnisTool {
 
 /// `tarnis readlink`: shows what stands in symbolic links.
-class ReadlinkCommand : public PathsCommand
+class ReadlinkCommand : public LookUpCommand
 {
 public:
     explicit ReadlinkCommand(CLI::App& program);
 
 private:
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+             std::function<void(Tell)> done) override;
 };
 
 } // namespace TarnisTool

@@ -4,11 +4,254 @@
 #include "files/Cancellation.h"
 #include "files/EntryNames.h"
 #include "files/Pattern.h"
-#include "files/TreeRemoval.h"
+#include "terminal/ProgressBar.h"
+
+#include <FileSystem/TreeOperations.h>
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cstdint>
+#include <unordered_set>
+#include <utility>
+
 namespace TarnisTool {
+
+using FileSystem::FailureCode;
+using FileSystem::TreeEntry;
+
+namespace {
+
+constexpr const char* whatFails = "cannot remove";
+
+/// What is removed together, and what only after that: of two paths one of which is within the
+/// other, each would find things gone that the other removes.
+class Plan
+{
+public:
+    /// Adds what the user has named. What was named before, or is within that, comes after it.
+    void addNamed(const std::string& path)
+    {
+        const auto plain = plainPath(path);
+        const bool isApart = leadsUp(plain) || overlaps(plain);
+        if (steps_.empty() || isApart || isLastApart_) {
+            steps_.emplace_back();
+        }
+        isLastApart_ = leadsUp(plain);
+        steps_.back().push_back(path);
+        taken_.insert(plain);
+        eachParent(plain, [this](const std::string& parent) {
+            above_.insert(parent);
+            return false;
+        });
+    }
+
+    /// Adds what a pattern has found, unless that goes with what was named before.
+    void addFound(const std::string& path)
+    {
+        if (!isTaken(plainPath(path))) {
+            addNamed(path);
+        }
+    }
+
+    const std::vector<std::vector<std::string>>& steps() const noexcept { return steps_; }
+
+    std::size_t count() const noexcept { return taken_.size(); }
+
+private:
+    /// Without what says nothing: "." and repeated slashes.
+    static std::string plainPath(const std::string& path)
+    {
+        std::string plain = path.front() == '/' ? "/" : "";
+        for (std::size_t next = 0; next < path.size();) {
+            const auto end = std::min(path.find('/', next), path.size());
+            const auto part = path.substr(next, end - next);
+            if (!part.empty() && part != ".") {
+                plain = joinPath(plain, part);
+            }
+            next = end + 1;
+        }
+        return plain;
+    }
+
+    /// Where such a path ends only the server knows.
+    static bool leadsUp(const std::string& plain)
+    {
+        return ("/" + plain + "/").find("/../") != std::string::npos;
+    }
+
+    /// Whether there is a directory that the path is in for which `test` says yes.
+    template <class Test>
+    static bool eachParent(const std::string& plain, Test test)
+    {
+        for (auto slash = plain.rfind('/'); slash != std::string::npos && slash > 0;
+             slash = plain.rfind('/', slash - 1)) {
+            if (test(plain.substr(0, slash))) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    bool isTaken(const std::string& plain) const
+    {
+        const auto isOneOfThem = [this](const std::string& path) {
+            return taken_.count(path) != 0;
+        };
+        return isOneOfThem(plain) || eachParent(plain, isOneOfThem);
+    }
+
+    bool overlaps(const std::string& plain) const
+    {
+        return isTaken(plain) || above_.count(plain) != 0;
+    }
+
+    std::vector<std::vector<std::string>> steps_;
+    std::unordered_set<std::string> taken_;
+    std::unordered_set<std::string> above_;
+    bool isLastApart_ = false;
+};
+
+std::string withoutSlashAtEnd(const std::string& path)
+{
+    const auto last = path.find_last_not_of('/');
+    return last == std::string::npos ? "/" : path.substr(0, last + 1);
+}
+
+} // namespace
+
+/// Removes everything that the plan has, and tells of it.
+class RmCommand::Removal : public FileSystem::TreeObserver
+{
+public:
+    Removal(RmCommand& command, RemotePlace& place, const Plan& plan)
+        : command_(command)
+        , place_(place)
+        , plan_(plan)
+        , cancellation_(place.session())
+    {}
+
+    void run()
+    {
+        for (const auto& paths : plan_.steps()) {
+            std::vector<std::string> roots;
+            for (const std::string& path : paths) {
+                roots.push_back(withoutSlashAtEnd(path));
+                if (roots.back() != path) {
+                    meantAsDirectories_.insert(roots.back());
+                }
+            }
+            const auto report = removeTree(place_.system(), roots, *this);
+            removed_ += report.files + report.directories + report.links;
+            doneBefore_ = amount_;
+            if (cancellation_.isRequested()) {
+                place_.requireAlive();
+                throwCancelled();
+            }
+        }
+    }
+
+    bool wants(const TreeEntry& entry) override
+    {
+        const auto why = reasonAgainst(entry);
+        if (!why.empty()) {
+            note(place_.refusal(whatFails, entry.path, why));
+        }
+        return why.empty();
+    }
+
+    void done(const TreeEntry& entry) override { bar_.setLabel(nameOf(entry.path)); }
+
+    bool failed(const TreeEntry& entry, const FileSystem::Failure& why) override
+    {
+        const bool isExpected =
+            command_.isForced_ && entry.below.empty() && why.code() == FailureCode::NotFound;
+        if (!isExpected) {
+            note(failureOf(entry, why));
+        }
+        return true;
+    }
+
+    bool progress(const FileSystem::TreeProgress& progress) override
+    {
+        amount_ = {doneBefore_.done + progress.entriesDone,
+                   doneBefore_.total + progress.entriesFound};
+        WorkProgress all;
+        all.files = amount_;
+        all.areTotalsKnown = progress.isAllFound;
+        bar_.show(all);
+        return !cancellation_.isRequested();
+    }
+
+private:
+    /// Empty for what is to be removed.
+    std::string reasonAgainst(const TreeEntry& entry) const
+    {
+        if (entry.path.size() > longestPath) {
+            return "it is nested too deep";
+        }
+        if (!entry.below.empty()) {
+            return {};
+        }
+        const bool passesForDirectory =
+            entry.attributes.type && isDirectory(*entry.attributes.type);
+        if (!passesForDirectory) {
+            return meantAsDirectories_.count(entry.path) != 0 ? "it is no directory" : "";
+        }
+        return command_.isRecursive_ || !place_.isDirectoryItself(entry.path) ? "" : needsRecursion;
+    }
+
+    Failure failureOf(const TreeEntry& entry, const FileSystem::Failure& why) const
+    {
+        const auto& operation = why.operation();
+        if (why.code() == FailureCode::BadName && operation == "remove") {
+            return place_.refusal(whatFails, entry.path,
+                                  command_.isRecursive_ ? "it has no name of its own"
+                                                        : needsRecursion);
+        }
+        const bool wasDirectory = entry.attributes.type && isDirectory(*entry.attributes.type);
+        if (why.code() == FailureCode::Changed ||
+            (wasDirectory && why.code() == FailureCode::NotDirectory)) {
+            return place_.refusal(whatFails, entry.path, "it is no directory any more");
+        }
+        if (why.code() == FailureCode::TooDeep) {
+            return place_.refusal(whatFails, entry.path, "it is nested too deep");
+        }
+        return place_.failureBecause(operation == "lookUp" ? "cannot find"
+                                     : operation == "list" ? "cannot list"
+                                                           : whatFails,
+                                     entry.path, why);
+    }
+
+    void note(const Failure& failure)
+    {
+        bar_.clear();
+        command_.note(failure);
+    }
+
+    [[noreturn]] void throwCancelled() const
+    {
+        const auto others = plan_.count() - 1;
+        throw Failure(FailureKind::Cancelled, "interrupted the removal of",
+                      place_.display(plan_.steps().front().front()) +
+                          (others > 0 ? " and " + std::to_string(others) + " more" : ""),
+                      "removed " + std::to_string(removed_) +
+                          (removed_ == 1 ? " entry" : " entries"));
+    }
+
+    static constexpr const char* needsRecursion =
+        "it is a directory; -r removes it and all below it";
+
+    RmCommand& command_;
+    RemotePlace& place_;
+    const Plan& plan_;
+    const Cancellation cancellation_;
+    ProgressBar bar_;
+    DoneOf amount_;
+    DoneOf doneBefore_; ///< Of the steps that are over.
+    std::uint64_t removed_ = 0;
+    std::unordered_set<std::string> meantAsDirectories_; ///< They have a slash behind them.
+};
 
 RmCommand::RmCommand(CLI::App& program)
     : PathsCommand(program, "rm", "Remove remote files")
@@ -21,59 +264,25 @@ RmCommand::RmCommand(CLI::App& program)
         "pattern, as with ls; a name that exists is that name.");
 }
 
-void RmCommand::workOn(RemotePlace& place, const std::string& path)
+void RmCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& paths)
 {
-    const auto each = [&](const Failure& failure) { note(place, failure); };
-    const auto attempt = [&](const auto& work) {
+    const auto each = [&](const Failure& failure) { noteUnlessLost(place, failure); };
+    Plan plan;
+    for (const std::string& path : paths) {
+        const std::string id = fileIdOf(path);
         try {
-            work();
+            const auto found = pathsFor(place, id, whatFails, each);
+            const bool isName = found.size() == 1 && found.front() == id;
+            for (const std::string& one : found) {
+                isName ? plan.addNamed(one) : plan.addFound(one);
+            }
         } catch (const Failure& failure) {
             if (!isForced_ || failure.kind() != FailureKind::NothingThere) {
-                note(place, failure);
+                each(failure);
             }
         }
-    };
-    attempt([&] {
-        for (const std::string& id : pathsFor(place, fileIdOf(path), "cannot remove", each)) {
-            attempt([&] { remove(place, id); });
-        }
-    });
-}
-
-void RmCommand::remove(RemotePlace& place, const std::string& id)
-{
-    const auto info = place.find(id);
-    if (!isDirectory(info.type) || !place.isDirectoryItself(id)) {
-        removeFile(place, id);
-        return;
     }
-    if (!isRecursive_) {
-        place.refuse("cannot remove", id, "it is a directory; -r removes it and all below it");
-    }
-    if (nameOf(id).empty()) {
-        place.refuse("cannot remove", id, "it has no name of its own");
-    }
-    removeTree(place, id);
-}
-
-void RmCommand::removeFile(RemotePlace& place, const std::string& path)
-{
-    if (!place.system().fileRemove(path)) {
-        place.failBecause("cannot remove", path, FileSystem::Failure::last());
-    }
-}
-
-void RmCommand::removeTree(RemotePlace& place, const std::string& root)
-{
-    const Cancellation cancellation(place.session());
-    TreeRemoval removal(place, cancellation, [&](const Failure& failure) { note(place, failure); });
-    removal.remove(root);
-    if (cancellation.isRequested()) {
-        place.requireAlive();
-        throw Failure(FailureKind::Cancelled, "interrupted the removal of", place.display(root),
-                      "removed " + std::to_string(removal.removedCount()) +
-                          (removal.removedCount() == 1 ? " entry" : " entries"));
-    }
+    Removal(*this, place, plan).run();
 }
 
 } // namespace TarnisTool

@@ -14,10 +14,9 @@ public:
     explicit RmCommand(CLI::App& program);
 
 private:
-    void workOn(RemotePlace& place, const std::string& path) override;
-    void remove(RemotePlace& place, const std::string& id);
-    static void removeFile(RemotePlace& place, const std::string& path);
-    void removeTree(RemotePlace& place, const std::string& root);
+    class Removal;
+
+    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) override;
 
     bool isRecursive_ = false;
     bool isForced_ = false;

@@ -3,7 +3,7 @@
 namespace TarnisTool {
 
 RmdirCommand::RmdirCommand(CLI::App& program)
-    : PathsCommand(program, "rmdir", "Remove empty remote directories")
+    : EachPathCommand(program, "rmdir", "Remove empty remote directories")
 {}
 
 void RmdirCommand::workOn(RemotePlace& place, const std::string& path)

@@ -8,7 +8,7 @@
 namespace TarnisTool {
 
 /// `tarnis rmdir`: removes empty remote directories.
-class RmdirCommand : public PathsCommand
+class RmdirCommand : public EachPathCommand
 {
 public:
     explicit RmdirCommand(CLI::App& program);

@@ -6,11 +6,12 @@
 #include <CLI/CLI.hpp>
 
 #include <iostream>
+#include <utility>
 
 namespace TarnisTool {
 
 StatCommand::StatCommand(CLI::App& program)
-    : PathsCommand(program, "stat", "Tell what is known of remote files")
+    : LookUpCommand(program, "stat", "Tell what is known of remote files")
 {
     commandLine().add_flag("--json", isJson_, "Print one JSON array with an object for each path");
     commandLine().footer(
@@ -18,13 +19,30 @@ StatCommand::StatCommand(CLI::App& program)
         "UTC. In JSON, a name that is no UTF-8 has its bytes in nameBase64.");
 }
 
-void StatCommand::workOn(RemotePlace& place, const std::string& path)
+void StatCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+                      std::function<void(Tell)> done)
 {
     const std::string id = fileIdOf(path);
-    const auto info = place.find(id);
-    const auto target = isSymbolicLink(info.type) ? place.system().fileSymbolicLinkTarget(id)
-                                                  : std::optional<std::string>();
-    const auto mode = place.mode(id);
+    inquiry.lookUp(id, [=, &place, &inquiry](const auto& why, const Info& info) {
+        if (why) {
+            done([&place, id, why] { place.failBecause("cannot find", id, why); });
+        } else if (!isSymbolicLink(info.type)) {
+            done([=, &place] { tell(place, path, info, std::nullopt); });
+        } else {
+            inquiry.readLink(id, [=, &place](const auto& unread, const std::string& target) {
+                done([=, &place] {
+                    tell(place, path, info, unread ? std::nullopt : std::optional(target));
+                });
+            });
+        }
+    });
+}
+
+void StatCommand::tell(const RemotePlace& place, const std::string& path, const Info& info,
+                       const std::optional<std::string>& target)
+{
+    // A queue tells no more than nine bits. All that a link has is known.
+    const auto mode = isSymbolicLink(info.type) ? std::nullopt : place.mode(fileIdOf(path));
     if (isJson_) {
         json_.add(info, path, target, mode);
         return;

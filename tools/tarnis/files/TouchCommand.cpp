@@ -25,7 +25,7 @@ bool makeFile(const FileSystem::FileSystem2& system, const std::string& path)
 } // namespace
 
 TouchCommand::TouchCommand(CLI::App& program)
-    : PathsCommand(program, "touch", "Set the modification time of remote files")
+    : EachPathCommand(program, "touch", "Set the modification time of remote files")
 {
     commandLine()
         .add_option("-d,--date", timeText_,

@@ -8,7 +8,7 @@
 namespace TarnisTool {
 
 /// `tarnis touch`: sets the modification time of remote files.
-class TouchCommand : public PathsCommand
+class TouchCommand : public EachPathCommand
 {
 public:
     explicit TouchCommand(CLI::App& program);

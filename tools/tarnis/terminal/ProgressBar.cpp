@@ -30,15 +30,40 @@ std::size_t terminalWidth()
     return isKnown ? size.ws_col : usualWidth;
 }
 
-double shareOf(std::uint64_t done, std::uint64_t total)
+double shareOf(const DoneOf& amount)
 {
-    return total == 0 ? 1.0 : std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
+    return amount.total == 0 ? 1.0
+                             : std::min(1.0, static_cast<double>(amount.done) /
+                                                 static_cast<double>(amount.total));
 }
 
+/// "50% [#####     ] ".
 std::string bar(double share)
 {
     const auto filled = static_cast<std::size_t>(share * static_cast<double>(barWidth));
-    return "[" + std::string(filled, '#') + std::string(barWidth - filled, ' ') + "]";
+    return std::to_string(static_cast<std::size_t>(share * static_cast<double>(percent))) + "% [" +
+           std::string(filled, '#') + std::string(barWidth - filled, ' ') + "] ";
+}
+
+std::string bytesText(const DoneOf& bytes, bool isTotalKnown)
+{
+    return humanSize(bytes.done) + " of " + humanSize(bytes.total) + (isTotalKnown ? "" : "+");
+}
+
+std::string filesText(const DoneOf& files, bool isTotalKnown)
+{
+    return std::to_string(files.done) + "/" + std::to_string(files.total) +
+           (isTotalKnown ? "" : "+") + " files";
+}
+
+/// How long the rest takes, should it go on like this.
+std::string timeLeft(const DoneOf& amount, double rate)
+{
+    if (amount.done >= amount.total || rate <= 0) {
+        return {};
+    }
+    const auto seconds = static_cast<double>(amount.total - amount.done) / rate;
+    return "  " + humanDuration(std::chrono::seconds(static_cast<long>(seconds))) + " left";
 }
 
 /// As much of the text as has room. Counts characters, each of which may take several bytes.
@@ -56,8 +81,13 @@ std::string shortened(std::string_view text, std::size_t room)
 } // namespace
 
 ProgressBar::ProgressBar(std::uint64_t total)
-    : total_(total)
-    , isTerminal_(!isQuiet() && ::isatty(STDERR_FILENO) == 1)
+    : ProgressBar()
+{
+    progress_.bytes = DoneOf{0, total};
+}
+
+ProgressBar::ProgressBar()
+    : isTerminal_(!isQuiet() && ::isatty(STDERR_FILENO) == 1)
     , start_(Clock::now())
     , nextDraw_(start_ + beforeFirst)
 {}
@@ -77,7 +107,14 @@ void ProgressBar::setLabel(const std::string& label)
 
 void ProgressBar::show(std::uint64_t done)
 {
-    done_ = done;
+    WorkProgress progress = progress_;
+    progress.bytes = DoneOf{done, progress_.bytes.value_or(DoneOf{}).total};
+    show(progress);
+}
+
+void ProgressBar::show(const WorkProgress& progress)
+{
+    progress_ = progress;
     if (!isTerminal_ || Clock::now() < nextDraw_) {
         return;
     }
@@ -103,19 +140,23 @@ void ProgressBar::draw(std::size_t width) const
     tryWrite(STDERR_FILENO, "\r" + shortened(name + " " + numbers, width - 1) + "\x1b[K");
 }
 
+/// Bytes tell better than files how far the work is: they are what takes the time.
 std::string ProgressBar::figures(Clock::duration elapsed) const
 {
-    const double share = shareOf(done_, total_);
+    const auto& [bytes, files, areTotalsKnown] = progress_;
+    const DoneOf amount = bytes ? *bytes : files.value_or(DoneOf{});
     const double seconds = std::max(std::chrono::duration<double>(elapsed).count(), 0.001);
-    const double rate = static_cast<double>(done_) / seconds;
-    std::string text = std::to_string(static_cast<std::size_t>(share * percent)) + "% " +
-                       bar(share) + " " + humanSize(done_) + " of " + humanSize(total_) + "  " +
-                       humanSize(static_cast<std::uint64_t>(rate)) + "/s";
-    if (done_ < total_ && rate > 0) {
-        const auto left = static_cast<double>(total_ - done_) / rate;
-        text += "  " + humanDuration(std::chrono::seconds(static_cast<long>(left))) + " left";
+    const double rate = static_cast<double>(amount.done) / seconds;
+    const auto wholeRate = static_cast<std::uint64_t>(rate);
+    std::string text = areTotalsKnown ? bar(shareOf(amount)) : "";
+    if (bytes) {
+        text += bytesText(*bytes, areTotalsKnown);
     }
-    return text;
+    if (files) {
+        text += (bytes ? "  " : "") + filesText(*files, areTotalsKnown);
+    }
+    text += "  " + (bytes ? humanSize(wholeRate) : std::to_string(wholeRate)) + "/s";
+    return text + (areTotalsKnown ? timeLeft(amount, rate) : "");
 }
 
 } // namespace TarnisTool

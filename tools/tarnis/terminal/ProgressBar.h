@@ -2,9 +2,26 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace TarnisTool {
+
+/// How much of something is done, and how much of it there is.
+struct DoneOf
+{
+    std::uint64_t done = 0;
+    std::uint64_t total = 0;
+};
+
+/// How far work is, in what it is counted in.
+struct WorkProgress
+{
+    std::optional<DoneOf> bytes;
+    std::optional<DoneOf> files;
+    /// Whether the totals are final. Others may still grow: they say how much was found so far.
+    bool areTotalsKnown = true;
+};
 
 /// How far long work is: a line on the terminal that standard error is, with rate and time left.
 /// Nothing at all where standard error is no terminal, and for work that is over before anybody
@@ -12,6 +29,8 @@ namespace TarnisTool {
 class ProgressBar
 {
 public:
+    ProgressBar();
+
     /// \param total bytes in all.
     explicit ProgressBar(std::uint64_t total);
     ProgressBar(const ProgressBar&) = delete;
@@ -24,6 +43,8 @@ public:
     void setLabel(const std::string& label);
 
     /// Draws it, unless it was drawn just now.
+    void show(const WorkProgress& progress);
+
     /// \param done bytes so far.
     void show(std::uint64_t done);
 
@@ -36,8 +57,7 @@ private:
     void draw(std::size_t width) const;
     std::string figures(Clock::duration elapsed) const;
 
-    std::uint64_t total_;
-    std::uint64_t done_ = 0;
+    WorkProgress progress_;
     std::string label_;
     bool isTerminal_;
     bool isShown_ = false;
