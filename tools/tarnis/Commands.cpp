@@ -3,44 +3,42 @@
 #include "HelpCommand.h"
 #include "doctor/DoctorCommand.h"
 #include "exec/ExecCommand.h"
-#include "files/CatCommand.h"
-#include "files/ChmodCommand.h"
 #include "files/CpCommand.h"
-#include "files/DfCommand.h"
 #include "files/GetCommand.h"
-#include "files/LnCommand.h"
-#include "files/LsCommand.h"
-#include "files/MkdirCommand.h"
+#include "files/LeafCommands.h"
 #include "files/MvCommand.h"
 #include "files/PutCommand.h"
-#include "files/ReadlinkCommand.h"
-#include "files/RmCommand.h"
-#include "files/RmdirCommand.h"
-#include "files/StatCommand.h"
-#include "files/TouchCommand.h"
 #include "login/HostKeyCommand.h"
+
+#include <array>
 
 namespace TarnisTool {
 
 namespace {
 
-/// One of each, in the order in which the help lists them.
-template <class... Commands>
-std::vector<std::unique_ptr<Command>> makeEach(CLI::App& program)
+template <class Which>
+std::unique_ptr<Command> make(CLI::App& program)
 {
-    std::vector<std::unique_ptr<Command>> commands;
-    (commands.push_back(std::make_unique<Commands>(program)), ...);
-    return commands;
+    return std::make_unique<Which>(program);
 }
+
+// In the order in which the help lists them.
+constexpr std::array makers{
+    make<ExecCommand>, make<HostKeyCommand>, make<DoctorCommand>, makeLsCommand,
+    makeStatCommand,   makeCatCommand,       make<GetCommand>,    make<PutCommand>,
+    make<CpCommand>,   make<MvCommand>,      makeRmCommand,       makeMkdirCommand,
+    makeRmdirCommand,  makeLnCommand,        makeReadlinkCommand, makeChmodCommand,
+    makeTouchCommand,  makeDfCommand,        make<HelpCommand>};
 
 } // namespace
 
 std::vector<std::unique_ptr<Command>> makeCommands(CLI::App& program)
 {
-    return makeEach<ExecCommand, HostKeyCommand, DoctorCommand, LsCommand, StatCommand, CatCommand,
-                    GetCommand, PutCommand, CpCommand, MvCommand, RmCommand, MkdirCommand,
-                    RmdirCommand, LnCommand, ReadlinkCommand, ChmodCommand, TouchCommand, DfCommand,
-                    HelpCommand>(program);
+    std::vector<std::unique_ptr<Command>> commands;
+    for (const auto& makeOne : makers) {
+        commands.push_back(makeOne(program));
+    }
+    return commands;
 }
 
 } // namespace TarnisTool

@@ -1,9 +1,10 @@
-#include "files/LsCommand.h"
-
 #include "Failure.h"
 #include "files/EntryNames.h"
 #include "files/EntryText.h"
 #include "files/Inquiry.h"
+#include "files/JsonList.h"
+#include "files/LeafCommands.h"
+#include "files/PathsCommand.h"
 #include "files/Pattern.h"
 #include "terminal/Units.h"
 
@@ -17,9 +18,12 @@
 #include <iomanip>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <optional>
+#include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace TarnisTool {
 
@@ -51,13 +55,40 @@ bool isHidden(const std::string& name)
     return !name.empty() && name.front() == '.';
 }
 
-FileSystem::StorageSystemFileInfo infoOf(const TreeEntry& entry)
+FileSystem::StorageSystemFileInfo infoOfEntry(const TreeEntry& entry)
 {
-    return TarnisTool::infoOf(entry.path, entry.below.substr(entry.below.rfind('/') + 1),
-                              entry.attributes);
+    return infoOf(entry.path, entry.below.substr(entry.below.rfind('/') + 1), entry.attributes);
 }
 
-} // namespace
+/// `tarnis ls`: lists directories.
+class LsCommand : public PathsCommand
+{
+public:
+    explicit LsCommand(CLI::App& program);
+
+private:
+    class Listing;
+
+    enum class Order
+    {
+        Name,
+        Time, ///< The newest first.
+        Size, ///< The largest first.
+    };
+
+    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) override;
+    void finish() override;
+
+    bool isLong_ = false;
+    bool showsHidden_ = false;
+    bool isRecursive_ = false;
+    bool isJson_ = false;
+    bool showsItself_ = false;
+    bool hasReadableSizes_ = false;
+    bool isReversed_ = false;
+    Order order_ = Order::Name;
+    JsonList json_;
+};
 
 /// Walks what is to be listed, and shows it on the way.
 class LsCommand::Listing : public FileSystem::TreeObserver
@@ -111,7 +142,7 @@ public:
             ++root_;
             return wantsRoot(entry);
         }
-        auto info = infoOf(entry);
+        auto info = infoOfEntry(entry);
         if (isHidden(info.name) && !command_.showsHidden_) {
             return false;
         }
@@ -373,6 +404,13 @@ void LsCommand::finish()
     if (isJson_) {
         json_.print();
     }
+}
+
+} // namespace
+
+std::unique_ptr<Command> makeLsCommand(CLI::App& program)
+{
+    return std::make_unique<LsCommand>(program);
 }
 
 } // namespace TarnisTool

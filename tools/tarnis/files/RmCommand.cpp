@@ -1,8 +1,8 @@
-#include "files/RmCommand.h"
-
 #include "Failure.h"
 #include "files/Cancellation.h"
 #include "files/EntryNames.h"
+#include "files/LeafCommands.h"
+#include "files/PathsCommand.h"
 #include "files/Pattern.h"
 #include "terminal/ProgressBar.h"
 
@@ -12,8 +12,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 namespace TarnisTool {
 
@@ -118,7 +121,20 @@ std::string withoutSlashAtEnd(const std::string& path)
     return last == std::string::npos ? "/" : path.substr(0, last + 1);
 }
 
-} // namespace
+/// `tarnis rm`: removes remote files.
+class RmCommand : public PathsCommand
+{
+public:
+    explicit RmCommand(CLI::App& program);
+
+private:
+    class Removal;
+
+    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) override;
+
+    bool isRecursive_ = false;
+    bool isForced_ = false;
+};
 
 /// Removes everything that the plan has, and tells of it.
 class RmCommand::Removal : public FileSystem::TreeObserver
@@ -283,6 +299,13 @@ void RmCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& pa
         }
     }
     Removal(*this, place, plan).run();
+}
+
+} // namespace
+
+std::unique_ptr<Command> makeRmCommand(CLI::App& program)
+{
+    return std::make_unique<RmCommand>(program);
 }
 
 } // namespace TarnisTool
