@@ -309,6 +309,11 @@ TEST_F(BlockDeviceTest, IsListedAsNoDirectory)
     const ToolResult result = tarnis("ls", {"-lR", at("")});
     expectQuiet(result);
     EXPECT_THAT(result.output, testing::ContainsRegex("^\\.:\n\\?rw------- 0 .* disk\n$"));
+    there().makeDirectory("d");
+    EXPECT_THAT(tarnis("stat", {at("disk")}).output, testing::HasSubstr("type:        other\n"));
+    EXPECT_THAT(tarnis("stat", {at("d")}).output, testing::HasSubstr("type:        directory\n"));
+    EXPECT_THAT(tarnis("stat", {at("d"), at("d"), at("d"), at("disk")}).output,
+                testing::HasSubstr("path:        disk\ntype:        other\n"));
 }
 
 TEST_F(BlockDeviceTest, IsNotCopied)

@@ -104,6 +104,26 @@ TEST_F(HostileServerTest, RemovalStaysInsideItsTree)
     EXPECT_THAT(namesIn(sftp().path("other")), ElementsAre("precious"));
 }
 
+TEST_F(HostileServerTest, ADirectoryWithANameThatLeadsElsewhereIsNotListed)
+{
+    put("src/good", "");
+    put("other/secret", "");
+    serve({{"../other", 040755}, {"x/../../other", 040755}});
+    const ToolResult result = tarnis("ls", {"-R", at("src")});
+    expectFailure(result, "cannot list " + at("src") + ": the answer makes no sense");
+    EXPECT_EQ(result.output, "");
+}
+
+TEST_F(HostileServerTest, ALinkInADirectorysPlaceIsNotListed)
+{
+    put("src/sub/f", "");
+    put("precious/secret", "");
+    linkTakesTheDirectorysPlace(nth(SftpPacket::Opendir, 1));
+    const ToolResult result = tarnis("ls", {"-R", at("src")});
+    expectFailure(result, "cannot list " + at("src/sub") + ": it is no directory any more");
+    EXPECT_EQ(result.output, "src:\nsub\n");
+}
+
 TEST_F(HostileServerTest, RemovalDoesNotReachThroughALinkInADirectorysPlace)
 {
     put("src/sub/f", "");

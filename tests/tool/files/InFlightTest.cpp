@@ -267,6 +267,12 @@ TEST_F(ScriptedInFlightTest, ALostConnectionIsToldOnce)
     put("u", "");
     losesItAt(SftpPacket::Lstat);
     expectFailure(tarnis("ls", {"-R", at("u"), at("t")}), loss);
+    for (const char* const link : {"1", "2", "3", "4", "5"}) {
+        std::filesystem::create_symlink("u", sftp().path(link));
+    }
+    losesItAt(SftpPacket::Readlink);
+    expectFailure(tarnis("ls", {"-l", at("")}), loss);
+    expectFailure(tarnis("stat", {at("./1"), at("./2"), at("./3"), at("./4"), at("./5")}), loss);
     losesItAt(SftpPacket::Extended);
     expectFailure(tarnis("df", {at("u"), at("t"), at("u"), at("t"), at("u")}), loss);
 }

@@ -84,6 +84,13 @@ TEST_F(OrderTest, DirectoriesAreEnteredInTheOrderInWhichTheyAreListed)
     EXPECT_EQ(list({"-R", "-S"}, "d"), list({"-R"}, "d")) << "none of them has a size";
 }
 
+TEST_F(OrderTest, WhatAPatternFindsIsEnteredInTheOrderInWhichItIsListed)
+{
+    there().makeDirectory("x");
+    there().makeDirectory("y");
+    EXPECT_EQ(list({"-R", "-r"}, "[xyc]"), "y\nx\nc\n\ny:\n\nx:\n");
+}
+
 TEST_F(OrderTest, DirectoriesCanBeListedThemselves)
 {
     there().makeDirectory("d");

@@ -19,8 +19,8 @@ void answerNow(const Inquiry::Answer<Result>& answer, const std::optional<Result
 
 } // namespace
 
-Inquiry::Inquiry(const FileSystem::FileSystem2& system)
-    : system_(system)
+Inquiry::Inquiry(const Place& place)
+    : place_(place)
 {}
 
 Inquiry::~Inquiry() = default;
@@ -28,26 +28,36 @@ Inquiry::~Inquiry() = default;
 void Inquiry::expect(std::size_t questions)
 {
     if (queue_ == nullptr && questions >= worthAQueue) {
-        queue_ = system_.createQueue();
+        queue_ = place_.system().createQueue();
     }
 }
 
 void Inquiry::lookUp(const std::string& path, Answer<FileSystem::StorageSystemFileInfo> answer)
 {
     if (queue_ == nullptr) {
-        answerNow(answer, system_.fileInfo(path));
+        answerNow(answer, lookUpNow(path));
         return;
     }
-    const auto name = system_.pathFileName(path);
+    const auto name = place_.system().pathFileName(path);
     queue_->lookUp(path, [path, name, answer = std::move(answer)](const auto& why, const auto& is) {
         answer(why, infoOf(path, name, is));
     });
 }
 
+/// A queue does not take for a directory what only passes for one.
+std::optional<FileSystem::StorageSystemFileInfo> Inquiry::lookUpNow(const std::string& path) const
+{
+    auto info = place_.system().fileInfo(path);
+    if (info && isDirectory(info->type) && !place_.isDirectoryItself(path)) {
+        info->type = {};
+    }
+    return info;
+}
+
 void Inquiry::readLink(const std::string& path, Answer<std::string> answer)
 {
     if (queue_ == nullptr) {
-        answerNow(answer, system_.fileSymbolicLinkTarget(path));
+        answerNow(answer, place_.system().fileSymbolicLinkTarget(path));
     } else {
         queue_->readLink(path, std::move(answer));
     }
@@ -57,7 +67,7 @@ void Inquiry::storageInfo(const std::string& path,
                           Answer<FileSystem::StorageSystemStorageInfo> answer)
 {
     if (queue_ == nullptr) {
-        answerNow(answer, system_.fileStorageInfo(path));
+        answerNow(answer, place_.system().fileStorageInfo(path));
     } else {
         queue_->storageInfo(path, std::move(answer));
     }

@@ -1,17 +1,19 @@
 #pragma once
 
-#include <FileSystem/FileSystem2.h>
+#include "files/Place.h"
+
 #include <FileSystem/StorageSystemQueue.h>
 
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace TarnisTool {
 
-/// Questions about the paths of a file system: in flight together where there are many, and one
+/// Questions about the paths of a place: in flight together where there are many, and one
 /// after the other where there are few, which is sooner over than a queue is opened.
 class Inquiry
 {
@@ -20,7 +22,7 @@ public:
     template <class Result>
     using Answer = std::function<void(const FileSystem::Failure& why, const Result& result)>;
 
-    explicit Inquiry(const FileSystem::FileSystem2& system);
+    explicit Inquiry(const Place& place);
     Inquiry(const Inquiry&) = delete;
     Inquiry& operator=(const Inquiry&) = delete;
     ~Inquiry();
@@ -44,7 +46,9 @@ public:
     void finish();
 
 private:
-    const FileSystem::FileSystem2& system_;
+    std::optional<FileSystem::StorageSystemFileInfo> lookUpNow(const std::string& path) const;
+
+    const Place& place_;
     std::unique_ptr<FileSystem::StorageSystemQueue> queue_;
 };
 

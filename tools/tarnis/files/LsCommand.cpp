@@ -50,6 +50,9 @@ struct Block
     std::size_t unanswered = 0;
 };
 
+// More of them take memory.
+constexpr std::size_t mostBlocks = 1'000;
+
 bool isHidden(const std::string& name)
 {
     return !name.empty() && name.front() == '.';
@@ -97,7 +100,7 @@ public:
     Listing(LsCommand& command, RemotePlace& place, std::size_t pathCount)
         : command_(command)
         , place_(place)
-        , inquiry_(place.system())
+        , inquiry_(place)
         , hasHeadings_(!command.isJson_ && (pathCount > 1 || command.isRecursive_))
     {}
 
@@ -125,6 +128,7 @@ public:
             const std::string shown = id == path ? match.path : textOf(match.path);
             entries.push_back({std::move(match.info), shown, shown});
         }
+        sort(entries);
         show(entries);
         std::vector<std::string> directories;
         for (const Entry& entry : entries) {
@@ -159,7 +163,9 @@ public:
 
     void done(const TreeEntry& directory) override
     {
-        show(std::exchange(entries_, {}), pathOf(directory));
+        auto entries = std::exchange(entries_, {});
+        sort(entries);
+        show(std::move(entries), pathOf(directory));
     }
 
     bool failed(const TreeEntry& entry, const FileSystem::Failure& why) override
@@ -183,7 +189,9 @@ public:
 
     bool progress(const FileSystem::TreeProgress& /*progress*/) override
     {
-        inquiry_.wait(std::chrono::milliseconds(0));
+        const bool waitsForMany = blocks_.size() > mostBlocks;
+        inquiry_.wait(waitsForMany ? std::chrono::milliseconds::max()
+                                   : std::chrono::milliseconds(0));
         print();
         return true;
     }
@@ -263,11 +271,10 @@ private:
         return command_.hasReadableSizes_ ? humanSize(size) : std::to_string(size);
     }
 
-    /// Prints it in its turn.
+    /// Prints entries in their turn.
     /// \param directory that the entries are in; empty for operands.
     void show(std::vector<Entry> entries, const std::optional<std::string>& directory = {})
     {
-        sort(entries);
         Block& block = blocks_.emplace_back();
         block.entries = std::move(entries);
         if (directory && hasHeadings_) {
@@ -289,13 +296,23 @@ private:
         for (std::size_t i = 0; i < block.entries.size(); ++i) {
             if (isLink(block.entries[i])) {
                 ++block.unanswered;
-                inquiry_.readLink(fileIdOf(block.entries[i].path), [&block, i](const auto& why,
-                                                                               const auto& target) {
-                    --block.unanswered;
-                    block.targets[i] = why ? std::nullopt : std::make_optional(target);
-                });
+                inquiry_.readLink(fileIdOf(block.entries[i].path),
+                                  [this, &block, i](const auto& why, const auto& target) {
+                                      takeTarget(block, i, why, target);
+                                  });
             }
         }
+    }
+
+    /// A link that cannot be read is shown without where it leads.
+    void takeTarget(Block& block, std::size_t index, const FileSystem::Failure& why,
+                    const std::string& target)
+    {
+        if (isLoss(why)) {
+            place_.throwLost(why);
+        }
+        --block.unanswered;
+        block.targets[index] = why ? std::nullopt : std::make_optional(target);
     }
 
     void print()

@@ -51,7 +51,7 @@ private:
 void LookUpCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& paths)
 {
     std::vector<Tell> answers(paths.size());
-    Inquiry inquiry(place.system());
+    Inquiry inquiry(place);
     inquiry.expect(paths.size());
     std::size_t asked = 0;
     for (std::size_t next = 0; next < paths.size(); ++next) {
@@ -110,6 +110,9 @@ void StatCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::string& p
         } else {
             inquiry.readLink(id, [=, &place](const auto& unread, const std::string& target) {
                 done([=, &place] {
+                    if (isLoss(unread)) {
+                        place.throwLost(unread);
+                    }
                     tell(place, path, info, unread ? std::nullopt : std::optional(target));
                 });
             });
