@@ -90,7 +90,8 @@ private:
     void take(const Answer& answer)
     {
         --underWay_;
-        if (!isOver_) {
+        // Also of one that comes after the end: others may have overtaken it.
+        if (isWanted_) {
             takeNames(answer);
         }
         goOn();
@@ -109,21 +110,25 @@ private:
         const auto status = Call<>::statusOf(answer);
         if (status && status->code == SFTPStatusCode::EndOfFile) {
             isOver_ = true;
+            hasEnded_ = true;
             return;
         }
         const auto names = !answer.isLost && answer.type == SFTPPacketType::Name
                                ? decodeNames(answer.fields)
                                : std::nullopt;
         if (!names) {
-            isOver_ = true;
-            failure_ = answer;
+            // What is asked for beyond the end may be refused in any way.
+            if (!hasEnded_ || answer.isLost) {
+                giveUp();
+                failure_ = answer;
+            }
             return;
         }
         emptyAnswers_ = names->empty() ? emptyAnswers_ + 1 : 0;
         wanted_ = std::min(wanted_ * 2, mostRequests);
         takeEntries(*names);
         if (emptyAnswers_ == mostEmptyAnswers) {
-            isOver_ = true;
+            giveUp();
             problem_ = "the server goes on answering without names";
         }
     }
@@ -137,7 +142,7 @@ private:
                 continue;
             }
             if (!canBeEntry(name.name)) {
-                isOver_ = true;
+                giveUp();
                 problem_ = "the server names an entry as none can be named";
                 break;
             }
@@ -173,16 +178,28 @@ private:
         }
     }
 
+    /// No more answers are looked at.
+    void giveUp()
+    {
+        isOver_ = true;
+        isWanted_ = false;
+    }
+
+    /// Nothing is handed over any more.
+    void stop()
+    {
+        giveUp();
+        isStopped_ = true;
+    }
+
     void handOver(Batch& batch)
     {
         try {
-            if (isWanted_ && !batch.entries.empty() && !receiver_(batch.entries)) {
-                isWanted_ = false;
-                isOver_ = true;
+            if (!isStopped_ && !batch.entries.empty() && !receiver_(batch.entries)) {
+                stop();
             }
         } catch (...) {
-            isWanted_ = false;
-            isOver_ = true;
+            stop();
             queue_.later([self = shared_from_this()] { self->goOn(); });
             throw;
         }
@@ -236,7 +253,9 @@ private:
     std::size_t emptyAnswers_ = 0;
     std::size_t batches_ = 0; ///< Whose doubtful entries have been asked for.
     bool isOver_ = false;     ///< No more names are asked for.
+    bool hasEnded_ = false;   ///< The server has said that there are no more.
     bool isWanted_ = true;
+    bool isStopped_ = false;
     std::optional<Answer> failure_;
     const char* problem_ = nullptr;
 };

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <ostream>
+#include <set>
+#include <stdexcept>
 
 namespace TarnisTest {
 
@@ -392,6 +394,108 @@ TEST_F(HostileQueueTest, TakesReadsThatAreCutShort)
     }
     // Each piece of such a size is asked for once, but for what it took to learn that.
     EXPECT_LT(server().sftp().requestCount(SftpPacket::Read), 31U + 92U + 600U + 150U);
+}
+
+TEST_F(HostileQueueTest, AsksForNoMoreThanTheServerGives)
+{
+    const std::string file = put("large", pseudoRandomBytes(23, 3'000'000));
+    openQueue();
+    const auto source = openFile(queue(), file, kRead);
+    SftpScript script;
+    script.maxReadReply = 32'768;
+    follow(script);
+    LentMemory memory(3'000'000);
+    const auto readAll = [&] {
+        queue().read(source, 0, memory.data(), 3'000'000,
+                     [](const Failure& failure, std::uint64_t count) {
+                         EXPECT_FALSE(failure) << failure.message();
+                         EXPECT_EQ(count, 3'000'000U);
+                     });
+        ASSERT_TRUE(finishInTime(queue()));
+    };
+    readAll();
+    const auto seen = server().sftp().events().size();
+    readAll();
+    const auto events = server().sftp().events();
+    EXPECT_TRUE(std::all_of(events.begin() + static_cast<std::ptrdiff_t>(seen), events.end(),
+                            [](const SftpEvent& event) { return event.length <= 32'768; }));
+    EXPECT_GT(events.size(), seen);
+}
+
+TEST_F(HostileQueueTest, MoreDataThanWasAskedForIsNoAnswer)
+{
+    fill();
+    openQueue();
+    const auto source = openFile(queue(), path("file"), kRead);
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Read), lengthenData(7)}};
+    follow(script);
+    LentMemory memory(100'000);
+    const auto failure = failureOf<std::uint64_t>(queue(), [&](auto done) {
+        queue().read(source, 0, memory.data(), 100'000, std::move(done));
+    });
+    EXPECT_EQ(failure->code(), FailureCode::Protocol);
+    EXPECT_TRUE(memory.isKept());
+    EXPECT_FALSE(*lookUpFailure(queue(), path("file")));
+}
+
+class QueueListingOrderTest : public HostileQueueTest
+{
+protected:
+    void SetUp() override
+    {
+        HostileQueueTest::SetUp();
+        for (int number = 0; number < 300; ++number) {
+            expected_.insert("file" + std::to_string(number));
+            put("file" + std::to_string(number), "x");
+        }
+        SftpScript script;
+        script.entriesPerReply = 10;
+        script.order = SftpOrder::Reversed;
+        script.heldReplies = 1'000;
+        script.heldRequest = SftpPacket::Readdir;
+        follow(script);
+        openQueue();
+    }
+
+    std::multiset<std::string> expected_;
+};
+
+TEST_F(QueueListingOrderTest, NamesThatComeAfterTheEndAreTaken)
+{
+    std::multiset<std::string> names;
+    const auto failure = failureOf(queue(), [&](auto done) {
+        queue().list(
+            server().sftp().root(),
+            [&names](std::vector<StorageSystemEntry>& entries) {
+                for (const auto& entry : entries) {
+                    names.insert(entry.name);
+                }
+                return true;
+            },
+            std::move(done));
+    });
+    EXPECT_FALSE(*failure) << failure->message();
+    EXPECT_EQ(names, expected_);
+}
+
+TEST_F(QueueListingOrderTest, AReceiverThatThrowsAtTheLastAnswerLeavesNoneOut)
+{
+    std::size_t calls = 0;
+    bool isAnswered = false;
+    queue().list(
+        server().sftp().root(),
+        [&](std::vector<StorageSystemEntry>& entries) {
+            calls += entries.size();
+            if (calls >= 300) {
+                throw std::runtime_error("the host's own");
+            }
+            return true;
+        },
+        [&isAnswered](const Failure&) { isAnswered = true; });
+    EXPECT_THROW(static_cast<void>(finishInTime(queue())), std::runtime_error);
+    EXPECT_TRUE(finishInTime(queue()));
+    EXPECT_TRUE(isAnswered);
 }
 
 TEST_F(HostileQueueTest, AFileThatEndsEarlyIsThatShort)
