@@ -176,7 +176,10 @@ TEST_F(QueueLanesTest, OneChannelDoesForAServerThatIsNear)
 {
     startFar({}, milliseconds(0));
     putFiles(24);
-    EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    // A busy machine may be late with one answer, but not with all of them.
+    for (int question = 0; question < 20; ++question) {
+        EXPECT_FALSE(*lookUpFailure(queue(), server().root()));
+    }
     readFiles();
     EXPECT_EQ(readers().size(), 1U);
 }
