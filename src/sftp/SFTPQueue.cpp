@@ -128,7 +128,8 @@ bool SFTPQueue::awaitServer()
         return connection.phase();
     };
     for (Phase now = phase(); now != Phase::Ready; now = phase()) {
-        if (connection.isOver()) {
+        // Not asked again: without the lock, another thread may take in the server's version.
+        if (now == Phase::Refused || now == Phase::Ended) {
             return fail(FailureCode::Denied, FailureSource::Transport, 0, connection.error());
         }
         if (Clock::now() >= deadline) {
