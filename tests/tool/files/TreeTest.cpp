@@ -253,6 +253,8 @@ TEST_F(TreeTest, PathsWithinEachOtherAreRemovedOneAfterTheOther)
     expectFailure(tarnis("rm", {"-r", at("t"), at("x/../t")}),
                   "cannot find " + at("x/../t") + gone);
     there().write("ab", "");
+    expectFailure(tarnis("rm", {at("ab"), at("ab")}), "cannot find " + at("ab") + gone);
+    there().write("ab", "");
     there().write("b", "");
     expectQuiet(tarnis("rm", {at("a*"), at("*b")}));
     EXPECT_THAT(namesIn(there().path()), testing::IsEmpty());

@@ -1,6 +1,7 @@
 #include "Failure.h"
 #include "files/Cancellation.h"
 #include "files/EntryNames.h"
+#include "files/Inquiry.h"
 #include "files/LeafCommands.h"
 #include "files/PathsCommand.h"
 #include "files/Pattern.h"
@@ -42,6 +43,7 @@ public:
         }
         isLastApart_ = leadsUp(plain);
         steps_.back().push_back(path);
+        ++count_;
         taken_.insert(plain);
         eachParent(plain, [this](const std::string& parent) {
             above_.insert(parent);
@@ -59,7 +61,7 @@ public:
 
     const std::vector<std::vector<std::string>>& steps() const noexcept { return steps_; }
 
-    std::size_t count() const noexcept { return taken_.size(); }
+    std::size_t count() const noexcept { return count_; }
 
 private:
     /// Without what says nothing: "." and repeated slashes.
@@ -112,6 +114,7 @@ private:
     std::vector<std::vector<std::string>> steps_;
     std::unordered_set<std::string> taken_;
     std::unordered_set<std::string> above_;
+    std::size_t count_ = 0;
     bool isLastApart_ = false;
 };
 
@@ -149,6 +152,10 @@ public:
 
     void run()
     {
+        if (plan_.count() == 1 && !command_.isRecursive_) {
+            removeAlone(plan_.steps().front().front());
+            return;
+        }
         for (const auto& paths : plan_.steps()) {
             std::vector<std::string> roots;
             for (const std::string& path : paths) {
@@ -200,6 +207,23 @@ public:
     }
 
 private:
+    /// One file is sooner gone than many operations could be put in flight.
+    void removeAlone(const std::string& path)
+    {
+        TreeEntry root{withoutSlashAtEnd(path), {}, {}};
+        if (root.path != path) {
+            meantAsDirectories_.insert(root.path);
+        }
+        Inquiry(place_).lookUp(root.path, [this, &root](const auto& why, const auto& info) {
+            root.attributes.type = info.type;
+            if (why) {
+                static_cast<void>(failed(root, why));
+            } else if (wants(root) && !place_.system().fileRemove(root.path)) {
+                static_cast<void>(failed(root, FileSystem::Failure::last()));
+            }
+        });
+    }
+
     /// Empty for what is to be removed.
     std::string reasonAgainst(const TreeEntry& entry) const
     {
@@ -233,7 +257,8 @@ private:
         if (why.code() == FailureCode::TooDeep) {
             return place_.refusal(whatFails, entry.path, "it is nested too deep");
         }
-        return place_.failureBecause(operation == "lookUp" ? "cannot find"
+        const bool isUnfound = operation == "lookUp" || operation == "fileInfo";
+        return place_.failureBecause(isUnfound             ? "cannot find"
                                      : operation == "list" ? "cannot list"
                                                            : whatFails,
                                      entry.path, why);
