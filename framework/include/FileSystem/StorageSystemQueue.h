@@ -162,8 +162,8 @@ public:
     /// What the open file is.
     void look(File file, Completion<const StorageSystemAttributes&> done);
 
-    /// Sets attributes of the open file: size, owner, permissions, modification time, in that order.
-    /// NotKept where the system says that it did and has not.
+    /// Sets attributes of the open file: size, owner, permissions, modification time, in that
+    /// order. NotKept where the system says that it did and has not.
     void setAttributes(File file, const StorageSystemAttributes& attributes, Completion<> done);
 
     /// Closes the file. Some systems find out only now that they could not write. The file is
