@@ -287,7 +287,7 @@ TEST_P(CopyTreeContract, PreservesPermissionsAndTimes)
 TEST_P(CopyTreeContract, AFailureKeepsNothingElseFromBeingCopied)
 {
     makeTree();
-    ASSERT_EQ(::mkfifo(localSourcePath(sourcePath("t/d/pipe")).c_str(), 0600), 0);
+    makeSourcePipe("t/d/pipe");
     ASSERT_TRUE(target().directoryMakePath(targetPath("copy/c"), false));
     makeTarget("copy/b", "a file where a directory is to be");
     const auto report = copy("t", "copy");

@@ -54,6 +54,32 @@ std::optional<FileSystem::StorageSystemFileInfo> Inquiry::lookUpNow(const std::s
     return info;
 }
 
+void Inquiry::lookUpWithMode(const std::string& path, Answer<FoundEntry> answer)
+{
+    if (queue_ == nullptr) {
+        answerNow(answer, lookUpWithModeNow(path));
+        return;
+    }
+    const auto name = place_.system().pathFileName(path);
+    queue_->lookUp(path, [path, name, answer = std::move(answer)](const auto& why, const auto& is) {
+        FoundEntry found{infoOf(path, name, is), std::nullopt};
+        if (is.permissions && is.specialBits && !isSymbolicLink(found.info.type)) {
+            found.mode = is.permissions->raw() | *is.specialBits;
+        }
+        answer(why, found);
+    });
+}
+
+std::optional<FoundEntry> Inquiry::lookUpWithModeNow(const std::string& path) const
+{
+    auto info = lookUpNow(path);
+    if (!info) {
+        return std::nullopt;
+    }
+    const bool isLink = isSymbolicLink(info->type);
+    return FoundEntry{*std::move(info), isLink ? std::nullopt : place_.mode(path)};
+}
+
 void Inquiry::readLink(const std::string& path, Answer<std::string> answer)
 {
     if (queue_ == nullptr) {

@@ -6,12 +6,21 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace TarnisTool {
+
+/// What stands at a path.
+struct FoundEntry
+{
+    FileSystem::StorageSystemFileInfo info;
+    /// All twelve permission bits; empty where they are not told, and for a link.
+    std::optional<std::uint32_t> mode;
+};
 
 /// Questions about the paths of a place: in flight together where there are many, and one
 /// after the other where there are few, which is sooner over than a queue is opened.
@@ -33,6 +42,7 @@ public:
     // The answer comes here and now, or in wait() or finish(). None follows a link.
 
     void lookUp(const std::string& path, Answer<FileSystem::StorageSystemFileInfo> answer);
+    void lookUpWithMode(const std::string& path, Answer<FoundEntry> answer);
     void readLink(const std::string& path, Answer<std::string> answer);
     void storageInfo(const std::string& path, Answer<FileSystem::StorageSystemStorageInfo> answer);
 
@@ -47,6 +57,7 @@ public:
 
 private:
     std::optional<FileSystem::StorageSystemFileInfo> lookUpNow(const std::string& path) const;
+    std::optional<FoundEntry> lookUpWithModeNow(const std::string& path) const;
 
     const Place& place_;
     std::unique_ptr<FileSystem::StorageSystemQueue> queue_;

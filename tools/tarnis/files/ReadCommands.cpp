@@ -77,12 +77,10 @@ public:
     explicit StatCommand(CLI::App& program);
 
 private:
-    using Info = FileSystem::StorageSystemFileInfo;
-
     void ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
              std::function<void(Tell)> done) override;
     void finish() override;
-    void tell(const RemotePlace& place, const std::string& path, const Info& info,
+    void tell(const std::string& path, const FoundEntry& found,
               const std::optional<std::string>& target);
 
     bool isJson_ = false;
@@ -102,29 +100,28 @@ void StatCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::string& p
                       std::function<void(Tell)> done)
 {
     const std::string id = fileIdOf(path);
-    inquiry.lookUp(id, [=, &place, &inquiry](const auto& why, const Info& info) {
+    inquiry.lookUpWithMode(id, [=, &place, &inquiry](const auto& why, const FoundEntry& found) {
         if (why) {
             done([&place, id, why] { place.failBecause("cannot find", id, why); });
-        } else if (!isSymbolicLink(info.type)) {
-            done([=, &place] { tell(place, path, info, std::nullopt); });
+        } else if (!isSymbolicLink(found.info.type)) {
+            done([=] { tell(path, found, std::nullopt); });
         } else {
             inquiry.readLink(id, [=, &place](const auto& unread, const std::string& target) {
                 done([=, &place] {
                     if (isLoss(unread)) {
                         place.throwLost(unread);
                     }
-                    tell(place, path, info, unread ? std::nullopt : std::optional(target));
+                    tell(path, found, unread ? std::nullopt : std::optional(target));
                 });
             });
         }
     });
 }
 
-void StatCommand::tell(const RemotePlace& place, const std::string& path, const Info& info,
+void StatCommand::tell(const std::string& path, const FoundEntry& found,
                        const std::optional<std::string>& target)
 {
-    // A queue tells no more than nine bits. All that a link has is known.
-    const auto mode = isSymbolicLink(info.type) ? std::nullopt : place.mode(fileIdOf(path));
+    const auto& [info, mode] = found;
     if (isJson_) {
         json_.add(info, path, target, mode);
         return;
