@@ -114,13 +114,15 @@ void SFTPQueue::explain(const std::shared_ptr<Call<Results...>>& call, const Ans
         call->failFor(answer);
         return;
     }
-    askKind(path, [this, call, answer, reason = std::move(reason),
+    // They may be closed by the time at which the rest is known.
+    const bool wereOthersOpen = opened_ > 0;
+    askKind(path, [this, call, answer, wereOthersOpen, reason = std::move(reason),
                    tryAgain = std::move(tryAgain)](std::optional<std::uint32_t> kind) {
         const auto known = reason(kind);
         const auto giveUp = [call, answer, known] {
             call->failFor(answer, {}, SFTPSubject::Path, known);
         };
-        if (known || tryAgain == nullptr || opened_ == 0) {
+        if (known || tryAgain == nullptr || !wereOthersOpen) {
             giveUp();
         } else {
             parked_.push_back({tryAgain, giveUp});

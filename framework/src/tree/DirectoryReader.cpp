@@ -104,8 +104,13 @@ void DirectoryReader::finish()
     entries.erase(std::remove_if(entries.begin(), entries.end(),
                                  [](const auto& entry) { return !entry.attributes.type; }),
                   entries.end());
-    std::sort(entries.begin(), entries.end(),
-              [](const auto& left, const auto& right) { return left.name < right.name; });
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const auto& left, const auto& right) { return left.name < right.name; });
+    // What is listed twice is there once.
+    entries.erase(
+        std::unique(entries.begin(), entries.end(),
+                    [](const auto& left, const auto& right) { return left.name == right.name; }),
+        entries.end());
     done_(contents_);
 }
 

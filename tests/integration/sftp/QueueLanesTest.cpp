@@ -221,7 +221,7 @@ TEST_F(QueueLanesTest, LittleWorkFarAwayHasOneChannel)
 TEST_F(QueueLanesTest, AServerMaySendFurtherAheadForOneFile)
 {
     startFar({}, milliseconds(0));
-    const std::string content = pseudoRandomBytes(1, 24'000'000);
+    const std::string content = pseudoRandomBytes(1, 60'000'000);
     const std::string name = server().path("large");
     std::ofstream(name, std::ios::binary) << content;
     const auto file = openFile(queue(), name, kRead);
@@ -230,24 +230,33 @@ TEST_F(QueueLanesTest, AServerMaySendFurtherAheadForOneFile)
     queue().read(file, 0, buffer.data(), buffer.size(),
                  [&isRead](const Failure& failure, std::uint64_t) { isRead = !failure; });
     const auto forwarded = [this] { return proxy().forwardedBytes(TcpProxy::ToClient); };
+    constexpr std::uint64_t ahead =
+        LIBSSH_VERSION_INT < SSH_VERSION_INT(0, 11, 0) ? 3'000'000U : 900'000U;
     const std::uint64_t before = forwarded();
-    while (forwarded() < before + 8'000'000) {
-        queue().pump(milliseconds(1));
-    }
-    // From here on the server sends what the window lets it.
-    proxy().stall(TcpProxy::ToServer);
-    const std::uint64_t stalled = forwarded();
-    std::uint64_t last = 0;
-    while (last != forwarded()) {
-        last = forwarded();
-        for (int round = 0; round < 30; ++round) {
-            queue().pump(milliseconds(10));
+    const auto taken = [&] {
+        return static_cast<std::uint64_t>(
+            std::mismatch(buffer.begin(), buffer.end(), content.begin()).first - buffer.begin());
+    };
+    // What of the window has been told to the server at a moment depends on who runs just then.
+    bool isAhead = false;
+    for (std::uint64_t read = 2'000'000; !isAhead && read < 50'000'000; read += 2'000'000) {
+        while (taken() < read) {
+            queue().pump(milliseconds(1));
         }
+        // From here on the server sends what the window lets it.
+        proxy().stall(TcpProxy::ToServer);
+        const std::uint64_t limit = before + taken() + ahead;
+        std::uint64_t last = 0;
+        while (!isAhead && last != forwarded()) {
+            last = forwarded();
+            for (int round = 0; round < 30; ++round) {
+                queue().pump(milliseconds(10));
+            }
+            isAhead = forwarded() > limit;
+        }
+        proxy().resume();
     }
-    EXPECT_FALSE(isRead);
-    EXPECT_GT(last - stalled,
-              LIBSSH_VERSION_INT < SSH_VERSION_INT(0, 11, 0) ? 3'000'000U : 900'000U);
-    proxy().resume();
+    EXPECT_TRUE(isAhead);
     ASSERT_TRUE(finishInTime(queue()));
     EXPECT_TRUE(isRead);
     EXPECT_TRUE(buffer == content);
@@ -311,14 +320,36 @@ TEST_F(QueueLanesTest, AChannelThatIsLostTakesNoOtherWithIt)
 
 TEST_F(QueueLanesTest, OpensWaitForTheServersHandles)
 {
+    constexpr std::size_t most = 3;
+    constexpr std::size_t files = 8;
     startFar({}, milliseconds(0));
-    putFiles(12);
+    putFiles(files);
+    const auto pathOf = [this](std::size_t number) {
+        return server().path("file" + std::to_string(number));
+    };
+    std::vector<StorageSystemQueue::File> open;
+    while (open.size() < most) {
+        open.push_back(openFile(queue(), pathOf(open.size()), kRead));
+    }
     SftpScript script;
     // As a server does that has no handle left.
-    script.rules = {{{SftpPacket::Open, 4, 5}, refuse(SftpStatus::Failure)},
-                    {{SftpPacket::Open, 12, 3}, refuse(SftpStatus::Failure)}};
+    script.rules = {{{SftpPacket::Open, 1, files - most}, refuse(SftpStatus::Failure)}};
     server().setScript(script);
-    readFiles();
+    std::size_t opened = 0;
+    for (std::size_t number = most; number < files; ++number) {
+        queue().open(pathOf(number), kRead, {},
+                     [&](const Failure& failure, StorageSystemQueue::File file) {
+                         EXPECT_FALSE(failure) << failure.message();
+                         opened += failure ? 0U : 1U;
+                         queue().close(file, [](const Failure&) {});
+                     });
+    }
+    // They are asked for behind the refused ones.
+    for (const auto file : open) {
+        queue().close(file, [](const Failure& failure) { EXPECT_FALSE(failure); });
+    }
+    ASSERT_TRUE(finishInTime(queue()));
+    EXPECT_EQ(opened, files - most);
 }
 
 TEST_F(QueueLanesTest, OpensDoNotWaitForWhatNobodyCloses)
