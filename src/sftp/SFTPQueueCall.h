@@ -53,7 +53,7 @@ public:
     /// \param reason what is known better than by its status.
     void failFor(const SFTPAnswer& answer, const std::string& entry = {},
                  SFTPSubject subject = SFTPSubject::Path,
-                 std::optional<FileSystem::FailureCode> reason = std::nullopt)
+                 const std::optional<FileSystem::FailureCode>& reason = std::nullopt)
     {
         failAs([&] { note(answer, entry, subject, reason); });
     }
@@ -123,7 +123,7 @@ private:
     }
 
     void note(const SFTPAnswer& answer, const std::string& entry, SFTPSubject subject,
-              std::optional<FileSystem::FailureCode> reason) const
+              const std::optional<FileSystem::FailureCode>& reason) const
     {
         using FileSystem::FailureCode;
         using FileSystem::FailureSource;
