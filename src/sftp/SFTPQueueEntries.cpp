@@ -381,7 +381,7 @@ void SFTPQueue::do_makeLink(const std::string& target, const std::string& path, 
     if (!isNamed(call)) {
         return;
     }
-    whereNothingStands(call, path, false, [this, call, target] {
+    whereNothingStands(call, path, false, [call, target] {
         // Servers differ in what they make of such a request; the file system finds out which.
         call->endBySystem([&](const FileSystem::FileSystem2& system) {
             return system.fileSymbolicLinkCreateAs(target, call->path(), true);
