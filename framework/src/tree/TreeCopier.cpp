@@ -27,6 +27,9 @@ constexpr std::size_t mostReading = 32;
 // Of what was read and is not written yet, bytes.
 constexpr std::uint64_t mostBytesHeld = 32U << 20U;
 
+// Each has a file open on either side.
+constexpr std::size_t mostFiles = 64;
+
 // A listing takes at least as many requests.
 constexpr std::size_t fewEntries = 4;
 
@@ -86,7 +89,7 @@ TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
     : source_(source)
     , target_(target)
     , options_(options)
-    , work_({&source, &target}, observer, options)
+    , work_({&source, &target}, observer, options, mostFiles)
 {
     context_.reset(new CopyContext{work_.queue(0), work_.queue(1), source, target, isLocal(source),
                                    isLocal(target), options_});

@@ -21,7 +21,7 @@ constexpr int longestWait = 100; // Milliseconds.
 } // namespace
 
 TreeWork::TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserver& observer,
-                   const TreeOptions& options)
+                   const TreeOptions& options, std::size_t most)
     : observer_(observer)
     , options_(options)
 {
@@ -29,7 +29,7 @@ TreeWork::TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserve
         queues_.push_back(system->createQueue());
         limit_ = std::max(limit_, queues_.back()->capacity());
     }
-    limit_ = options.inFlight != 0 ? options.inFlight : limit_;
+    limit_ = options.inFlight != 0 ? options.inFlight : std::min(limit_, most);
 }
 
 bool TreeWork::wants(const TreeEntry& entry)

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,8 +18,10 @@ class TreeWork
 {
 public:
     /// \param systems that the work is done on; each gets a queue.
+    /// \param most    how much is in flight at most, where the options do not say.
     TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserver& observer,
-             const TreeOptions& options);
+             const TreeOptions& options,
+             std::size_t most = std::numeric_limits<std::size_t>::max());
 
     StorageSystemQueue& queue(std::size_t system = 0) const noexcept { return *queues_[system]; }
 

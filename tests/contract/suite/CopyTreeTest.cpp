@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include <sys/stat.h>
+#include <sys/resource.h>
 
 namespace TarnisTest {
 
@@ -163,6 +163,23 @@ TEST_P(CopyTreeContract, CopiesManyFilesAtOnce)
     for (int i = 0; i < 150; ++i) {
         EXPECT_EQ(targetContent("copy/" + std::to_string(i)), std::to_string(i));
     }
+}
+
+TEST_P(CopyTreeContract, HasNoMoreFilesOpenThanPay)
+{
+    makeSourceDirectory("t");
+    for (int i = 0; i < 300; ++i) {
+        makeSource("t/" + std::to_string(i), "");
+    }
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = 250;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    const auto report = copy("t", "copy");
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.files, 300U);
 }
 
 TEST_P(CopyTreeContract, OneOperationInFlightIsEnough)
