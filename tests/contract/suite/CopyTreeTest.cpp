@@ -174,7 +174,7 @@ TEST_P(CopyTreeContract, HasNoMoreFilesOpenThanPay)
     rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     rlimit few = before;
-    few.rlim_cur = 250;
+    few.rlim_cur = 120;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
     const auto report = copy("t", "copy");
     EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
