@@ -58,6 +58,19 @@ void DirectoryTransfer::make(Made done)
     begin();
 }
 
+/// The callbacks hold whoever holds this, so they go with their call.
+void DirectoryTransfer::tellMade(const Failure& failure)
+{
+    const auto made = std::exchange(made_, nullptr);
+    made(failure);
+}
+
+void DirectoryTransfer::tellFinished()
+{
+    const auto finished = std::exchange(finished_, nullptr);
+    finished(losses_);
+}
+
 // Exclusively: a link to a directory, which would lead elsewhere, must not pass for a directory.
 void DirectoryTransfer::begin()
 {
@@ -81,7 +94,7 @@ void DirectoryTransfer::begin()
         self->context_.target.lookUp(self->entry_.target,
                                      [self](const Failure& failure, const auto& made) {
                                          if (failure) {
-                                             self->made_(failure);
+                                             self->tellMade(failure);
                                          } else {
                                              self->lookAtNew(made);
                                          }
@@ -95,9 +108,9 @@ void DirectoryTransfer::refused(const Failure& why)
     context_.target.lookUp(entry_.target, [self = shared_from_this(), why](const Failure& failure,
                                                                            const auto& standing) {
         if (failure) {
-            self->made_(why);
+            self->tellMade(why);
         } else if (standing.type && !isDirectory(standing)) {
-            self->made_(newFailure("copy", self->entry_.target, FailureCode::NotDirectory));
+            self->tellMade(newFailure("copy", self->entry_.target, FailureCode::NotDirectory));
         } else {
             self->closeStanding(standing);
         }
@@ -117,7 +130,7 @@ void DirectoryTransfer::adjustStickyBit(std::optional<bool> told)
 void DirectoryTransfer::lookAtNew(const Attributes& made)
 {
     if (made.type && !isDirectory(made)) {
-        made_(newFailure("copy", entry_.target, FailureCode::Changed));
+        tellMade(newFailure("copy", entry_.target, FailureCode::Changed));
         return;
     }
     now_ = made;
@@ -133,7 +146,7 @@ void DirectoryTransfer::lookAtNew(const Attributes& made)
     }
     const auto whileFilled = (mode.permissions & asked_) | allOfTheOwner;
     if (whileFilled == mode.permissions || !made.permissions) {
-        made_({});
+        tellMade({});
         return;
     }
     if (!final_) {
@@ -141,7 +154,7 @@ void DirectoryTransfer::lookAtNew(const Attributes& made)
     }
     // As far as the system has permissions at all.
     set(toAttributes({whileFilled, mode.isSticky}, now_),
-        [self = shared_from_this()](const Failure&) { self->made_({}); });
+        [self = shared_from_this()](const Failure&) { self->tellMade({}); });
 }
 
 /// Takes away, before the first entry, what a directory that was there has beyond the source's
@@ -151,7 +164,7 @@ void DirectoryTransfer::closeStanding(const Attributes& standing)
 {
     now_ = standing;
     if (!final_ || !standing.permissions) {
-        made_({});
+        tellMade({});
         return;
     }
     const auto mode = modeOf(standing);
@@ -159,11 +172,11 @@ void DirectoryTransfer::closeStanding(const Attributes& standing)
     const auto narrowed = (mode.permissions & final_->permissions) | allOfTheOwner;
     const bool isRight = narrowed == mode.permissions && mode.isSticky == final_->isSticky;
     if (isRight) {
-        made_({});
+        tellMade({});
         return;
     }
     set(toAttributes({narrowed, final_->isSticky}, now_),
-        [self = shared_from_this()](const Failure&) { self->made_({}); });
+        [self = shared_from_this()](const Failure&) { self->tellMade({}); });
 }
 
 void DirectoryTransfer::set(const Attributes& attributes, Made then)
@@ -190,7 +203,7 @@ void DirectoryTransfer::finish(Finished done)
 void DirectoryTransfer::setFinalMode()
 {
     if (!final_) {
-        finished_(losses_);
+        tellFinished();
         return;
     }
     set(toAttributes(*final_, now_), [self = shared_from_this()](const Failure& why) {
@@ -199,7 +212,7 @@ void DirectoryTransfer::setFinalMode()
             return;
         }
         self->lose(why, "the permissions");
-        self->finished_(self->losses_);
+        self->tellFinished();
     });
 }
 
@@ -209,7 +222,7 @@ void DirectoryTransfer::withoutSticky(const Failure& why)
     set(toAttributes({final_->permissions.without(writtenByOthers), false}, now_),
         [self = shared_from_this(), why](const Failure&) {
             self->lose(why, "the permissions");
-            self->finished_(self->losses_);
+            self->tellFinished();
         });
 }
 

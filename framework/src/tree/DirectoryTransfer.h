@@ -49,6 +49,8 @@ private:
     static StorageSystemAttributes toAttributes(const Mode& mode,
                                                 const StorageSystemAttributes& now);
 
+    void tellMade(const Failure& failure);
+    void tellFinished();
     void begin();
     void refused(const Failure& why);
     void lookAtNew(const StorageSystemAttributes& made);
