@@ -578,7 +578,8 @@ TEST_F(HostileQueueTest, ALostServerFailsAllThatIsUnderWayOnce)
     }
     ASSERT_TRUE(finishInTime(queue()));
     EXPECT_EQ(done + lost, 200);
-    EXPECT_GE(lost, 161);
+    // What was not sent yet may go to another channel, where the line is slow enough for one.
+    EXPECT_GE(lost, 128 - 39);
     follow({});
     expectOthersUnharmed();
 }
