@@ -38,14 +38,6 @@ bool isLocal(const StorageSystem& system)
     return system.getType() == StorageSystemType::Local;
 }
 
-template <class Value>
-Value takeLast(std::vector<Value>& values)
-{
-    auto last = std::move(values.back());
-    values.pop_back();
-    return last;
-}
-
 /// Whether a copy of the source would be inside of it, or cannot be told from that.
 bool leadsIntoItself(const StorageSystem& source, const std::string& sourcePath,
                      const StorageSystem& target, const std::string& targetPath)

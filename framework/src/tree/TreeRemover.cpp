@@ -21,14 +21,6 @@ bool isForWhatIsLeft(const Failure& failure)
     return failure.code() == FailureCode::NotEmpty || failure.code() == FailureCode::Other;
 }
 
-template <class Value>
-Value takeLast(std::vector<Value>& values)
-{
-    auto last = std::move(values.back());
-    values.pop_back();
-    return last;
-}
-
 } // namespace
 
 /// A directory that is being emptied. Lives as long as anything in it is still to be removed.
@@ -128,6 +120,9 @@ void TreeRemover::enter(TreeEntry&& entry, const DirectoryPtr& parent)
         work_.fail(entry, newFailure("list", entry.path, FailureCode::TooDeep));
         finishEntry(parent, true);
         return;
+    }
+    if (parent == nullptr) {
+        work_.queue().confine(entry.path);
     }
     toRead_.push_back(std::make_shared<Directory>());
     auto& directory = *toRead_.back();

@@ -144,6 +144,9 @@ void TreeWalker::tell(TreeEntry&& entry, std::size_t depth,
         work_.fail(entry, newFailure("list", entry.path, FailureCode::TooDeep));
         return;
     }
+    if (depth == 1) {
+        work_.queue().confine(entry.path);
+    }
     inside.push_back(std::make_unique<Step>());
     inside.back()->entry = std::move(entry);
     inside.back()->depth = depth;

@@ -92,6 +92,15 @@ private:
 bool isDirectory(const StorageSystemAttributes& attributes);
 bool isSymbolicLink(const StorageSystemAttributes& attributes);
 
+/// Of what is still to be done: the step that was found last, without it.
+template <class Value>
+Value takeLast(std::vector<Value>& values)
+{
+    auto last = std::move(values.back());
+    values.pop_back();
+    return last;
+}
+
 /// An entry of a directory.
 TreeEntry entryBelow(const TreeEntry& directory, StorageSystemEntry&& entry);
 
