@@ -63,7 +63,7 @@ std::string read(const FileSystem2& system, const std::string& path)
 /// A source with something new, and a target with the backup before.
 bool prepare(const FileSystem2& source, const FileSystem2& target)
 {
-    return write(source, "/work/letter", "new text, longer than the old one") &&
+    return write(source, "/letters/letter", "new text, longer than the old one") &&
            write(target, "/backup/letter", "old text");
 }
 
@@ -75,7 +75,7 @@ bool keepsTheOldBackupWhenTheDiskIsFull()
         return false;
     }
     target.setCapacity(20);
-    return backUp(source, "/work", target).code() == FailureCode::NoSpace &&
+    return backUp(source, "/letters", target).code() == FailureCode::NoSpace &&
            read(target, "/backup/letter") == "old text" && !target.fileInfo("/backup.new");
 }
 
@@ -92,7 +92,7 @@ bool hasABackupWhateverStepFails()
             return left-- == 0 ? std::make_optional(MemoryFault::failure(FailureCode::Other))
                                : std::nullopt;
         });
-        const auto why = backUp(source, "/work", target);
+        const auto why = backUp(source, "/letters", target);
         target.setFaultFunction({});
         const auto kept = read(target, "/backup/letter");
         const bool isNew = kept == "new text, longer than the old one";
