@@ -36,6 +36,17 @@ struct TreeProgress
     bool isAllFound = false; ///< Every directory was read, so that nothing more will be found.
 };
 
+/// What a copy that resumes has at a path beside a file's target.
+enum class TreePart : std::uint32_t
+{
+    Copied,   ///< What was copied. The next copy goes on from it.
+    Taking,   ///< What stands at the target, which is the beginning of the file, is about to be
+              ///< renamed to this path and added to; it goes back when the copy fails.
+    Standing, ///< What stood at the target, perhaps with what was added: it could not go back.
+    Emptied,  ///< What was copied; the system has dropped what stood at the target.
+    Returned, ///< The target itself: it is back there, perhaps with what was added.
+};
+
 /// Follows a tree operation and decides in it. All functions are called on the thread that called
 /// the operation, one after the other; an exception that one throws ends the operation, and is
 /// passed on. What they do on storage systems are operations of their own.
@@ -62,6 +73,18 @@ public:
     /// A copy leaves an entry out, for what stands where it would go.
     virtual void skipped(const TreeEntry& entry);
 
+    /// A copy that resumes has, or leaves after a failure, something of a file at a path of the
+    /// target's system. Called before failed(), and where the copy is stopped.
+    virtual void kept(const TreeEntry& entry, const std::string& path, TreePart part);
+
+    /// Whether a copy is to remove what the source has not: an entry in the target, with all that
+    /// is below it. `below` is the path from the root's target. Asked only with
+    /// TreeCopyOptions::removesOthers.
+    virtual bool removes(const TreeEntry& entry);
+
+    /// A copy has removed what the source has not.
+    virtual void removed(const TreeEntry& entry);
+
     /// The operation could not be done for an entry. Called once for each cause: a directory that
     /// stays because of what is left in it has not failed, nor has what is in one that could not be
     /// made. With NotKept and NotRemoved it was done, but for what the failure's text says.
@@ -80,6 +103,7 @@ struct TreeReport
     std::uint64_t directories = 0; ///< Done.
     std::uint64_t links = 0;       ///< Done.
     std::uint64_t skipped = 0;     ///< How often TreeObserver::skipped() was called.
+    std::uint64_t removed = 0;     ///< By a copy: how often TreeObserver::removed() was called.
     std::uint64_t bytes = 0;       ///< Of the files that were copied.
     std::uint64_t failed = 0;      ///< How often TreeObserver::failed() was called, or would be.
     bool isStopped = false;        ///< The observer said stop, after a failure or at its progress.
@@ -135,6 +159,7 @@ enum class TreeStanding : std::uint32_t
     Replace,  ///< In one step where the system can.
     Keep,     ///< The entry is left out.
     KeepSame, ///< It is left out where the file there has its size and, to the second, its time.
+    Resume,   ///< What an earlier copy has left, there or beside it, is gone on from.
     Fail,     ///< It fails with Exists.
 };
 
@@ -148,6 +173,10 @@ struct TreeCopyOptions : TreeOptions
     bool preservesTimes = false;
     /// As StorageSystemCopyOptionFlag::InPlace.
     bool isInPlace = false;
+    /// What stands in a directory that is copied into and not in its source is removed once all is
+    /// copied. Not where the source's could not be read to its end, and not once the copy was
+    /// stopped. What is there and not wanted from the source stays.
+    bool removesOthers = false;
 };
 
 /// What is to be copied, and where to.
@@ -167,6 +196,16 @@ struct TreeCopyPath
 /// system can be reached. Without "preserve" a new file or directory gets the source's permissions
 /// less the umask, and a file that is replaced keeps its own; what the bytes go to is never open to
 /// more people than the source is and the file that it becomes.
+///
+/// With TreeStanding::Resume a file gathers at ".NAME.tarnis-part" beside its target, which stays
+/// there when the copy is stopped or fails; what it holds, or the target where that is the
+/// beginning of the source, is compared with the source byte for byte before anything is put behind
+/// it. Where it differs, is longer, or the system drops it when it is opened, the file is copied
+/// anew. A target that is the whole source is left out. On this machine a part that is somebody
+/// else's or has a second name is none; on another system one that is open to more people than the
+/// source is closed first (Denied where that is refused). Where the source has a file of that name
+/// the part has a number behind it. Such a copy is written in order; one that replaces a file keeps
+/// its permissions, and not its owner.
 ///
 /// Failures: each entry's own. A directory that cannot be made takes all below it along, and is
 /// told once; one that is found to be no directory any more once it was copied fails with Changed.

@@ -5,6 +5,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace FileSystem {
 
@@ -14,6 +18,9 @@ class StorageSystem;
 struct CopyContext
 {
     using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
+
+    /// Of what was read and is not written yet.
+    static constexpr std::uint64_t mostBytesHeld = 32U << 20U;
 
     StorageSystemQueue& source;
     StorageSystemQueue& target;
@@ -38,6 +45,13 @@ struct CopyContext
     std::uint64_t bytesDone = 0; ///< Written.
     /// Is told when bytes have been written, and may stop the copy.
     std::function<void()> written = {};
+    /// Is told what a transfer that resumes has, or leaves, beside the target.
+    std::function<void(const TreeEntry& entry, const std::string& path, TreePart part)> kept = {};
+    /// Where transfers that resume gather, in small letters: a system may not tell "a" from "A".
+    std::set<std::string> parts = {};
 };
+
+/// Bytes on their way, which count as held as long as they are.
+std::shared_ptr<std::vector<char>> newBuffer(CopyContext& context, std::uint64_t size);
 
 } // namespace FileSystem

@@ -167,6 +167,7 @@ void EntryTransfer::decide()
         }
         break;
     case TreeStanding::Replace:
+    case TreeStanding::Resume:
         break;
     }
     if (mustBeNew_) {
@@ -307,7 +308,6 @@ void EntryTransfer::replaceAfterLooking(const Failure& why)
                                               }));
 }
 
-/// A renaming that is reported as failed may have been done all the same.
 void EntryTransfer::rename(const std::string& from, const std::string& to,
                            std::function<void(const Failure&)> done)
 {
@@ -385,20 +385,25 @@ void EntryTransfer::published()
     outcome_ = Outcome::Copied;
 }
 
-/// Removes what was made. Where that fails, the failure says what is left: nobody would look for
-/// it.
+// Where a connection was lost, that may be the source's.
 void EntryTransfer::cleanUp()
 {
-    if (failure_.code() == FailureCode::ConnectionLost) {
-        return;
-    }
     closeAll();
-    if (!isTemporaryOwned_) {
-        return;
+    if (isTemporaryOwned_) {
+        removeTemporary();
+    } else {
+        leave();
     }
+}
+
+/// Where that fails, the failure says what is left: nobody would look for it.
+void EntryTransfer::removeTemporary()
+{
     context_.target.removeFile(
         temporaryPath_, whatever<>([this](const Failure& failure) {
-            if (failure && failure.code() != FailureCode::NotFound) {
+            const bool isGone = failure.code() == FailureCode::NotFound ||
+                                failure.code() == FailureCode::ConnectionLost;
+            if (failure && !isGone) {
                 const auto text = failure_.text().empty() ? "" : failure_.text() + "; ";
                 failure_ =
                     withText(failure_, text + temporaryPath_ + " cannot be removed and is left");

@@ -70,6 +70,9 @@ protected:
 
     const std::optional<Attributes>& standing() const noexcept { return standing_.attributes; }
 
+    /// Nothing may stand at the target when the entry gets its name.
+    bool mustBeNew() const noexcept { return mustBeNew_; }
+
     /// What stands at the target is a regular file, and may be replaced.
     bool replacesFile() const noexcept;
 
@@ -81,6 +84,9 @@ protected:
 
     /// Another hidden name beside the target. False: there were enough of them.
     virtual bool takeTemporaryPath();
+
+    /// The entry is made under this name beside the target.
+    void useTemporaryPath(std::string path) { temporaryPath_ = std::move(path); }
 
     /// The entry is made under its own name.
     void useFinalPath() { temporaryPath_ = entry_.target; }
@@ -97,6 +103,9 @@ protected:
     /// Closes what is open, as a part of giving up.
     virtual void closeAll() {}
 
+    /// Sees to what is left after giving up where that is not this transfer's to be removed.
+    virtual void leave() {}
+
     /// Looks whether the target's place may still be taken, then goes on.
     void lookAgain();
 
@@ -105,6 +114,14 @@ protected:
 
     /// Gives up where the system does not give it its name.
     virtual void refusedName(const Failure& why) { giveUp(why); }
+
+    /// Ends, since what stands at the target is right already.
+    void skip();
+
+    /// Renames what is on the target's system. One that is reported as failed may have been done
+    /// all the same.
+    void rename(const std::string& from, const std::string& to,
+                std::function<void(const Failure&)> done);
 
     /// Gives up for this reason, as soon as nothing is in flight any more.
     void giveUp(const Failure& failure);
@@ -168,19 +185,17 @@ private:
     void decide();
     void proceed();
     bool isSame() const;
-    void skip();
     bool isReplaceable(const Attributes& now);
     void lookedAgain(const Failure& failure, const Attributes& now);
     void takeFreeName();
     void replaceAfterLooking(const Failure& why);
-    void rename(const std::string& from, const std::string& to,
-                std::function<void(const Failure&)> done);
     void replaceInSteps();
     void takePlaceOf(const std::string& aside);
     void bringBack(const std::string& aside, const Failure& why);
     void removeReplaced(const std::string& aside);
     void published();
     void cleanUp();
+    void removeTemporary();
     void finish();
 
     CopyContext& context_;

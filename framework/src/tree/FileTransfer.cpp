@@ -15,10 +15,13 @@ namespace {
 
 // What one operation moves: what OpenSSH's server takes as one request.
 constexpr std::uint64_t pieceSize = 261'120;
+// Where a copy goes on from what has arrived, less is lost of a piece that has not.
+constexpr std::uint64_t orderedPieceSize = 65'536;
 // To see whether a file has grown.
 constexpr std::uint64_t probeSize = 4U << 10U;
 // Of one file; together they are bounded by the memory that a copy may take.
 constexpr std::size_t mostPieces = 64;
+constexpr std::size_t mostOrderedPieces = 256;
 
 constexpr CopyContext::Permissions ownerOnly{0600U};
 constexpr CopyContext::Permissions everybodyReads{0044U};
@@ -237,49 +240,64 @@ void FileTransfer::narrowTo(Permissions permissions)
     context().target.setAttributes(*temporary_, attributes, whatever<>([](const Failure&) {}));
 }
 
+void FileTransfer::startAt(std::uint64_t offset, std::uint64_t size)
+{
+    expected_ = size;
+    nextRead_ = nextWrite_ = reached_ = written_ = offset;
+    end_ = std::numeric_limits<std::uint64_t>::max();
+    areBytesOver_ = false;
+    canRead_ = isInOrder_ = true;
+}
+
+void FileTransfer::readFirst(File file, std::uint64_t size)
+{
+    firstFile_ = file;
+    firstSize_ = size;
+}
+
+void FileTransfer::hasPermissions(Permissions made, Permissions now) noexcept
+{
+    made_ = made;
+    now_ = now;
+}
+
 void FileTransfer::beginWriting()
 {
     canWrite_ = true;
     for (const Piece& piece : std::exchange(unwritten_, {})) {
-        write(piece);
+        take(piece);
     }
     endBytes();
 }
 
 bool FileTransfer::wantsToRead() const noexcept
 {
-    return sourceFile_ && !isGivenUp() && reading_ + writing_ + unwritten_.size() < mostPieces &&
-           !isProbing_ && nextRead_ < end_;
-}
-
-FileTransfer::Buffer FileTransfer::newBuffer(std::uint64_t size)
-{
-    context().bytesHeld += size;
-    auto& held = context().bytesHeld;
-    return {new std::vector<char>(size), [&held](std::vector<char>* buffer) {
-                held -= buffer->size();
-                delete buffer;
-            }};
+    const auto most = isInOrder_ ? mostOrderedPieces : mostPieces;
+    return sourceFile_ && canRead_ && !isGivenUp() &&
+           reading_ + writing_ + unwritten_.size() < most && !isProbing_ && nextRead_ < end_;
 }
 
 /// Up to the size that is known, and then what may lie beyond it.
 void FileTransfer::readNext()
 {
     isProbing_ = nextRead_ >= expected_;
-    const auto size = isProbing_ ? probeSize : std::min(pieceSize, expected_ - nextRead_);
-    const Piece piece{newBuffer(size), nextRead_, size};
+    const bool isFirst = nextRead_ < firstSize_;
+    const auto known = (isFirst ? firstSize_ : expected_) - nextRead_;
+    const auto size =
+        isProbing_ ? probeSize : std::min(isInOrder_ ? orderedPieceSize : pieceSize, known);
+    const Piece piece{newBuffer(context(), size), nextRead_, size};
     nextRead_ += size;
     ++reading_;
-    context().source.read(
-        *sourceFile_, piece.offset, piece.buffer->data(), size,
-        whatever<std::uint64_t>([this, piece](const Failure& why, std::uint64_t got) {
-            --reading_;
-            if (why) {
-                giveUp(why);
-            } else {
-                read(piece, got);
-            }
-        }));
+    auto& queue = isFirst ? context().target : context().source;
+    queue.read(isFirst ? *firstFile_ : *sourceFile_, piece.offset, piece.buffer->data(), size,
+               whatever<std::uint64_t>([this, piece](const Failure& why, std::uint64_t got) {
+                   --reading_;
+                   if (why) {
+                       giveUp(why);
+                   } else {
+                       read(piece, got);
+                   }
+               }));
 }
 
 void FileTransfer::read(const Piece& piece, std::uint64_t got)
@@ -287,6 +305,10 @@ void FileTransfer::read(const Piece& piece, std::uint64_t got)
     const bool wasProbe = piece.offset >= expected_;
     if (wasProbe) {
         isProbing_ = false;
+    }
+    if (got < piece.size && piece.offset < firstSize_) {
+        giveUp(FailureCode::Changed, entry().target, "it was cut meanwhile");
+        return;
     }
     if (got < piece.size) {
         end_ = std::min(end_, piece.offset + got);
@@ -297,10 +319,35 @@ void FileTransfer::read(const Piece& piece, std::uint64_t got)
         return;
     }
     if (got != 0) {
-        const Piece filled{piece.buffer, piece.offset, got};
-        canWrite_ ? write(filled) : unwritten_.push_back(filled);
+        take({piece.buffer, piece.offset, got});
     }
     endBytes();
+}
+
+void FileTransfer::take(const Piece& piece)
+{
+    if (canWrite_ && !isInOrder_) {
+        write(piece);
+        return;
+    }
+    unwritten_.push_back(piece);
+    if (canWrite_) {
+        writeInOrder();
+    }
+}
+
+/// What a connection that is lost leaves then is the beginning of the file, without a hole.
+void FileTransfer::writeInOrder()
+{
+    const auto isNext = [this](const Piece& piece) { return piece.offset == nextWrite_; };
+    for (auto next = std::find_if(unwritten_.begin(), unwritten_.end(), isNext);
+         next != unwritten_.end();
+         next = std::find_if(unwritten_.begin(), unwritten_.end(), isNext)) {
+        const Piece piece = *next;
+        unwritten_.erase(next);
+        nextWrite_ += piece.size;
+        write(piece);
+    }
 }
 
 void FileTransfer::write(const Piece& piece)
@@ -340,14 +387,14 @@ void FileTransfer::endBytes()
 void FileTransfer::checkEnd()
 {
     if (written_ >= entry().attributes.size.value_or(0) || context().isSourceLocal) {
-        closeSource();
+        wroteAll();
         return;
     }
     context().source.look(*sourceFile_, then<const Attributes&>([this](const auto& now) {
         if (now.size && *now.size != written_) {
             giveUp(FailureCode::Changed, entry().path, "it ended before its size");
         } else {
-            closeSource();
+            wroteAll();
         }
     }));
 }
@@ -495,6 +542,10 @@ bool FileTransfer::keepsTime(const Attributes& now) const
 
 void FileTransfer::closeAll()
 {
+    if (firstFile_) {
+        context().target.close(*std::exchange(firstFile_, std::nullopt),
+                               whatever<>([](const Failure&) {}));
+    }
     if (sourceFile_) {
         context().source.close(*std::exchange(sourceFile_, std::nullopt),
                                whatever<>([](const Failure&) {}));

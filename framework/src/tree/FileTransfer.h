@@ -29,6 +29,8 @@ public:
     void readNext();
 
 protected:
+    using Buffer = std::shared_ptr<std::vector<char>>;
+
     /// Opens what is written to, when it is known what the source is, and begins to write. \param
     /// source as it is open.
     virtual void openTarget(const Attributes& source);
@@ -45,16 +47,37 @@ protected:
 
     Permissions sourcePermissions() const noexcept { return permissions_; }
 
+    /// Nothing is read before startAt().
+    void holdReading() noexcept { canRead_ = false; }
+
+    /// Reads the source from there on, which is so long, and writes what was read in its order.
+    void startAt(std::uint64_t offset, std::uint64_t size);
+
+    /// What is read before the source is: so much of a file of the target's system.
+    void readFirst(File file, std::uint64_t size);
+
+    /// Goes on when all bytes of the source are written.
+    virtual void wroteAll() { closeSource(); }
+
+    /// What the file is to have in the end.
+    virtual Permissions finalPermissions() const;
+
+    /// What the system gave to the file that is written to, and what it has now.
+    void hasPermissions(Permissions made, Permissions now) noexcept;
+
     std::uint64_t written() const noexcept { return written_; }
 
     void beginWriting();
+    void closeSource();
+    void setFinal();
     void setTime();
     void setPermissions();
+    void keepOrLose(const Failure& why, const char* what);
     void closeTemporary();
+    void closeAll() override;
+    void refusedName(const Failure& why) override;
 
 private:
-    using Buffer = std::shared_ptr<std::vector<char>>;
-
     struct Piece
     {
         Buffer buffer;
@@ -63,8 +86,6 @@ private:
     };
 
     void begin() override;
-    void closeAll() override;
-    void refusedName(const Failure& why) override;
 
     void openedSource(File file);
     void lookedAtSource(const Attributes& now);
@@ -79,17 +100,14 @@ private:
     bool isSecret() const;
     Permissions permissionsWhileFilled() const;
     void narrowTo(Permissions permissions);
-    Buffer newBuffer(std::uint64_t size);
     void read(const Piece& piece, std::uint64_t got);
+    void take(const Piece& piece);
+    void writeInOrder();
     void write(const Piece& piece);
     bool isAllWritten() const noexcept;
     void endBytes();
     void checkEnd();
-    void closeSource();
     void takeOwner();
-    void setFinal();
-    Permissions finalPermissions() const;
-    void keepOrLose(const Failure& why, const char* what);
     void checkWritten(const Attributes& now);
     bool keepsTime(const Attributes& now) const;
 
@@ -100,11 +118,16 @@ private:
     std::uint64_t nextRead_ = 0;
     std::uint64_t end_ =
         std::numeric_limits<std::uint64_t>::max(); ///< Of the file, once it is met.
+    bool canRead_ = true;
     bool isProbing_ = false; ///< What lies beyond the expected end is being read.
     std::size_t reading_ = 0;
     std::size_t writing_ = 0;
     std::vector<Piece> unwritten_; ///< Read before there was a file to write to.
     bool canWrite_ = false;
+    bool isInOrder_ = false;      ///< What is written last ends the file.
+    std::uint64_t nextWrite_ = 0; ///< In order.
+    std::optional<File> firstFile_;
+    std::uint64_t firstSize_ = 0;
     bool areBytesOver_ = false;
     std::uint64_t reached_ = 0; ///< How far the file was seen to go.
     std::uint64_t written_ = 0;

@@ -7,6 +7,9 @@
 #include "tree/FileTransfer.h"
 #include "tree/InPlaceTransfer.h"
 #include "tree/LinkTransfer.h"
+#include "tree/OtherRemoval.h"
+#include "tree/PartName.h"
+#include "tree/ResumeTransfer.h"
 #include "tree/TreeLimits.h"
 
 #include <FileSystem/StorageSystem.h>
@@ -23,9 +26,6 @@ namespace {
 // memory.
 constexpr std::size_t enoughHeld = 20'000;
 constexpr std::size_t mostReading = 32;
-
-// Of what was read and is not written yet, bytes.
-constexpr std::uint64_t mostBytesHeld = 32U << 20U;
 
 // Each has a file open on either side.
 constexpr std::size_t mostFiles = 64;
@@ -74,6 +74,10 @@ struct TreeCopier::Directory
     bool isTargetAsked = false;
     bool isTargetListed = false;
     std::unordered_map<std::string, StorageSystemAttributes> standing;
+    std::set<std::string> partNames; ///< Names in the source that a part could have.
+    std::vector<std::string> others; ///< What stands there and not in the source, to be removed.
+    bool mayRemoveOthers = false;
+    std::string rootTarget;
 };
 
 TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
@@ -86,6 +90,9 @@ TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
     context_.reset(new CopyContext{work_.queue(0), work_.queue(1), source, target, isLocal(source),
                                    isLocal(target), options_});
     context_->written = [this] { tellProgress(); };
+    context_->kept = [this](const TreeEntry& entry, const std::string& path, TreePart part) {
+        work_.kept(entry, path, part);
+    };
 }
 
 TreeCopier::~TreeCopier() = default;
@@ -96,6 +103,7 @@ TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
         TreeEntry root;
         root.path = PathText::removeTrailingSlash(path->source);
         root.target = PathText::removeTrailingSlash(path->target);
+        targets_.insert(root.target);
         roots_.push_back(std::move(root));
     }
     work_.found(paths.size());
@@ -188,7 +196,7 @@ void TreeCopier::beginStep()
 void TreeCopier::beginReads()
 {
     for (const auto& reader : readers_) {
-        while (context_->bytesHeld < mostBytesHeld && reader->wantsToRead()) {
+        while (context_->bytesHeld < CopyContext::mostBytesHeld && reader->wantsToRead()) {
             reader->readNext();
         }
     }
@@ -244,6 +252,22 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent)
     directory.entry = std::move(entry);
     directory.depth = depth;
     directory.parent = parent;
+    directory.rootTarget = parent != nullptr ? parent->rootTarget : directory.entry.target;
+    directory.mayRemoveOthers =
+        parent != nullptr ? parent->mayRemoveOthers
+                          : options_.removesOthers && !goesWhereAnotherGoes(directory.rootTarget);
+}
+
+/// What another tree brings there is none of this one's, and not to be removed.
+bool TreeCopier::goesWhereAnotherGoes(const std::string& target) const
+{
+    if (targets_.count(target) > 1) {
+        return true;
+    }
+    return std::any_of(targets_.begin(), targets_.end(), [&](const std::string& other) {
+        return other != target &&
+               (PathText::isWithin(target, other) || PathText::isWithin(other, target));
+    });
 }
 
 /// Made and read at the same time.
@@ -287,7 +311,9 @@ void TreeCopier::takeEntries(const DirectoryPtr& directory)
         return;
     }
     const bool isOld = !directory->isFailed && !directory->isNew;
-    if (isOld && !directory->isTargetAsked && directory->contents.entries.size() > fewEntries) {
+    const bool isWorthIt =
+        directory->contents.entries.size() > fewEntries || directory->mayRemoveOthers;
+    if (isOld && !directory->isTargetAsked && isWorthIt) {
         listTarget(directory);
         return;
     }
@@ -297,6 +323,7 @@ void TreeCopier::takeEntries(const DirectoryPtr& directory)
         finishEntry(directory->parent);
         return;
     }
+    chooseOthers(*directory);
     chooseWanted(*directory);
     directory->unfinished = directory->contents.entries.size();
     directory->hasEntries = directory->unfinished != 0;
@@ -319,8 +346,46 @@ void TreeCopier::listTarget(const DirectoryPtr& directory)
         [this, directory](const Failure& failure) {
             // Otherwise each is looked at by itself.
             directory->isTargetListed = !failure;
+            if (failure && directory->mayRemoveOthers) {
+                work_.lose(directory->entry, failure);
+            }
             takeEntries(directory);
         });
+}
+
+/// What cannot be read of the source is no reason to remove anything.
+void TreeCopier::chooseOthers(Directory& directory)
+{
+    const auto& contents = directory.contents;
+    const bool isWhole = !contents.failure && contents.untold.empty();
+    if (!directory.mayRemoveOthers || !directory.isTargetListed || !isWhole) {
+        return;
+    }
+    std::set<std::string> names;
+    for (const auto& entry : contents.entries) {
+        names.insert(entry.name);
+    }
+    for (const auto& [name, attributes] : directory.standing) {
+        const bool isPart = options_.standing == TreeStanding::Resume && isPartName(name);
+        if (names.count(name) == 0 && !isPart) {
+            directory.others.push_back(name);
+        }
+    }
+    std::sort(directory.others.begin(), directory.others.end());
+}
+
+/// Before the directory gets its time and its permissions. What is in flight waits meanwhile.
+void TreeCopier::removeOthers(const Directory& directory)
+{
+    OtherRemoval removal(work_, target_, directory.rootTarget, directory.entry);
+    removal.remove(directory.others, options_);
+}
+
+/// Whether something else of this copy goes to a path beside a file's target.
+bool TreeCopier::isTarget(const std::string& path, const DirectoryPtr& parent) const
+{
+    return targets_.count(path) != 0 ||
+           (parent != nullptr && parent->partNames.count(PathText::fileName(path)) != 0);
 }
 
 /// Keeps what is to be copied.
@@ -335,6 +400,9 @@ void TreeCopier::chooseWanted(Directory& directory)
         work_.lose(directory.entry, contents.failure);
     }
     const auto isUnwanted = [&](const StorageSystemEntry& entry) {
+        if (options_.standing == TreeStanding::Resume && isPartName(entry.name)) {
+            directory.partNames.insert(entry.name);
+        }
         if (work_.isOver()) {
             return true;
         }
@@ -387,27 +455,41 @@ EntryTransfer::Standing TreeCopier::standingOf(const TreeEntry& entry,
     return {name.front() != '.', std::nullopt};
 }
 
+/// In a directory that was made for them no two may have one name: the volume may not tell "a" from
+/// "A".
+bool TreeCopier::mustBeNewIn(const DirectoryPtr& parent)
+{
+    return parent != nullptr && parent->isNew;
+}
+
+std::shared_ptr<FileTransfer> TreeCopier::newFileTransfer(TreeEntry&& entry,
+                                                          const DirectoryPtr& parent)
+{
+    const bool mustBeNew = mustBeNewIn(parent);
+    auto standing = standingOf(entry, parent);
+    if (options_.standing == TreeStanding::Resume) {
+        auto isTaken = [this, parent](const std::string& path) { return isTarget(path, parent); };
+        return std::make_shared<ResumeTransfer>(*context_, std::move(entry), std::move(standing),
+                                                mustBeNew, std::move(isTaken));
+    }
+    if (options_.isInPlace) {
+        return std::make_shared<InPlaceTransfer>(*context_, std::move(entry), std::move(standing),
+                                                 mustBeNew);
+    }
+    return std::make_shared<FileTransfer>(*context_, std::move(entry), std::move(standing),
+                                          mustBeNew);
+}
+
 void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent)
 {
-    // In a directory that was made for them no two may have one name: the volume may not tell "a"
-    // from "A".
-    const bool mustBeNew = parent != nullptr && parent->isNew;
-    auto standing = standingOf(entry, parent);
     std::shared_ptr<EntryTransfer> transfer;
     if (isSymbolicLink(entry.attributes)) {
+        auto standing = standingOf(entry, parent);
         transfer = std::make_shared<LinkTransfer>(*context_, std::move(entry), std::move(standing),
-                                                  mustBeNew);
+                                                  mustBeNewIn(parent));
     } else {
-        std::shared_ptr<FileTransfer> file;
-        if (options_.isInPlace) {
-            file = std::make_shared<InPlaceTransfer>(*context_, std::move(entry),
-                                                     std::move(standing), mustBeNew);
-        } else {
-            file = std::make_shared<FileTransfer>(*context_, std::move(entry), std::move(standing),
-                                                  mustBeNew);
-        }
-        readers_.push_back(file);
-        transfer = std::move(file);
+        readers_.push_back(newFileTransfer(std::move(entry), parent));
+        transfer = readers_.back();
     }
     work_.begin();
     transfers_.push_back(transfer);
@@ -442,6 +524,9 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
 /// What came through a link that has taken the directory's place is not the tree's.
 void TreeCopier::leave(const DirectoryPtr& directory)
 {
+    if (!directory->others.empty()) {
+        removeOthers(*directory);
+    }
     work_.begin();
     if (!directory->hasEntries || work_.isDryRun()) {
         finish(directory);

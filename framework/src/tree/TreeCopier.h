@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,12 @@ private:
     void finish(const DirectoryPtr& directory);
     void finished(const DirectoryPtr& directory, const std::vector<Failure>& losses);
     void finishEntry(const DirectoryPtr& parent);
+    void chooseOthers(Directory& directory);
+    void removeOthers(const Directory& directory);
+    bool goesWhereAnotherGoes(const std::string& target) const;
+    bool isTarget(const std::string& path, const DirectoryPtr& parent) const;
+    std::shared_ptr<FileTransfer> newFileTransfer(TreeEntry&& entry, const DirectoryPtr& parent);
+    static bool mustBeNewIn(const DirectoryPtr& parent);
     EntryTransfer::Standing standingOf(const TreeEntry& entry, const DirectoryPtr& parent) const;
 
     const StorageSystem& source_;
@@ -65,7 +72,8 @@ private:
     std::unique_ptr<CopyContext> context_;
     TreeWork work_;
     bool areStopped_ = false;
-    std::vector<TreeEntry> roots_; ///< Still to be looked at; the next one last.
+    std::multiset<std::string> targets_; ///< Of the roots.
+    std::vector<TreeEntry> roots_;       ///< Still to be looked at; the next one last.
     std::vector<DirectoryPtr> toEnter_;
     std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.
     std::vector<DirectoryPtr> toLeave_;

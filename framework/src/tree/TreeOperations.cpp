@@ -46,6 +46,16 @@ void TreeObserver::done(const TreeEntry& /*entry*/) {}
 
 void TreeObserver::skipped(const TreeEntry& /*entry*/) {}
 
+void TreeObserver::kept(const TreeEntry& /*entry*/, const std::string& /*path*/, TreePart /*part*/)
+{}
+
+bool TreeObserver::removes(const TreeEntry& /*entry*/)
+{
+    return true;
+}
+
+void TreeObserver::removed(const TreeEntry& /*entry*/) {}
+
 bool TreeObserver::failed(const TreeEntry& /*entry*/, const Failure& /*failure*/)
 {
     return true;

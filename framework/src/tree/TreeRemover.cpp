@@ -40,6 +40,12 @@ TreeRemover::TreeRemover(const StorageSystem& system, TreeObserver& observer,
     : work_({&system}, observer, options)
 {}
 
+void TreeRemover::confine(const std::string& directory)
+{
+    isConfined_ = true;
+    work_.queue().confine(directory);
+}
+
 TreeReport TreeRemover::remove(const std::vector<std::string>& roots)
 {
     for (auto root = roots.rbegin(); root != roots.rend(); ++root) {
@@ -121,7 +127,7 @@ void TreeRemover::enter(TreeEntry&& entry, const DirectoryPtr& parent)
         finishEntry(parent, true);
         return;
     }
-    if (parent == nullptr) {
+    if (parent == nullptr && !isConfined_) {
         work_.queue().confine(entry.path);
     }
     toRead_.push_back(std::make_shared<Directory>());

@@ -16,6 +16,9 @@ class TreeRemover
 public:
     TreeRemover(const StorageSystem& system, TreeObserver& observer, const TreeOptions& options);
 
+    /// Nothing below this directory is reached through a link; of the trees otherwise.
+    void confine(const std::string& directory);
+
     TreeReport remove(const std::vector<std::string>& roots);
 
 private:
@@ -39,6 +42,7 @@ private:
     void finishEntry(const DirectoryPtr& parent, bool isKept);
 
     TreeWork work_;
+    bool isConfined_ = false;
     std::vector<TreeEntry> roots_; ///< Still to be looked at; the next one last.
     std::vector<DirectoryPtr> toRead_;
     std::vector<DirectoryPtr> toEmpty_; ///< With entries that are still to be removed.

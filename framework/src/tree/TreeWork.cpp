@@ -69,6 +69,27 @@ void TreeWork::skipped(const TreeEntry& entry)
     observer_.skipped(entry);
 }
 
+void TreeWork::kept(const TreeEntry& entry, const std::string& path, TreePart part)
+{
+    if (!isMuted_) {
+        const CallbackScope callback;
+        observer_.kept(entry, path, part);
+    }
+}
+
+bool TreeWork::removes(const TreeEntry& entry)
+{
+    const CallbackScope callback;
+    return observer_.removes(entry);
+}
+
+void TreeWork::removed(const TreeEntry& entry)
+{
+    ++report_.removed;
+    const CallbackScope callback;
+    observer_.removed(entry);
+}
+
 void TreeWork::fail(const TreeEntry& entry, const Failure& failure)
 {
     passed();

@@ -53,6 +53,14 @@ public:
     /// Counts and tells an entry that was left out for what stands there.
     void skipped(const TreeEntry& entry);
 
+    /// Tells what a copy that resumes has of an entry.
+    void kept(const TreeEntry& entry, const std::string& path, TreePart part);
+
+    bool removes(const TreeEntry& entry);
+
+    /// Counts and tells an entry that the source has not and the target has no more.
+    void removed(const TreeEntry& entry);
+
     /// Tells a failure, as long as nothing has stopped the work.
     void fail(const TreeEntry& entry, const Failure& failure);
 

@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -25,12 +26,20 @@ using FileSystem::TreeCopyOptions;
 using FileSystem::TreeCopyPath;
 using FileSystem::TreeEntry;
 using FileSystem::TreeObserver;
+using FileSystem::TreePart;
 using FileSystem::TreeProgress;
 using FileSystem::TreeReport;
 using FileSystem::TreeStanding;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 using ::testing::UnorderedElementsAre;
+using ::testing::UnorderedElementsAreArray;
+
+std::chrono::seconds secondsOf(FileSystem::StorageSystemTimePoint time)
+{
+    return std::chrono::floor<std::chrono::seconds>(time.time_since_epoch());
+}
 
 /// Writes down what it is told, and answers as it was told to.
 class Notes : public TreeObserver
@@ -47,6 +56,16 @@ public:
     }
 
     void skipped(const TreeEntry& entry) override { leftOut.push_back(entry.below); }
+
+    void kept(const TreeEntry& entry, const std::string& path, TreePart part) override
+    {
+        parts.emplace_back(entry.below, part);
+        lastPart = path;
+    }
+
+    bool removes(const TreeEntry& entry) override { return unwanted.count(entry.below) == 0; }
+
+    void removed(const TreeEntry& entry) override { gone.push_back(entry.below); }
 
     bool failed(const TreeEntry& entry, const Failure& failure) override
     {
@@ -74,6 +93,9 @@ public:
     std::uint64_t mostBytes = ~std::uint64_t{0};
     std::vector<std::string> finished;
     std::vector<std::string> leftOut;
+    std::vector<std::string> gone;
+    std::vector<std::pair<std::string, TreePart>> parts;
+    std::string lastPart;
     std::vector<std::pair<std::string, Failure>> failures;
     TreeProgress last;
 };
@@ -360,6 +382,127 @@ TEST_P(CopyTreeContract, AnExceptionOfTheObserverLeavesNothingHalf)
     for (const auto& name : namesIn("copy")) {
         EXPECT_NE(name.front(), '.') << name;
     }
+}
+
+TEST_P(CopyTreeContract, GoesOnWhereAnEarlierCopyHasEnded)
+{
+    const auto bytes = pseudoRandomBytes(11, 3'000'000);
+    makeSourceDirectory("t");
+    makeSource("t/f", bytes);
+    TreeCopyOptions options;
+    options.standing = TreeStanding::Resume;
+    notes_.mostBytes = 1'000'000;
+    EXPECT_TRUE(copy("t", "copy", options).isStopped);
+    EXPECT_THAT(notes_.failures, IsEmpty());
+    EXPECT_THAT(notes_.parts, ElementsAre(Pair("f", TreePart::Copied)));
+    EXPECT_EQ(notes_.lastPart, targetPath("copy/.f.tarnis-part"));
+    const auto part = targetContent("copy/.f.tarnis-part");
+    EXPECT_GE(part.size(), 1'000'000U);
+    EXPECT_TRUE(part == bytes.substr(0, part.size()));
+    notes_.mostBytes = ~std::uint64_t{0};
+    const auto report = copy("t", "copy", options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_TRUE(targetContent("copy/f") == bytes);
+    EXPECT_THAT(namesIn("copy"), ElementsAre("f"));
+    EXPECT_EQ(report.bytes, bytes.size());
+}
+
+TEST_P(CopyTreeContract, GoesOnInWhatIsTheBeginning)
+{
+    const auto bytes = pseudoRandomBytes(12, 1'000'000);
+    makeSource("f", bytes);
+    TreeCopyOptions options;
+    options.standing = TreeStanding::Resume;
+    for (const char* const name : {"f", ".f.tarnis-part"}) {
+        makeTarget(name, bytes.substr(0, 700'001));
+        const auto report = copy("f", "f", options);
+        EXPECT_TRUE(report.isComplete()) << name << ": " << report.failure.message();
+        EXPECT_EQ(report.files, 1U);
+        EXPECT_TRUE(targetContent("f") == bytes) << name;
+        EXPECT_FALSE(target().fileExists(targetPath(".f.tarnis-part"), false));
+        EXPECT_TRUE(target().fileRemove(targetPath("f")));
+    }
+}
+
+TEST_P(CopyTreeContract, GoesOnInNothingThatDiffers)
+{
+    const auto bytes = pseudoRandomBytes(13, 600'000);
+    makeSource("f", bytes);
+    auto other = bytes.substr(0, 500'000);
+    other.front() = static_cast<char>(other.front() + 1);
+    TreeCopyOptions options;
+    options.standing = TreeStanding::Resume;
+    for (const auto& standing : {other, bytes + "longer", std::string()}) {
+        makeTarget(".f.tarnis-part", standing);
+        makeTarget("f", standing);
+        EXPECT_TRUE(copy("f", "f", options).isComplete());
+        EXPECT_TRUE(targetContent("f") == bytes) << standing.size();
+        EXPECT_FALSE(target().fileExists(targetPath(".f.tarnis-part"), false));
+    }
+}
+
+TEST_P(CopyTreeContract, LeavesOutWhatIsWhole)
+{
+    const auto bytes = pseudoRandomBytes(14, 600'000);
+    makeSource("f", bytes);
+    makeTarget("f", bytes);
+    TreeCopyOptions options;
+    options.standing = TreeStanding::Resume;
+    const auto report = copy("f", "f", options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.skipped, 1U);
+    EXPECT_EQ(report.files, 0U);
+    EXPECT_THAT(notes_.leftOut, ElementsAre(""));
+}
+
+TEST_P(CopyTreeContract, RemovesWhatTheSourceHasNotWhenWanted)
+{
+    makeTree();
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy/b/other/deep"), false));
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy/kept"), false));
+    for (const auto* const name : {"copy/b/other/file", "copy/b/old", "copy/kept/file", "copy/c"}) {
+        makeTarget(name, "other");
+    }
+    notes_.unwanted = {"c", "kept"};
+    TreeCopyOptions options;
+    options.removesOthers = options.preservesTimes = true;
+    options.isDryRun = true;
+    EXPECT_EQ(copy("t", "copy", options).removed, 4U);
+    EXPECT_TRUE(target().fileExists(targetPath("copy/b/old")));
+    const std::vector<std::string> others{"b/old", "b/other", "b/other/deep", "b/other/file"};
+    EXPECT_THAT(notes_.gone, UnorderedElementsAreArray(others));
+    notes_.gone.clear();
+    options.isDryRun = false;
+    const auto report = copy("t", "copy", options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.removed, 4U);
+    EXPECT_THAT(notes_.gone, UnorderedElementsAreArray(others));
+    EXPECT_THAT(namesIn("copy/b"), ElementsAre("1", "2", "deep"));
+    EXPECT_THAT(namesIn("copy"), ElementsAre("a", "b", "c", "d", "empty", "kept"));
+    EXPECT_EQ(targetContent("copy/c"), "other") << "what is not wanted from the source stays";
+    EXPECT_EQ(targetContent("copy/kept/file"), "other");
+    const auto from = source().directoryInfo(sourcePath("t/b"));
+    const auto to = target().directoryInfo(targetPath("copy/b"));
+    ASSERT_TRUE(from && to);
+    EXPECT_EQ(secondsOf(from->modTime), secondsOf(to->modTime));
+}
+
+TEST_P(CopyTreeContract, RemovesNothingThatAnotherTreeBringsThere)
+{
+    for (const auto* const name : {"t", "u"}) {
+        makeSourceDirectory(name);
+        makeSource(std::string(name) + "/of-" + name, "bytes");
+    }
+    ASSERT_TRUE(target().directoryMakePath(targetPath("copy"), false));
+    makeTarget("copy/old", "old");
+    TreeCopyOptions options;
+    options.removesOthers = true;
+    const auto report =
+        copyTree(source(), target(),
+                 {{sourcePath("t"), targetPath("copy")}, {sourcePath("u"), targetPath("copy")}},
+                 notes_, options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_THAT(namesIn("copy"), ElementsAre("of-t", "of-u", "old"));
 }
 
 TEST_P(CopyTreeContract, WritesInPlaceWhenWanted)

@@ -1,0 +1,64 @@
+#include "tree/OtherRemoval.h"
+
+#include "path/PathText.h"
+#include "tree/TreeRemover.h"
+
+namespace FileSystem {
+
+OtherRemoval::OtherRemoval(TreeWork& work, const StorageSystem& target, const std::string& root,
+                           const TreeEntry& directory)
+    : work_(work)
+    , target_(target)
+    , root_(root)
+    , directory_(directory)
+{}
+
+OtherRemoval::~OtherRemoval() = default;
+
+void OtherRemoval::remove(const std::vector<std::string>& names, const TreeOptions& options)
+{
+    std::vector<std::string> paths;
+    paths.reserve(names.size());
+    for (const std::string& name : names) {
+        paths.push_back(PathText::childId(directory_.target, {name}));
+    }
+    TreeRemover remover(target_, *this, options);
+    remover.confine(root_);
+    static_cast<void>(remover.remove(paths));
+}
+
+bool OtherRemoval::wants(const TreeEntry& entry)
+{
+    return work_.removes(inTree(entry));
+}
+
+void OtherRemoval::done(const TreeEntry& entry)
+{
+    work_.removed(inTree(entry));
+}
+
+bool OtherRemoval::failed(const TreeEntry& entry, const Failure& failure)
+{
+    work_.lose(inTree(entry), failure);
+    return !work_.isOver();
+}
+
+bool OtherRemoval::progress(const TreeProgress& /*progress*/)
+{
+    work_.tellProgress(false);
+    return !work_.isOver();
+}
+
+/// As the copy's tree has it.
+TreeEntry OtherRemoval::inTree(const TreeEntry& entry) const
+{
+    TreeEntry is = entry;
+    const auto fromDirectory = entry.path.substr(directory_.target.size());
+    is.below = directory_.below + fromDirectory;
+    if (directory_.below.empty() && !is.below.empty() && is.below.front() == '/') {
+        is.below.erase(0, 1);
+    }
+    return is;
+}
+
+} // namespace FileSystem

@@ -1,0 +1,258 @@
+// Copies of trees of which one step fails: every step in its turn.
+
+#include <FileSystem/Failure.h>
+#include <FileSystem/MemoryFileSystem.h>
+#include <FileSystem/StorageSystemFile.h>
+#include <FileSystem/TreeOperations.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TarnisTest {
+
+namespace {
+
+using FileSystem::copyTree;
+using FileSystem::Failure;
+using FileSystem::FailureCode;
+using FileSystem::MemoryFault;
+using FileSystem::MemoryFileSystem;
+using FileSystem::MemoryOperation;
+using FileSystem::TreeCopyOptions;
+using FileSystem::TreeEntry;
+using FileSystem::TreeObserver;
+using FileSystem::TreeStanding;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+using Kind = FileSystem::MemoryOperationKind;
+
+void write(const MemoryFileSystem& system, const std::string& path, const std::string& bytes)
+{
+    const auto file = system.fileOpen(path, Mode::Write | Mode::Create | Mode::Truncate);
+    ASSERT_NE(file, nullptr) << path;
+    ASSERT_TRUE(file->writeFully(bytes.data(), bytes.size()));
+    ASSERT_TRUE(file->commit());
+}
+
+std::string contentOf(const MemoryFileSystem& system, const std::string& path)
+{
+    const auto file = system.fileOpen(path, Mode::Read);
+    std::string bytes(1000, '\0');
+    bytes.resize(file != nullptr ? file->readFully(bytes.data(), bytes.size()).count : 0);
+    return bytes;
+}
+
+/// Lets one step fail.
+class FailingStep
+{
+public:
+    FailingStep(std::size_t number, FailureCode code)
+        : left_(number)
+        , code_(code)
+    {}
+
+    std::optional<MemoryFault> operator()(const MemoryOperation& operation)
+    {
+        if (--left_ != 0) {
+            return std::nullopt;
+        }
+        failed_ = operation;
+        return MemoryFault::failure(code_);
+    }
+
+    /// What has failed, if it came to that.
+    const std::optional<MemoryOperation>& failed() const { return failed_; }
+
+private:
+    std::size_t left_;
+    FailureCode code_;
+    std::optional<MemoryOperation> failed_;
+};
+
+class Told : public TreeObserver
+{
+public:
+    bool failed(const TreeEntry& entry, const Failure& failure) override
+    {
+        failures.emplace(entry.below, failure);
+        return true;
+    }
+
+    std::multimap<std::string, Failure> failures;
+};
+
+class CopyTreeFaultTest : public testing::Test
+{
+protected:
+    static constexpr std::size_t files = 8;
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(source_.directoryMakePath("/t/d", true));
+        for (std::size_t i = 0; i < files; ++i) {
+            write(source_, fileOf(i), contentOf(i));
+        }
+        ASSERT_TRUE(source_.fileSymbolicLinkCreateAs("0", "/t/link", true));
+    }
+
+    static std::string fileOf(std::size_t number)
+    {
+        return (number % 2 == 0 ? "/t/" : "/t/d/") + std::to_string(number);
+    }
+
+    static std::string contentOf(std::size_t number)
+    {
+        return "new bytes of " + std::to_string(number);
+    }
+
+    /// A target in which half of the files stand already.
+    static void fillTarget(const MemoryFileSystem& target)
+    {
+        ASSERT_TRUE(target.directoryMakePath("/t/d", true));
+        for (std::size_t i = 0; i < files / 2; ++i) {
+            write(target, fileOf(i), "old");
+        }
+    }
+
+    /// Nothing stands there half-written.
+    static void expectWhole(const MemoryFileSystem& target)
+    {
+        for (std::size_t i = 0; i < files; ++i) {
+            const auto bytes = TarnisTest::contentOf(target, fileOf(i));
+            const bool wasThere = i < files / 2;
+            EXPECT_TRUE(bytes == contentOf(i) || (wasThere ? bytes == "old" : bytes.empty()))
+                << fileOf(i) << ": " << bytes;
+            EXPECT_TRUE(!bytes.empty() || !target.fileExists(fileOf(i))) << fileOf(i);
+        }
+    }
+
+    static std::vector<std::string> hiddenIn(const MemoryFileSystem& target)
+    {
+        std::vector<std::string> hidden;
+        for (const auto* const directory : {"/t", "/t/d"}) {
+            const auto names = target.directoryListFileNames(directory);
+            std::copy_if(names.begin(), names.end(), std::back_inserter(hidden),
+                         [](const std::string& name) { return name.front() == '.'; });
+        }
+        return hidden;
+    }
+
+    /// Copies with each step of one side failing in its turn, until a copy takes fewer steps.
+    void forEachStep(
+        bool isOfSource, FailureCode code,
+        const std::function<void(const MemoryOperation& failed, const MemoryFileSystem& target,
+                                 const Told& told, const FileSystem::TreeReport& report)>& check)
+    {
+        constexpr std::size_t enough = 2'000;
+        for (std::size_t number = 1; number < enough; ++number) {
+            MemoryFileSystem target;
+            fillTarget(target);
+            FailingStep step(number, code);
+            auto& failing = isOfSource ? source_ : target;
+            failing.setFaultFunction(std::ref(step));
+            Told told;
+            const auto report = copyTree(source_, target, {{"/t", "/t"}}, told, options_);
+            failing.setFaultFunction({});
+            if (!step.failed()) {
+                EXPECT_TRUE(report.isComplete()) << report.failure.message();
+                EXPECT_GT(number, 2 * files);
+                return;
+            }
+            SCOPED_TRACE("step " + std::to_string(number) + " at " + step.failed()->path);
+            expectWhole(target);
+            check(*step.failed(), target, told, report);
+        }
+        FAIL() << "a copy without an end";
+    }
+
+    MemoryFileSystem source_;
+    TreeCopyOptions options_;
+};
+
+TEST_F(CopyTreeFaultTest, WhateverFailsBelongsToItsEntryAndLeavesNothingBehind)
+{
+    for (const bool isOfSource : {true, false}) {
+        forEachStep(isOfSource, FailureCode::NoSpace,
+                    [](const MemoryOperation& failed, const MemoryFileSystem& target,
+                       const Told& told, const FileSystem::TreeReport& report) {
+                        EXPECT_EQ(report.failed, told.failures.size());
+                        EXPECT_LE(report.failed, 1U);
+                        EXPECT_FALSE(report.isStopped);
+                        const bool isLeft = failed.kind == Kind::RemoveFile;
+                        EXPECT_TRUE(isLeft || hiddenIn(target).empty());
+                        // Of all but the root: what is in "/t/d" may be among what fails.
+                        const auto done = report.files + report.links + report.directories;
+                        EXPECT_TRUE(failed.path == "/t" || done >= 6) << done;
+                    });
+    }
+}
+
+TEST_F(CopyTreeFaultTest, WhereTheSourceIsLostNothingIsLeftInTheTarget)
+{
+    std::size_t lost = 0;
+    forEachStep(true, FailureCode::ConnectionLost,
+                [&](const MemoryOperation& /*failed*/, const MemoryFileSystem& target,
+                    const Told& told, const FileSystem::TreeReport& report) {
+                    EXPECT_THAT(hiddenIn(target), testing::IsEmpty());
+                    EXPECT_LE(told.failures.size(), 1U);
+                    lost += report.failure.code() == FailureCode::ConnectionLost ? 1U : 0U;
+                });
+    EXPECT_GT(lost, 2 * files);
+}
+
+TEST_F(CopyTreeFaultTest, ACopyThatResumesLosesNothingWhateverFails)
+{
+    options_.standing = TreeStanding::Resume;
+    for (const bool isOfSource : {true, false}) {
+        forEachStep(
+            isOfSource, FailureCode::NoSpace,
+            [&](const MemoryOperation& /*failed*/, const MemoryFileSystem& target, const Told& told,
+                const FileSystem::TreeReport& report) {
+                EXPECT_EQ(report.failed, told.failures.size());
+                EXPECT_LE(report.failed, 1U);
+                // The next one needs nothing but to be called.
+                Told toldNext;
+                const auto next = copyTree(source_, target, {{"/t", "/t"}}, toldNext, options_);
+                EXPECT_TRUE(next.isComplete()) << next.failure.message();
+                EXPECT_THAT(hiddenIn(target), testing::IsEmpty());
+                for (std::size_t i = 0; i < files; ++i) {
+                    EXPECT_EQ(TarnisTest::contentOf(target, fileOf(i)), contentOf(i));
+                }
+            });
+    }
+}
+
+TEST_F(CopyTreeFaultTest, NothingIsRemovedWhereTheSourceCannotBeReadToItsEnd)
+{
+    MemoryFileSystem target;
+    fillTarget(target);
+    write(target, "/t/other", "other");
+    write(target, "/t/d/other", "other");
+    options_.removesOthers = true;
+    source_.setFaultFunction([](const MemoryOperation& operation) -> std::optional<MemoryFault> {
+        if (operation.kind == Kind::List && operation.path == "/t/d") {
+            return MemoryFault::failure(FailureCode::Denied);
+        }
+        return std::nullopt;
+    });
+    Told told;
+    const auto report = copyTree(source_, target, {{"/t", "/t"}}, told, options_);
+    EXPECT_EQ(report.removed, 1U);
+    EXPECT_FALSE(target.fileExists("/t/other"));
+    EXPECT_TRUE(target.fileExists("/t/d/other"));
+    EXPECT_EQ(told.failures.count("d"), 1U);
+}
+
+} // namespace
+} // namespace TarnisTest
