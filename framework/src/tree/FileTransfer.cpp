@@ -14,14 +14,14 @@ using Mode = StorageSystemFileOpenModeFlag;
 namespace {
 
 // What one operation moves: what OpenSSH's server takes as one request.
-constexpr std::uint64_t pieceSize = 261'120;
+constexpr std::uint64_t largePieceSize = 261'120;
 // Where a copy goes on from what has arrived, less is lost of a piece that has not.
-constexpr std::uint64_t orderedPieceSize = 65'536;
+constexpr std::uint64_t resumedPieceSize = 65'536;
 // To see whether a file has grown.
 constexpr std::uint64_t probeSize = 4U << 10U;
 // Of one file; together they are bounded by the memory that a copy may take.
-constexpr std::size_t mostPieces = 64;
-constexpr std::size_t mostOrderedPieces = 256;
+constexpr std::size_t mostLargePieces = 64;
+constexpr std::size_t mostResumedPieces = 256;
 
 constexpr CopyContext::Permissions ownerOnly{0600U};
 constexpr CopyContext::Permissions everybodyReads{0044U};
@@ -45,6 +45,8 @@ FileTransfer::FileTransfer(CopyContext& context, TreeEntry entry, Standing stand
     : EntryTransfer(context, std::move(entry), std::move(standing), mustBeNew)
     , permissions_(this->entry().attributes.permissions.value_or(Permissions(0666U)))
     , expected_(this->entry().attributes.size.value_or(0))
+    , pieceSize_(largePieceSize)
+    , mostPieces_(mostLargePieces)
 {}
 
 FileTransfer::~FileTransfer() = default;
@@ -246,7 +248,9 @@ void FileTransfer::startAt(std::uint64_t offset, std::uint64_t size)
     nextRead_ = nextWrite_ = reached_ = written_ = offset;
     end_ = std::numeric_limits<std::uint64_t>::max();
     areBytesOver_ = false;
-    canRead_ = isInOrder_ = true;
+    canRead_ = true;
+    pieceSize_ = resumedPieceSize;
+    mostPieces_ = mostResumedPieces;
 }
 
 void FileTransfer::readFirst(File file, std::uint64_t size)
@@ -264,17 +268,14 @@ void FileTransfer::hasPermissions(Permissions made, Permissions now) noexcept
 void FileTransfer::beginWriting()
 {
     canWrite_ = true;
-    for (const Piece& piece : std::exchange(unwritten_, {})) {
-        take(piece);
-    }
+    writeInOrder();
     endBytes();
 }
 
 bool FileTransfer::wantsToRead() const noexcept
 {
-    const auto most = isInOrder_ ? mostOrderedPieces : mostPieces;
     return sourceFile_ && canRead_ && !isGivenUp() &&
-           reading_ + writing_ + unwritten_.size() < most && !isProbing_ && nextRead_ < end_;
+           reading_ + writing_ + unwritten_.size() < mostPieces_ && !isProbing_ && nextRead_ < end_;
 }
 
 /// Up to the size that is known, and then what may lie beyond it.
@@ -283,8 +284,7 @@ void FileTransfer::readNext()
     isProbing_ = nextRead_ >= expected_;
     const bool isFirst = nextRead_ < firstSize_;
     const auto known = (isFirst ? firstSize_ : expected_) - nextRead_;
-    const auto size =
-        isProbing_ ? probeSize : std::min(isInOrder_ ? orderedPieceSize : pieceSize, known);
+    const auto size = isProbing_ ? probeSize : std::min(pieceSize_, known);
     const Piece piece{newBuffer(context(), size), nextRead_, size};
     nextRead_ += size;
     ++reading_;
@@ -324,27 +324,21 @@ void FileTransfer::read(const Piece& piece, std::uint64_t got)
     endBytes();
 }
 
+/// Some systems take the bytes of a file in their order alone, and what a connection that is lost
+/// leaves then has no hole.
 void FileTransfer::take(const Piece& piece)
 {
-    if (canWrite_ && !isInOrder_) {
-        write(piece);
-        return;
-    }
-    unwritten_.push_back(piece);
+    unwritten_.emplace(piece.offset, piece);
     if (canWrite_) {
         writeInOrder();
     }
 }
 
-/// What a connection that is lost leaves then is the beginning of the file, without a hole.
 void FileTransfer::writeInOrder()
 {
-    const auto isNext = [this](const Piece& piece) { return piece.offset == nextWrite_; };
-    for (auto next = std::find_if(unwritten_.begin(), unwritten_.end(), isNext);
-         next != unwritten_.end();
-         next = std::find_if(unwritten_.begin(), unwritten_.end(), isNext)) {
-        const Piece piece = *next;
-        unwritten_.erase(next);
+    while (!unwritten_.empty() && unwritten_.begin()->first == nextWrite_) {
+        const Piece piece = unwritten_.begin()->second;
+        unwritten_.erase(unwritten_.begin());
         nextWrite_ += piece.size;
         write(piece);
     }

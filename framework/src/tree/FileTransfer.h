@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -122,10 +123,12 @@ private:
     bool isProbing_ = false; ///< What lies beyond the expected end is being read.
     std::size_t reading_ = 0;
     std::size_t writing_ = 0;
-    std::vector<Piece> unwritten_; ///< Read before there was a file to write to.
+    /// By their offsets: read before they could be written.
+    std::map<std::uint64_t, Piece> unwritten_;
     bool canWrite_ = false;
-    bool isInOrder_ = false;      ///< What is written last ends the file.
-    std::uint64_t nextWrite_ = 0; ///< In order.
+    std::uint64_t pieceSize_;
+    std::size_t mostPieces_;
+    std::uint64_t nextWrite_ = 0;
     std::optional<File> firstFile_;
     std::uint64_t firstSize_ = 0;
     bool areBytesOver_ = false;

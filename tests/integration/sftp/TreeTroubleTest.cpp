@@ -1,0 +1,425 @@
+// Copies with many files in flight when something goes wrong: nothing half-written under a final
+// name, each failure told once, and an end.
+
+#include "integration/sftp/SftpTest.h"
+#include "support/PseudoRandom.h"
+#include "support/TcpProxy.h"
+
+#include <FileSystem/LocalFileSystem.h>
+#include <FileSystem/TreeOperations.h>
+#include <Tarnis/SSHSession.h>
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace TarnisTest {
+
+namespace {
+
+using namespace SftpActions;
+using FileSystem::copyTree;
+using FileSystem::Failure;
+using FileSystem::FailureCode;
+using FileSystem::LocalFileSystem;
+using FileSystem::TreeEntry;
+using FileSystem::TreeObserver;
+using FileSystem::TreeProgress;
+using FileSystem::TreeReport;
+using ::testing::IsEmpty;
+
+constexpr int fileCount = 150;
+
+std::string nameOf(int number)
+{
+    return "d" + std::to_string(number % 3) + "/f" + std::to_string(number);
+}
+
+/// Small files and a few large ones.
+std::string contentOf(int number)
+{
+    const std::size_t size =
+        number % 50 == 0 ? 900'000U : 100U * static_cast<std::size_t>(number + 1);
+    return pseudoRandomBytes(static_cast<std::uint64_t>(number), size);
+}
+
+void makeTree(const std::filesystem::path& root)
+{
+    for (int number = 0; number < fileCount; ++number) {
+        const auto path = root / nameOf(number);
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << contentOf(number);
+    }
+}
+
+/// How many files of the tree are there. Each must be whole.
+int wholeFilesIn(const std::filesystem::path& root)
+{
+    int count = 0;
+    for (int number = 0; number < fileCount; ++number) {
+        const auto path = root / nameOf(number);
+        if (std::filesystem::exists(path)) {
+            EXPECT_TRUE(readFile(path) == contentOf(number)) << path;
+            ++count;
+        }
+    }
+    return count;
+}
+
+std::vector<std::string> hiddenIn(const std::filesystem::path& root)
+{
+    std::vector<std::string> hidden;
+    if (!std::filesystem::exists(root)) {
+        return hidden;
+    }
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+        if (entry.path().filename().string().front() == '.') {
+            hidden.push_back(entry.path());
+        }
+    }
+    return hidden;
+}
+
+/// Calls a function at a place in the copy, and writes down what fails.
+class Trouble : public TreeObserver
+{
+public:
+    bool failed(const TreeEntry& entry, const Failure& failure) override
+    {
+        const bool isNew = failures.emplace(entry.below, failure).second;
+        EXPECT_TRUE(isNew) << entry.below << " told twice: " << failure.message();
+        return true;
+    }
+
+    bool progress(const TreeProgress& progress) override
+    {
+        if (progress.bytesDone >= bytes && !isOver_) {
+            isOver_ = true;
+            return what();
+        }
+        return true;
+    }
+
+    bool hasCome() const { return isOver_; }
+
+    std::uint64_t bytes = 500'000;
+    std::function<bool()> what = [] { return true; };
+    std::map<std::string, Failure> failures;
+
+private:
+    bool isOver_ = false;
+};
+
+enum class Way
+{
+    Up,
+    Down,
+};
+
+class TreeTroubleTest : public testing::TestWithParam<Way>
+{
+protected:
+    void SetUp() override
+    {
+        if (!requireServer(OpenSshServer::availability())) {
+            return;
+        }
+        server_ = std::make_unique<OpenSshServer>();
+        proxy_ = std::make_unique<TcpProxy>(server_->port());
+        makeTree(directory_.path() / "from");
+        connect();
+    }
+
+    void connect()
+    {
+        client_.reset();
+        client_ = std::make_unique<SftpClient>(accessTo(*server_).through(*proxy_));
+        ASSERT_TRUE(client_->hasFiles());
+    }
+
+    TreeReport copy() { return copy(trouble_); }
+
+    TreeReport copy(Trouble& trouble) { return copyTo(target(), trouble); }
+
+    TreeReport copyTo(const std::string& place, Trouble& trouble)
+    {
+        const bool isUp = GetParam() == Way::Up;
+        const FileSystem::FileSystem2& files = client_->files();
+        const FileSystem::FileSystem2& from = isUp ? local_ : files;
+        const FileSystem::FileSystem2& to = isUp ? files : local_;
+        return copyTree(from, to, {{directory_.file("from"), place}}, trouble);
+    }
+
+    std::filesystem::path target() const { return directory_.path() / "to"; }
+
+    std::string targetOf(int number) const { return target().string() + std::to_string(number); }
+
+    /// Where the server was lost, told once; hidden files are left on the server alone.
+    void expectLost(const TreeReport& report) const
+    {
+        EXPECT_FALSE(report.isComplete());
+        EXPECT_EQ(report.failure.code(), FailureCode::ConnectionLost) << report.failure.message();
+        std::size_t lost = 0;
+        for (const auto& [entry, failure] : trouble_.failures) {
+            lost += failure.code() == FailureCode::ConnectionLost ? 1U : 0U;
+        }
+        EXPECT_EQ(lost, 1U);
+        EXPECT_LT(wholeFilesIn(target()), fileCount);
+        if (GetParam() == Way::Down) {
+            EXPECT_THAT(hiddenIn(target()), IsEmpty());
+        }
+    }
+
+    /// The next copy needs nothing but a connection.
+    void expectNextWorks()
+    {
+        connect();
+        Trouble none;
+        EXPECT_TRUE(copy(none).isComplete());
+        EXPECT_EQ(wholeFilesIn(target()), fileCount);
+    }
+
+    OpenSshServer& server() { return *server_; }
+
+    TcpProxy& proxy() { return *proxy_; }
+
+    SftpClient& client() { return *client_; }
+
+    Trouble& trouble() { return trouble_; }
+
+private:
+    TemporaryDirectory directory_;
+    LocalFileSystem local_;
+    Trouble trouble_;
+    std::unique_ptr<OpenSshServer> server_;
+    std::unique_ptr<TcpProxy> proxy_;
+    std::unique_ptr<SftpClient> client_;
+};
+
+TEST_P(TreeTroubleTest, ALineThatIsCutAnywhereLeavesNothingHalf)
+{
+    const auto direction = GetParam() == Way::Up ? TcpProxy::ToServer : TcpProxy::ToClient;
+    for (std::uint64_t bytes = 6'000; bytes < 2'500'000; bytes = bytes * 7 / 4) {
+        SCOPED_TRACE(bytes);
+        connect();
+        const bool isReset = bytes % 2 == 0;
+        proxy().cutAfterBytes(direction, bytes,
+                              isReset ? TcpProxy::Cut::Reset : TcpProxy::Cut::Finish);
+        Trouble told;
+        const auto report = copy(told);
+        proxy().neverCut();
+        EXPECT_EQ(report.failure.code(), FailureCode::ConnectionLost) << report.failure.message();
+        EXPECT_EQ(told.failures.size(), 1U);
+        static_cast<void>(wholeFilesIn(target()));
+        if (GetParam() == Way::Down) {
+            EXPECT_THAT(hiddenIn(target()), IsEmpty());
+        }
+        std::filesystem::remove_all(target());
+    }
+    expectNextWorks();
+}
+
+TEST_P(TreeTroubleTest, AKilledServerIsToldOnce)
+{
+    trouble().what = [this] {
+        server().killConnections();
+        return true;
+    };
+    expectLost(copy());
+    EXPECT_TRUE(trouble().hasCome());
+    expectNextWorks();
+}
+
+TEST_P(TreeTroubleTest, AnotherThreadEndsACopyFromASilentServer)
+{
+    for (const bool isInterrupted : {true, false}) {
+        connect();
+        Trouble told;
+        std::thread other;
+        told.what = [&] {
+            server().suspendAll();
+            other = std::thread([&] {
+                auto& session = client().session();
+                isInterrupted ? session.interrupt() : static_cast<void>(session.disconnect());
+            });
+            return true;
+        };
+        const auto report = copy(told);
+        other.join();
+        server().resumeAll();
+        EXPECT_TRUE(told.hasCome());
+        EXPECT_FALSE(report.isComplete());
+        EXPECT_LT(wholeFilesIn(target()), fileCount);
+        if (GetParam() == Way::Down) {
+            EXPECT_THAT(hiddenIn(target()), IsEmpty());
+        }
+        std::filesystem::remove_all(target());
+    }
+    expectNextWorks();
+}
+
+TEST_P(TreeTroubleTest, AStoppedCopyLeavesNothingHidden)
+{
+    trouble().what = [] { return false; };
+    const auto report = copy();
+    EXPECT_TRUE(report.isStopped);
+    EXPECT_THAT(trouble().failures, IsEmpty());
+    EXPECT_LT(wholeFilesIn(target()), fileCount);
+    EXPECT_THAT(hiddenIn(target()), IsEmpty());
+    expectNextWorks();
+}
+
+TEST_P(TreeTroubleTest, AnObserverThatThrowsLeavesNothingHidden)
+{
+    trouble().what = []() -> bool { throw std::runtime_error("enough"); };
+    EXPECT_THROW(copy(), std::runtime_error);
+    EXPECT_LT(wholeFilesIn(target()), fileCount);
+    EXPECT_THAT(hiddenIn(target()), IsEmpty());
+    expectNextWorks();
+}
+
+TEST_P(TreeTroubleTest, EightThreadsCopyOverOneSession)
+{
+    constexpr int threads = 8;
+    std::vector<std::thread> copies;
+    for (int number = 0; number < threads; ++number) {
+        copies.emplace_back([this, place = targetOf(number)] {
+            Trouble told;
+            const auto report = copyTo(place, told);
+            EXPECT_TRUE(report.isComplete()) << report.failure.message();
+        });
+    }
+    for (auto& copy : copies) {
+        copy.join();
+    }
+    for (int number = 0; number < threads; ++number) {
+        EXPECT_EQ(wholeFilesIn(targetOf(number)), fileCount);
+        EXPECT_THAT(hiddenIn(targetOf(number)), IsEmpty());
+    }
+}
+
+std::string nameOfWay(const testing::TestParamInfo<Way>& way)
+{
+    return way.param == Way::Up ? "Up" : "Down";
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, TreeTroubleTest, testing::Values(Way::Up, Way::Down), nameOfWay);
+
+/// A server that refuses, in the middle of many.
+class TreeRefusalTest : public ScriptedSftpTest
+{
+protected:
+    TreeReport copyUp(const SftpScript& script, Trouble& told)
+    {
+        start(script);
+        makeTree(directory_.path() / "from");
+        return copyTree(local_, files(), {{directory_.file("from"), path("to")}}, told);
+    }
+
+    std::filesystem::path target() const { return path("to"); }
+
+private:
+    TemporaryDirectory directory_;
+    LocalFileSystem local_;
+};
+
+TEST_F(TreeRefusalTest, AFileThatIsRefusedKeepsNoOtherFromBeingCopied)
+{
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Open, 70), refuse(SftpStatus::PermissionDenied)},
+                    {nth(SftpPacket::Write, 90), refuse(SftpStatus::PermissionDenied)}};
+    Trouble told;
+    const auto report = copyUp(script, told);
+    EXPECT_EQ(told.failures.size(), 2U);
+    for (const auto& [entry, failure] : told.failures) {
+        EXPECT_EQ(failure.code(), FailureCode::Denied) << entry << ": " << failure.message();
+        EXPECT_FALSE(std::filesystem::exists(target() / entry));
+    }
+    EXPECT_EQ(wholeFilesIn(target()), fileCount - 2);
+    EXPECT_EQ(report.failed, 2U);
+    EXPECT_THAT(hiddenIn(target()), IsEmpty());
+}
+
+TEST_F(TreeRefusalTest, AFullDiskLeavesNothingHalf)
+{
+    SftpScript script;
+    script.diskSpace = 700'000;
+    Trouble told;
+    const auto report = copyUp(script, told);
+    EXPECT_FALSE(report.isComplete());
+    EXPECT_FALSE(report.isStopped);
+    const auto whole = wholeFilesIn(target());
+    EXPECT_LT(whole, fileCount);
+    EXPECT_EQ(told.failures.size(), static_cast<std::size_t>(fileCount - whole));
+    EXPECT_THAT(hiddenIn(target()), IsEmpty());
+}
+
+TEST_F(TreeRefusalTest, AServerThatAnswersInAnyOrderIsOnlySlower)
+{
+    SftpScript script;
+    script.order = SftpOrder::Shuffled;
+    script.heldRequest = SftpPacket::Any;
+    Trouble told;
+    const auto report = copyUp(script, told);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(wholeFilesIn(target()), fileCount);
+}
+
+/// A server that takes nothing more while what it has said is not taken.
+TEST(RcloneTreeTest, UploadsDownloadsAndCopiesBetweenOnOneSessionGetThrough)
+{
+    if (!requireServer(RcloneServer::availability())) {
+        return;
+    }
+    const std::string content = pseudoRandomBytes(44, 3'000'000);
+    const RcloneServer server;
+    const TemporaryDirectory here;
+    const LocalFileSystem local;
+    SftpClient client(accessTo(server));
+    ASSERT_TRUE(client.hasFiles()) << client.session().getLastError();
+    const auto& files = client.files();
+    for (const std::string& place : {here.file("tree"), server.root() + "/tree"}) {
+        std::filesystem::create_directory(place);
+        std::ofstream(place + "/one", std::ios::binary) << content;
+        std::ofstream(place + "/two", std::ios::binary) << content;
+    }
+    std::vector<std::string> targets;
+    std::vector<std::thread> copies;
+    const auto start = [&](const auto& from, const auto& to, const std::string& source,
+                           const std::string& target) {
+        copies.emplace_back([&from, &to, source, target] {
+            Trouble told;
+            const auto report = copyTree(from, to, {{source, target}}, told);
+            EXPECT_TRUE(report.isComplete()) << target << ": " << report.failure.message();
+        });
+    };
+    for (int number = 0; number < 8; ++number) {
+        targets.push_back(here.file("fetched" + std::to_string(number)));
+        start(files, local, "/tree", targets.back());
+    }
+    for (int number = 0; number < 3; ++number) {
+        const std::string sent = "/sent" + std::to_string(number);
+        const std::string between = "/between" + std::to_string(number);
+        start(local, files, here.file("tree"), sent);
+        start(files, files, "/tree", between);
+        targets.push_back(server.root() + sent);
+        targets.push_back(server.root() + between);
+    }
+    for (auto& copy : copies) {
+        copy.join();
+    }
+    for (const auto& target : targets) {
+        EXPECT_TRUE(readFile(target + "/one") == content) << target;
+        EXPECT_TRUE(readFile(target + "/two") == content) << target;
+    }
+}
+
+} // namespace
+} // namespace TarnisTest
