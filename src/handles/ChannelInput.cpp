@@ -12,7 +12,7 @@ ChannelInput::ChannelInput(ssh_channel channel, ChannelInputReceiver& receiver)
     callbacks_.userdata = this;
     callbacks_.channel_data_function = onData;
     callbacks_.channel_eof_function = onEnd;
-    callbacks_.channel_close_function = onEnd;
+    callbacks_.channel_close_function = onClose;
     if (ssh_add_channel_callbacks(channel_, &callbacks_) != SSH_OK) {
         throw std::bad_alloc();
     }
@@ -37,6 +37,12 @@ int ChannelInput::onData(ssh_session /*session*/, ssh_channel /*channel*/, void*
 void ChannelInput::onEnd(ssh_session /*session*/, ssh_channel /*channel*/, void* self)
 {
     static_cast<ChannelInput*>(self)->receiver_.ended();
+}
+
+void ChannelInput::onClose(ssh_session session, ssh_channel channel, void* self)
+{
+    static_cast<ChannelInput*>(self)->isClosed_ = true;
+    onEnd(session, channel, self);
 }
 
 } // namespace Tarnis

@@ -55,14 +55,19 @@ public:
     /// too, and would go on calling in.
     ~ChannelInput();
 
+    /// Whether the server has closed the channel.
+    bool isClosed() const noexcept { return isClosed_; }
+
 private:
     static int onData(ssh_session session, ssh_channel channel, void* data, std::uint32_t size,
                       int isErrorOutput, void* self);
     static void onEnd(ssh_session session, ssh_channel channel, void* self);
+    static void onClose(ssh_session session, ssh_channel channel, void* self);
 
     ssh_channel channel_;
     ChannelInputReceiver& receiver_;
     ssh_channel_callbacks_struct callbacks_{};
+    bool isClosed_ = false;
 };
 
 } // namespace Tarnis

@@ -6,6 +6,8 @@ namespace Tarnis {
 
 std::atomic<SSHCallLimits::Ticks::rep> SSHCallLimits::retryLimit_{defaultRetryLimit.count()};
 
+std::atomic<SSHCallLimits::Ticks::rep> SSHCallLimits::trust_{defaultTrust.count()};
+
 SSHCallLimits::Ticks SSHCallLimits::retryLimit() noexcept
 {
     return Ticks(retryLimit_.load());
@@ -14,6 +16,16 @@ SSHCallLimits::Ticks SSHCallLimits::retryLimit() noexcept
 void SSHCallLimits::setRetryLimit(Ticks limit) noexcept
 {
     retryLimit_.store(limit.count());
+}
+
+SSHCallLimits::Ticks SSHCallLimits::trust() noexcept
+{
+    return Ticks(trust_.load());
+}
+
+void SSHCallLimits::setTrust(Ticks trust) noexcept
+{
+    trust_.store(trust.count());
 }
 
 SSHCallLimits::Ticks SSHCallLimits::now()

@@ -6,7 +6,8 @@
 
 namespace Tarnis {
 
-/// How long callNonBlocking keeps trying, and how long it pauses between two tries.
+/// How long callNonBlocking keeps trying, how long it pauses between two tries, and for how long a
+/// channel that nobody uses is trusted to be alive.
 class SSHCallLimits
 {
 public:
@@ -15,11 +16,17 @@ public:
 
     static constexpr Ticks defaultRetryLimit = std::chrono::seconds(100);
     static constexpr std::chrono::microseconds pause{100};
+    static constexpr Ticks defaultTrust = std::chrono::seconds(2);
 
     static Ticks retryLimit() noexcept;
 
     /// For tests, which cannot wait for 100 seconds each. Holds for the whole process.
     static void setRetryLimit(Ticks limit) noexcept;
+
+    static Ticks trust() noexcept;
+
+    /// For tests, as above.
+    static void setTrust(Ticks trust) noexcept;
 
     /// The wall clock in ticks.
     static Ticks now();
@@ -30,6 +37,7 @@ public:
 
 private:
     static std::atomic<Ticks::rep> retryLimit_;
+    static std::atomic<Ticks::rep> trust_;
 };
 
 } // namespace Tarnis

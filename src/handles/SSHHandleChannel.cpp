@@ -68,7 +68,7 @@ void SSHHandleChannel::ignoreInput()
 void SSHHandleChannel::abandon(const std::shared_ptr<SSHHandleChannel>& channel)
 {
     const auto lock = channel->getLock();
-    auto* const session = static_cast<SSHHandleSession*>(channel->getParent());
+    auto* const session = channel->getSession();
     if (session != nullptr && channel->isValid()) {
         session->abandon(channel);
     } else {

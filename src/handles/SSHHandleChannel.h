@@ -33,6 +33,12 @@ public:
     /// channel is still in place.
     bool renew();
 
+    /// The session that the channel is of; null once it is gone. To be called under the lock.
+    SSHHandleSession* getSession() const noexcept
+    {
+        return static_cast<SSHHandleSession*>(getParent());
+    }
+
     /// Hands the libssh channel over to whoever owns it from now on; the handle is invalid then.
     /// Under the lock.
     ssh_channel takeChannel() noexcept { return exchangeResource(nullptr); }
@@ -70,6 +76,10 @@ public:
     /// Whether what comes is handed over, so that nothing is left to be read. To be called under
     /// the lock.
     bool isReadAsItComes() const noexcept { return input_ != nullptr; }
+
+    /// Whether the server has closed a channel whose input is handed over. To be called under the
+    /// lock.
+    bool isClosedByServer() const noexcept { return input_ != nullptr && input_->isClosed(); }
 
     /// To be told when the channel was closed from here. Under the lock.
     void markClosed() noexcept

@@ -34,6 +34,7 @@ SSHHandleSFTPSession::openFile(const std::string& path, int posixFlags, mode_t m
 
 void SSHHandleSFTPSession::do_invalidate()
 {
+    spare_.reset();
     for (const auto& child : children()) {
         static_cast<SSHHandleSFTPSessionFile&>(*child).abandon();
     }

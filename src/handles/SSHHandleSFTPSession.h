@@ -3,6 +3,7 @@
 #include "handles/SFTPFlow.h"
 #include "handles/SSHHandleObjectWrapper.h"
 #include "handles/SSHHandleSession.h"
+#include "handles/SpareChannel.h"
 
 #include <FileSystem/HandleObjectGeneric.h>
 #include <Tarnis/SSHDefaultDeleter.h>
@@ -13,6 +14,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Tarnis {
 
@@ -103,6 +105,20 @@ public:
     /// What its bulk transfers share; outlives the handle with those.
     const std::shared_ptr<SFTPFlow>& sharedFlow() const noexcept { return flow_; }
 
+    /// Keeps a channel for whoever comes next, unless there is one already; it goes with this
+    /// handle at the latest. Under the lock, as the next two. The handle must be valid.
+    void keepSpare(std::unique_ptr<SpareChannel> spare)
+    {
+        if (spare_ == nullptr) {
+            spare_ = std::move(spare);
+        }
+    }
+
+    bool hasSpare() const noexcept { return spare_ != nullptr; }
+
+    /// The channel that was kept; null: there is none.
+    std::unique_ptr<SpareChannel> takeSpare() noexcept { return std::move(spare_); }
+
 protected:
     void do_invalidate() override;
 
@@ -113,6 +129,7 @@ private:
     std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
     std::atomic<int> bulkWriters_{0};
     std::shared_ptr<std::atomic<bool>> lost_ = std::make_shared<std::atomic<bool>>(false);
+    std::unique_ptr<SpareChannel> spare_;
     std::shared_ptr<SFTPFlow> flow_ = std::make_shared<SFTPFlow>();
 };
 

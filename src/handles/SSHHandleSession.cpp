@@ -26,6 +26,7 @@ void SSHHandleSession::retireChildren()
     const SessionBlockingGuard guard(getResource(), 0);
     invalidateChildren();
     abandoned_.clear();
+    closing_.clear();
 }
 
 void SSHHandleSession::abandon(std::shared_ptr<SSHHandleChannel> channel)
@@ -96,6 +97,37 @@ std::size_t SSHHandleSession::openChannels() const
     };
     return abandoned_.size() +
            static_cast<std::size_t>(std::count_if(children().begin(), children().end(), isOpen));
+}
+
+bool SSHHandleSession::hasSpares() const
+{
+    return std::any_of(children().begin(), children().end(), [](const auto& child) {
+        const auto* const sftp = dynamic_cast<const SSHHandleSFTPSession*>(child.get());
+        return sftp != nullptr && sftp->hasSpare();
+    });
+}
+
+bool SSHHandleSession::closeSpares()
+{
+    bool isAnyClosed = false;
+    for (const auto& child : children()) {
+        auto* const sftp = dynamic_cast<SSHHandleSFTPSession*>(child.get());
+        auto spare = sftp != nullptr ? sftp->takeSpare() : nullptr;
+        if (spare != nullptr) {
+            spare->close();
+            closing_.push_back(std::move(spare));
+            isAnyClosed = true;
+        }
+    }
+    return isAnyClosed;
+}
+
+bool SSHHandleSession::areSparesClosed()
+{
+    const auto closed = std::partition(closing_.begin(), closing_.end(),
+                                       [](const auto& spare) { return !spare->isClosed(); });
+    closing_.erase(closed, closing_.end());
+    return closing_.empty();
 }
 
 void SSHHandleSession::do_invalidate()

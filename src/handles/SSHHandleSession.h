@@ -1,6 +1,7 @@
 #pragma once
 
 #include "handles/SSHHandleObjectWrapper.h"
+#include "handles/SpareChannel.h"
 
 #include <FileSystem/HandleObjectGeneric.h>
 #include <Tarnis/SSHDefaultDeleter.h>
@@ -70,6 +71,16 @@ public:
     /// Closes those abandoned channels that have been answered by now.
     void reapAbandoned();
 
+    /// Whether a channel is kept for later. To be called under the lock, as the next two.
+    bool hasSpares() const;
+
+    /// Closes the channels that are kept for later, as their places are needed, and waits for
+    /// nothing. False: there is none.
+    bool closeSpares();
+
+    /// Whether the server has closed them, too.
+    bool areSparesClosed();
+
 protected:
     void do_invalidate() override;
 
@@ -77,6 +88,7 @@ private:
     SSHSessionInterface* sessionInterface_ = nullptr;
     std::optional<std::string> text_;
     std::vector<std::shared_ptr<SSHHandleChannel>> abandoned_;
+    std::vector<std::unique_ptr<SpareChannel>> closing_;
 };
 
 } // namespace Tarnis

@@ -18,14 +18,6 @@ bool takesInput(ssh_channel channel)
 
 } // namespace
 
-int openChannel(ssh_channel channel)
-{
-    if (ssh_is_connected(ssh_channel_get_session(channel)) == 0) {
-        return SSH_ERROR;
-    }
-    return ssh_channel_open_session(channel);
-}
-
 int requestExec(ssh_channel channel, const char* line, bool sent)
 {
     if (!sent && !isOpen(channel)) {

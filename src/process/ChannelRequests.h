@@ -9,9 +9,6 @@ namespace Tarnis {
 // another channel once it was closed. A signal would end somebody else's command. Each returns
 // libssh's status, SSH_ERROR when refused. To be called under the session's lock.
 
-/// Opens the channel. On a session that was never connected, libssh crashes.
-int openChannel(ssh_channel channel);
-
 /// Sends the command line, or, once it was sent, only asks for the answer. SSH_EOF where the server
 /// closes the channel instead of answering, of which libssh's last error says nothing.
 /// \param sent whether an earlier call answered SSH_AGAIN. The channel may be closed again by then:

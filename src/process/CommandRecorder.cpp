@@ -25,12 +25,18 @@ CommandRecorder::CommandRecorder(std::shared_ptr<SSHHandleChannel> channel)
     callbacks_.channel_close_function = onClose;
     callbacks_.channel_exit_status_function = onExitStatus;
     callbacks_.channel_exit_signal_function = onExitSignal;
-    static_cast<void>(callLocked(*channel_, ssh_add_channel_callbacks, &callbacks_));
+    start();
 }
 
 CommandRecorder::~CommandRecorder()
 {
     stop();
+}
+
+void CommandRecorder::start()
+{
+    static_cast<void>(callLocked(*channel_, ssh_add_channel_callbacks, &callbacks_));
+    recording_ = true;
 }
 
 void CommandRecorder::stop() noexcept

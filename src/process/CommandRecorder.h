@@ -21,11 +21,14 @@ namespace Tarnis {
 class CommandRecorder
 {
 public:
-    /// Begins to record. The channel must not be in use yet.
+    /// start()
     explicit CommandRecorder(std::shared_ptr<SSHHandleChannel> channel);
     CommandRecorder(const CommandRecorder&) = delete;
     CommandRecorder& operator=(const CommandRecorder&) = delete;
     ~CommandRecorder();
+
+    /// Begins to record. The channel must not be in use yet.
+    void start();
 
     /// Ends the recording. Must come before the channel is retired: libssh keeps a channel until
     /// the server closes it too, and would go on calling in.
@@ -60,7 +63,7 @@ private:
     ssh_channel_callbacks_struct callbacks_{};
     std::exception_ptr failure_;
     std::uint64_t progress_ = 0;
-    bool recording_ = true;
+    bool recording_ = false;
 };
 
 } // namespace Tarnis

@@ -44,6 +44,7 @@ int roundsToRead(ssh_channel channel)
 CommandRunner::CommandRunner(std::shared_ptr<SSHHandleChannel> channel, std::string_view input,
                              std::chrono::milliseconds timeout)
     : channel_(std::move(channel))
+    , opening_(*channel_, [this] { return renewChannel(); })
     , recorder_(channel_)
     , wait_(SSHSocketWait::deadlineAfter(timeout))
     , input_(input)
@@ -53,7 +54,7 @@ CommandRunner::~CommandRunner()
 {
     recorder_.stop();
     try {
-        if (opening_) {
+        if (opening_.isAsked()) {
             SSHHandleChannel::abandon(channel_);
         } else {
             channel_->deleteMe();
@@ -88,7 +89,7 @@ CommandRunner::Outcome CommandRunner::runPhases(const std::string& commandLine)
         return Outcome::NotStarted;
     }
     const std::string line = commandLine + '\n';
-    Step step = repeat([this](ssh_channel channel) { return open(channel); });
+    Step step = repeat([this](ssh_channel /*channel*/) { return open(); });
     if (step == Step::Done) {
         step = repeat([&](ssh_channel channel) { return exec(channel, line.c_str()); });
     }
@@ -125,13 +126,14 @@ CommandRunner::Step CommandRunner::takeStep(StepFunction stepFunction)
 {
     return callLocked(*channel_, [&](ssh_channel channel) {
         const SessionBlockingGuard guard(channel, 0);
+        // The step may put another channel in the place of this one.
+        ssh_session session = ssh_channel_get_session(channel);
         const auto before = recorder_.progress() + inputConsumed_;
         const Step step = stepFunction(channel);
         recorder_.rethrowFailure();
         if (recorder_.progress() + inputConsumed_ != before) {
             wait_.progressed();
         }
-        ssh_session session = ssh_channel_get_session(channel);
         const bool lost = ssh_is_connected(session) == 0;
         return noteFailure(lost && step != Step::Done ? Step::Lost : step, session);
     });
@@ -165,11 +167,17 @@ CommandRunner::Step CommandRunner::stepOf(int status)
     }
 }
 
-CommandRunner::Step CommandRunner::open(ssh_channel channel)
+CommandRunner::Step CommandRunner::open()
 {
-    const int result = openChannel(channel);
-    opening_ = result == SSH_AGAIN;
-    return stepOf(result);
+    return stepOf(opening_.advance());
+}
+
+bool CommandRunner::renewChannel()
+{
+    recorder_.stop();
+    const bool isRenewed = channel_->renew();
+    recorder_.start();
+    return isRenewed;
 }
 
 CommandRunner::Step CommandRunner::exec(ssh_channel channel, const char* line)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "handles/ChannelOpening.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHSocketWait.h"
 #include "process/CommandRecorder.h"
@@ -57,7 +58,8 @@ private:
 
     Step noteFailure(Step step, ssh_session session);
     static Step stepOf(int status);
-    Step open(ssh_channel channel);
+    Step open();
+    bool renewChannel();
     Step exec(ssh_channel channel, const char* line);
     Step transfer(ssh_channel channel);
     void feedInput(ssh_channel channel);
@@ -67,7 +69,7 @@ private:
     SSHExecuteResult collect(Outcome outcome);
 
     std::shared_ptr<SSHHandleChannel> channel_;
-    bool opening_ = false;
+    ChannelOpening opening_;
     CommandRecorder recorder_;
     SSHSocketWait wait_;
     QuietProbe quietProbe_;

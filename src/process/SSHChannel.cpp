@@ -1,4 +1,5 @@
 #include "handles/CString.h"
+#include "handles/ChannelOpening.h"
 #include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHFailure.h"
@@ -173,13 +174,16 @@ bool SSHChannel::do_open()
     SSHHandleChannel& channel = valid(channel_);
     const auto lock = channel.getLock();
     channel.watchExit();
-    const bool opened = callLocked(channel, [](ssh_channel c) {
-        return openChannel(c) == SSH_OK || noteTransportFailure(ssh_channel_get_session(c));
+    const auto renew = [&channel] {
+        const bool isRenewed = channel.renew();
+        channel.watchExit();
+        return isRenewed;
+    };
+    return callLocked(channel, [&](ssh_channel c) {
+        // Of which there may be another one afterwards.
+        ssh_session session = ssh_channel_get_session(c);
+        return ChannelOpening(channel, renew).finish() == SSH_OK || noteTransportFailure(session);
     });
-    if (opened) {
-        channel.markOpened();
-    }
-    return opened;
 }
 
 bool SSHChannel::do_isOpen() const

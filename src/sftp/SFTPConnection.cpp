@@ -1,6 +1,7 @@
 #include "sftp/SFTPConnection.h"
 
 #include "handles/SSHCall.h"
+#include "handles/SSHChannelClose.h"
 #include "handles/SSHFailure.h"
 
 #include <algorithm>
@@ -18,18 +19,26 @@ constexpr std::size_t worthMoving = 256U << 10U;
 } // namespace
 
 std::unique_ptr<SFTPConnection> SFTPConnection::create(SSHHandleSession& session,
-                                                       SocketWakeUp& wakeUp)
+                                                       SocketWakeUp& wakeUp, bool makesRoom)
 {
     auto channel = SSHHandleChannel::create(session);
     if (channel == nullptr) {
         return nullptr;
     }
-    return std::unique_ptr<SFTPConnection>(new SFTPConnection(std::move(channel), wakeUp));
+    return std::unique_ptr<SFTPConnection>(
+        new SFTPConnection(std::move(channel), wakeUp, makesRoom));
 }
 
-SFTPConnection::SFTPConnection(std::shared_ptr<SSHHandleChannel> channel, SocketWakeUp& wakeUp)
+SFTPConnection::SFTPConnection(std::shared_ptr<SSHHandleChannel> channel, SocketWakeUp& wakeUp,
+                               bool makesRoom)
     : channel_(std::move(channel))
-    , wakeUp_(wakeUp)
+    , opening_(*channel_, makesRoom ? ChannelOpening::Renew([this] {
+        const bool isRenewed = channel_->renew();
+        channel_->readInto(*this);
+        return isRenewed;
+    })
+                                    : nullptr)
+    , wakeUp_(&wakeUp)
     , splitter_(*this)
 {
     SFTPPacketWriter(out_).init();
@@ -39,7 +48,7 @@ SFTPConnection::SFTPConnection(std::shared_ptr<SSHHandleChannel> channel, Socket
 SFTPConnection::~SFTPConnection()
 {
     const auto lock = channel_->getLock();
-    if (phase_ == Phase::Opening) {
+    if (opening_.isAsked()) {
         // It would stay open over there if nobody were left here to close it.
         channel_->ignoreInput();
         SSHHandleChannel::abandon(channel_);
@@ -56,25 +65,25 @@ bool SFTPConnection::offers(const SFTPExtension& extension) const
 
 void SFTPConnection::advance()
 {
-    const SocketWakeUp::Awake awake(wakeUp_);
-    const ssh_channel channel = channel_->getResource();
-    if (channel == nullptr) {
+    const SocketWakeUp::Awake awake(*wakeUp_);
+    if (channel_->getResource() == nullptr) {
         end("the session has ended");
         return;
     }
-    const SessionBlockingGuard guard(channel, 0);
+    const SessionBlockingGuard guard(channel_->getResource(), 0);
     if (phase_ == Phase::Opening) {
-        openChannel(channel);
+        openChannel();
     }
+    const ssh_channel channel = channel_->getResource();
     if (phase_ == Phase::Requesting) {
         requestSubsystem(channel);
     }
     if (phase_ == Phase::Requesting || phase_ == Phase::Greeting || phase_ == Phase::Ready) {
         transmit(channel);
     }
-    wakeUp_.watch(ssh_channel_get_session(channel));
+    wakeUp_->watch(ssh_channel_get_session(channel));
     if (isWaitingUnseen()) {
-        wakeUp_.lookAgainSoon(std::exchange(hasMoved_, false));
+        wakeUp_->lookAgainSoon(std::exchange(hasMoved_, false));
     }
 }
 
@@ -83,16 +92,13 @@ bool SFTPConnection::isWaitingUnseen() const noexcept
     return phase_ == Phase::Opening || phase_ == Phase::Requesting || (unsent() > 0 && !isOver());
 }
 
-void SFTPConnection::openChannel(ssh_channel channel)
+void SFTPConnection::openChannel()
 {
-    const int result = ssh_is_connected(ssh_channel_get_session(channel)) != 0
-                           ? ssh_channel_open_session(channel)
-                           : SSH_ERROR;
+    const int result = opening_.advance();
     if (result == SSH_OK) {
-        channel_->markOpened();
         phase_ = Phase::Requesting;
     } else if (result != SSH_AGAIN) {
-        refuse(channel, "the server opens no further channel");
+        refuse(channel_->getResource(), "the server opens no further channel");
     }
 }
 
@@ -136,11 +142,11 @@ void SFTPConnection::takeIn()
     if (channel == nullptr || phase_ == Phase::Opening || isOver()) {
         return;
     }
-    const SocketWakeUp::Awake awake(wakeUp_);
+    const SocketWakeUp::Awake awake(*wakeUp_);
     const SessionBlockingGuard guard(channel, 0);
     constexpr std::size_t atATime = 4'096;
     constexpr std::size_t mostAtOnce = 256U << 10U;
-    const std::size_t arrived = std::min(wakeUp_.unread(), mostAtOnce);
+    const std::size_t arrived = std::min(wakeUp_->unread(), mostAtOnce);
     int result = 0;
     for (std::size_t taken = 0; result == 0 && taken <= arrived; taken += atATime) {
         result = ssh_channel_poll(channel, 0);
@@ -157,7 +163,7 @@ void SFTPConnection::keepWide()
     if (channel == nullptr || phase_ != Phase::Ready || arrived_ < SFTPFlow::arrivalStep) {
         return;
     }
-    const SocketWakeUp::Awake awake(wakeUp_);
+    const SocketWakeUp::Awake awake(*wakeUp_);
     const SessionBlockingGuard guard(channel, 0);
     arrived_ = 0;
     window_.widen(channel);
@@ -174,6 +180,39 @@ void SFTPConnection::settle()
                (ssh_channel_is_closed(channel) != 0 || ssh_channel_is_eof(channel) != 0)) {
         end(transportFailureText(ssh_channel_get_session(channel)));
     }
+}
+
+bool SFTPConnection::isAtRest() const noexcept
+{
+    return phase_ == Phase::Ready && pending_.empty() && unsent() == 0 && !splitter_.isBroken() &&
+           !splitter_.isInPacket();
+}
+
+void SFTPConnection::rest() noexcept
+{
+    answered_.clear();
+    wakeUp_ = nullptr;
+    restingSince_ = Clock::now();
+}
+
+std::chrono::nanoseconds SFTPConnection::resume(SocketWakeUp& wakeUp)
+{
+    wakeUp_ = &wakeUp;
+    advance();
+    takeIn();
+    settle();
+    return Clock::now() - restingSince_;
+}
+
+void SFTPConnection::close()
+{
+    const SessionBlockingGuard guard(channel_->getResource(), 0);
+    queueChannelClose(channel_->getResource());
+}
+
+bool SFTPConnection::isClosed() const
+{
+    return channel_->getResource() == nullptr || channel_->isClosedByServer();
 }
 
 void SFTPConnection::refuse(ssh_channel channel, const char* what)
@@ -236,18 +275,27 @@ void SFTPConnection::received(std::string_view bytes) noexcept
         // libssh is C and must not see it. Nobody knows what was lost, so that nothing else of it
         // can be trusted; the next advance() says so.
     }
-    wakeUp_.arrived();
+    tellOfInput();
 }
 
 void SFTPConnection::ended() noexcept
 {
-    wakeUp_.arrived();
+    tellOfInput();
+}
+
+void SFTPConnection::tellOfInput() noexcept
+{
+    if (wakeUp_ != nullptr) {
+        wakeUp_->arrived();
+    }
 }
 
 void SFTPConnection::gone() noexcept
 {
-    wakeUp_.forget();
-    wakeUp_.signal();
+    if (wakeUp_ != nullptr) {
+        wakeUp_->forget();
+        wakeUp_->signal();
+    }
 }
 
 void SFTPConnection::packet(const SFTPPacket& packet)

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "handles/ChannelInput.h"
+#include "handles/ChannelOpening.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SocketWakeUp.h"
+#include "handles/SpareChannel.h"
 #include "sftp/SFTPReceiveWindow.h"
 #include "sftp/wire/SFTPExtension.h"
 #include "sftp/wire/SFTPPacketReceiver.h"
@@ -37,7 +39,9 @@ struct SFTPAnswer
 ///
 /// Everything is to be called under the channel's lock, except where it says otherwise, and by one
 /// thread; what comes on the channel is taken in by whichever thread reads the session.
-class SFTPConnection final : private ChannelInputReceiver, private SFTPPacketReceiver
+class SFTPConnection final : public SpareChannel,
+                             private ChannelInputReceiver,
+                             private SFTPPacketReceiver
 {
 public:
     using Handler = std::function<void(const SFTPAnswer&)>;
@@ -61,14 +65,15 @@ public:
 
     /// Null: libssh has no memory for a channel. Takes the lock. Throws
     /// handle_fatal_error("invalid") when the session's handle is invalid.
-    /// \param wakeUp is told of what comes, and when to look again; has to outlive this.
-    static std::unique_ptr<SFTPConnection> create(SSHHandleSession& session, SocketWakeUp& wakeUp);
-
-    SFTPConnection(const SFTPConnection&) = delete;
-    SFTPConnection& operator=(const SFTPConnection&) = delete;
+    /// \param wakeUp    is told of what comes, and when to look again; has to outlive this, or
+    ///                  rest().
+    /// \param makesRoom whether the session is to close what it keeps for later where the server
+    ///                  opens no further channel.
+    static std::unique_ptr<SFTPConnection> create(SSHHandleSession& session, SocketWakeUp& wakeUp,
+                                                  bool makesRoom);
 
     /// Gives the channel up; what is under way is not answered. Takes the lock; does not wait.
-    ~SFTPConnection();
+    ~SFTPConnection() override;
 
     /// The channel's handle, for its lock.
     SSHHandleChannel& channel() noexcept { return *channel_; }
@@ -130,7 +135,22 @@ public:
     /// Ends the connection: what is under way is lost.
     void end(const std::string& reason);
 
+    /// Whether nothing at all is under way, so that somebody else could go on with it.
+    bool isAtRest() const noexcept;
+
+    /// Lets go of whom it tells of what comes, as nobody uses it any more.
+    void rest() noexcept;
+
+    /// Takes it up again for somebody else, as it was given to create(), and takes in what has come
+    /// meanwhile. \return for how long it was at rest.
+    std::chrono::nanoseconds resume(SocketWakeUp& wakeUp);
+
+    void close() override;
+    bool isClosed() const override;
+
 private:
+    using Clock = std::chrono::steady_clock;
+
     struct Pending
     {
         Handler handler;
@@ -138,7 +158,7 @@ private:
         std::uint32_t size;
     };
 
-    SFTPConnection(std::shared_ptr<SSHHandleChannel> channel, SocketWakeUp& wakeUp);
+    SFTPConnection(std::shared_ptr<SSHHandleChannel> channel, SocketWakeUp& wakeUp, bool makesRoom);
 
     void received(std::string_view bytes) noexcept override;
     void ended() noexcept override;
@@ -148,12 +168,11 @@ private:
     void dataContinues(std::string_view bytes) override;
     void dataEnds() override;
 
-    using Clock = std::chrono::steady_clock;
-
     std::uint32_t add(Handler&& handler, char* buffer, std::uint32_t size);
     void answer(std::uint32_t id, SFTPAnswer&& answer);
     void greet(const SFTPPacket& packet);
-    void openChannel(ssh_channel channel);
+    void openChannel();
+    void tellOfInput() noexcept;
     void requestSubsystem(ssh_channel channel);
     void transmit(ssh_channel channel);
     /// Whether something is waited for that may come without a sign.
@@ -161,7 +180,9 @@ private:
     void refuse(ssh_channel channel, const char* what);
 
     std::shared_ptr<SSHHandleChannel> channel_;
-    SocketWakeUp& wakeUp_;
+    ChannelOpening opening_;
+    SocketWakeUp* wakeUp_; ///< Null while it is at rest.
+    Clock::time_point restingSince_;
     SFTPPacketSplitter splitter_;
     SFTPReceiveWindow window_;
     std::uint64_t arrived_ = SFTPFlow::arrivalStep; ///< Since the window was widened.

@@ -2,6 +2,7 @@
 
 #include "handles/Deadline.h"
 #include "handles/SSHCall.h"
+#include "handles/SSHCallLimits.h"
 #include "handles/SSHFailure.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPQueueFiles.h"
@@ -71,6 +72,11 @@ SFTPQueue::SFTPQueue(std::shared_ptr<SSHHandleSFTPSession> sftp,
 
 SFTPQueue::~SFTPQueue()
 {
+    try {
+        leaveSpare();
+    } catch (...) {
+        // The next queue opens one of its own.
+    }
     // What is under way on a lane keeps that lane, and would keep itself.
     for (const Lane& lane : lanes_) {
         lane->waiting.clear();
@@ -80,7 +86,7 @@ SFTPQueue::~SFTPQueue()
 
 bool SFTPQueue::open()
 {
-    if (!connect() || !awaitServer()) {
+    if (!takeSpare() && !(connect() && awaitServer())) {
         return false;
     }
     const auto offers = [this](const SFTPExtension& extension) {
@@ -98,6 +104,67 @@ bool SFTPQueue::open()
     return true;
 }
 
+/// Goes on with the channel that an earlier queue of the file system has left.
+bool SFTPQueue::takeSpare()
+{
+    auto lock = sftp_->getLock();
+    // Only leaveSpare() keeps any.
+    std::unique_ptr<SFTPConnection> connection(
+        static_cast<SFTPConnection*>(sftp_->takeSpare().release()));
+    if (connection == nullptr) {
+        return false;
+    }
+    const auto rested = connection->resume(wakeUp_);
+    if (connection->isOver()) {
+        return false;
+    }
+    server_ = sftpServerKindOf(ssh_channel_get_session(connection->channel().getResource()));
+    lock.reset();
+    if (rested > SSHCallLimits::trust() && !isAnswering(*connection)) {
+        return false;
+    }
+    lanes_.push_back(std::make_shared<SFTPLane>(std::move(connection)));
+    return true;
+}
+
+/// A server may close a channel that is not used for a while, or end the program that runs on it.
+/// To ask takes one round trip, where opening another one takes two.
+bool SFTPQueue::isAnswering(SFTPConnection& connection)
+{
+    bool isAnswered = false;
+    {
+        const auto lock = connection.channel().getLock();
+        connection.send(
+            [](SFTPPacketWriter& writer, std::uint32_t id) { writer.realpath(id, "."); }, nullptr);
+    }
+    const bool isInTime = waitUntil(connection, [&] {
+        isAnswered = connection.phase() == SFTPConnection::Phase::Ready;
+        return !isAnswered || connection.inFlight() == 0;
+    });
+    const auto lock = connection.channel().getLock();
+    static_cast<void>(connection.takeAnswered());
+    return isInTime && isAnswered;
+}
+
+/// Leaves a channel to the next queue of the file system that is as good as new.
+void SFTPQueue::leaveSpare()
+{
+    // mod_sftp disconnects who has too many, where others refuse one.
+    if (pending_ > 0 || server_ == SFTPServerKind::ModSftp) {
+        return;
+    }
+    const auto lock = sftp_->getLock();
+    const auto spare = std::find_if(lanes_.begin(), lanes_.end(), [](const Lane& lane) {
+        return lane->handles == 0 && lane->waiting.empty() && lane->connection->isAtRest();
+    });
+    if (spare == lanes_.end() || !sftp_->isValid() || sftp_->isLost()) {
+        return;
+    }
+    (*spare)->connection->rest();
+    sftp_->keepSpare(std::move((*spare)->connection));
+    lanes_.erase(spare);
+}
+
 bool SFTPQueue::connect()
 {
     const auto lock = sftp_->getLock();
@@ -106,7 +173,7 @@ bool SFTPQueue::connect()
         return failForLostSftp({});
     }
     server_ = sftpServerKindOf(session->getResource());
-    auto connection = SFTPConnection::create(*session, wakeUp_);
+    auto connection = SFTPConnection::create(*session, wakeUp_, true);
     if (connection == nullptr) {
         return noteTransportFailure(*session, FailureCode::NoResources);
     }
@@ -116,24 +183,35 @@ bool SFTPQueue::connect()
 
 bool SFTPQueue::awaitServer()
 {
-    using Phase = SFTPConnection::Phase;
     SFTPConnection& connection = *lanes_.front()->connection;
+    // Not asked again: without the lock, another thread may take in the server's version.
+    bool isRefused = false;
+    const bool isInTime = waitUntil(connection, [&] {
+        isRefused = connection.isOver();
+        return isRefused || connection.phase() == SFTPConnection::Phase::Ready;
+    });
+    if (isRefused) {
+        return fail(FailureCode::Denied, FailureSource::Transport, 0, connection.error());
+    }
+    return isInTime || fail(FailureCode::TimedOut, "the server does not open a channel");
+}
+
+/// \param isDone is called under the lock. False: it was not within the limit.
+template <class IsDone>
+bool SFTPQueue::waitUntil(SFTPConnection& connection, IsDone isDone)
+{
     const auto deadline = Clock::now() + openingLimit;
-    const auto phase = [&] {
+    const auto look = [&] {
         const auto lock = connection.channel().getLock();
         wakeUp_.clear();
         connection.advance();
         connection.takeIn();
         connection.settle();
-        return connection.phase();
+        return isDone();
     };
-    for (Phase now = phase(); now != Phase::Ready; now = phase()) {
-        // Not asked again: without the lock, another thread may take in the server's version.
-        if (now == Phase::Refused || now == Phase::Ended) {
-            return fail(FailureCode::Denied, FailureSource::Transport, 0, connection.error());
-        }
+    while (!look()) {
         if (Clock::now() >= deadline) {
-            return fail(FailureCode::TimedOut, "the server does not open a channel");
+            return false;
         }
         wakeUp_.wait(openingLimit);
     }

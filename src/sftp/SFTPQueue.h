@@ -27,15 +27,17 @@ class SFTPQueue final : public FileSystem::StorageSystemQueue
 public:
     using Attributes = FileSystem::StorageSystemAttributes;
 
-    /// Opens a channel of the session that an SFTP session is on, and waits for it, without holding
-    /// the lock meanwhile. Null: the server opens none, or has gone; the failure is noted.
-    /// \param system  what the single operations are done with that are not worth a road of their
+    /// Takes the channel that an earlier queue has left, or opens one of the session that an SFTP
+    /// session is on, and waits for it, without holding the lock meanwhile. Null: the server opens
+    /// none, or has gone; the failure is noted. \param system  what the single operations are done
+    /// with that are not worth a road of their
     ///                own.
     /// \param isAlive whether that is still there.
     static std::unique_ptr<SFTPQueue> create(std::shared_ptr<SSHHandleSFTPSession> sftp,
                                              const FileSystem::FileSystem2& system,
                                              std::shared_ptr<const std::atomic<bool>> isAlive);
 
+    /// Leaves one of its channels to the next queue where nothing is under way.
     ~SFTPQueue() override;
 
 protected:
@@ -109,6 +111,11 @@ private:
     bool open();
     bool connect();
     bool awaitServer();
+    bool takeSpare();
+    bool isAnswering(SFTPConnection& connection);
+    void leaveSpare();
+    template <class IsDone>
+    bool waitUntil(SFTPConnection& connection, IsDone isDone);
     void askLimits();
 
     /// Does what is to be done later, by pump().

@@ -124,7 +124,7 @@ void SFTPQueue::openLanes()
     }
     const std::size_t wanted = std::min(lanesWanted(), lanesAllowed(*session));
     while (lanes_.size() < wanted) {
-        auto connection = SFTPConnection::create(*session, wakeUp_);
+        auto connection = SFTPConnection::create(*session, wakeUp_, false);
         if (connection == nullptr) {
             opensMore_ = false;
             return;

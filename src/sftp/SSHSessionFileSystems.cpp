@@ -1,5 +1,6 @@
 // The remote file trees that a session hands out.
 
+#include "handles/ChannelOpening.h"
 #include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHFailure.h"
@@ -65,10 +66,9 @@ void noteRefusal(ssh_session session, int status = SSH_ERROR)
 int startSftp(SSHHandleChannel& channel)
 {
     const SessionBlockingGuard guard(channel.getResource(), 1);
-    if (callLocked(channel, openChannel) != SSH_OK) {
+    if (ChannelOpening(channel, [&channel] { return channel.renew(); }).finish() != SSH_OK) {
         return SSH_ERROR;
     }
-    channel.markOpened();
     return callUnblocked(channel, [sent = false](ssh_channel c) mutable {
         const int result = requestSftp(c, sent);
         sent = result == SSH_AGAIN;
@@ -113,7 +113,10 @@ std::shared_ptr<SSHHandleSFTPSession> openSftpSession(SSHHandleSession& session,
                                                       SSHHandleChannel& channel)
 {
     const bool answers = callLocked(session, sftpServerKindOf) == SFTPServerKind::OpenSsh;
-    const sftp_session sftp = answers ? newSftp(session) : newSftpOn(channel);
+    sftp_session sftp = answers ? newSftp(session) : nullptr;
+    if (!answers || (sftp == nullptr && session.hasSpares())) {
+        sftp = newSftpOn(channel);
+    }
     return sftp != nullptr ? makeChildHandle<SSHHandleSFTPSession>(session, sftp) : nullptr;
 }
 

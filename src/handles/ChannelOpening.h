@@ -1,0 +1,54 @@
+#pragma once
+
+#include "handles/SSHHandleChannel.h"
+
+#include <chrono>
+#include <functional>
+
+namespace Tarnis {
+
+/// Opens a channel. Where the server refuses, the channels that the session keeps for later are
+/// closed, and once the server has closed them, too, it is asked again: servers count a channel
+/// until whatever ran on it has ended.
+class ChannelOpening
+{
+public:
+    /// Puts a new libssh channel in the place of the refused one, as SSHHandleChannel::renew(), and
+    /// begins to listen to it as to that.
+    using Renew = std::function<bool()>;
+
+    /// \param renew null: nothing is closed for it.
+    ChannelOpening(SSHHandleChannel& channel, Renew renew);
+
+    /// Goes on, in the session's blocking mode. SSH_OK: the channel is open, and marked so;
+    /// SSH_AGAIN: call this again. To be called under the lock.
+    int advance();
+
+    /// The same in blocking mode, to its end.
+    int finish();
+
+    /// Whether the server was asked and has not answered.
+    bool isAsked() const noexcept { return isAsked_; }
+
+private:
+    enum class Step
+    {
+        Asking,
+        MakingRoom,
+        AskingAgain,
+    };
+
+    using Clock = std::chrono::steady_clock;
+
+    int ask();
+    bool makeRoom();
+    bool hasRoom();
+
+    SSHHandleChannel& channel_;
+    Renew renew_;
+    Step step_ = Step::Asking;
+    bool isAsked_ = false;
+    Clock::time_point deadline_;
+};
+
+} // namespace Tarnis
