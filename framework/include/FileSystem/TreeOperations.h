@@ -191,6 +191,11 @@ struct TreeCopyPath
 /// reached through one on either side. Files are read and written together, in any order; a
 /// directory is done when all that is in it is.
 ///
+/// Several may go to one place, as far as the texts of the targets tell: directories are merged,
+/// and of files the first is copied and any other fails with Exists, unless it is the same source.
+/// So it is with names that the target does not tell apart, such as "a" and "A" on many volumes.
+/// Those that share a place are copied in the order of the paths.
+///
 /// A file or a link appears under its name complete or not at all: it is gathered under a hidden
 /// name beside it, which is removed again where it fails or the copy is stopped, as long as the
 /// system can be reached. Without "preserve" a new file or directory gets the source's permissions

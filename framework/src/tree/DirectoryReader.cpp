@@ -57,9 +57,9 @@ void DirectoryReader::checkDirectory()
 void DirectoryReader::checked(const Failure& failure, const StorageSystemAttributes& now)
 {
     if (failure) {
-        contents_ = {{}, {}, failure};
+        contents_ = {{}, {}, {}, failure};
     } else if (now.type && !now.type->has(directoryType)) {
-        contents_ = {{}, {}, newFailure("list", path_, FailureCode::Changed)};
+        contents_ = {{}, {}, {}, newFailure("list", path_, FailureCode::Changed)};
     }
     askTypes();
 }
@@ -88,8 +88,9 @@ void DirectoryReader::askType(std::size_t index)
             entry.attributes = is;
             // A system that does not tell here either means something that it has no type for.
             entry.attributes.type = is.type.value_or(Utilities::Flags<StorageSystemFileTypeFlag>());
-        } else if (failure.code() != FailureCode::NotFound) {
-            self->contents_.untold.push_back(failure);
+        } else {
+            const bool isGone = failure.code() == FailureCode::NotFound;
+            (isGone ? self->contents_.gone : self->contents_.untold).push_back(failure);
         }
         if (--self->asked_ == 0) {
             self->finish();

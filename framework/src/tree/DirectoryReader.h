@@ -18,6 +18,8 @@ struct DirectoryContents
     std::vector<StorageSystemEntry> entries;
     /// Of entries whose type cannot be told: they are not among the others.
     std::vector<Failure> untold;
+    /// Of entries that were listed and are not there: no more are they.
+    std::vector<Failure> gone;
     /// Why there may be more than these.
     Failure failure;
 };

@@ -153,6 +153,10 @@ void EntryTransfer::checkLink()
 
 void EntryTransfer::decide()
 {
+    if (mustBeNew_) {
+        giveUp(FailureCode::Exists, entry_.target);
+        return;
+    }
     switch (context_.options.standing) {
     case TreeStanding::Keep:
         skip();
@@ -169,10 +173,6 @@ void EntryTransfer::decide()
     case TreeStanding::Replace:
     case TreeStanding::Resume:
         break;
-    }
-    if (mustBeNew_) {
-        giveUp(FailureCode::Exists, entry_.target);
-        return;
     }
     proceed();
 }

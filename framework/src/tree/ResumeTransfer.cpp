@@ -3,6 +3,7 @@
 #include "failure/NewFailure.h"
 #include "local/OwnFile.h"
 #include "path/PathText.h"
+#include "tree/CopyClaims.h"
 #include "tree/FileComparison.h"
 #include "tree/PartName.h"
 
@@ -20,15 +21,6 @@ constexpr int mostParts = 10;
 
 constexpr CopyContext::Permissions ownerOnly{0600U};
 constexpr const char* changedMeanwhile = "the file changed while it was copied";
-
-/// With the letters of ASCII small.
-std::string foldCase(std::string path)
-{
-    for (char& letter : path) {
-        letter = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    }
-    return path;
-}
 
 std::string besidePath(const std::string& path, const std::string& name)
 {
@@ -103,7 +95,7 @@ void ResumeTransfer::choosePart()
 /// Two that go on in one file would not notice.
 bool ResumeTransfer::claimPart()
 {
-    auto folded = foldCase(part_);
+    auto folded = withSmallLetters(part_);
     const bool isOurs = context().parts.insert(folded).second;
     if (isOurs) {
         claim_ = std::move(folded);

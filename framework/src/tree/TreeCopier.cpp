@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace FileSystem {
@@ -36,6 +37,17 @@ constexpr std::size_t fewEntries = 4;
 bool isLocal(const StorageSystem& system)
 {
     return system.getType() == StorageSystemType::Local;
+}
+
+/// A pipe, a socket or a device.
+bool isOther(const StorageSystemAttributes& attributes)
+{
+    return attributes.type && attributes.type->isEmpty();
+}
+
+std::uint64_t sizeOf(const StorageSystemAttributes& attributes)
+{
+    return attributes.type && isRegularFile(*attributes.type) ? attributes.size.value_or(0) : 0;
 }
 
 /// Whether a copy of the source would be inside of it, or cannot be told from that.
@@ -69,14 +81,16 @@ struct TreeCopier::Directory
     bool isMade = false;
     bool isFailed = false;
     bool hasEntries = false;
-    std::size_t unfinished = 0; ///< How much of what is in it is neither copied nor has failed.
-    bool isNew = false;         ///< Its target was not there before.
+    std::size_t unfinished = 0;    ///< How much of what is in it is neither copied nor has failed.
+    bool isNew = false;            ///< Its target was not there before.
+    bool isShared = false;         ///< Other sources may go to its target, or below it.
+    bool wasMadeByAnother = false; ///< By the copy of one of those.
+    std::unordered_set<std::string> twins; ///< Names that a volume may not tell from others.
     bool isTargetAsked = false;
     bool isTargetListed = false;
     std::unordered_map<std::string, StorageSystemAttributes> standing;
     std::set<std::string> partNames; ///< Names in the source that a part could have.
     std::vector<std::string> others; ///< What stands there and not in the source, to be removed.
-    bool mayRemoveOthers = false;
     std::string rootTarget;
 };
 
@@ -99,14 +113,20 @@ TreeCopier::~TreeCopier() = default;
 
 TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
 {
-    for (auto path = paths.rbegin(); path != paths.rend(); ++path) {
-        TreeEntry root;
-        root.path = PathText::removeTrailingSlash(path->source);
-        root.target = PathText::removeTrailingSlash(path->target);
-        targets_.insert(root.target);
-        roots_.push_back(std::move(root));
+    const auto turns = turnsOf(paths);
+    for (auto i = paths.size(); i-- > 0;) {
+        if (!turns[i].isRepeated) {
+            Root root{{}, turns[i]};
+            root.entry.path = PathText::removeTrailingSlash(paths[i].source);
+            root.entry.target = PathText::removeTrailingSlash(paths[i].target);
+            targets_.insert(root.entry.target);
+            roots_.push_back(std::move(root));
+        }
     }
-    work_.found(paths.size());
+    std::stable_sort(roots_.begin(), roots_.end(), [](const Root& left, const Root& right) {
+        return left.turn.turn > right.turn.turn;
+    });
+    work_.found(roots_.size());
     try {
         run();
     } catch (...) {
@@ -162,7 +182,18 @@ void TreeCopier::abandon()
 
 bool TreeCopier::hasStep() const
 {
-    return !roots_.empty() || !toEnter_.empty() || !toFill_.empty() || !toLeave_.empty();
+    return hasSteps() || mayBeginRoot();
+}
+
+bool TreeCopier::hasSteps() const
+{
+    return !toEnter_.empty() || !toFill_.empty() || !toLeave_.empty();
+}
+
+/// Whoever shares a place with another comes when that one is there.
+bool TreeCopier::mayBeginRoot() const
+{
+    return !roots_.empty() && (roots_.back().turn.turn == turn_ || (work_.isIdle() && !hasSteps()));
 }
 
 bool TreeCopier::isAllRead() const
@@ -202,37 +233,96 @@ void TreeCopier::beginReads()
     }
 }
 
-void TreeCopier::beginRoot(TreeEntry&& root)
+void TreeCopier::beginRoot(Root&& root)
 {
+    turn_ = root.turn.turn;
     work_.begin();
-    const auto path = root.path;
+    const auto path = root.entry.path;
     work_.queue(0).lookUp(
         path, [this, root = std::move(root)](const Failure& failure, const auto& is) mutable {
             work_.end();
-            root.attributes = is;
+            root.entry.attributes = is;
             if (failure) {
-                work_.fail(root, failure);
-            } else if (!work_.wants(root)) {
+                work_.fail(root.entry, failure);
+            } else if (!work_.wants(root.entry)) {
                 work_.passed();
             } else {
-                begin(std::move(root), nullptr);
+                work_.progress().bytesFound += sizeOf(is);
+                beginNamed(std::move(root.entry), root.turn.isShared);
             }
+        });
+}
+
+void TreeCopier::beginNamed(TreeEntry&& root, bool isShared)
+{
+    if (isDirectory(root.attributes)) {
+        enter(std::move(root), nullptr, isShared);
+    } else if (isShared && !isOther(root.attributes)) {
+        beginClaimed(std::move(root), nullptr);
+    } else {
+        begin(std::move(root), nullptr);
+    }
+}
+
+/// Where the target is no other source's.
+void TreeCopier::beginClaimed(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    switch (claims_.take(entry.target, entry.path)) {
+    case CopyClaims::Answer::Same:
+        work_.passed();
+        finishEntry(parent);
+        break;
+    case CopyClaims::Answer::Taken:
+        work_.fail(entry, newFailure("copy", entry.target, FailureCode::Exists,
+                                     "another source of this call goes there"));
+        finishEntry(parent);
+        break;
+    case CopyClaims::Answer::Doubtful:
+        if (parent == nullptr) {
+            beginDoubtful(std::move(entry));
+            break;
+        }
+        [[fallthrough]];
+    case CopyClaims::Answer::Free:
+        begin(std::move(entry), parent);
+        break;
+    }
+}
+
+/// Where names are told apart by their case, what stands there has this very name.
+void TreeCopier::beginDoubtful(TreeEntry&& root)
+{
+    work_.begin();
+    const auto name = PathText::fileName(root.target);
+    const auto directory = PathText::parentId(root.target);
+    const auto isThere = std::make_shared<bool>(false);
+    context_->target.list(
+        directory.empty() ? "." : directory,
+        [name, isThere](std::vector<StorageSystemEntry>& entries) {
+            *isThere = *isThere || std::any_of(entries.begin(), entries.end(),
+                                               [&](const auto& is) { return is.name == name; });
+            return true;
+        },
+        [this, isThere, root = std::move(root)](const Failure& /*failure*/) mutable {
+            work_.end();
+            beginTransfer(std::move(root), nullptr, !*isThere);
         });
 }
 
 void TreeCopier::begin(TreeEntry&& entry, const DirectoryPtr& parent)
 {
     if (isDirectory(entry.attributes)) {
-        enter(std::move(entry), parent);
-    } else if (entry.attributes.type && entry.attributes.type->isEmpty()) {
+        enter(std::move(entry), parent, parent->isShared);
+    } else if (isOther(entry.attributes)) {
         work_.fail(entry, newFailure("copy", entry.path, FailureCode::NotCopyable));
         finishEntry(parent);
     } else {
-        beginTransfer(std::move(entry), parent);
+        const bool isNewName = parent != nullptr && mustBeNew(entry, *parent);
+        beginTransfer(std::move(entry), parent, isNewName);
     }
 }
 
-void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent)
+void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent, bool isShared)
 {
     const std::size_t depth = parent != nullptr ? parent->depth + 1 : 0;
     const bool isTooDeep = depth >= maximumTreeDepth;
@@ -252,22 +342,8 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent)
     directory.entry = std::move(entry);
     directory.depth = depth;
     directory.parent = parent;
+    directory.isShared = isShared;
     directory.rootTarget = parent != nullptr ? parent->rootTarget : directory.entry.target;
-    directory.mayRemoveOthers =
-        parent != nullptr ? parent->mayRemoveOthers
-                          : options_.removesOthers && !goesWhereAnotherGoes(directory.rootTarget);
-}
-
-/// What another tree brings there is none of this one's, and not to be removed.
-bool TreeCopier::goesWhereAnotherGoes(const std::string& target) const
-{
-    if (targets_.count(target) > 1) {
-        return true;
-    }
-    return std::any_of(targets_.begin(), targets_.end(), [&](const std::string& other) {
-        return other != target &&
-               (PathText::isWithin(target, other) || PathText::isWithin(other, target));
-    });
 }
 
 /// Made and read at the same time.
@@ -302,6 +378,12 @@ void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, boo
     }
     directory->isMade = true;
     directory->isNew = isNew;
+    if (directory->isShared) {
+        directory->wasMadeByAnother = claims_.isNew(directory->entry.target);
+        if (isNew) {
+            claims_.noteNew(directory->entry.target);
+        }
+    }
     takeEntries(directory);
 }
 
@@ -311,11 +393,14 @@ void TreeCopier::takeEntries(const DirectoryPtr& directory)
         return;
     }
     const bool isOld = !directory->isFailed && !directory->isNew;
-    const bool isWorthIt =
-        directory->contents.entries.size() > fewEntries || directory->mayRemoveOthers;
-    if (isOld && !directory->isTargetAsked && isWorthIt) {
-        listTarget(directory);
-        return;
+    if (isOld && !directory->isTargetAsked) {
+        findTwins(*directory);
+        const bool isWorthIt = directory->contents.entries.size() > fewEntries ||
+                               !directory->twins.empty() || mayRemoveOthers(*directory);
+        if (isWorthIt) {
+            listTarget(directory);
+            return;
+        }
     }
     --reading_;
     work_.end();
@@ -346,19 +431,25 @@ void TreeCopier::listTarget(const DirectoryPtr& directory)
         [this, directory](const Failure& failure) {
             // Otherwise each is looked at by itself.
             directory->isTargetListed = !failure;
-            if (failure && directory->mayRemoveOthers) {
+            if (failure && mayRemoveOthers(*directory)) {
                 work_.lose(directory->entry, failure);
             }
             takeEntries(directory);
         });
 }
 
+/// What another source brings there is no less wanted than what this one does.
+bool TreeCopier::mayRemoveOthers(const Directory& directory) const
+{
+    return options_.removesOthers && !directory.isShared;
+}
+
 /// What cannot be read of the source is no reason to remove anything.
 void TreeCopier::chooseOthers(Directory& directory)
 {
     const auto& contents = directory.contents;
-    const bool isWhole = !contents.failure && contents.untold.empty();
-    if (!directory.mayRemoveOthers || !directory.isTargetListed || !isWhole) {
+    const bool isWhole = !contents.failure && contents.untold.empty() && contents.gone.empty();
+    if (!mayRemoveOthers(directory) || !directory.isTargetListed || !isWhole) {
         return;
     }
     std::set<std::string> names;
@@ -388,10 +479,37 @@ bool TreeCopier::isTarget(const std::string& path, const DirectoryPtr& parent) c
            (parent != nullptr && parent->partNames.count(PathText::fileName(path)) != 0);
 }
 
+/// Names that a volume without cases takes for one, of this directory's entries and of what has
+/// gone there before.
+void TreeCopier::findTwins(Directory& directory) const
+{
+    std::unordered_map<std::string, std::string> spellings;
+    for (const auto& entry : directory.contents.entries) {
+        const auto [first, isFirst] = spellings.emplace(withSmallLetters(entry.name), entry.name);
+        if (!isFirst) {
+            directory.twins.insert({first->second, entry.name});
+        } else if (directory.isShared &&
+                   claims_.isDoubtful(PathText::childId(directory.entry.target, {entry.name}))) {
+            directory.twins.insert(entry.name);
+        }
+    }
+}
+
+/// Whether what stands under the entry's name is another's: in a directory that was made for
+/// them no two may have one name, since the volume may not tell "a" from "A"; in another no two
+/// that differ in case, but those that both stood there.
+bool TreeCopier::mustBeNew(const TreeEntry& entry, const Directory& parent)
+{
+    const auto name = PathText::fileName(entry.target);
+    const bool isTwin = parent.twins.count(name) != 0 && parent.standing.count(name) == 0;
+    return parent.isNew || parent.wasMadeByAnother || isTwin;
+}
+
 /// Keeps what is to be copied.
 void TreeCopier::chooseWanted(Directory& directory)
 {
     auto& contents = directory.contents;
+    contents.untold.insert(contents.untold.end(), contents.gone.begin(), contents.gone.end());
     work_.found(contents.entries.size() + contents.untold.size());
     for (const Failure& failure : contents.untold) {
         work_.fail(entryBelow(directory.entry, {PathText::fileName(failure.path()), {}}), failure);
@@ -407,8 +525,7 @@ void TreeCopier::chooseWanted(Directory& directory)
             return true;
         }
         if (work_.wants(entryBelow(directory.entry, StorageSystemEntry(entry)))) {
-            const bool isFile = entry.attributes.type && isRegularFile(*entry.attributes.type);
-            work_.progress().bytesFound += isFile ? entry.attributes.size.value_or(0) : 0;
+            work_.progress().bytesFound += sizeOf(entry.attributes);
             return false;
         }
         work_.passed();
@@ -429,7 +546,12 @@ void TreeCopier::beginNextEntry()
     if (entries.empty()) {
         toFill_.pop_back();
     }
-    begin(entryBelow(directory->entry, std::move(entry)), directory);
+    auto below = entryBelow(directory->entry, std::move(entry));
+    if (directory->isShared && !isDirectory(below.attributes)) {
+        beginClaimed(std::move(below), directory);
+    } else {
+        begin(std::move(below), directory);
+    }
 }
 
 EntryTransfer::Standing TreeCopier::standingOf(const TreeEntry& entry,
@@ -451,21 +573,14 @@ EntryTransfer::Standing TreeCopier::standingOf(const TreeEntry& entry,
         return found->second.type ? EntryTransfer::Standing{true, found->second}
                                   : EntryTransfer::Standing{};
     }
-    // Servers leave hidden names out of their lists, and have what they do not list all the same.
+    // Servers leave hidden names out of their lists, and have what they do not list all the
+    // same.
     return {name.front() != '.', std::nullopt};
 }
 
-/// In a directory that was made for them no two may have one name: the volume may not tell "a" from
-/// "A".
-bool TreeCopier::mustBeNewIn(const DirectoryPtr& parent)
+std::shared_ptr<FileTransfer>
+TreeCopier::newFileTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bool mustBeNew)
 {
-    return parent != nullptr && parent->isNew;
-}
-
-std::shared_ptr<FileTransfer> TreeCopier::newFileTransfer(TreeEntry&& entry,
-                                                          const DirectoryPtr& parent)
-{
-    const bool mustBeNew = mustBeNewIn(parent);
     auto standing = standingOf(entry, parent);
     if (options_.standing == TreeStanding::Resume) {
         auto isTaken = [this, parent](const std::string& path) { return isTarget(path, parent); };
@@ -480,15 +595,15 @@ std::shared_ptr<FileTransfer> TreeCopier::newFileTransfer(TreeEntry&& entry,
                                           mustBeNew);
 }
 
-void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent)
+void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bool mustBeNew)
 {
     std::shared_ptr<EntryTransfer> transfer;
     if (isSymbolicLink(entry.attributes)) {
         auto standing = standingOf(entry, parent);
         transfer = std::make_shared<LinkTransfer>(*context_, std::move(entry), std::move(standing),
-                                                  mustBeNewIn(parent));
+                                                  mustBeNew);
     } else {
-        readers_.push_back(newFileTransfer(std::move(entry), parent));
+        readers_.push_back(newFileTransfer(std::move(entry), parent, mustBeNew));
         transfer = readers_.back();
     }
     work_.begin();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tree/CopyClaims.h"
 #include "tree/CopyContext.h"
 #include "tree/DirectoryReader.h"
 #include "tree/EntryTransfer.h"
@@ -33,25 +34,39 @@ private:
     struct Directory;
     using DirectoryPtr = std::shared_ptr<Directory>;
 
+    /// What was named.
+    struct Root
+    {
+        TreeEntry entry;
+        CopyTurn turn;
+    };
+
     void run();
     void abandon();
     void tellProgress();
     void stopTransfers();
     bool hasStep() const;
     bool isAllRead() const;
+    bool hasSteps() const;
+    bool mayBeginRoot() const;
     void beginSteps();
     void beginStep();
     void beginReads();
-    void beginRoot(TreeEntry&& root);
+    void beginRoot(Root&& root);
+    void beginNamed(TreeEntry&& root, bool isShared);
     void begin(TreeEntry&& entry, const DirectoryPtr& parent);
-    void enter(TreeEntry&& entry, const DirectoryPtr& parent);
+    void enter(TreeEntry&& entry, const DirectoryPtr& parent, bool isShared);
+    void beginClaimed(TreeEntry&& entry, const DirectoryPtr& parent);
+    void beginDoubtful(TreeEntry&& root);
     void beginDirectory(const DirectoryPtr& directory);
     void made(const DirectoryPtr& directory, const Failure& failure, bool isNew);
     void listTarget(const DirectoryPtr& directory);
     void takeEntries(const DirectoryPtr& directory);
     void chooseWanted(Directory& directory);
+    void findTwins(Directory& directory) const;
+    static bool mustBeNew(const TreeEntry& entry, const Directory& parent);
     void beginNextEntry();
-    void beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent);
+    void beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bool mustBeNew);
     void ended(EntryTransfer& transfer, const DirectoryPtr& parent);
     void leave(const DirectoryPtr& directory);
     void finish(const DirectoryPtr& directory);
@@ -59,10 +74,10 @@ private:
     void finishEntry(const DirectoryPtr& parent);
     void chooseOthers(Directory& directory);
     void removeOthers(const Directory& directory);
-    bool goesWhereAnotherGoes(const std::string& target) const;
+    bool mayRemoveOthers(const Directory& directory) const;
     bool isTarget(const std::string& path, const DirectoryPtr& parent) const;
-    std::shared_ptr<FileTransfer> newFileTransfer(TreeEntry&& entry, const DirectoryPtr& parent);
-    static bool mustBeNewIn(const DirectoryPtr& parent);
+    std::shared_ptr<FileTransfer> newFileTransfer(TreeEntry&& entry, const DirectoryPtr& parent,
+                                                  bool mustBeNew);
     EntryTransfer::Standing standingOf(const TreeEntry& entry, const DirectoryPtr& parent) const;
 
     const StorageSystem& source_;
@@ -72,8 +87,10 @@ private:
     std::unique_ptr<CopyContext> context_;
     TreeWork work_;
     bool areStopped_ = false;
-    std::multiset<std::string> targets_; ///< Of the roots.
-    std::vector<TreeEntry> roots_;       ///< Still to be looked at; the next one last.
+    std::set<std::string> targets_; ///< Of what was named.
+    std::vector<Root> roots_;       ///< Still to be looked at; the next one last.
+    std::size_t turn_ = 0;
+    CopyClaims claims_;
     std::vector<DirectoryPtr> toEnter_;
     std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.
     std::vector<DirectoryPtr> toLeave_;

@@ -355,6 +355,48 @@ TEST_P(CopyTreeContract, WhatIsNotThereIsAFailureOfItsOwn)
     EXPECT_THAT(targetNames(), ElementsAre("d"));
 }
 
+TEST_P(CopyTreeContract, OfTwoSourcesThatGoToOnePlaceTheFirstIsThere)
+{
+    makeTree();
+    const auto report = copyTree(source(), target(),
+                                 {{sourcePath("t/a"), targetPath("x")},
+                                  {sourcePath("t/c"), targetPath("./x")},
+                                  {sourcePath("t/b/1"), targetPath("y")},
+                                  {sourcePath("t/b/./1"), targetPath("y")}},
+                                 notes_);
+    EXPECT_EQ(report.failed, 1U);
+    EXPECT_EQ(report.failure.code(), FailureCode::Exists);
+    EXPECT_EQ(report.failure.text(), "another source of this call goes there");
+    EXPECT_EQ(notes_.failures.front().second.path(), targetPath("./x"));
+    EXPECT_EQ(targetContent("x"), "bytes of t/a");
+    EXPECT_EQ(targetContent("y"), "bytes of t/b/1");
+    EXPECT_EQ(report.files, 2U);
+    EXPECT_EQ(notes_.last.entriesDone, notes_.last.entriesFound);
+}
+
+TEST_P(CopyTreeContract, DirectoriesThatGoToOnePlaceAreMergedAndTheirFilesReplaceNothing)
+{
+    makeTree();
+    makeSourceDirectory("u/b");
+    makeSourceDirectory("u/c");
+    makeSource("u/b/1", "the second");
+    makeSource("u/b/new", "new");
+    const auto report = copyTree(source(), target(),
+                                 {{sourcePath("t"), targetPath("m")},
+                                  {sourcePath("u"), targetPath("m")},
+                                  {sourcePath("u/b"), targetPath("m/b")}},
+                                 notes_);
+    EXPECT_EQ(targetContent("m/b/1"), "bytes of t/b/1");
+    EXPECT_EQ(targetContent("m/b/new"), "new");
+    EXPECT_EQ(targetContent("m/c"), "bytes of t/c");
+    EXPECT_THAT(notes_.failedEntries(), UnorderedElementsAre("b/1", "1", "c"));
+    EXPECT_EQ(report.failed, 3U);
+    for (const auto& [entry, failure] : notes_.failures) {
+        EXPECT_EQ(failure.code(), entry == "c" ? FailureCode::NotDirectory : FailureCode::Exists)
+            << entry;
+    }
+}
+
 TEST_P(CopyTreeContract, StopsWhereTheObserverSaysSoAndLeavesNothingHalf)
 {
     makeSourceDirectory("t");

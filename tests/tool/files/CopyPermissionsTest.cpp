@@ -3,6 +3,7 @@
 #include "support/PseudoRandom.h"
 #include "tool/files/FilesTest.h"
 
+#include <chrono>
 #include <filesystem>
 #include <utility>
 
@@ -215,15 +216,22 @@ TEST_F(ScriptedPermissionsTest, ThatTheServerRefusesToSetCostNoFile)
 {
     for (const char* const option : {"-p", "-rp", "--resume"}) {
         here().write("f", "text", 0640);
+        std::filesystem::last_write_time(here().file("f"),
+                                         std::filesystem::file_time_type::clock::now() -
+                                             std::chrono::hours(5000));
         SftpScript script;
-        script.rules = {
-            {every(SftpPacket::Setstat), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+        for (const auto packet : {SftpPacket::Setstat, SftpPacket::Fsetstat}) {
+            script.rules.push_back(
+                {every(packet), SftpActions::refuse(SftpStatus::PermissionDenied)});
+        }
         sftp().setScript(script);
         const ToolResult result = tarnis("put", {option, "-p", here().file("f"), at("")});
         EXPECT_EQ(result.exitCode, 1) << option;
         EXPECT_EQ(lineCount(result.errorOutput), 1U) << result.errorOutput;
         EXPECT_THAT(result.errorOutput, HasSubstr("copied " + here().file("f") + " to " + at("f") +
-                                                  ", but could not keep the modification time: "));
+                                                  ", but could not keep the "));
+        EXPECT_THAT(result.errorOutput, HasSubstr("the modification time: "));
+        EXPECT_THAT(result.errorOutput, HasSubstr("the permissions: "));
         EXPECT_EQ(readFile(sftp().path("f")), "text");
         EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
         EXPECT_EQ(modeOf(sftp().path("f")), 0640U);
@@ -333,7 +341,7 @@ TEST_F(ScriptedPermissionsTest, OfADirectoryWithoutItsStickyBitLetNobodyWriteThe
     sftp().setScript(script);
     ASSERT_EQ(::chmod(here().makeDirectory("t").c_str(), 01777), 0);
     expectFailure(tarnis("put", {"-rp", here().file("t"), at("")}),
-                  "cannot keep permissions and time of " + at("t"));
+                  "to " + at("t") + ", but could not keep the permissions: ");
     EXPECT_EQ(modeOf(sftp().path("t")), 0755U);
 }
 

@@ -51,8 +51,9 @@ TEST_F(HostileServerTest, ATreeStaysInsideItsTarget)
     put("src/good", "text");
     serve(kEvilNames);
     const ToolResult result = tarnis("get", {"-r", at("src"), targetDirectory()});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_THAT(result.errorOutput, HasSubstr("its name would lead elsewhere"));
+    expectFailure(result, "cannot list " + at("src") +
+                              ": the answer makes no sense (the server names an entry as none can "
+                              "be named)");
     EXPECT_THAT(namesIn(here().path()), ElementsAre("target"));
     EXPECT_EQ(readFile(here().file("target/src/good")), "text");
 }
@@ -75,9 +76,9 @@ TEST_F(HostileServerTest, ALinkAndADirectoryOfOneNameDoNotLeadOutside)
     std::filesystem::create_directory_symlink(outside, sftp().path("src/x"));
     // The same name again, as a directory that would hold something.
     serve({{"x", 040755}, {"x", 0100644, 3}});
-    const ToolResult result = tarnis("get", {"-r", at("src"), targetDirectory()});
-    EXPECT_EQ(result.exitCode, 1);
+    static_cast<void>(tarnis("get", {"-r", at("src"), targetDirectory()}));
     EXPECT_THAT(namesIn(outside), IsEmpty());
+    EXPECT_THAT(namesIn(here().file("target/src")), ElementsAre("x")) << "it is there once";
 }
 
 TEST_F(HostileServerTest, ALinkThatTakesADirectorysPlaceDuringTheCopyIsNoticed)

@@ -134,6 +134,34 @@ TEST_F(InFlightTest, ATreeIsListedAndRemovedInFewRoundTrips)
     EXPECT_THAT(namesIn(there().path()), IsEmpty());
 }
 
+TEST_F(InFlightTest, FilesAndTreesAreCopiedInFewRoundTrips)
+{
+    makeFiles("t");
+    // More for each file than a question and its answer, and still fewer pieces than files.
+    std::vector<std::string> arguments = farPaths("t");
+    arguments.push_back(here().makeDirectory("down"));
+    expectQuiet(runsInFewRoundTrips("get", arguments, 2 * kMany));
+    EXPECT_EQ(namesIn(here().file("down")).size(), kMany);
+    expectQuiet(runsInFewRoundTrips("put", {"-r", here().file("down"), far("up")}, 4 * kMany));
+    EXPECT_EQ(namesIn(there().file("up")).size(), kMany);
+    expectQuiet(runsInFewRoundTrips("cp", {"-r", far("up"), far("again")}, 8 * kMany));
+    EXPECT_EQ(namesIn(there().file("again")).size(), kMany);
+}
+
+TEST_F(InFlightTest, ATerminalShowsHowManyFilesAreCopied)
+{
+    makeFiles("t");
+    setDelay(std::chrono::milliseconds(150));
+    ToolSetup atTerminal = setup("get", {"-r", far("t"), here().path().string()});
+    atTerminal.hasTerminal = true;
+    atTerminal.errorsToTerminal = true;
+    const auto tool = start(atTerminal);
+    EXPECT_TRUE(tool->waitForScreen("/501 files"));
+    setDelay(std::chrono::milliseconds(0));
+    EXPECT_EQ(tool->wait(), 0);
+    EXPECT_TRUE(tool->waitForScreen("501/501 files"));
+}
+
 TEST_F(InFlightTest, FailuresAreToldInTheOrderOfThePaths)
 {
     makeFiles("t");
@@ -242,8 +270,14 @@ TEST_F(OneChannelTest, HasTheSameResults)
     EXPECT_EQ(listing.output, "t:\na\n4\n3\n2\n1\n\nt/a:\nb\n\nt/a/b:\n5\n");
     EXPECT_EQ(tarnis("readlink", {at("t/1"), at("t/2"), at("t/3"), at("t/4")}).output,
               "x\nx\nx\nx\n");
+    there().write("t/f", "text");
+    expectQuiet(tarnis("cp", {"-r", at("t"), at("u")}));
+    expectQuiet(tarnis("get", {"-r", at("u"), here().file("back")}));
+    expectQuiet(tarnis("put", {"-r", here().file("back"), at("v")}));
+    EXPECT_EQ(readFile(there().file("v/f")), "text");
+    EXPECT_EQ(namesIn(there().file("v/a/b")).size(), 1U);
     expectFailure(tarnis("rm", {at("t")}), "it is a directory; -r removes it and all below it");
-    expectQuiet(tarnis("rm", {"-r", at("t")}));
+    expectQuiet(tarnis("rm", {"-r", at("t"), at("u"), at("v")}));
     EXPECT_THAT(namesIn(there().path()), IsEmpty());
 }
 

@@ -84,7 +84,7 @@ TEST_F(TransferTest, AnInterruptedTreeKeepsWhatIsComplete)
     here().write("t/a", "complete");
     here().write("t/b", pseudoRandomBytes(1, kSize));
     there().makeDirectory("t");
-    const auto tool = start(setup("put", {"-r", here().file("t"), slowly("")}));
+    const auto tool = start(setup("put", {"-r", "-j1", here().file("t"), slowly("")}));
     ASSERT_TRUE(waitUntil([&] { return namesIn(there().file("t")).size() > 1; }));
     tool->signal(SIGTERM);
     EXPECT_EQ(tool->wait(), 1);
@@ -111,7 +111,7 @@ TEST_F(TransferTest, AnInterruptedDownloadOfATreeKeepsWhatIsComplete)
     there().write("t/a", "complete");
     there().write("t/b", pseudoRandomBytes(1, kSize));
     const std::string target = here().makeDirectory("t");
-    const auto tool = start(setup("get", {"-r", slowly("t"), here().path().string()}));
+    const auto tool = start(setup("get", {"-r", "-j1", slowly("t"), here().path().string()}));
     ASSERT_TRUE(waitUntil([&] { return namesIn(target).size() > 1; })) << tool->errorOutput();
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);

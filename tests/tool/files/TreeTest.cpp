@@ -67,23 +67,23 @@ TEST_F(TreeTest, ComesBackTheSame)
     EXPECT_EQ(fingerprint(here().file("back")), expected);
 }
 
-TEST_F(ScriptedTreeTest, ADirectoryIsPrivateUntilItHasThePermissionsThatAreKept)
+TEST_F(ScriptedTreeTest, ADirectoryIsNeverOpenToMoreThanItIsInTheEnd)
 {
-    here().makeDirectory("t", 0755);
+    here().makeDirectory("t", 0750);
     here().write("t/f", "text");
     SftpScript script;
+    script.ignoresModes = true;
+    script.umask = 0;
+    const SftpScript openToAll = script;
     script.rules = {{nth(SftpPacket::Write, 1), SftpActions::stopAnswering()}};
     sftp().setScript(script);
     const auto tool = start(setup("put", {"-rp", here().file("t"), at("")}));
     ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Write) > 0; }))
         << tool->errorOutput();
-    const auto permissions = [&] {
-        return std::filesystem::status(sftp().path("t")).permissions();
-    };
-    EXPECT_EQ(permissions(), std::filesystem::perms(0700));
-    sftp().setScript({});
+    EXPECT_EQ(modeOf(sftp().path("t")), 0750U);
+    sftp().setScript(openToAll);
     EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
-    EXPECT_EQ(permissions(), std::filesystem::perms(0755));
+    EXPECT_EQ(modeOf(sftp().path("t")), 0750U);
 }
 
 /// What becomes of two files whose names the server does not tell apart.
@@ -123,6 +123,25 @@ TEST_F(OneNameForTwoTest, InADirectoryThatIsThereTheSecondIsAFailureEachTime)
     for (int i = 0; i < 2; ++i) {
         expectOne(tarnis("put", {here().file("caps/A"), here().file("caps/a"), at("d")}), "d");
     }
+}
+
+TEST_F(OneNameForTwoTest, InATreeThatIsThereTheSecondIsAFailureEachTime)
+{
+    std::filesystem::create_directory(sftp().path("caps"));
+    for (int i = 0; i < 2; ++i) {
+        expectOne(tarnis("put", {"-r", here().file("caps"), at("")}), "caps");
+    }
+}
+
+TEST_F(OneNameForTwoTest, InDirectoriesThatAreMergedTheSecondIsAFailure)
+{
+    here().makeDirectory("one");
+    here().write("one/A", "one");
+    here().makeDirectory("two");
+    here().write("two/a", "two");
+    std::filesystem::create_directory(sftp().path("d"));
+    expectOne(tarnis("put", {"-r", here().file("one/."), here().file("two/."), at("d")}), "d");
+    EXPECT_EQ(readFile(sftp().path("d/A")), "one");
 }
 
 TEST_F(OneNameForTwoTest, ResumingTheSecondIsAFailure)

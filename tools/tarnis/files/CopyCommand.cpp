@@ -1,13 +1,26 @@
 #include "files/CopyCommand.h"
 
-#include "files/Destination.h"
 #include "files/EntryNames.h"
 #include "files/Pattern.h"
+#include "files/TreeCopy.h"
 #include "terminal/Messages.h"
 
 #include <CLI/CLI.hpp>
 
 namespace TarnisTool {
+
+namespace {
+
+CopyRun::Paths pathsFor(const Sources& sources, const Destination& destination)
+{
+    CopyRun::Paths paths;
+    for (const std::string& source : sources.ids) {
+        paths.push_back({source, destination.pathFor(source)});
+    }
+    return paths;
+}
+
+} // namespace
 
 CopyCommand::CopyCommand(CLI::App& program, const std::string& name, const std::string& description,
                          const std::string& operands, std::size_t fewestOperands)
@@ -20,6 +33,10 @@ CopyCommand::CopyCommand(CLI::App& program, const std::string& name, const std::
     commandLine().add_flag("--inplace", options_.isInPlace,
                            "Write into the file that is there, for one in a directory that may "
                            "not be written. Not atomic: a failure leaves it half-written");
+    commandLine()
+        .add_option("-j", options_.inFlight, "Files at the same time; otherwise as many as pay")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
 }
 
 void CopyCommand::declareResume()
@@ -46,19 +63,29 @@ int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& source
     }
     const Destination destination(to, target, sources.count());
     const Cancellation cancellation(remote.session());
+    const bool isComplete =
+        options_.resumes
+            ? resumeAll(from, sources, to, destination, cancellation)
+            : CopyRun(remote, from, to, options_, cancellation).run(pathsFor(sources, destination));
+    return isComplete && sources.isComplete ? ExitCode::success : ExitCode::failure;
+}
+
+bool CopyCommand::resumeAll(Place& from, const Sources& sources, Place& to,
+                            const Destination& destination, const Cancellation& cancellation) const
+{
     TreeCopy copy(from, to, options_, cancellation);
-    bool isComplete = sources.isComplete;
-    for (const std::string& source : sources.ids) {
+    bool areAdded = true;
+    for (const auto& [source, target] : pathsFor(sources, destination)) {
         try {
-            copy.add(source, destination.pathFor(source));
+            copy.add(source, target);
         } catch (const Failure& failure) {
-            remote.requireAlive();
+            from.requireAlive();
+            to.requireAlive();
             report(failure.what());
-            isComplete = false;
+            areAdded = false;
         }
     }
-    isComplete = copy.run() && isComplete;
-    return isComplete ? ExitCode::success : ExitCode::failure;
+    return copy.run() && areAdded;
 }
 
 Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)

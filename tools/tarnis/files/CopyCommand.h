@@ -1,7 +1,10 @@
 #pragma once
 
+#include "files/Cancellation.h"
+#include "files/CopyOptions.h"
+#include "files/CopyRun.h"
+#include "files/Destination.h"
 #include "files/FileCommand.h"
-#include "files/TreeCopy.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -44,6 +47,9 @@ protected:
     void checkOptions() const;
 
 private:
+    bool resumeAll(Place& from, const Sources& sources, Place& to, const Destination& destination,
+                   const Cancellation& cancellation) const;
+
     CopyOptions options_;
 };
 

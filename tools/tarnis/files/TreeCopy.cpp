@@ -234,11 +234,7 @@ void TreeCopy::copyLink(const Job& job)
 void TreeCopy::copyFile(const Job& job)
 {
     bar_->setLabel(nameOf(job.target));
-    if (options_.resumes) {
-        resumeFile(job);
-    } else {
-        copyWhole(job);
-    }
+    resumeFile(job);
     doneBytes_ += job.info.size;
     ++doneFiles_;
 }
@@ -276,12 +272,7 @@ void TreeCopy::copyWhole(const Job& job)
     const auto failure = FileSystem::Failure::last();
     const auto loss = lossOf(failure);
     if (!loss) {
-        if (options_.isInPlace) {
-            halfWritten_ = to_.display(job.target) + " may be half-written";
-        }
-        // What the library says for its own callers is said in the program's words here.
-        const std::string hint = hintAtInPlace(job, failure);
-        throw failureOf(job, failure, hint.empty() ? targetProblem(failure) : hint, failure.text());
+        throw failureOf(job, failure, targetProblem(failure), failure.text());
     }
     noteLoss(job, *loss);
 }
@@ -353,18 +344,6 @@ ResumedCopy::PathUse TreeCopy::useOf(const Job& job, const std::string& path) co
     return there && there->size != neighbour->size ? Use::Doubtful : Use::Taken;
 }
 
-/// What writing in place may do about it; empty for nothing.
-std::string TreeCopy::hintAtInPlace(const Job& job, const FileSystem::Failure& failure) const
-{
-    if (failure.code() != FileSystem::FailureCode::OnlyInPlace || failure.entry() != job.target) {
-        return {};
-    }
-    return to_.system().fileType(job.target)
-               ? "no file can be made beside it; --inplace writes into the file itself"
-               : "no hidden file beside it can be made or gets its name; --inplace makes it under "
-                 "its own";
-}
-
 /// The file is there all the same.
 void TreeCopy::noteLoss(const Job& job, const std::string& what)
 {
@@ -397,9 +376,6 @@ Utilities::Flags<Option> TreeCopy::copyFlags() const
     Utilities::Flags<Option> flags = Option::PreserveBestEffort;
     if (options_.preserves) {
         flags |= Option::PreservePermissions | Option::PreserveModTime;
-    }
-    if (options_.isInPlace) {
-        flags |= Option::InPlace;
     }
     return flags;
 }

@@ -2,6 +2,7 @@
 
 #include "Failure.h"
 #include "files/Cancellation.h"
+#include "files/CopyOptions.h"
 #include "files/Place.h"
 #include "files/ResumedCopy.h"
 #include "terminal/ProgressBar.h"
@@ -19,19 +20,8 @@
 
 namespace TarnisTool {
 
-struct CopyOptions
-{
-    /// Directories are copied too, with everything below them.
-    bool isRecursive = false;
-    /// Permissions and times are kept.
-    bool preserves = false;
-    /// A copy that was interrupted goes on.
-    bool resumes = false;
-    /// What is written goes into the file that is there.
-    bool isInPlace = false;
-};
-
-/// Copies files and trees from one place to another.
+/// Copies files and trees from one place to another so that an interrupted copy can go on: one file
+/// after the other.
 ///
 /// Without isRecursive a link is followed to the file that it leads to; with it, links are copied
 /// as links and nothing is reached through one, on either side. What fails is reported and does not
@@ -87,7 +77,6 @@ private:
     bool noteProgress(std::uint64_t done);
     Failure failureOf(const Job& job, const FileSystem::Failure& why, const std::string& hint,
                       const std::string& said);
-    std::string hintAtInPlace(const Job& job, const FileSystem::Failure& failure) const;
     ResumedCopy::PathUse useOf(const Job& job, const std::string& path) const;
     void noteLoss(const Job& job, const std::string& what);
     Utilities::Flags<FileSystem::StorageSystemCopyOptionFlag> copyFlags() const;

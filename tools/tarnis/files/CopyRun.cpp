@@ -1,0 +1,309 @@
+#include "files/CopyRun.h"
+
+#include "files/CopyLoss.h"
+#include "files/EntryNames.h"
+#include "files/Inquiry.h"
+#include "terminal/Messages.h"
+#include "terminal/Units.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace TarnisTool {
+
+using FileSystem::FailureCode;
+using FileSystem::TreeEntry;
+
+namespace {
+
+constexpr const char* cannotCopy = "cannot copy";
+constexpr const char* notCopyable = "it is no file, directory or link";
+constexpr const char* needsRecursion = "it is a directory; -r copies it and all below it";
+constexpr const char* nestedTooDeep = "it is nested too deep";
+
+bool hasType(const TreeEntry& entry)
+{
+    return entry.attributes.type.has_value();
+}
+
+bool isDirectory(const TreeEntry& entry)
+{
+    return hasType(entry) && isDirectory(*entry.attributes.type);
+}
+
+bool isRegularFile(const TreeEntry& entry)
+{
+    return hasType(entry) && isRegularFile(*entry.attributes.type);
+}
+
+/// The cause, and the path that it is about where that is neither end of the copy.
+std::string reasonOf(const TreeEntry& entry, const FileSystem::Failure& why)
+{
+    const std::string& about = why.entry();
+    const bool isOwn = about.empty() || about == entry.path || about == entry.target;
+    return (isOwn ? "" : textOf(about) + ": ") + why.cause();
+}
+
+} // namespace
+
+CopyRun::CopyRun(RemotePlace& remote, Place& from, Place& to, const CopyOptions& options,
+                 const Cancellation& cancellation)
+    : remote_(remote)
+    , from_(from)
+    , to_(to)
+    , options_(options)
+    , cancellation_(cancellation)
+{}
+
+bool CopyRun::run(const Paths& paths)
+{
+    const Paths found = options_.isRecursive ? paths : followed(paths);
+    const auto report = copyTree(from_.system(), to_.system(), found, *this, engineOptions());
+    const bool isLost = report.failure.code() == FailureCode::ConnectionLost;
+    if (report.isStopped || isLost) {
+        throwIfCancelled();
+    }
+    return report.isComplete() && !hasFailed_;
+}
+
+/// The files that are to be copied, by their own paths.
+CopyRun::Paths CopyRun::followed(const Paths& paths)
+{
+    struct Answer
+    {
+        FileSystem::Failure why;
+        FileSystem::StorageSystemFileInfo info;
+    };
+
+    std::vector<Answer> answers(paths.size());
+    Inquiry inquiry(from_);
+    inquiry.expect(paths.size());
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        inquiry.lookUp(paths[i].source, [&answers, i](const auto& why, const auto& info) {
+            answers[i] = {why, info};
+        });
+    }
+    inquiry.finish();
+    Paths found;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        throwIfCancelled();
+        try {
+            found.push_back(
+                {fileAt(paths[i].source, answers[i].why, answers[i].info), paths[i].target});
+        } catch (const Failure& failure) {
+            if (failure.kind() == FailureKind::ConnectionLost) {
+                throw;
+            }
+            note(failure.what());
+        }
+    }
+    return found;
+}
+
+/// What stands at a path, or where the link there leads.
+std::string CopyRun::fileAt(const std::string& path, const FileSystem::Failure& why,
+                            const FileSystem::StorageSystemFileInfo& info)
+{
+    if (why) {
+        from_.failBecause("cannot find", path, why);
+    }
+    if (!isSymbolicLink(info.type)) {
+        return path;
+    }
+    if (from_.leadsToNoFile(path)) {
+        from_.refuse(cannotCopy, path, notCopyable);
+    }
+    auto target = from_.system().fileSymbolicLinkTargetFileId(path, true);
+    if (!target) {
+        from_.failBecause("cannot follow the link", path, FileSystem::Failure::last());
+    }
+    return std::move(*target);
+}
+
+FileSystem::TreeCopyOptions CopyRun::engineOptions() const
+{
+    FileSystem::TreeCopyOptions options;
+    options.preservesPermissions = options_.preserves;
+    options.preservesTimes = options_.preserves;
+    options.isInPlace = options_.isInPlace;
+    options.inFlight = options_.inFlight;
+    return options;
+}
+
+bool CopyRun::wants(const TreeEntry& entry)
+{
+    const bool isTooDeep = entry.path.size() > longestPath;
+    if (isTooDeep || (isDirectory(entry) && !options_.isRecursive)) {
+        note(from_.refusal(cannotCopy, entry.path, isTooDeep ? nestedTooDeep : needsRecursion)
+                 .what());
+        return false;
+    }
+    if (isRegularFile(entry) && options_.isInPlace) {
+        unfinished_.insert(entry.target);
+    }
+    if (isRegularFile(entry) && !hasLabel_) {
+        hasLabel_ = true;
+        bar_.setLabel(nameOf(entry.target));
+    }
+    return true;
+}
+
+/// What was lost of an entry has been told before.
+void CopyRun::done(const TreeEntry& entry)
+{
+    if (!losses_.empty()) {
+        note("copied " + from_.display(entry.path) + " to " + to_.display(entry.target) + ", but " +
+             std::exchange(losses_, {}));
+    }
+    bar_.setLabel(nameOf(entry.target));
+    unfinished_.erase(entry.target);
+    if (!isDirectory(entry)) {
+        ++doneFiles_;
+    }
+    if (isRegularFile(entry)) {
+        doneBytes_ += entry.attributes.size.value_or(0);
+    }
+}
+
+void CopyRun::skipped(const TreeEntry& entry)
+{
+    unfinished_.erase(entry.target);
+}
+
+bool CopyRun::failed(const TreeEntry& entry, const FileSystem::Failure& why)
+{
+    if (isLoss(why)) {
+        throwIfCancelled();
+        bar_.clear();
+        remote_.throwLost(why);
+    }
+    if (const auto loss = lossOf(why)) {
+        losses_ += (losses_.empty() ? "" : "; ") + *loss;
+    } else {
+        note(failureOf(entry, why).what());
+    }
+    return true;
+}
+
+bool CopyRun::progress(const FileSystem::TreeProgress& progress)
+{
+    WorkProgress all;
+    all.bytes = DoneOf{progress.bytesDone, progress.bytesFound};
+    if (progress.entriesFound > 1) {
+        all.files = DoneOf{progress.entriesDone, progress.entriesFound};
+    }
+    all.areTotalsKnown = progress.isAllFound;
+    bar_.show(all);
+    return !cancellation_.isRequested();
+}
+
+Failure CopyRun::failureOf(const TreeEntry& entry, const FileSystem::Failure& why)
+{
+    const auto& operation = why.operation();
+    if (operation == "lookUp" && why.path() == entry.path) {
+        return from_.failureBecause("cannot find", entry.path, why);
+    }
+    if (why.code() == FailureCode::TooDeep) {
+        return from_.refusal(cannotCopy, entry.path, nestedTooDeep);
+    }
+    if (why.code() == FailureCode::NotCopyable && why.entry() == entry.path) {
+        return from_.refusal(cannotCopy, entry.path, notCopyable);
+    }
+    return isDirectory(entry) ? directoryFailure(entry, why) : fileFailure(entry, why);
+}
+
+Failure CopyRun::directoryFailure(const TreeEntry& entry, const FileSystem::Failure& why)
+{
+    if (why.code() == FailureCode::IntoItself) {
+        return from_.refusal(cannotCopy, entry.path, "the copy would be inside of it");
+    }
+    if (why.operation() == "list") {
+        return why.code() == FailureCode::Changed
+                   ? from_.refusal(cannotCopy, entry.path, "it is no directory any more")
+               : why.code() == FailureCode::NotDirectory
+                   ? from_.refusal(cannotCopy, entry.path, notCopyable)
+                   : from_.failureBecause("cannot list", entry.path, why);
+    }
+    if (why.code() == FailureCode::Changed && why.path() == entry.path) {
+        return to_.refusal("what stands in", entry.target,
+                           "it may be from elsewhere, since " + from_.display(entry.path) +
+                               " is no directory any more");
+    }
+    const bool isTaken = why.code() == FailureCode::NotDirectory;
+    return to_.failureBecause("cannot make the directory", entry.target, why,
+                              isTaken ? "something else stands there"
+                                      : to_.writingProblem(entry.target));
+}
+
+Failure CopyRun::fileFailure(const TreeEntry& entry, const FileSystem::Failure& why)
+{
+    const auto hint = hintAt(entry, why);
+    return {FailureKind::FileProblem, cannotCopy,
+            from_.display(entry.path) + " to " + to_.display(entry.target),
+            hint.empty() ? reasonOf(entry, why) : joinReasons(hint, why.text())};
+}
+
+/// What the program knows itself; what the library says for its own callers is said in the
+/// program's words. Empty for nothing.
+std::string CopyRun::hintAt(const TreeEntry& entry, const FileSystem::Failure& why)
+{
+    if (why.code() == FailureCode::OnlyInPlace && why.entry() == entry.target) {
+        return hintAtInPlace(entry.target);
+    }
+    if (why.code() == FailureCode::Exists) {
+        // The library knows of the sources of this call.
+        const bool isKnown = why.path() == entry.target && !why.text().empty();
+        return isKnown ? why.text()
+                       : "another source of this call has gone there, or somebody else's file has "
+                         "come";
+    }
+    if (why.code() == FailureCode::NotCopyable) {
+        return "a pipe, a socket or a device stands there, or is where the link leads: that is not "
+               "replaced";
+    }
+    // What is not there may be the directory that the file was to go to.
+    const bool isUnexplained =
+        why.code() == FailureCode::Other || why.code() == FailureCode::NotFound;
+    return isUnexplained ? to_.writingProblem(entry.target) : "";
+}
+
+/// What writing in place may do about it.
+std::string CopyRun::hintAtInPlace(const std::string& target) const
+{
+    return to_.system().fileType(target)
+               ? "no file can be made beside it; --inplace writes into the file itself"
+               : "no hidden file beside it can be made or gets its name; --inplace makes it under "
+                 "its own";
+}
+
+void CopyRun::note(const std::string& failure)
+{
+    bar_.clear();
+    hasFailed_ = true;
+    report(failure);
+}
+
+void CopyRun::throwIfCancelled()
+{
+    if (!cancellation_.isRequested()) {
+        return;
+    }
+    bar_.clear();
+    const std::string files = std::to_string(doneFiles_) + (doneFiles_ == 1 ? " file" : " files");
+    throw Failure(FailureKind::Cancelled, "interrupted after", files + ", " + humanSize(doneBytes_),
+                  remote_.isAlive()
+                      ? whatIsHalfWritten()
+                      : "the connection was given up; a part of a file may be left there");
+}
+
+std::string CopyRun::whatIsHalfWritten() const
+{
+    if (unfinished_.empty()) {
+        return "no half-written file has taken its name";
+    }
+    const bool isOne = unfinished_.size() == 1;
+    return (isOne ? to_.display(*unfinished_.begin()) : "files that were not complete") +
+           " may be half-written";
+}
+
+} // namespace TarnisTool

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Failure.h"
+#include "files/Cancellation.h"
+#include "files/CopyOptions.h"
+#include "files/RemotePlace.h"
+#include "terminal/ProgressBar.h"
+
+#include <FileSystem/TreeOperations.h>
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace TarnisTool {
+
+/// Copies files and trees from one place to another, many at a time, and tells the user of it.
+///
+/// Without CopyOptions::isRecursive a link is followed to the file that it leads to; with it, links
+/// are copied as links and nothing is reached through one, on either side. What fails is reported
+/// and does not keep the rest from being copied. Each file takes its name when it is complete.
+class CopyRun : public FileSystem::TreeObserver
+{
+public:
+    using Paths = std::vector<FileSystem::TreeCopyPath>;
+
+    /// \param remote the server that one of the places, or both, are on.
+    CopyRun(RemotePlace& remote, Place& from, Place& to, const CopyOptions& options,
+            const Cancellation& cancellation);
+
+    /// Throws Failure when the connection is lost, and when it was cancelled.
+    /// \return whether everything was copied.
+    bool run(const Paths& paths);
+
+    bool wants(const FileSystem::TreeEntry& entry) override;
+    void done(const FileSystem::TreeEntry& entry) override;
+    void skipped(const FileSystem::TreeEntry& entry) override;
+    bool failed(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why) override;
+    bool progress(const FileSystem::TreeProgress& progress) override;
+
+private:
+    Paths followed(const Paths& paths);
+    std::string fileAt(const std::string& path, const FileSystem::Failure& why,
+                       const FileSystem::StorageSystemFileInfo& info);
+    FileSystem::TreeCopyOptions engineOptions() const;
+    Failure failureOf(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
+    Failure directoryFailure(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
+    Failure fileFailure(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
+    std::string hintAt(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
+    std::string hintAtInPlace(const std::string& target) const;
+    void note(const std::string& failure);
+    void throwIfCancelled();
+    std::string whatIsHalfWritten() const;
+
+    RemotePlace& remote_;
+    Place& from_;
+    Place& to_;
+    CopyOptions options_;
+    const Cancellation& cancellation_;
+    ProgressBar bar_;
+    std::uint64_t doneFiles_ = 0;
+    std::uint64_t doneBytes_ = 0;
+    /// The targets of files that are written in place and are not complete.
+    std::set<std::string> unfinished_;
+    std::string losses_; ///< Of the entry that is about to be done.
+    bool hasLabel_ = false;
+    bool hasFailed_ = false;
+};
+
+} // namespace TarnisTool
