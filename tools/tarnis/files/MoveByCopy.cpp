@@ -7,22 +7,117 @@
 
 #include <FileSystem/HandleFatalError.h>
 
-#include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include <unistd.h>
 
 namespace TarnisTool {
 
+using FileSystem::TreeEntry;
+
 namespace {
 
-using Option = FileSystem::StorageSystemCopyOptionFlag;
+using Attributes = FileSystem::StorageSystemAttributes;
 
-constexpr auto keepAll = Option::PreservePermissions | Option::PreserveModTime | Option::Recursive |
-                         Option::FailIfExists;
+/// Whether what stands there is what was copied, as far as its looks tell.
+bool isUnchanged(const Attributes& copied, const Attributes& now)
+{
+    const bool areDirectories = copied.type && isDirectory(*copied.type);
+    return copied.type == now.type &&
+           (areDirectories || (copied.size == now.size && copied.modTime == now.modTime));
+}
 
 } // namespace
+
+/// Follows the copy: the first failure ends it.
+class MoveByCopy::Copy : public FileSystem::TreeObserver
+{
+public:
+    explicit Copy(MoveByCopy& move)
+        : move_(move)
+    {
+        bar_.setLabel(nameOf(move.source_));
+    }
+
+    void done(const TreeEntry& entry) override
+    {
+        move_.copied_.emplace(entry.below, entry.attributes);
+    }
+
+    bool failed(const TreeEntry& entry, const FileSystem::Failure& why) override
+    {
+        const bool isOfSource = why.operation() == "list" || why.operation() == "lookUp";
+        const std::string below =
+            entry.below.empty() ? "" : move_.place_.display(entry.path) + ": ";
+        const std::string reason = below + reasonOf(why);
+        why_ = isOfSource ? joinReasons("not all of it can be read", reason) : reason;
+        return false;
+    }
+
+    bool progress(const FileSystem::TreeProgress& progress) override
+    {
+        WorkProgress all;
+        all.bytes = DoneOf{progress.bytesDone, progress.bytesFound};
+        all.areTotalsKnown = progress.isAllFound;
+        bar_.show(all);
+        return !move_.cancellation_.isRequested();
+    }
+
+    void clearBar() { bar_.clear(); }
+
+    /// Why it failed.
+    const std::string& why() const noexcept { return why_; }
+
+private:
+    MoveByCopy& move_;
+    ProgressBar bar_;
+    std::string why_;
+};
+
+/// Removes what was copied.
+class MoveByCopy::Removal : public FileSystem::TreeObserver
+{
+public:
+    explicit Removal(MoveByCopy& move)
+        : move_(move)
+    {}
+
+    bool wants(const TreeEntry& entry) override
+    {
+        const auto copied = move_.copied_.find(entry.below);
+        if (copied != move_.copied_.end() && isUnchanged(copied->second, entry.attributes)) {
+            return true;
+        }
+        note(entry, "it has come or was changed meanwhile");
+        return false;
+    }
+
+    bool failed(const TreeEntry& entry, const FileSystem::Failure& why) override
+    {
+        move_.isLost_ = move_.isLost_ || isLoss(why);
+        note(entry, reasonOf(why));
+        return true;
+    }
+
+    bool progress(const FileSystem::TreeProgress& /*progress*/) override
+    {
+        return !move_.cancellation_.isRequested();
+    }
+
+    /// Why something stays: the first reason.
+    const std::string& why() const noexcept { return why_; }
+
+private:
+    void note(const TreeEntry& entry, const std::string& reason)
+    {
+        if (why_.empty()) {
+            why_ = (entry.below.empty() ? "" : entry.below + ": ") + reason;
+        }
+    }
+
+    MoveByCopy& move_;
+    std::string why_;
+};
 
 MoveByCopy::MoveByCopy(RemotePlace& place, const Cancellation& cancellation, std::string source,
                        FileSystem::StorageSystemFileInfo info, std::string target)
@@ -35,8 +130,7 @@ MoveByCopy::MoveByCopy(RemotePlace& place, const Cancellation& cancellation, std
 
 void MoveByCopy::run()
 {
-    const std::uint64_t totalBytes = findEntries();
-    copy(totalBytes);
+    copy();
     removeSource();
 }
 
@@ -45,70 +139,30 @@ bool MoveByCopy::isTree() const
     return isDirectory(info_.type);
 }
 
-/// How many bytes there are to copy.
-std::uint64_t MoveByCopy::findEntries()
-{
-    entries_ = {{"", info_}};
-    if (isTree()) {
-        TreeWalk walk(place_, cancellation_);
-        auto below = walk.entriesBelow(source_);
-        if (walk.isIncomplete()) {
-            fail("not all of it can be read");
-        }
-        std::move(below.begin(), below.end(), std::back_inserter(entries_));
-    }
-    std::uint64_t bytes = 0;
-    for (const TreeEntry& entry : entries_) {
-        bytes += isRegularFile(entry.info.type) ? entry.info.size : 0;
-    }
-    return bytes;
-}
-
-void MoveByCopy::copy(std::uint64_t totalBytes)
+/// A tree goes into a directory that was made for it, where nothing may be replaced: the volume may
+/// not tell "a" from "A".
+void MoveByCopy::copy()
 {
     if (isTree()) {
         makeTarget();
     }
-    ProgressBar bar(totalBytes);
-    bar.setLabel(nameOf(source_));
-    const bool isCopied = isTree() ? copyTree(bar) : copyEntry(source_, target_, bar);
-    if (!isCopied || cancellation_.isRequested()) {
-        const std::string said = reasonOf(FileSystem::Failure::last());
-        bar.clear();
-        if (isCopied || isTree()) {
-            giveUp(said);
-        }
-        fail(said);
+    FileSystem::TreeCopyOptions options;
+    options.standing = FileSystem::TreeStanding::Fail;
+    options.preservesPermissions = true;
+    options.preservesTimes = true;
+    Copy copy(*this);
+    const auto& system = place_.system();
+    const auto report = copyTree(system, system, {{source_, target_}}, copy, options);
+    if (report.isComplete() && !cancellation_.isRequested()) {
+        return;
     }
-}
-
-/// Into the directory that was made for it, where no two entries may have one name: the volume may
-/// not tell "a" from "A".
-bool MoveByCopy::copyTree(ProgressBar& bar)
-{
-    const bool areCopied =
-        std::all_of(std::next(entries_.begin()), entries_.end(), [&](const TreeEntry& entry) {
-            const bool isOfTop = entry.path.find('/') == std::string::npos;
-            return !isOfTop ||
-                   copyEntry(joinPath(source_, entry.path), joinPath(target_, entry.path), bar);
-        });
-    const auto& system = place_.system();
-    return areCopied && system.fileSetModTime(target_, info_.modTime) &&
-           system.directorySetPermissions(target_,
-                                          place_.withStickyBit(source_, info_.permissions));
-}
-
-/// With all below it. Fails where anything stands at the target.
-bool MoveByCopy::copyEntry(const std::string& source, const std::string& target, ProgressBar& bar)
-{
-    const std::uint64_t doneBefore = doneBytes_;
-    const auto progress = [&](std::uint64_t done, std::uint64_t /*total*/) {
-        doneBytes_ = doneBefore + done;
-        bar.show(doneBytes_);
-        return !cancellation_.isRequested();
-    };
-    const auto& system = place_.system();
-    return system.fileCopyAs(source, system, target, progress, keepAll);
+    copy.clearBar();
+    // Also what was copied and has lost something on the way.
+    const bool isThere = copied_.count("") != 0;
+    if (isThere || isTree()) {
+        giveUp(copy.why());
+    }
+    fail(copy.why());
 }
 
 /// Exclusively: what is taken back later is nobody else's.
@@ -122,41 +176,34 @@ void MoveByCopy::makeTarget()
 void MoveByCopy::removeSource()
 {
     if (isTree()) {
-        removeTree();
+        removeTreeAside();
         return;
     }
-    const bool isRemoved = attempt([this] { return removeEntry(source_, entries_.front()); });
-    if (!isRemoved && !place_.isAlive()) {
+    const bool isRemoved = removeCopied(source_);
+    // What was asked of a server that is lost may yet be done.
+    if (!isRemoved && (isLost_ || !place_.isAlive())) {
         failToRemove("", "");
     }
     if (!isRemoved) {
-        giveUp(joinReasons("it cannot be removed from its place", reasonOf(why_)));
+        giveUp(joinReasons("it cannot be removed from its place", why_));
     }
 }
 
 /// The original leaves its place in one step, which also tells whether it may.
-void MoveByCopy::removeTree()
+void MoveByCopy::removeTreeAside()
 {
     const auto& system = place_.system();
     const std::string aside = system.pathChildId(system.pathParentId(source_),
                                                  {".tarnis-moved-" + std::to_string(::getpid())});
-    const bool isAside = attempt([&] {
-        const bool isRenamed = !system.fileInfo(aside) && system.directoryRenameAs(source_, aside);
-        why_ = FileSystem::Failure::last();
-        return isRenamed;
-    });
+    const bool isAside = attempt(
+        [&] { return !system.fileInfo(aside) && system.directoryRenameAs(source_, aside); });
     if (!isAside && !place_.isAlive()) {
         failToRemove("all of ", place_.display(source_) + " or " + place_.display(aside));
     }
     if (!isAside) {
-        giveUp(joinReasons("it cannot be removed from its place", why_.cause()));
+        giveUp(joinReasons("it cannot be removed from its place", why_));
     }
-    const bool isRemoved = attempt([&] {
-        return std::all_of(entries_.rbegin(), entries_.rend(), [&](const TreeEntry& entry) {
-            return !cancellation_.isRequested() && removeEntry(aside, entry);
-        });
-    });
-    if (!isRemoved) {
+    if (!removeCopied(aside)) {
         const auto why = why_;
         const bool isBack = attempt([&] { return system.directoryRenameAs(aside, source_); });
         why_ = why;
@@ -164,46 +211,41 @@ void MoveByCopy::removeTree()
     }
 }
 
+/// Whether everything at the root is gone. A removal that was reported as failed may have been
+/// done.
+bool MoveByCopy::removeCopied(const std::string& root)
+{
+    Removal removal(*this);
+    const auto& system = place_.system();
+    const auto report = removeTree(system, {root}, removal);
+    why_ = removal.why();
+    return (report.isComplete() && why_.empty()) ||
+           attempt([&] { return !system.fileInfo(root) && place_.isAlive(); });
+}
+
 /// Whether a step was done; one that finds no connection any more was not.
 bool MoveByCopy::attempt(const std::function<bool()>& step)
 {
+    const auto before = why_;
+    bool isDone = false;
     try {
-        return step();
+        isDone = step();
     } catch (const FileSystem::handle_fatal_error&) {
-        why_ = FileSystem::Failure::last();
-        return false;
     }
+    why_ = before.empty() ? reasonOf(FileSystem::Failure::last()) : before;
+    return isDone;
 }
 
 /// \param rest where what was not removed is now; empty where that is not known.
 void MoveByCopy::failToRemove(const std::string& what, const std::string& rest)
 {
+    const bool isLost = isLost_ || !place_.isAlive();
     const FailureKind kind = cancellation_.isRequested() ? FailureKind::Cancelled
-                             : place_.isAlive()          ? FailureKind::FileProblem
-                                                         : FailureKind::ConnectionLost;
+                             : isLost                    ? FailureKind::ConnectionLost
+                                                         : FailureKind::FileProblem;
     const std::string copy = "the copy " + place_.display(target_) + " is complete";
-    throw Failure(
-        kind, "copied but did not remove", what + place_.display(source_),
-        joinReasons(copy + (rest.empty() ? "" : ", the rest is in " + rest), reasonOf(why_)));
-}
-
-bool MoveByCopy::removeEntry(const std::string& root, const TreeEntry& entry)
-{
-    const auto& system = place_.system();
-    const std::string path = entry.path.empty() ? root : joinPath(root, entry.path);
-    const bool isRemoved = isDirectory(entry.info.type)
-                               ? system.directoryRemove(path)
-                               : isUnchanged(path, entry) && system.fileRemove(path);
-    why_ = FileSystem::Failure::last();
-    // A removal that was reported as failed may have been done.
-    return isRemoved || (!system.fileInfo(path) && place_.isAlive());
-}
-
-bool MoveByCopy::isUnchanged(const std::string& path, const TreeEntry& entry) const
-{
-    const auto info = place_.system().fileInfo(path);
-    return info && info->type == entry.info.type && info->size == entry.info.size &&
-           info->modTime == entry.info.modTime;
+    throw Failure(kind, "copied but did not remove", what + place_.display(source_),
+                  joinReasons(copy + (rest.empty() ? "" : ", the rest is in " + rest), why_));
 }
 
 /// Takes the copy back, whole or not.
@@ -215,8 +257,8 @@ void MoveByCopy::giveUp(const std::string& hint)
 
 bool MoveByCopy::takeBack() const
 {
-    const auto& system = place_.system();
-    return isTree() ? system.directoryRemove(target_, true) : system.fileRemove(target_);
+    FileSystem::TreeObserver nobody;
+    return removeTree(place_.system(), {target_}, nobody).isComplete();
 }
 
 void MoveByCopy::fail(const std::string& hint, bool isClean)

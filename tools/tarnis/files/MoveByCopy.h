@@ -2,16 +2,15 @@
 
 #include "files/Cancellation.h"
 #include "files/RemotePlace.h"
-#include "files/TreeWalk.h"
 
-#include <cstdint>
+#include <FileSystem/Failure.h>
+#include <FileSystem/TreeOperations.h>
+
 #include <functional>
 #include <string>
-#include <vector>
+#include <unordered_map>
 
 namespace TarnisTool {
-
-class ProgressBar;
 
 /// Moves a file, a link or a tree that the server does not rename, as it does not to another
 /// volume: copies it through this machine, permissions and times included, and then removes the
@@ -30,18 +29,17 @@ public:
     void run();
 
 private:
+    class Copy;
+    class Removal;
+
     bool isTree() const;
-    std::uint64_t findEntries();
-    void copy(std::uint64_t totalBytes);
-    bool copyTree(ProgressBar& bar);
-    bool copyEntry(const std::string& source, const std::string& target, ProgressBar& bar);
+    void copy();
     void makeTarget();
     void removeSource();
-    void removeTree();
+    void removeTreeAside();
+    bool removeCopied(const std::string& root);
     bool attempt(const std::function<bool()>& step);
     [[noreturn]] void failToRemove(const std::string& what, const std::string& rest);
-    bool removeEntry(const std::string& root, const TreeEntry& entry);
-    bool isUnchanged(const std::string& path, const TreeEntry& entry) const;
     [[noreturn]] void giveUp(const std::string& hint);
     bool takeBack() const;
     [[noreturn]] void fail(const std::string& hint, bool isClean = true);
@@ -51,10 +49,10 @@ private:
     std::string source_;
     FileSystem::StorageSystemFileInfo info_;
     std::string target_;
-    /// What is to be copied, and nothing else is to be removed. Directories before what they hold.
-    std::vector<TreeEntry> entries_;
-    std::uint64_t doneBytes_ = 0;
-    FileSystem::Failure why_; ///< What was said of the last step of the removal.
+    /// What was copied, by its path below the source; nothing else is to be removed.
+    std::unordered_map<std::string, FileSystem::StorageSystemAttributes> copied_;
+    bool isLost_ = false; ///< The server was, during the removal.
+    std::string why_;     ///< What was said of the last step of the removal.
 };
 
 } // namespace TarnisTool
