@@ -263,7 +263,7 @@ void ResumeTransfer::findStart()
 {
     if (there_ && !(there_->type && isRegularFile(*there_->type))) {
         isUnusable_ = true;
-        giveUp(FailureCode::Exists, part_, "something that is no file stands at " + part_);
+        giveUp(FailureCode::Exists, entry().target, "something that is no file stands at " + part_);
     } else if (isCompared_) {
         makeReachable();
     } else if (there_ ? mayBeBeginning(there_, 1)

@@ -2,7 +2,6 @@
 
 #include "files/EntryNames.h"
 #include "files/Pattern.h"
-#include "files/TreeCopy.h"
 #include "terminal/Messages.h"
 
 #include <CLI/CLI.hpp>
@@ -63,29 +62,9 @@ int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& source
     }
     const Destination destination(to, target, sources.count());
     const Cancellation cancellation(remote.session());
-    const bool isComplete =
-        options_.resumes
-            ? resumeAll(from, sources, to, destination, cancellation)
-            : CopyRun(remote, from, to, options_, cancellation).run(pathsFor(sources, destination));
+    CopyRun copy(remote, from, to, options_, cancellation);
+    const bool isComplete = copy.run(pathsFor(sources, destination));
     return isComplete && sources.isComplete ? ExitCode::success : ExitCode::failure;
-}
-
-bool CopyCommand::resumeAll(Place& from, const Sources& sources, Place& to,
-                            const Destination& destination, const Cancellation& cancellation) const
-{
-    TreeCopy copy(from, to, options_, cancellation);
-    bool areAdded = true;
-    for (const auto& [source, target] : pathsFor(sources, destination)) {
-        try {
-            copy.add(source, target);
-        } catch (const Failure& failure) {
-            from.requireAlive();
-            to.requireAlive();
-            report(failure.what());
-            areAdded = false;
-        }
-    }
-    return copy.run() && areAdded;
 }
 
 Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)

@@ -47,9 +47,6 @@ protected:
     void checkOptions() const;
 
 private:
-    bool resumeAll(Place& from, const Sources& sources, Place& to, const Destination& destination,
-                   const Cancellation& cancellation) const;
-
     CopyOptions options_;
 };
 

@@ -19,6 +19,7 @@ namespace {
 constexpr const char* cannotCopy = "cannot copy";
 constexpr const char* notCopyable = "it is no file, directory or link";
 constexpr const char* needsRecursion = "it is a directory; -r copies it and all below it";
+constexpr const char* whereItGoesOn = ": the same command goes on from there";
 constexpr const char* nestedTooDeep = "it is nested too deep";
 
 bool hasType(const TreeEntry& entry)
@@ -127,6 +128,9 @@ FileSystem::TreeCopyOptions CopyRun::engineOptions() const
     options.preservesTimes = options_.preserves;
     options.isInPlace = options_.isInPlace;
     options.inFlight = options_.inFlight;
+    if (options_.resumes) {
+        options.standing = FileSystem::TreeStanding::Resume;
+    }
     return options;
 }
 
@@ -157,6 +161,7 @@ void CopyRun::done(const TreeEntry& entry)
     }
     bar_.setLabel(nameOf(entry.target));
     unfinished_.erase(entry.target);
+    noteSettled(entry.target);
     if (!isDirectory(entry)) {
         ++doneFiles_;
     }
@@ -168,6 +173,54 @@ void CopyRun::done(const TreeEntry& entry)
 void CopyRun::skipped(const TreeEntry& entry)
 {
     unfinished_.erase(entry.target);
+}
+
+void CopyRun::kept(const TreeEntry& entry, const std::string& path, FileSystem::TreePart part)
+{
+    using Part = FileSystem::TreePart;
+    if (part == Part::Taking) {
+        noteTaken(entry.target, path);
+        return;
+    }
+    noteSettled(entry.target);
+    const std::string target = to_.display(entry.target);
+    std::string text = "kept what was copied in ";
+    if (part == Part::Standing) {
+        text = "what stood at " + target + " is in ";
+    } else if (part == Part::Emptied) {
+        text = "the server has emptied what stood at " + target + "; what was copied is in ";
+    } else if (part == Part::Returned) {
+        unfinished_.insert(entry.target);
+    }
+    note(text + to_.display(path) + whereItGoesOn);
+}
+
+void CopyRun::noteTaken(const std::string& target, const std::string& part)
+{
+    taken_.emplace(target, part);
+    sayLast();
+}
+
+void CopyRun::noteSettled(const std::string& target)
+{
+    if (taken_.erase(target) != 0) {
+        sayLast();
+    }
+}
+
+/// For whoever ends the program before that is where it was.
+void CopyRun::sayLast()
+{
+    lastWords_.reset();
+    if (taken_.size() == 1) {
+        const auto& [target, part] = *taken_.begin();
+        lastWords_.emplace("what stood at " + to_.display(target) + " may be in " +
+                           to_.display(part) + whereItGoesOn);
+    } else if (!taken_.empty()) {
+        lastWords_.emplace("what stood at " + std::to_string(taken_.size()) +
+                           " paths may be in the files \".NAME.tarnis-part\" beside them" +
+                           whereItGoesOn);
+    }
 }
 
 bool CopyRun::failed(const TreeEntry& entry, const FileSystem::Failure& why)

@@ -9,6 +9,8 @@
 #include <FileSystem/TreeOperations.h>
 
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,6 +38,8 @@ public:
     bool wants(const FileSystem::TreeEntry& entry) override;
     void done(const FileSystem::TreeEntry& entry) override;
     void skipped(const FileSystem::TreeEntry& entry) override;
+    void kept(const FileSystem::TreeEntry& entry, const std::string& path,
+              FileSystem::TreePart part) override;
     bool failed(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why) override;
     bool progress(const FileSystem::TreeProgress& progress) override;
 
@@ -50,6 +54,9 @@ private:
     std::string hintAt(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
     std::string hintAtInPlace(const std::string& target) const;
     void note(const std::string& failure);
+    void noteTaken(const std::string& target, const std::string& part);
+    void noteSettled(const std::string& target);
+    void sayLast();
     void throwIfCancelled();
     std::string whatIsHalfWritten() const;
 
@@ -61,8 +68,11 @@ private:
     ProgressBar bar_;
     std::uint64_t doneFiles_ = 0;
     std::uint64_t doneBytes_ = 0;
-    /// The targets of files that are written in place and are not complete.
+    /// The targets of files that are not complete and may be found half-written.
     std::set<std::string> unfinished_;
+    /// Where that is which stood at a target, while it has another name.
+    std::map<std::string, std::string> taken_;
+    std::optional<LastWords> lastWords_;
     std::string losses_; ///< Of the entry that is about to be done.
     bool hasLabel_ = false;
     bool hasFailed_ = false;

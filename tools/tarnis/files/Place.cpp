@@ -25,15 +25,6 @@ bool Place::isDirectoryItself(const std::string& path) const
     return code != FailureCode::NotFound && code != FailureCode::NotDirectory;
 }
 
-Utilities::Flags<FileSystem::PosixFilePermissionFlag>
-Place::withStickyBit(const std::string& directory,
-                     Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const
-{
-    const bool isOpen = !(permissions & writtenByOthers).isEmpty();
-    const bool isSticky = isOpen && (mode(directory).value_or(0) & stickyBit.raw()) != 0;
-    return isSticky ? permissions | stickyBit : permissions;
-}
-
 std::string Place::writingProblem(const std::string& path)
 {
     if (system().directoryExists(path, false)) {

@@ -11,13 +11,6 @@
 
 namespace TarnisTool {
 
-/// Of a directory: only owners remove what is in it.
-inline constexpr Utilities::Flags<FileSystem::PosixFilePermissionFlag> stickyBit{01000U};
-
-/// That others than the owner may write.
-inline constexpr auto writtenByOthers = FileSystem::PosixFilePermissionFlag::GroupWrite |
-                                        FileSystem::PosixFilePermissionFlag::OthersWrite;
-
 /// A file system that a command works on, together with the way in which it explains failures to
 /// the user. The operations here throw Failure with the path, the host and the reason.
 class Place
@@ -68,12 +61,6 @@ public:
     /// All twelve permission bits of what stands at the path, a link itself included; empty where
     /// that cannot be told.
     virtual std::optional<std::uint32_t> mode(const std::string& path) const = 0;
-
-    /// The permissions of a directory, and the sticky bit where it has that and others than its
-    /// owner may write there. \param permissions the nine bits that it has, or is to have.
-    Utilities::Flags<FileSystem::PosixFilePermissionFlag>
-    withStickyBit(const std::string& directory,
-                  Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions) const;
 
     /// A Failure "<what> <path>: <reason>" for an operation that failed. Throws the one for a place
     /// that is gone where that is why.
