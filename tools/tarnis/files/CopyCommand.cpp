@@ -35,7 +35,56 @@ CopyCommand::CopyCommand(CLI::App& program, const std::string& name, const std::
     commandLine()
         .add_option("-j", options_.inFlight, "Files at the same time; otherwise as many as pay")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Validator(CLI::PositiveNumber).description(""));
+    commandLine().add_flag("-v,--verbose", options_.isVerbose,
+                           "Name each entry that is copied or left out, and sum up");
+    commandLine().add_flag("--dry-run", options_.isDryRun,
+                           "Copy nothing, and name what would be copied");
+    declareChoice();
+}
+
+/// Declares what says which files are copied.
+void CopyCommand::declareChoice()
+{
+    commandLine().add_flag("--update", options_.updates,
+                           "Leave out files that have their size and time at the target already, "
+                           "and keep times to tell by");
+    commandLine().add_flag("--no-clobber", options_.keepsStanding,
+                           "Leave out files that are there already, whatever they hold");
+    const auto declare = [this](const char* name, std::vector<std::string>& patterns,
+                                const char* description) {
+        return commandLine()
+            .add_option(name, patterns, description)
+            ->type_name("PATTERN")
+            ->allow_extra_args(false)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    };
+    exclude_ = declare("--exclude", excluded_,
+                       "Leave out what has such a name below a directory or, with a slash in the "
+                       "pattern, such a path; may be repeated");
+    include_ =
+        declare("--include", included_, "Leave that in. The first pattern that matches decides");
+}
+
+int CopyCommand::work(const std::vector<std::string>& operands)
+{
+    checkOptions();
+    takeFilter();
+    return copy(operands);
+}
+
+/// The patterns of both options, as they stand on the command line.
+void CopyCommand::takeFilter()
+{
+    auto excluded = excluded_.begin();
+    auto included = included_.begin();
+    for (const CLI::Option* const option : commandLine().parse_order()) {
+        if (option == include_) {
+            options_.filter.add(*included++, true);
+        } else if (option == exclude_) {
+            options_.filter.add(*excluded++, false);
+        }
+    }
 }
 
 void CopyCommand::declareResume()
@@ -51,12 +100,22 @@ void CopyCommand::checkOptions() const
         throw UsageError("--resume gathers a file beside its target, --inplace writes into it: "
                          "only one of them");
     }
+    if (options_.updates && options_.keepsStanding) {
+        throw UsageError("--update replaces what has changed, --no-clobber replaces nothing: only "
+                         "one of them");
+    }
+    if (options_.resumes && (options_.updates || options_.keepsStanding)) {
+        throw UsageError("--resume compares what is there with the source, --update and "
+                         "--no-clobber leave it: only one of them");
+    }
+    if (isQuiet() && (options_.isVerbose || options_.isDryRun)) {
+        throw UsageError("-q leaves nothing to be said by -v or --dry-run: only one of them");
+    }
 }
 
 int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
                          const std::string& target) const
 {
-    checkOptions();
     if (sources.ids.empty()) {
         return ExitCode::failure;
     }

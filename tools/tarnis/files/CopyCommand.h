@@ -11,6 +11,10 @@
 #include <string>
 #include <vector>
 
+namespace CLI {
+class Option;
+}
+
 namespace TarnisTool {
 
 /// What is to be copied, as file ids.
@@ -37,17 +41,26 @@ protected:
     /// Declares --resume.
     void declareResume();
 
+    /// Copies what the operands name; the exit code.
+    virtual int copy(const std::vector<std::string>& operands) = 0;
+
     /// Copies each source to where it belongs under the target; the exit code.
     int copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
                 const std::string& target) const;
 
     const CopyOptions& options() const noexcept { return options_; }
 
-    /// Throws UsageError for options that contradict each other.
+private:
+    int work(const std::vector<std::string>& operands) final;
+    void declareChoice();
+    void takeFilter();
     void checkOptions() const;
 
-private:
     CopyOptions options_;
+    std::vector<std::string> included_;
+    std::vector<std::string> excluded_;
+    const CLI::Option* include_ = nullptr;
+    const CLI::Option* exclude_ = nullptr;
 };
 
 /// The remote paths, with patterns replaced by what they stand for. One that stands for nothing is

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "files/EntryFilter.h"
+
 #include <cstddef>
 
 namespace TarnisTool {
@@ -15,8 +17,18 @@ struct CopyOptions
     bool resumes = false;
     /// What is written goes into the file that is there.
     bool isInPlace = false;
+    /// Files that look the same at the target are left out, and times are kept to tell by.
+    bool updates = false;
+    /// Files that are there are left out.
+    bool keepsStanding = false;
+    /// Nothing is done, only told.
+    bool isDryRun = false;
+    /// Each entry is told.
+    bool isVerbose = false;
     /// Files at the same time; 0 for as many as pay.
     std::size_t inFlight = 0;
+    /// What is copied of that which is below a directory.
+    EntryFilter filter;
 };
 
 } // namespace TarnisTool

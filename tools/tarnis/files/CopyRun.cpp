@@ -2,12 +2,17 @@
 
 #include "files/CopyLoss.h"
 #include "files/EntryNames.h"
+#include "files/FileCommand.h"
 #include "files/Inquiry.h"
 #include "terminal/Messages.h"
+#include "terminal/StandardStreams.h"
 #include "terminal/Units.h"
 
 #include <cstddef>
+#include <iostream>
 #include <utility>
+
+#include <unistd.h>
 
 namespace TarnisTool {
 
@@ -37,6 +42,11 @@ bool isRegularFile(const TreeEntry& entry)
     return hasType(entry) && isRegularFile(*entry.attributes.type);
 }
 
+std::string counted(std::uint64_t count, const char* one, const char* many)
+{
+    return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
 /// The cause, and the path that it is about where that is neither end of the copy.
 std::string reasonOf(const TreeEntry& entry, const FileSystem::Failure& why)
 {
@@ -64,7 +74,8 @@ bool CopyRun::run(const Paths& paths)
     if (report.isStopped || isLost) {
         throwIfCancelled();
     }
-    return report.isComplete() && !hasFailed_;
+    sumUp(report);
+    return report.isComplete() && failed_ == 0;
 }
 
 /// The files that are to be copied, by their own paths.
@@ -125,7 +136,11 @@ FileSystem::TreeCopyOptions CopyRun::engineOptions() const
 {
     FileSystem::TreeCopyOptions options;
     options.preservesPermissions = options_.preserves;
-    options.preservesTimes = options_.preserves;
+    options.preservesTimes = options_.preserves || options_.updates;
+    options.isDryRun = options_.isDryRun;
+    options.standing = options_.updates         ? FileSystem::TreeStanding::KeepSame
+                       : options_.keepsStanding ? FileSystem::TreeStanding::Keep
+                                                : FileSystem::TreeStanding::Replace;
     options.isInPlace = options_.isInPlace;
     options.inFlight = options_.inFlight;
     if (options_.resumes) {
@@ -136,6 +151,9 @@ FileSystem::TreeCopyOptions CopyRun::engineOptions() const
 
 bool CopyRun::wants(const TreeEntry& entry)
 {
+    if (!entry.below.empty() && !options_.filter.takes(entry.below, isDirectory(entry))) {
+        return false;
+    }
     const bool isTooDeep = entry.path.size() > longestPath;
     if (isTooDeep || (isDirectory(entry) && !options_.isRecursive)) {
         note(from_.refusal(cannotCopy, entry.path, isTooDeep ? nestedTooDeep : needsRecursion)
@@ -159,6 +177,7 @@ void CopyRun::done(const TreeEntry& entry)
         note("copied " + from_.display(entry.path) + " to " + to_.display(entry.target) + ", but " +
              std::exchange(losses_, {}));
     }
+    tell(options_.isDryRun ? "would copy" : "copied", entry);
     bar_.setLabel(nameOf(entry.target));
     unfinished_.erase(entry.target);
     noteSettled(entry.target);
@@ -172,6 +191,7 @@ void CopyRun::done(const TreeEntry& entry)
 
 void CopyRun::skipped(const TreeEntry& entry)
 {
+    tell(options_.isDryRun ? "would leave" : "left", entry);
     unfinished_.erase(entry.target);
 }
 
@@ -329,10 +349,39 @@ std::string CopyRun::hintAtInPlace(const std::string& target) const
                  "its own";
 }
 
+void CopyRun::tell(const char* what, const TreeEntry& entry)
+{
+    if (!options_.isVerbose && !options_.isDryRun) {
+        return;
+    }
+    bar_.clear();
+    std::cout << what << ' ' << forOutput(textOf(entry.path)) << '\n';
+}
+
+void CopyRun::sumUp(const FileSystem::TreeReport& report)
+{
+    using std::chrono::steady_clock;
+    bar_.end();
+    flushOutput();
+    const bool isSeen = ::isatty(STDERR_FILENO) == 1;
+    if (isQuiet() || (!isSeen && !options_.isVerbose)) {
+        return;
+    }
+    const auto took =
+        std::chrono::duration_cast<std::chrono::seconds>(steady_clock::now() - start_);
+    const auto skipped = report.skipped == 0 ? "" : std::to_string(report.skipped) + " left, ";
+    const auto failed = failed_ == 0 ? "" : std::to_string(failed_) + " failed, ";
+    reportNote(std::string(options_.isDryRun ? "would copy " : "copied ") +
+               counted(report.files, "file", "files") + ", " +
+               counted(report.directories, "directory", "directories") + ", " +
+               counted(report.links, "link", "links") + ", " + humanSize(doneBytes_) + ", " +
+               skipped + failed + "in " + humanDuration(took));
+}
+
 void CopyRun::note(const std::string& failure)
 {
     bar_.clear();
-    hasFailed_ = true;
+    ++failed_;
     report(failure);
 }
 
@@ -342,8 +391,9 @@ void CopyRun::throwIfCancelled()
         return;
     }
     bar_.clear();
-    const std::string files = std::to_string(doneFiles_) + (doneFiles_ == 1 ? " file" : " files");
-    throw Failure(FailureKind::Cancelled, "interrupted after", files + ", " + humanSize(doneBytes_),
+    flushOutput();
+    throw Failure(FailureKind::Cancelled, "interrupted after",
+                  counted(doneFiles_, "file", "files") + ", " + humanSize(doneBytes_),
                   remote_.isAlive()
                       ? whatIsHalfWritten()
                       : "the connection was given up; a part of a file may be left there");

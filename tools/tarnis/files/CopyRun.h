@@ -8,6 +8,7 @@
 
 #include <FileSystem/TreeOperations.h>
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -27,6 +28,7 @@ class CopyRun : public FileSystem::TreeObserver
 public:
     using Paths = std::vector<FileSystem::TreeCopyPath>;
 
+    /// \param options must outlive this object.
     /// \param remote the server that one of the places, or both, are on.
     CopyRun(RemotePlace& remote, Place& from, Place& to, const CopyOptions& options,
             const Cancellation& cancellation);
@@ -53,6 +55,8 @@ private:
     Failure fileFailure(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
     std::string hintAt(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
     std::string hintAtInPlace(const std::string& target) const;
+    void tell(const char* what, const FileSystem::TreeEntry& entry);
+    void sumUp(const FileSystem::TreeReport& report);
     void note(const std::string& failure);
     void noteTaken(const std::string& target, const std::string& part);
     void noteSettled(const std::string& target);
@@ -63,7 +67,7 @@ private:
     RemotePlace& remote_;
     Place& from_;
     Place& to_;
-    CopyOptions options_;
+    const CopyOptions& options_;
     const Cancellation& cancellation_;
     ProgressBar bar_;
     std::uint64_t doneFiles_ = 0;
@@ -75,7 +79,8 @@ private:
     std::optional<LastWords> lastWords_;
     std::string losses_; ///< Of the entry that is about to be done.
     bool hasLabel_ = false;
-    bool hasFailed_ = false;
+    std::uint64_t failed_ = 0;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 } // namespace TarnisTool

@@ -12,7 +12,7 @@ CpCommand::CpCommand(CLI::App& program)
         "of a path may be a pattern.");
 }
 
-int CpCommand::work(const std::vector<std::string>& operands)
+int CpCommand::copy(const std::vector<std::string>& operands)
 {
     auto paths = remotePaths(operands);
     const std::string target = paths.back().path;

@@ -14,7 +14,7 @@ public:
     explicit CpCommand(CLI::App& program);
 
 private:
-    int work(const std::vector<std::string>& operands) override;
+    int copy(const std::vector<std::string>& operands) override;
 };
 
 } // namespace TarnisTool

@@ -1,5 +1,7 @@
 #include "files/EntryNames.h"
 
+#include <algorithm>
+
 namespace TarnisTool {
 
 bool isEntryName(const std::string& name)
@@ -27,6 +29,19 @@ std::string joinPath(const std::string& directory, const std::string& name)
 {
     const bool needsSlash = !directory.empty() && directory.back() != '/';
     return directory + (needsSlash ? "/" : "") + name;
+}
+
+std::vector<std::string> partsOf(const std::string& path)
+{
+    std::vector<std::string> parts;
+    for (std::size_t next = 0; next < path.size();) {
+        const std::size_t slash = std::min(path.find('/', next), path.size());
+        if (slash > next) {
+            parts.push_back(path.substr(next, slash - next));
+        }
+        next = slash + 1;
+    }
+    return parts;
 }
 
 std::string nameOf(const std::string& path)

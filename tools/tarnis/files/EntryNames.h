@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace TarnisTool {
 
@@ -21,6 +22,9 @@ std::string textOf(const std::string& fileId);
 
 /// The path of an entry below a directory, as the user would write it: the name alone below "".
 std::string joinPath(const std::string& directory, const std::string& name);
+
+/// What stands between the slashes of a path.
+std::vector<std::string> partsOf(const std::string& path);
 
 /// The last component of a path; empty for what has no name of its own: "", "/", and paths that
 /// end in "." or "..".

@@ -21,14 +21,13 @@ GetCommand::GetCommand(CLI::App& program)
         "Example: tarnis get -rp alice@example.org:project .");
 }
 
-int GetCommand::work(const std::vector<std::string>& operands)
+int GetCommand::copy(const std::vector<std::string>& operands)
 {
     const bool hasTarget = operands.size() > 1;
     const std::string target = hasTarget ? operands.back() : ".";
     requireLocalPath(target, "get copies to this machine, and the last path is local");
     const auto paths =
         remotePaths({operands.begin(), hasTarget ? operands.end() - 1 : operands.end()});
-    checkOptions();
     // In this order: secrets and the target may be descriptors that the user passed, and none of
     // them is to be mistaken for what is opened here.
     const LoginSecrets secrets = LoginSecrets::fetch(loginOptions());
@@ -53,6 +52,9 @@ void GetCommand::writeInto(StreamTarget& target, RemotePlace& remote,
     }
     if (options().resumes) {
         local.refuse("cannot go on in", target.path(), "it is no file");
+    }
+    if (options().updates || options().keepsStanding || options().isDryRun) {
+        local.refuse("cannot choose what goes to", target.path(), "it is no file");
     }
     const Cancellation cancellation(remote.session());
     StreamedCopy(remote, source, target, cancellation).run();

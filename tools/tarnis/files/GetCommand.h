@@ -15,7 +15,7 @@ public:
     explicit GetCommand(CLI::App& program);
 
 private:
-    int work(const std::vector<std::string>& operands) override;
+    int copy(const std::vector<std::string>& operands) override;
     void writeInto(StreamTarget& target, RemotePlace& remote, const std::string& source) const;
 };
 

@@ -2,12 +2,10 @@
 
 #include "Failure.h"
 #include "files/EntryNames.h"
-
-#include <FileSystem/DirectoryListing.h>
+#include "files/NameFilter.h"
 
 #include <algorithm>
 #include <iterator>
-#include <regex>
 #include <utility>
 
 namespace TarnisTool {
@@ -19,16 +17,9 @@ struct PathParts
 {
     explicit PathParts(const std::string& path)
         : start(path.front() == '/' ? "/" : "")
+        , parts(partsOf(path))
         , wantsDirectories(path.back() == '/')
-    {
-        for (std::size_t next = 0; next < path.size();) {
-            const std::size_t slash = std::min(path.find('/', next), path.size());
-            if (slash > next) {
-                parts.push_back(path.substr(next, slash - next));
-            }
-            next = slash + 1;
-        }
-    }
+    {}
 
     std::string start;
     std::vector<std::string> parts;
@@ -40,65 +31,6 @@ bool hasPattern(const std::string& part)
 {
     return part.find_first_of("*?[;") != std::string::npos;
 }
-
-bool isHidden(const std::string& name)
-{
-    return !name.empty() && name.front() == '.';
-}
-
-/// Behind the set of bytes that begins there ("[a;b]"), or there where none does.
-std::size_t endOfSet(const std::string& pattern, std::size_t start)
-{
-    const auto inside = start + 1;
-    const bool isNegated =
-        inside < pattern.size() && (pattern[inside] == '!' || pattern[inside] == '^');
-    const auto end =
-        pattern[start] == '[' ? pattern.find(']', inside + (isNegated ? 2 : 1)) : std::string::npos;
-    return end == std::string::npos ? start : end + 1;
-}
-
-/// Those of a pattern's alternatives that begin with a dot, as a pattern; empty for none.
-std::string hiddenAlternatives(const std::string& pattern)
-{
-    std::string found;
-    for (std::size_t start = 0, end = 0; start <= pattern.size(); start = ++end) {
-        while (end < pattern.size() && pattern[end] != ';') {
-            end = std::max(end + 1, endOfSet(pattern, end));
-        }
-        const std::string alternative = pattern.substr(start, end - start);
-        if (isHidden(alternative)) {
-            found += (found.empty() ? "" : ";") + alternative;
-        }
-    }
-    return found;
-}
-
-/// The names that a part of a path takes. Hidden ones only for an alternative that begins with a
-/// dot itself, unless all are wanted.
-class NameFilter
-{
-public:
-    NameFilter(const std::string& pattern, bool withHidden)
-        : NameFilter(pattern, withHidden ? pattern : hiddenAlternatives(pattern))
-    {}
-
-    bool takes(const std::string& name) const
-    {
-        return isHidden(name) ? takesHidden_ && std::regex_match(name, hidden_)
-                              : std::regex_match(name, filter_);
-    }
-
-private:
-    NameFilter(const std::string& pattern, const std::string& hidden)
-        : filter_(FileSystem::DirectoryListing::createSearchFilter(pattern))
-        , hidden_(FileSystem::DirectoryListing::createSearchFilter(hidden))
-        , takesHidden_(!hidden.empty())
-    {}
-
-    std::regex filter_;
-    std::regex hidden_;
-    bool takesHidden_;
-};
 
 /// Follows one part of a path after the other, from every place that the parts so far lead to.
 class Search

@@ -21,7 +21,7 @@ PutCommand::PutCommand(CLI::App& program)
         "Example: tarnis put --resume backup.tar alice@example.org:backups/");
 }
 
-int PutCommand::work(const std::vector<std::string>& operands)
+int PutCommand::copy(const std::vector<std::string>& operands)
 {
     const RemotePath target = remotePath(operands.back());
     Sources sources;

@@ -14,7 +14,7 @@ public:
     explicit PutCommand(CLI::App& program);
 
 private:
-    int work(const std::vector<std::string>& operands) override;
+    int copy(const std::vector<std::string>& operands) override;
 };
 
 } // namespace TarnisTool

@@ -94,9 +94,15 @@ ProgressBar::ProgressBar()
 
 ProgressBar::~ProgressBar()
 {
+    end();
+}
+
+void ProgressBar::end()
+{
     if (isShown_) {
         draw(terminalWidth());
         tryWrite(STDERR_FILENO, "\n");
+        isShown_ = false;
     }
 }
 

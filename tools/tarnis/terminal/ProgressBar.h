@@ -48,6 +48,9 @@ public:
     /// \param done bytes so far.
     void show(std::uint64_t done);
 
+    /// Leaves the line as it is at last, for others to follow it.
+    void end();
+
     /// Takes the line away, for a message to have its place.
     void clear();
 
