@@ -55,6 +55,9 @@ protected:
     }
 };
 
+class ScriptedCopyOptionsTest : public ScriptedFilesTest
+{};
+
 TEST_F(CopyOptionsTest, APatternWithoutASlashLeavesOutNamesAtAnyDepth)
 {
     makeTree();
@@ -146,6 +149,52 @@ TEST_F(CopyOptionsTest, ADryRunTellsAndDoesNothing)
     EXPECT_EQ(readFile(here().file("t/two")), "3");
 }
 
+TEST_F(CopyOptionsTest, DeleteRemovesWhatTheSourceDoesNotHave)
+{
+    for (const TemporaryDirectory* const place : {&here(), &there()}) {
+        place->makeDirectory("t");
+        place->makeDirectory("t/sub");
+        place->write("t/one", "1");
+    }
+    there().makeDirectory("t/sub/old");
+    for (const char* const name : {"t/sub/old/file", "t/sub/x.keep", "t/gone"}) {
+        there().write(name, "old");
+    }
+    const std::vector<std::string> options{"-r", "--delete", "--exclude", "*.keep"};
+    auto arguments = options;
+    arguments.insert(arguments.end(), {"--dry-run", here().file("t"), at("")});
+    const ToolResult dry = tarnis("put", arguments);
+    expectQuiet(dry);
+    EXPECT_THAT(dry.output, HasSubstr("would remove t/gone\n"));
+    EXPECT_EQ(readFile(there().file("t/gone")), "old");
+    arguments = options;
+    arguments.insert(arguments.end(), {"-v", here().file("t"), at("")});
+    const ToolResult result = tarnis("put", arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.errorOutput;
+    for (const char* const name : {"t/gone", "t/sub/old", "t/sub/old/file"}) {
+        EXPECT_THAT(result.output, HasSubstr("removed " + std::string(name) + "\n"));
+        EXPECT_FALSE(std::filesystem::exists(there().file(name)));
+    }
+    EXPECT_THAT(result.errorOutput, HasSubstr("3 removed"));
+    EXPECT_THAT(namesIn(there().file("t")), ElementsAre("one", "sub"));
+    EXPECT_THAT(namesIn(there().file("t/sub")), ElementsAre("x.keep"));
+}
+
+TEST_F(ScriptedCopyOptionsTest, DeleteNamesWhatItCannotRemove)
+{
+    here().makeDirectory("t");
+    std::filesystem::create_directories(sftp().path("t/old"));
+    put("t/old/file", "old");
+    put("t/other", "old");
+    SftpScript script;
+    script.rules = {{onPath(every(SftpPacket::Remove), "/file"),
+                     SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    sftp().setScript(script);
+    expectFailure(tarnis("put", {"-r", "--delete", here().file("t"), at("")}),
+                  "cannot remove " + at("t/old/file"));
+    EXPECT_THAT(namesIn(sftp().path("t")), ElementsAre("old"));
+}
+
 TEST_F(CopyOptionsTest, OneAtATimeIsInTheOrderOfTheNames)
 {
     there().makeDirectory("t");
@@ -188,6 +237,7 @@ TEST_F(CopyOptionsTest, WhatContradictsItselfIsRefused)
     expectRefused({"--resume", "--inplace"}, "only one of them");
     expectRefused({"--resume", "--update"}, "only one of them");
     expectRefused({"--resume", "--no-clobber"}, "only one of them");
+    expectRefused({"--delete"}, "it needs -r");
     expectRefused({"-q", "-v"}, "only one of them");
     expectRefused({"-q", "--dry-run"}, "only one of them");
     expectRefused({"--exclude", ""}, "is no pattern for names");

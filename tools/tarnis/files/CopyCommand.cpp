@@ -51,6 +51,9 @@ void CopyCommand::declareChoice()
                            "and keep times to tell by");
     commandLine().add_flag("--no-clobber", options_.keepsStanding,
                            "Leave out files that are there already, whatever they hold");
+    commandLine().add_flag("--delete", options_.removesOthers,
+                           "Remove what a copied directory does not have from its target, once "
+                           "the rest of it is there");
     const auto declare = [this](const char* name, std::vector<std::string>& patterns,
                                 const char* description) {
         return commandLine()
@@ -103,6 +106,9 @@ void CopyCommand::checkOptions() const
     if (options_.updates && options_.keepsStanding) {
         throw UsageError("--update replaces what has changed, --no-clobber replaces nothing: only "
                          "one of them");
+    }
+    if (options_.removesOthers && !options_.isRecursive) {
+        throw UsageError("--delete removes what a copied directory does not have: it needs -r");
     }
     if (options_.resumes && (options_.updates || options_.keepsStanding)) {
         throw UsageError("--resume compares what is there with the source, --update and "

@@ -21,6 +21,8 @@ struct CopyOptions
     bool updates = false;
     /// Files that are there are left out.
     bool keepsStanding = false;
+    /// What the source does not have is removed from directories that are copied into.
+    bool removesOthers = false;
     /// Nothing is done, only told.
     bool isDryRun = false;
     /// Each entry is told.

@@ -138,6 +138,7 @@ FileSystem::TreeCopyOptions CopyRun::engineOptions() const
     options.preservesPermissions = options_.preserves;
     options.preservesTimes = options_.preserves || options_.updates;
     options.isDryRun = options_.isDryRun;
+    options.removesOthers = options_.removesOthers;
     options.standing = options_.updates         ? FileSystem::TreeStanding::KeepSame
                        : options_.keepsStanding ? FileSystem::TreeStanding::Keep
                                                 : FileSystem::TreeStanding::Replace;
@@ -177,7 +178,7 @@ void CopyRun::done(const TreeEntry& entry)
         note("copied " + from_.display(entry.path) + " to " + to_.display(entry.target) + ", but " +
              std::exchange(losses_, {}));
     }
-    tell(options_.isDryRun ? "would copy" : "copied", entry);
+    tell(options_.isDryRun ? "would copy" : "copied", entry.path);
     bar_.setLabel(nameOf(entry.target));
     unfinished_.erase(entry.target);
     noteSettled(entry.target);
@@ -191,8 +192,19 @@ void CopyRun::done(const TreeEntry& entry)
 
 void CopyRun::skipped(const TreeEntry& entry)
 {
-    tell(options_.isDryRun ? "would leave" : "left", entry);
+    tell(options_.isDryRun ? "would leave" : "left", entry.path);
     unfinished_.erase(entry.target);
+}
+
+/// What is not copied for its name is not removed for it either.
+bool CopyRun::removes(const TreeEntry& entry)
+{
+    return options_.filter.takes(entry.below, isDirectory(entry));
+}
+
+void CopyRun::removed(const TreeEntry& entry)
+{
+    tell(options_.isDryRun ? "would remove" : "removed", entry.path);
 }
 
 void CopyRun::kept(const TreeEntry& entry, const std::string& path, FileSystem::TreePart part)
@@ -273,6 +285,9 @@ bool CopyRun::progress(const FileSystem::TreeProgress& progress)
 Failure CopyRun::failureOf(const TreeEntry& entry, const FileSystem::Failure& why)
 {
     const auto& operation = why.operation();
+    if (entry.target.empty()) {
+        return to_.failureBecause("cannot remove", entry.path, why);
+    }
     if (operation == "lookUp" && why.path() == entry.path) {
         return from_.failureBecause("cannot find", entry.path, why);
     }
@@ -349,13 +364,13 @@ std::string CopyRun::hintAtInPlace(const std::string& target) const
                  "its own";
 }
 
-void CopyRun::tell(const char* what, const TreeEntry& entry)
+void CopyRun::tell(const char* what, const std::string& path)
 {
     if (!options_.isVerbose && !options_.isDryRun) {
         return;
     }
     bar_.clear();
-    std::cout << what << ' ' << forOutput(textOf(entry.path)) << '\n';
+    std::cout << what << ' ' << forOutput(textOf(path)) << '\n';
 }
 
 void CopyRun::sumUp(const FileSystem::TreeReport& report)
@@ -369,13 +384,14 @@ void CopyRun::sumUp(const FileSystem::TreeReport& report)
     }
     const auto took =
         std::chrono::duration_cast<std::chrono::seconds>(steady_clock::now() - start_);
+    const auto removed = report.removed == 0 ? "" : std::to_string(report.removed) + " removed, ";
     const auto skipped = report.skipped == 0 ? "" : std::to_string(report.skipped) + " left, ";
     const auto failed = failed_ == 0 ? "" : std::to_string(failed_) + " failed, ";
     reportNote(std::string(options_.isDryRun ? "would copy " : "copied ") +
                counted(report.files, "file", "files") + ", " +
                counted(report.directories, "directory", "directories") + ", " +
                counted(report.links, "link", "links") + ", " + humanSize(doneBytes_) + ", " +
-               skipped + failed + "in " + humanDuration(took));
+               skipped + removed + failed + "in " + humanDuration(took));
 }
 
 void CopyRun::note(const std::string& failure)

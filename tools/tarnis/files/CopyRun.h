@@ -42,6 +42,8 @@ public:
     void skipped(const FileSystem::TreeEntry& entry) override;
     void kept(const FileSystem::TreeEntry& entry, const std::string& path,
               FileSystem::TreePart part) override;
+    bool removes(const FileSystem::TreeEntry& entry) override;
+    void removed(const FileSystem::TreeEntry& entry) override;
     bool failed(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why) override;
     bool progress(const FileSystem::TreeProgress& progress) override;
 
@@ -55,7 +57,7 @@ private:
     Failure fileFailure(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
     std::string hintAt(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
     std::string hintAtInPlace(const std::string& target) const;
-    void tell(const char* what, const FileSystem::TreeEntry& entry);
+    void tell(const char* what, const std::string& path);
     void sumUp(const FileSystem::TreeReport& report);
     void note(const std::string& failure);
     void noteTaken(const std::string& target, const std::string& part);
