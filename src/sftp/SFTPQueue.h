@@ -56,6 +56,8 @@ protected:
     void do_look(File file, Completion<const Attributes&> done) override;
     void do_setAttributes(File file, const Attributes& attributes, Completion<> done) override;
     void do_close(File file, Completion<> done) override;
+    void do_closeAndLook(File file, const std::string& path, const std::string& newPath,
+                         Completion<const Attributes&, bool> done) override;
     void do_lookUp(const std::string& path, Completion<const Attributes&> done) override;
     void do_lookThrough(const std::string& path, Completion<const Attributes&> done) override;
     void do_list(const std::string& path, EntryReceiver receiver, Completion<> done) override;
@@ -64,6 +66,8 @@ protected:
     void do_removeFile(const std::string& path, Completion<> done) override;
     void do_removeDirectory(const std::string& path, Completion<> done) override;
     void do_rename(const std::string& path, const std::string& newPath, Completion<> done) override;
+    void do_renameToFree(const std::string& path, const std::string& newPath,
+                         Completion<> done) override;
     void do_replace(const std::string& path, const std::string& newPath,
                     Completion<> done) override;
     void do_makeLink(const std::string& target, const std::string& path,
@@ -80,6 +84,7 @@ private:
     class Pumping;
     class RangeRead;
     class RangeWrite;
+    class ClosingLook;
     class Listing;
     struct OpenFile;
 
@@ -197,6 +202,8 @@ private:
     void noteClosing() noexcept { ++closing_; }
 
     void noteClosed(const Lane& lane);
+    void sendClose(const std::shared_ptr<OpenFile>& open, Handler handler);
+    void renameWithoutLooking(const std::shared_ptr<Call<>>& call, const std::string& newPath);
     /// False: nothing that was parked need be decided now.
     bool releaseParked();
 

@@ -32,6 +32,13 @@ Utilities::Flags<StorageSystemFileTypeFlag> typeOfKind(std::uint32_t kind) noexc
 
 } // namespace
 
+std::optional<SFTPFileAttributes> attributesIn(const SFTPAnswer& answer)
+{
+    return !answer.isLost && answer.type == SFTPPacketType::Attributes
+               ? decodeAttributes(answer.fields)
+               : std::nullopt;
+}
+
 StorageSystemAttributes attributesOf(const SFTPFileAttributes& told) noexcept
 {
     StorageSystemAttributes attributes;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sftp/SFTPConnection.h"
 #include "sftp/wire/SFTPFileAttributes.h"
 
 #include <FileSystem/StorageSystemQueue.h>
@@ -7,6 +8,9 @@
 #include <optional>
 
 namespace Tarnis {
+
+/// Empty: the answer has none.
+std::optional<SFTPFileAttributes> attributesIn(const SFTPAnswer& answer);
 
 /// What a server's attributes say.
 FileSystem::StorageSystemAttributes attributesOf(const SFTPFileAttributes& told) noexcept;

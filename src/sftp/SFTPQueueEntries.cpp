@@ -11,13 +11,6 @@ using FileSystem::StorageSystemStorageInfo;
 
 namespace {
 
-std::optional<SFTPFileAttributes> attributesIn(const SFTPAnswer& answer)
-{
-    return !answer.isLost && answer.type == SFTPPacketType::Attributes
-               ? decodeAttributes(answer.fields)
-               : std::nullopt;
-}
-
 std::optional<std::string> linkTextIn(const SFTPAnswer& answer)
 {
     const auto names = !answer.isLost && answer.type == SFTPPacketType::Name
@@ -310,23 +303,36 @@ void SFTPQueue::do_rename(const std::string& path, const std::string& newPath, C
     if (!isNamed(call)) {
         return;
     }
-    const auto rename = [this, call, newPath] {
-        ask([call, newPath](SFTPPacketWriter& writer,
-                            std::uint32_t id) { writer.rename(id, call->path(), newPath); },
-            [this, call, newPath](const Answer& answer) {
-                if (Call<>::isOk(answer)) {
-                    call->succeed();
-                    return;
-                }
-                explain(call, answer, newPath, [](std::optional<std::uint32_t> kind) {
-                    return reasonIf(kind.has_value(), FailureCode::Exists);
-                });
-            });
-    };
     // No server is known that never replaces.
-    unlessFollowed(call, path, [this, call, newPath, rename] {
-        whereNothingStands(call, newPath, newPath.empty(), rename);
+    unlessFollowed(call, path, [this, call, newPath] {
+        whereNothingStands(call, newPath, newPath.empty(),
+                           [this, call, newPath] { renameWithoutLooking(call, newPath); });
     });
+}
+
+void SFTPQueue::do_renameToFree(const std::string& path, const std::string& newPath,
+                                Completion<> done)
+{
+    auto call = begin("rename", path, std::move(done));
+    if (isNamed(call)) {
+        unlessFollowed(call, path, [this, call, newPath] { renameWithoutLooking(call, newPath); });
+    }
+}
+
+void SFTPQueue::renameWithoutLooking(const std::shared_ptr<Call<>>& call,
+                                     const std::string& newPath)
+{
+    ask([call, newPath](SFTPPacketWriter& writer,
+                        std::uint32_t id) { writer.rename(id, call->path(), newPath); },
+        [this, call, newPath](const Answer& answer) {
+            if (Call<>::isOk(answer)) {
+                call->succeed();
+                return;
+            }
+            explain(call, answer, newPath, [](std::optional<std::uint32_t> kind) {
+                return reasonIf(kind.has_value(), FailureCode::Exists);
+            });
+        });
 }
 
 void SFTPQueue::do_replace(const std::string& path, const std::string& newPath, Completion<> done)

@@ -474,16 +474,112 @@ void SFTPQueue::do_close(File file, Completion<> done)
         files_.erase(file);
         noteClosing();
         open->afterReads([this, open, call] {
-            askOn(
-                open->lane,
-                [open](SFTPPacketWriter& writer, std::uint32_t id) {
-                    writer.close(id, open->handle);
-                },
-                [this, open, call](const Answer& answer) {
-                    noteClosed(open->lane);
-                    call->endBy(answer, {}, SFTPSubject::OpenFile);
-                });
+            sendClose(open, [call](const Answer& answer) {
+                call->endBy(answer, {}, SFTPSubject::OpenFile);
+            });
         });
+    });
+}
+
+void SFTPQueue::sendClose(const std::shared_ptr<OpenFile>& open, Handler handler)
+{
+    askOn(
+        open->lane,
+        [open](SFTPPacketWriter& writer, std::uint32_t id) { writer.close(id, open->handle); },
+        [this, open, handler = std::move(handler)](const Answer& answer) {
+            noteClosed(open->lane);
+            handler(answer);
+        });
+}
+
+/// Closes a file and looks at two paths behind that, without waiting. A look that was answered
+/// before the closing says nothing of what the file is afterwards, as the server does several
+/// things at a time.
+class SFTPQueue::ClosingLook : public std::enable_shared_from_this<ClosingLook>
+{
+public:
+    ClosingLook(SFTPQueue& queue, std::string path, std::string newPath,
+                std::shared_ptr<Call<const Attributes&, bool>> call)
+        : queue_(queue)
+        , path_(std::move(path))
+        , newPath_(std::move(newPath))
+        , call_(std::move(call))
+    {}
+
+    void start(const std::shared_ptr<OpenFile>& open)
+    {
+        const auto self = shared_from_this();
+        underWay_ = newPath_.empty() ? 2 : 3;
+        queue_.sendClose(open, [self](const Answer& answer) {
+            self->closing_ = answer;
+            self->endIfAnswered();
+        });
+        lookAt(open->lane, path_, [self](const Answer& answer) {
+            self->seen_ = self->closing_ ? attributesIn(answer) : std::nullopt;
+            self->endIfAnswered();
+        });
+        if (!newPath_.empty()) {
+            lookAt(open->lane, newPath_, [self](const Answer& answer) {
+                const auto status = Call<>::statusOf(answer);
+                self->isFree_ =
+                    self->closing_ && status && status->code == SFTPStatusCode::NoSuchFile;
+                self->endIfAnswered();
+            });
+        }
+    }
+
+private:
+    void lookAt(const Lane& lane, const std::string& path, Handler handler)
+    {
+        queue_.askOn(
+            lane, [path](SFTPPacketWriter& writer, std::uint32_t id) { writer.lstat(id, path); },
+            std::move(handler));
+    }
+
+    void endIfAnswered()
+    {
+        if (--underWay_ > 0) {
+            return;
+        }
+        if (!Call<>::isOk(*closing_)) {
+            call_->failFor(*closing_, {}, SFTPSubject::OpenFile);
+        } else if (seen_ && !queue_.mayBeFollowed(*seen_, queue_.tellsLinks_)) {
+            call_->succeed(attributesOf(*seen_), isFree_);
+        } else {
+            lookAgain();
+        }
+    }
+
+    void lookAgain()
+    {
+        queue_.askAttributes(path_,
+                             [self = shared_from_this()](const auto& told, const Answer& answer) {
+                                 if (told) {
+                                     self->call_->succeed(attributesOf(*told), false);
+                                 } else {
+                                     self->call_->failFor(answer);
+                                 }
+                             });
+    }
+
+    SFTPQueue& queue_;
+    std::string path_;
+    std::string newPath_;
+    std::size_t underWay_ = 0;
+    std::optional<Answer> closing_;
+    std::optional<SFTPFileAttributes> seen_;
+    bool isFree_ = false;
+    std::shared_ptr<Call<const Attributes&, bool>> call_;
+};
+
+void SFTPQueue::do_closeAndLook(File file, const std::string& path, const std::string& newPath,
+                                Completion<const Attributes&, bool> done)
+{
+    withFile("close", file, std::move(done), [&](const auto& open, auto call) {
+        files_.erase(file);
+        noteClosing();
+        const auto look = std::make_shared<ClosingLook>(*this, path, newPath, std::move(call));
+        open->afterReads([look, open = open] { look->start(open); });
     });
 }
 

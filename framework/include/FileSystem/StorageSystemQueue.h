@@ -170,6 +170,16 @@ public:
     /// closed in any case; one that is not closed goes with the queue.
     void close(File file, Completion<> done);
 
+    /// close(), and then lookUp() of the path that the file was opened by, which are asked together
+    /// where the system answers in order: what it has kept. Fails as the first of them that does.
+    /// \param path    that the file was opened by.
+    /// \param newPath that the file is to be renamed to; may be empty.
+    /// \param done    is given what stands at the path, and whether nothing was seen to stand at
+    /// the
+    ///                new one: false also where nobody looked.
+    void closeAndLook(File file, const std::string& path, const std::string& newPath,
+                      Completion<const StorageSystemAttributes&, bool> done);
+
     // Entries by path. None of them follows a link in the last component, but lookThrough() and
     // setAttributes().
 
@@ -197,6 +207,10 @@ public:
 
     /// Renames an entry. What stands at the new path stays, and is a failure.
     void rename(const std::string& path, const std::string& newPath, Completion<> done);
+
+    /// rename() of a file that closeAndLook() has just told that nothing stands at the new path: a
+    /// system that cannot rename without replacing, and looks before, need not look again.
+    void renameToFree(const std::string& path, const std::string& newPath, Completion<> done);
 
     /// Renames a file or a link onto what stands at the new path, in one step: never a directory.
     /// Unsupported where the system has no such step.
@@ -244,6 +258,9 @@ protected:
     virtual void do_setAttributes(File file, const StorageSystemAttributes& attributes,
                                   Completion<> done) = 0;
     virtual void do_close(File file, Completion<> done) = 0;
+    /// One after the other.
+    virtual void do_closeAndLook(File file, const std::string& path, const std::string& newPath,
+                                 Completion<const StorageSystemAttributes&, bool> done);
     virtual void do_lookUp(const std::string& path,
                            Completion<const StorageSystemAttributes&> done) = 0;
     virtual void do_lookThrough(const std::string& path,
@@ -255,6 +272,9 @@ protected:
     virtual void do_removeDirectory(const std::string& path, Completion<> done) = 0;
     virtual void do_rename(const std::string& path, const std::string& newPath,
                            Completion<> done) = 0;
+    /// do_rename()
+    virtual void do_renameToFree(const std::string& path, const std::string& newPath,
+                                 Completion<> done);
     virtual void do_replace(const std::string& path, const std::string& newPath,
                             Completion<> done) = 0;
     virtual void do_makeLink(const std::string& target, const std::string& path,

@@ -118,6 +118,28 @@ void StorageSystemQueue::close(File file, Completion<> done)
     do_close(file, std::move(done));
 }
 
+void StorageSystemQueue::closeAndLook(File file, const std::string& path,
+                                      const std::string& newPath,
+                                      Completion<const StorageSystemAttributes&, bool> done)
+{
+    do_closeAndLook(file, path, newPath, std::move(done));
+}
+
+void StorageSystemQueue::do_closeAndLook(File file, const std::string& path,
+                                         const std::string& /*newPath*/,
+                                         Completion<const StorageSystemAttributes&, bool> done)
+{
+    do_close(file, [this, path, done = std::move(done)](const Failure& failure) {
+        if (failure) {
+            done(failure, {}, false);
+            return;
+        }
+        do_lookUp(path, [done](const Failure& why, const StorageSystemAttributes& now) {
+            done(why, now, false);
+        });
+    });
+}
+
 void StorageSystemQueue::list(const std::string& path, EntryReceiver receiver, Completion<> done)
 {
     if (admit("list", path, done)) {
@@ -192,6 +214,20 @@ void StorageSystemQueue::rename(const std::string& path, const std::string& newP
     if (admit("rename", path, done) && admit("rename", newPath, done)) {
         do_rename(path, newPath, std::move(done));
     }
+}
+
+void StorageSystemQueue::renameToFree(const std::string& path, const std::string& newPath,
+                                      Completion<> done)
+{
+    if (admit("rename", path, done) && admit("rename", newPath, done)) {
+        do_renameToFree(path, newPath, std::move(done));
+    }
+}
+
+void StorageSystemQueue::do_renameToFree(const std::string& path, const std::string& newPath,
+                                         Completion<> done)
+{
+    do_rename(path, newPath, std::move(done));
 }
 
 void StorageSystemQueue::replace(const std::string& path, const std::string& newPath,

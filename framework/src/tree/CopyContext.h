@@ -41,6 +41,9 @@ struct CopyContext
     /// What every new file that was looked at had. A permission that has been missing once is given
     /// to those alone that are made with it.
     Permissions givenToAll{0777U};
+    /// Whether new files have had no other permissions than they were made with, as far as they
+    /// were looked at.
+    bool keepsPermissions = true;
     std::uint64_t bytesHeld = 0; ///< Read and not written yet, or being read.
     std::uint64_t bytesDone = 0; ///< Written.
     /// Is told when bytes have been written, and may stop the copy.

@@ -102,6 +102,14 @@ void EntryTransfer::giveUp(FailureCode code, const std::string& path, std::strin
     giveUp(newFailure(operation, path, code, std::move(text)));
 }
 
+void EntryTransfer::repeat(FailureCode code, const std::string& path)
+{
+    if (!isGivenUp()) {
+        isToBeRepeated_ = true;
+        giveUp(code, path);
+    }
+}
+
 bool EntryTransfer::replacesFile() const noexcept
 {
     const auto& standing = standing_.attributes;
@@ -272,8 +280,13 @@ void EntryTransfer::publish()
         return;
     }
     context_.target.replace(temporaryPath_, entry_.target, whatever<>([this](const Failure& why) {
+                                // One that the server was not asked for has taken no time.
+                                const bool isStillFree =
+                                    isTargetFree_ && why.source() != FailureSource::Server;
                                 if (!why) {
                                     published();
+                                } else if (isVague(why) && isStillFree) {
+                                    takeFreeName();
                                 } else if (isVague(why) && !context_.isTargetLocal) {
                                     replaceAfterLooking(why);
                                 } else {
@@ -284,13 +297,18 @@ void EntryTransfer::publish()
 
 void EntryTransfer::takeFreeName()
 {
-    context_.target.rename(temporaryPath_, entry_.target, whatever<>([this](const Failure& why) {
-                               if (why) {
-                                   refusedName(why);
-                               } else {
-                                   published();
-                               }
-                           }));
+    auto done = whatever<>([this](const Failure& why) {
+        if (why) {
+            refusedName(why);
+        } else {
+            published();
+        }
+    });
+    if (std::exchange(isTargetFree_, false)) {
+        context_.target.renameToFree(temporaryPath_, entry_.target, std::move(done));
+    } else {
+        context_.target.rename(temporaryPath_, entry_.target, std::move(done));
+    }
 }
 
 // Some servers replace whatever stands there, a directory with all below it as well.
@@ -404,6 +422,7 @@ void EntryTransfer::removeTemporary()
             const bool isGone = failure.code() == FailureCode::NotFound ||
                                 failure.code() == FailureCode::ConnectionLost;
             if (failure && !isGone) {
+                isToBeRepeated_ = false;
                 const auto text = failure_.text().empty() ? "" : failure_.text() + "; ";
                 failure_ =
                     withText(failure_, text + temporaryPath_ + " cannot be removed and is left");

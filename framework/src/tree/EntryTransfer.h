@@ -49,7 +49,13 @@ public:
 
     const TreeEntry& entry() const noexcept { return entry_; }
 
+    /// Nothing may stand at the target when the entry gets its name.
+    bool mustBeNew() const noexcept { return mustBeNew_; }
+
     Outcome outcome() const noexcept { return outcome_; }
+
+    /// It is to be done once more, by another transfer: nothing is left of this one.
+    bool isToBeRepeated() const noexcept { return isToBeRepeated_; }
 
     /// Why it failed.
     const Failure& failure() const noexcept { return failure_; }
@@ -69,9 +75,6 @@ protected:
     CopyContext& context() const noexcept { return context_; }
 
     const std::optional<Attributes>& standing() const noexcept { return standing_.attributes; }
-
-    /// Nothing may stand at the target when the entry gets its name.
-    bool mustBeNew() const noexcept { return mustBeNew_; }
 
     /// What stands at the target is a regular file, and may be replaced.
     bool replacesFile() const noexcept;
@@ -126,6 +129,13 @@ protected:
     /// Gives up for this reason, as soon as nothing is in flight any more.
     void giveUp(const Failure& failure);
     void giveUp(FailureCode code, const std::string& path, std::string text = {});
+
+    /// Gives up, in favour of another transfer of the entry.
+    void repeat(FailureCode code, const std::string& path);
+
+    /// The hidden file was closed, and nothing was seen to stand at the target's name then. To be
+    /// told anew before each publish().
+    void noteTargetFree(bool isFree) noexcept { isTargetFree_ = isFree; }
 
     /// Something was not kept, which is no reason to give up.
     void lose(const Failure& failure) { losses_.push_back(failure); }
@@ -210,6 +220,8 @@ private:
     std::string temporaryPath_;
     int nameTries_ = 0;
     bool isTemporaryOwned_ = false;
+    bool isTargetFree_ = false;
+    bool isToBeRepeated_ = false;
     Outcome outcome_ = Outcome::Failed;
     Failure failure_;
     std::vector<Failure> losses_;

@@ -211,13 +211,42 @@ void FileTransfer::createdTemporary(File file)
     if (isGivenUp()) {
         return;
     }
-    context().target.look(
-        file, then<const Attributes&>([this](const auto& made) { lookedAtTemporary(made); }));
+    context().target.look(file,
+                          settling<const Attributes&>([this](const Failure& why, const auto& made) {
+                              if (why) {
+                                  giveUp(why);
+                              } else {
+                                  lookedAtTemporary(made);
+                              }
+                          }));
     if (isSecret() && !context().isTargetLocal) {
         narrowTo(permissionsWhileFilled() & ownerOnly);
     }
     if (!context().isTargetLocal) {
+        foreseePermissions();
         beginWriting();
+    }
+}
+
+/// Where nothing remains to be set of the permissions once the file is made with those that it is
+/// asked for with, or all of them are set in the end, it need not be looked at before it is closed.
+void FileTransfer::foreseePermissions()
+{
+    made_ = permissionsWhileFilled();
+    now_ = isSecret() ? made_ & ownerOnly : made_;
+    arePermissionsKnown_ = context().options.preservesPermissions ||
+                           (context().keepsPermissions && finalPermissions() == now_);
+}
+
+/// Its path may lead elsewhere by now, and nothing of it can be set any more.
+void FileTransfer::checkForeseen()
+{
+    const bool isWider = !isSecret() && (made_ & permissionsWhileFilled()) != made_;
+    const bool isAsForeseen = !isWider && finalPermissions() == now_;
+    if (!isAsForeseen && !context().options.preservesPermissions) {
+        context().keepsPermissions = false;
+        context().bytesDone -= written_;
+        repeat(FailureCode::NotKept, temporaryPath());
     }
 }
 
@@ -227,6 +256,11 @@ void FileTransfer::lookedAtTemporary(const Attributes& made)
     madeOwner_ = made.owner;
     const bool isClosedAlready = isSecret() && !context().isTargetLocal;
     now_ = isClosedAlready ? permissionsWhileFilled() & ownerOnly : made_;
+    if (!temporary_) {
+        checkForeseen();
+        return;
+    }
+    arePermissionsKnown_ = true;
     const auto wanted = made_ & permissionsWhileFilled();
     if (!isClosedAlready && wanted != made_) {
         narrowTo(wanted);
@@ -239,13 +273,13 @@ void FileTransfer::narrowTo(Permissions permissions)
 {
     Attributes attributes;
     attributes.permissions = permissions;
-    context().target.setAttributes(*temporary_, attributes, whatever<>([](const Failure&) {}));
+    context().target.setAttributes(*temporary_, attributes, settling<>([](const Failure&) {}));
 }
 
 void FileTransfer::startAt(std::uint64_t offset, std::uint64_t size)
 {
     expected_ = size;
-    nextRead_ = nextWrite_ = reached_ = written_ = offset;
+    nextRead_ = nextWrite_ = reached_ = sent_ = written_ = offset;
     end_ = std::numeric_limits<std::uint64_t>::max();
     areBytesOver_ = false;
     canRead_ = true;
@@ -347,6 +381,7 @@ void FileTransfer::writeInOrder()
 void FileTransfer::write(const Piece& piece)
 {
     ++writing_;
+    sent_ += piece.size;
     context().target.write(*temporary_, piece.offset, piece.buffer->data(), piece.size,
                            whatever<>([this, piece](const Failure& why) {
                                --writing_;
@@ -358,18 +393,28 @@ void FileTransfer::write(const Piece& piece)
                                context().bytesDone += piece.size;
                                context().written();
                                endBytes();
+                               endTemporary();
                            }));
 }
 
-bool FileTransfer::isAllWritten() const noexcept
+bool FileTransfer::areBytesOver() const noexcept
 {
-    return canWrite_ && reading_ == 0 && writing_ == 0 && unwritten_.empty() &&
-           end_ != std::numeric_limits<std::uint64_t>::max() && nextRead_ >= end_;
+    return canWrite_ && reading_ == 0 && unwritten_.empty() &&
+           end_ != std::numeric_limits<std::uint64_t>::max() && nextRead_ >= end_ &&
+           (writing_ == 0 || mayCloseBehindWrites());
+}
+
+/// Operations on one file are done in their order. What is to be replaced is looked at once more
+/// when everything is written.
+bool FileTransfer::mayCloseBehindWrites() const noexcept
+{
+    return arePermissionsKnown_ && !standing() && !context().isTargetLocal &&
+           temporaryPath() != entry().target;
 }
 
 void FileTransfer::endBytes()
 {
-    if (isAllWritten() && !areBytesOver_) {
+    if (areBytesOver() && !areBytesOver_) {
         areBytesOver_ = true;
         checkEnd();
     }
@@ -380,12 +425,12 @@ void FileTransfer::endBytes()
 /// nothing.
 void FileTransfer::checkEnd()
 {
-    if (written_ >= entry().attributes.size.value_or(0) || context().isSourceLocal) {
+    if (sent_ >= entry().attributes.size.value_or(0) || context().isSourceLocal) {
         wroteAll();
         return;
     }
     context().source.look(*sourceFile_, then<const Attributes&>([this](const auto& now) {
-        if (now.size && *now.size != written_) {
+        if (now.size && *now.size != sent_) {
             giveUp(FailureCode::Changed, entry().path, "it ended before its size");
         } else {
             wroteAll();
@@ -472,14 +517,14 @@ void FileTransfer::setTime()
     Attributes attributes;
     attributes.modTime = entry().attributes.modTime;
     // A system that writes when a file is closed is asked again.
-    context().target.setAttributes(*temporary_, attributes, whatever<>([](const Failure&) {}));
+    context().target.setAttributes(*temporary_, attributes, settling<>([](const Failure&) {}));
 }
 
 void FileTransfer::setPermissions()
 {
     Attributes attributes;
     attributes.permissions = finalPermissions();
-    context().target.setAttributes(*temporary_, attributes, whatever<>([this](const Failure& why) {
+    context().target.setAttributes(*temporary_, attributes, settling<>([this](const Failure& why) {
         // As far as the system has permissions at all.
         if (context().options.preservesPermissions) {
             keepOrLose(why, "the permissions");
@@ -497,24 +542,39 @@ void FileTransfer::keepOrLose(const Failure& why, const char* what)
 
 void FileTransfer::closeTemporary()
 {
-    context().target.close(*std::exchange(temporary_, std::nullopt), then<>([this] {
-        context().target.lookUp(temporaryPath(), then<const Attributes&>([this](const auto& now) {
-                                    checkWritten(now);
-                                }));
-    }));
+    const bool needsName = temporaryPath() != entry().target && !standing();
+    context().target.closeAndLook(
+        *std::exchange(temporary_, std::nullopt), temporaryPath(),
+        needsName ? entry().target : std::string(),
+        settling<const Attributes&, bool>(
+            [this](const Failure& why, const auto& now, bool isTargetFree) {
+                if (why) {
+                    giveUp(why);
+                } else {
+                    closed_ = now;
+                    noteTargetFree(isTargetFree);
+                }
+            }));
+}
+
+/// Goes on when everything that was asked of the file has been answered.
+void FileTransfer::endTemporary()
+{
+    if (closed_ && unsettled_ == 0 && writing_ == 0 && !isGivenUp()) {
+        checkWritten(*std::exchange(closed_, std::nullopt));
+    }
 }
 
 /// What a system could not keep after all shows when the file is closed. Others may have put a link
 /// of just that size there, which would be published.
 void FileTransfer::checkWritten(const Attributes& now)
 {
-    if (now.type && !isRegularFile(*now.type)) {
-        giveUp(FailureCode::Changed, temporaryPath(), "it is no longer the file that was written");
-    } else if (now.size && *now.size != written_) {
-        giveUp(FailureCode::Changed, temporaryPath(), "it has not the size of what was written");
+    if (!isAsWritten(now)) {
+        doubt(now);
     } else if (keepsTime(now)) {
         publish();
     } else {
+        noteTargetFree(false);
         Attributes attributes;
         attributes.modTime = entry().attributes.modTime;
         context().target.setAttributes(temporaryPath(), attributes,
@@ -522,6 +582,26 @@ void FileTransfer::checkWritten(const Attributes& now)
                                            keepOrLose(why, "the modification time");
                                            publish();
                                        }));
+    }
+}
+
+bool FileTransfer::isAsWritten(const Attributes& now) const
+{
+    return (!now.type || isRegularFile(*now.type)) && (!now.size || *now.size == written_);
+}
+
+/// What was asked for behind the closing may have been answered too early.
+void FileTransfer::doubt(const Attributes& now)
+{
+    if (!std::exchange(isDoubted_, true)) {
+        noteTargetFree(false);
+        context().target.lookUp(temporaryPath(), then<const Attributes&>([this](const auto& again) {
+                                    checkWritten(again);
+                                }));
+    } else if (now.type && !isRegularFile(*now.type)) {
+        giveUp(FailureCode::Changed, temporaryPath(), "it is no longer the file that was written");
+    } else {
+        giveUp(FailureCode::Changed, temporaryPath(), "it has not the size of what was written");
     }
 }
 

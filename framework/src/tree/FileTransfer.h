@@ -79,6 +79,19 @@ protected:
     void refusedName(const Failure& why) override;
 
 private:
+    /// As whatever(), for what the hidden file must not be published before.
+    template <class... Results, class Next>
+    StorageSystemQueue::Completion<Results...> settling(Next next)
+    {
+        ++unsettled_;
+        return whatever<Results...>(
+            [this, next = std::move(next)](const Failure& failure, Results... results) mutable {
+                --unsettled_;
+                next(failure, std::forward<Results>(results)...);
+                endTemporary();
+            });
+    }
+
     struct Piece
     {
         Buffer buffer;
@@ -98,6 +111,8 @@ private:
     void giveUpOnlyInPlace(const Failure& why);
     void createdTemporary(File file);
     void lookedAtTemporary(const Attributes& made);
+    void foreseePermissions();
+    void checkForeseen();
     bool isSecret() const;
     Permissions permissionsWhileFilled() const;
     void narrowTo(Permissions permissions);
@@ -105,11 +120,15 @@ private:
     void take(const Piece& piece);
     void writeInOrder();
     void write(const Piece& piece);
-    bool isAllWritten() const noexcept;
+    bool areBytesOver() const noexcept;
+    bool mayCloseBehindWrites() const noexcept;
     void endBytes();
     void checkEnd();
     void takeOwner();
+    void endTemporary();
     void checkWritten(const Attributes& now);
+    bool isAsWritten(const Attributes& now) const;
+    void doubt(const Attributes& now);
     bool keepsTime(const Attributes& now) const;
 
     std::optional<File> sourceFile_;
@@ -133,11 +152,16 @@ private:
     std::uint64_t firstSize_ = 0;
     bool areBytesOver_ = false;
     std::uint64_t reached_ = 0; ///< How far the file was seen to go.
+    std::uint64_t sent_ = 0;    ///< Given to be written.
     std::uint64_t written_ = 0;
     Permissions made_; ///< What the system gave to the new file.
     Permissions now_;  ///< What it has.
     std::optional<StorageSystemOwner> madeOwner_;
     bool hasItsGroup_ = false;
+    bool arePermissionsKnown_ = false; ///< made_ and now_ are true, or hold until they are seen.
+    std::size_t unsettled_ = 0;        ///< Operations on the hidden file, but for writes.
+    std::optional<Attributes> closed_; ///< What it was seen to be behind its closing.
+    bool isDoubted_ = false;
 };
 
 } // namespace FileSystem

@@ -619,6 +619,10 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
     const auto kept = *found;
     transfers_.erase(found);
     work_.end();
+    if (transfer.isToBeRepeated()) {
+        beginTransfer(TreeEntry(transfer.entry()), parent, transfer.mustBeNew());
+        return;
+    }
     finishEntry(parent);
     if (transfer.outcome() == EntryTransfer::Outcome::Failed) {
         if (!context_->isStopped || transfer.failure().code() != FailureCode::Cancelled) {

@@ -160,6 +160,43 @@ TEST_P(QueueContract, ReadsRangesOfAFile)
     queue().finish();
 }
 
+TEST_P(QueueContract, LooksAtAFileThatItCloses)
+{
+    makeFile("standing");
+    const std::string name = path("new");
+    for (const std::string newName : {"standing", "free"}) {
+        const File file = open(name, OpenFlag::Write | OpenFlag::Create);
+        queue().write(file, 0, "12345", 5, expectSuccess());
+        std::optional<bool> isFree;
+        queue().closeAndLook(file, name, path(newName),
+                             [&](const Failure& failure, const auto& attributes, bool isNewFree) {
+                                 EXPECT_FALSE(failure) << failure.message();
+                                 EXPECT_EQ(attributes.size, 5U);
+                                 EXPECT_EQ(attributes.type, Types(FileType::Regular));
+                                 isFree = isNewFree;
+                             });
+        queue().finish();
+        ASSERT_TRUE(isFree);
+        EXPECT_FALSE(*isFree && newName == "standing");
+        queue().close(file, [](const Failure& failure) { EXPECT_TRUE(failure); });
+        queue().finish();
+    }
+    queue().renameToFree(name, path("free"), expectSuccess());
+    queue().finish();
+    EXPECT_EQ(lookUp(path("free"))->size, 5U);
+    EXPECT_FALSE(lookUp(name));
+}
+
+TEST_P(QueueContract, FailsToLookAtAFileThatItDoesNotHave)
+{
+    queue().closeAndLook(File{77}, path("none"), {},
+                         [](const Failure& failure, const auto&, bool isFree) {
+                             EXPECT_EQ(failure.code(), FailureCode::BadName);
+                             EXPECT_FALSE(isFree);
+                         });
+    queue().finish();
+}
+
 TEST_P(QueueContract, ReadsNothingAtTheEndOfAFile)
 {
     const File file = open(makeFile("file", "12345"), OpenFlag::Read);
