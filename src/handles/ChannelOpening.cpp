@@ -14,6 +14,9 @@ namespace {
 // How long a server may take to close a channel. Then it is asked all the same.
 constexpr std::chrono::seconds closingLimit{2};
 
+// The end of what ran on a channel that was given back is not seen here.
+constexpr std::chrono::milliseconds untilNextTry{20};
+
 } // namespace
 
 ChannelOpening::ChannelOpening(SSHHandleChannel& channel, Renew renew)
@@ -31,13 +34,14 @@ int ChannelOpening::advance()
     }
     const int result = ask();
     const bool isRefused = result != SSH_OK && result != SSH_AGAIN;
-    return isRefused && step_ == Step::Asking && makeRoom() ? SSH_AGAIN : result;
+    return isRefused && asksAgain() ? SSH_AGAIN : result;
 }
 
 int ChannelOpening::finish()
 {
+    asksOthers_ = false;
     int result = advance();
-    while (result == SSH_AGAIN && step_ == Step::MakingRoom) {
+    while (result == SSH_AGAIN && isMakingRoom()) {
         std::this_thread::sleep_for(SSHCallLimits::pause);
         result = advance();
     }
@@ -57,17 +61,38 @@ int ChannelOpening::ask()
     return result;
 }
 
-/// False: nothing is to be given up, or there is no new channel.
-bool ChannelOpening::makeRoom()
+/// False: nothing is to be given up, or it was given up in vain.
+bool ChannelOpening::asksAgain()
 {
     auto* const session = channel_.getSession();
-    const bool isConnected = session != nullptr && ssh_is_connected(session->getResource()) != 0;
-    if (renew_ == nullptr || !isConnected || !session->closeSpares() || !renew_()) {
+    if (renew_ == nullptr || session == nullptr || ssh_is_connected(session->getResource()) == 0) {
+        return false;
+    }
+    const auto now = Clock::now();
+    if (step_ == Step::Asking) {
+        deadline_ = now + closingLimit;
+        nextTry_ = now;
+    } else {
+        nextTry_ = now + untilNextTry;
+    }
+    const bool isWorthIt =
+        step_ == Step::Asking ? makeRoom(*session) : areOthersAsked_ && nextTry_ < deadline_;
+    if (!isWorthIt || !renew_()) {
         return false;
     }
     step_ = Step::MakingRoom;
-    deadline_ = Clock::now() + closingLimit;
     return true;
+}
+
+bool ChannelOpening::makeRoom(SSHHandleSession& session)
+{
+    auto& extra = *session.extraChannels();
+    // What one of them has closed just now may count over there.
+    areOthersAsked_ = asksOthers_ && extra.users > 0;
+    if (areOthersAsked_) {
+        ++extra.timesAsked;
+    }
+    return session.closeSpares() || areOthersAsked_;
 }
 
 /// Takes in what has come for any channel.
@@ -76,9 +101,13 @@ bool ChannelOpening::hasRoom()
     auto* const session = channel_.getSession();
     const ssh_channel channel = channel_.getResource();
     const SessionBlockingGuard guard(channel, 0);
-    const bool hasEnded = ssh_channel_poll(channel, 0) == SSH_ERROR;
-    return hasEnded || session == nullptr || session->areSparesClosed() ||
-           Clock::now() >= deadline_;
+    const bool hasEnded = ssh_channel_poll(channel, 0) == SSH_ERROR || session == nullptr;
+    const auto now = Clock::now();
+    if (hasEnded || now >= deadline_) {
+        return true;
+    }
+    const bool isGivenBack = !areOthersAsked_ || session->extraChannels()->count == 0;
+    return session->areSparesClosed() && isGivenBack && now >= nextTry_;
 }
 
 } // namespace Tarnis

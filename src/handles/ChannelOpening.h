@@ -7,9 +7,11 @@
 
 namespace Tarnis {
 
+class SSHHandleSession;
+
 /// Opens a channel. Where the server refuses, the channels that the session keeps for later are
-/// closed, and once the server has closed them, too, it is asked again: servers count a channel
-/// until whatever ran on it has ended.
+/// closed, and those who have several at once are asked to give them back. Then the server is asked
+/// again: it counts a channel until whatever ran on it has ended.
 class ChannelOpening
 {
 public:
@@ -24,8 +26,12 @@ public:
     /// SSH_AGAIN: call this again. To be called under the lock.
     int advance();
 
-    /// The same in blocking mode, to its end.
+    /// The same in blocking mode, to its end. Asks nobody to give back a channel: they could not
+    /// without the lock.
     int finish();
+
+    /// Whether others are to give their channels back first, which they need the lock for.
+    bool isMakingRoom() const noexcept { return step_ == Step::MakingRoom; }
 
     /// Whether the server was asked and has not answered.
     bool isAsked() const noexcept { return isAsked_; }
@@ -41,13 +47,17 @@ private:
     using Clock = std::chrono::steady_clock;
 
     int ask();
-    bool makeRoom();
+    bool asksAgain();
+    bool makeRoom(SSHHandleSession& session);
     bool hasRoom();
 
     SSHHandleChannel& channel_;
     Renew renew_;
     Step step_ = Step::Asking;
     bool isAsked_ = false;
+    bool asksOthers_ = true;
+    bool areOthersAsked_ = false;
+    Clock::time_point nextTry_;
     Clock::time_point deadline_;
 };
 

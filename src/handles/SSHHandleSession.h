@@ -1,5 +1,6 @@
 #pragma once
 
+#include "handles/ExtraChannels.h"
 #include "handles/SSHHandleObjectWrapper.h"
 #include "handles/SpareChannel.h"
 
@@ -81,6 +82,9 @@ public:
     /// Whether the server has closed them, too.
     bool areSparesClosed();
 
+    /// Shared with those who have any.
+    const std::shared_ptr<ExtraChannels>& extraChannels() const noexcept { return extra_; }
+
 protected:
     void do_invalidate() override;
 
@@ -89,6 +93,7 @@ private:
     std::optional<std::string> text_;
     std::vector<std::shared_ptr<SSHHandleChannel>> abandoned_;
     std::vector<std::unique_ptr<SpareChannel>> closing_;
+    std::shared_ptr<ExtraChannels> extra_ = std::make_shared<ExtraChannels>();
 };
 
 } // namespace Tarnis

@@ -68,12 +68,16 @@ SFTPQueue::SFTPQueue(std::shared_ptr<SSHHandleSFTPSession> sftp,
     : sftp_(std::move(sftp))
     , system_(system)
     , isAlive_(std::move(isAlive))
+    , extra_(std::make_shared<ExtraChannels>(ExtraChannels{1, 0, 0}))
 {}
 
 SFTPQueue::~SFTPQueue()
 {
     try {
+        const auto lock = sftp_->getLock();
         leaveSpare();
+        countExtraLanes(0);
+        --extra_->users;
     } catch (...) {
         // The next queue opens one of its own.
     }
@@ -108,6 +112,11 @@ bool SFTPQueue::open()
 bool SFTPQueue::takeSpare()
 {
     auto lock = sftp_->getLock();
+    if (SSHHandleSession* const session = sftp_->isValid() ? sftp_->getSession() : nullptr) {
+        extra_ = session->extraChannels();
+        timesAsked_ = extra_->timesAsked;
+        ++extra_->users;
+    }
     // Only leaveSpare() keeps any.
     std::unique_ptr<SFTPConnection> connection(
         static_cast<SFTPConnection*>(sftp_->takeSpare().release()));

@@ -152,6 +152,8 @@ private:
     std::size_t lanesAllowed(const SSHHandleSession& session) const;
     bool isToBeGivenBack(const SFTPLane& lane) const;
     void noteRefusedLane();
+    void leaveLanesToOthers();
+    void countExtraLanes(std::size_t count);
     void advanceLanes();
     void endIfAbandoned();
     void dispatch();
@@ -248,7 +250,10 @@ private:
     std::deque<SFTPConnection::Answered> answers_;
     bool isPumping_ = false;
     bool isFar_ = false;    ///< So that more than one channel may be worth it.
-    bool opensMore_ = true; ///< The server has not refused a channel yet.
+    bool opensMore_ = true; ///< No channel was refused yet, to this queue or to anybody else.
+    std::shared_ptr<ExtraChannels> extra_; ///< The session's.
+    std::uint64_t timesAsked_ = 0;         ///< For them, when this queue gave some back.
+    std::size_t countedLanes_ = 0;         ///< Of this queue among them.
     std::deque<Parked> parked_;
     std::size_t opened_ = 0;  ///< Files and directories that the server has open for the queue.
     std::size_t closing_ = 0; ///< Of them, how many are being closed.

@@ -94,14 +94,18 @@ bool SFTPQueue::dispatchAny()
 SFTPQueue::Lane SFTPQueue::leastLoaded() const
 {
     const auto load = [](const SFTPLane& lane) {
-        return std::make_tuple(lane.isLeaving, lane.bytes, lane.handles,
-                               lane.connection->inFlight());
+        return std::make_tuple(lane.bytes, lane.handles, lane.connection->inFlight());
     };
+    const bool isAnyStaying = std::any_of(lanes_.begin(), lanes_.end(), [](const Lane& lane) {
+        return lane->isReady() && !lane->isLeaving;
+    });
     Lane best;
     bool isAnyLeft = false;
     for (const Lane& lane : lanes_) {
         isAnyLeft = isAnyLeft || !lane->connection->isOver();
-        if (lane->isReady() && lane->hasRoom() && (best == nullptr || load(*lane) < load(*best))) {
+        const bool isToTake =
+            lane->isReady() && lane->hasRoom() && !(isAnyStaying && lane->isLeaving);
+        if (isToTake && (best == nullptr || load(*lane) < load(*best))) {
             best = lane;
         }
     }
@@ -168,6 +172,7 @@ std::size_t SFTPQueue::mostChannels(SFTPServerKind server) noexcept
 /// Lets go of the lanes that are over, or not worth it any more; of one at least never.
 void SFTPQueue::giveBackLanes()
 {
+    leaveLanesToOthers();
     for (std::size_t index = lanes_.size(); index-- > 0 && lanes_.size() > 1;) {
         const Lane lane = lanes_[index];
         if (lane->connection->phase() == SFTPConnection::Phase::Refused) {
@@ -178,6 +183,27 @@ void SFTPQueue::giveBackLanes()
             lane->connection.reset();
         }
     }
+    countExtraLanes(lanes_.size() - 1);
+}
+
+/// Somebody else has no channel at all.
+void SFTPQueue::leaveLanesToOthers()
+{
+    if (std::exchange(timesAsked_, extra_->timesAsked) == extra_->timesAsked) {
+        return;
+    }
+    opensMore_ = false;
+    const auto first = std::find_if(lanes_.begin(), lanes_.end(),
+                                    [](const Lane& lane) { return !lane->connection->isOver(); });
+    for (const Lane& lane : lanes_) {
+        lane->isLeaving = first != lanes_.end() && lane != *first;
+    }
+}
+
+void SFTPQueue::countExtraLanes(std::size_t count)
+{
+    extra_->count += count - countedLanes_;
+    countedLanes_ = count;
 }
 
 bool SFTPQueue::isToBeGivenBack(const SFTPLane& lane) const

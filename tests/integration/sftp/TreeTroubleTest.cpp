@@ -7,10 +7,13 @@
 
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/TreeOperations.h>
+#include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -285,17 +288,28 @@ TEST_P(TreeTroubleTest, AnObserverThatThrowsLeavesNothingHidden)
     expectNextWorks();
 }
 
-TEST_P(TreeTroubleTest, EightThreadsCopyOverOneSession)
+TEST_P(TreeTroubleTest, EightThreadsCopyOverOneSessionBesideCommands)
 {
+    // Far away each would have several channels, and the server opens ten.
+    proxy().setDelay(TcpProxy::ToServer, std::chrono::milliseconds(5));
+    proxy().setDelay(TcpProxy::ToClient, std::chrono::milliseconds(5));
     constexpr int threads = 8;
+    std::atomic<int> running{threads};
     std::vector<std::thread> copies;
     for (int number = 0; number < threads; ++number) {
-        copies.emplace_back([this, place = targetOf(number)] {
+        copies.emplace_back([this, &running, place = targetOf(number)] {
             Trouble told;
             const auto report = copyTo(place, told);
             EXPECT_TRUE(report.isComplete()) << report.failure.message();
+            --running;
         });
     }
+    do {
+        const auto result = client().session().execute("echo beside");
+        EXPECT_EQ(result.output, "beside\n") << Failure::last().message();
+        const auto process = client().session().createProcess("true");
+        EXPECT_TRUE(process->start()) << Failure::last().message();
+    } while (running > 0);
     for (auto& copy : copies) {
         copy.join();
     }
