@@ -19,7 +19,7 @@ struct CopyContext
 {
     using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
 
-    /// Of what was read and is not written yet.
+    /// Of what is read to be compared.
     static constexpr std::uint64_t mostBytesHeld = 32U << 20U;
 
     StorageSystemQueue& source;

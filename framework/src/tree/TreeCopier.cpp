@@ -223,11 +223,12 @@ void TreeCopier::beginStep()
     }
 }
 
-/// The files that were begun first are read first, as far as the memory goes.
+/// The files that were begun first are read first.
 void TreeCopier::beginReads()
 {
+    limit_.note(context_->bytesDone);
     for (const auto& reader : readers_) {
-        while (context_->bytesHeld < CopyContext::mostBytesHeld && reader->wantsToRead()) {
+        while (context_->bytesHeld < limit_.bytes() && reader->wantsToRead()) {
             reader->readNext();
         }
     }

@@ -4,6 +4,7 @@
 #include "tree/CopyContext.h"
 #include "tree/DirectoryReader.h"
 #include "tree/EntryTransfer.h"
+#include "tree/FlightLimit.h"
 #include "tree/TreeWork.h"
 
 #include <cstddef>
@@ -85,6 +86,7 @@ private:
     TreeCopyOptions options_;
     /// Counts the buffers of what is in flight, so it comes before the queues.
     std::unique_ptr<CopyContext> context_;
+    FlightLimit limit_;
     TreeWork work_;
     bool areStopped_ = false;
     std::set<std::string> targets_; ///< Of what was named.

@@ -68,6 +68,17 @@ TEST_F(TransferTest, PutThatIsInterruptedLeavesNothing)
     EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files"));
 }
 
+TEST_F(TransferTest, OnASlowLineNotMuchIsWaitedForAfterAnInterrupt)
+{
+    slowDown(kSize / 40);
+    here().write("f", pseudoRandomBytes(1, kSize));
+    const auto tool = begin(setup("put", {here().file("f"), slowly("")}), there().path());
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("no half-written file has taken its name"));
+    EXPECT_THAT(namesIn(there().path()), IsEmpty());
+}
+
 TEST_F(TransferTest, GetThatIsInterruptedLeavesNothing)
 {
     there().write("f", pseudoRandomBytes(1, kSize));
