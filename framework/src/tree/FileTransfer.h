@@ -26,6 +26,9 @@ public:
     /// Whether there is more to be read now. Reading is begun by whoever looks after the memory.
     bool wantsToRead() const noexcept;
 
+    /// Whether what is read can be written at once.
+    bool hasTarget() const noexcept { return canWrite_; }
+
     /// Begins to read the next piece.
     void readNext();
 

@@ -195,7 +195,8 @@ void InPlaceTransfer::goOnAfterLook()
         FileTransfer::goOnAfterLook();
         return;
     }
-    if (written() >= now_.size.value_or(0) || written() >= source_.size.value_or(0)) {
+    const bool wasCut = source_.size && written() >= *source_.size;
+    if (wasCut || written() >= now_.size.value_or(0)) {
         finish();
         return;
     }

@@ -63,6 +63,9 @@ private:
     const CLI::Option* exclude_ = nullptr;
 };
 
+/// In the place of a local path: standard input, or standard output.
+constexpr const char* standardStream = "-";
+
 /// The remote paths, with patterns replaced by what they stand for. One that stands for nothing is
 /// reported. Throws Failure when the connection is lost.
 Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths);

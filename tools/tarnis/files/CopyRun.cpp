@@ -1,5 +1,6 @@
 #include "files/CopyRun.h"
 
+#include "files/CopyFailure.h"
 #include "files/CopyLoss.h"
 #include "files/EntryNames.h"
 #include "files/FileCommand.h"
@@ -45,14 +46,6 @@ bool isRegularFile(const TreeEntry& entry)
 std::string counted(std::uint64_t count, const char* one, const char* many)
 {
     return std::to_string(count) + ' ' + (count == 1 ? one : many);
-}
-
-/// The cause, and the path that it is about where that is neither end of the copy.
-std::string reasonOf(const TreeEntry& entry, const FileSystem::Failure& why)
-{
-    const std::string& about = why.entry();
-    const bool isOwn = about.empty() || about == entry.path || about == entry.target;
-    return (isOwn ? "" : textOf(about) + ": ") + why.cause();
 }
 
 } // namespace
@@ -297,7 +290,9 @@ Failure CopyRun::failureOf(const TreeEntry& entry, const FileSystem::Failure& wh
     if (why.code() == FailureCode::NotCopyable && why.entry() == entry.path) {
         return from_.refusal(cannotCopy, entry.path, notCopyable);
     }
-    return isDirectory(entry) ? directoryFailure(entry, why) : fileFailure(entry, why);
+    return isDirectory(entry)
+               ? directoryFailure(entry, why)
+               : copyFailure(from_.display(entry.path), entry.path, to_, entry.target, why);
 }
 
 Failure CopyRun::directoryFailure(const TreeEntry& entry, const FileSystem::Failure& why)
@@ -321,47 +316,6 @@ Failure CopyRun::directoryFailure(const TreeEntry& entry, const FileSystem::Fail
     return to_.failureBecause("cannot make the directory", entry.target, why,
                               isTaken ? "something else stands there"
                                       : to_.writingProblem(entry.target));
-}
-
-Failure CopyRun::fileFailure(const TreeEntry& entry, const FileSystem::Failure& why)
-{
-    const auto hint = hintAt(entry, why);
-    return {FailureKind::FileProblem, cannotCopy,
-            from_.display(entry.path) + " to " + to_.display(entry.target),
-            hint.empty() ? reasonOf(entry, why) : joinReasons(hint, why.text())};
-}
-
-/// What the program knows itself; what the library says for its own callers is said in the
-/// program's words. Empty for nothing.
-std::string CopyRun::hintAt(const TreeEntry& entry, const FileSystem::Failure& why)
-{
-    if (why.code() == FailureCode::OnlyInPlace && why.entry() == entry.target) {
-        return hintAtInPlace(entry.target);
-    }
-    if (why.code() == FailureCode::Exists) {
-        // The library knows of the sources of this call.
-        const bool isKnown = why.path() == entry.target && !why.text().empty();
-        return isKnown ? why.text()
-                       : "another source of this call has gone there, or somebody else's file has "
-                         "come";
-    }
-    if (why.code() == FailureCode::NotCopyable) {
-        return "a pipe, a socket or a device stands there, or is where the link leads: that is not "
-               "replaced";
-    }
-    // What is not there may be the directory that the file was to go to.
-    const bool isUnexplained =
-        why.code() == FailureCode::Other || why.code() == FailureCode::NotFound;
-    return isUnexplained ? to_.writingProblem(entry.target) : "";
-}
-
-/// What writing in place may do about it.
-std::string CopyRun::hintAtInPlace(const std::string& target) const
-{
-    return to_.system().fileType(target)
-               ? "no file can be made beside it; --inplace writes into the file itself"
-               : "no hidden file beside it can be made or gets its name; --inplace makes it under "
-                 "its own";
 }
 
 void CopyRun::tell(const char* what, const std::string& path)
@@ -410,19 +364,15 @@ void CopyRun::throwIfCancelled()
     flushOutput();
     throw Failure(FailureKind::Cancelled, "interrupted after",
                   counted(doneFiles_, "file", "files") + ", " + humanSize(doneBytes_),
-                  remote_.isAlive()
-                      ? whatIsHalfWritten()
-                      : "the connection was given up; a part of a file may be left there");
+                  leftByInterruption(remote_.isAlive(), whatIsHalfWritten()));
 }
 
+/// Empty for nothing.
 std::string CopyRun::whatIsHalfWritten() const
 {
-    if (unfinished_.empty()) {
-        return "no half-written file has taken its name";
-    }
-    const bool isOne = unfinished_.size() == 1;
-    return (isOne ? to_.display(*unfinished_.begin()) : "files that were not complete") +
-           " may be half-written";
+    return unfinished_.empty()       ? ""
+           : unfinished_.size() == 1 ? to_.display(*unfinished_.begin())
+                                     : "what was not complete";
 }
 
 } // namespace TarnisTool

@@ -54,9 +54,6 @@ private:
     FileSystem::TreeCopyOptions engineOptions() const;
     Failure failureOf(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
     Failure directoryFailure(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
-    Failure fileFailure(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
-    std::string hintAt(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
-    std::string hintAtInPlace(const std::string& target) const;
     void tell(const char* what, const std::string& path);
     void sumUp(const FileSystem::TreeReport& report);
     void note(const std::string& failure);

@@ -16,6 +16,9 @@ public:
     /// \param sourceCount several can only go into a directory: throws Failure otherwise.
     Destination(Place& place, const std::string& target, std::size_t sourceCount);
 
+    /// Whether things go into the target.
+    bool isDirectory() const noexcept { return isDirectory_; }
+
     /// The path for one source. What has no name of its own ("/", "..") brings what it holds into
     /// the directory itself.
     std::string pathFor(const std::string& source) const;

@@ -8,6 +8,12 @@
 
 namespace TarnisTool {
 
+namespace {
+
+constexpr const char* onlyOne = "only one file goes to standard output";
+
+} // namespace
+
 GetCommand::GetCommand(CLI::App& program)
     : CopyCommand(program, "get", "Copy remote files to this machine", "host:path... [local path]",
                   1)
@@ -16,6 +22,7 @@ GetCommand::GetCommand(CLI::App& program)
     commandLine().footer(
         "The last of several paths is the local one; without it: the current directory. Into a\n"
         "directory, files go under their own names. Each part of a remote path may be a pattern.\n"
+        "The local path \"-\" is standard output, for one file.\n"
         "A file takes its name when it is complete; what stood there is replaced, also a symbolic "
         "link.\n\n"
         "Example: tarnis get -rp alice@example.org:project .");
@@ -28,6 +35,10 @@ int GetCommand::copy(const std::vector<std::string>& operands)
     requireLocalPath(target, "get copies to this machine, and the last path is local");
     const auto paths =
         remotePaths({operands.begin(), hasTarget ? operands.end() - 1 : operands.end()});
+    const bool isToOutput = target == standardStream;
+    if (isToOutput && paths.size() > 1) {
+        throw UsageError(onlyOne);
+    }
     // In this order: secrets and the target may be descriptors that the user passed, and none of
     // them is to be mistaken for what is opened here.
     const LoginSecrets secrets = LoginSecrets::fetch(loginOptions());
@@ -38,6 +49,10 @@ int GetCommand::copy(const std::vector<std::string>& operands)
     if (isOne && stream.kind() != TargetKind::Ordinary) {
         writeInto(stream, remote, sources.ids.front());
         return sources.isComplete ? ExitCode::success : ExitCode::failure;
+    }
+    if (isToOutput && !sources.ids.empty()) {
+        throw Failure(FailureKind::FileProblem, "cannot copy",
+                      remote.display(fileIdOf(paths.front().path)), onlyOne);
     }
     LocalPlace local;
     return copyAll(remote, remote, sources, local, target);

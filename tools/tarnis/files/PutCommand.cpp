@@ -1,9 +1,12 @@
 #include "files/PutCommand.h"
 
 #include "Failure.h"
+#include "files/InputCopy.h"
 #include "files/LocalPlace.h"
 
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
 
 namespace TarnisTool {
 
@@ -14,6 +17,7 @@ PutCommand::PutCommand(CLI::App& program)
     declareResume();
     commandLine().footer(
         "Into a directory (\"host:\" is the login directory), files go under their own names. A\n"
+        "local path \"-\" is standard input, which is read to its end.\n"
         "file takes its name when it is complete; a file or link that stood there is replaced.\n"
         "With --resume, a file there that is the beginning of the source has the name of the part\n"
         "meanwhile (\".NAME.tarnis-part\"), and keeps it after a lost connection, a second Ctrl-C\n"
@@ -23,6 +27,9 @@ PutCommand::PutCommand(CLI::App& program)
 
 int PutCommand::copy(const std::vector<std::string>& operands)
 {
+    if (std::count(operands.begin(), operands.end() - 1, standardStream) != 0) {
+        return putInput(operands);
+    }
     const RemotePath target = remotePath(operands.back());
     Sources sources;
     for (auto path = operands.begin(); path != operands.end() - 1; ++path) {
@@ -35,6 +42,26 @@ int PutCommand::copy(const std::vector<std::string>& operands)
     RemotePlace remote(target.target, loginOptions());
     LocalPlace local;
     return copyAll(remote, local, sources, remote, target.path);
+}
+
+int PutCommand::putInput(const std::vector<std::string>& operands)
+{
+    const CopyOptions& how = options();
+    const bool isTree = operands.size() > 2 || how.isRecursive || how.preserves || how.resumes;
+    if (isTree || how.updates || how.keepsStanding || how.isDryRun || how.inFlight != 0) {
+        throw UsageError("standard input (\"-\") goes alone, and with --inplace at most");
+    }
+    const RemotePath target = remotePath(operands.back());
+    RemotePlace remote(target.target, loginOptions());
+    const Destination destination(remote, target.path, 1);
+    const std::string id = fileIdOf(target.path);
+    if (destination.isDirectory()) {
+        remote.refuse("cannot copy standard input to", id,
+                      "a directory is there, and standard input has no name");
+    }
+    const Cancellation cancellation(remote.session());
+    const bool isComplete = InputCopy(remote, id, how.isInPlace, cancellation).run();
+    return isComplete ? ExitCode::success : ExitCode::failure;
 }
 
 } // namespace TarnisTool

@@ -14,6 +14,7 @@ public:
     explicit PutCommand(CLI::App& program);
 
 private:
+    int putInput(const std::vector<std::string>& operands);
     int copy(const std::vector<std::string>& operands) override;
 };
 

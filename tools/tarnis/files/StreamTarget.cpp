@@ -78,7 +78,9 @@ void throwIfCancelled(const std::string& path, const Cancellation& cancellation)
 StreamTarget::StreamTarget(std::string path)
     : path_(std::move(path))
 {
-    if (const auto number = descriptorAt(path_)) {
+    const bool isOutput = path_ == "-";
+    if (const auto number = isOutput ? std::optional(STDOUT_FILENO) : descriptorAt(path_)) {
+        path_ = isOutput ? "standard output" : path_;
         isDescriptor_ = true;
         // What stands in the place of a closed stream would take everything and keep nothing.
         if (wasClosed(*number)) {

@@ -17,7 +17,9 @@ enum class TargetKind
     Refused,  ///< A disk or a socket: neither is done.
 };
 
-/// A path of this machine that one file is to go to. Links are followed: "/dev/stdout" is one.
+/// A path of this machine that one file is to go to, or "-" for standard output. Links are
+/// followed:
+/// "/dev/stdout" is one.
 ///
 /// To be made before the program opens anything of its own: where the path is one of the program's
 /// descriptors, it is taken hold of at once. Later its number may be that of the connection.

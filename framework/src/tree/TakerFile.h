@@ -1,37 +1,40 @@
 #pragma once
 
+#include <FileSystem/FileStreams.h>
 #include <FileSystem/FileSystem2File.h>
 #include <FileSystem/LocalFileSystem.h>
 
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 
-namespace TarnisTool {
+namespace FileSystem {
 
 /// An open file that hands what is written to it, in order, to somebody who is no file: so a copy,
 /// which knows how to read fast, can be used for more than copying.
-class SinkFile : public FileSystem::FileSystem2File
+class TakerFile final : public FileSystem2File
 {
 public:
-    /// Takes the bytes; false: no more are wanted, which fails the write.
-    using Consumer = std::function<bool(const char* bytes, std::uint64_t size)>;
+    /// \param taker must outlive this.
+    explicit TakerFile(const ByteTaker& taker);
+    TakerFile(const TakerFile&) = delete;
+    TakerFile& operator=(const TakerFile&) = delete;
+    ~TakerFile() override;
 
-    explicit SinkFile(Consumer consumer);
-    SinkFile(const SinkFile&) = delete;
-    SinkFile& operator=(const SinkFile&) = delete;
-    ~SinkFile() override;
+    /// Whether no more bytes were wanted.
+    bool isOver() const noexcept { return isOver_; }
+
+    /// How many were taken.
+    std::uint64_t taken() const noexcept { return position_; }
 
 private:
     bool do_isValid() const override { return true; }
 
     std::string do_fileId() override { return {}; }
 
-    Utilities::Flags<FileSystem::StorageSystemFileOpenModeFlag> do_mode() override
+    Utilities::Flags<StorageSystemFileOpenModeFlag> do_mode() override
     {
-        return FileSystem::StorageSystemFileOpenModeFlag::Write;
+        return StorageSystemFileOpenModeFlag::Write;
     }
 
     bool do_eof() const override { return false; }
@@ -46,11 +49,12 @@ private:
 
     std::uint64_t do_write(const char* buffer, std::uint64_t size) const override;
 
-    const FileSystem::FileSystem2& do_fileSystem() const override { return system_; }
+    const FileSystem2& do_fileSystem() const override { return system_; }
 
-    Consumer consumer_;
+    const ByteTaker& taker_;
+    mutable bool isOver_ = false;
     mutable std::uint64_t position_ = 0;
-    FileSystem::LocalFileSystem system_;
+    LocalFileSystem system_;
 };
 
-} // namespace TarnisTool
+} // namespace FileSystem

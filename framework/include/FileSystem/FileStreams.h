@@ -1,0 +1,64 @@
+#pragma once
+
+#include <FileSystem/Export.h>
+#include <FileSystem/StorageSystemFlags.h>
+#include <FileSystem/StorageSystemRecords.h>
+#include <Utilities/Flags.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace FileSystem {
+
+class StorageSystem;
+
+// A file that is written from, or read into, something that is no file.
+
+/// Gives the next bytes of what is to be written: how many, at most `size`, and none at the end.
+/// Empty: they cannot be had, and the file is not to be made.
+using ByteGiver = std::function<std::optional<std::size_t>(char* buffer, std::size_t size)>;
+
+/// Takes the next bytes of a file. False: no more of them are wanted.
+using ByteTaker = std::function<bool(const char* bytes, std::size_t size)>;
+
+/// Told how many bytes of a file are done; false: stop.
+using ByteProgress = std::function<bool(std::uint64_t done)>;
+
+/// How a file is written.
+struct WriteFileOptions
+{
+    /// Of a new file, less the umask.
+    Utilities::Flags<PosixFilePermissionFlag> permissions{0666U};
+    /// As StorageSystemCopyOptionFlag::InPlace.
+    bool isInPlace = false;
+    /// Called at least ten times a second, unless the giver takes longer.
+    ByteProgress progress = {};
+};
+
+/// Writes a file with all that a giver gives, several pieces at the same time. It appears under its
+/// name complete or not at all, and replaces a file or a link there as copyTree() does, with the
+/// same promises.
+///
+/// Calls the functions on the calling thread, one after the other, until the giver is at its end or
+/// the writing ends; what they throw is passed on, and nothing is left behind.
+/// \return false: nothing was written, or, with NotRemoved, not all of what it replaced is gone.
+///         Cancelled where a function said stop.
+[[nodiscard]] FILESYSTEM_EXPORT bool writeFile(const StorageSystem& system, const std::string& path,
+                                               const ByteGiver& giver,
+                                               const WriteFileOptions& options = {});
+
+/// Hands a file to a taker, from its start to its end, in order and without a hole; what comes next
+/// is read ahead. What the file becomes meanwhile is handed on as it was met.
+///
+/// Calls the functions on the calling thread, one after the other; what they throw is passed on.
+/// \param progress called at the start, after every step and at the end.
+/// \return false: it was not handed on to its end, for the system's reason, or Changed where it
+///         ended before its size. Cancelled where a function said stop.
+[[nodiscard]] FILESYSTEM_EXPORT bool readFile(const StorageSystem& system, const std::string& path,
+                                              const ByteTaker& taker,
+                                              const ByteProgress& progress = {});
+
+} // namespace FileSystem

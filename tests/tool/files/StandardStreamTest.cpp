@@ -1,0 +1,189 @@
+// `tarnis put - host:file` and `tarnis get host:file -`: standard input and standard output.
+
+#include "support/PseudoRandom.h"
+#include "support/TcpProxy.h"
+#include "tool/files/FilesTest.h"
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+
+namespace TarnisTest {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class StandardStreamTest : public FilesTest
+{
+protected:
+    ToolSetup putting(const std::string& target, const std::vector<std::string>& options = {}) const
+    {
+        std::vector<std::string> arguments = options;
+        arguments.insert(arguments.end(), {"-", target});
+        ToolSetup setup = FilesTest::setup("put", arguments);
+        setup.inputKind = Input::Pipe;
+        return setup;
+    }
+
+    /// Puts the text, which comes through a pipe.
+    void put(const std::string& text, const std::string& target,
+             const std::vector<std::string>& options = {}) const
+    {
+        const auto tool = start(putting(target, options));
+        tool->writeInput(text);
+        tool->endInput();
+        EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+        EXPECT_EQ(tool->errorOutput(), "");
+    }
+};
+
+TEST_F(StandardStreamTest, StandardInputBecomesAFile)
+{
+    const auto data = pseudoRandomBytes(1, 5'000'001);
+    put(data, at("new"));
+    EXPECT_TRUE(readFile(there().file("new")) == data);
+    EXPECT_EQ(modeOf(there().file("new")) & 0600U, 0600U);
+    put("", at("empty"));
+    EXPECT_EQ(readFile(there().file("empty")), "");
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("empty", "new"));
+}
+
+TEST_F(StandardStreamTest, StandardInputMayBeAFile)
+{
+    ToolSetup setup = putting(at("f"));
+    setup.inputKind = Input::File;
+    setup.input = "text";
+    expectQuiet(run(setup));
+    EXPECT_EQ(readFile(there().file("f")), "text");
+}
+
+TEST_F(StandardStreamTest, WhatStandsThereIsReplacedOrWrittenInto)
+{
+    const auto victim = there().write("victim", "safe", 0640);
+    std::filesystem::create_symlink("victim", there().file("link"));
+    std::filesystem::create_hard_link(victim, there().file("second"));
+    put("new", at("link"));
+    EXPECT_EQ(readFile(there().file("link")), "new");
+    EXPECT_EQ(readFile(victim), "safe");
+    put("new", at("victim"), {"--inplace"});
+    EXPECT_EQ(readFile(there().file("second")), "new");
+    put("newer", at("victim"));
+    EXPECT_EQ(readFile(victim), "newer");
+    EXPECT_EQ(modeOf(victim), 0640U);
+    EXPECT_EQ(readFile(there().file("second")), "new");
+}
+
+TEST_F(StandardStreamTest, TheFileIsNotThereUntilItIsComplete)
+{
+    const auto tool = start(putting(at("f")));
+    tool->writeInput(std::string(3'000'000, 'x'));
+    ASSERT_TRUE(waitUntil([&] { return !namesIn(there().path()).empty(); })) << tool->errorOutput();
+    EXPECT_FALSE(std::filesystem::exists(there().file("f")));
+    tool->endInput();
+    EXPECT_EQ(tool->wait(), 0);
+    EXPECT_EQ(std::filesystem::file_size(there().file("f")), 3'000'000U);
+}
+
+TEST_F(StandardStreamTest, AnInterruptLeavesNothing)
+{
+    there().write("f", "old");
+    const auto tool = start(putting(at("f")));
+    tool->writeInput(std::string(3'000'000, 'x'));
+    ASSERT_TRUE(waitUntil([&] { return namesIn(there().path()).size() > 1; }))
+        << tool->errorOutput();
+    // It waits for more.
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after "));
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("no half-written file has taken its name"));
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
+    EXPECT_EQ(readFile(there().file("f")), "old");
+}
+
+TEST_F(StandardStreamTest, SaysWhyItCannot)
+{
+    there().makeDirectory("d");
+    for (const char* const target : {".", "d", "d/"}) {
+        expectFailure(run(putting(at(target))),
+                      "cannot copy standard input to " + at(target) + ": a directory is there");
+    }
+    expectFailure(run(putting(at("none/f"))), "cannot copy standard input to " + at("none/f") +
+                                                  ": its directory does not exist");
+    ToolSetup closed = putting(at("f"));
+    closed.inputKind = Input::Closed;
+    expectFailure(run(closed), "cannot read standard input: Bad file descriptor");
+    ToolSetup directory = putting(at("f"));
+    directory.inputKind = Input::Directory;
+    expectFailure(run(directory), "cannot read standard input: Is a directory");
+    EXPECT_THAT(namesIn(there().path()), ElementsAre("d"));
+}
+
+TEST_F(StandardStreamTest, GoesAlone)
+{
+    for (const char* const option :
+         {"-r", "-p", "--resume", "--update", "--no-clobber", "--dry-run", "-j2"}) {
+        expectFailure(tarnis("put", {option, "-", "host:f"}), "standard input (\"-\") goes alone",
+                      2);
+    }
+    expectFailure(tarnis("put", {"-", "f", "host:"}), "standard input (\"-\") goes alone", 2);
+    expectFailure(tarnis("put", {"-", "-", "host:"}), "standard input (\"-\") goes alone", 2);
+    expectFailure(tarnis("get", {"host:f", "host:g", "-"}), "only one file goes to standard output",
+                  2);
+}
+
+TEST_F(StandardStreamTest, AFileOfThatNameHasADirectoryInFront)
+{
+    here().write("-", "text");
+    ToolSetup put = setup("put", {"./-", at("f")});
+    put.workingDirectory = here().path().string();
+    expectQuiet(run(put));
+    EXPECT_EQ(readFile(there().file("f")), "text");
+    ToolSetup get = setup("get", {at("f"), "./-"});
+    get.workingDirectory = here().path().string();
+    there().write("f", "other");
+    expectQuiet(run(get));
+    EXPECT_EQ(readFile(here().file("-")), "other");
+}
+
+TEST_F(StandardStreamTest, AFileGoesToStandardOutput)
+{
+    const auto data = pseudoRandomBytes(1, 1'000'001);
+    there().write("f", data);
+    there().write("g", "text");
+    there().makeDirectory("d");
+    ToolSetup get = setup("get", {at("f"), "-"});
+    get.workingDirectory = here().path().string();
+    const ToolResult result = run(get);
+    expectQuiet(result);
+    EXPECT_TRUE(result.output == data);
+    EXPECT_EQ(tarnis("get", {at("g*"), "-"}).output, "text");
+    get.outputDescriptor = -1;
+    expectFailure(run(get), "cannot write to standard output: Bad file descriptor");
+    expectFailure(tarnis("get", {at("[fg]"), "-"}), "only one file goes to standard output");
+    expectFailure(tarnis("get", {"-r", at("d"), "-"}), "it is no file");
+    expectFailure(tarnis("get", {at("x*"), "-"}), "nothing matches");
+    EXPECT_THAT(namesIn(here().path()), IsEmpty());
+}
+
+TEST_F(StandardStreamTest, ManyPiecesAreOnTheirWayAtATime)
+{
+    TcpProxy line(server().port());
+    trust(line.port(), server().hostPublicKeyBase64());
+    for (const auto direction : {TcpProxy::ToServer, TcpProxy::ToClient}) {
+        line.setDelay(direction, std::chrono::milliseconds(100));
+    }
+    const auto timeToPut = [&](const std::string& data) {
+        const auto start = std::chrono::steady_clock::now();
+        put(data, at("f", line.port()));
+        EXPECT_TRUE(readFile(there().file("f")) == data);
+        return std::chrono::steady_clock::now() - start;
+    };
+    const auto little = timeToPut("x");
+    // Whoever waits for the answer to each write of a quarter of a megabyte waits six seconds.
+    EXPECT_LT(timeToPut(pseudoRandomBytes(1, 8'000'000)), little + std::chrono::seconds(4));
+}
+
+} // namespace
+} // namespace TarnisTest

@@ -1,0 +1,64 @@
+#include "files/CopyFailure.h"
+
+#include "files/EntryNames.h"
+
+namespace TarnisTool {
+
+using FileSystem::FailureCode;
+
+namespace {
+
+/// What writing in place may do about it.
+std::string hintAtInPlace(const Place& to, const std::string& target)
+{
+    return to.system().fileType(target)
+               ? "no file can be made beside it; --inplace writes into the file itself"
+               : "no hidden file beside it can be made or gets its name; --inplace makes it under "
+                 "its own";
+}
+
+} // namespace
+
+std::string copyHint(Place& to, const std::string& target, const FileSystem::Failure& why)
+{
+    if (why.code() == FailureCode::OnlyInPlace && why.entry() == target) {
+        return hintAtInPlace(to, target);
+    }
+    if (why.code() == FailureCode::Exists) {
+        // The library knows of the sources of this call.
+        const bool isKnown = why.path() == target && !why.text().empty();
+        return isKnown ? why.text()
+                       : "another source of this call has gone there, or somebody else's file has "
+                         "come";
+    }
+    if (why.code() == FailureCode::NotCopyable) {
+        return "a pipe, a socket or a device stands there, or is where the link leads: that is not "
+               "replaced";
+    }
+    // What is not there may be the directory that the file was to go to.
+    const bool isUnexplained =
+        why.code() == FailureCode::Other || why.code() == FailureCode::NotFound;
+    return isUnexplained ? to.writingProblem(target) : "";
+}
+
+Failure copyFailure(const std::string& what, const std::string& source, Place& to,
+                    const std::string& target, const FileSystem::Failure& why)
+{
+    const std::string& about = why.entry();
+    const bool isOwn = about.empty() || about == source || about == target;
+    const auto hint = copyHint(to, target, why);
+    return {FailureKind::FileProblem, "cannot copy", what + " to " + to.display(target),
+            hint.empty() ? (isOwn ? "" : textOf(about) + ": ") + why.cause()
+                         : joinReasons(hint, why.text())};
+}
+
+std::string leftByInterruption(bool isAlive, const std::string& halfWritten)
+{
+    if (!isAlive) {
+        return "the connection was given up; a part of a file may be left there";
+    }
+    return halfWritten.empty() ? "no half-written file has taken its name"
+                               : halfWritten + " may be half-written";
+}
+
+} // namespace TarnisTool
