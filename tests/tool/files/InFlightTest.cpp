@@ -162,6 +162,25 @@ TEST_F(InFlightTest, ATerminalShowsHowManyFilesAreCopied)
     EXPECT_TRUE(tool->waitForScreen("501/501 files"));
 }
 
+TEST_F(InFlightTest, WhatIsLeftOutIsNotToBeCopied)
+{
+    makeFiles("t");
+    there().write("t/large", std::string(1'000'000, 'x'));
+    there().write("t/larger", std::string(2'000'000, 'x'));
+    here().makeDirectory("t");
+    here().write("t/larger", "");
+    setDelay(std::chrono::milliseconds(150));
+    ToolSetup atTerminal = setup("get", {"-r", "--no-clobber", far("t"), here().path().string()});
+    atTerminal.hasTerminal = true;
+    atTerminal.errorsToTerminal = true;
+    const auto tool = start(atTerminal);
+    EXPECT_TRUE(tool->waitForScreen("/503 files"));
+    setDelay(std::chrono::milliseconds(0));
+    EXPECT_EQ(tool->wait(), 0);
+    EXPECT_TRUE(tool->waitForScreen("100% [####################] 1.0 MB of 1.0 MB  503/503 files"));
+    EXPECT_TRUE(tool->waitForScreen("copied 501 files, 1 directory, 0 links, 1.0 MB, 1 left, in "));
+}
+
 TEST_F(InFlightTest, FailuresAreToldInTheOrderOfThePaths)
 {
     makeFiles("t");

@@ -9,6 +9,7 @@
 #include "terminal/StandardStreams.h"
 #include "terminal/Units.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <iostream>
 #include <utility>
@@ -41,6 +42,11 @@ bool isDirectory(const TreeEntry& entry)
 bool isRegularFile(const TreeEntry& entry)
 {
     return hasType(entry) && isRegularFile(*entry.attributes.type);
+}
+
+std::uint64_t sizeOf(const TreeEntry& entry)
+{
+    return isRegularFile(entry) ? entry.attributes.size.value_or(0) : 0;
 }
 
 std::string counted(std::uint64_t count, const char* one, const char* many)
@@ -178,15 +184,14 @@ void CopyRun::done(const TreeEntry& entry)
     if (!isDirectory(entry)) {
         ++doneFiles_;
     }
-    if (isRegularFile(entry)) {
-        doneBytes_ += entry.attributes.size.value_or(0);
-    }
+    doneBytes_ += sizeOf(entry);
 }
 
 void CopyRun::skipped(const TreeEntry& entry)
 {
     tell(options_.isDryRun ? "would leave" : "left", entry.path);
     unfinished_.erase(entry.target);
+    leftBytes_ += sizeOf(entry);
 }
 
 /// What is not copied for its name is not removed for it either.
@@ -259,6 +264,7 @@ bool CopyRun::failed(const TreeEntry& entry, const FileSystem::Failure& why)
         losses_ += (losses_.empty() ? "" : "; ") + *loss;
     } else {
         note(failureOf(entry, why).what());
+        leftBytes_ += sizeOf(entry);
     }
     return true;
 }
@@ -266,7 +272,8 @@ bool CopyRun::failed(const TreeEntry& entry, const FileSystem::Failure& why)
 bool CopyRun::progress(const FileSystem::TreeProgress& progress)
 {
     WorkProgress all;
-    all.bytes = DoneOf{progress.bytesDone, progress.bytesFound};
+    all.bytes =
+        DoneOf{progress.bytesDone, progress.bytesFound - std::min(leftBytes_, progress.bytesFound)};
     if (progress.entriesFound > 1) {
         all.files = DoneOf{progress.entriesDone, progress.entriesFound};
     }

@@ -71,6 +71,7 @@ private:
     ProgressBar bar_;
     std::uint64_t doneFiles_ = 0;
     std::uint64_t doneBytes_ = 0;
+    std::uint64_t leftBytes_ = 0; ///< Of files that were left out or have failed.
     /// The targets of files that are not complete and may be found half-written.
     std::set<std::string> unfinished_;
     /// Where that is which stood at a target, while it has another name.
