@@ -3,11 +3,10 @@
 #include "path/LinkResolution.h"
 #include "path/NameCheck.h"
 #include "path/PathText.h"
-#include "tree/FileCopy.h"
 #include "tree/FileReplacement.h"
 #include "tree/MoveByCopy.h"
-#include "tree/TreeCopy.h"
-#include "tree/TreeRemoval.h"
+#include "tree/SlotCopy.h"
+#include "tree/SlotRemoval.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
@@ -35,22 +34,6 @@ std::optional<StorageSystemFileInfo> infoOfItself(const FileSystem2& system,
     }
     const auto own = system.fileInfo(place);
     return own && isDirectory(own->type) ? info : own;
-}
-
-/// Copies what is no directory.
-bool copySingle(const CopyTask& task, const StorageSystemFileInfo& source,
-                const std::string& targetPath)
-{
-    const auto name = PathText::fileName(targetPath);
-    if (!isFileOrLink(task.source, source.fileId, source.type) || !isName(name)) {
-        return false;
-    }
-    if (isRegularFile(source.type)) {
-        task.progress.addTotal(source.size);
-    }
-    return FileCopy(task, source, source.fileId, PathText::parentId(targetPath), name,
-                    task.target.fileInfo(targetPath))
-        .copy();
 }
 
 /// Of a directory on the way to the one that is wanted: its owner can go on from there.
@@ -464,7 +447,7 @@ FileSystem2::do_directoryCreate(const std::string& parentPath,
 
 bool FileSystem2::do_directoryRemove(const std::string& path, bool recursive) const
 {
-    return recursive ? removeTree(*this, path) : do_directoryRemove(path);
+    return recursive ? removeForSlot(*this, path) : do_directoryRemove(path);
 }
 
 std::optional<std::string> FileSystem2::do_directoryRename(const std::string& path,
@@ -643,14 +626,7 @@ bool FileSystem2::do_fileCopyAs(const std::string& path, const StorageSystem& ta
         return false;
     }
     source->fileId = path;
-    CopyProgress copyProgress(progress);
-    CopyLosses losses;
-    TargetHabits habits;
-    const CopyTask task{*this, target, options, bufferSize, copyProgress, losses, habits};
-    const bool isTree = isDirectory(source->type) && options.has(CopyOption::Recursive);
-    const bool isCopied = isTree ? TreeCopy(task, path, targetPath).copy(*source)
-                                 : copySingle(task, *source, targetPath);
-    return isCopied && losses.areNone();
+    return copyForSlot({*this, path, *source, target, targetPath, progress, options, bufferSize});
 }
 
 std::optional<FileMetaData> FileSystem2::do_fileMetaData(const std::string& path) const

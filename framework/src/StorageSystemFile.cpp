@@ -295,12 +295,12 @@ bool StorageSystemFile::do_copy(const StorageSystemProgress& progress,
     if (target == nullptr) {
         return false;
     }
-    const auto total = !progress ? 0 : knownSize_ ? *knownSize_ : size();
-    const Report report(progress, total);
+    const auto total = progress ? std::make_optional(size()) : std::nullopt;
+    const Report report(progress, total.value_or(0));
     ByteSource source(*this, bulkTransfer_.get());
     ByteSink sink(*target, target->bulkTransfer_.get());
     const auto step = stepSize(storageSystem(), target->storageSystem(), bufferSize);
-    return report(0) && source.start(knownSize_) && sink.start() &&
+    return report(0) && source.start(total) && sink.start() &&
            moveBytes(source, sink, step, report);
 }
 

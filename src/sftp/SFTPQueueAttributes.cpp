@@ -92,7 +92,7 @@ bool areKept(const StorageSystemAttributes& wanted, const SFTPFileAttributes& to
         !wanted.owner || !told.owner ||
         (told.owner->user == wanted.owner->user && told.owner->group == wanted.owner->group);
     const bool hasTime =
-        !wanted.modTime || !told.times || told.times->modification == secondsOf(*wanted.modTime);
+        !wanted.modTime || (told.times && told.times->modification == secondsOf(*wanted.modTime));
     return hasPermissions && hasSpecialBits && hasOwner && hasTime;
 }
 

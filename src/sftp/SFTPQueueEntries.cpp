@@ -362,7 +362,7 @@ void SFTPQueue::do_replace(const std::string& path, const std::string& newPath, 
                    [this, call, newPath, replace] { unlessFollowed(call, newPath, replace); });
 }
 
-/// mod_sftp renames, and replaces, what a link leads to.
+/// mod_sftp renames, and replaces, what a link leads to, if that leads to anything.
 void SFTPQueue::unlessFollowed(const std::shared_ptr<Call<>>& call, const std::string& path,
                                std::function<void()> then)
 {
@@ -371,13 +371,21 @@ void SFTPQueue::unlessFollowed(const std::shared_ptr<Call<>>& call, const std::s
         return;
     }
     ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, path); },
-        [call, path, then = std::move(then)](const Answer& answer) {
-            if (linkTextIn(answer)) {
-                call->failAs(FailureCode::Unsupported,
-                             "the server takes a link for what it leads to", path);
-            } else {
+        [this, call, path, then = std::move(then)](const Answer& answer) {
+            if (!linkTextIn(answer)) {
                 then();
+                return;
             }
+            const auto decide = [call, path, then](const Answer& behind) {
+                if (attributesIn(behind)) {
+                    call->failAs(FailureCode::Unsupported,
+                                 "the server takes a link for what it leads to", path);
+                } else {
+                    then();
+                }
+            };
+            ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.stat(id, path); },
+                decide);
         });
 }
 

@@ -2,7 +2,6 @@
 #include "sftp/SFTPBulkTransfer.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPReplies.h"
-#include "sftp/SFTPSuccession.h"
 
 #include <Tarnis/SSHFileSystemSFTP.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
@@ -124,11 +123,6 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     belongTo(fileSystem);
     setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, fileId_, mode));
     setCommit([file = file_, path = fileId] { return commitFile(*file, path); });
-    setAttributeKeeper(
-        {[file = file_](auto permissions) { return narrowPermissions(*file, permissions); },
-         [file = file_](const auto& owner, auto permissions) {
-             return succeedTo(*file, owner, permissions);
-         }});
 }
 
 SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()

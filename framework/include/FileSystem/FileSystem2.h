@@ -124,9 +124,9 @@ public:
     /// \param progress   may be empty. Bytes of all files; see StorageSystemProgress. Called also
     ///                   while a tree is looked at, before its total is known.
     /// \param bufferSize bytes per step; by default what the systems recommend.
-    /// False: a failure, or `progress` said stop. Complete files of a tree stay, nothing
-    /// half-written does unless the target is out of reach or refuses to remove it, which the
-    /// failure's text tells; so too when `progress` throws.
+    /// False: a failure, or `progress` said stop before everything was copied. Complete files of a
+    /// tree stay, nothing half-written does unless the target is out of reach or refuses to remove
+    /// it, which the failure's text tells; so too when `progress` throws.
     [[nodiscard]] bool fileCopyAs(const std::string& path, const StorageSystem& target,
                                   const std::string& targetPath,
                                   const StorageSystemProgress& progress = {},

@@ -82,7 +82,6 @@ protected:
                                           bool failIfLinkExists) const override;
 
 private:
-    std::optional<OwnedFileInfo> lookAtOwned(const std::string& path) const;
     bool replaceByLink(const std::string& target, const std::string& linkPath) const;
 };
 

@@ -492,11 +492,9 @@ protected:
     virtual std::string do_displayPath(const std::string& path) const = 0;
 
 private:
-    friend class FileCopy;
     friend class FileReplacement;
     friend class SlotQueue;
     friend class StorageSystemFile;
-    friend class TargetDirectory;
     friend bool leadsToNoFile(const StorageSystem& system, const std::string& path);
 
     std::unique_ptr<StorageSystemFile>

@@ -177,13 +177,8 @@ protected:
     {
         using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
 
-        /// Takes away what the file has beyond these permissions.
-        std::function<bool(Permissions)> narrow = {};
-
-        /// Gives the file this owner and this group, as far as the system lets us, and then these
-        /// permissions. In another group it gets none for its group that others do not have.
-        /// Without an owner, as for a file of a system that tells none, it keeps its own.
-        std::function<bool(const std::optional<StorageSystemOwner>&, Permissions)> succeed = {};
+        /// Gives the file this owner and this group. False where it does not get both.
+        std::function<bool(const StorageSystemOwner&)> own = {};
 
         /// Gives the file these permissions and no others.
         std::function<bool(Permissions)> set = {};
@@ -195,12 +190,11 @@ protected:
         std::function<bool(std::uint64_t)> cut = {};
     };
 
-    /// For a system that can do that. A copy looks and sets the permissions by path otherwise, and
-    /// sets no owner.
+    /// For a system that can do that and has no queue of its own. What copies files looks and sets
+    /// the permissions by path otherwise, cuts none and sets no owner.
     void setAttributeKeeper(AttributeKeeper keeper);
 
 private:
-    friend class FileCopy;
     friend class SlotQueue;
     friend class StorageSystem;
 
@@ -214,8 +208,6 @@ private:
     std::shared_ptr<const std::atomic<bool>> systemAlive_;
     AttributeKeeper attributeKeeper_;
     StorageSystemFile* copyTarget_ = nullptr;
-    /// Told by whoever knows it already, so that a copy need not ask the system.
-    std::optional<std::uint64_t> knownSize_;
 };
 
 } // namespace FileSystem

@@ -1,9 +1,7 @@
 #include "local/LocalFile.h"
 
 #include "SystemCall.h"
-#include "local/LocalAttributes.h"
 #include "local/LocalError.h"
-#include "local/LocalSuccession.h"
 
 #include <FileSystem/LocalFileSystem.h>
 
@@ -48,36 +46,6 @@ LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
         const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
         return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
     });
-    setAttributeKeeper(attributeKeeper());
-}
-
-/// For as long as the file lives.
-LocalFile::AttributeKeeper LocalFile::attributeKeeper() const
-{
-    AttributeKeeper keeper;
-    keeper.narrow = [this](auto permissions) {
-        return LocalError::succeeded(narrowPermissions(descriptor_.get(), permissions), fileId_);
-    };
-    keeper.succeed = [this](const auto& owner, auto permissions) {
-        return succeedTo(descriptor_.get(), owner, permissions);
-    };
-    keeper.set = [this](auto permissions) {
-        return LocalError::succeeded(setPermissions(descriptor_.get(), permissions), fileId_);
-    };
-    keeper.look = [this]() -> std::optional<OpenFileState> {
-        const auto now = attributesOfOpen(descriptor_.get());
-        if (!LocalError::succeeded(now.has_value(), fileId_)) {
-            return std::nullopt;
-        }
-        return OpenFileState{permissionsOf(now->st_mode), static_cast<std::uint64_t>(now->st_size),
-                             now->st_dev, now->st_ino};
-    };
-    keeper.cut = [this](std::uint64_t size) {
-        return LocalError::succeeded(
-            size <= largestSize && ::ftruncate(descriptor_.get(), static_cast<off_t>(size)) == 0,
-            fileId_);
-    };
-    return keeper;
 }
 
 LocalFile::~LocalFile() = default;

@@ -18,8 +18,6 @@ public:
     ~LocalFile() override;
 
 private:
-    AttributeKeeper attributeKeeper() const;
-
     bool do_isValid() const override;
     std::string do_fileId() override;
     Utilities::Flags<StorageSystemFileOpenModeFlag> do_mode() override;

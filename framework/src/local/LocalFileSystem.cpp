@@ -150,15 +150,9 @@ LocalFileSystem::LocalFileSystem()
     setReplacer([](const std::string& path, const std::string& newPath) {
         return LocalError::succeeded(::rename(systemPath(path), systemPath(newPath)) == 0);
     });
-    setSelfOpener(
-        [this](const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) {
-            return openFile(*this, path, storageSystemFileOpenModeToPosixMode(mode) | O_NOFOLLOW,
-                            mode, defaultFilePermissions);
-        });
     setQueueMaker([this](const std::shared_ptr<const std::atomic<bool>>& isAlive) {
         return std::make_unique<LocalQueue>(*this, isAlive);
     });
-    setOwnerLooker([this](const std::string& path) { return lookAtOwned(path); });
     setLinkLooker([](const std::string& path) {
         struct stat target = {};
         return ::stat(systemPath(path), &target) == 0 && !S_ISREG(target.st_mode) &&
@@ -208,18 +202,6 @@ std::optional<StorageSystemFileInfo> LocalFileSystem::do_fileInfo(const std::str
         return std::nullopt;
     }
     return describe(*this, path, *attributes);
-}
-
-std::optional<StorageSystem::OwnedFileInfo>
-LocalFileSystem::lookAtOwned(const std::string& path) const
-{
-    const auto attributes = attributesOf(path);
-    if (!LocalError::answered(attributes.has_value())) {
-        return std::nullopt;
-    }
-    return OwnedFileInfo{describe(*this, path, *attributes),
-                         StorageSystemOwner{attributes->st_uid, attributes->st_gid},
-                         (attributes->st_mode & S_ISVTX) != 0};
 }
 
 std::optional<std::uint32_t> LocalFileSystem::fileMode(const std::string& path) const

@@ -35,19 +35,11 @@ MemoryFile::MemoryFile(const MemoryFileSystem& fileSystem, std::shared_ptr<Memor
 
 MemoryFile::~MemoryFile() = default;
 
-/// For as long as the file lives. There is one user and one group, so that nothing need be taken
-/// from what a file's successor may have.
+/// For as long as the file lives.
 MemoryFile::AttributeKeeper MemoryFile::attributeKeeper() const
 {
     using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
     AttributeKeeper keeper;
-    keeper.narrow = [this](Permissions permissions) {
-        const auto now = tree_->attributesOf(*node_).permissions;
-        return (now & permissions) == now || setPermissions(now & permissions);
-    };
-    keeper.succeed = [this](const auto& /*owner*/, Permissions permissions) {
-        return setPermissions(permissions);
-    };
     keeper.set = [this](Permissions permissions) { return setPermissions(permissions); };
     keeper.look = [this] { return look(); };
     keeper.cut = [this](std::uint64_t size) {

@@ -36,12 +36,6 @@ bool isReplaceable(const StorageSystem& system, const std::string& path,
                    : isFileOrLink(system, path, type);
 }
 
-bool isStillDirectory(const StorageSystem& system, const std::string& path)
-{
-    const auto type = system.fileType(path);
-    return type && (isDirectory(*type) || fail(FailureCode::Changed, {}, path));
-}
-
 // A directory holds itself; nothing is below a device.
 bool isDirectoryItself(const StorageSystem& system, const std::string& path)
 {

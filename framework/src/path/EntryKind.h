@@ -23,9 +23,6 @@ bool isFileOrLink(const StorageSystem& system, const std::string& path,
 bool isReplaceable(const StorageSystem& system, const std::string& path,
                    Utilities::Flags<StorageSystemFileTypeFlag> type);
 
-/// Whether a directory is where one was found: Changed where it has become something else.
-bool isStillDirectory(const StorageSystem& system, const std::string& path);
-
 /// Whether what has the type of a directory is one: over SFTP, a block device has that type too.
 /// NotCopyable otherwise. Where the system does not tell it passes for a directory.
 bool isDirectoryItself(const StorageSystem& system, const std::string& path);

@@ -31,11 +31,4 @@ inline bool isName(const std::string& name)
     return PathText::isEntryName(name) || fail(FailureCode::BadName, {}, name);
 }
 
-/// The same for a name that a system tells as that of an entry of a directory.
-inline bool isNameBelow(const std::string& directory, const std::string& name)
-{
-    return PathText::isEntryName(name) ||
-           fail(FailureCode::BadName, {}, PathText::childId(directory, {name}));
-}
-
 } // namespace FileSystem

@@ -17,6 +17,16 @@ using ReadStatus = StorageSystemReadResult::Status;
 
 constexpr std::uint32_t stickyBit = 01000;
 
+/// One kind alone: a socket, for one, can have the flags of a file and of a directory.
+Utilities::Flags<StorageSystemFileTypeFlag> kindOf(Utilities::Flags<StorageSystemFileTypeFlag> type)
+{
+    if (isSymbolicLink(type)) {
+        return StorageSystemFileTypeFlag::SymbolicLink;
+    }
+    return isRegularFile(type) || isDirectory(type) ? type
+                                                    : Utilities::Flags<StorageSystemFileTypeFlag>();
+}
+
 StorageSystemAttributes attributesOf(const StorageSystemFileInfo& info)
 {
     StorageSystemAttributes attributes;
@@ -24,10 +34,18 @@ StorageSystemAttributes attributesOf(const StorageSystemFileInfo& info)
     attributes.modTime = info.modTime;
     // A system that tells neither has left them out: what is there has some kind or permissions.
     if (!info.type.isEmpty() || !info.permissions.isEmpty()) {
-        attributes.type = isSymbolicLink(info.type)
-                              ? Utilities::Flags(StorageSystemFileTypeFlag::SymbolicLink)
-                              : info.type;
+        attributes.type = kindOf(info.type);
         attributes.permissions = info.permissions;
+    }
+    return attributes;
+}
+
+/// Of an entry of a list. One without a type is to be asked for: not every list tells it.
+StorageSystemAttributes attributesInList(const StorageSystemFileInfo& info)
+{
+    auto attributes = attributesOf(info);
+    if (info.type.isEmpty()) {
+        attributes.type.reset();
     }
     return attributes;
 }
@@ -51,49 +69,59 @@ std::string SlotQueue::pathOf(File file) const
     return files_.pathOf(file);
 }
 
-std::optional<StorageSystemQueue::File> SlotQueue::keep(const std::string& path, OpenFile&& file)
+std::optional<StorageSystemQueue::File> SlotQueue::keep(const std::string& path, OpenFile&& open)
 {
-    return file != nullptr ? std::make_optional(files_.add(path, std::move(file))) : std::nullopt;
+    return open.file != nullptr ? std::make_optional(files_.add(path, std::move(open)))
+                                : std::nullopt;
+}
+
+/// Null, with a failure noted, where there is no such file.
+StorageSystemFile* SlotQueue::find(File file)
+{
+    const auto* const open = files_.find(file);
+    return open != nullptr ? open->file.get() : nullptr;
 }
 
 std::optional<StorageSystemQueue::File> SlotQueue::openNow(const std::string& path, OpenMode mode,
                                                            Permissions permissions)
 {
-    return keep(path, system_.fileOpen(path, mode, permissions));
+    return keep(path, {system_.fileOpen(path, mode, permissions), false});
 }
 
 std::optional<StorageSystemQueue::File> SlotQueue::openItselfNow(const std::string& path,
                                                                  OpenMode mode)
 {
-    return keep(path, system_.openItself(path, mode));
+    return keep(path, {system_.openItself(path, mode), true});
 }
 
 std::optional<std::uint64_t> SlotQueue::readNow(File file, std::uint64_t offset, char* buffer,
                                                 std::uint64_t size)
 {
-    const auto* const open = files_.find(file);
-    if (open == nullptr || !(*open)->seek(offset)) {
+    auto* const open = find(file);
+    if (open == nullptr || !open->seek(offset)) {
         return std::nullopt;
     }
-    const auto got = (*open)->readFully(buffer, size);
+    const auto got = open->readFully(buffer, size);
     return got.status != ReadStatus::Error ? std::make_optional(got.count) : std::nullopt;
 }
 
 bool SlotQueue::writeNow(File file, std::uint64_t offset, const char* bytes, std::uint64_t size)
 {
-    const auto* const open = files_.find(file);
-    return open != nullptr && (*open)->seek(offset) && (*open)->writeFully(bytes, size);
+    auto* const open = find(file);
+    return open != nullptr && open->seek(offset) && open->writeFully(bytes, size);
 }
 
+/// A system that cannot refuse to follow a link when it opens what stands at a path is asked what
+/// stands there now.
 std::optional<StorageSystemAttributes> SlotQueue::lookNow(File file)
 {
     const auto* const open = files_.find(file);
     if (open == nullptr) {
         return std::nullopt;
     }
-    const auto& look = (*open)->attributeKeeper_.look;
-    const auto state = look && (*open)->isValid() ? look() : std::nullopt;
-    auto attributes = lookThroughNow(pathOf(file));
+    const auto& look = open->file->attributeKeeper_.look;
+    const auto state = look && open->file->isValid() ? look() : std::nullopt;
+    auto attributes = open->isItself ? lookUpNow(pathOf(file)) : lookThroughNow(pathOf(file));
     if (state && attributes) {
         attributes->permissions = state->permissions;
         attributes->size = state->size;
@@ -104,16 +132,22 @@ std::optional<StorageSystemAttributes> SlotQueue::lookNow(File file)
 
 bool SlotQueue::setOfFileNow(File file, const Attributes& attributes)
 {
-    const auto* const open = files_.find(file);
+    const auto* const open = find(file);
     if (open == nullptr) {
         return false;
     }
-    const auto& keeper = (*open)->attributeKeeper_;
+    const auto& keeper = open->attributeKeeper_;
     if (attributes.size && !(keeper.cut && keeper.cut(*attributes.size))) {
         return keeper.cut ? false : fail(FailureCode::Unsupported);
     }
     Attributes others = attributes;
     others.size.reset();
+    if (keeper.own && attributes.owner) {
+        if (!keeper.own(*attributes.owner)) {
+            return false;
+        }
+        others.owner.reset();
+    }
     if (keeper.set && attributes.permissions) {
         if (!keeper.set(*attributes.permissions)) {
             return false;
@@ -125,12 +159,11 @@ bool SlotQueue::setOfFileNow(File file, const Attributes& attributes)
 
 bool SlotQueue::closeNow(File file)
 {
-    const auto* const open = files_.find(file);
+    auto* const open = find(file);
     if (open == nullptr) {
         return false;
     }
-    const bool isKept =
-        !(*open)->mode().has(StorageSystemFileOpenModeFlag::Write) || (*open)->commit();
+    const bool isKept = !open->mode().has(StorageSystemFileOpenModeFlag::Write) || open->commit();
     files_.remove(file);
     return isKept;
 }
@@ -175,14 +208,13 @@ bool SlotQueue::listNow(const std::string& path, const EntryReceiver& receiver)
     std::optional<std::string> leftOut;
     for (const auto& info : *infos) {
         if (PathText::isEntryName(info.name)) {
-            entries.push_back({info.name, attributesOf(info)});
+            entries.push_back({info.name, attributesInList(info)});
         } else {
             leftOut = info.name;
         }
     }
     static_cast<void>(entries.empty() || receiver(entries));
-    return !leftOut || fail(FailureCode::Protocol, "an entry has a name that none can have",
-                            PathText::childId(path, {*leftOut}));
+    return !leftOut || fail(FailureCode::BadName, {}, PathText::childId(path, {*leftOut}));
 }
 
 bool SlotQueue::makeDirectoryNow(const std::string& path, Permissions permissions)
@@ -208,6 +240,10 @@ bool SlotQueue::removeDirectoryNow(const std::string& path)
 
 bool SlotQueue::renameNow(const std::string& path, const std::string& newPath)
 {
+    // Some systems replace what stands there.
+    if (system_.fileType(newPath)) {
+        return fail(FailureCode::Exists, {}, newPath);
+    }
     const auto* const byPath = dynamic_cast<const FileSystem2*>(&system_);
     if (byPath != nullptr) {
         return byPath->fileRenameAs(path, newPath);

@@ -22,7 +22,11 @@ public:
     ~SlotQueue() override;
 
 private:
-    using OpenFile = std::unique_ptr<StorageSystemFile>;
+    struct OpenFile
+    {
+        std::unique_ptr<StorageSystemFile> file;
+        bool isItself; ///< It was opened as what stands at its path, and is no link's target.
+    };
 
     bool isThere() const override;
     std::string pathOf(File file) const override;
@@ -48,7 +52,8 @@ private:
     bool setOfPathNow(const std::string& path, const Attributes& attributes) override;
     std::optional<StorageSystemStorageInfo> storageInfoNow(const std::string& path) override;
 
-    std::optional<File> keep(const std::string& path, OpenFile&& file);
+    std::optional<File> keep(const std::string& path, OpenFile&& open);
+    StorageSystemFile* find(File file);
     bool setPermissions(const std::string& path, const Attributes& attributes) const;
 
     const StorageSystem& system_;

@@ -36,6 +36,10 @@ struct CopyContext
         return &sourceSystem == &targetSystem || (isSourceLocal && isTargetLocal);
     }
 
+    /// What is to be preserved and cannot be is a failure: the entry is not copied.
+    bool isStrict = false;
+    /// Bytes that one operation moves: what OpenSSH's server takes as one request.
+    std::uint64_t pieceSize = 261'120;
     /// The copy was stopped: what is not done yet is not to be done any more.
     bool isStopped = false;
     /// What every new file that was looked at had. A permission that has been missing once is given

@@ -83,7 +83,8 @@ void DirectoryTransfer::begin()
     // What others may look into is better off with these, should they not be set in the end, unless
     // they could remove from it what is not theirs.
     const bool isSticky = final_ && final_->isSticky.value_or(false);
-    asked_ = isSticky ? allOfTheOwner : permissions | allOfTheOwner;
+    const bool isPrivate = final_ && (isSticky || context_.isStrict);
+    asked_ = isPrivate ? allOfTheOwner : permissions | allOfTheOwner;
     const auto self = shared_from_this();
     context_.target.makeDirectory(entry_.target, asked_, [self](const Failure& why) {
         if (why) {
@@ -110,7 +111,10 @@ void DirectoryTransfer::refused(const Failure& why)
         if (failure) {
             self->tellMade(why);
         } else if (standing.type && !isDirectory(standing)) {
-            self->tellMade(newFailure("copy", self->entry_.target, FailureCode::NotDirectory));
+            const bool isOther = standing.type->isEmpty();
+            self->tellMade(
+                newFailure("copy", self->entry_.target,
+                           isOther ? FailureCode::NotCopyable : FailureCode::NotDirectory));
         } else {
             self->closeStanding(standing);
         }
@@ -228,7 +232,9 @@ void DirectoryTransfer::withoutSticky(const Failure& why)
 
 void DirectoryTransfer::lose(const Failure& why, const char* what)
 {
-    if (why) {
+    if (why && context_.isStrict) {
+        losses_.push_back(why);
+    } else if (why) {
         losses_.push_back(newFailure("copy", entry_.target, FailureCode::NotKept,
                                      std::string(what) + ": " + why.cause()));
     }

@@ -387,11 +387,21 @@ void EntryTransfer::bringBack(const std::string& aside, const Failure& why)
 /// Under its hidden name nobody would look for it.
 void EntryTransfer::removeReplaced(const std::string& aside)
 {
-    context_.target.removeFile(
-        aside, whatever<>([this, aside](const Failure& failure) {
-            if (failure && failure.code() != FailureCode::NotFound) {
+    context_.target.removeFile(aside, whatever<>([this, aside](const Failure& why) {
+                                   if (why && why.code() != FailureCode::NotFound) {
+                                       tellReplacedLeft(aside, why);
+                                   }
+                               }));
+}
+
+/// Unless it is gone: a removal that is reported as failed may have been done all the same.
+void EntryTransfer::tellReplacedLeft(const std::string& aside, const Failure& why)
+{
+    context_.target.lookUp(
+        aside, whatever<const Attributes&>([this, aside, why](const Failure& failure, const auto&) {
+            if (failure.code() != FailureCode::NotFound) {
                 lose(newFailure(operation, entry_.target, FailureCode::NotRemoved,
-                                "what stood there is left at " + aside + ": " + failure.cause()));
+                                "what stood there is left at " + aside + ": " + why.cause()));
             }
         }));
 }

@@ -203,6 +203,7 @@ private:
     void takePlaceOf(const std::string& aside);
     void bringBack(const std::string& aside, const Failure& why);
     void removeReplaced(const std::string& aside);
+    void tellReplacedLeft(const std::string& aside, const Failure& why);
     void published();
     void cleanUp();
     void removeTemporary();

@@ -82,12 +82,11 @@ bool FileReplacement::rename(const StorageSystem& system, const std::string& fro
 }
 
 bool FileReplacement::replace(const StorageSystem& system, const std::string& path,
-                              const std::string& newPath, const LeftTeller& tellLeft)
+                              const std::string& newPath)
 {
     const FailureWatch watch;
     return replaceAtOnce(system, path, newPath) ||
-           (!isRefusal(system, watch.noted()) &&
-            replaceAfterLooking(system, path, newPath, tellLeft));
+           (!isRefusal(system, watch.noted()) && replaceAfterLooking(system, path, newPath));
 }
 
 // Systems that rename one name of a file onto another of the same file do nothing, and say that
@@ -113,29 +112,29 @@ bool FileReplacement::replaceAtOnce(const StorageSystem& system, const std::stri
 
 // Some servers replace whatever stands there, a directory with all below it as well.
 bool FileReplacement::replaceAfterLooking(const StorageSystem& system, const std::string& path,
-                                          const std::string& newPath, const LeftTeller& tellLeft)
+                                          const std::string& newPath)
 {
     const auto type = system.fileType(newPath);
     if (!type) {
         return rename(system, path, newPath);
     }
     return isReplaceable(system, newPath, *type) &&
-           (rename(system, path, newPath) || replaceInSteps(system, path, newPath, tellLeft));
+           (rename(system, path, newPath) || replaceInSteps(system, path, newPath));
 }
 
 // Many servers refuse to rename onto something. A file from another directory comes near first: one
 // that may not leave its place, or is on another volume, never makes what it is to replace vanish.
 bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::string& path,
-                                     const std::string& newPath, const LeftTeller& tellLeft)
+                                     const std::string& newPath)
 {
     if (PathText::parentId(path) == PathText::parentId(newPath)) {
-        return takePlace(system, path, newPath, tellLeft);
+        return takePlace(system, path, newPath);
     }
     const auto near = hiddenPath(newPath, HiddenNameUse::Unfinished);
     if (!rename(system, path, near) && !isRenamed(system, path, near)) {
         return false;
     }
-    if (takePlace(system, near, newPath, tellLeft)) {
+    if (takePlace(system, near, newPath)) {
         return true;
     }
     const FailureKeeper keeper;
@@ -146,7 +145,7 @@ bool FileReplacement::replaceInSteps(const StorageSystem& system, const std::str
 // What stands there is set aside and not removed first: nothing is lost on a server that refuses to
 // rename at all.
 bool FileReplacement::takePlace(const StorageSystem& system, const std::string& path,
-                                const std::string& newPath, const LeftTeller& tellLeft)
+                                const std::string& newPath)
 {
     const auto aside = hiddenPath(newPath, HiddenNameUse::SetAside);
     if (!system.fileRename(newPath, PathText::fileName(aside)) &&
@@ -155,7 +154,7 @@ bool FileReplacement::takePlace(const StorageSystem& system, const std::string& 
     }
     const FailureWatch watch;
     if (rename(system, path, newPath) || isRenamed(system, path, newPath)) {
-        removeReplaced(system, aside, tellLeft);
+        static_cast<void>(system.fileRemove(aside));
         return true;
     }
     const auto why = watch.noted();
@@ -165,24 +164,6 @@ bool FileReplacement::takePlace(const StorageSystem& system, const std::string& 
                     said + "what stood there is at " + aside, why.entry());
     }
     return false;
-}
-
-/// Under its hidden name nobody would look for it.
-void FileReplacement::removeReplaced(const StorageSystem& system, const std::string& aside,
-                                     const LeftTeller& tellLeft)
-{
-    if (system.fileRemove(aside) || !tellLeft) {
-        return;
-    }
-    bool isGone = false;
-    {
-        const FailureKeeper keeper;
-        const FailureWatch watch;
-        isGone = !system.fileType(aside) && watch.noted().code() == FailureCode::NotFound;
-    }
-    if (!isGone) {
-        tellLeft(aside);
-    }
 }
 
 /// False: what was set aside is still there, as far as the system tells.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -14,20 +13,10 @@ struct StorageSystemFileInfo;
 class FileReplacement
 {
 public:
-    /// False: it is where it was, as far as the system tells.
-    static bool rename(const StorageSystem& system, const std::string& from, const std::string& to);
-
-    /// Is told where what made room still is, when the system does not remove it; the failure at
-    /// hand says why.
-    using LeftTeller = std::function<void(const std::string& aside)>;
-
-    /// As rename(), for what has only one name. A file or a link at the new path makes room, in one
+    /// Gives what stands at a path another one. A file or a link at the new path makes room, in one
     /// atomic step where the system can. It is back when the path cannot be taken after all. Where
-    /// it cannot be removed in the end, that is no failure: everything has its name.
-    static bool replace(const StorageSystem& system, const std::string& path,
-                        const std::string& newPath, const LeftTeller& tellLeft = {});
-
-    /// As replace(), for what may have several names, the new path among them.
+    /// it cannot be removed in the end, that is no failure: everything has its name. What is to get
+    /// the new path may have several names, that one among them.
     /// \param file     what stands at the path.
     /// \param replaced what stands at the new path, if anything.
     static bool replaceByAny(const StorageSystem& system, const std::string& path,
@@ -35,16 +24,18 @@ public:
                              const std::optional<StorageSystemFileInfo>& replaced);
 
 private:
+    /// False: it is where it was, as far as the system tells.
+    static bool rename(const StorageSystem& system, const std::string& from, const std::string& to);
+    static bool replace(const StorageSystem& system, const std::string& path,
+                        const std::string& newPath);
     static bool replaceAtOnce(const StorageSystem& system, const std::string& path,
                               const std::string& newPath);
     static bool replaceAfterLooking(const StorageSystem& system, const std::string& path,
-                                    const std::string& newPath, const LeftTeller& tellLeft);
+                                    const std::string& newPath);
     static bool replaceInSteps(const StorageSystem& system, const std::string& path,
-                               const std::string& newPath, const LeftTeller& tellLeft);
+                               const std::string& newPath);
     static bool takePlace(const StorageSystem& system, const std::string& path,
-                          const std::string& newPath, const LeftTeller& tellLeft);
-    static void removeReplaced(const StorageSystem& system, const std::string& aside,
-                               const LeftTeller& tellLeft);
+                          const std::string& newPath);
     static bool bringBack(const StorageSystem& system, const std::string& aside,
                           const std::string& path);
     static bool removeOtherName(const StorageSystem& system, const std::string& path,

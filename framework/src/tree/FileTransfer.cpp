@@ -13,8 +13,6 @@ using Mode = StorageSystemFileOpenModeFlag;
 
 namespace {
 
-// What one operation moves: what OpenSSH's server takes as one request.
-constexpr std::uint64_t largePieceSize = 261'120;
 // Where a copy goes on from what has arrived, less is lost of a piece that has not.
 constexpr std::uint64_t resumedPieceSize = 65'536;
 // To see whether a file has grown.
@@ -32,6 +30,27 @@ bool areSecret(CopyContext::Permissions permissions)
     return (permissions & everybodyReads) != everybodyReads;
 }
 
+/// Whether a system has said that something stands where a file was to be made. A server's refusal
+/// need not be for what was found there afterwards.
+bool isTaken(const Failure& why)
+{
+    constexpr std::int64_t fileAlreadyExists = 11; // As later versions of SFTP number it.
+    return why.code() == FailureCode::Exists &&
+           (why.source() != FailureSource::Server || why.number() == fileAlreadyExists);
+}
+
+/// The refusal of a file that has been made: it does not stand in its own way.
+Failure notTaken(const Failure& why)
+{
+    if (why.code() != FailureCode::Exists) {
+        return why;
+    }
+    const std::string path = why.path();
+    FailureScope scope("copy", path);
+    scope.result(fail(FailureCode::Other, why.source(), why.number(), why.text(), why.entry()));
+    return Failure::last();
+}
+
 /// With the right to execute for everybody who may read.
 CopyContext::Permissions withExecution(CopyContext::Permissions permissions)
 {
@@ -45,7 +64,7 @@ FileTransfer::FileTransfer(CopyContext& context, TreeEntry entry, Standing stand
     : EntryTransfer(context, std::move(entry), std::move(standing), mustBeNew)
     , permissions_(this->entry().attributes.permissions.value_or(Permissions(0666U)))
     , expected_(this->entry().attributes.size.value_or(0))
-    , pieceSize_(largePieceSize)
+    , pieceSize_(context.pieceSize)
     , mostPieces_(mostLargePieces)
 {}
 
@@ -113,30 +132,31 @@ void FileTransfer::createTemporary()
 
 void FileTransfer::refusedTemporary(const Failure& why)
 {
-    if (why.code() == FailureCode::Exists) {
+    if (isTaken(why)) {
         createTemporary();
-    } else if (why.source() == FailureSource::Server) {
-        removeRefused(why);
-    } else {
+    } else if (context().isTargetLocal || temporaryPath() == entry().target) {
         explainRefusal(why);
+    } else {
+        lookAtRefused(why);
     }
 }
 
 /// Some servers make a file and refuse to hand it out then. Nobody else takes a name at random for
-/// an empty one.
-void FileTransfer::removeRefused(const Failure& why)
+/// an empty one. Others do not say that a name is taken.
+void FileTransfer::lookAtRefused(const Failure& why)
 {
     context().target.lookUp(
         temporaryPath(),
         whatever<const Attributes&>([this, why](const Failure& failure, const auto& made) {
-            const bool isMade =
-                !failure && made.size == 0 && (!made.type || isRegularFile(*made.type));
-            if (!isMade) {
+            if (failure) {
                 explainRefusal(why);
-                return;
+            } else if (why.source() != FailureSource::Server || made.size != 0 ||
+                       (made.type && !isRegularFile(*made.type))) {
+                createTemporary();
+            } else {
+                ownTemporary();
+                explainRefusal(notTaken(why));
             }
-            context().target.removeFile(
-                temporaryPath(), whatever<>([this, why](const Failure&) { explainRefusal(why); }));
         }));
 }
 
@@ -189,11 +209,14 @@ bool FileTransfer::isSecret() const
     return areSecret(permissions_) || replacesSecret;
 }
 
-/// Should the source's not be set in the end, a file that others may read is better off with what
-/// it can have. The group of what is replaced comes last, and until then the file is in that of
-/// whoever makes it.
+/// Where the source's are set in the end, they count from then on. If that may fail, a file that
+/// others may read is better off with what it can have. The group of what is replaced comes last,
+/// and until then the file is in that of whoever makes it.
 FileTransfer::Permissions FileTransfer::permissionsWhileFilled() const
 {
+    if (context().options.preservesPermissions && context().isStrict) {
+        return ownerOnly;
+    }
     const auto permissions = replacesFile() && standing()->permissions
                                  ? withoutOwnOfGroup(permissions_ & *standing()->permissions)
                                  : permissions_;
@@ -203,7 +226,7 @@ FileTransfer::Permissions FileTransfer::permissionsWhileFilled() const
 
 /// What may not be read by everybody is closed before the first byte: operations on one file are
 /// done in their order. As far as that is possible; where it is not, files have no permissions to
-/// speak of.
+/// speak of. The rest waits for a look, unless the system is seen to keep to what it is asked for.
 void FileTransfer::createdTemporary(File file)
 {
     temporary_ = file;
@@ -224,6 +247,8 @@ void FileTransfer::createdTemporary(File file)
     }
     if (!context().isTargetLocal) {
         foreseePermissions();
+    }
+    if (!context().isTargetLocal && (isSecret() || keepsToPermissions())) {
         beginWriting();
     }
 }
@@ -250,9 +275,17 @@ void FileTransfer::checkForeseen()
     }
 }
 
+/// Whether the permissions that every new file has had so far are among those of this one.
+bool FileTransfer::keepsToPermissions() const
+{
+    const auto given = context().givenToAll;
+    return (given & permissionsWhileFilled()) == given;
+}
+
 void FileTransfer::lookedAtTemporary(const Attributes& made)
 {
     made_ = made.permissions.value_or(permissionsWhileFilled());
+    context().givenToAll = context().givenToAll & made_;
     madeOwner_ = made.owner;
     const bool isClosedAlready = isSecret() && !context().isTargetLocal;
     now_ = isClosedAlready ? permissionsWhileFilled() & ownerOnly : made_;
@@ -283,7 +316,7 @@ void FileTransfer::startAt(std::uint64_t offset, std::uint64_t size)
     end_ = std::numeric_limits<std::uint64_t>::max();
     areBytesOver_ = false;
     canRead_ = true;
-    pieceSize_ = resumedPieceSize;
+    pieceSize_ = std::min(pieceSize_, resumedPieceSize);
     mostPieces_ = mostResumedPieces;
 }
 
@@ -534,7 +567,9 @@ void FileTransfer::setPermissions()
 
 void FileTransfer::keepOrLose(const Failure& why, const char* what)
 {
-    if (why) {
+    if (why && context().isStrict) {
+        giveUp(why);
+    } else if (why) {
         lose(newFailure("copy", entry().target, FailureCode::NotKept,
                         std::string(what) + ": " + why.cause()));
     }
@@ -580,14 +615,16 @@ void FileTransfer::checkWritten(const Attributes& now)
         context().target.setAttributes(temporaryPath(), attributes,
                                        whatever<>([this](const Failure& why) {
                                            keepOrLose(why, "the modification time");
-                                           publish();
+                                           if (!isGivenUp()) {
+                                               publish();
+                                           }
                                        }));
     }
 }
 
 bool FileTransfer::isAsWritten(const Attributes& now) const
 {
-    return (!now.type || isRegularFile(*now.type)) && (!now.size || *now.size == written_);
+    return (!now.type || isRegularFile(*now.type)) && now.size.value_or(0) == written_;
 }
 
 /// What was asked for behind the closing may have been answered too early.
@@ -610,8 +647,8 @@ bool FileTransfer::keepsTime(const Attributes& now) const
     using std::chrono::floor;
     using std::chrono::seconds;
     const auto& wanted = entry().attributes.modTime;
-    return !context().options.preservesTimes || !wanted || !now.modTime ||
-           floor<seconds>(*wanted) == floor<seconds>(*now.modTime);
+    return !context().options.preservesTimes || !wanted ||
+           (now.modTime && floor<seconds>(*wanted) == floor<seconds>(*now.modTime));
 }
 
 void FileTransfer::closeAll()

@@ -108,7 +108,7 @@ private:
     void lookedAtSource(const Attributes& now);
     void createTemporary();
     void refusedTemporary(const Failure& why);
-    void removeRefused(const Failure& why);
+    void lookAtRefused(const Failure& why);
     void explainRefusal(const Failure& why);
     bool mayHelpToWriteInPlace() const;
     void giveUpOnlyInPlace(const Failure& why);
@@ -117,6 +117,7 @@ private:
     void foreseePermissions();
     void checkForeseen();
     bool isSecret() const;
+    bool keepsToPermissions() const;
     Permissions permissionsWhileFilled() const;
     void narrowTo(Permissions permissions);
     void read(const Piece& piece, std::uint64_t got);

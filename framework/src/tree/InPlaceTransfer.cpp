@@ -65,7 +65,7 @@ bool InPlaceTransfer::mayBeItself()
         return false;
     }
     const auto isOne = isOnePlace(context().targetSystem, entry().path, entry().target);
-    if (isOne && !*isOne && !looksLikeItself()) {
+    if (isOne && !*isOne && (source_.identity || !looksLikeItself())) {
         return false;
     }
     const bool isKnown = isOne && *isOne;
@@ -101,6 +101,8 @@ void InPlaceTransfer::lookedAtStanding(const Attributes& now)
         giveUp(FailureCode::Changed, entry().target);
     } else if (isSame) {
         giveUp(FailureCode::IntoItself, entry().target, sameFile);
+    } else if (context().isOneSystem() && !(now.identity && source_.identity)) {
+        checkSource([this] { closeToOthers(); });
     } else {
         closeToOthers();
     }
@@ -131,7 +133,7 @@ void InPlaceTransfer::closeToOthers()
 void InPlaceTransfer::refusedToClose(const Failure& why)
 {
     const auto readers = *now_.permissions & mayRead;
-    if ((readers & sourcePermissions()) == readers) {
+    if (!context().isStrict && (readers & sourcePermissions()) == readers) {
         cutStanding();
         return;
     }
@@ -154,7 +156,7 @@ void InPlaceTransfer::cutStanding()
         if (why) {
             emptyStanding();
         } else {
-            checkSource();
+            checkSource([this] { beginWriting(); });
         }
     }));
 }
@@ -171,20 +173,21 @@ void InPlaceTransfer::emptyStanding()
                                   }
                                   writeTo(file);
                                   if (!isGivenUp()) {
-                                      checkSource();
+                                      checkSource([this] { beginWriting(); });
                                   }
                               }));
     }));
 }
 
-/// Whether that has not cut the source, which is the same file then.
-void InPlaceTransfer::checkSource()
+/// Whether what was done has not cut the source, which is the same file then: some servers empty a
+/// file that is opened to be written.
+void InPlaceTransfer::checkSource(std::function<void()> next)
 {
-    context().source.look(*source(), then<const Attributes&>([this](const auto& now) {
+    context().source.look(*source(), then<const Attributes&>([this, next](const auto& now) {
         if (now.size && source_.size && *now.size < *source_.size) {
             giveUp(FailureCode::Changed, entry().path, "it has become shorter");
         } else {
-            beginWriting();
+            next();
         }
     }));
 }

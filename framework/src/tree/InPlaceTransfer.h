@@ -2,6 +2,8 @@
 
 #include "tree/FileTransfer.h"
 
+#include <functional>
+
 namespace FileSystem {
 
 /// The copy of a regular file into the one that stands at its target, or into a new one under that
@@ -26,7 +28,7 @@ private:
     void refusedToClose(const Failure& why);
     void cutStanding();
     void emptyStanding();
-    void checkSource();
+    void checkSource(std::function<void()> next);
     void finish();
 
     Attributes source_;

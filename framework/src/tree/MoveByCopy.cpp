@@ -1,15 +1,20 @@
 #include "tree/MoveByCopy.h"
 
+#include "failure/FailureWatch.h"
+#include "failure/NewFailure.h"
 #include "path/PathText.h"
 #include "tree/HiddenName.h"
-#include "tree/TreeCopy.h"
-#include "tree/TreeRemoval.h"
+#include "tree/SlotCopy.h"
+#include "tree/SlotRemoval.h"
+#include "tree/TreeCopier.h"
+#include "tree/TreeRemover.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
 
-#include <algorithm>
 #include <optional>
+#include <unordered_map>
+#include <utility>
 
 namespace FileSystem {
 
@@ -29,25 +34,92 @@ bool isUnchanged(const FileSystem2& system, const std::string& path,
                     fail(FailureCode::Changed, {}, path));
 }
 
-bool removeEntries(const FileSystem2& system, const std::string& directory,
-                   const std::vector<StorageSystemFileInfo>& entries)
+/// Whether an entry is as it was when it was copied.
+bool isAsCopied(const StorageSystemAttributes& now, const StorageSystemAttributes& copied)
 {
-    return std::all_of(entries.begin(), entries.end(), [&](const StorageSystemFileInfo& entry) {
-        const auto path = PathText::childId(directory, {entry.name});
-        return isUnchanged(system, path, entry) && system.fileRemove(path);
-    });
+    return now.type == copied.type && now.size == copied.size && now.modTime == copied.modTime;
 }
 
-/// Removes a tree that was copied from another place. Children before their parents. A directory
-/// that has got another entry since is not empty then, and stays.
-bool removeCopied(const FileSystem2& system, const Tree& tree, const std::string& place)
+/// Keeps what was copied, and ends the copy at the first failure.
+class Record final : public TreeObserver
 {
-    const auto root = tree.directories.front().path.size();
-    return std::all_of(
-        tree.directories.rbegin(), tree.directories.rend(), [&](const TreeDirectory& directory) {
-            const auto path = place + directory.path.substr(root);
-            return removeEntries(system, path, directory.entries) && system.directoryRemove(path);
-        });
+public:
+    void done(const TreeEntry& entry) override { entries_.emplace(entry.below, entry.attributes); }
+
+    bool failed(const TreeEntry& /*entry*/, const Failure& failure) override
+    {
+        failure_ = failure;
+        return false;
+    }
+
+    const Failure& failure() const noexcept { return failure_; }
+
+    /// Null: it was not copied.
+    const StorageSystemAttributes* find(const std::string& below) const
+    {
+        const auto found = entries_.find(below);
+        return found != entries_.end() ? &found->second : nullptr;
+    }
+
+private:
+    std::unordered_map<std::string, StorageSystemAttributes> entries_;
+    Failure failure_;
+};
+
+/// Removes a tree that was copied from another place. What has come since, or has changed, stays,
+/// and with it the directories that it is in.
+class RemovalOfCopied final : public TreeObserver
+{
+public:
+    explicit RemovalOfCopied(const Record& record)
+        : record_(record)
+    {}
+
+    bool wants(const TreeEntry& entry) override
+    {
+        const auto* const copied = record_.find(entry.below);
+        const bool isDirectory = entry.attributes.type &&
+                                 entry.attributes.type->has(StorageSystemFileTypeFlag::Directory);
+        if (copied != nullptr && (isDirectory || isAsCopied(entry.attributes, *copied))) {
+            return true;
+        }
+        stop(newFailure("remove", entry.path, FailureCode::Changed));
+        return false;
+    }
+
+    bool failed(const TreeEntry& /*entry*/, const Failure& failure) override
+    {
+        stop(failure);
+        return false;
+    }
+
+    bool progress(const TreeProgress& /*progress*/) override { return !failure_; }
+
+    const Failure& failure() const noexcept { return failure_; }
+
+private:
+    void stop(const Failure& failure)
+    {
+        if (!failure_) {
+            failure_ = failure;
+        }
+    }
+
+    const Record& record_;
+    Failure failure_;
+};
+
+/// False: something is left there.
+bool removeCopied(const FileSystem2& system, const Record& record, const std::string& place)
+{
+    RemovalOfCopied removal(record);
+    TreeRemover remover(system, removal, {});
+    remover.lookAgainAtFiles();
+    static_cast<void>(remover.remove({place}));
+    if (removal.failure()) {
+        noteAgain(Failure(removal.failure()));
+    }
+    return !removal.failure();
 }
 
 } // namespace
@@ -72,31 +144,38 @@ bool moveFileByCopy(const FileSystem2& system, const std::string& path, const st
 
 bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const std::string& newPath)
 {
+    if (leadsIntoItself(system, path, system, newPath)) {
+        return fail(FailureCode::IntoItself, {}, newPath);
+    }
     const auto source = system.directoryInfo(path);
-    if (!source) {
+    const StorageSystemProgress unheard;
+    if (!source || !surveyTree({system, path, *source, system, newPath, unheard, {}, {}})) {
         return false;
     }
-    const StorageSystemProgress unheard;
-    CopyProgress progress(unheard);
-    CopyLosses losses;
-    TargetHabits habits;
-    const CopyTask task{system,       system,   keepAll | StorageSystemCopyOptionFlag::Recursive,
-                        std::nullopt, progress, losses,
-                        habits};
-    TreeCopy copy(task, path, newPath);
+    Record record;
+    TreeCopyOptions options;
+    options.standing = TreeStanding::Fail;
+    options.preservesPermissions = options.preservesTimes = true;
+    TreeCopier copier(system, system, record, options);
+    copier.beStrict(true);
+    copier.makeRootsNew(true);
+    static_cast<void>(copier.copy({{path, newPath}}));
+    if (record.failure()) {
+        noteAgain(Failure(record.failure()));
+    }
     // The original leaves its place in one step, which also tells whether it may.
-    const auto aside = copy.copy(*source)
+    const auto aside = !record.failure()
                            ? system.directoryRename(path, hiddenName(PathText::fileName(path),
                                                                      HiddenNameUse::SetAside))
                            : std::nullopt;
     if (!aside) {
         const FailureKeeper keeper;
-        if (copy.hasMadeTarget()) {
-            removeTree(system, newPath);
+        if (copier.hasMadeRoot()) {
+            static_cast<void>(removeForSlot(system, newPath));
         }
         return false;
     }
-    if (removeCopied(system, copy.tree(), *aside)) {
+    if (removeCopied(system, record, *aside)) {
         return true;
     }
     const FailureKeeper keeper;

@@ -28,6 +28,8 @@ namespace {
 constexpr std::size_t enoughHeld = 20'000;
 constexpr std::size_t mostReading = 32;
 
+constexpr std::uint64_t largestPiece = 32U << 20U;
+
 // Each has a file open on either side.
 constexpr std::size_t mostFiles = 64;
 
@@ -50,7 +52,8 @@ std::uint64_t sizeOf(const StorageSystemAttributes& attributes)
     return attributes.type && isRegularFile(*attributes.type) ? attributes.size.value_or(0) : 0;
 }
 
-/// Whether a copy of the source would be inside of it, or cannot be told from that.
+} // namespace
+
 bool leadsIntoItself(const StorageSystem& source, const std::string& sourcePath,
                      const StorageSystem& target, const std::string& targetPath)
 {
@@ -67,8 +70,6 @@ bool leadsIntoItself(const StorageSystem& source, const std::string& sourcePath,
     return PathText::isWithin(*from, *to);
 }
 
-} // namespace
-
 /// A directory that is being copied. Lives as long as anything in it is still to be copied.
 struct TreeCopier::Directory
 {
@@ -80,7 +81,6 @@ struct TreeCopier::Directory
     bool isRead = false;
     bool isMade = false;
     bool isFailed = false;
-    bool hasEntries = false;
     std::size_t unfinished = 0;    ///< How much of what is in it is neither copied nor has failed.
     bool isNew = false;            ///< Its target was not there before.
     bool isShared = false;         ///< Other sources may go to its target, or below it.
@@ -110,6 +110,13 @@ TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
 }
 
 TreeCopier::~TreeCopier() = default;
+
+void TreeCopier::movePieces(std::uint64_t size) noexcept
+{
+    if (size != 0) {
+        context_->pieceSize = std::min(size, largestPiece);
+    }
+}
 
 TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
 {
@@ -373,9 +380,12 @@ void TreeCopier::beginDirectory(const DirectoryPtr& directory)
 
 void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, bool isNew)
 {
-    if (failure) {
+    const bool isInTheWay = !failure && !isNew && areRootsNew_ && directory->parent == nullptr;
+    const auto why =
+        isInTheWay ? newFailure("copy", directory->entry.target, FailureCode::Exists) : failure;
+    if (why) {
         directory->isFailed = true;
-        work_.fail(directory->entry, failure);
+        work_.fail(directory->entry, why);
     }
     directory->isMade = true;
     directory->isNew = isNew;
@@ -385,6 +395,7 @@ void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, boo
             claims_.noteNew(directory->entry.target);
         }
     }
+    hasMadeRoot_ = hasMadeRoot_ || (isNew && directory->parent == nullptr);
     takeEntries(directory);
 }
 
@@ -412,9 +423,8 @@ void TreeCopier::takeEntries(const DirectoryPtr& directory)
     chooseOthers(*directory);
     chooseWanted(*directory);
     directory->unfinished = directory->contents.entries.size();
-    directory->hasEntries = directory->unfinished != 0;
     held_ += directory->unfinished;
-    (directory->hasEntries ? toFill_ : toLeave_).push_back(directory);
+    (directory->unfinished != 0 ? toFill_ : toLeave_).push_back(directory);
 }
 
 /// What stands where the entries go, all at once.
@@ -570,9 +580,12 @@ EntryTransfer::Standing TreeCopier::standingOf(const TreeEntry& entry,
     const auto name = PathText::fileName(entry.target);
     const auto found = parent->standing.find(name);
     if (found != parent->standing.end()) {
-        // A listing need not tell what its entries are.
-        return found->second.type ? EntryTransfer::Standing{true, found->second}
-                                  : EntryTransfer::Standing{};
+        // A listing need not tell what its entries are, nor whose, and devices pass for
+        // directories.
+        const auto& told = found->second;
+        const bool isTold =
+            isSymbolicLink(told) || (told.type && isRegularFile(*told.type) && told.owner);
+        return isTold ? EntryTransfer::Standing{true, told} : EntryTransfer::Standing{};
     }
     // Servers leave hidden names out of their lists, and have what they do not list all the
     // same.
@@ -628,6 +641,8 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
     if (transfer.outcome() == EntryTransfer::Outcome::Failed) {
         if (!context_->isStopped || transfer.failure().code() != FailureCode::Cancelled) {
             work_.fail(transfer.entry(), transfer.failure());
+        } else if (!transfer.failure().text().empty()) {
+            left_ += (left_.empty() ? "" : "; ") + transfer.failure().text();
         }
         return;
     }
@@ -648,7 +663,7 @@ void TreeCopier::leave(const DirectoryPtr& directory)
         removeOthers(*directory);
     }
     work_.begin();
-    if (!directory->hasEntries || work_.isDryRun()) {
+    if (work_.isDryRun()) {
         finish(directory);
         return;
     }

@@ -19,6 +19,10 @@ namespace FileSystem {
 
 class FileTransfer;
 
+/// Whether a copy of the source would be inside of it, or cannot be told from that.
+bool leadsIntoItself(const StorageSystem& source, const std::string& sourcePath,
+                     const StorageSystem& target, const std::string& targetPath);
+
 /// Copies files, links and trees between two systems.
 class TreeCopier
 {
@@ -29,7 +33,22 @@ public:
     TreeCopier& operator=(const TreeCopier&) = delete;
     ~TreeCopier();
 
+    /// What is to be preserved and cannot be is a failure.
+    void beStrict(bool isStrict) noexcept { context_->isStrict = isStrict; }
+
+    /// A directory that stands at the target of a root is a failure.
+    void makeRootsNew(bool areNew) noexcept { areRootsNew_ = areNew; }
+
+    /// \param size bytes that one operation moves; 0 for as many as pay.
+    void movePieces(std::uint64_t size) noexcept;
+
     TreeReport copy(const std::vector<TreeCopyPath>& paths);
+
+    /// What could not be removed of files that were given up, as a text; empty for nothing.
+    const std::string& whatIsLeft() const noexcept { return left_; }
+
+    /// A directory was made for a root that had none at its target.
+    bool hasMadeRoot() const noexcept { return hasMadeRoot_; }
 
 private:
     struct Directory;
@@ -88,7 +107,10 @@ private:
     std::unique_ptr<CopyContext> context_;
     FlightLimit limit_;
     TreeWork work_;
+    bool areRootsNew_ = false;
     bool areStopped_ = false;
+    bool hasMadeRoot_ = false;
+    std::string left_;
     std::set<std::string> targets_; ///< Of what was named.
     std::vector<Root> roots_;       ///< Still to be looked at; the next one last.
     std::size_t turn_ = 0;

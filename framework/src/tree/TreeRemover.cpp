@@ -4,6 +4,7 @@
 #include "path/PathText.h"
 #include "tree/TreeLimits.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace FileSystem {
@@ -14,6 +15,13 @@ namespace {
 // memory.
 constexpr std::size_t enoughHeld = 20'000;
 constexpr std::size_t mostReading = 32;
+
+/// Whether there is something in a directory that cannot be named, whatever the system says of the
+/// directory when it is to be removed.
+bool holdsTheUnnamable(const Failure& whyUnread)
+{
+    return whyUnread.code() == FailureCode::BadName || whyUnread.code() == FailureCode::Protocol;
+}
 
 /// Whether a directory was not removed for what is left in it.
 bool isForWhatIsLeft(const Failure& failure)
@@ -82,7 +90,7 @@ void TreeRemover::beginStep()
     if (!toLeave_.empty()) {
         beginLeaving(takeLast(toLeave_));
     } else if (!toRead_.empty() && (mayRead || toEmpty_.empty())) {
-        beginReading(takeLast(toRead_));
+        beginDirectory(takeLast(toRead_));
     } else if (!toEmpty_.empty()) {
         beginNextEntry();
     } else {
@@ -137,6 +145,29 @@ void TreeRemover::enter(TreeEntry&& entry, const DirectoryPtr& parent)
     directory.parent = parent;
 }
 
+/// Where operations are done at once, whether a list was right about a directory is asked first:
+/// there are lists that tell what links lead to.
+void TreeRemover::beginDirectory(const DirectoryPtr& directory)
+{
+    if (directory->parent == nullptr || work_.queue().descriptor() != -1) {
+        beginReading(directory);
+        return;
+    }
+    work_.begin();
+    ++reading_;
+    work_.queue().lookUp(directory->entry.path,
+                         [this, directory](const Failure& failure, const auto& now) {
+                             --reading_;
+                             work_.end();
+                             if (failure || !now.type || isDirectory(now)) {
+                                 beginReading(directory);
+                             } else {
+                                 directory->entry.attributes = now;
+                                 beginRemoving(std::move(directory->entry), directory->parent);
+                             }
+                         });
+}
+
 void TreeRemover::beginReading(const DirectoryPtr& directory)
 {
     work_.begin();
@@ -157,8 +188,7 @@ void TreeRemover::take(const DirectoryPtr& directory, DirectoryContents& content
         work_.fail(entryBelow(directory->entry, {PathText::fileName(failure.path()), {}}), failure);
     }
     directory->whyUnread = std::move(contents.failure);
-    if (directory->whyUnread.code() == FailureCode::Protocol) {
-        // There is something in it that cannot be named, whatever the system says of the directory.
+    if (holdsTheUnnamable(directory->whyUnread)) {
         directory->isKept = true;
     }
     chooseWanted(*directory, contents);
@@ -185,6 +215,8 @@ void TreeRemover::chooseWanted(Directory& directory, DirectoryContents& contents
             directory.isKept = true;
         }
     }
+    // The next one stands last.
+    std::reverse(directory.entries.begin(), directory.entries.end());
 }
 
 void TreeRemover::beginNextEntry()
@@ -206,16 +238,47 @@ void TreeRemover::beginRemoving(TreeEntry&& entry, const DirectoryPtr& parent)
         return;
     }
     work_.begin();
+    if (looksAgain_) {
+        lookAgain(std::move(entry), parent);
+    } else {
+        removeEntry(std::move(entry), parent);
+    }
+}
+
+void TreeRemover::lookAgain(TreeEntry&& entry, const DirectoryPtr& parent)
+{
+    const auto path = entry.path;
+    work_.queue().lookUp(path, [this, entry = std::move(entry), parent](const Failure& failure,
+                                                                        const auto& now) mutable {
+        entry.attributes = failure ? entry.attributes : now;
+        if (failure || !work_.wants(entry)) {
+            endEntry(entry, parent, failure, true);
+        } else {
+            removeEntry(std::move(entry), parent);
+        }
+    });
+}
+
+void TreeRemover::removeEntry(TreeEntry&& entry, const DirectoryPtr& parent)
+{
     const auto path = entry.path;
     work_.queue().removeFile(path, [this, entry = std::move(entry), parent](const Failure& why) {
-        work_.end();
-        if (why) {
-            work_.fail(entry, why);
-        } else {
-            work_.done(entry);
-        }
-        finishEntry(parent, static_cast<bool>(why));
+        endEntry(entry, parent, why, static_cast<bool>(why));
     });
+}
+
+void TreeRemover::endEntry(const TreeEntry& entry, const DirectoryPtr& parent, const Failure& why,
+                           bool isKept)
+{
+    work_.end();
+    if (why) {
+        work_.fail(entry, why);
+    } else if (isKept) {
+        work_.passed();
+    } else {
+        work_.done(entry);
+    }
+    finishEntry(parent, isKept);
 }
 
 /// Everything that was in the directory is gone, or is known to stay.

@@ -19,6 +19,10 @@ public:
     /// Nothing below this directory is reached through a link; of the trees otherwise.
     void confine(const std::string& directory);
 
+    /// Each file and link is looked at, and the observer asked, once more before it is removed: a
+    /// list may be old by then.
+    void lookAgainAtFiles() noexcept { looksAgain_ = true; }
+
     TreeReport remove(const std::vector<std::string>& roots);
 
 private:
@@ -31,11 +35,16 @@ private:
     void beginRoot(TreeEntry&& root);
     void begin(TreeEntry&& entry, const DirectoryPtr& parent);
     void enter(TreeEntry&& entry, const DirectoryPtr& parent);
+    void beginDirectory(const DirectoryPtr& directory);
     void beginReading(const DirectoryPtr& directory);
     void take(const DirectoryPtr& directory, DirectoryContents& contents);
     void chooseWanted(Directory& directory, DirectoryContents& contents);
     void beginNextEntry();
     void beginRemoving(TreeEntry&& entry, const DirectoryPtr& parent);
+    void lookAgain(TreeEntry&& entry, const DirectoryPtr& parent);
+    void removeEntry(TreeEntry&& entry, const DirectoryPtr& parent);
+    void endEntry(const TreeEntry& entry, const DirectoryPtr& parent, const Failure& why,
+                  bool isKept);
     void beginLeaving(const DirectoryPtr& directory);
     void leave(const DirectoryPtr& directory);
     void left(const DirectoryPtr& directory, const Failure& failure);
@@ -43,6 +52,7 @@ private:
 
     TreeWork work_;
     bool isConfined_ = false;
+    bool looksAgain_ = false;
     std::vector<TreeEntry> roots_; ///< Still to be looked at; the next one last.
     std::vector<DirectoryPtr> toRead_;
     std::vector<DirectoryPtr> toEmpty_; ///< With entries that are still to be removed.

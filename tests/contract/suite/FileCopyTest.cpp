@@ -405,7 +405,7 @@ TEST_P(FileCopyContract, CopiesADanglingLinkAsALink)
         return;
     }
     ASSERT_TRUE(source().fileSymbolicLinkCreateAs("/no/where", sourcePath("dangling"), true));
-    EXPECT_TRUE(copy("dangling", "dangling copy"));
+    EXPECT_TRUE(copy("dangling", "dangling copy")) << Failure::last().message();
     EXPECT_EQ(target().fileSymbolicLinkTarget(targetPath("dangling copy")), "/no/where");
     EXPECT_THAT(targetNames(), testing::ElementsAre("dangling copy"));
 }

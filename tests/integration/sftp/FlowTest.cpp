@@ -43,6 +43,17 @@ void expectDone(std::future<bool>& copy, SftpClient& client)
     EXPECT_TRUE(copy.get()) << client.session().getLastError();
 }
 
+/// Copies by open files, whose requests all go through the one SFTP session of their system.
+bool copyOpenFile(const FileSystem::FileSystem2& system, const std::string& path,
+                  const FileSystem::FileSystem2& target, const std::string& targetPath,
+                  const FileSystem::StorageSystemProgress& progress = {},
+                  std::optional<std::uint64_t> bufferSize = std::nullopt)
+{
+    const auto source = system.fileOpen(path, kRead);
+    const auto copy = target.fileCreateAs(targetPath, false, false);
+    return source != nullptr && copy != nullptr && source->copy(*copy, progress, bufferSize);
+}
+
 void write(const std::string& path, const std::string& content)
 {
     std::ofstream(path, std::ios::binary) << content;
@@ -103,7 +114,7 @@ protected:
             }
             return true;
         };
-        return local_.fileCopyAs(here_.file("sent"), files(), path("sent"), report, {}, kStep);
+        return copyOpenFile(local_, here_.file("sent"), files(), path("sent"), report, kStep);
     }
 
     bool fetch(int number)
@@ -116,7 +127,7 @@ protected:
             }
             return true;
         };
-        return files().fileCopyAs(path("fetched"), local_, target(number), report, {}, kStep);
+        return copyOpenFile(files(), path("fetched"), local_, target(number), report, kStep);
     }
 
     void startDownloads()
@@ -215,7 +226,7 @@ protected:
             return true;
         };
         const bool isCopied =
-            files().fileCopyAs(path("file"), local_, here_.file("target"), report, {}, kStep);
+            copyOpenFile(files(), path("file"), local_, here_.file("target"), report, kStep);
         EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost) << Failure::last().message();
         return isCopied;
     }
@@ -318,7 +329,7 @@ protected:
             return true;
         };
         const bool isCopied =
-            files().fileCopyAs(path("file"), local_, here_.file("target"), report, {}, kStep);
+            copyOpenFile(files(), path("file"), local_, here_.file("target"), report, kStep);
         expectFailure(FailureCode::ConnectionLost);
         return isCopied;
     }
@@ -388,7 +399,7 @@ TEST_P(SpoiltRefusalTest, OfAWriteEndsTheSftpSession)
     misbehave({{every(SftpPacket::Write), SftpActions::refuse(SftpStatus::Failure)},
                {every(SftpPacket::Read), GetParam()}});
     expectFailureInTime(
-        [this] { return local_.fileCopyAs(here_.file("source"), files(), path("sent")); });
+        [this] { return copyOpenFile(local_, here_.file("source"), files(), path("sent")); });
     expectEnded();
 }
 
@@ -397,7 +408,7 @@ TEST_P(SpoiltRefusalTest, OfAReadEndsTheSftpSession)
     misbehave({{nth(SftpPacket::Read, 1), SftpActions::refuse(SftpStatus::Failure)},
                {from(SftpPacket::Read, 2), GetParam()}});
     expectFailureInTime(
-        [this] { return files().fileCopyAs(path("file"), local_, here_.file("target")); });
+        [this] { return copyOpenFile(files(), path("file"), local_, here_.file("target")); });
     expectEnded();
 }
 
@@ -447,8 +458,8 @@ protected:
 TEST_F(ReplacedSessionTest, EndsADownloadWithoutAnException)
 {
     bool isCopied = true;
-    EXPECT_NO_THROW(isCopied = files().fileCopyAs(path("file"), local_, here_.file("target"),
-                                                  replacing(), {}, kStep));
+    EXPECT_NO_THROW(isCopied = copyOpenFile(files(), path("file"), local_, here_.file("target"),
+                                            replacing(), kStep));
     EXPECT_FALSE(isCopied);
     expectFailure(FailureCode::ConnectionLost);
     ASSERT_NE(next_, nullptr);
@@ -459,8 +470,8 @@ TEST_F(ReplacedSessionTest, EndsAnUploadWithoutAnException)
 {
     write(here_.file("source"), std::string(10 * kStep, 'x'));
     bool isCopied = true;
-    EXPECT_NO_THROW(isCopied = local_.fileCopyAs(here_.file("source"), files(), path("sent"),
-                                                 replacing(), {}, kStep));
+    EXPECT_NO_THROW(isCopied = copyOpenFile(local_, here_.file("source"), files(), path("sent"),
+                                            replacing(), kStep));
     EXPECT_FALSE(isCopied);
     expectFailure(FailureCode::ConnectionLost);
     EXPECT_NE(next_, nullptr);

@@ -232,6 +232,7 @@ TEST_F(ScriptedPermissionsTest, ThatTheServerRefusesToSetCostNoFile)
                                                   ", but could not keep the "));
         EXPECT_THAT(result.errorOutput, HasSubstr("the modification time: "));
         EXPECT_THAT(result.errorOutput, HasSubstr("the permissions: "));
+        EXPECT_THAT(result.errorOutput, HasSubstr("permission denied"));
         EXPECT_EQ(readFile(sftp().path("f")), "text");
         EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
         EXPECT_EQ(modeOf(sftp().path("f")), 0640U);

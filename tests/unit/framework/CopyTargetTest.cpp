@@ -14,6 +14,7 @@
 using FileSystem::fail;
 using FileSystem::Failure;
 using FileSystem::FailureCode;
+using FileSystem::FailureSource;
 using TarnisTest::expectFailure;
 using TarnisTest::MemoryFileSystem;
 using testing::Contains;
@@ -134,8 +135,10 @@ TEST_F(CopyTarget, ThatIsADirectoryIsNotReplacedWhereRenamingWouldDoIt)
 {
     target.behaviour.renamingReplaces = true;
     target.behaviour.renamingReplacesDirectories = true;
-    const auto makesDirectory = [this](std::uint64_t, std::uint64_t) {
-        target.addFile("/new/below", "stays");
+    const auto makesDirectory = [this](std::uint64_t done, std::uint64_t) {
+        if (done > 0) {
+            target.addFile("/new/below", "stays");
+        }
         return true;
     };
     EXPECT_FALSE(source.fileCopyAs("/tree/file", target, "/new", makesDirectory));
@@ -181,6 +184,32 @@ TEST_F(CopyTarget, ThatIsNewIsMadeInPlaceAndRemovedWhereItDoesNotBecomeWhole)
     target.behaviour.unwritableFrom = 1;
     EXPECT_FALSE(copyTo("/directory/new", Option::InPlace));
     EXPECT_FALSE(target.has("/directory/new"));
+}
+
+/// Makes an empty file of each that is to be created with this in its path, and refuses it then.
+void refuseWhatIsMade(MemoryFileSystem& system, const std::string& part)
+{
+    system.behaviour.onCall = [&system, part](const std::string& operation,
+                                              const std::string& path) {
+        if (operation == "open" && path.find(part) != std::string::npos) {
+            system.addFile(path, "");
+            fail(FailureCode::Other, FailureSource::Server, 4, "Failure");
+        }
+    };
+}
+
+TEST_F(CopyTarget, ThatIsMadeUnderAHiddenNameAndNotHandedOutIsRemoved)
+{
+    refuseWhatIsMade(target, ".part");
+    EXPECT_FALSE(copyTo("/directory/new"));
+    EXPECT_THAT(target.paths(), ElementsAre("/device", "/directory", "/pipe", "/socket"));
+}
+
+TEST_F(CopyTarget, ThatAppearsAsItIsToBeMadeInPlaceStays)
+{
+    refuseWhatIsMade(target, "/new");
+    EXPECT_FALSE(copyTo("/directory/new", Option::InPlace));
+    EXPECT_TRUE(target.has("/directory/new"));
 }
 
 TEST_F(CopyTarget, ThatIsALinkIsNotWrittenThroughInPlace)
@@ -282,14 +311,15 @@ public:
 TEST_F(CopyTarget, ThatBecomesAPipeMeanwhileIsNotReplaced)
 {
     ReplacingFileSystem replacing;
-    const auto becomesPipe = [&](std::uint64_t, std::uint64_t) {
-        replacing.addPipe("/old");
-        return true;
+    replacing.behaviour.onCall = [&](const std::string& operation, const std::string&) {
+        if (operation.rfind("write", 0) == 0 || operation == "makeLink") {
+            replacing.addPipe("/old");
+        }
     };
     for (const auto* path : {"/tree/file", "/link"}) {
         source.addLink("/link", "/tree/file");
         replacing.addFile("/old", "old");
-        EXPECT_FALSE(source.fileCopyAs(path, replacing, "/old", becomesPipe));
+        EXPECT_FALSE(source.fileCopyAs(path, replacing, "/old"));
         expectFailure(FailureCode::NotCopyable, "/old");
         EXPECT_THAT(replacing.paths(), ElementsAre("/old"));
     }

@@ -172,7 +172,7 @@ TEST_F(FileCopying, OfAnEmptyFileMakesAnEmptyFile)
     source.addFile("/file", "");
     EXPECT_TRUE(copy(collectReports()));
     EXPECT_EQ(target.bytesOf("/there/file"), "");
-    EXPECT_THAT(reports, ElementsAre(Pair(0, 0), Pair(0, 0)));
+    EXPECT_THAT(reports, ElementsAre(Pair(0, 0)));
 }
 
 TEST_F(FileCopying, SurvivesShortReadsAndWrites)
@@ -183,37 +183,29 @@ TEST_F(FileCopying, SurvivesShortReadsAndWrites)
     EXPECT_EQ(target.bytesOf("/there/file"), bytes);
 }
 
-TEST_F(FileCopying, TakesBulkTransfers)
-{
-    source.behaviour.hasBulkTransfer = true;
-    target.behaviour.hasBulkTransfer = true;
-    EXPECT_TRUE(copy());
-    EXPECT_EQ(target.bytesOf("/there/file"), bytes);
-    EXPECT_THAT(source.calls(), Contains("bulk.start 0 /file"));
-    // What it knows saves the system a look for the end.
-    EXPECT_THAT(source.calls(), Contains("bulk.expectEnd 26 /file"));
-    EXPECT_THAT(target.calls(), Not(Contains(StartsWith("bulk.expectEnd"))));
-}
-
 TEST_F(FileCopying, ReportsBytesOfTheFile)
 {
     EXPECT_TRUE(copy(collectReports(), {}, 10));
-    EXPECT_THAT(reports,
-                ElementsAre(Pair(0, 26), Pair(10, 26), Pair(20, 26), Pair(26, 26), Pair(26, 26)));
+    EXPECT_THAT(reports, ElementsAre(Pair(0, 26), Pair(10, 26), Pair(20, 26), Pair(26, 26)));
 }
 
-// The second time when it is open, which it need not have become as what was looked at.
-TEST_F(FileCopying, LooksAtTheSourceTwice)
+// It need not be opened as what was looked at before.
+TEST_F(FileCopying, LooksAtTheSourceOnceMoreWhenItIsOpen)
 {
-    EXPECT_TRUE(copy(collectReports()));
-    EXPECT_EQ(std::count(source.calls().begin(), source.calls().end(), "info /file"), 2);
+    EXPECT_TRUE(copy());
+    const auto& calls = source.calls();
+    const auto opened = std::find(calls.begin(), calls.end(), "open /file");
+    ASSERT_NE(opened, calls.end());
+    EXPECT_EQ(std::count(opened, calls.end(), "info /file"), 1);
+    EXPECT_LE(std::count(calls.begin(), opened, "info /file"), 2);
 }
 
 TEST_F(FileCopying, StoppedByAnyReportLeavesNothing)
 {
-    for (std::size_t stop = 1; stop <= 5; ++stop) {
+    for (std::size_t stop = 1; stop <= 4; ++stop) {
         reports.clear();
         EXPECT_FALSE(copy(collectReports(stop), {}, 10)) << stop;
+        EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::Cancelled);
         EXPECT_EQ(reports.size(), stop);
         expectNothingNew();
     }
@@ -358,8 +350,10 @@ TEST_F(FileCopying, NeverReplacesADirectory)
 
 TEST_F(FileCopying, NeverReplacesADirectoryThatAppearsMeanwhile)
 {
-    const auto makesDirectory = [this](std::uint64_t, std::uint64_t) {
-        target.addDirectory("/there/file");
+    const auto makesDirectory = [this](std::uint64_t done, std::uint64_t) {
+        if (done > 0) {
+            target.addDirectory("/there/file");
+        }
         return true;
     };
     EXPECT_FALSE(copy(makesDirectory));
@@ -459,8 +453,10 @@ TEST_F(FileCopying, ThatMustNotReplaceFailsBeforeItReads)
 TEST_F(FileCopying, ThatMustNotReplaceDoesNotReplaceWhatAppearsMeanwhile)
 {
     target.behaviour.renamingReplaces = true;
-    const auto makesFile = [this](std::uint64_t, std::uint64_t) {
-        target.addFile("/there/file", "another's");
+    const auto makesFile = [this](std::uint64_t done, std::uint64_t) {
+        if (done > 0) {
+            target.addFile("/there/file", "another's");
+        }
         return true;
     };
     EXPECT_FALSE(copy(makesFile, Option::FailIfExists));
@@ -492,12 +488,16 @@ TEST_F(FileCopying, IsANewFileWhenNotAskedToPreserve)
 
 TEST_F(FileCopying, ShowsAFileToNobodyElseBeforeItHasItsPermissions)
 {
-    const auto watches = [this](std::uint64_t, std::uint64_t) {
-        const auto paths = target.paths();
-        EXPECT_EQ(target.at(paths.back()).permissions.raw(), 0600U) << paths.back();
+    int seen = 0;
+    const auto watches = [&](std::uint64_t done, std::uint64_t) {
+        const auto path = target.paths().back();
+        EXPECT_EQ(path != "/there", done > 0);
+        EXPECT_TRUE(done == 0 || target.at(path).permissions.raw() == 0600U) << path;
+        seen += done > 0;
         return true;
     };
     EXPECT_TRUE(copy(watches, preserveAll));
+    EXPECT_GT(seen, 0);
 }
 
 TEST_F(FileCopying, PreservesThatNobodyMayWrite)
@@ -510,6 +510,7 @@ TEST_F(FileCopying, PreservesThatNobodyMayWrite)
 
 TEST_F(FileCopying, FailsWhereWhatIsToBePreservedCannotBe)
 {
+    source.setModTime("/file", TarnisTest::timeAt(98'765'432'100));
     target.behaviour.refusesTimes = true;
     EXPECT_FALSE(copy({}, Option::PreserveModTime));
     expectNothingNew();
@@ -551,7 +552,7 @@ TEST_F(FileCopying, FailsOnASystemThatIsNoLongerValid)
     EXPECT_FALSE(copy());
 }
 
-TEST_F(FileCopying, PassesOnThatASystemWasLostOnTheWay)
+TEST_F(FileCopying, FailsWhereASystemIsLostOnTheWay)
 {
     const auto lost = [](const std::string& operation, const std::string&) {
         if (operation.rfind("write", 0) == 0 || operation.rfind("remove", 0) == 0) {
@@ -559,24 +560,24 @@ TEST_F(FileCopying, PassesOnThatASystemWasLostOnTheWay)
         }
     };
     target.behaviour.onCall = lost;
-    EXPECT_THROW(static_cast<void>(copy()), FileSystem::handle_fatal_error);
+    EXPECT_FALSE(copy());
+    EXPECT_TRUE(FileSystem::Failure::last());
     EXPECT_FALSE(target.has("/there/file"));
     EXPECT_EQ(source.openFiles() + target.openFiles(), 0U);
 }
 
 TEST_F(FileCopying, OfAFileThatGrowsTakesItAsItIsMet)
 {
-    const auto grows = [this](std::uint64_t done, std::uint64_t) {
-        if (done == 0) {
-            source.addFile("/other", "");
-            const auto file =
-                source.fileOpen("/file", FileSystem::StorageSystemFileOpenModeFlag::Write |
-                                             FileSystem::StorageSystemFileOpenModeFlag::Read);
+    bool hasGrown = false;
+    source.behaviour.onCall = [&](const std::string& operation, const std::string& path) {
+        if (operation == "open" && path == "/file" && !hasGrown) {
+            hasGrown = true;
+            const auto file = source.fileOpen("/file", StorageSystemFileOpenModeFlag::Write |
+                                                           StorageSystemFileOpenModeFlag::Read);
             EXPECT_TRUE(file->seek(bytes.size()) && file->writeFully(" and more", 9));
         }
-        return true;
     };
-    EXPECT_TRUE(copy(grows));
+    EXPECT_TRUE(copy());
     EXPECT_EQ(target.bytesOf("/there/file"), bytes + " and more");
 }
 
@@ -601,7 +602,7 @@ TEST_F(LinkCopying, MakesALinkWithTheSameText)
     EXPECT_TRUE(copyLink(collectReports(), preserveAll));
     EXPECT_TRUE(target.fileIsSymbolicLink("/there/link"));
     EXPECT_EQ(target.bytesOf("/there/link"), "../some where");
-    EXPECT_THAT(reports, ElementsAre(Pair(0, 0), Pair(0, 0)));
+    EXPECT_THAT(reports, ElementsAre(Pair(0, 0)));
     EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/link"));
 }
 
@@ -631,9 +632,6 @@ TEST_F(LinkCopying, ReplacesAFileOrALinkAndNeverADirectory)
 TEST_F(LinkCopying, StoppedLeavesNothing)
 {
     EXPECT_FALSE(copyLink(collectReports(1)));
-    expectNothingNew();
-    reports.clear();
-    EXPECT_FALSE(copyLink(collectReports(2)));
     expectNothingNew();
 }
 

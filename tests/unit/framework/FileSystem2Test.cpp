@@ -674,6 +674,22 @@ TEST_F(Moving, ADirectoryKeepsAFileThatChangesAfterItWasCopied)
     EXPECT_EQ(system.bytesOf("/volume/tree/copied"), "bytes");
 }
 
+TEST_F(Moving, ADirectoryKeepsAFileThatChangesWhileAnotherOneIsRemoved)
+{
+    system.addFile("/tree/copied", "bytes");
+    system.addFile("/tree/other", "bytes");
+    system.addDirectory("/volume");
+    refuseRenaming("/tree");
+    system.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
+        if (operation == "remove" && system.pathFileName(path) == "copied") {
+            system.addFile(system.pathChildId(system.pathParentId(path), {"other"}), "another's");
+        }
+    };
+    EXPECT_FALSE(system.directoryMove("/tree", "/volume"));
+    EXPECT_EQ(system.bytesOf("/tree/other"), "another's");
+    EXPECT_EQ(system.bytesOf("/volume/tree/copied"), "bytes");
+}
+
 TEST_F(Moving, ADirectoryThatMayNotLeaveItsPlaceStaysWhole)
 {
     system.addFile("/tree/file", "bytes");

@@ -60,12 +60,13 @@ protected:
         return std::nullopt;
     }
 
-    /// Does something once, when something is known to be copied.
-    static StorageSystemProgress onceAtTheStart(const std::function<void()>& change)
+    /// Does something once, when the first bytes are written. By then all entries of the first
+    /// directory have been looked at.
+    static StorageSystemProgress onceAfterTheFirstBytes(const std::function<void()>& change)
     {
-        return [change, done = false](std::uint64_t, std::uint64_t total) mutable {
-            if (total > 0 && !done) {
-                done = true;
+        return [change, isDone = false](std::uint64_t done, std::uint64_t) mutable {
+            if (done > 0 && !isDone) {
+                isDone = true;
                 change();
             }
             return true;
@@ -126,10 +127,13 @@ TEST_F(LocalCopyRace, ASourceThatBecomesALinkIsNotFollowed)
 {
     directory.makeDirectory("tree");
     directory.write("secret", "secret", 0600);
+    directory.write("tree/before", "public", 0644);
     directory.write("tree/file", "public", 0644);
-    const auto swaps = onceAtTheStart([&] { replaceByLink(file("tree/file"), file("secret")); });
+    const auto swaps =
+        onceAfterTheFirstBytes([&] { replaceByLink(file("tree/file"), file("secret")); });
     EXPECT_FALSE(copy("tree", "copy", swaps, Option::Recursive));
     expectFailure(FailureCode::Changed, file("tree/file"));
+    EXPECT_TRUE(system.fileExists(file("copy/before")));
     EXPECT_FALSE(system.fileExists(file("copy/file")));
 }
 
@@ -138,8 +142,9 @@ TEST_F(LocalCopyRace, ASourceThatBecomesPrivateIsCopiedAsThat)
     for (const Options options :
          {Option::Recursive | Option::None, Option::Recursive | Option::PreservePermissions}) {
         directory.makeDirectory("tree");
+        directory.write("tree/before", "public", 0644);
         directory.write("tree/file", "placeholder", 0644);
-        const auto closes = onceAtTheStart([&] {
+        const auto closes = onceAfterTheFirstBytes([&] {
             directory.write("tree/key", "private", 0600);
             fs::rename(file("tree/key"), file("tree/file"));
         });
@@ -167,10 +172,11 @@ TEST_F(LocalCopyRace, AnotherNameOfASourceThatGrowsLosesNothingInPlace)
 {
     directory.makeDirectory("tree");
     directory.makeDirectory("copy");
+    directory.write("tree/before", "bytes");
     directory.write("tree/log", "line\n");
     fs::create_hard_link(file("tree/log"), file("copy/log"));
     const auto grows =
-        onceAtTheStart([&] { std::ofstream(file("tree/log"), std::ios::app) << "line\n"; });
+        onceAfterTheFirstBytes([&] { std::ofstream(file("tree/log"), std::ios::app) << "line\n"; });
     EXPECT_FALSE(copy("tree", "copy", grows, Option::Recursive | Option::InPlace));
     expectFailure(FailureCode::IntoItself, file("copy/log"));
     EXPECT_EQ(readFile(file("tree/log")), "line\nline\n");
@@ -234,8 +240,11 @@ TEST_F(LocalCopyRace, APipeThatAppearsAtTheTargetIsNotReplaced)
     directory.write("source", "bytes");
     fs::create_symlink("source", file("link"));
     for (const auto* name : {"source", "link"}) {
-        const auto appears = [&](std::uint64_t, std::uint64_t) {
-            return fs::exists(file("pipe")) || ::mkfifo(file("pipe").c_str(), 0600) == 0;
+        // A link has no bytes.
+        const bool isAtOnce = name == std::string("link");
+        const auto appears = [&](std::uint64_t done, std::uint64_t) {
+            return (done == 0 && !isAtOnce) || fs::exists(file("pipe")) ||
+                   ::mkfifo(file("pipe").c_str(), 0600) == 0;
         };
         EXPECT_FALSE(copy(name, "pipe", appears));
         expectFailure(FailureCode::NotCopyable, file("pipe"));
@@ -249,9 +258,8 @@ TEST_F(LocalCopyRace, ATargetThatIsClosedMeanwhileStaysClosed)
 {
     directory.write("source", "new", 0644);
     directory.write("target", "old", 0644);
-    const auto closes = [&](std::uint64_t, std::uint64_t) {
-        return ::chmod(file("target").c_str(), 0600) == 0;
-    };
+    const auto closes =
+        onceAfterTheFirstBytes([&] { EXPECT_EQ(::chmod(file("target").c_str(), 0600), 0); });
     EXPECT_TRUE(copy("source", "target", closes));
     EXPECT_EQ(readFile(file("target")), "new");
     EXPECT_EQ(modeOf("target"), 0600U);
@@ -261,7 +269,7 @@ TEST_F(LocalCopyRace, AnotherWritersFileOfTheSameOwnerIsReplaced)
 {
     directory.write("source", "new", 0644);
     directory.write("target", "old", 0644);
-    const auto writes = onceAtTheStart([&] {
+    const auto writes = onceAfterTheFirstBytes([&] {
         directory.write("other", "other", 0644);
         fs::rename(file("other"), file("target"));
     });

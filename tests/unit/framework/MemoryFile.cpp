@@ -83,8 +83,8 @@ MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNod
     }
     if (system_.behaviour.filesSucceed) {
         AttributeKeeper keeper;
-        keeper.succeed = [this](const auto&, MemoryFileSystem::Permissions permissions) {
-            node_->permissions = permissions;
+        keeper.own = [this](const FileSystem::StorageSystemOwner& owner) {
+            node_->owner = owner;
             return true;
         };
         setAttributeKeeper(std::move(keeper));

@@ -93,6 +93,17 @@ MemoryFileSystem::MemoryFileSystem()
 {
     nodes_[root] = std::make_shared<MemoryNode>(
         MemoryNode{MemoryNode::Kind::Directory, {}, Permissions(0755U), now()});
+    setOwnerLooker([this](const std::string& path) -> std::optional<OwnedFileInfo> {
+        auto info = fileInfo(path);
+        if (!info) {
+            return std::nullopt;
+        }
+        OwnedFileInfo owned{*std::move(info)};
+        if (behaviour.filesSucceed) {
+            owned.owner = existing(path, false)->owner;
+        }
+        return owned;
+    });
 }
 
 MemoryFileSystem::~MemoryFileSystem() = default;
@@ -297,8 +308,8 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
     }
     auto node = find(*key);
     if (node == nullptr && creates) {
-        node = std::make_shared<MemoryNode>(
-            MemoryNode{MemoryNode::Kind::File, {}, permissionsOfNew(permissions, 0666U), now()});
+        node = std::make_shared<MemoryNode>(MemoryNode{
+            MemoryNode::Kind::File, {}, permissionsOfNew(permissions, 0666U), now(), {1, 2}});
         if (!insert(*key, node)) {
             return nullptr;
         }

@@ -31,6 +31,7 @@ struct MemoryNode
     std::string bytes; ///< Of a file its content, of a link where it leads.
     Utilities::Flags<FileSystem::PosixFilePermissionFlag> permissions;
     FileSystem::StorageSystemTimePoint modTime;
+    FileSystem::StorageSystemOwner owner{1, 1};
 };
 
 /// How a MemoryFileSystem and its files misbehave. As it is here they do not.
@@ -56,7 +57,8 @@ struct MemoryBehaviour
     bool refusesLinks = false;
     /// Links are made, but do not read back as they were meant.
     bool rewritesLinks = false;
-    /// Open files can take the place of others, with all that these have.
+    /// It tells whose its entries are, and open files can be given to others. What is made is in
+    /// another group than what was there.
     bool filesSucceed = false;
     /// Listings leave out names that begin with a dot.
     bool listsNoDotNames = false;

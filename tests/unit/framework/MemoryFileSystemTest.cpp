@@ -233,6 +233,7 @@ TEST_F(MemoryFileSystemTest, AnyStepFailsWhenItIsToldToAndChangesNothing)
 TEST_F(MemoryFileSystemTest, ThereIsAFaultForEveryStepOfACopyInPlace)
 {
     write(system_, "/file", "short");
+    ASSERT_TRUE(system_.fileSetModTime("/file", FileSystem::StorageSystemTimePoint()));
     for (const Kind kind : {Kind::LookUp, Kind::Open, Kind::Read, Kind::Write, Kind::Truncate,
                             Kind::SetPermissions, Kind::SetModTime, Kind::Commit}) {
         SCOPED_TRACE(static_cast<int>(kind));
@@ -243,10 +244,13 @@ TEST_F(MemoryFileSystemTest, ThereIsAFaultForEveryStepOfACopyInPlace)
                                           CopyOption::PreserveModTime);
         };
         system_.setFaultFunction(refuse(kind, FailureCode::Busy));
-        EXPECT_FALSE(copy());
-        EXPECT_EQ(Failure::last().code(), FailureCode::Busy) << Failure::last().message();
+        // What cannot be cut while it is open is opened to be emptied.
+        const bool hasAnotherWay = kind == Kind::Truncate;
+        EXPECT_EQ(copy(), hasAnotherWay);
+        EXPECT_EQ(Failure::last().code() == FailureCode::Busy, !hasAnotherWay)
+            << Failure::last().message();
         system_.setFaultFunction({});
-        EXPECT_TRUE(copy());
+        EXPECT_TRUE(copy()) << Failure::last().message();
         EXPECT_EQ(read(system_, "/copy"), "short");
     }
 }

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <FileSystem/StorageSystemFlags.h>
+#include <FileSystem/StorageSystemRecords.h>
+#include <Utilities/Flags.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace FileSystem {
+
+class StorageSystem;
+
+/// What the operations that copy one file or one tree are asked for.
+struct SlotCopyTask
+{
+    const StorageSystem& source;
+    const std::string& sourcePath;
+    const StorageSystemFileInfo& info; ///< Of what is to be copied.
+    const StorageSystem& target;
+    const std::string& targetPath;
+    const StorageSystemProgress& progress;
+    Utilities::Flags<StorageSystemCopyOptionFlag> options;
+    std::optional<std::uint64_t> bufferSize;
+};
+
+/// Looks through a tree that is to be copied: how many bytes it has. Empty: not all of it can be
+/// copied, or the progress function said stop.
+std::optional<std::uint64_t> surveyTree(const SlotCopyTask& task);
+
+/// Copies for these operations: all or, from the first failure on, nothing more. What cannot be
+/// copied at all is found before anything is made.
+bool copyForSlot(const SlotCopyTask& task);
+
+} // namespace FileSystem
