@@ -36,7 +36,7 @@ struct SFTPLane
     bool hasRoom() const noexcept
     {
         return connection->isOver() || (isReady() && connection->inFlight() < mostRequests &&
-                                        connection->unsent() < mostUnsent);
+                                        connection->unsent() < unsentLimit);
     }
 
     /// Whether nothing would be missed if it were closed.
@@ -50,12 +50,15 @@ struct SFTPLane
     static constexpr std::size_t mostRequests = 128;
     // What waits for the server to take it is a copy of what is written.
     static constexpr std::size_t mostUnsent = std::size_t{2} << 20U;
+    // Where several lanes share the writes of one file, none is to take what another could send.
+    static constexpr std::size_t mostUnsentOfShared = std::size_t{256} << 10U;
 
     std::unique_ptr<SFTPConnection> connection;
     std::deque<Waiting> waiting; ///< For this lane alone, as it has the file.
     std::size_t handles = 0;     ///< Files and directories that are open here, or being opened.
     std::uint64_t bytes = 0;     ///< Of the ranges that are being read or written here.
     Clock::time_point lastUsed = Clock::now();
+    std::size_t unsentLimit = mostUnsent;
     bool isLeaving = false; ///< It is given back as soon as nothing of it is in use.
 };
 

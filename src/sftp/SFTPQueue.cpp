@@ -81,7 +81,11 @@ SFTPQueue::~SFTPQueue()
     } catch (...) {
         // The next queue opens one of its own.
     }
-    // What is under way on a lane keeps that lane, and would keep itself.
+    // What waits for a file keeps that, and what is under way on a lane keeps that lane; they would
+    // keep themselves.
+    for (const auto& open : spreading_) {
+        open->held.clear();
+    }
     for (const Lane& lane : lanes_) {
         lane->waiting.clear();
         lane->connection.reset();
@@ -360,6 +364,7 @@ bool SFTPQueue::advance()
     wakeUp_.clear();
     const auto lock = sftp_->getLock();
     endIfAbandoned();
+    spreadFiles();
     do {
         dispatch();
         advanceLanes();

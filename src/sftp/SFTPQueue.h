@@ -85,6 +85,8 @@ private:
     class RangeRead;
     class RangeWrite;
     class ClosingLook;
+    class SpreadProof;
+    class OtherOpening;
     class Listing;
     struct OpenFile;
 
@@ -147,6 +149,7 @@ private:
     void openLanes();
     void giveBackLanes();
     std::size_t lanesWanted() const;
+    bool isAnySpread() const;
     /// How many the server may be asked for on one session.
     static std::size_t mostChannels(SFTPServerKind server) noexcept;
     std::size_t lanesAllowed(const SSHHandleSession& session) const;
@@ -196,8 +199,8 @@ private:
                         const Attributes& wanted);
     void sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode, Permissions permissions,
                   bool exclusive);
-    bool takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane,
-                    const Answer& answer);
+    bool takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane, const Answer& answer,
+                    bool isNew);
 
     void noteOpened() noexcept { ++opened_; }
 
@@ -205,6 +208,15 @@ private:
 
     void noteClosed(const Lane& lane);
     void sendClose(const std::shared_ptr<OpenFile>& open, Handler handler);
+    void askOf(const std::shared_ptr<OpenFile>& open, Write write, Handler handler);
+    void askAtOnce(const Lane& lane, Write write, Handler handler);
+    void spreadIfWorthIt(const std::shared_ptr<OpenFile>& open);
+    void spreadFiles();
+    void beforeClosing(const std::shared_ptr<OpenFile>& open,
+                       std::function<void(const std::optional<Answer>&)> then);
+    void closeOther(const Lane& lane, const std::string& handle, Handler handler);
+    void closeOthers(const std::shared_ptr<OpenFile>& open,
+                     std::function<void(const std::optional<Answer>&)> then);
     void renameWithoutLooking(const std::shared_ptr<Call<>>& call, const std::string& newPath);
     /// False: nothing that was parked need be decided now.
     bool releaseParked();
@@ -260,6 +272,7 @@ private:
     std::size_t pending_ = 0;
     std::size_t completed_ = 0;
     std::map<File, std::shared_ptr<OpenFile>> files_;
+    std::vector<std::shared_ptr<OpenFile>> spreading_; ///< Those that are open on more lanes.
     std::uint64_t lastFile_ = 0;
 };
 

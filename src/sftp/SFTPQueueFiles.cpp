@@ -39,6 +39,15 @@ std::uint32_t pieceOf(std::uint64_t left, std::uint32_t most)
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(left, most));
 }
 
+/// Whether nobody else had the file before it was opened so, and what is written goes where it is
+/// meant to.
+bool isNewFile(OpenMode mode)
+{
+    using Mode = StorageSystemFileOpenModeFlag;
+    return mode.has(Mode::Write) && mode.has(Mode::Create) && mode.has(Mode::Exclusive) &&
+           !mode.has(Mode::Append);
+}
+
 std::uint32_t secondsNow()
 {
     return static_cast<std::uint32_t>(
@@ -176,93 +185,119 @@ private:
     std::shared_ptr<Call<std::uint64_t>> call_;
 };
 
-/// Writes a range, in pieces that are all under way together.
-class SFTPQueue::RangeWrite : public std::enable_shared_from_this<RangeWrite>
+SFTPQueue::RangeWrite::RangeWrite(SFTPQueue& queue, std::shared_ptr<OpenFile> file,
+                                  std::uint64_t offset, const char* bytes, std::uint64_t size,
+                                  std::shared_ptr<Call<>> call)
+    : queue_(queue)
+    , file_(std::move(file))
+    , offset_(offset)
+    , bytes_(bytes)
+    , size_(size)
+    , call_(std::move(call))
 {
-public:
-    RangeWrite(SFTPQueue& queue, std::shared_ptr<OpenFile> file, std::uint64_t offset,
-               const char* bytes, std::uint64_t size, std::shared_ptr<Call<>> call)
-        : queue_(queue)
-        , file_(std::move(file))
-        , offset_(offset)
-        , bytes_(bytes)
-        , size_(size)
-        , call_(std::move(call))
-    {
-        file_->lane->bytes += size;
-    }
+    file_->lane->bytes += size;
+    file_->writing += size;
+    file_->writes.push_back(this);
+}
 
-    void start()
-    {
-        if (size_ == 0) {
-            queue_.later([self = shared_from_this()] { self->finish(); });
-            return;
-        }
-        place_ = queue_.waitFor(file_->lane, [self = shared_from_this()] { self->sendNext(); });
+void SFTPQueue::RangeWrite::start()
+{
+    if (size_ == 0) {
+        queue_.later([self = shared_from_this()] { self->finish(); });
+        return;
     }
-
-private:
-    void sendNext()
-    {
-        const std::uint32_t size = pieceOf(size_ - next_, queue_.writeSize_);
-        const std::uint64_t from = std::exchange(next_, next_ + size);
-        ++underWay_;
-        file_->lane->connection->send(
-            [&](SFTPPacketWriter& writer, std::uint32_t id) {
-                writer.write(id, file_->handle, offset_ + from,
-                             {bytes_ + from, static_cast<std::size_t>(size)});
-            },
-            [self = shared_from_this()](const Answer& answer) { self->take(answer); });
-        if (next_ < size_) {
-            goOnWith(file_->lane, place_, [self = shared_from_this()] { self->goOn(); });
+    share(nullptr);
+    if (file_->spread == OpenFile::Spread::Possible) {
+        for (const Other& other : file_->others) {
+            share(other);
         }
     }
+}
 
-    void goOn()
-    {
-        if (!failure_) {
-            sendNext();
-            return;
-        }
+/// \param other null: the first handle.
+void SFTPQueue::RangeWrite::share(const Other& other)
+{
+    const Lane& lane = other != nullptr ? other->lane : file_->lane;
+    const auto place = std::make_shared<std::uint64_t>(0);
+    *place = queue_.waitFor(
+        lane, [self = shared_from_this(), other, place] { self->sendNext(other, *place); });
+}
+
+/// Whichever lane has room takes the next piece.
+void SFTPQueue::RangeWrite::sendNext(const Other& other, std::uint64_t place)
+{
+    if (next_ == size_ || (other != nullptr && other->isRefused)) {
+        return;
+    }
+    const Piece piece{next_, pieceOf(size_ - next_, queue_.writeSize_)};
+    next_ += piece.size;
+    ++underWay_;
+    if (other != nullptr) {
+        other->isUsed = true;
+    }
+    send(piece, other);
+    if (next_ < size_) {
+        goOnWith(other != nullptr ? other->lane : file_->lane, place,
+                 [self = shared_from_this(), other, place] { self->sendNext(other, place); });
+    }
+}
+
+void SFTPQueue::RangeWrite::send(const Piece& piece, const Other& other)
+{
+    const Lane& lane = other != nullptr ? other->lane : file_->lane;
+    lane->connection->send(
+        [&](SFTPPacketWriter& writer, std::uint32_t id) {
+            writer.write(id, other != nullptr ? other->handle : file_->handle, offset_ + piece.from,
+                         {bytes_ + piece.from, static_cast<std::size_t>(piece.size)});
+        },
+        [self = shared_from_this(), piece, other](const Answer& answer) {
+            self->take(answer, piece, other);
+        });
+}
+
+/// What the server refuses through another handle it is asked for by the first one. What was lost
+/// with its channel may still be done, nobody knows when.
+void SFTPQueue::RangeWrite::take(const Answer& answer, const Piece& piece, const Other& other)
+{
+    if (other != nullptr && !Call<>::isOk(answer) && !answer.isLost && !failure_) {
+        other->isRefused = true;
+        queue_.waitFor(file_->lane,
+                       [self = shared_from_this(), piece] { self->send(piece, nullptr); });
+        return;
+    }
+    --underWay_;
+    if (!Call<>::isOk(answer) && !failure_) {
+        failure_ = answer;
         // Nobody wants the rest any more.
         next_ = size_;
-        if (underWay_ == 0) {
-            queue_.later([self = shared_from_this()] { self->finish(); });
-        }
     }
-
-    void take(const Answer& answer)
-    {
-        --underWay_;
-        if (!Call<>::isOk(answer) && !failure_) {
-            failure_ = answer;
-        }
-        if (underWay_ == 0 && next_ == size_) {
-            finish();
-        }
+    if (underWay_ == 0 && next_ == size_) {
+        finish();
     }
+}
 
-    void finish()
-    {
-        file_->lane->bytes -= size_;
-        if (failure_) {
-            call_->failFor(*failure_, {}, SFTPSubject::OpenFile);
-        } else {
-            call_->succeed();
-        }
+void SFTPQueue::RangeWrite::finish()
+{
+    file_->lane->bytes -= size_;
+    file_->writing -= size_;
+    auto& writes = file_->writes;
+    writes.erase(std::find(writes.begin(), writes.end(), this));
+    file_->goOn();
+    if (failure_) {
+        call_->failFor(*failure_, {}, SFTPSubject::OpenFile);
+    } else {
+        call_->succeed();
     }
+}
 
-    SFTPQueue& queue_;
-    std::shared_ptr<OpenFile> file_;
-    std::uint64_t offset_;
-    const char* bytes_;
-    std::uint64_t size_;
-    std::uint64_t next_ = 0;
-    std::uint64_t place_ = 0;
-    std::size_t underWay_ = 0;
-    std::optional<Answer> failure_;
-    std::shared_ptr<Call<>> call_;
-};
+bool SFTPQueue::OpenFile::maySpread(std::uint64_t offset, std::uint64_t size) const
+{
+    // Each of them is looked at for each further one.
+    constexpr std::size_t mostWrites = 256;
+    return spread != Spread::Over && isNew && writes.size() < mostWrites &&
+           std::none_of(writes.begin(), writes.end(),
+                        [=](const auto* write) { return write->overlaps(offset, size); });
+}
 
 /// Asks for less at a time once that is what the server gives, again and again. Where a file ends
 /// tells nothing.
@@ -342,7 +377,7 @@ void SFTPQueue::sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode,
                 writer.open(id, call->path(), openFlagsOf(mode), attributes);
             },
             [=](const Answer& answer) {
-                if (takeOpened(call, lane, answer)) {
+                if (takeOpened(call, lane, answer, isNewFile(mode))) {
                     return;
                 }
                 --lane->handles;
@@ -359,7 +394,7 @@ void SFTPQueue::sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode,
 }
 
 bool SFTPQueue::takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane,
-                           const Answer& answer)
+                           const Answer& answer, bool isNew)
 {
     const auto handle = !answer.isLost && answer.type == SFTPPacketType::Handle
                             ? decodeHandle(answer.fields)
@@ -373,6 +408,7 @@ bool SFTPQueue::takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& 
     open->path = call->path();
     open->handle = *handle;
     open->lane = lane;
+    open->isNew = isNew;
     files_.emplace(file, std::move(open));
     call->succeed(file);
     return true;
@@ -382,6 +418,9 @@ bool SFTPQueue::takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& 
 void SFTPQueue::noteClosed(const Lane& lane)
 {
     --lane->handles;
+    if (lane->handles == 0) {
+        lane->unsentLimit = SFTPLane::mostUnsent;
+    }
     --opened_;
     --closing_;
     if (!parked_.empty()) {
@@ -411,7 +450,9 @@ void SFTPQueue::do_read(File file, std::uint64_t offset, char* buffer, std::uint
                         Completion<std::uint64_t> done)
 {
     withFile("read", file, std::move(done), [&](const auto& open, auto call) {
-        std::make_shared<RangeRead>(*this, open, offset, buffer, size, std::move(call))->start();
+        const auto range =
+            std::make_shared<RangeRead>(*this, open, offset, buffer, size, std::move(call));
+        open->inOrder([range] { range->start(); });
     });
 }
 
@@ -419,15 +460,22 @@ void SFTPQueue::do_write(File file, std::uint64_t offset, const char* bytes, std
                          Completion<> done)
 {
     withFile("write", file, std::move(done), [&](const auto& open, auto call) {
-        std::make_shared<RangeWrite>(*this, open, offset, bytes, size, std::move(call))->start();
+        const auto start = [=, open = open] {
+            std::make_shared<RangeWrite>(*this, open, offset, bytes, size, call)->start();
+            spreadIfWorthIt(open);
+        };
+        if (!open->maySpread(offset, size)) {
+            open->spread = OpenFile::Spread::Over;
+        }
+        open->afterHeld(start, open->spread != OpenFile::Spread::Over);
     });
 }
 
 void SFTPQueue::do_look(File file, Completion<const Attributes&> done)
 {
     withFile("look", file, std::move(done), [this](const auto& open, auto call) {
-        askOn(
-            open->lane,
+        askOf(
+            open,
             [open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
             [call](const Answer& answer) {
                 endByAttributes(*call, answer, SFTPSubject::OpenFile);
@@ -449,8 +497,8 @@ void SFTPQueue::do_setAttributes(File file, const Attributes& attributes, Comple
         }
         // Both go out together: requests for one file are served in their order.
         const auto refusal = std::make_shared<std::optional<Answer>>();
-        askOn(
-            open->lane,
+        askOf(
+            open,
             [open, sent](SFTPPacketWriter& writer, std::uint32_t id) {
                 writer.fsetstat(id, open->handle, sent);
             },
@@ -459,8 +507,8 @@ void SFTPQueue::do_setAttributes(File file, const Attributes& attributes, Comple
                     *refusal = answer;
                 }
             });
-        askOn(
-            open->lane,
+        askOf(
+            open,
             [open](SFTPPacketWriter& writer, std::uint32_t id) { writer.fstat(id, open->handle); },
             [call, refusal, attributes](const Answer& answer) {
                 endBySetting(*call, *refusal, answer, attributes, SFTPSubject::OpenFile);
@@ -473,11 +521,34 @@ void SFTPQueue::do_close(File file, Completion<> done)
     withFile("close", file, std::move(done), [this, file](const auto& open, auto call) {
         files_.erase(file);
         noteClosing();
-        open->afterReads([this, open, call] {
-            sendClose(open, [call](const Answer& answer) {
-                call->endBy(answer, {}, SFTPSubject::OpenFile);
+        beforeClosing(open, [this, open, call](const std::optional<Answer>& refusal) {
+            sendClose(open, [call, refusal](const Answer& answer) {
+                call->endBy(refusal.value_or(answer), {}, SFTPSubject::OpenFile);
             });
         });
+    });
+}
+
+/// Asks something of an open file, after what was started before.
+void SFTPQueue::askOf(const std::shared_ptr<OpenFile>& open, Write write, Handler handler)
+{
+    ++open->asking;
+    open->inOrder([this, open, write = std::move(write), handler = std::move(handler)]() mutable {
+        askOn(open->lane, std::move(write),
+              [open, handler = std::move(handler)](const Answer& answer) {
+                  --open->asking;
+                  handler(answer);
+              });
+    });
+}
+
+/// \param then is given why the file is not whole, though all of it was written.
+void SFTPQueue::beforeClosing(const std::shared_ptr<OpenFile>& open,
+                              std::function<void(const std::optional<Answer>&)> then)
+{
+    open->inOrder([this, open, then = std::move(then)]() mutable {
+        open->afterReads(
+            [this, open, then = std::move(then)]() mutable { closeOthers(open, std::move(then)); });
     });
 }
 
@@ -506,12 +577,13 @@ public:
         , call_(std::move(call))
     {}
 
-    void start(const std::shared_ptr<OpenFile>& open)
+    /// \param refusal why the file is not whole though all of it was written.
+    void start(const std::shared_ptr<OpenFile>& open, const std::optional<Answer>& refusal)
     {
         const auto self = shared_from_this();
         underWay_ = newPath_.empty() ? 2 : 3;
-        queue_.sendClose(open, [self](const Answer& answer) {
-            self->closing_ = answer;
+        queue_.sendClose(open, [self, refusal](const Answer& answer) {
+            self->closing_ = refusal.value_or(answer);
             self->endIfAnswered();
         });
         lookAt(open->lane, path_, [self](const Answer& answer) {
@@ -579,7 +651,9 @@ void SFTPQueue::do_closeAndLook(File file, const std::string& path, const std::s
         files_.erase(file);
         noteClosing();
         const auto look = std::make_shared<ClosingLook>(*this, path, newPath, std::move(call));
-        open->afterReads([look, open = open] { look->start(open); });
+        beforeClosing(open, [look, open = open](const std::optional<Answer>& refusal) {
+            look->start(open, refusal);
+        });
     });
 }
 

@@ -146,8 +146,9 @@ std::size_t SFTPQueue::lanesWanted() const
         bytes += lane->bytes;
         handles += lane->handles;
     }
-    // A file stays on the lane that it was opened on.
-    const std::uint64_t byBytes = std::min<std::uint64_t>(bytes / shareOfALane, handles);
+    // Most files stay on the lane that they were opened on.
+    const std::uint64_t inUse = isAnySpread() ? bytes / shareOfALane : handles;
+    const std::uint64_t byBytes = std::min<std::uint64_t>(bytes / shareOfALane, inUse);
     const std::uint64_t byCount =
         1 + (waiting_.size() + SFTPLane::mostRequests - 1) / SFTPLane::mostRequests;
     return static_cast<std::size_t>(std::max(byBytes, byCount));
