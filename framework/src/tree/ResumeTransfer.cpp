@@ -399,20 +399,48 @@ void ResumeTransfer::beginAnew()
 
 void ResumeTransfer::createPart()
 {
-    context().target.open(
-        part_, Mode::Write | Mode::Create | Mode::Exclusive, permissionsOfPart(),
-        always<File>([this](const Failure& failure, File file) {
-            if (failure) {
-                giveUp(failure);
-                return;
-            }
-            writeTo(file);
-            there_ = Attributes();
-            if (!isGivenUp()) {
-                context().target.look(
-                    file, then<const Attributes&>([this](const auto& now) { madePart(now); }));
-            }
-        }));
+    context().target.open(part_, Mode::Write | Mode::Create | Mode::Exclusive, permissionsOfPart(),
+                          always<File>([this](const Failure& failure, File file) {
+                              if (failure) {
+                                  giveUp(failure);
+                                  return;
+                              }
+                              writeTo(file);
+                              there_ = Attributes();
+                              if (!isGivenUp()) {
+                                  createdPart();
+                              }
+                          }));
+}
+
+/// A system may write a file that was made through one handle by several: what an interruption
+/// leaves of it would have holes. One that was there is written in order.
+void ResumeTransfer::createdPart()
+{
+    constexpr std::uint64_t enough = 1U << 20U;
+    if (context().isTargetLocal || size_ < enough) {
+        lookAtNewPart();
+        return;
+    }
+    context().target.close(*target(), whatever<>([this](const Failure&) {
+        context().target.openItself(part_, Mode::Write,
+                                    always<File>([this](const Failure& failure, File file) {
+                                        if (failure) {
+                                            giveUp(failure);
+                                            return;
+                                        }
+                                        writeTo(file);
+                                        if (!isGivenUp()) {
+                                            lookAtNewPart();
+                                        }
+                                    }));
+    }));
+}
+
+void ResumeTransfer::lookAtNewPart()
+{
+    context().target.look(*target(),
+                          then<const Attributes&>([this](const auto& now) { madePart(now); }));
 }
 
 /// A system that lets nobody set permissions has made it as it makes everything.
@@ -547,9 +575,23 @@ void ResumeTransfer::refusedName(const Failure& why)
 {
     if (isPlain_) {
         FileTransfer::refusedName(why);
+    } else if (mustBeNew()) {
+        refusedNewName(why);
     } else {
         giveUp(why);
     }
+}
+
+/// Where another file of this copy has the name, no later copy goes on from the part.
+void ResumeTransfer::refusedNewName(const Failure& why)
+{
+    context().target.lookUp(entry().target, whatever<const Attributes&>(
+                                                [this, why](const Failure& failure, const auto&) {
+                                                    if (!failure) {
+                                                        ownTemporary();
+                                                    }
+                                                    giveUp(why);
+                                                }));
 }
 
 void ResumeTransfer::closeAll()

@@ -49,6 +49,7 @@ private:
     void wroteAll() override;
     void goOnAfterLook() override;
     void refusedName(const Failure& why) override;
+    void refusedNewName(const Failure& why);
     void closeAll() override;
     void leave() override;
     Permissions finalPermissions() const override;
@@ -82,6 +83,8 @@ private:
     void lookedAtOpenPart(const Attributes& now);
     void beginAnew();
     void createPart();
+    void createdPart();
+    void lookAtNewPart();
     void madePart(const Attributes& now);
     void hide(const Attributes& now, std::function<void()> next);
     void fillFrom(std::uint64_t offset);

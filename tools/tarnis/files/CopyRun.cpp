@@ -220,7 +220,7 @@ void CopyRun::kept(const TreeEntry& entry, const std::string& path, FileSystem::
     } else if (part == Part::Emptied) {
         text = "the server has emptied what stood at " + target + "; what was copied is in ";
     } else if (part == Part::Returned) {
-        unfinished_.insert(entry.target);
+        returned_.insert(entry.target);
     }
     note(text + to_.display(path) + whereItGoesOn);
 }
@@ -371,7 +371,9 @@ void CopyRun::throwIfCancelled()
     flushOutput();
     throw Failure(FailureKind::Cancelled, "interrupted after",
                   counted(doneFiles_, "file", "files") + ", " + humanSize(doneBytes_),
-                  leftByInterruption(remote_.isAlive(), whatIsHalfWritten()));
+                  remote_.isAlive() && !returned_.empty()
+                      ? "a part of the file is in " + to_.display(*returned_.begin())
+                      : leftByInterruption(remote_.isAlive(), whatIsHalfWritten()));
 }
 
 /// Empty for nothing.

@@ -72,8 +72,10 @@ private:
     std::uint64_t doneFiles_ = 0;
     std::uint64_t doneBytes_ = 0;
     std::uint64_t leftBytes_ = 0; ///< Of files that were left out or have failed.
-    /// The targets of files that are not complete and may be found half-written.
+    /// The targets of files that are written in place and are not complete.
     std::set<std::string> unfinished_;
+    /// Those that stood there before a part of the rest was added.
+    std::set<std::string> returned_;
     /// Where that is which stood at a target, while it has another name.
     std::map<std::string, std::string> taken_;
     std::optional<LastWords> lastWords_;
