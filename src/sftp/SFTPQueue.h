@@ -53,6 +53,9 @@ protected:
                  Completion<std::uint64_t> done) override;
     void do_write(File file, std::uint64_t offset, const char* bytes, std::uint64_t size,
                   Completion<> done) override;
+    bool do_beginCopies() override;
+    void do_copy(File from, std::uint64_t fromOffset, std::uint64_t size, File to,
+                 std::uint64_t toOffset, Completion<> done) override;
     void do_look(File file, Completion<const Attributes&> done) override;
     void do_setAttributes(File file, const Attributes& attributes, Completion<> done) override;
     void do_close(File file, Completion<> done) override;

@@ -471,6 +471,44 @@ void SFTPQueue::do_write(File file, std::uint64_t offset, const char* bytes, std
     });
 }
 
+/// A handle means nothing on another channel: no other one is opened any more.
+bool SFTPQueue::do_beginCopies()
+{
+    const auto lock = sftp_->getLock();
+    if (lanes_.size() != 1 || !lanes_.front()->connection->offers(copyDataExtension)) {
+        return false;
+    }
+    opensMore_ = false;
+    return true;
+}
+
+void SFTPQueue::do_copy(File from, std::uint64_t fromOffset, std::uint64_t size, File to,
+                        std::uint64_t toOffset, Completion<> done)
+{
+    const auto source = find(from);
+    withFile("copy", to, std::move(done), [&](const auto& open, auto call) {
+        if (size == 0) {
+            // The server would take it for all there is.
+            later([call] { call->succeed(); });
+            return;
+        }
+        if (source == nullptr || source->lane != open->lane || opensMore_) {
+            later([call] { call->failAs(FailureCode::Unsupported); });
+            return;
+        }
+        source->beginRead();
+        askOf(
+            open,
+            [=, open = open](SFTPPacketWriter& writer, std::uint32_t id) {
+                writer.copyData(id, source->handle, fromOffset, size, open->handle, toOffset);
+            },
+            [source, call](const Answer& answer) {
+                source->endRead();
+                call->endBy(answer, {}, SFTPSubject::OpenFile);
+            });
+    });
+}
+
 void SFTPQueue::do_look(File file, Completion<const Attributes&> done)
 {
     withFile("look", file, std::move(done), [this](const auto& open, auto call) {

@@ -162,6 +162,17 @@ public:
     /// What the open file is.
     void look(File file, Completion<const StorageSystemAttributes&> done);
 
+    /// From now on files that are opened can be copied into each other by copy(), which the queue
+    /// may have to see to when it opens them. False: the system cannot copy by itself.
+    bool beginCopies();
+
+    /// Has the system copy bytes of one open file into another, so that they travel nowhere. Both
+    /// must have been opened after beginCopies(); Unsupported otherwise, or where the system cannot
+    /// after all: nothing was written then. After another failure it is not known what was. Where
+    /// the source ends before, that is a failure.
+    void copy(File from, std::uint64_t fromOffset, std::uint64_t size, File to,
+              std::uint64_t toOffset, Completion<> done);
+
     /// Sets attributes of the open file: size, owner, permissions, modification time, in that
     /// order. NotKept where the system says that it did and has not.
     void setAttributes(File file, const StorageSystemAttributes& attributes, Completion<> done);
@@ -254,6 +265,10 @@ protected:
                          Completion<std::uint64_t> done) = 0;
     virtual void do_write(File file, std::uint64_t offset, const char* bytes, std::uint64_t size,
                           Completion<> done) = 0;
+    /// Cannot.
+    virtual bool do_beginCopies();
+    virtual void do_copy(File from, std::uint64_t fromOffset, std::uint64_t size, File to,
+                         std::uint64_t toOffset, Completion<> done);
     virtual void do_look(File file, Completion<const StorageSystemAttributes&> done) = 0;
     virtual void do_setAttributes(File file, const StorageSystemAttributes& attributes,
                                   Completion<> done) = 0;

@@ -1,3 +1,4 @@
+#include "failure/NewFailure.h"
 #include "path/NameCheck.h"
 
 #include <FileSystem/FailureScope.h>
@@ -105,6 +106,31 @@ void StorageSystemQueue::write(File file, std::uint64_t offset, const char* byte
 void StorageSystemQueue::look(File file, Completion<const StorageSystemAttributes&> done)
 {
     do_look(file, std::move(done));
+}
+
+bool StorageSystemQueue::beginCopies()
+{
+    return do_beginCopies();
+}
+
+bool StorageSystemQueue::do_beginCopies()
+{
+    return false;
+}
+
+void StorageSystemQueue::copy(File from, std::uint64_t fromOffset, std::uint64_t size, File to,
+                              std::uint64_t toOffset, Completion<> done)
+{
+    do_copy(from, fromOffset, size, to, toOffset, std::move(done));
+}
+
+void StorageSystemQueue::do_copy(File /*from*/, std::uint64_t /*fromOffset*/,
+                                 std::uint64_t /*size*/, File /*to*/, std::uint64_t /*toOffset*/,
+                                 Completion<> done)
+{
+    refusals_.push_back(
+        [done = std::move(done)] { done(newFailure("copy", {}, FailureCode::Unsupported)); });
+    do_wake();
 }
 
 void StorageSystemQueue::setAttributes(File file, const StorageSystemAttributes& attributes,

@@ -36,6 +36,8 @@ struct CopyContext
         return &sourceSystem == &targetSystem || (isSourceLocal && isTargetLocal);
     }
 
+    /// The target's system copies by itself from one open file to the other: both are of one queue.
+    bool copiesItself = false;
     /// What is to be preserved and cannot be is a failure: the entry is not copied.
     bool isStrict = false;
     /// Bytes that one operation moves: what OpenSSH's server takes as one request.

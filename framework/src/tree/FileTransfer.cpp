@@ -20,6 +20,8 @@ constexpr std::uint64_t probeSize = 4U << 10U;
 // Of one file; together they are bounded by the memory that a copy may take.
 constexpr std::size_t mostLargePieces = 64;
 constexpr std::size_t mostResumedPieces = 256;
+// What a system copies by itself before it can be stopped.
+constexpr std::uint64_t copiedPieceSize = 16U << 20U;
 
 constexpr CopyContext::Permissions ownerOnly{0600U};
 constexpr CopyContext::Permissions everybodyReads{0044U};
@@ -341,6 +343,9 @@ void FileTransfer::beginWriting()
 
 bool FileTransfer::wantsToRead() const noexcept
 {
+    if (mayCopyNext()) {
+        return sourceFile_ && canRead_ && canWrite_ && !isGivenUp() && writing_ == 0;
+    }
     return sourceFile_ && canRead_ && !isGivenUp() &&
            reading_ + writing_ + unwritten_.size() < mostPieces_ && !isProbing_ && nextRead_ < end_;
 }
@@ -348,6 +353,10 @@ bool FileTransfer::wantsToRead() const noexcept
 /// Up to the size that is known, and then what may lie beyond it.
 void FileTransfer::readNext()
 {
+    if (mayCopyNext()) {
+        copyNext();
+        return;
+    }
     isProbing_ = nextRead_ >= expected_;
     const bool isFirst = nextRead_ < firstSize_;
     const auto known = (isFirst ? firstSize_ : expected_) - nextRead_;
@@ -365,6 +374,45 @@ void FileTransfer::readNext()
                        read(piece, got);
                    }
                }));
+}
+
+/// Up to the size that is known. What lies beyond it is read.
+bool FileTransfer::mayCopyNext() const noexcept
+{
+    return context().copiesItself && nextRead_ < expected_ && firstSize_ == 0;
+}
+
+void FileTransfer::copyNext()
+{
+    const auto offset = nextRead_;
+    const auto size = std::min(copiedPieceSize, expected_ - offset);
+    nextRead_ += size;
+    nextWrite_ += size;
+    sent_ += size;
+    ++writing_;
+    context().target.copy(*sourceFile_, offset, size, *temporary_, offset,
+                          whatever<>([this, size](const Failure& why) { copied(size, why); }));
+}
+
+void FileTransfer::copied(std::uint64_t size, const Failure& why)
+{
+    --writing_;
+    if (why.code() == FailureCode::Unsupported) {
+        // It only said that it could.
+        context().copiesItself = false;
+        nextRead_ = nextWrite_ = sent_ = sent_ - size;
+        return;
+    }
+    if (why) {
+        giveUp(why);
+        return;
+    }
+    reached_ = std::max(reached_, sent_);
+    written_ += size;
+    context().bytesDone += size;
+    context().written();
+    endBytes();
+    endTemporary();
 }
 
 void FileTransfer::read(const Piece& piece, std::uint64_t got)
@@ -441,8 +489,8 @@ bool FileTransfer::areBytesOver() const noexcept
 /// when everything is written.
 bool FileTransfer::mayCloseBehindWrites() const noexcept
 {
-    return arePermissionsKnown_ && !standing() && !context().isTargetLocal &&
-           temporaryPath() != entry().target;
+    return arePermissionsKnown_ && !context().copiesItself && !standing() &&
+           !context().isTargetLocal && temporaryPath() != entry().target;
 }
 
 void FileTransfer::endBytes()

@@ -121,6 +121,9 @@ private:
     Permissions permissionsWhileFilled() const;
     void narrowTo(Permissions permissions);
     void read(const Piece& piece, std::uint64_t got);
+    bool mayCopyNext() const noexcept;
+    void copyNext();
+    void copied(std::uint64_t size, const Failure& why);
     void take(const Piece& piece);
     void writeInOrder();
     void write(const Piece& piece);

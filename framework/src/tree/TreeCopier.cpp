@@ -99,10 +99,15 @@ TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
     : source_(source)
     , target_(target)
     , options_(options)
-    , work_({&source, &target}, observer, options, mostFiles)
+    , work_({&source}, observer, options, mostFiles)
 {
-    context_.reset(new CopyContext{work_.queue(0), work_.queue(1), source, target, isLocal(source),
-                                   isLocal(target), options_});
+    // One that copies by itself does so within a queue.
+    const bool copiesItself = &source == &target && work_.queue().beginCopies();
+    if (!copiesItself) {
+        work_.addQueue(target, mostFiles);
+    }
+    context_.reset(new CopyContext{work_.queue(), work_.queue(copiesItself ? 0 : 1), source, target,
+                                   isLocal(source), isLocal(target), options_, copiesItself});
     context_->written = [this] { tellProgress(); };
     context_->kept = [this](const TreeEntry& entry, const std::string& path, TreePart part) {
         work_.kept(entry, path, part);

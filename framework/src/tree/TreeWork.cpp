@@ -26,10 +26,17 @@ TreeWork::TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserve
     , options_(options)
 {
     for (const auto* const system : systems) {
-        queues_.push_back(system->createQueue());
-        limit_ = std::max(limit_, queues_.back()->capacity());
+        addQueue(*system, most);
     }
-    limit_ = options.inFlight != 0 ? options.inFlight : std::min(limit_, most);
+}
+
+void TreeWork::addQueue(const StorageSystem& system, std::size_t most)
+{
+    queues_.push_back(system.createQueue());
+    limit_ = std::max(limit_, std::min(queues_.back()->capacity(), most));
+    if (options_.inFlight != 0) {
+        limit_ = options_.inFlight;
+    }
 }
 
 bool TreeWork::wants(const TreeEntry& entry)

@@ -25,6 +25,9 @@ public:
 
     StorageSystemQueue& queue(std::size_t system = 0) const noexcept { return *queues_[system]; }
 
+    /// Takes another queue into use, after the others.
+    void addQueue(const StorageSystem& system, std::size_t most);
+
     bool isDryRun() const noexcept { return options_.isDryRun; }
 
     /// Whether another step may be begun: there is room, and nothing has stopped the work.

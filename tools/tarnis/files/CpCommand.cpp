@@ -8,8 +8,8 @@ CpCommand::CpCommand(CLI::App& program)
     : CopyCommand(program, "cp", "Copy files within a server", "host:path... host:path", 2)
 {
     commandLine().footer(
-        "All paths are on one server. The bytes travel through this machine and back. Each part\n"
-        "of a path may be a pattern.");
+        "All paths are on one server. Where it cannot copy by itself, the bytes travel to this\n"
+        "machine and back. Each part of a path may be a pattern.");
 }
 
 int CpCommand::copy(const std::vector<std::string>& operands)
