@@ -676,7 +676,7 @@ void TreeCopier::leave(const DirectoryPtr& directory)
         directory->entry.path, [this, directory](const Failure& failure, const auto& now) {
             if (failure) {
                 work_.lose(directory->entry, failure);
-            } else if (now.type && !isDirectory(now)) {
+            } else if (now.type && !isDirectory(now) && !directory->contents.failure) {
                 work_.lose(directory->entry,
                            newFailure("copy", directory->entry.path, FailureCode::Changed));
             }

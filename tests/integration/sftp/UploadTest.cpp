@@ -107,6 +107,8 @@ protected:
 
     const TemporaryDirectory& here() const { return here_; }
 
+    const FileSystem::LocalFileSystem& local() const { return local_; }
+
 private:
     TemporaryDirectory here_;
     FileSystem::LocalFileSystem local_;
@@ -228,12 +230,37 @@ TEST_F(UploadTest, DoesNotReplaceWhatIsSeenToStandThere)
 
 TEST_F(UploadTest, RepeatsAFileThatWasMadeWithOtherPermissions)
 {
-    SftpScript script;
-    script.ignoresModes = true;
-    follow(script);
-    expectUploaded(upload());
+    // One by one, the second is known to be made as the first was, and is not.
+    class IgnoringLater : public FileSystem::TreeObserver
+    {
+    public:
+        explicit IgnoringLater(ScriptedSftp& server)
+            : server_(server)
+        {}
+
+        void done(const FileSystem::TreeEntry& /*entry*/) override
+        {
+            SftpScript script;
+            script.ignoresModes = true;
+            server_.setScript(script);
+        }
+
+    private:
+        ScriptedSftp& server_;
+    } observer(server().sftp());
+
+    makeSource("second");
+    TreeCopyOptions options;
+    options.inFlight = 1;
+    const auto report = FileSystem::copyTree(
+        local(), files(),
+        {{here().file("source"), path("first")}, {here().file("second"), path("target")}}, observer,
+        options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_THAT(names(), ElementsAre("first", "target"));
+    EXPECT_EQ(contentOf(local(), path("target")), content);
     EXPECT_EQ(modeOfTarget(), 0644U);
-    EXPECT_EQ(server().sftp().requestCount(P::Open), 2U);
+    EXPECT_EQ(server().sftp().requestCount(P::Open), 3U);
 }
 
 TEST_F(UploadTest, RepeatsNoFileOnceItIsKnownThatPermissionsAreIgnored)

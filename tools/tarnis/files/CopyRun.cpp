@@ -319,7 +319,8 @@ Failure CopyRun::directoryFailure(const TreeEntry& entry, const FileSystem::Fail
                            "it may be from elsewhere, since " + from_.display(entry.path) +
                                " is no directory any more");
     }
-    const bool isTaken = why.code() == FailureCode::NotDirectory;
+    const bool isTaken =
+        why.code() == FailureCode::NotDirectory || why.code() == FailureCode::NotCopyable;
     return to_.failureBecause("cannot make the directory", entry.target, why,
                               isTaken ? "something else stands there"
                                       : to_.writingProblem(entry.target));
