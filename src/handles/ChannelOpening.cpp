@@ -65,7 +65,9 @@ int ChannelOpening::ask()
 bool ChannelOpening::asksAgain()
 {
     auto* const session = channel_.getSession();
-    if (renew_ == nullptr || session == nullptr || ssh_is_connected(session->getResource()) == 0) {
+    // One that was closed cannot be opened again, whatever the server would say.
+    const bool isRefused = renew_ != nullptr && !channel_.wasOpened();
+    if (!isRefused || session == nullptr || ssh_is_connected(session->getResource()) == 0) {
         return false;
     }
     const auto now = Clock::now();

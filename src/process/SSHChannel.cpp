@@ -2,7 +2,6 @@
 #include "handles/ChannelOpening.h"
 #include "handles/LibsshCompatibility.h"
 #include "handles/SSHCall.h"
-#include "handles/SSHCallLimits.h"
 #include "handles/SSHFailure.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHSocketWait.h"
@@ -16,7 +15,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <thread>
 #include <utility>
 
 namespace Tarnis {
@@ -174,25 +172,18 @@ bool SSHChannel::close()
 bool SSHChannel::do_open()
 {
     SSHHandleChannel& channel = valid(channel_);
+    const auto lock = channel.getLock();
+    channel.watchExit();
     const auto renew = [&channel] {
         const bool isRenewed = channel.renew();
         channel.watchExit();
         return isRenewed;
     };
-    ChannelOpening opening(channel, renew);
-    const auto advance = [&](ssh_channel c) {
+    return callLocked(channel, [&](ssh_channel c) {
         // Of which there may be another one afterwards.
         ssh_session session = ssh_channel_get_session(c);
-        const int result = opening.advance();
-        return result == SSH_OK || opening.isMakingRoom() || noteTransportFailure(session);
-    };
-    callLocked(channel, [&channel](ssh_channel /*c*/) { channel.watchExit(); });
-    bool isFine = callLocked(channel, advance);
-    while (isFine && opening.isMakingRoom()) {
-        std::this_thread::sleep_for(SSHCallLimits::pause);
-        isFine = callLocked(channel, advance);
-    }
-    return isFine;
+        return ChannelOpening(channel, renew).finish() == SSH_OK || noteTransportFailure(session);
+    });
 }
 
 bool SSHChannel::do_isOpen() const

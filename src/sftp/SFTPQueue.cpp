@@ -97,6 +97,7 @@ bool SFTPQueue::open()
     if (!takeSpare() && !(connect() && awaitServer())) {
         return false;
     }
+    joinUsers();
     const auto offers = [this](const SFTPExtension& extension) {
         return lanes_.front()->connection->offers(extension);
     };
@@ -112,15 +113,21 @@ bool SFTPQueue::open()
     return true;
 }
 
-/// Goes on with the channel that an earlier queue of the file system has left.
-bool SFTPQueue::takeSpare()
+/// From now on it is asked to give back what it has beyond one channel.
+void SFTPQueue::joinUsers()
 {
-    auto lock = sftp_->getLock();
+    const auto lock = sftp_->getLock();
     if (SSHHandleSession* const session = sftp_->isValid() ? sftp_->getSession() : nullptr) {
         extra_ = session->extraChannels();
         timesAsked_ = extra_->timesAsked;
         ++extra_->users;
     }
+}
+
+/// Goes on with the channel that an earlier queue of the file system has left.
+bool SFTPQueue::takeSpare()
+{
+    auto lock = sftp_->getLock();
     // Only leaveSpare() keeps any.
     std::unique_ptr<SFTPConnection> connection(
         static_cast<SFTPConnection*>(sftp_->takeSpare().release()));

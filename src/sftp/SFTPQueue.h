@@ -121,6 +121,7 @@ private:
     bool open();
     bool connect();
     bool awaitServer();
+    void joinUsers();
     bool takeSpare();
     bool isAnswering(SFTPConnection& connection);
     void leaveSpare();

@@ -104,10 +104,13 @@ struct TreeReport
     std::uint64_t links = 0;       ///< Done.
     std::uint64_t skipped = 0;     ///< How often TreeObserver::skipped() was called.
     std::uint64_t removed = 0;     ///< By a copy: how often TreeObserver::removed() was called.
-    std::uint64_t bytes = 0;       ///< Of the files that were copied.
+    std::uint64_t bytes = 0;       ///< Of the files that were copied, as far as they were.
     std::uint64_t failed = 0;      ///< How often TreeObserver::failed() was called, or would be.
     bool isStopped = false;        ///< The observer said stop, after a failure or at its progress.
     Failure failure;               ///< The first one.
+    /// What could not be removed of files that were given up since the copy was stopped, as a text;
+    /// empty for nothing.
+    std::string left;
 
     /// Whether everything was done.
     bool isComplete() const noexcept { return failed == 0 && !isStopped; }
@@ -174,8 +177,10 @@ struct TreeCopyOptions : TreeOptions
     /// As StorageSystemCopyOptionFlag::InPlace.
     bool isInPlace = false;
     /// What stands in a directory that is copied into and not in its source is removed once all is
-    /// copied. Not where the source's could not be read to its end, and not once the copy was
-    /// stopped. What is there and not wanted from the source stays.
+    /// copied. Not where anything of the source could not be read or copied, there or below, and
+    /// not once the copy was stopped. What is there and not wanted from the source stays, and so
+    /// does what may be an entry of the source in another spelling, for a system that does not tell
+    /// "a" from "A": the next copy removes it where it was not.
     bool removesOthers = false;
 };
 

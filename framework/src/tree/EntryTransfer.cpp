@@ -275,7 +275,8 @@ void EntryTransfer::publish()
         return;
     }
     isPublishing_ = true;
-    if (mustBeNew_ || context_.options.standing == TreeStanding::Fail) {
+    const auto how = context_.options.standing;
+    if (mustBeNew_ || how == TreeStanding::Fail || how == TreeStanding::Keep) {
         takeFreeName();
         return;
     }
@@ -298,10 +299,12 @@ void EntryTransfer::publish()
 void EntryTransfer::takeFreeName()
 {
     auto done = whatever<>([this](const Failure& why) {
-        if (why) {
-            refusedName(why);
-        } else {
+        if (!why) {
             published();
+        } else if (context_.options.standing == TreeStanding::Keep && !mustBeNew_) {
+            keepWhatHasCome(why);
+        } else {
+            refusedName(why);
         }
     });
     if (std::exchange(isTargetFree_, false)) {
@@ -309,6 +312,16 @@ void EntryTransfer::takeFreeName()
     } else {
         context_.target.rename(temporaryPath_, entry_.target, std::move(done));
     }
+}
+
+/// What has come to the target since it was looked at is left there as what was there before.
+void EntryTransfer::keepWhatHasCome(const Failure& why)
+{
+    context_.target.lookUp(entry_.target, whatever<const Attributes&>(
+                                              [this, why](const Failure& failure, const auto&) {
+                                                  isKept_ = !failure;
+                                                  failure ? refusedName(why) : giveUp(why);
+                                              }));
 }
 
 // Some servers replace whatever stands there, a directory with all below it as well.
@@ -330,7 +343,7 @@ void EntryTransfer::rename(const std::string& from, const std::string& to,
                            std::function<void(const Failure&)> done)
 {
     context_.target.rename(
-        from, to, whatever<>([this, from, to, done](const Failure& why) {
+        from, to, always<>([this, from, to, done](const Failure& why) {
             if (!why) {
                 done({});
                 return;
@@ -341,12 +354,12 @@ void EntryTransfer::rename(const std::string& from, const std::string& to,
             const auto isGone = [this, to, done, why, isThere](const Failure& failure,
                                                                const Attributes&) {
                 if (failure.code() == FailureCode::NotFound) {
-                    context_.target.lookUp(to, whatever<const Attributes&>(isThere));
+                    context_.target.lookUp(to, always<const Attributes&>(isThere));
                 } else {
                     done(why);
                 }
             };
-            context_.target.lookUp(from, whatever<const Attributes&>(isGone));
+            context_.target.lookUp(from, always<const Attributes&>(isGone));
         }));
 }
 
@@ -442,6 +455,9 @@ void EntryTransfer::removeTemporary()
 
 void EntryTransfer::finish()
 {
+    if (isKept_) {
+        outcome_ = Outcome::Skipped;
+    }
     const auto done = std::exchange(done_, nullptr);
     done(*this);
 }

@@ -122,7 +122,7 @@ protected:
     void skip();
 
     /// Renames what is on the target's system. One that is reported as failed may have been done
-    /// all the same.
+    /// all the same. \param done is called in any case: what was renamed must not be forgotten.
     void rename(const std::string& from, const std::string& to,
                 std::function<void(const Failure&)> done);
 
@@ -198,6 +198,7 @@ private:
     bool isReplaceable(const Attributes& now);
     void lookedAgain(const Failure& failure, const Attributes& now);
     void takeFreeName();
+    void keepWhatHasCome(const Failure& why);
     void replaceAfterLooking(const Failure& why);
     void replaceInSteps();
     void takePlaceOf(const std::string& aside);
@@ -223,6 +224,7 @@ private:
     bool isTemporaryOwned_ = false;
     bool isTargetFree_ = false;
     bool isToBeRepeated_ = false;
+    bool isKept_ = false; ///< Something has come to the target, and is to stay.
     Outcome outcome_ = Outcome::Failed;
     Failure failure_;
     std::vector<Failure> losses_;

@@ -66,6 +66,10 @@ public:
         while (!isOver) {
             step();
             askWhetherToGoOn();
+            // Not while it is told of what was written: it would go on with what is closed.
+            if (context_->isStopped) {
+                transfer_->stop();
+            }
         }
         if (bytes_.exception() || exception_) {
             std::rethrow_exception(exception_ ? exception_ : bytes_.exception());
@@ -103,9 +107,6 @@ private:
         } catch (...) {
             exception_ = std::current_exception();
             context_->isStopped = true;
-        }
-        if (context_->isStopped) {
-            transfer_->stop();
         }
     }
 

@@ -343,6 +343,10 @@ void FileTransfer::beginWriting()
 
 bool FileTransfer::wantsToRead() const noexcept
 {
+    // Where a copy turns out to be none, everything is read from there.
+    if (isCopying_) {
+        return false;
+    }
     if (mayCopyNext()) {
         return sourceFile_ && canRead_ && canWrite_ && !isGivenUp() && writing_ == 0;
     }
@@ -390,17 +394,20 @@ void FileTransfer::copyNext()
     nextWrite_ += size;
     sent_ += size;
     ++writing_;
-    context().target.copy(*sourceFile_, offset, size, *temporary_, offset,
-                          whatever<>([this, size](const Failure& why) { copied(size, why); }));
+    isCopying_ = true;
+    context().target.copy(
+        *sourceFile_, offset, size, *temporary_, offset,
+        whatever<>([this, offset, size](const Failure& why) { copied(offset, size, why); }));
 }
 
-void FileTransfer::copied(std::uint64_t size, const Failure& why)
+void FileTransfer::copied(std::uint64_t offset, std::uint64_t size, const Failure& why)
 {
     --writing_;
+    isCopying_ = false;
     if (why.code() == FailureCode::Unsupported) {
         // It only said that it could.
         context().copiesItself = false;
-        nextRead_ = nextWrite_ = sent_ = sent_ - size;
+        nextRead_ = nextWrite_ = sent_ = offset;
         return;
     }
     if (why) {

@@ -123,7 +123,7 @@ private:
     void read(const Piece& piece, std::uint64_t got);
     bool mayCopyNext() const noexcept;
     void copyNext();
-    void copied(std::uint64_t size, const Failure& why);
+    void copied(std::uint64_t offset, std::uint64_t size, const Failure& why);
     void take(const Piece& piece);
     void writeInOrder();
     void write(const Piece& piece);
@@ -146,6 +146,7 @@ private:
     std::uint64_t end_ =
         std::numeric_limits<std::uint64_t>::max(); ///< Of the file, once it is met.
     bool canRead_ = true;
+    bool isCopying_ = false; ///< By the system itself, up to nextRead_.
     bool isProbing_ = false; ///< What lies beyond the expected end is being read.
     std::size_t reading_ = 0;
     std::size_t writing_ = 0;

@@ -109,6 +109,22 @@ private:
     Failure failure_;
 };
 
+/// The original leaves its place in one step, which also tells whether it may. One that is reported
+/// as failed may have been done all the same.
+std::optional<std::string> setAside(const FileSystem2& system, const std::string& path)
+{
+    const auto name = hiddenName(PathText::fileName(path), HiddenNameUse::SetAside);
+    auto aside = system.directoryRename(path, name);
+    if (!aside) {
+        const FailureKeeper keeper;
+        const auto hidden = PathText::childId(PathText::parentId(path), {name});
+        const bool isDone =
+            !system.directoryExists(path, false) && system.directoryExists(hidden, false);
+        return isDone ? std::make_optional(hidden) : std::nullopt;
+    }
+    return aside;
+}
+
 /// False: something is left there.
 bool removeCopied(const FileSystem2& system, const Record& record, const std::string& place)
 {
@@ -163,11 +179,7 @@ bool moveTreeByCopy(const FileSystem2& system, const std::string& path, const st
     if (record.failure()) {
         noteAgain(Failure(record.failure()));
     }
-    // The original leaves its place in one step, which also tells whether it may.
-    const auto aside = !record.failure()
-                           ? system.directoryRename(path, hiddenName(PathText::fileName(path),
-                                                                     HiddenNameUse::SetAside))
-                           : std::nullopt;
+    const auto aside = !record.failure() ? setAside(system, path) : std::nullopt;
     if (!aside) {
         const FailureKeeper keeper;
         if (copier.hasMadeRoot()) {

@@ -318,6 +318,9 @@ void ResumeTransfer::renameStanding()
             return;
         }
         standingAt_ = StandingAt::Part;
+        if (isGivenUp()) {
+            return;
+        }
         // It may be another one by now.
         context().target.lookUp(
             part_, then<const Attributes&>([this](const auto& now) { takeRenamed(now); }));
@@ -352,6 +355,7 @@ void ResumeTransfer::makeReachable()
 /// For reading as well: some servers empty only what is opened to be written and nothing else.
 void ResumeTransfer::openPart()
 {
+    mayBeWritten_ = true;
     context().target.openItself(part_, Mode::Read | Mode::Write,
                                 always<File>([this](const Failure& failure, File file) {
                                     if (failure) {
@@ -422,19 +426,39 @@ void ResumeTransfer::createdPart()
         lookAtNewPart();
         return;
     }
-    context().target.close(*target(), whatever<>([this](const Failure&) {
-        context().target.openItself(part_, Mode::Write,
-                                    always<File>([this](const Failure& failure, File file) {
-                                        if (failure) {
-                                            giveUp(failure);
-                                            return;
-                                        }
-                                        writeTo(file);
-                                        if (!isGivenUp()) {
-                                            lookAtNewPart();
-                                        }
-                                    }));
+    context().target.look(*target(), then<const Attributes&>([this](const auto& made) {
+        partOwner_ = made.owner;
+        context().target.close(*target(), whatever<>([this](const Failure&) { reopenPart(); }));
     }));
+}
+
+void ResumeTransfer::reopenPart()
+{
+    context().target.openItself(
+        part_, Mode::Write, always<File>([this](const Failure& failure, File file) {
+            if (failure) {
+                giveUp(failure);
+                return;
+            }
+            writeTo(file);
+            if (!isGivenUp()) {
+                context().target.look(
+                    file, then<const Attributes&>([this](const auto& now) { reopenedPart(now); }));
+            }
+        }));
+}
+
+/// Somebody may have put a file or a link of his own there.
+void ResumeTransfer::reopenedPart(const Attributes& now)
+{
+    const bool isFile = !now.type || isRegularFile(*now.type);
+    const bool isItsOwner = !partOwner_ || (now.owner && *now.owner == *partOwner_);
+    if (isFile && isItsOwner && now.size.value_or(0) == 0) {
+        madePart(now);
+    } else {
+        isUnusable_ = true;
+        giveUp(FailureCode::Changed, part_, part_ + " is another file than was made");
+    }
 }
 
 void ResumeTransfer::lookAtNewPart()
@@ -640,6 +664,11 @@ void ResumeTransfer::giveBackIfThere(const Failure& failure, const Attributes& n
         tellKept();
         return;
     }
+    if (!mayBeWritten_) {
+        // It may be another one than was compared, and is as it was.
+        restore(now);
+        return;
+    }
     context().target.openItself(part_, Mode::Read,
                                 whatever<File>([this, now](const Failure& why, File file) {
                                     if (why) {
@@ -686,7 +715,7 @@ void ResumeTransfer::restore(const Attributes& now)
 /// is, once a byte of the source has come behind what stood there.
 ResumeTransfer::Permissions ResumeTransfer::permissionsOfReturned(std::uint64_t size) const
 {
-    const bool isGrown = size != beginning_->size;
+    const bool isGrown = mayBeWritten_ && size != beginning_->size;
     return isGrown && context().options.preservesPermissions ? permissionsOfPart() : *replaced_;
 }
 

@@ -84,6 +84,8 @@ private:
     void beginAnew();
     void createPart();
     void createdPart();
+    void reopenPart();
+    void reopenedPart(const Attributes& now);
     void lookAtNewPart();
     void madePart(const Attributes& now);
     void hide(const Attributes& now, std::function<void()> next);
@@ -118,6 +120,7 @@ private:
     bool isPartNew_ = false;
     bool isUnusable_ = false; ///< The part, for it is open to others or theirs.
     bool isChecked_ = false;
+    bool mayBeWritten_ = false; ///< What stood at the target, as it was opened for that.
     StandingAt standingAt_ = StandingAt::Target;
     std::optional<File> compared_;
     std::optional<Beginning> beginning_;

@@ -216,10 +216,10 @@ bool copyForSlot(const SlotCopyTask& task)
     copier.movePieces(task.bufferSize.value_or(0));
     const auto report = copier.copy({{task.sourcePath, task.targetPath}});
     if (follower.failure()) {
-        return failAs(follower.failure(), copier.whatIsLeft());
+        return failAs(follower.failure(), report.left);
     }
     if (report.isStopped && !follower.isDone()) {
-        return fail(FailureCode::Cancelled, copier.whatIsLeft());
+        return fail(FailureCode::Cancelled, report.left);
     }
     return follower.losses().areNone();
 }

@@ -47,6 +47,35 @@ bool isOther(const StorageSystemAttributes& attributes)
     return attributes.type && attributes.type->isEmpty();
 }
 
+/// Names that are not listed at a target: it may have them in another spelling, where it tells no
+/// case or has a normal form of its own.
+class OtherSpellings
+{
+public:
+    void add(const std::string& name)
+    {
+        folded_.insert(withSmallLetters(name));
+        isAnyBeyondAscii_ = isAnyBeyondAscii_ || isBeyondAscii(name);
+    }
+
+    bool mayHave(const std::string& name) const
+    {
+        return folded_.count(withSmallLetters(name)) != 0 ||
+               (isAnyBeyondAscii_ && isBeyondAscii(name));
+    }
+
+private:
+    static bool isBeyondAscii(const std::string& name)
+    {
+        return std::any_of(name.begin(), name.end(), [](char byte) {
+            return (static_cast<unsigned char>(byte) & 0x80U) != 0;
+        });
+    }
+
+    std::set<std::string> folded_;
+    bool isAnyBeyondAscii_ = false;
+};
+
 std::uint64_t sizeOf(const StorageSystemAttributes& attributes)
 {
     return attributes.type && isRegularFile(*attributes.type) ? attributes.size.value_or(0) : 0;
@@ -91,6 +120,7 @@ struct TreeCopier::Directory
     std::unordered_map<std::string, StorageSystemAttributes> standing;
     std::set<std::string> partNames; ///< Names in the source that a part could have.
     std::vector<std::string> others; ///< What stands there and not in the source, to be removed.
+    bool hasFailures = false;        ///< Something in it, or below, was not copied.
     std::string rootTarget;
 };
 
@@ -185,11 +215,15 @@ void TreeCopier::stopTransfers()
 void TreeCopier::abandon()
 {
     work_.mute();
-    try {
-        run();
-    } catch (...) {
-        // The one that is passed on came first.
-    }
+    areStopped_ = false;
+    do {
+        try {
+            stopTransfers();
+            work_.pump();
+        } catch (...) {
+            // The one that is passed on came first.
+        }
+    } while (work_.hasPending());
 }
 
 bool TreeCopier::hasStep() const
@@ -288,6 +322,7 @@ void TreeCopier::beginClaimed(TreeEntry&& entry, const DirectoryPtr& parent)
     case CopyClaims::Answer::Taken:
         work_.fail(entry, newFailure("copy", entry.target, FailureCode::Exists,
                                      "another source of this call goes there"));
+        noteFailure(parent);
         finishEntry(parent);
         break;
     case CopyClaims::Answer::Doubtful:
@@ -328,6 +363,7 @@ void TreeCopier::begin(TreeEntry&& entry, const DirectoryPtr& parent)
         enter(std::move(entry), parent, parent->isShared);
     } else if (isOther(entry.attributes)) {
         work_.fail(entry, newFailure("copy", entry.path, FailureCode::NotCopyable));
+        noteFailure(parent);
         finishEntry(parent);
     } else {
         const bool isNewName = parent != nullptr && mustBeNew(entry, *parent);
@@ -343,6 +379,7 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent, bool isSha
         (parent == nullptr && leadsIntoItself(source_, entry.path, target_, entry.target))) {
         work_.fail(entry, newFailure("copy", entry.path,
                                      isTooDeep ? FailureCode::TooDeep : FailureCode::IntoItself));
+        noteFailure(parent);
         finishEntry(parent);
         return;
     }
@@ -390,6 +427,7 @@ void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, boo
         isInTheWay ? newFailure("copy", directory->entry.target, FailureCode::Exists) : failure;
     if (why) {
         directory->isFailed = true;
+        noteFailure(directory->parent);
         work_.fail(directory->entry, why);
     }
     directory->isMade = true;
@@ -469,12 +507,16 @@ void TreeCopier::chooseOthers(Directory& directory)
         return;
     }
     std::set<std::string> names;
+    OtherSpellings spellings;
     for (const auto& entry : contents.entries) {
         names.insert(entry.name);
+        if (directory.standing.count(entry.name) == 0) {
+            spellings.add(entry.name);
+        }
     }
     for (const auto& [name, attributes] : directory.standing) {
         const bool isPart = options_.standing == TreeStanding::Resume && isPartName(name);
-        if (names.count(name) == 0 && !isPart) {
+        if (names.count(name) == 0 && !isPart && !spellings.mayHave(name)) {
             directory.others.push_back(name);
         }
     }
@@ -527,6 +569,9 @@ void TreeCopier::chooseWanted(Directory& directory)
     auto& contents = directory.contents;
     contents.untold.insert(contents.untold.end(), contents.gone.begin(), contents.gone.end());
     work_.found(contents.entries.size() + contents.untold.size());
+    if (contents.failure || !contents.untold.empty()) {
+        noteFailure(directory.parent);
+    }
     for (const Failure& failure : contents.untold) {
         work_.fail(entryBelow(directory.entry, {PathText::fileName(failure.path()), {}}), failure);
     }
@@ -644,10 +689,12 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
     }
     finishEntry(parent);
     if (transfer.outcome() == EntryTransfer::Outcome::Failed) {
+        noteFailure(parent);
         if (!context_->isStopped || transfer.failure().code() != FailureCode::Cancelled) {
             work_.fail(transfer.entry(), transfer.failure());
         } else if (!transfer.failure().text().empty()) {
-            left_ += (left_.empty() ? "" : "; ") + transfer.failure().text();
+            auto& left = work_.report().left;
+            left += (left.empty() ? "" : "; ") + transfer.failure().text();
         }
         return;
     }
@@ -664,7 +711,7 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
 /// What came through a link that has taken the directory's place is not the tree's.
 void TreeCopier::leave(const DirectoryPtr& directory)
 {
-    if (!directory->others.empty()) {
+    if (!directory->others.empty() && !directory->hasFailures) {
         removeOthers(*directory);
     }
     work_.begin();
@@ -702,6 +749,15 @@ void TreeCopier::finished(const DirectoryPtr& directory, const std::vector<Failu
         work_.lose(directory->entry, loss);
     }
     work_.done(directory->entry);
+}
+
+/// Something of a directory was not copied: nothing of what stands there is removed for it.
+void TreeCopier::noteFailure(const DirectoryPtr& parent)
+{
+    for (auto* directory = parent.get(); directory != nullptr;
+         directory = directory->parent.get()) {
+        directory->hasFailures = true;
+    }
 }
 
 void TreeCopier::finishEntry(const DirectoryPtr& parent)

@@ -44,9 +44,6 @@ public:
 
     TreeReport copy(const std::vector<TreeCopyPath>& paths);
 
-    /// What could not be removed of files that were given up, as a text; empty for nothing.
-    const std::string& whatIsLeft() const noexcept { return left_; }
-
     /// A directory was made for a root that had none at its target.
     bool hasMadeRoot() const noexcept { return hasMadeRoot_; }
 
@@ -91,6 +88,7 @@ private:
     void leave(const DirectoryPtr& directory);
     void finish(const DirectoryPtr& directory);
     void finished(const DirectoryPtr& directory, const std::vector<Failure>& losses);
+    static void noteFailure(const DirectoryPtr& parent);
     void finishEntry(const DirectoryPtr& parent);
     void chooseOthers(Directory& directory);
     void removeOthers(const Directory& directory);
@@ -110,7 +108,6 @@ private:
     bool areRootsNew_ = false;
     bool areStopped_ = false;
     bool hasMadeRoot_ = false;
-    std::string left_;
     std::set<std::string> targets_; ///< Of what was named.
     std::vector<Root> roots_;       ///< Still to be looked at; the next one last.
     std::size_t turn_ = 0;

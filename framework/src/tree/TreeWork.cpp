@@ -41,6 +41,9 @@ void TreeWork::addQueue(const StorageSystem& system, std::size_t most)
 
 bool TreeWork::wants(const TreeEntry& entry)
 {
+    if (isOver_) {
+        return false;
+    }
     const CallbackScope callback;
     return observer_.wants(entry);
 }
@@ -86,6 +89,9 @@ void TreeWork::kept(const TreeEntry& entry, const std::string& path, TreePart pa
 
 bool TreeWork::removes(const TreeEntry& entry)
 {
+    if (isOver_) {
+        return false;
+    }
     const CallbackScope callback;
     return observer_.removes(entry);
 }
@@ -118,6 +124,12 @@ void TreeWork::lose(const TreeEntry& entry, const Failure& failure)
         isOver_ = true;
         report_.isStopped = true;
     }
+}
+
+bool TreeWork::hasPending() const noexcept
+{
+    return std::any_of(queues_.begin(), queues_.end(),
+                       [](const auto& queue) { return queue->pending() > 0; });
 }
 
 void TreeWork::pump()

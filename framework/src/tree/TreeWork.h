@@ -78,6 +78,10 @@ public:
 
     TreeReport& report() noexcept { return report_; }
 
+    /// Whether a queue has anything in flight: after an exception, what was begun and what has
+    /// ended need not come out even.
+    bool hasPending() const noexcept;
+
     /// Waits for something in flight, and takes in what was answered.
     void pump();
 

@@ -121,6 +121,15 @@ TEST_P(FileStreamsContract, NothingIsLeftWhereTheProgressSaysStop)
     EXPECT_THAT(names(), IsEmpty());
 }
 
+TEST_P(FileStreamsContract, NothingIsLeftWhereTheProgressSaysStopAtTheLastByte)
+{
+    WriteFileOptions options;
+    options.progress = [](std::uint64_t done) { return done == 0; };
+    EXPECT_FALSE(write("file", "a few bytes", options));
+    EXPECT_EQ(Failure::last().code(), FailureCode::Cancelled);
+    EXPECT_THAT(names(), IsEmpty());
+}
+
 TEST_P(FileStreamsContract, NothingIsLeftAfterAnException)
 {
     const auto bytes = pseudoRandomBytes(6, 2'000'000);

@@ -110,6 +110,26 @@ TEST_F(ScriptedCopyWithinTest, GoesThroughHereWhereTheServerCannotAfterAll)
     EXPECT_GE(server().sftp().requestCount(SftpPacket::Extended), 1U);
 }
 
+TEST_F(ScriptedCopyWithinTest, LargeFilesGoThroughHereTogether)
+{
+    SftpScript script;
+    script.extensions.push_back({"copy-data", "1"});
+    script.rules = {{every(SftpPacket::Extended), refuse(SftpStatus::OpUnsupported)}};
+    start(script);
+    std::filesystem::create_directory(path("t"));
+    // More than the server would be asked to copy at a time.
+    const std::string large = pseudoRandomBytes(7, 18'000'000);
+    for (const char* const name : {"t/a", "t/b", "t/c"}) {
+        put(name, large);
+    }
+    TreeObserver observer;
+    const auto report = copyTree(files(), files(), {{path("t"), path("copy")}}, observer);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    for (const char* const name : {"copy/a", "copy/b", "copy/c"}) {
+        EXPECT_TRUE(readFile(path(name)) == large) << name;
+    }
+}
+
 TEST_F(ScriptedCopyWithinTest, FailsAsOtherCopiesDo)
 {
     const auto report = copy(SftpStatus::PermissionDenied);

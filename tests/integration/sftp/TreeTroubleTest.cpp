@@ -7,7 +7,6 @@
 
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/TreeOperations.h>
-#include <Tarnis/SSHProcess.h>
 #include <Tarnis/SSHSession.h>
 
 #include <gmock/gmock.h>
@@ -307,8 +306,6 @@ TEST_P(TreeTroubleTest, EightThreadsCopyOverOneSessionBesideCommands)
     do {
         const auto result = client().session().execute("echo beside");
         EXPECT_EQ(result.output, "beside\n") << Failure::last().message();
-        const auto process = client().session().createProcess("true");
-        EXPECT_TRUE(process->start()) << Failure::last().message();
     } while (running > 0);
     for (auto& copy : copies) {
         copy.join();

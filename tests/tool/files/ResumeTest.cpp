@@ -7,6 +7,7 @@
 #include "support/sftp/SftpWire.h"
 #include "tool/files/FilesTest.h"
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -663,6 +664,26 @@ TEST_F(ScriptedResumeTest, APartThatIsGoneIsNotSaidToHoldWhatStoodThere)
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(tool->errorOutput(), HasSubstr("cannot copy " + here().file("f")));
     EXPECT_EQ(lineCount(tool->errorOutput()), 1U) << tool->errorOutput();
+}
+
+TEST_F(ScriptedResumeTest, ABeginningThatIsRenamedAsTheCopyIsStoppedGoesBack)
+{
+    here().write("f", data_);
+    const std::string beginning = data_.substr(0, kBeginning);
+    put("f", beginning);
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Rename, 1), SftpActions::stopAnswering()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("put", {"--resume", here().file("f"), at("")}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Rename) > 0; }))
+        << tool->errorOutput();
+    tool->signal(SIGINT);
+    ASSERT_TRUE(waitUntil(
+        [&] { return tool->errorOutput().find("once more gives up") != std::string::npos; }));
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f")) << tool->errorOutput();
+    EXPECT_TRUE(readFile(sftp().path("f")) == beginning);
 }
 
 TEST_F(ScriptedResumeTest, WhatComesToTheTargetMeanwhileKeepsItsPermissions)

@@ -14,6 +14,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -248,10 +249,99 @@ TEST_F(CopyTreeFaultTest, NothingIsRemovedWhereTheSourceCannotBeReadToItsEnd)
     });
     Told told;
     const auto report = copyTree(source_, target, {{"/t", "/t"}}, told, options_);
-    EXPECT_EQ(report.removed, 1U);
-    EXPECT_FALSE(target.fileExists("/t/other"));
+    EXPECT_EQ(report.removed, 0U);
+    EXPECT_TRUE(target.fileExists("/t/other"));
     EXPECT_TRUE(target.fileExists("/t/d/other"));
     EXPECT_EQ(told.failures.count("d"), 1U);
+}
+
+TEST_F(CopyTreeFaultTest, NothingIsRemovedWhereSomethingCouldNotBeCopied)
+{
+    MemoryFileSystem target;
+    fillTarget(target);
+    write(target, "/t/other", "other");
+    write(target, "/t/d/other", "other");
+    options_.removesOthers = true;
+    target.setFaultFunction([](const MemoryOperation& operation) -> std::optional<MemoryFault> {
+        const bool isOne = operation.path.find("/t/d/") == 0 && operation.kind == Kind::Write;
+        return isOne ? std::make_optional(MemoryFault::failure(FailureCode::NoSpace))
+                     : std::nullopt;
+    });
+    Told told;
+    EXPECT_EQ(copyTree(source_, target, {{"/t", "/t"}}, told, options_).removed, 0U);
+    target.setFaultFunction({});
+    EXPECT_TRUE(target.fileExists("/t/other"));
+    EXPECT_TRUE(target.fileExists("/t/d/other"));
+    EXPECT_EQ(copyTree(source_, target, {{"/t", "/t"}}, told, options_).removed, 2U);
+}
+
+TEST_F(CopyTreeFaultTest, WhatMayBeAnEntryInAnotherSpellingIsNotRemoved)
+{
+    MemoryFileSystem target;
+    fillTarget(target);
+    write(source_, "/t/docs", "new");
+    write(target, "/t/Docs", "old");
+    options_.removesOthers = true;
+    Told told;
+    EXPECT_EQ(copyTree(source_, target, {{"/t", "/t"}}, told, options_).removed, 0U);
+    EXPECT_TRUE(target.fileExists("/t/Docs"));
+    // Both are listed: the system tells them apart.
+    EXPECT_EQ(copyTree(source_, target, {{"/t", "/t"}}, told, options_).removed, 1U);
+    EXPECT_FALSE(target.fileExists("/t/Docs"));
+}
+
+TEST_F(CopyTreeFaultTest, WhatComesToTheTargetMeanwhileIsKept)
+{
+    MemoryFileSystem target;
+    fillTarget(target);
+    const auto other = target.another();
+    target.setFaultFunction([&](const MemoryOperation& operation) -> std::optional<MemoryFault> {
+        if (operation.kind == Kind::Write && !other->fileExists(fileOf(files - 1))) {
+            write(*other, fileOf(files - 1), "theirs");
+        }
+        return std::nullopt;
+    });
+    options_.standing = TreeStanding::Keep;
+    Told told;
+    const auto report = copyTree(source_, target, {{"/t", "/t"}}, told, options_);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.skipped, files / 2 + 1);
+    EXPECT_EQ(TarnisTest::contentOf(target, fileOf(files - 1)), "theirs");
+    EXPECT_THAT(hiddenIn(target), testing::IsEmpty());
+}
+
+TEST_F(CopyTreeFaultTest, AnObserverThatThrowsAtAFailureEndsTheCopy)
+{
+    class Throwing : public TreeObserver
+    {
+        bool failed(const TreeEntry& /*entry*/, const Failure& /*failure*/) override
+        {
+            throw std::runtime_error("enough");
+        }
+    };
+
+    for (const auto& [kind, path] :
+         {std::pair(Kind::MakeDirectory, "/new/d"), std::pair(Kind::List, "/t/d"),
+          std::pair(Kind::Open, "/t/0")}) {
+        MemoryFileSystem target;
+        const auto refuse = [kind = kind, path = std::string(path)](
+                                const MemoryOperation& operation) -> std::optional<MemoryFault> {
+            const bool isIt = operation.kind == kind && operation.path == path;
+            return isIt ? std::make_optional(MemoryFault::failure(FailureCode::Denied))
+                        : std::nullopt;
+        };
+        source_.setFaultFunction(refuse);
+        target.setFaultFunction(refuse);
+        Throwing observer;
+        EXPECT_THROW(copyTree(source_, target, {{"/t", "/new"}}, observer, options_),
+                     std::runtime_error)
+            << path;
+        source_.setFaultFunction({});
+        target.setFaultFunction({});
+        for (const auto& name : target.directoryListFileNames("/new")) {
+            EXPECT_NE(name.front(), '.') << path;
+        }
+    }
 }
 
 } // namespace

@@ -70,6 +70,9 @@ bool CopyRun::run(const Paths& paths)
     const Paths found = options_.isRecursive ? paths : followed(paths);
     const auto report = copyTree(from_.system(), to_.system(), found, *this, engineOptions());
     const bool isLost = report.failure.code() == FailureCode::ConnectionLost;
+    if (!report.left.empty()) {
+        note(report.left);
+    }
     if (report.isStopped || isLost) {
         throwIfCancelled();
     }
@@ -222,7 +225,9 @@ void CopyRun::kept(const TreeEntry& entry, const std::string& path, FileSystem::
     } else if (part == Part::Returned) {
         returned_.insert(entry.target);
     }
-    note(text + to_.display(path) + whereItGoesOn);
+    // Its failure counts.
+    bar_.clear();
+    report(text + to_.display(path) + whereItGoesOn);
 }
 
 void CopyRun::noteTaken(const std::string& target, const std::string& part)

@@ -29,7 +29,7 @@ MvCommand::MvCommand(CLI::App& program)
     commandLine().footer(
         "All paths are on one server. Into a directory, files go under their own names. What\n"
         "stands at the new path is never replaced. What the server does not rename, as to another\n"
-        "volume, is copied through this machine with permissions and times, and then removed.");
+        "volume, is copied with permissions and times, and then removed.");
 }
 
 int MvCommand::work(const std::vector<std::string>& operands)

@@ -17,8 +17,8 @@ PutCommand::PutCommand(CLI::App& program)
     declareResume();
     commandLine().footer(
         "Into a directory (\"host:\" is the login directory), files go under their own names. A\n"
-        "local path \"-\" is standard input, which is read to its end.\n"
         "file takes its name when it is complete; a file or link that stood there is replaced.\n"
+        "A local path \"-\" is standard input, which is read to its end.\n"
         "With --resume, a file there that is the beginning of the source has the name of the part\n"
         "meanwhile (\".NAME.tarnis-part\"), and keeps it after a lost connection, a second Ctrl-C\n"
         "or a sudden end of the program; the same command goes on from there.\n\n"
