@@ -41,7 +41,7 @@ int ChannelOpening::finish()
 {
     asksOthers_ = false;
     int result = advance();
-    while (result == SSH_AGAIN && isMakingRoom()) {
+    while (result == SSH_AGAIN && step_ == Step::MakingRoom) {
         std::this_thread::sleep_for(SSHCallLimits::pause);
         result = advance();
     }

@@ -30,9 +30,6 @@ public:
     /// without the lock.
     int finish();
 
-    /// Whether others are to give their channels back first, which they need the lock for.
-    bool isMakingRoom() const noexcept { return step_ == Step::MakingRoom; }
-
     /// Whether the server was asked and has not answered.
     bool isAsked() const noexcept { return isAsked_; }
 

@@ -42,8 +42,9 @@ struct WriteFileOptions
 /// name complete or not at all, and replaces a file or a link there as copyTree() does, with the
 /// same promises.
 ///
-/// Calls the functions on the calling thread, one after the other, until the giver is at its end or
-/// the writing ends; what they throw is passed on, and nothing is left behind.
+/// Blocks until the giver is at its end and all is written, or it fails; calls the functions on the
+/// calling thread, one after the other. What they throw is passed on, and nothing is left behind.
+/// Any thread; takes no lock while it waits.
 /// \return false: nothing was written, or, with NotRemoved, not all of what it replaced is gone.
 ///         Cancelled where a function said stop.
 [[nodiscard]] FILESYSTEM_EXPORT bool writeFile(const StorageSystem& system, const std::string& path,
@@ -53,7 +54,8 @@ struct WriteFileOptions
 /// Hands a file to a taker, from its start to its end, in order and without a hole; what comes next
 /// is read ahead. What the file becomes meanwhile is handed on as it was met.
 ///
-/// Calls the functions on the calling thread, one after the other; what they throw is passed on.
+/// Blocks until the file is at its end or it fails; calls the functions on the calling thread, one
+/// after the other, and passes on what they throw. Any thread, as of the file system's operations.
 /// \param progress called at the start, after every step and at the end.
 /// \return false: it was not handed on to its end, for the system's reason, or Changed where it
 ///         ended before its size. Cancelled where a function said stop.

@@ -163,7 +163,8 @@ public:
     void look(File file, Completion<const StorageSystemAttributes&> done);
 
     /// From now on files that are opened can be copied into each other by copy(), which the queue
-    /// may have to see to when it opens them. False: the system cannot copy by itself.
+    /// may have to see to when it opens them: to be called before anything else. Does not block.
+    /// False: the system cannot copy by itself, and nothing has changed.
     bool beginCopies();
 
     /// Has the system copy bytes of one open file into another, so that they travel nowhere. Both
@@ -185,9 +186,8 @@ public:
     /// where the system answers in order: what it has kept. Fails as the first of them that does.
     /// \param path    that the file was opened by.
     /// \param newPath that the file is to be renamed to; may be empty.
-    /// \param done    is given what stands at the path, and whether nothing was seen to stand at
-    /// the
-    ///                new one: false also where nobody looked.
+    /// \param done    is given what stands at the path, and whether it was seen that nothing stands
+    ///                at the new one: false also where nobody looked.
     void closeAndLook(File file, const std::string& path, const std::string& newPath,
                       Completion<const StorageSystemAttributes&, bool> done);
 

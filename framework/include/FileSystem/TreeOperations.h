@@ -74,15 +74,19 @@ public:
     virtual void skipped(const TreeEntry& entry);
 
     /// A copy that resumes has, or leaves after a failure, something of a file at a path of the
-    /// target's system. Called before failed(), and where the copy is stopped.
+    /// target's system. Called before failed(), and where the copy is stopped or its connection
+    /// lost, for each file that was in flight.
     virtual void kept(const TreeEntry& entry, const std::string& path, TreePart part);
 
-    /// Whether a copy is to remove what the source has not: an entry in the target, with all that
-    /// is below it. `below` is the path from the root's target. Asked only with
-    /// TreeCopyOptions::removesOthers.
+    /// Whether a copy with TreeCopyOptions::removesOthers is to remove what the source has not: an
+    /// entry of the target, at `path` there and `below` the root's target. Asked of a directory
+    /// before what is in it, and then of each of those; one that is not to go keeps all below it,
+    /// and a directory with something that stays in it stays. What cannot be removed is told to
+    /// failed() as such an entry, without a `target`.
     virtual bool removes(const TreeEntry& entry);
 
-    /// A copy has removed what the source has not.
+    /// A copy has removed what the source has not, or would have in a dry run: an entry as
+    /// removes() is asked of.
     virtual void removed(const TreeEntry& entry);
 
     /// The operation could not be done for an entry. Called once for each cause: a directory that

@@ -140,6 +140,11 @@ bool isEntryName(const std::string& name)
            name.find(separator) == std::string::npos && canBePath(name);
 }
 
+std::string sibling(const std::string& path, const std::string& name)
+{
+    return childId(parentId(path), {name});
+}
+
 bool isWithin(const std::string& outer, const std::string& inner)
 {
     const auto path = canonize(inner);

@@ -45,6 +45,9 @@ bool canBePath(const std::string& text);
 /// not "", "." or "..", and holds neither a slash nor a NUL byte.
 bool isEntryName(const std::string& name);
 
+/// An entry of the directory that a path is in.
+std::string sibling(const std::string& path, const std::string& name);
+
 /// Whether `inner` is `outer` or something below it, as far as the texts tell.
 bool isWithin(const std::string& outer, const std::string& inner);
 

@@ -19,9 +19,6 @@ struct CopyContext
 {
     using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
 
-    /// Of what is read to be compared.
-    static constexpr std::uint64_t mostBytesHeld = 32U << 20U;
-
     StorageSystemQueue& source;
     StorageSystemQueue& target;
     const StorageSystem& sourceSystem;

@@ -21,11 +21,6 @@ bool isVague(const Failure& failure)
     return failure.code() == FailureCode::Unsupported || failure.code() == FailureCode::Other;
 }
 
-std::string besidePath(const std::string& path, HiddenNameUse use)
-{
-    return PathText::childId(PathText::parentId(path), {hiddenName(PathText::fileName(path), use)});
-}
-
 } // namespace
 
 bool isRefusalOfName(const Failure& why)
@@ -224,7 +219,7 @@ bool EntryTransfer::isReplaceable(const Attributes& now)
 
 bool EntryTransfer::takeTemporaryPath()
 {
-    temporaryPath_ = besidePath(entry_.target, HiddenNameUse::Unfinished);
+    temporaryPath_ = hiddenPath(entry_.target, HiddenNameUse::Unfinished);
     return ++nameTries_ <= mostNameTries;
 }
 
@@ -367,7 +362,7 @@ void EntryTransfer::rename(const std::string& from, const std::string& to,
 /// be taken after all.
 void EntryTransfer::replaceInSteps()
 {
-    const auto aside = besidePath(entry_.target, HiddenNameUse::SetAside);
+    const auto aside = hiddenPath(entry_.target, HiddenNameUse::SetAside);
     rename(entry_.target, aside, [this, aside](const Failure& why) {
         if (why) {
             refusedName(why);

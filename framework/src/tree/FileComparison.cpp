@@ -1,6 +1,7 @@
 #include "tree/FileComparison.h"
 
 #include "failure/NewFailure.h"
+#include "tree/FlightLimit.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,7 +11,6 @@ namespace FileSystem {
 
 namespace {
 
-constexpr std::uint64_t pieceSize = 261'120;
 constexpr std::uint64_t checkedSize = 32'768;
 constexpr std::size_t mostPairs = 32;
 
@@ -42,8 +42,7 @@ void FileComparison::start(Completion done)
 bool FileComparison::mayCompareMore() const noexcept
 {
     const bool isOver = failure_ || !areSame_ || context_.isStopped || next_ == size_;
-    const bool isRoom =
-        inFlight_ < 2 * mostPairs && context_.bytesHeld < CopyContext::mostBytesHeld;
+    const bool isRoom = inFlight_ < 2 * mostPairs && context_.bytesHeld < FlightLimit::most;
     return !isOver && (inFlight_ == 0 || isRoom);
 }
 
@@ -57,7 +56,7 @@ void FileComparison::compareMore()
 void FileComparison::compareNext()
 {
     const auto offset = next_;
-    const auto size = std::min(pieceSize, size_ - offset);
+    const auto size = std::min(context_.pieceSize, size_ - offset);
     next_ += size;
     const auto pair = std::make_shared<Pair>();
     pair->source = newBuffer(context_, size);

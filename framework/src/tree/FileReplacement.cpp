@@ -17,11 +17,6 @@ namespace FileSystem {
 
 namespace {
 
-std::string hiddenPath(const std::string& path, HiddenNameUse use)
-{
-    return PathText::childId(PathText::parentId(path), {hiddenName(PathText::fileName(path), use)});
-}
-
 /// Whether a renaming that was reported as failed was done all the same.
 bool isRenamed(const StorageSystem& system, const std::string& from, const std::string& to)
 {

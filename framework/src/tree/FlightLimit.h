@@ -10,6 +10,9 @@ namespace FileSystem {
 class FlightLimit
 {
 public:
+    /// For the memory that it takes.
+    static constexpr std::uint64_t most = std::uint64_t{32} << 20U;
+
     /// \param bytesDone since the copy began.
     void note(std::uint64_t bytesDone);
 
@@ -19,8 +22,6 @@ private:
     using Clock = std::chrono::steady_clock;
 
     static constexpr std::uint64_t fewest = std::uint64_t{1} << 20U;
-    /// For the memory that it takes.
-    static constexpr std::uint64_t most = std::uint64_t{32} << 20U;
 
     std::uint64_t bytes_ = 2 * fewest;
     std::uint64_t doneBefore_ = 0;

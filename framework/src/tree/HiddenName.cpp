@@ -1,5 +1,7 @@
 #include "tree/HiddenName.h"
 
+#include "path/PathText.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -46,6 +48,11 @@ std::string hiddenName(const std::string& name, HiddenNameUse use)
 {
     const auto* const suffix = use == HiddenNameUse::Unfinished ? ".part" : ".old";
     return "." + shortened(name) + "." + randomText() + suffix;
+}
+
+std::string hiddenPath(const std::string& path, HiddenNameUse use)
+{
+    return PathText::sibling(path, hiddenName(PathText::fileName(path), use));
 }
 
 } // namespace FileSystem

@@ -15,4 +15,7 @@ enum class HiddenNameUse
 /// take names to be.
 std::string hiddenName(const std::string& name, HiddenNameUse use);
 
+/// The path of such a name beside what stands at a path.
+std::string hiddenPath(const std::string& path, HiddenNameUse use);
+
 } // namespace FileSystem

@@ -117,7 +117,7 @@ std::optional<std::string> setAside(const FileSystem2& system, const std::string
     auto aside = system.directoryRename(path, name);
     if (!aside) {
         const FailureKeeper keeper;
-        const auto hidden = PathText::childId(PathText::parentId(path), {name});
+        const auto hidden = PathText::sibling(path, name);
         const bool isDone =
             !system.directoryExists(path, false) && system.directoryExists(hidden, false);
         return isDone ? std::make_optional(hidden) : std::nullopt;

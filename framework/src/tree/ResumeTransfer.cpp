@@ -22,11 +22,6 @@ constexpr int mostParts = 10;
 constexpr CopyContext::Permissions ownerOnly{0600U};
 constexpr const char* changedMeanwhile = "the file changed while it was copied";
 
-std::string besidePath(const std::string& path, const std::string& name)
-{
-    return PathText::childId(PathText::parentId(path), {name});
-}
-
 } // namespace
 
 ResumeTransfer::ResumeTransfer(CopyContext& context, TreeEntry entry, Standing standing,
@@ -82,7 +77,8 @@ void ResumeTransfer::choosePart()
         giveUp(FailureCode::Exists, entry().target, "all names for what is copied are taken");
         return;
     }
-    part_ = besidePath(entry().target, partName(PathText::fileName(entry().target), number_));
+    part_ =
+        PathText::sibling(entry().target, partName(PathText::fileName(entry().target), number_));
     if (isTaken_(part_) || !claimPart()) {
         choosePart();
         return;
@@ -131,7 +127,7 @@ bool ResumeTransfer::isOfSomebodyElse() const
 void ResumeTransfer::lookForNeighbour()
 {
     context().source.lookUp(
-        besidePath(entry().path, PathText::fileName(part_)),
+        PathText::sibling(entry().path, PathText::fileName(part_)),
         whatever<const Attributes&>([this](const Failure& failure, const auto& neighbour) {
             if (failure) {
                 takePart();
@@ -471,45 +467,45 @@ void ResumeTransfer::lookAtNewPart()
 void ResumeTransfer::madePart(const Attributes& now)
 {
     partOwner_ = now.owner;
-    const auto has = now.permissions.value_or(permissionsOfPart());
-    const auto wanted = (has & permissionsOfPart()) | ownerOnly;
-    hasPermissions(has, wanted);
-    if (has == wanted) {
+    const auto given = now.permissions.value_or(permissionsOfPart());
+    closePart(given, [this, given](const Failure& /*failure*/, Permissions closed) {
+        hasPermissions(given, closed);
         fillFrom(0);
-        return;
-    }
-    Attributes attributes;
-    attributes.permissions = wanted;
-    context().target.setAttributes(*target(), attributes,
-                                   whatever<>([this](const Failure&) { fillFrom(0); }));
+    });
 }
 
-/// Takes away what the part has beyond what it may: an earlier copy may have had other permissions.
-/// Where that is not ours to take away, it gets no byte. A file of our own that cannot be closed is
-/// on a volume without permissions.
+/// An earlier copy may have had other permissions. Where what the part has beyond those of this one
+/// is not ours to take away, it gets no byte. A file of our own that cannot be closed is on a
+/// volume without permissions.
 void ResumeTransfer::hide(const Attributes& now, std::function<void()> next)
 {
     const auto has = now.permissions.value_or(permissionsOfPart());
-    const auto wanted = (has & permissionsOfPart()) | ownerOnly;
-    hasPermissions(wanted, wanted);
-    if (has == wanted) {
+    closePart(has, [this, has, next = std::move(next)](const Failure& why, Permissions closed) {
+        const bool isOpen = (has & closed) != has;
+        if (isOpen && !context().isTargetLocal && why.code() == FailureCode::Denied) {
+            isUnusable_ = true;
+            giveUp(FailureCode::Denied, part_, part_ + " is open to others and cannot be closed");
+            return;
+        }
+        hasPermissions(closed, closed);
         next();
+    });
+}
+
+/// Takes away what the part has beyond what it may.
+/// \param then is given what it may have, and why it has more, where it has.
+void ResumeTransfer::closePart(Permissions has, Closed then)
+{
+    const auto wanted = (has & permissionsOfPart()) | ownerOnly;
+    if (has == wanted) {
+        then({}, wanted);
         return;
     }
     Attributes attributes;
     attributes.permissions = wanted;
-    const bool isOpen = (has & wanted) != has;
     context().target.setAttributes(
         *target(), attributes,
-        whatever<>([this, isOpen, next = std::move(next)](const Failure& failure) {
-            if (isOpen && !context().isTargetLocal && failure.code() == FailureCode::Denied) {
-                isUnusable_ = true;
-                giveUp(FailureCode::Denied, part_,
-                       part_ + " is open to others and cannot be closed");
-            } else {
-                next();
-            }
-        }));
+        whatever<>([then = std::move(then), wanted](const Failure& why) { then(why, wanted); }));
 }
 
 /// Never open to more people than the source and the file that it becomes, also where an

@@ -28,6 +28,7 @@ public:
 
 private:
     using Compared = std::function<void(const Failure& failure, bool areSame)>;
+    using Closed = std::function<void(const Failure& why, Permissions closed)>;
 
     /// Where that is which stood at the target.
     enum class StandingAt
@@ -89,6 +90,7 @@ private:
     void lookAtNewPart();
     void madePart(const Attributes& now);
     void hide(const Attributes& now, std::function<void()> next);
+    void closePart(Permissions has, Closed then);
     void fillFrom(std::uint64_t offset);
     void checkBeginning();
     void checkEnds(const std::string& copied, const std::string& wanted);

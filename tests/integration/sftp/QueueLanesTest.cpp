@@ -299,6 +299,16 @@ TEST_P(QueueSessionsTest, AreNoMoreThanTheServerAllows)
     EXPECT_LE(sessionCount(), static_cast<std::size_t>(GetParam()));
 }
 
+TEST_F(QueueLanesTest, AQueueThatIsRefusedItsChannelDoesNotWaitForItself)
+{
+    startFar(withSessions(1));
+    EXPECT_LT(queue().descriptor(), 0);
+    const auto before = proxy().forwardedBytes(TcpProxy::ToServer);
+    EXPECT_LT(client().files().createQueue()->descriptor(), 0);
+    // One question, and not one after the other until a time is over.
+    EXPECT_LT(proxy().forwardedBytes(TcpProxy::ToServer) - before, 1'000U);
+}
+
 INSTANTIATE_TEST_SUITE_P(OfOneConnection, QueueSessionsTest, ::testing::Values(1, 2, 3, 10));
 
 TEST_F(QueueLanesTest, AChannelThatIsLostTakesNoOtherWithIt)

@@ -686,6 +686,44 @@ TEST_F(ScriptedResumeTest, ABeginningThatIsRenamedAsTheCopyIsStoppedGoesBack)
     EXPECT_TRUE(readFile(sftp().path("f")) == beginning);
 }
 
+TEST_F(ScriptedResumeTest, ABeginningThatIsWrittenAnewMeanwhileGoesBackAsItIs)
+{
+    here().write("f", data_);
+    put("f", data_.substr(0, kBeginning));
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Rename, 1), SftpActions::stopReading()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("put", {"-v", "--resume", here().file("f"), at("")}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Rename) > 0; }))
+        << tool->errorOutput();
+    put("f", "another version");
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("it was written to meanwhile"));
+    EXPECT_THAT(tool->errorOutput(), HasSubstr(" 1 failed")) << "what is kept is no other failure";
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre("f"));
+    EXPECT_EQ(readFile(sftp().path("f")), "another version");
+}
+
+TEST_F(ScriptedResumeTest, AFileThatTakesTheNewPartsPlaceGetsNoByte)
+{
+    here().write("f", data_);
+    SftpScript script;
+    script.rules = {
+        {onPath(nth(SftpPacket::Close, 1), ".tarnis-part"), SftpActions::stopAnswering()}};
+    sftp().setScript(script);
+    const auto tool = start(setup("put", {"--resume", here().file("f"), at("")}));
+    ASSERT_TRUE(waitUntil([&] { return sftp().requestCount(SftpPacket::Close) > 0; }))
+        << tool->errorOutput();
+    std::filesystem::remove(sftp().path(".f.tarnis-part"));
+    put(".f.tarnis-part", "theirs");
+    sftp().setScript({});
+    EXPECT_EQ(tool->wait(), 1);
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("is another file than was made"));
+    EXPECT_THAT(namesIn(sftp().root()), ElementsAre(".f.tarnis-part"));
+    EXPECT_EQ(readFile(sftp().path(".f.tarnis-part")), "theirs");
+}
+
 TEST_F(ScriptedResumeTest, WhatComesToTheTargetMeanwhileKeepsItsPermissions)
 {
     here().write("f", data_);

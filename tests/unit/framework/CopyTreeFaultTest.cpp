@@ -93,6 +93,17 @@ public:
     std::multimap<std::string, Failure> failures;
 };
 
+using IsRefused = std::function<bool(const MemoryOperation& operation)>;
+
+/// Refuses the steps that are chosen.
+FileSystem::MemoryFaultFunction faultAt(IsRefused isRefused, FailureCode code = FailureCode::Denied)
+{
+    return [isRefused = std::move(isRefused),
+            code](const MemoryOperation& operation) -> std::optional<MemoryFault> {
+        return isRefused(operation) ? std::make_optional(MemoryFault::failure(code)) : std::nullopt;
+    };
+}
+
 class CopyTreeFaultTest : public testing::Test
 {
 protected:
@@ -241,12 +252,9 @@ TEST_F(CopyTreeFaultTest, NothingIsRemovedWhereTheSourceCannotBeReadToItsEnd)
     write(target, "/t/other", "other");
     write(target, "/t/d/other", "other");
     options_.removesOthers = true;
-    source_.setFaultFunction([](const MemoryOperation& operation) -> std::optional<MemoryFault> {
-        if (operation.kind == Kind::List && operation.path == "/t/d") {
-            return MemoryFault::failure(FailureCode::Denied);
-        }
-        return std::nullopt;
-    });
+    source_.setFaultFunction(faultAt([](const MemoryOperation& operation) {
+        return operation.kind == Kind::List && operation.path == "/t/d";
+    }));
     Told told;
     const auto report = copyTree(source_, target, {{"/t", "/t"}}, told, options_);
     EXPECT_EQ(report.removed, 0U);
@@ -262,11 +270,11 @@ TEST_F(CopyTreeFaultTest, NothingIsRemovedWhereSomethingCouldNotBeCopied)
     write(target, "/t/other", "other");
     write(target, "/t/d/other", "other");
     options_.removesOthers = true;
-    target.setFaultFunction([](const MemoryOperation& operation) -> std::optional<MemoryFault> {
-        const bool isOne = operation.path.find("/t/d/") == 0 && operation.kind == Kind::Write;
-        return isOne ? std::make_optional(MemoryFault::failure(FailureCode::NoSpace))
-                     : std::nullopt;
-    });
+    target.setFaultFunction(faultAt(
+        [](const MemoryOperation& operation) {
+            return operation.kind == Kind::Write && operation.path.find("/t/d/") == 0;
+        },
+        FailureCode::NoSpace));
     Told told;
     EXPECT_EQ(copyTree(source_, target, {{"/t", "/t"}}, told, options_).removed, 0U);
     target.setFaultFunction({});
@@ -310,6 +318,53 @@ TEST_F(CopyTreeFaultTest, WhatComesToTheTargetMeanwhileIsKept)
     EXPECT_THAT(hiddenIn(target), testing::IsEmpty());
 }
 
+TEST_F(CopyTreeFaultTest, WhatAStoppedCopyCannotRemoveIsTold)
+{
+    class Stopping : public TreeObserver
+    {
+        bool progress(const FileSystem::TreeProgress& progress) override
+        {
+            return progress.bytesDone == 0;
+        }
+    } observer;
+
+    MemoryFileSystem target;
+    target.setFaultFunction(faultAt([](const MemoryOperation& operation) {
+        return operation.kind == Kind::RemoveFile || operation.kind == Kind::Replace;
+    }));
+    const auto report = copyTree(source_, target, {{"/t", "/new"}}, observer, options_);
+    target.setFaultFunction({});
+    EXPECT_TRUE(report.isStopped);
+    EXPECT_THAT(report.left, HasSubstr("cannot be removed and is left"));
+    EXPECT_THAT(report.left, HasSubstr("/new/."));
+}
+
+TEST_F(CopyTreeFaultTest, AnObserverThatHasThrownIsAskedNothingMore)
+{
+    class Throwing : public TreeObserver
+    {
+    public:
+        bool wants(const TreeEntry& entry) override
+        {
+            EXPECT_FALSE(hasThrown);
+            hasThrown = entry.path == "/t/2";
+            return hasThrown ? throw std::runtime_error("enough") : true;
+        }
+
+        bool hasThrown = false;
+    } observer;
+
+    MemoryFileSystem target;
+    EXPECT_THROW(copyTree(source_, target,
+                          {{"/t/0", "/0"}, {"/t/2", "/2"}, {"/t/4", "/4"}, {"/t/6", "/6"}},
+                          observer, options_),
+                 std::runtime_error);
+    EXPECT_TRUE(observer.hasThrown);
+    for (const auto& name : target.directoryListFileNames("/")) {
+        EXPECT_NE(name.front(), '.');
+    }
+}
+
 TEST_F(CopyTreeFaultTest, AnObserverThatThrowsAtAFailureEndsTheCopy)
 {
     class Throwing : public TreeObserver
@@ -324,12 +379,10 @@ TEST_F(CopyTreeFaultTest, AnObserverThatThrowsAtAFailureEndsTheCopy)
          {std::pair(Kind::MakeDirectory, "/new/d"), std::pair(Kind::List, "/t/d"),
           std::pair(Kind::Open, "/t/0")}) {
         MemoryFileSystem target;
-        const auto refuse = [kind = kind, path = std::string(path)](
-                                const MemoryOperation& operation) -> std::optional<MemoryFault> {
-            const bool isIt = operation.kind == kind && operation.path == path;
-            return isIt ? std::make_optional(MemoryFault::failure(FailureCode::Denied))
-                        : std::nullopt;
-        };
+        const auto refuse =
+            faultAt([kind = kind, path = std::string(path)](const MemoryOperation& operation) {
+                return operation.kind == kind && operation.path == path;
+            });
         source_.setFaultFunction(refuse);
         target.setFaultFunction(refuse);
         Throwing observer;

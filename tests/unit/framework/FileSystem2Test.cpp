@@ -613,6 +613,19 @@ TEST_F(Moving, ADirectoryKeepsItsNameAndContent)
                 ElementsAre("/a", "/directory", "/directory/b", "/directory/b/file"));
 }
 
+TEST_F(Moving, ADirectoryThatIsSetAsideButReportedAsNotIsMoved)
+{
+    system.addFile("/tree/file", "bytes");
+    system.addDirectory("/volume");
+    system.behaviour.refusesRename = [](const std::string& from, const std::string& to) {
+        return from == "/tree" && to == "/volume/moved";
+    };
+    system.behaviour.deniesItsDoing = {"/tree"};
+    EXPECT_TRUE(system.directoryMoveAs("/tree", "/volume/moved"));
+    EXPECT_THAT(system.paths(), ElementsAre("/volume", "/volume/moved", "/volume/moved/file"));
+    EXPECT_EQ(system.bytesOf("/volume/moved/file"), "bytes");
+}
+
 TEST_F(Moving, ADirectoryIsCopiedWhereItCannotBeRenamed)
 {
     system.addFile("/tree/deep/file", "bytes", 0600);

@@ -10,6 +10,7 @@
 #include <functional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -91,6 +92,41 @@ TEST_F(LocalQueue, NothingIsRemovedThroughALinkThatTakesADirectorysPlace)
     EXPECT_FALSE(report.isComplete());
     EXPECT_EQ(report.failure.code(), FailureCode::Changed);
     EXPECT_TRUE(std::filesystem::exists(path("outside/a")));
+}
+
+TEST_F(LocalQueue, WhatTheSourceHasNotIsNotRemovedThroughALink)
+{
+    class Swapping final : public FileSystem::TreeObserver
+    {
+    public:
+        explicit Swapping(std::function<void()> swap)
+            : swap_(std::move(swap))
+        {}
+
+        bool removes(const TreeEntry& entry) override
+        {
+            asked.push_back(entry.below);
+            swap_();
+            return true;
+        }
+
+        std::vector<std::string> asked;
+
+    private:
+        std::function<void()> swap_;
+    } observer([this] { replaceByLink(); });
+
+    directory_.makeDirectory("from");
+    directory_.makeDirectory("from/sub");
+    FileSystem::TreeCopyOptions options;
+    options.removesOthers = true;
+    const auto report =
+        copyTree(system_, system_, {{path("from"), path("tree")}}, observer, options);
+    EXPECT_EQ(observer.asked, std::vector<std::string>{"sub/a"});
+    // The one that was asked about goes, wherever its directory is by now.
+    EXPECT_EQ(report.removed, 1U);
+    EXPECT_FALSE(std::filesystem::exists(path("tree/moved/a")));
+    EXPECT_EQ(TarnisTest::readFile(path("outside/a")), "secret");
 }
 
 } // namespace
