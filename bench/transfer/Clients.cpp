@@ -45,9 +45,11 @@ Arguments placesOf(const Errand& errand, const std::string& server)
     switch (errand.kind) {
     case Kind::GetFile:
     case Kind::GetTree:
+    case Kind::ReadMounted:
         return {server + errand.remote, errand.local};
     case Kind::PutFile:
     case Kind::PutTree:
+    case Kind::WriteMounted:
         return {errand.local, server + errand.remote};
     case Kind::CopyThere:
         return {server + errand.remote, server + errand.remoteTarget};
@@ -99,6 +101,8 @@ std::string tarnisVerb(Kind kind)
     case Kind::Remove:
         return "rm";
     case Kind::CopyThere:
+    case Kind::ReadMounted:
+    case Kind::WriteMounted:
         break;
     }
     return "cp";
@@ -132,6 +136,8 @@ std::string sftpBatch(const Errand& errand)
         return "get " + errand.remote + " " + errand.local + "\nput " + errand.local + " " +
                errand.remoteTarget + "\n";
     case Kind::Remove:
+    case Kind::ReadMounted:
+    case Kind::WriteMounted:
         break;
     }
     return {};
@@ -187,6 +193,8 @@ Arguments curlErrand(const std::string& url, const Errand& errand)
         return {"-l", url + "/"};
     case Kind::Remove:
     case Kind::CopyThere:
+    case Kind::ReadMounted:
+    case Kind::WriteMounted:
         break;
     }
     return {};
@@ -221,6 +229,8 @@ std::string lftpErrand(const Errand& errand)
     case Kind::Remove:
         return "rm -r " + errand.remote;
     case Kind::CopyThere:
+    case Kind::ReadMounted:
+    case Kind::WriteMounted:
         break;
     }
     return {};
@@ -260,10 +270,55 @@ Arguments rcloneCommand(const BenchServer& server, const Login& login, const Err
                          placesOf(errand, "peer:")});
 }
 
+/// Mounts the directory that holds the remote file, copies block after block, and unmounts: what
+/// was written is known to be there then.
+/// \param mounting with the remote directory and the mount point to come behind it, as words of a
+///                 shell.
+Arguments throughMount(const BenchServer& server, const std::string& mounting, const Errand& errand,
+                       const std::string& remotePrefix)
+{
+    const auto slash = errand.remote.rfind('/');
+    const std::string directory = errand.remote.substr(0, slash);
+    const std::string mountPoint = server.directory().file("mounted");
+    const std::string file = mountPoint + errand.remote.substr(slash);
+    const bool isRead = errand.kind == Kind::ReadMounted;
+    const std::string& from = isRead ? file : errand.local;
+    const std::string& to = isRead ? errand.local : file;
+    return {"sh", "-c",
+            "mkdir -p " + mountPoint + " && " + mounting + " " + remotePrefix + directory + " " +
+                mountPoint + " || exit 1\n" + "dd bs=128k status=none if=" + from + " of=" + to +
+                "\nended=$?\nfusermount3 -u " + mountPoint + " && exit $ended"};
+}
+
+Arguments tarnisMount(const BenchServer& server, const Login& login, const Errand& errand)
+{
+    const Arguments words = concatenated({{TARNIS_BENCH_MOUNT}, toArguments(login)});
+    return throughMount(server, joined(words), errand, "");
+}
+
+Arguments sshfsMount(const BenchServer& server, const Login& login, const Errand& errand)
+{
+    const std::string ssh = joined(concatenated({{"ssh", "-a", "-x"}, openSshOptions(login)}));
+    return throughMount(server,
+                        "sshfs -p " + std::to_string(login.port) + " -o ssh_command='" + ssh + "'",
+                        errand, login.user + "@" + login.host + ":");
+}
+
+bool isMounted(Kind kind)
+{
+    return kind == Kind::ReadMounted || kind == Kind::WriteMounted;
+}
+
 } // namespace
 
-std::vector<Client> allClients()
+std::vector<Client> clientsFor(Kind kind)
 {
+    if (isMounted(kind)) {
+        return {
+            {"tarnis", "", tarnisMount},
+            {"sshfs", missingProgram("sshfs"), sshfsMount},
+        };
+    }
     return {
         {"tarnis", "", tarnisCommand},
         {"sftp", missingProgram("sftp"), sftpCommand},

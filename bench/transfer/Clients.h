@@ -24,6 +24,10 @@ struct Errand
         Remove,
         /// The file `remote`, to `remoteTarget` on the same server.
         CopyThere,
+        /// As GetFile and PutFile, by `dd` in blocks of 128 KiB through a mounted directory, with
+        /// mounting and unmounting.
+        ReadMounted,
+        WriteMounted,
     };
 
     Kind kind = Kind::List;
@@ -47,7 +51,8 @@ struct Client
         commandLine;
 };
 
-/// The program `tarnis`, and then the peers, missing or not.
-std::vector<Client> allClients();
+/// The program `tarnis`, and then the peers that do such things, missing or not. Where a directory
+/// is mounted, a small program over the library stands for `tarnis`.
+std::vector<Client> clientsFor(Errand::Kind kind);
 
 } // namespace TarnisBench

@@ -42,9 +42,13 @@ std::string deedOf(Kind kind)
     case Kind::GetFile:
     case Kind::GetTree:
         return " down";
+    case Kind::ReadMounted:
+        return " read through a mount";
     case Kind::PutFile:
     case Kind::PutTree:
         return " up";
+    case Kind::WriteMounted:
+        return " written through a mount";
     case Kind::List:
         return " listed";
     case Kind::Remove:
@@ -85,6 +89,8 @@ const std::vector<Contest>& allContests()
         {"remove-20", Kind::Remove, Load::DeepTree, near, 15},
         {"one-down-20", Kind::GetFile, Load::SmallFile, near, 1, "sftp"},
         {"one-up-20", Kind::PutFile, Load::SmallFile, near, 1, "sftp"},
+        {"mount-read-20", Kind::ReadMounted, Load::MountedFile, near, 1.5, "sshfs"},
+        {"mount-write-20", Kind::WriteMounted, Load::MountedFile, near, 1.5, "sshfs"},
         {"down-100", Kind::GetFile, Load::LargeFile, far, 3.5},
         {"up-100", Kind::PutFile, Load::MiddleFile, far, 3},
         {"small-down-100", Kind::GetTree, Load::SmallFiles, far, 15},

@@ -67,12 +67,12 @@ struct Entry
 
 bool isDown(Kind kind)
 {
-    return kind == Kind::GetFile || kind == Kind::GetTree;
+    return kind == Kind::GetFile || kind == Kind::GetTree || kind == Kind::ReadMounted;
 }
 
 bool isUp(Kind kind)
 {
-    return kind == Kind::PutFile || kind == Kind::PutTree;
+    return kind == Kind::PutFile || kind == Kind::PutTree || kind == Kind::WriteMounted;
 }
 
 Errand errandOf(const Contest& contest, const Workload& workload, const Material& material)
@@ -125,6 +125,8 @@ bool isDone(const Work& work, const Workload& workload, const std::string& outpu
     case Kind::GetFile:
     case Kind::PutFile:
     case Kind::CopyThere:
+    case Kind::ReadMounted:
+    case Kind::WriteMounted:
         return isSameFile(work.material.path, workload.target());
     case Kind::GetTree:
     case Kind::PutTree:
@@ -143,6 +145,8 @@ double partDone(const Work& work, const Workload& workload, std::uint64_t carrie
     switch (work.contest.kind) {
     case Kind::GetFile:
     case Kind::PutFile:
+    case Kind::ReadMounted:
+    case Kind::WriteMounted:
         // Some make a file as long as it is to be before they fill it, so the line is asked.
         return std::min(static_cast<double>(carriedBytes), work.whole);
     case Kind::GetTree:
@@ -178,7 +182,10 @@ std::uint64_t carriedBytes(const Scene& scene, const Work& work)
 /// given time.
 std::chrono::seconds limitOf(const Scene& scene, const Work& work, bool isOurs)
 {
-    const bool mayBeStopped = scene.line.isDelayed() && !isOurs && work.contest.kind != Kind::List;
+    const Kind kind = work.contest.kind;
+    const bool isNever = kind == Kind::List || kind == Kind::ReadMounted ||
+                         kind == Kind::WriteMounted; // What is killed leaves its mount.
+    const bool mayBeStopped = scene.line.isDelayed() && !isOurs && !isNever;
     return mayBeStopped ? scene.effort.peerLimit : scene.effort.limit;
 }
 
@@ -333,7 +340,7 @@ std::string whyNot(const Scene& scene, const Work& work, const Client& client)
 std::vector<Entry> entriesOf(const Scene& scene, const Work& work)
 {
     std::vector<Entry> entries;
-    for (Client& client : allClients()) {
+    for (Client& client : clientsFor(work.contest.kind)) {
         const std::string reason = whyNot(scene, work, client);
         entries.push_back({std::move(client), reason, {}});
     }

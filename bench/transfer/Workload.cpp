@@ -39,6 +39,7 @@ constexpr std::uint64_t mib = 1024 * kib;
 constexpr Shape shapes[] = {
     {Load::LargeFile, "large", 0, 0, 1024 * mib, 1024 * mib},
     {Load::MiddleFile, "middle", 0, 0, 256 * mib, 256 * mib},
+    {Load::MountedFile, "mounted", 0, 0, 32 * mib, 32 * mib},
     {Load::SmallFile, "small", 0, 0, 4 * kib, 4 * kib},
     {Load::SmallFiles, "many", 2'000, 0, 4 * kib, 4 * kib},
     {Load::MixedTree, "mixed", 10'000, 30, kib, 4 * mib},

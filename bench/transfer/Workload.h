@@ -12,13 +12,14 @@ namespace TarnisBench {
 /// What the contestants work on, at full size.
 enum class Load
 {
-    LargeFile,  ///< 1 GiB
-    MiddleFile, ///< 256 MiB
-    SmallFile,  ///< one file of 4 KiB
-    SmallFiles, ///< 2,000 files of 4 KiB in one directory
-    MixedTree,  ///< 10,000 files of 1 KiB to 4 MiB, most of them small, in 30 directories
-    Names,      ///< 100,000 empty files in one directory
-    DeepTree,   ///< 10,000 empty files in 100 directories
+    LargeFile,   ///< 1 GiB
+    MiddleFile,  ///< 256 MiB
+    MountedFile, ///< 32 MiB
+    SmallFile,   ///< one file of 4 KiB
+    SmallFiles,  ///< 2,000 files of 4 KiB in one directory
+    MixedTree,   ///< 10,000 files of 1 KiB to 4 MiB, most of them small, in 30 directories
+    Names,       ///< 100,000 empty files in one directory
+    DeepTree,    ///< 10,000 empty files in 100 directories
 };
 
 /// A file, or a directory with files.

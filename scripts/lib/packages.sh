@@ -17,7 +17,7 @@ packages_for() {
     fuzz) echo "$test libclang-rt-dev" ;;
     coverage) echo "$test gcovr" ;;
     lint) echo "$test clang-format clang-tidy shellcheck" ;;
-    bench) echo "$build $server valgrind curl lftp rclone" ;;
+    bench) echo "$build $server valgrind curl lftp rclone libfuse3-dev fuse3 sshfs" ;;
     release) echo "debootstrap" ;;
     *)
         echo "packages_for: unknown purpose $1" >&2

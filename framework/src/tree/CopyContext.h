@@ -37,8 +37,9 @@ struct CopyContext
     bool copiesItself = false;
     /// What is to be preserved and cannot be is a failure: the entry is not copied.
     bool isStrict = false;
-    /// Bytes that one operation moves: what OpenSSH's server takes as one request.
-    std::uint64_t pieceSize = 261'120;
+    /// Bytes that one operation moves. One request of the SFTP queue: a little more would be two, of
+    /// which it has no more in flight for that.
+    std::uint64_t pieceSize = 229'376;
     /// The copy was stopped: what is not done yet is not to be done any more.
     bool isStopped = false;
     /// What every new file that was looked at had. A permission that has been missing once is given
