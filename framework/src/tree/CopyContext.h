@@ -8,7 +8,6 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace FileSystem {
 
@@ -37,8 +36,8 @@ struct CopyContext
     bool copiesItself = false;
     /// What is to be preserved and cannot be is a failure: the entry is not copied.
     bool isStrict = false;
-    /// Bytes that one operation moves. One request of the SFTP queue: a little more would be two, of
-    /// which it has no more in flight for that.
+    /// Bytes that one operation moves. One request of the SFTP queue: a little more would be two,
+    /// of which it has no more in flight for that.
     std::uint64_t pieceSize = 229'376;
     /// The copy was stopped: what is not done yet is not to be done any more.
     bool isStopped = false;
@@ -58,7 +57,9 @@ struct CopyContext
     std::set<std::string> parts = {};
 };
 
-/// Bytes on their way, which count as held as long as they are.
-std::shared_ptr<std::vector<char>> newBuffer(CopyContext& context, std::uint64_t size);
+/// Memory for bytes on their way, which count as held as long as it is. Not filled with zeros: that
+/// is a twelfth of what a large file takes on this side.
+using CopyBuffer = std::shared_ptr<char[]>;
+CopyBuffer newBuffer(CopyContext& context, std::uint64_t size);
 
 } // namespace FileSystem

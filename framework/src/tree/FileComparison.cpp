@@ -19,8 +19,9 @@ constexpr std::size_t mostPairs = 32;
 /// The same piece of both files.
 struct FileComparison::Pair
 {
-    std::shared_ptr<std::vector<char>> source;
-    std::shared_ptr<std::vector<char>> target;
+    CopyBuffer source;
+    CopyBuffer target;
+    std::uint64_t size = 0;
     std::size_t unread = 2;
 };
 
@@ -61,12 +62,13 @@ void FileComparison::compareNext()
     const auto pair = std::make_shared<Pair>();
     pair->source = newBuffer(context_, size);
     pair->target = newBuffer(context_, size);
+    pair->size = size;
     const auto done = [self = shared_from_this(), pair](const Failure& failure, std::uint64_t got) {
         self->read(pair, failure, got);
     };
     inFlight_ += 2;
-    context_.source.read(source_, offset, pair->source->data(), size, done);
-    context_.target.read(target_, offset, pair->target->data(), size, done);
+    context_.source.read(source_, offset, pair->source.get(), size, done);
+    context_.target.read(target_, offset, pair->target.get(), size, done);
 }
 
 void FileComparison::read(const std::shared_ptr<Pair>& pair, const Failure& failure,
@@ -77,9 +79,9 @@ void FileComparison::read(const std::shared_ptr<Pair>& pair, const Failure& fail
     if (failure && !failure_) {
         failure_ = failure;
     }
-    areSame_ = areSame_ && got == pair->source->size();
+    areSame_ = areSame_ && got == pair->size;
     if (areSame_ && !failure_ && pair->unread == 0) {
-        areSame_ = *pair->source == *pair->target;
+        areSame_ = std::memcmp(pair->source.get(), pair->target.get(), pair->size) == 0;
     }
     compareMore();
     endIfIdle();

@@ -369,7 +369,7 @@ void FileTransfer::readNext()
     nextRead_ += size;
     ++reading_;
     auto& queue = isFirst ? context().target : context().source;
-    queue.read(isFirst ? *firstFile_ : *sourceFile_, piece.offset, piece.buffer->data(), size,
+    queue.read(isFirst ? *firstFile_ : *sourceFile_, piece.offset, piece.buffer.get(), size,
                whatever<std::uint64_t>([this, piece](const Failure& why, std::uint64_t got) {
                    --reading_;
                    if (why) {
@@ -470,7 +470,7 @@ void FileTransfer::write(const Piece& piece)
 {
     ++writing_;
     sent_ += piece.size;
-    context().target.write(*temporary_, piece.offset, piece.buffer->data(), piece.size,
+    context().target.write(*temporary_, piece.offset, piece.buffer.get(), piece.size,
                            whatever<>([this, piece](const Failure& why) {
                                --writing_;
                                if (why) {

@@ -33,7 +33,6 @@ public:
     void readNext();
 
 protected:
-    using Buffer = std::shared_ptr<std::vector<char>>;
 
     /// Opens what is written to, when it is known what the source is, and begins to write. \param
     /// source as it is open.
@@ -97,7 +96,7 @@ private:
 
     struct Piece
     {
-        Buffer buffer;
+        CopyBuffer buffer;
         std::uint64_t offset;
         std::uint64_t size;
     };

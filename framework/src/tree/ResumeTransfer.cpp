@@ -55,7 +55,7 @@ void ResumeTransfer::openTarget(const Attributes& source)
 void ResumeTransfer::lookForContents()
 {
     auto first = newBuffer(context(), 1);
-    auto* const byte = first->data();
+    auto* const byte = first.get();
     context().source.read(*source(), 0, byte, 1,
                           then<std::uint64_t>([this, first](std::uint64_t got) {
                               isPlain_ = got != 0;
