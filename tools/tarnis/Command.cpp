@@ -1,6 +1,6 @@
 #include "Command.h"
 
-#include "HelpText.h"
+#include "Help.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ExitCode.h"
+#include "Failure.h"
 
 #include <string>
 #include <vector>

@@ -7,6 +7,18 @@
 
 namespace TarnisTool {
 
+/// What the program answers to its caller, besides the exit code of a remote command.
+namespace ExitCode {
+
+constexpr int success = 0;
+constexpr int failure = 1;
+constexpr int usage = 2;
+/// As a remote command uses the small numbers itself, a failure of our own has one that hardly any
+/// command uses, the same as with ssh.
+constexpr int execFailure = 255;
+
+} // namespace ExitCode
+
 /// What kind of thing went wrong. Scripts see one exit code for all of them; the advice that the
 /// program gives differs.
 enum class FailureKind

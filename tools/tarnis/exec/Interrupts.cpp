@@ -1,8 +1,7 @@
 #include "exec/Interrupts.h"
 
-#include "ExitCode.h"
-#include "terminal/Pipe.h"
-#include "terminal/TryWrite.h"
+#include "Failure.h"
+#include "terminal/Descriptors.h"
 
 #include <Tarnis/SSHProcess.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "terminal/FileDescriptor.h"
+#include "terminal/Descriptors.h"
 
 #include <csignal>
 

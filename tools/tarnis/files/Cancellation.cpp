@@ -1,9 +1,8 @@
 #include "files/Cancellation.h"
 
-#include "ExitCode.h"
+#include "Failure.h"
+#include "terminal/Descriptors.h"
 #include "terminal/Messages.h"
-#include "terminal/Pipe.h"
-#include "terminal/TryWrite.h"
 
 #include <Tarnis/SSHSession.h>
 

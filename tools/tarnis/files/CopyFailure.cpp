@@ -1,8 +1,17 @@
 #include "files/CopyFailure.h"
 
-#include "files/EntryNames.h"
+#include "files/Paths.h"
 
 namespace TarnisTool {
+
+std::optional<std::string> lossOf(const FileSystem::Failure& failure)
+{
+    if (failure.code() == FileSystem::FailureCode::NotKept) {
+        return "could not keep " + failure.text();
+    }
+    return failure.code() == FileSystem::FailureCode::NotRemoved ? std::optional(failure.text())
+                                                                 : std::nullopt;
+}
 
 using FileSystem::FailureCode;
 

@@ -1,13 +1,18 @@
 #pragma once
 
 #include "Failure.h"
-#include "files/Place.h"
+#include "files/Endpoint.h"
 
 #include <FileSystem/Failure.h>
 
+#include <optional>
 #include <string>
 
 namespace TarnisTool {
+
+/// What a copy has not done though the file is complete and in its place ("could not keep ...");
+/// empty for a copy that failed.
+std::optional<std::string> lossOf(const FileSystem::Failure& failure);
 
 /// What the program knows itself of why a file cannot be copied to a target; what the library says
 /// for its own callers is said in the program's words. Empty for nothing.

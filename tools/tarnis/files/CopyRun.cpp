@@ -1,13 +1,13 @@
 #include "files/CopyRun.h"
 
 #include "files/CopyFailure.h"
-#include "files/CopyLoss.h"
-#include "files/EntryNames.h"
 #include "files/FileCommand.h"
 #include "files/Inquiry.h"
+#include "files/Paths.h"
 #include "terminal/Messages.h"
+#include "terminal/Sizes.h"
 #include "terminal/StandardStreams.h"
-#include "terminal/Units.h"
+#include "terminal/Times.h"
 
 #include <algorithm>
 #include <cstddef>

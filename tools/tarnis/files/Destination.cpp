@@ -1,6 +1,6 @@
 #include "files/Destination.h"
 
-#include "files/EntryNames.h"
+#include "files/Paths.h"
 
 #include <FileSystem/Failure.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "files/Place.h"
+#include "files/Endpoint.h"
 
 #include <cstddef>
 #include <string>

@@ -1,12 +1,12 @@
+#include "Commands.h"
 #include "Failure.h"
-#include "files/EntryNames.h"
-#include "files/EntryText.h"
+#include "files/EntryOutput.h"
+#include "files/FileCommand.h"
 #include "files/Inquiry.h"
-#include "files/JsonList.h"
-#include "files/LeafCommands.h"
-#include "files/PathsCommand.h"
-#include "files/Pattern.h"
-#include "terminal/Units.h"
+#include "files/Paths.h"
+#include "files/Patterns.h"
+#include "terminal/Sizes.h"
+#include "terminal/Times.h"
 
 #include <FileSystem/TreeOperations.h>
 

@@ -1,8 +1,8 @@
 #include "files/MoveByCopy.h"
 
 #include "Failure.h"
-#include "files/EntryNames.h"
 #include "files/NewDirectory.h"
+#include "files/Paths.h"
 #include "terminal/ProgressBar.h"
 
 #include <FileSystem/HandleFatalError.h>

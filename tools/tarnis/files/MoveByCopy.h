@@ -1,7 +1,7 @@
 #pragma once
 
 #include "files/Cancellation.h"
-#include "files/RemotePlace.h"
+#include "files/Endpoint.h"
 
 #include <FileSystem/Failure.h>
 #include <FileSystem/TreeOperations.h>

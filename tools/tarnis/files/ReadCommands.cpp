@@ -1,13 +1,13 @@
 // The commands that tell of files, and change nothing.
 
+#include "Commands.h"
 #include "Failure.h"
-#include "files/EntryText.h"
+#include "files/EntryOutput.h"
+#include "files/FileCommand.h"
 #include "files/Inquiry.h"
-#include "files/JsonList.h"
-#include "files/LeafCommands.h"
-#include "files/PathsCommand.h"
-#include "files/StreamedFile.h"
-#include "terminal/Units.h"
+#include "files/StreamCopy.h"
+#include "terminal/Sizes.h"
+#include "terminal/Times.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,10 +1,10 @@
+#include "Commands.h"
 #include "Failure.h"
 #include "files/Cancellation.h"
-#include "files/EntryNames.h"
+#include "files/FileCommand.h"
 #include "files/Inquiry.h"
-#include "files/LeafCommands.h"
-#include "files/PathsCommand.h"
-#include "files/Pattern.h"
+#include "files/Paths.h"
+#include "files/Patterns.h"
 #include "terminal/ProgressBar.h"
 
 #include <FileSystem/TreeOperations.h>

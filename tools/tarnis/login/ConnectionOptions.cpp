@@ -1,6 +1,6 @@
 #include "login/ConnectionOptions.h"
 
-#include "HelpText.h"
+#include "Help.h"
 #include "terminal/Messages.h"
 
 #include <CLI/CLI.hpp>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "login/SecretSource.h"
+#include "login/Secret.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,9 +1,8 @@
 #include "login/HostKeyCheck.h"
 
-#include "Base64.h"
+#include "Encodings.h"
 #include "Failure.h"
 #include "login/Connecting.h"
-#include "login/SshFields.h"
 #include "terminal/Messages.h"
 #include "terminal/Terminal.h"
 

@@ -1,8 +1,9 @@
-#include "login/HostKeyCommand.h"
-
+#include "Command.h"
+#include "Commands.h"
 #include "Failure.h"
 #include "JsonText.h"
 #include "login/Connecting.h"
+#include "login/ConnectionOptions.h"
 #include "login/HostKeyCheck.h"
 #include "terminal/StandardStreams.h"
 
@@ -11,8 +12,25 @@
 #include <CLI/CLI.hpp>
 
 #include <iostream>
+#include <memory>
 
 namespace TarnisTool {
+
+namespace {
+
+/// `tarnis hostkey`: shows a server's key, for a known-hosts file and for comparing.
+class HostKeyCommand : public Command
+{
+public:
+    explicit HostKeyCommand(CLI::App& program);
+
+    int run(const std::vector<std::string>& words) override;
+
+private:
+    std::string targetText_;
+    ReachOptions options_;
+    bool isJson_ = false;
+};
 
 HostKeyCommand::HostKeyCommand(CLI::App& program)
     : Command(program, "hostkey", "Show the key of a server and its fingerprint")
@@ -51,6 +69,13 @@ int HostKeyCommand::run(const std::vector<std::string>& words)
     }
     flushOutput();
     return ExitCode::success;
+}
+
+} // namespace
+
+std::unique_ptr<Command> makeHostKeyCommand(CLI::App& program)
+{
+    return std::make_unique<HostKeyCommand>(program);
 }
 
 } // namespace TarnisTool

@@ -1,8 +1,7 @@
 #include "login/IdentityFile.h"
 
-#include "Base64.h"
-#include "login/SshFields.h"
-#include "terminal/FileDescriptor.h"
+#include "Encodings.h"
+#include "terminal/Descriptors.h"
 
 #include <array>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "terminal/Messages.h"
 
-#include "terminal/TryWrite.h"
-#include "terminal/Utf8.h"
+#include "Encodings.h"
+#include "terminal/Descriptors.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,9 +1,10 @@
 #include "terminal/ProgressBar.h"
 
+#include "Encodings.h"
+#include "terminal/Descriptors.h"
 #include "terminal/Messages.h"
-#include "terminal/TryWrite.h"
-#include "terminal/Units.h"
-#include "terminal/Utf8.h"
+#include "terminal/Sizes.h"
+#include "terminal/Times.h"
 
 #include <algorithm>
 #include <string_view>

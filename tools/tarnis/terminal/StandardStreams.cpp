@@ -1,7 +1,7 @@
 #include "terminal/StandardStreams.h"
 
 #include "Failure.h"
-#include "terminal/FileDescriptor.h"
+#include "terminal/Descriptors.h"
 
 #include <array>
 #include <csignal>

@@ -1,18 +1,109 @@
 #include "terminal/Terminal.h"
 
-#include "terminal/SilentInput.h"
-#include "terminal/TryWrite.h"
+#include "terminal/Descriptors.h"
 
+#include <array>
 #include <cerrno>
+#include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <string>
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
 
 namespace TarnisTool {
 
 namespace {
+
+// The last signal that came while the terminal did not echo; 0: none.
+volatile sig_atomic_t arrivedSignal = 0;
+
+extern "C" void noteSignal(int number)
+{
+    arrivedSignal = number;
+}
+
+bool isIgnored(const struct sigaction& action)
+{
+    return action.sa_handler == SIG_IGN;
+}
+
+/// A terminal that does not echo, for as long as this object lives.
+///
+/// The signals that would end or stop the program in between are held back: they interrupt
+/// waitForLine() and take effect only after the destructor has restored the terminal.
+class NoEchoInput
+{
+public:
+    explicit NoEchoInput(int terminal);
+    NoEchoInput(const NoEchoInput&) = delete;
+    NoEchoInput& operator=(const NoEchoInput&) = delete;
+    ~NoEchoInput();
+
+    /// Waits until a line can be read, or the terminal is gone. False: a signal came instead;
+    /// destroy this object to let it take effect.
+    bool waitForLine() const;
+
+private:
+    static constexpr std::array<int, 5> heldBack{SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
+
+    int terminal_;
+    termios attributes_{};
+    bool hasAttributes_ = false;
+    sigset_t formerMask_{};
+    std::array<struct sigaction, heldBack.size()> formerActions_{};
+};
+
+NoEchoInput::NoEchoInput(int terminal)
+    : terminal_(terminal)
+{
+    hasAttributes_ = ::tcgetattr(terminal_, &attributes_) == 0;
+    arrivedSignal = 0;
+    sigset_t mask{};
+    sigemptyset(&mask);
+    struct sigaction note = {};
+    note.sa_handler = noteSignal;
+    for (const int number : heldBack) {
+        sigaddset(&mask, number);
+    }
+    ::pthread_sigmask(SIG_BLOCK, &mask, &formerMask_);
+    for (std::size_t i = 0; i < heldBack.size(); ++i) {
+        ::sigaction(heldBack[i], nullptr, &formerActions_[i]);
+        if (!isIgnored(formerActions_[i])) {
+            ::sigaction(heldBack[i], &note, nullptr);
+        }
+    }
+    if (hasAttributes_) {
+        termios silent = attributes_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL);
+        static_cast<void>(::tcsetattr(terminal_, TCSAFLUSH, &silent));
+    }
+}
+
+bool NoEchoInput::waitForLine() const
+{
+    pollfd input{terminal_, POLLIN, 0};
+    // Signals are let through only while nothing but this wait can be interrupted.
+    const int ready = ::ppoll(&input, 1, nullptr, &formerMask_);
+    return ready >= 0 || errno != EINTR || arrivedSignal == 0;
+}
+
+NoEchoInput::~NoEchoInput()
+{
+    if (hasAttributes_) {
+        static_cast<void>(::tcsetattr(terminal_, TCSAFLUSH, &attributes_));
+    }
+    for (std::size_t i = 0; i < heldBack.size(); ++i) {
+        ::sigaction(heldBack[i], &formerActions_[i], nullptr);
+    }
+    ::pthread_sigmask(SIG_SETMASK, &formerMask_, nullptr);
+    if (arrivedSignal != 0) {
+        static_cast<void>(::raise(arrivedSignal));
+    }
+}
 
 enum class Next
 {
@@ -85,9 +176,9 @@ std::optional<std::string> Terminal::ask(std::string_view question) const
 std::optional<Secret> Terminal::askSecret(std::string_view question) const
 {
     for (;;) {
-        SilentInput silence(descriptor_.get());
+        NoEchoInput input(descriptor_.get());
         write(question);
-        if (!silence.waitForLine()) {
+        if (!input.waitForLine()) {
             // A signal came: it takes effect here, with the terminal as it was.
             continue;
         }

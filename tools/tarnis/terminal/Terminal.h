@@ -1,7 +1,7 @@
 #pragma once
 
 #include "login/Secret.h"
-#include "terminal/FileDescriptor.h"
+#include "terminal/Descriptors.h"
 
 #include <optional>
 #include <string>

@@ -1,0 +1,262 @@
+#include "files/Patterns.h"
+
+#include "Failure.h"
+#include "files/Paths.h"
+
+#include <FileSystem/DirectoryListing.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <utility>
+
+namespace TarnisTool {
+
+namespace {
+
+bool isHidden(const std::string& name)
+{
+    return !name.empty() && name.front() == '.';
+}
+
+/// Behind the set of bytes that begins there ("[a;b]"), or there where none does.
+std::size_t endOfSet(const std::string& pattern, std::size_t start)
+{
+    const auto inside = start + 1;
+    const bool isNegated =
+        inside < pattern.size() && (pattern[inside] == '!' || pattern[inside] == '^');
+    const auto end =
+        pattern[start] == '[' ? pattern.find(']', inside + (isNegated ? 2 : 1)) : std::string::npos;
+    return end == std::string::npos ? start : end + 1;
+}
+
+/// Those of a pattern's alternatives that begin with a dot, as a pattern; empty for none.
+std::string hiddenAlternatives(const std::string& pattern)
+{
+    std::string found;
+    for (std::size_t start = 0, end = 0; start <= pattern.size(); start = ++end) {
+        while (end < pattern.size() && pattern[end] != ';') {
+            end = std::max(end + 1, endOfSet(pattern, end));
+        }
+        const std::string alternative = pattern.substr(start, end - start);
+        if (isHidden(alternative)) {
+            found += (found.empty() ? "" : ";") + alternative;
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+NameFilter::NameFilter(const std::string& pattern, bool withHidden)
+    : NameFilter(pattern, withHidden ? pattern : hiddenAlternatives(pattern))
+{}
+
+NameFilter::NameFilter(const std::string& pattern, const std::string& hidden)
+    : filter_(FileSystem::DirectoryListing::createSearchFilter(pattern))
+    , hidden_(FileSystem::DirectoryListing::createSearchFilter(hidden))
+    , takesHidden_(!hidden.empty())
+{}
+
+bool NameFilter::takes(const std::string& name) const
+{
+    return isHidden(name) ? takesHidden_ && std::regex_match(name, hidden_)
+                          : std::regex_match(name, filter_);
+}
+
+void EntryFilter::add(const std::string& pattern, bool isIncluded)
+{
+    Rule rule;
+    rule.isForDirectories = !pattern.empty() && pattern.back() == '/';
+    const auto slash = pattern.find('/');
+    rule.isPath = slash != std::string::npos && slash + 1 < pattern.size();
+    rule.isIncluded = isIncluded;
+    for (const std::string& part : partsOf(pattern)) {
+        rule.parts.emplace_back(part, true);
+    }
+    if (rule.parts.empty()) {
+        throw UsageError("\"" + pattern + "\" is no pattern for names");
+    }
+    rules_.push_back(std::move(rule));
+}
+
+bool EntryFilter::takes(const std::string& below, bool isDirectory) const
+{
+    const auto parts = partsOf(below);
+    const auto decides = [&](const Rule& rule) {
+        return (isDirectory || !rule.isForDirectories) && matches(rule, parts);
+    };
+    const auto rule = std::find_if(rules_.begin(), rules_.end(), decides);
+    return rule == rules_.end() || rule->isIncluded;
+}
+
+bool EntryFilter::matches(const Rule& rule, const std::vector<std::string>& parts)
+{
+    if (!rule.isPath) {
+        return rule.parts.front().takes(parts.back());
+    }
+    return std::equal(
+        rule.parts.begin(), rule.parts.end(), parts.begin(), parts.end(),
+        [](const NameFilter& filter, const std::string& part) { return filter.takes(part); });
+}
+
+namespace {
+
+/// The parts between slashes, and what stands in front of the first one.
+struct PathParts
+{
+    explicit PathParts(const std::string& path)
+        : start(path.front() == '/' ? "/" : "")
+        , parts(partsOf(path))
+        , wantsDirectories(path.back() == '/')
+    {}
+
+    std::string start;
+    std::vector<std::string> parts;
+    /// A slash at the end says so.
+    bool wantsDirectories;
+};
+
+bool hasPattern(const std::string& part)
+{
+    return part.find_first_of("*?[;") != std::string::npos;
+}
+
+/// Follows one part of a path after the other, from every place that the parts so far lead to.
+class Search
+{
+public:
+    Search(Place& place, const FailureNote& note, const PathParts& parts, bool withHidden)
+        : place_(place)
+        , note_(note)
+        , parts_(parts)
+        , withHidden_(withHidden)
+        , found_{Match{parts.start, {}}}
+    {}
+
+    std::vector<Match> run()
+    {
+        for (std::size_t i = 0; i < parts_.parts.size(); ++i) {
+            step(parts_.parts[i], i + 1 == parts_.parts.size());
+        }
+        return std::move(found_);
+    }
+
+private:
+    void step(const std::string& part, bool isLast)
+    {
+        std::vector<Match> next;
+        for (const Match& match : found_) {
+            const std::string path = joinPath(match.path, part);
+            if (!hasPattern(part) || place_.system().fileInfo(path)) {
+                takeName(next, path, isLast);
+            } else {
+                takeMatches(next, match.path, part, isLast);
+            }
+        }
+        isSpread_ = isSpread_ || hasPattern(part);
+        found_ = std::move(next);
+    }
+
+    /// On the way, what does not exist shows later.
+    void takeName(std::vector<Match>& next, const std::string& path, bool isLast)
+    {
+        auto info = isLast ? place_.system().fileInfo(path)
+                           : std::optional(FileSystem::StorageSystemFileInfo());
+        if (info) {
+            take(next, {path, std::move(*info)}, isLast);
+        }
+    }
+
+    void takeMatches(std::vector<Match>& next, const std::string& directory,
+                     const std::string& pattern, bool isLast)
+    {
+        const NameFilter filter(pattern, withHidden_ && isLast);
+        for (auto& info : entriesOf(directory.empty() ? "." : directory)) {
+            std::string path = joinPath(directory, info.name);
+            if (filter.takes(info.name) && (isLast || leadsOn(path, info))) {
+                take(next, {std::move(path), std::move(info)}, isLast);
+            }
+        }
+    }
+
+    void take(std::vector<Match>& next, Match match, bool isLast) const
+    {
+        const bool isUnwanted =
+            isLast && parts_.wantsDirectories && !place_.system().directoryExists(match.path);
+        if (!isUnwanted) {
+            next.push_back(std::move(match));
+        }
+    }
+
+    /// Whether there may be something below an entry; never for a name that would lead elsewhere.
+    bool leadsOn(const std::string& path, const FileSystem::StorageSystemFileInfo& info) const
+    {
+        return isEntryName(info.name) &&
+               (isDirectory(info.type) || place_.system().directoryExists(path));
+    }
+
+    /// One of several directories that cannot be searched does not keep the others back, and one
+    /// that is not there, or is a file, holds no match.
+    std::vector<FileSystem::StorageSystemFileInfo> entriesOf(const std::string& directory)
+    {
+        try {
+            return place_.list(directory);
+        } catch (const Failure& failure) {
+            if (!isSpread_) {
+                throw;
+            }
+            const bool isNoDirectory = failure.kind() == FailureKind::NothingThere ||
+                                       place_.system().fileExists(directory, false);
+            if (!isNoDirectory) {
+                note_(failure);
+            }
+            return {};
+        }
+    }
+
+    Place& place_;
+    const FailureNote& note_;
+    const PathParts& parts_;
+    bool withHidden_;
+    std::vector<Match> found_;
+    bool isSpread_ = false; ///< A part so far was a pattern.
+};
+
+} // namespace
+
+bool isPattern(Place& place, const std::string& path)
+{
+    return hasPattern(path) && !place.system().fileInfo(path);
+}
+
+std::vector<Match> expandPattern(Place& place, const std::string& path, const FailureNote& note,
+                                 bool withHidden)
+{
+    const PathParts parts(path);
+    auto matches = Search(place, note, parts, withHidden).run();
+    if (matches.empty()) {
+        throw Failure(FailureKind::NothingThere, "cannot find", place.display(path),
+                      "nothing matches");
+    }
+    return matches;
+}
+
+std::vector<std::string> pathsFor(Place& place, const std::string& path, const std::string& what,
+                                  const FailureNote& note)
+{
+    if (!isPattern(place, path)) {
+        return {path};
+    }
+    std::vector<std::string> paths;
+    for (auto& match : expandPattern(place, path, note)) {
+        if (!isEntryName(nameOf(match.path)) || !isEntryName(match.info.name)) {
+            throw Failure(FailureKind::FileProblem, what, place.display(path),
+                          "a name there would lead elsewhere: \"" + match.info.name + "\"");
+        }
+        paths.push_back(std::move(match.path));
+    }
+    return paths;
+}
+
+} // namespace TarnisTool
