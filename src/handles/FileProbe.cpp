@@ -10,7 +10,7 @@ namespace Tarnis {
 
 int errorOfReading(const std::string& path)
 {
-    // Not waiting for somebody to write into a pipe.
+    // Without O_NONBLOCK, opening a pipe would wait for a writer.
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0) {
         return errno;

@@ -44,7 +44,8 @@ bool SSHHandleSFTPSessionFile::isAtEnd() const
 
 void SSHHandleSFTPSessionFile::do_invalidate()
 {
-    // Past the base that would free the file under the eyes of isAtEnd().
+    // Skips the base class, which would free the file while another thread's isAtEnd() looks at it.
+    // takeFile() waits for that.
     HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
     const sftp_file file = takeFile();
     if (file != nullptr) {

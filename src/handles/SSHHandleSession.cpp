@@ -16,7 +16,7 @@ SSHHandleSession::SSHHandleSession(ssh_session session)
 
 SSHHandleSession::~SSHHandleSession()
 {
-    // Here rather than in the base, where this class's do_invalidate() is out of reach.
+    // The base's destructor could not reach this class's do_invalidate() any more.
     invalidateQuietly();
 }
 
@@ -41,7 +41,7 @@ void SSHHandleSession::reapAbandoned()
     const SessionBlockingGuard guard(getResource(), 0);
     const auto answered = std::partition(
         abandoned_.begin(), abandoned_.end(), [](const std::shared_ptr<SSHHandleChannel>& channel) {
-            // An opening under way is not begun again.
+            // An opening in flight is not begun again.
             return channel->isValid() &&
                    ssh_channel_open_session(channel->getResource()) == SSH_AGAIN;
         });
@@ -53,7 +53,8 @@ void SSHHandleSession::retireLostSftpSessions()
 {
     const auto lock = getLock();
     const SessionBlockingGuard guard(getResource(), 0);
-    // A copy: each leaves the children when it goes.
+    // Iterates over a copy, since each child removes itself from the collection when it is
+    // invalidated.
     const auto candidates = children();
     for (const auto& child : candidates) {
         auto* const sftp = dynamic_cast<SSHHandleSFTPSession*>(child.get());

@@ -65,7 +65,7 @@ void SocketWakeUp::watch(ssh_session session) noexcept
         }
         return;
     }
-    // Under a descriptor of its own, since another thread may close the original meanwhile.
+    // Watches a duplicate, since another thread may close the original meanwhile.
     socket_ = ::fcntl(ssh_get_fd(session), F_DUPFD_CLOEXEC, 0);
     if (socket_ >= 0 && control(events_.get(), EPOLL_CTL_ADD, socket_, what)) {
         watched_ = what;
@@ -82,7 +82,8 @@ void SocketWakeUp::watch(ssh_session session) noexcept
 void SocketWakeUp::forget() noexcept
 {
     if (socket_ >= 0) {
-        // Closing it alone would not do: the original keeps it alive in there.
+        // epoll would keep watching a descriptor that is only closed, since the original keeps the
+        // socket open.
         static_cast<void>(::epoll_ctl(events_.get(), EPOLL_CTL_DEL, socket_, nullptr));
         ::close(socket_);
         socket_ = -1;

@@ -24,7 +24,7 @@ namespace {
 
 // libssh reads this much off the connection at once.
 constexpr int bytesPerRound = 4096;
-// Then other threads have their turn.
+// After so many reads the lock is released for other threads.
 constexpr int mostRounds = 256;
 constexpr int mostPieces = 4;
 
@@ -148,7 +148,7 @@ CommandRunner::Step CommandRunner::noteFailure(Step step, ssh_session session)
     } else if (step == Step::Failed || step == Step::Lost) {
         const std::string text = transportFailureText(session);
         error_ = text.empty() && ssh_is_connected(session) == 0 ? sessionEnded : text;
-        // While the connection stands, it is the server that fails a step.
+        // A step that fails while the connection stands was refused by the server.
         FileSystem::fail(transportFailureCode(session, FailureCode::Denied),
                          FileSystem::FailureSource::Transport, ssh_get_error_code(session), text);
     }
@@ -237,7 +237,7 @@ bool CommandRunner::isComplete(ssh_channel channel)
         return false;
     }
     return recorder_.endOfStreams ||
-           quietProbe_.isDrained(channel, recorder_.progress(), QuietProbe::Clock::now());
+           drainDetector_.isDrained(channel, recorder_.progress(), DrainDetector::Clock::now());
 }
 
 void CommandRunner::killCommand()

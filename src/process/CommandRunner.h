@@ -4,7 +4,7 @@
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHSocketWait.h"
 #include "process/CommandRecorder.h"
-#include "process/QuietProbe.h"
+#include "process/DrainDetector.h"
 
 #include <Tarnis/SSHExecuteResult.h>
 
@@ -72,7 +72,7 @@ private:
     ChannelOpening opening_;
     CommandRecorder recorder_;
     SSHSocketWait wait_;
-    QuietProbe quietProbe_;
+    DrainDetector drainDetector_;
     std::string_view input_;
     std::size_t inputConsumed_ = 0;
     std::string error_;

@@ -30,8 +30,8 @@ constexpr int readTimeoutMilliseconds = 1;
 constexpr int pollTimeoutMilliseconds = 1;
 constexpr std::chrono::milliseconds noWait{0};
 
-/// A time that is up is no bytes: libssh says so up to 0.10. Newer versions answer SSH_AGAIN, which
-/// asks for no other try here, since a silent server would be asked again for 100 seconds.
+/// A time-out counts as no bytes, as libssh answers up to 0.10. Newer versions answer SSH_AGAIN,
+/// which is not followed by another try here: a silent server would be asked again for 100 seconds.
 int readForAMoment(ssh_channel channel, char* buffer, std::uint32_t size, int isStderr)
 {
     const int count =

@@ -86,7 +86,7 @@ bool ConnectionSocket::isAtEnd() const
 bool ConnectionSocket::hasUnread() const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    // Not a look by reading: it would take the socket's error, which is told only once.
+    // Asks by FIONREAD: a read would take the socket's error, which the system tells only once.
     int count = 0;
     return socket_ >= 0 && ::ioctl(socket_, FIONREAD, &count) == 0 && count > 0;
 }

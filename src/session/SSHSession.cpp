@@ -269,7 +269,7 @@ bool SSHSession::do_setPortNumber(unsigned short port)
 std::string SSHSession::do_getHostName()
 {
     char* text = nullptr;
-    // The text stays libssh's loss: it was never released here, and nothing relies on a change.
+    // The text that libssh has allocated is not freed, and never was: a few bytes for each call.
     const int result = callLocked(*session_, ssh_options_get, SSH_OPTIONS_HOST, &text);
     return result == SSH_OK && text != nullptr ? std::string(text) : std::string();
 }

@@ -27,7 +27,7 @@ namespace {
 using OwnedSession = std::unique_ptr<ssh_session_struct, ssh_default_deleter<ssh_session_struct>>;
 
 // A peer that vanished answers neither probes nor data. Together at most 105 seconds of silence on
-// an idle connection, 110 with data under way.
+// an idle connection, 110 with data in flight.
 constexpr int idleSecondsBeforeProbes = 45;
 constexpr int secondsBetweenProbes = 15;
 constexpr int unansweredProbes = 4;
@@ -254,7 +254,7 @@ void SSHSessionConnection::keepReasonOfLoss(SSHHandleSession& session)
                   transportFailureText(lost));
         return;
     }
-    // libssh has not read since, so the socket is the one to ask.
+    // libssh has not read since, so its flag is old: the socket is asked.
     const int error = socket_.takeError();
     if (error != 0) {
         loss_.set(SSHFailureCode::Lost, FailureSource::System, error,

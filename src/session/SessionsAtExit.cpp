@@ -42,7 +42,7 @@ void endAll() noexcept
 {
     Registry& all = registry();
     if (::getpid() != all.process) {
-        // A child process that has copies: the connections are its parent's.
+        // A child process has copies of sessions whose connections are its parent's.
         return;
     }
     const std::lock_guard<std::mutex> lock(all.mutex);

@@ -62,7 +62,7 @@ void noteSftpFailure(sftp_session sftp, std::atomic<bool>& lost, const std::stri
         fail(FailureCode::ConnectionLost, FailureSource::Transport,
              ssh_get_error_code(sftp->session), transportFailureText(sftp->session), entry);
     } else if (lost) {
-        // Somebody else has seen why, and nothing was tried here.
+        // Another call has noticed the loss before; nothing was sent here.
         failForLostSftp(entry);
     } else if (notes == SFTPNotes::All) {
         fail(FailureCode::Protocol, FailureSource::Transport, ssh_get_error_code(sftp->session),

@@ -49,7 +49,7 @@ SFTPConnection::~SFTPConnection()
 {
     const auto lock = channel_->getLock();
     if (opening_.isAsked()) {
-        // It would stay open over there if nobody were left here to close it.
+        // The server would keep the channel open if nothing here closed it once it is.
         channel_->ignoreInput();
         SSHHandleChannel::abandon(channel_);
     } else {
@@ -362,7 +362,7 @@ void SFTPConnection::dataEnds()
 {
     SFTPAnswer given;
     given.type = SFTPPacketType::Data;
-    // Where it is more than was asked for, nobody knows what it is.
+    // An answer of more bytes than were asked for counts as none.
     given.dataSize = isTooLong_ ? 0 : dataTaken_;
     answer(dataId_, std::move(given));
 }

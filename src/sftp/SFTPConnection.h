@@ -72,7 +72,7 @@ public:
     static std::unique_ptr<SFTPConnection> create(SSHHandleSession& session, SocketWakeUp& wakeUp,
                                                   bool makesRoom);
 
-    /// Gives the channel up; what is under way is not answered. Takes the lock; does not wait.
+    /// Gives the channel up; what is in flight is not answered. Takes the lock; does not wait.
     ~SFTPConnection() override;
 
     /// The channel's handle, for its lock.
@@ -103,7 +103,7 @@ public:
     /// Ends the connection where what was taken in, here or by another channel, says so.
     void settle();
 
-    /// How many requests are under way.
+    /// How many requests are in flight.
     std::size_t inFlight() const noexcept { return pending_.size(); }
 
     /// How many bytes wait until the server takes them.
@@ -132,10 +132,10 @@ public:
     /// What was answered since the last call.
     std::vector<Answered> takeAnswered();
 
-    /// Ends the connection: what is under way is lost.
+    /// Ends the connection: what is in flight is lost.
     void end(const std::string& reason);
 
-    /// Whether nothing at all is under way, so that somebody else could go on with it.
+    /// Whether nothing at all is in flight, so that somebody else could go on with it.
     bool isAtRest() const noexcept;
 
     /// Lets go of whom it tells of what comes, as nobody uses it any more.

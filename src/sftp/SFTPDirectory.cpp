@@ -116,7 +116,7 @@ SFTPAttributes SFTPDirectory::next()
         return nullptr;
     }
     for (int emptyReplies = 0; emptyReplies <= mostEmptyReplies; ++emptyReplies) {
-        // Others get their turn before the server is asked again.
+        // The lock is released between two questions, for other threads.
         const auto reading = callUnlessLost(*sftp_, [this](sftp_session raw) { return read(raw); });
         if (!reading) {
             failForLostSftp(path_);
@@ -148,7 +148,7 @@ SFTPDirectory::Reading SFTPDirectory::read(sftp_session sftp)
 /// drops the text that came with a status.
 void SFTPDirectory::noteFailure(sftp_session sftp) const
 {
-    // Of old errors, the SFTP session's own session has those of others.
+    // The SFTP session's own session may still have the error of an earlier call.
     const ssh_session errors = unconnected_ != nullptr ? unconnected_.get() : sftp->session;
     const bool isLost = markIfLost(sftp, sftp_->lossMark(), errors);
     if (sftp->errnum > SSH_FX_EOF && !isOutOfStep(errors, sftp->errnum)) {

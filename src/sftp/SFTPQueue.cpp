@@ -79,10 +79,10 @@ SFTPQueue::~SFTPQueue()
         countExtraLanes(0);
         --extra_->users;
     } catch (...) {
-        // The next queue opens one of its own.
+        // Without the lock no channel is left to the next queue, which opens one of its own.
     }
-    // What waits for a file keeps that, and what is under way on a lane keeps that lane; they would
-    // keep themselves.
+    // Breaks cycles of shared pointers: what waits for a file or a lane owns it, and is owned by
+    // it.
     for (const auto& open : spreading_) {
         open->held.clear();
     }
@@ -349,7 +349,7 @@ std::size_t SFTPQueue::do_pump(std::chrono::milliseconds limit)
 
 void SFTPQueue::callReady()
 {
-    // What these start is done in the same round.
+    // Completions may make more work ready, which is done in the same call.
     while (!ready_.empty()) {
         const auto work = std::move(ready_.front());
         ready_.pop_front();

@@ -37,7 +37,7 @@ public:
                                              const FileSystem::FileSystem2& system,
                                              std::shared_ptr<const std::atomic<bool>> isAlive);
 
-    /// Leaves one of its channels to the next queue where nothing is under way.
+    /// Leaves one of its channels to the next queue where nothing is in flight.
     ~SFTPQueue() override;
 
 protected:

@@ -72,7 +72,7 @@ bool SFTPQueue::mayBeFollowed(const SFTPFileAttributes& told, bool& tellsLinks) 
 void SFTPQueue::withLinkSeen(const std::string& path, const SFTPFileAttributes& told,
                              std::function<void(const SFTPFileAttributes&)> then)
 {
-    // Only a link has a text.
+    // A readlink that succeeds shows that the entry is a link.
     ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, path); },
         [path, told, then = std::move(then)](const Answer& text) {
             SFTPFileAttributes attributes = told;
@@ -99,7 +99,7 @@ void SFTPQueue::explain(const std::shared_ptr<Call<Results...>>& call, const Ans
                         const std::string& path, Reason reason, std::function<void()> tryAgain)
 {
     const auto status = Call<>::statusOf(answer);
-    // Most of what has no status of its own comes as this one.
+    // Servers use these statuses for failures that the protocol has no status for.
     const bool isVague = status && (status->code == SFTPStatusCode::Failure ||
                                     status->code == SFTPStatusCode::BadMessage ||
                                     status->code == SFTPStatusCode::OperationUnsupported);
@@ -107,7 +107,7 @@ void SFTPQueue::explain(const std::shared_ptr<Call<Results...>>& call, const Ans
         call->failFor(answer);
         return;
     }
-    // They may be closed by the time at which the rest is known.
+    // Asked now, since the others may be closed when the answer below comes.
     const bool wereOthersOpen = opened_ > 0;
     askKind(path, [this, call, answer, wereOthersOpen, reason = std::move(reason),
                    tryAgain = std::move(tryAgain)](std::optional<std::uint32_t> kind) {
@@ -210,7 +210,8 @@ void SFTPQueue::do_makeDirectory(const std::string& path, Permissions permission
                 });
             });
     };
-    // mod_sftp says of what stands there that it has made it.
+    // mod_sftp answers with success where the directory was there before, so it is looked for
+    // first.
     whereNothingStands(call, path, server_ != SFTPServerKind::ModSftp, make);
 }
 
@@ -275,7 +276,8 @@ void SFTPQueue::do_removeDirectory(const std::string& path, Completion<> done)
                     call->succeed();
                     return;
                 }
-                // Whether it holds something only a listing would tell.
+                // A directory that the server did not remove is taken for one that is not empty:
+                // only a listing would tell.
                 explain(call, answer, withoutTrailingSlash(call->path()),
                         [](std::optional<std::uint32_t> kind) {
                             return isOtherThanDirectory(kind)
@@ -303,7 +305,7 @@ void SFTPQueue::do_rename(const std::string& path, const std::string& newPath, C
     if (!isNamed(call)) {
         return;
     }
-    // No server is known that never replaces.
+    // The new path is looked at on every server: none is known that never replaces.
     unlessFollowed(call, path, [this, call, newPath] {
         whereNothingStands(call, newPath, newPath.empty(),
                            [this, call, newPath] { renameWithoutLooking(call, newPath); });
@@ -396,7 +398,8 @@ void SFTPQueue::do_makeLink(const std::string& target, const std::string& path, 
         return;
     }
     whereNothingStands(call, path, false, [call, target] {
-        // Servers differ in what they make of such a request; the file system finds out which.
+        // Servers differ in the order of the request's two paths; the file system finds out which
+        // one this server has.
         call->endBySystem([&](const FileSystem::FileSystem2& system) {
             return system.fileSymbolicLinkCreateAs(target, call->path(), true);
         });
@@ -447,7 +450,7 @@ void SFTPQueue::do_setAttributes(const std::string& path, const Attributes& attr
         sendAttributes(call, sent, attributes);
         return;
     }
-    // The access time goes along, and is to stay.
+    // Version 3 sets both times together, so the access time is read first and sent back as it is.
     ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.stat(id, path); },
         [this, call, sent, attributes, time = *seconds](const Answer& answer) mutable {
             const auto told = attributesIn(answer);
@@ -486,7 +489,7 @@ void SFTPQueue::do_storageInfo(const std::string& path,
         return;
     }
     const auto bySystem = [call] {
-        // It asks for the nearest ancestor that is there.
+        // The file system asks for the nearest ancestor that is there.
         call->endBySystem([&](const FileSystem::FileSystem2& system) {
             return system.fileStorageInfo(call->path());
         });

@@ -56,7 +56,7 @@ std::uint32_t secondsNow()
 
 } // namespace
 
-/// Reads a range, in pieces that are all under way together, and what short answers leave open.
+/// Reads a range, in pieces that are all in flight together, and what short answers leave open.
 class SFTPQueue::RangeRead : public std::enable_shared_from_this<RangeRead>
 {
 public:
@@ -89,7 +89,7 @@ private:
     void askNext()
     {
         if (next_ >= end_) {
-            // The file has turned out to be shorter.
+            // An answer has told meanwhile that the file ends before here.
             return;
         }
         const std::uint32_t size = pieceOf(end_ - next_, queue_.readSize_);
@@ -104,7 +104,7 @@ private:
     /// \param after how short the answer was that this one goes on from; 0: none was.
     void askFor(std::uint64_t from, std::uint32_t size, std::uint32_t after = 0)
     {
-        ++underWay_;
+        ++inFlight_;
         file_->lane->connection->send(
             [&](SFTPPacketWriter& writer, std::uint32_t id) {
                 writer.read(id, file_->handle, offset_ + from, size);
@@ -117,7 +117,7 @@ private:
 
     void take(const Answer& answer, std::uint64_t from, std::uint32_t size, std::uint32_t after)
     {
-        --underWay_;
+        --inFlight_;
         if (after > 0 && answer.dataSize > 0) {
             queue_.noteShortRead(after);
         }
@@ -129,7 +129,7 @@ private:
         } else if (answer.dataSize < size && from + answer.dataSize < end_ && !failure_) {
             askForRest(from + answer.dataSize, from + size, answer.dataSize);
         }
-        if (underWay_ == 0 && (next_ >= end_ || failure_)) {
+        if (inFlight_ == 0 && (next_ >= end_ || failure_)) {
             finish();
         }
     }
@@ -138,9 +138,9 @@ private:
     {
         while (from < end) {
             const std::uint32_t size = pieceOf(end - from, queue_.readSize_);
-            ++underWay_;
+            ++inFlight_;
             queue_.waitFor(file_->lane, [self = shared_from_this(), from, size, after] {
-                --self->underWay_;
+                --self->inFlight_;
                 self->askFor(from, size, after);
             });
             from += size;
@@ -179,7 +179,7 @@ private:
     std::uint64_t end_;
     std::uint64_t next_ = 0;
     std::uint64_t place_ = 0;
-    std::size_t underWay_ = 0;
+    std::size_t inFlight_ = 0;
     bool isFinished_ = false;
     std::optional<Answer> failure_;
     std::shared_ptr<Call<std::uint64_t>> call_;
@@ -223,7 +223,8 @@ void SFTPQueue::RangeWrite::share(const Other& other)
         lane, [self = shared_from_this(), other, place] { self->sendNext(other, *place); });
 }
 
-/// Whichever lane has room takes the next piece.
+/// Sends the next piece on this lane, which has room, and queues here for the one after it: the
+/// lane that has room first takes that.
 void SFTPQueue::RangeWrite::sendNext(const Other& other, std::uint64_t place)
 {
     if (next_ == size_ || (other != nullptr && other->isRefused)) {
@@ -231,7 +232,7 @@ void SFTPQueue::RangeWrite::sendNext(const Other& other, std::uint64_t place)
     }
     const Piece piece{next_, pieceOf(size_ - next_, queue_.writeSize_)};
     next_ += piece.size;
-    ++underWay_;
+    ++inFlight_;
     if (other != nullptr) {
         other->isUsed = true;
     }
@@ -255,8 +256,8 @@ void SFTPQueue::RangeWrite::send(const Piece& piece, const Other& other)
         });
 }
 
-/// What the server refuses through another handle it is asked for by the first one. What was lost
-/// with its channel may still be done, nobody knows when.
+/// A piece that the server refuses through another handle is sent again through the first one. A
+/// piece whose answer was lost with its channel is not: the server may still write it later.
 void SFTPQueue::RangeWrite::take(const Answer& answer, const Piece& piece, const Other& other)
 {
     if (other != nullptr && !Call<>::isOk(answer) && !answer.isLost && !failure_) {
@@ -265,13 +266,13 @@ void SFTPQueue::RangeWrite::take(const Answer& answer, const Piece& piece, const
                        [self = shared_from_this(), piece] { self->send(piece, nullptr); });
         return;
     }
-    --underWay_;
+    --inFlight_;
     if (!Call<>::isOk(answer) && !failure_) {
         failure_ = answer;
-        // Nobody wants the rest any more.
+        // The first failure ends the write: the rest is not sent.
         next_ = size_;
     }
-    if (underWay_ == 0 && next_ == size_) {
+    if (inFlight_ == 0 && next_ == size_) {
         finish();
     }
 }
@@ -414,7 +415,8 @@ bool SFTPQueue::takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& 
     return true;
 }
 
-/// A file or a directory is open no more there, so that another may be.
+/// A file or a directory was closed on this lane: an open that was refused for too many is tried
+/// again.
 void SFTPQueue::noteClosed(const Lane& lane)
 {
     --lane->handles;
@@ -430,7 +432,8 @@ void SFTPQueue::noteClosed(const Lane& lane)
     }
 }
 
-/// Once nothing is under way but what waits for something to be closed, nothing will be.
+/// Tries one parked open again where nothing else is in flight, so that no closing would release
+/// it.
 bool SFTPQueue::releaseParked()
 {
     if (parked_.empty() || closing_ > 0 || pending_ > parked_.size()) {
@@ -471,7 +474,7 @@ void SFTPQueue::do_write(File file, std::uint64_t offset, const char* bytes, std
     });
 }
 
-/// A handle means nothing on another channel: no other one is opened any more.
+/// Copies name two handles of one channel, so no further channel is opened from now on.
 bool SFTPQueue::do_beginCopies()
 {
     const auto lock = sftp_->getLock();
@@ -488,7 +491,7 @@ void SFTPQueue::do_copy(File from, std::uint64_t fromOffset, std::uint64_t size,
     const auto source = find(from);
     withFile("copy", to, std::move(done), [&](const auto& open, auto call) {
         if (size == 0) {
-            // The server would take it for all there is.
+            // A request with size 0 means up to the end of the file.
             later([call] { call->succeed(); });
             return;
         }
@@ -619,7 +622,7 @@ public:
     void start(const std::shared_ptr<OpenFile>& open, const std::optional<Answer>& refusal)
     {
         const auto self = shared_from_this();
-        underWay_ = newPath_.empty() ? 2 : 3;
+        inFlight_ = newPath_.empty() ? 2 : 3;
         queue_.sendClose(open, [self, refusal](const Answer& answer) {
             self->closing_ = refusal.value_or(answer);
             self->endIfAnswered();
@@ -648,7 +651,7 @@ private:
 
     void endIfAnswered()
     {
-        if (--underWay_ > 0) {
+        if (--inFlight_ > 0) {
             return;
         }
         if (!Call<>::isOk(*closing_)) {
@@ -675,7 +678,7 @@ private:
     SFTPQueue& queue_;
     std::string path_;
     std::string newPath_;
-    std::size_t underWay_ = 0;
+    std::size_t inFlight_ = 0;
     std::optional<Answer> closing_;
     std::optional<SFTPFileAttributes> seen_;
     bool isFree_ = false;

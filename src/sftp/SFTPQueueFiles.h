@@ -109,7 +109,7 @@ struct SFTPQueue::OpenFile
     }
 };
 
-/// Writes a range, in pieces that are all under way together, through all handles of the file.
+/// Writes a range, in pieces that are all in flight together, through all handles of the file.
 class SFTPQueue::RangeWrite : public std::enable_shared_from_this<RangeWrite>
 {
 public:
@@ -147,7 +147,7 @@ private:
     const char* bytes_;
     std::uint64_t size_;
     std::uint64_t next_ = 0;
-    std::size_t underWay_ = 0;
+    std::size_t inFlight_ = 0;
     std::optional<Answer> failure_;
     std::shared_ptr<Call<>> call_;
 };

@@ -42,7 +42,7 @@ void SFTPQueue::advanceLanes()
     }
 }
 
-/// A queue is of no use without what it belongs to.
+/// Ends the connections once the file system or its SFTP session has gone.
 void SFTPQueue::endIfAbandoned()
 {
     if (*isAlive_ && sftp_->isValid()) {
@@ -67,7 +67,7 @@ bool SFTPQueue::dispatchOwn()
         auto& waiting = lane->waiting;
         while (!waiting.empty() && lane->hasRoom() &&
                (waiting_.empty() || waiting.front().place < waiting_.front().place)) {
-            // It may put what comes after it in its place.
+            // Taken out first: send() may queue the next piece at the front.
             const auto send = std::move(waiting.front().send);
             waiting.pop_front();
             send();
@@ -187,7 +187,7 @@ void SFTPQueue::giveBackLanes()
     countExtraLanes(lanes_.size() - 1);
 }
 
-/// Somebody else has no channel at all.
+/// Gives up all lanes but one when somebody else asks for a channel and gets none.
 void SFTPQueue::leaveLanesToOthers()
 {
     if (std::exchange(timesAsked_, extra_->timesAsked) == extra_->timesAsked) {

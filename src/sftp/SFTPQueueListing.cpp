@@ -12,7 +12,7 @@ using FileSystem::StorageSystemEntry;
 
 namespace {
 
-// How many requests for the next names are under way: few for a small directory, which is over with
+// How many requests for the next names are in flight: few for a small directory, which is over with
 // the second answer, and more as it turns out to be a large one.
 constexpr std::size_t firstRequests = 2;
 constexpr std::size_t mostRequests = 64;
@@ -28,7 +28,7 @@ bool canBeEntry(std::string_view name)
 
 } // namespace
 
-/// Reads one directory, with several requests for its next names under way.
+/// Reads one directory, with several requests for its next names in flight.
 class SFTPQueue::Listing : public std::enable_shared_from_this<Listing>
 {
 public:
@@ -76,8 +76,8 @@ private:
 
     void askOn()
     {
-        while (!isOver_ && underWay_ < wanted_) {
-            ++underWay_;
+        while (!isOver_ && inFlight_ < wanted_) {
+            ++inFlight_;
             queue_.askOn(
                 lane_,
                 [self = shared_from_this()](SFTPPacketWriter& writer, std::uint32_t id) {
@@ -89,8 +89,9 @@ private:
 
     void take(const Answer& answer)
     {
-        --underWay_;
-        // Also of one that comes after the end: others may have overtaken it.
+        --inFlight_;
+        // Names that come after the end of the directory count too: answers may overtake one
+        // another.
         if (isWanted_) {
             takeNames(answer);
         }
@@ -100,7 +101,7 @@ private:
     void goOn()
     {
         askOn();
-        if (underWay_ == 0 && batches_ == 0) {
+        if (inFlight_ == 0 && batches_ == 0) {
             finish();
         }
     }
@@ -117,7 +118,8 @@ private:
                                ? decodeNames(answer.fields)
                                : std::nullopt;
         if (!names) {
-            // What is asked for beyond the end may be refused in any way.
+            // After the end was told, servers refuse further requests with any status: that is no
+            // failure.
             if (!hasEnded_ || answer.isLost) {
                 giveUp();
                 failure_ = answer;
@@ -227,7 +229,7 @@ private:
     {
         const auto status = Call<>::statusOf(answer);
         if (status && status->code == SFTPStatusCode::NoSuchFile) {
-            // Some servers say so of what is there, and no directory.
+            // Some servers answer so for an entry that is no directory.
             queue_.askKind(call_->path(),
                            [call = call_, answer](std::optional<std::uint32_t> kind) {
                                call->failFor(answer, {}, SFTPSubject::Path, reasonOf(kind));
@@ -248,7 +250,7 @@ private:
     std::shared_ptr<Call<>> call_;
     Lane lane_;
     std::string handle_;
-    std::size_t underWay_ = 0;
+    std::size_t inFlight_ = 0;
     std::size_t wanted_ = firstRequests;
     std::size_t emptyAnswers_ = 0;
     std::size_t batches_ = 0; ///< Whose doubtful entries have been asked for.

@@ -104,11 +104,11 @@ private:
     template <class Take>
     void ask(Write write, Take take)
     {
-        ++underWay_;
+        ++inFlight_;
         queue_.askAtOnce(file_->lane, std::move(write),
                          [self = shared_from_this(), take](const Answer& answer) {
                              take(*self, answer);
-                             if (--self->underWay_ == 0) {
+                             if (--self->inFlight_ == 0) {
                                  self->goOn();
                              }
                          });
@@ -165,7 +165,7 @@ private:
     std::string name_;
     std::string directory_;  ///< As the server names it, without links.
     std::uint32_t user_ = 0; ///< Whose file it is.
-    std::size_t underWay_ = 0;
+    std::size_t inFlight_ = 0;
     bool isWayAsked_ = false;
     bool isDoubted_ = false;
 };
@@ -186,7 +186,7 @@ public:
     void start()
     {
         const std::string& path = file_->onlyPath;
-        underWay_ = 3;
+        inFlight_ = 3;
         queue_.askAtOnce(
             file_->lane,
             [open = file_](SFTPPacketWriter& writer, std::uint32_t id) {
@@ -202,7 +202,7 @@ public:
                 self->standing_ = attributesIn(answer);
                 self->goOn();
             });
-        // It is neither made nor emptied, whatever stands there.
+        // Without the flags that create or empty, so that nothing that stands there is harmed.
         queue_.askOn(
             lane_,
             [path](SFTPPacketWriter& writer, std::uint32_t id) {
@@ -228,7 +228,7 @@ private:
 
     void goOn()
     {
-        if (--underWay_ > 0) {
+        if (--inFlight_ > 0) {
             return;
         }
         if (handle_.empty()) {
@@ -306,7 +306,7 @@ private:
     std::shared_ptr<OpenFile> file_;
     Lane lane_;
     std::string handle_;
-    std::size_t underWay_ = 0;
+    std::size_t inFlight_ = 0;
     std::optional<SFTPFileAttributes> before_;   ///< The file by its first handle.
     std::optional<SFTPFileAttributes> standing_; ///< What stands at the path.
     std::optional<SFTPFileAttributes> found_;    ///< What was opened.

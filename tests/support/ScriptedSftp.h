@@ -37,7 +37,7 @@ public:
     std::size_t requestCount(SftpPacket request = SftpPacket::Any) const;
 
     /// The most requests of this kind that were unanswered at the same time in one session. A
-    /// client may have had more under way; replies that the script keeps back show it.
+    /// client may have had more in flight; replies that the script keeps back show it.
     std::size_t mostInFlight(SftpPacket request = SftpPacket::Any) const;
 
 private:

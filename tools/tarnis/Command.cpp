@@ -10,7 +10,7 @@ namespace TarnisTool {
 
 namespace {
 
-/// As users are used to: of an option that stands there twice, the last one counts.
+/// An option that stands there twice counts as it stands there last, as users are used to.
 CLI::App& declare(CLI::App& program, const std::string& name, const std::string& description)
 {
     CLI::App& commandLine = *program.add_subcommand(name, description);

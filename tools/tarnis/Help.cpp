@@ -92,7 +92,7 @@ std::string HelpText::make_usage(const CLI::App* app, std::string name) const
 std::string HelpText::make_help(const CLI::App* app, std::string name,
                                 CLI::AppFormatMode mode) const
 {
-    // Among those of all sub-commands, where the parser gives the name without the program's.
+    // The parser gives the name without the program's where it lists the help of all sub-commands.
     const bool isOneOfAll = mode == CLI::AppFormatMode::Sub;
     if (isOneOfAll) {
         name = "tarnis " + app->get_name();

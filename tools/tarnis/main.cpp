@@ -100,7 +100,7 @@ int answerParseEnd(const CLI::App& program, const CLI::ParseError& end)
     }
     const std::vector<std::string> unknown = program.remaining();
     if (program.get_subcommands().empty() && !unknown.empty()) {
-        // The parser only says that there is no sub-command.
+        // The parser's own text does not name the word that was taken for a sub-command.
         const auto word = std::find_if_not(unknown.begin(), unknown.end(), isOption);
         return usageError(word == unknown.end() ? "no sub-command was given"
                                                 : "there is no sub-command \"" + *word + "\"");

@@ -94,7 +94,7 @@ class FlowTest : public ScriptedSftpTest
 protected:
     static constexpr int kDownloads = 16;
     static constexpr std::uint64_t kStep = 256'000;
-    /// By then as many writes are under way as may be.
+    /// By then as many writes are in flight as may be.
     static constexpr std::uint64_t kInFullSwing = 40 * kStep;
 
     void SetUp() override

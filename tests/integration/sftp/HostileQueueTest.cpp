@@ -561,7 +561,7 @@ TEST_F(HostileQueueTest, GivesUpAListingThatBringsNothing)
     EXPECT_EQ(failure->code(), FailureCode::Protocol);
 }
 
-TEST_F(HostileQueueTest, ALostServerFailsAllThatIsUnderWayOnce)
+TEST_F(HostileQueueTest, ALostServerFailsAllThatIsInFlightOnce)
 {
     fill();
     openQueue();

@@ -13,7 +13,7 @@ namespace TarnisTest {
 
 using FileSystem::StorageSystemQueue;
 
-/// Pumps until nothing is under way; false: something still is after a generous while.
+/// Pumps until nothing is in flight; false: something still is after a generous while.
 inline bool finishInTime(StorageSystemQueue& queue)
 {
     const auto end = std::chrono::steady_clock::now() + kGenerousLimit;

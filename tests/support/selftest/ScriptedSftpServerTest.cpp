@@ -117,7 +117,7 @@ TEST_F(ScriptedSftpServerTest, ShowsRequestsInFlight)
     // One at a time: each waits for the server to lose its patience.
     EXPECT_EQ(client.get(server.sftp().path("file")).size(), 100U);
     EXPECT_EQ(server.sftp().mostInFlight(SftpPacket::Read), 1U);
-    // OpenSSH's client keeps many under way for a long file.
+    // OpenSSH's client keeps many in flight for a long file.
     const TemporaryDirectory local;
     ASSERT_EQ(::truncate(server.sftp().path("file").c_str(), 1'000'000), 0);
     EXPECT_TRUE(runBatch(server, "get file " + local.file("copy") + "\n").succeeded());

@@ -117,7 +117,7 @@ void SftpSession::waitForInput()
     }
 }
 
-// All that has arrived, so that the log shows how many requests were under way together.
+// All that has arrived, so that the log shows how many requests were in flight together.
 void SftpSession::takeInput()
 {
     constexpr std::size_t kEnough = 4'194'304;

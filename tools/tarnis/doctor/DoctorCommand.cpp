@@ -75,7 +75,7 @@ private:
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
 
-// The start of a shell may be slow, but not that slow.
+// Longer than any shell takes to start.
 constexpr std::chrono::seconds commandLimit{30};
 constexpr const char* probeCommand = "echo tarnis";
 constexpr const char* probeOutput = "tarnis";
@@ -88,7 +88,7 @@ std::string numericAddress(const addrinfo& address)
     return result == 0 ? text.data() : "?";
 }
 
-/// Some servers end lines in their own way, and end a command with one more.
+/// Some servers end lines with CR LF, and add an empty line at the end of a command.
 std::string withoutLineEnd(const std::string& text)
 {
     return text.substr(0, text.find_last_not_of(" \r\n") + 1);
@@ -102,7 +102,7 @@ std::string describeEnd(const Tarnis::SSHExecuteResult& result)
     return result.exitCode ? "exit code " + std::to_string(*result.exitCode) : "no exit code";
 }
 
-/// The command ran, but how?
+/// Says how the command ended; throws Failure where it did not succeed.
 std::string judge(const Tarnis::SSHExecuteResult& result, const Target& target)
 {
     if (result.exitCode != 0) {
@@ -306,7 +306,8 @@ std::string Doctor::lookAtFilesOn(Tarnis::SSHSession& session) const
     }
 }
 
-/// Closed before it is read: some servers let nobody read what is open for writing.
+/// The file is closed before it is read back: some servers let nobody read what is open for
+/// writing.
 std::string Doctor::writeFile(const Tarnis::SSHFileSystemSFTP& files) const
 {
     const std::string path = "./.tarnis-doctor-" + std::to_string(::getpid());

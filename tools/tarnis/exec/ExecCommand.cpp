@@ -112,14 +112,15 @@ void RemoteCommand::Run::start()
 
 int RemoteCommand::Run::finish()
 {
-    // The last resort, for a server that has stopped altogether.
+    // This one ends the session where the server has stopped answering altogether.
     const Watchdog watchdog(command_.session_, command_.timeout_ > std::chrono::seconds::zero()
                                                    ? command_.timeout_ + lastWordLimit
                                                    : std::chrono::seconds::zero());
     interrupts_.emplace();
     output_.emplace(*process_, false, STDOUT_FILENO);
     if (wasClosed(STDOUT_FILENO)) {
-        // Nobody wants it, and the command is to run as it would.
+        // Standard output was closed when the program began: the output is read and dropped, so
+        // that the command runs to its end.
         output_->discard();
     }
     errorOutput_.emplace(*process_, true, STDERR_FILENO);
@@ -148,7 +149,7 @@ void RemoteCommand::Run::relayOutput()
         attendToUser();
     }
     if (output_->isIncomplete() || errorOutput_->isIncomplete()) {
-        // It may have been our own watchdog.
+        // Our own watchdog may have interrupted the session at the time limit.
         checkDeadline();
         throwConnectionLost(command_.target_, "lost the connection to",
                             output_->isIncomplete() ? output_->failure() : errorOutput_->failure());
@@ -177,7 +178,8 @@ void RemoteCommand::Run::waitForLocalReaders()
     ::poll(events.data(), events.size(), static_cast<int>(shortWait.count()));
 }
 
-/// What is left to do when nobody reads any more. False: give up, the output was what it was about.
+/// Drops the error output where nobody reads it any more. False: nobody reads the output, and there
+/// is no use in going on.
 bool RemoteCommand::Run::dropLocalReaders()
 {
     if (errorOutput_->isReaderGone()) {

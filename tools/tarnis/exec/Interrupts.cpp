@@ -63,7 +63,8 @@ void Interrupts::deliverTo(Tarnis::SSHProcess& process)
     }
     while (delivered_ < interruptCount) {
         ++delivered_;
-        // Whether the server heeds it is seen by the command's end, or by the next Ctrl-C.
+        // The result is not looked at: where the server ignores the signal, the command goes on
+        // until the next Ctrl-C.
         static_cast<void>(delivered_ < interruptsToKill ? process.terminate() : process.kill());
     }
 }

@@ -80,7 +80,8 @@ bool InputForwarder::readInput(std::size_t& count)
             return false;
         }
         if (errno == EAGAIN) {
-            // Somebody made it non-blocking, and somebody else was faster.
+            // Another process made the descriptor non-blocking, and another reader took what was
+            // there.
             count = 0;
             return true;
         }
@@ -99,8 +100,8 @@ bool InputForwarder::forward(std::size_t count)
         const auto transfer =
             process_.writeSome(buffer_.data() + done, count - done, inputPatience);
         if (transfer.status == Status::EndOfStream || transfer.status == Status::Error) {
-            // A command is free not to read its input; what becomes of a lost connection is for
-            // the reader of the output to find out.
+            // A command need not read its input, so this is no failure. A lost connection is
+            // reported by the reader of the output.
             return false;
         }
         done += transfer.count;

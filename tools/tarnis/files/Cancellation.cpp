@@ -17,12 +17,14 @@ namespace TarnisTool {
 
 namespace {
 
-// For what is on its way to a slow server, and for the removal of what is half-written there.
+// How long the work may take to end after the first signal: requests to a slow server are answered
+// and what is half-written there is removed.
 constexpr int patienceMilliseconds = 10'000;
 
 volatile sig_atomic_t requestCount = 0;
 volatile sig_atomic_t eventWriteEnd = -1;
-// Ready to be written: a signal handler cannot make any. Whoever takes it may use it.
+// The text is made beforehand, since a signal handler cannot allocate memory. Whoever exchanges the
+// pointer for null owns the text.
 std::atomic<const char*> lastWords{nullptr};
 static_assert(std::atomic<const char*>::is_always_lock_free, "a signal handler takes it");
 
@@ -53,7 +55,7 @@ Cancellation::Cancellation(Tarnis::SSHSession& session)
     eventWriteEnd = writeEnd_.get();
     struct sigaction request = {};
     request.sa_handler = requestEnd;
-    // Calls that were interrupted go on: the work looks for itself whether it is to end.
+    // Interrupted system calls are restarted: the work asks isRequested() whether it is to end.
     request.sa_flags = SA_RESTART;
     for (std::size_t i = 0; i < signals.size(); ++i) {
         ::sigaction(signals[i], nullptr, &formerActions_[i]);

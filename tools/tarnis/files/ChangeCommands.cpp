@@ -31,7 +31,7 @@ public:
     explicit MkdirCommand(CLI::App& program);
 
 private:
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void workOn(RemoteEndpoint& endpoint, const std::string& path) override;
 
     bool makesParents_ = false;
 };
@@ -43,16 +43,16 @@ MkdirCommand::MkdirCommand(CLI::App& program)
                            "Make missing parents too; a directory that exists is no failure");
 }
 
-void MkdirCommand::workOn(RemotePlace& place, const std::string& path)
+void MkdirCommand::workOn(RemoteEndpoint& endpoint, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    const bool isMade = makesParents_ ? place.system().directoryMakePath(id, false)
-                                      : place.system().directoryCreateAs(id, true);
+    const bool isMade = makesParents_ ? endpoint.system().directoryMakePath(id, false)
+                                      : endpoint.system().directoryCreateAs(id, true);
     if (isMade) {
         return;
     }
     const auto why = FileSystem::Failure::last();
-    place.failBecause("cannot make the directory", id, why, place.obstacleAt(id, why));
+    endpoint.failBecause("cannot make the directory", id, why, endpoint.obstacleAt(id, why));
 }
 
 /// `tarnis rmdir`: removes empty remote directories.
@@ -62,24 +62,24 @@ public:
     explicit RmdirCommand(CLI::App& program);
 
 private:
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void workOn(RemoteEndpoint& endpoint, const std::string& path) override;
 };
 
 RmdirCommand::RmdirCommand(CLI::App& program)
     : EachPathCommand(program, "rmdir", "Remove empty remote directories")
 {}
 
-void RmdirCommand::workOn(RemotePlace& place, const std::string& path)
+void RmdirCommand::workOn(RemoteEndpoint& endpoint, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    if (!isDirectory(place.find(id).type)) {
-        place.refuse("cannot remove", id, "it is no directory");
+    if (!isDirectory(endpoint.find(id).type)) {
+        endpoint.refuse("cannot remove", id, "it is no directory");
     }
-    if (!place.system().directoryRemove(id)) {
+    if (!endpoint.system().directoryRemove(id)) {
         const auto why = FileSystem::Failure::last();
         const bool isUnexplained = why.code() == FileSystem::FailureCode::Other;
-        const bool isFull = isUnexplained && !place.system().directoryListFileNames(id).empty();
-        place.failBecause("cannot remove", id, why, isFull ? "it is not empty" : "");
+        const bool isFull = isUnexplained && !endpoint.system().directoryListFileNames(id).empty();
+        endpoint.failBecause("cannot remove", id, why, isFull ? "it is not empty" : "");
     }
 }
 
@@ -91,7 +91,8 @@ public:
 
 private:
     int work(const std::vector<std::string>& operands) override;
-    void makeLink(RemotePlace& place, const std::string& target, const std::string& path) const;
+    void makeLink(RemoteEndpoint& endpoint, const std::string& target,
+                  const std::string& path) const;
 
     bool isSymbolic_ = false;
     bool isForced_ = false;
@@ -118,25 +119,27 @@ int LnCommand::work(const std::vector<std::string>& operands)
         throw UsageError("ln takes a target and one host:path");
     }
     const RemotePath path = remotePath(operands.back());
-    RemotePlace remote(path.target, loginOptions());
+    RemoteEndpoint remote(path.target, loginOptions());
     const std::string id = fileIdOf(path.path);
-    // A link to a directory is the link that is meant, not the directory.
+    // Where a link to a directory stands, the new link takes its place rather than going into the
+    // directory.
     const bool isInside = remote.system().directoryExists(id, false);
     makeLink(remote, operands.front(), isInside ? joinPath(id, nameOf(operands.front())) : id);
     return ExitCode::success;
 }
 
-void LnCommand::makeLink(RemotePlace& place, const std::string& target,
+void LnCommand::makeLink(RemoteEndpoint& endpoint, const std::string& target,
                          const std::string& path) const
 {
-    const auto& system = place.system();
-    // The file system would make room for the link, whatever stands there.
+    const auto& system = endpoint.system();
+    // fileSymbolicLinkCreateAs() removes what stands at the path, a directory too: so it is checked
+    // first.
     const auto there = system.fileInfo(path);
     if (there && (!isForced_ || isDirectory(there->type))) {
-        place.refuse("cannot make the link", path, "something stands there already");
+        endpoint.refuse("cannot make the link", path, "something stands there already");
     }
     if (!system.fileSymbolicLinkCreateAs(target, path, false)) {
-        place.failBecause("cannot make the link", path, FileSystem::Failure::last());
+        endpoint.failBecause("cannot make the link", path, FileSystem::Failure::last());
     }
 }
 
@@ -158,7 +161,7 @@ std::uint32_t rightsIn(std::string_view letters)
            (has(letters, 'x') ? 01U : 0U);
 }
 
-/// Nobody named is everybody.
+/// An empty list of classes means all of them.
 bool isMeant(char user, std::string_view who)
 {
     return who.empty() || has(who, 'a') || has(who, user);
@@ -238,7 +241,7 @@ public:
 
 private:
     void prepare(const std::vector<std::string>& operands) override;
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void workOn(RemoteEndpoint& endpoint, const std::string& path) override;
 
     std::string change_;
 };
@@ -260,24 +263,25 @@ void ChmodCommand::prepare(const std::vector<std::string>& operands)
     static_cast<void>(changedMode(change_, 0));
 }
 
-void ChmodCommand::workOn(RemotePlace& place, const std::string& path)
+void ChmodCommand::workOn(RemoteEndpoint& endpoint, const std::string& path)
 {
     std::string id = fileIdOf(path);
-    auto info = place.find(id);
+    auto info = endpoint.find(id);
     if (isSymbolicLink(info.type)) {
-        id = place.system().fileSymbolicLinkTargetFileId(id, true).value_or(id);
-        info = place.find(id);
+        id = endpoint.system().fileSymbolicLinkTargetFileId(id, true).value_or(id);
+        info = endpoint.find(id);
     }
     const std::uint32_t mode =
-        changedMode(change_, place.mode(id).value_or(info.permissions.raw()));
+        changedMode(change_, endpoint.mode(id).value_or(info.permissions.raw()));
     using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
-    if (!place.system().fileSetPermissions(id, Permissions(mode))) {
-        place.failBecause("cannot set the permissions of", id, FileSystem::Failure::last());
+    if (!endpoint.system().fileSetPermissions(id, Permissions(mode))) {
+        endpoint.failBecause("cannot set the permissions of", id, FileSystem::Failure::last());
     }
-    const auto kept = place.mode(id);
+    const auto kept = endpoint.mode(id);
     if (kept && *kept != mode) {
-        place.refuse("cannot set the permissions of", id,
-                     "the server agreed to " + octalMode(mode) + " and keeps " + octalMode(*kept));
+        endpoint.refuse("cannot set the permissions of", id,
+                        "the server agreed to " + octalMode(mode) + " and keeps " +
+                            octalMode(*kept));
     }
 }
 
@@ -296,7 +300,7 @@ public:
 
 private:
     void prepare(const std::vector<std::string>& operands) override;
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void workOn(RemoteEndpoint& endpoint, const std::string& path) override;
 
     std::string timeText_;
     FileSystem::StorageSystemTimePoint time_;
@@ -328,23 +332,23 @@ void TouchCommand::prepare(const std::vector<std::string>& operands)
     }
 }
 
-void TouchCommand::workOn(RemotePlace& place, const std::string& path)
+void TouchCommand::workOn(RemoteEndpoint& endpoint, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    const auto info = place.system().fileInfo(id);
-    if (!info && !makeFile(place.system(), id)) {
+    const auto info = endpoint.system().fileInfo(id);
+    if (!info && !makeFile(endpoint.system(), id)) {
         const auto why = FileSystem::Failure::last();
-        place.failBecause("cannot make", id, why, place.obstacleAt(id, why));
+        endpoint.failBecause("cannot make", id, why, endpoint.obstacleAt(id, why));
     }
     if (!info && timeText_.empty()) {
-        // It has just been made, and there are servers that set no times.
+        // The file has just been made, so its time is right, and some servers set no times.
         return;
     }
-    if (!place.system().fileSetModTime(id, time_)) {
+    if (!endpoint.system().fileSetModTime(id, time_)) {
         const bool isLink = info && isSymbolicLink(info->type);
-        place.failBecause("cannot set the time of", id, FileSystem::Failure::last(),
-                          isLink ? "it is a symbolic link, whose own time no server sets"
-                                 : "the server does not take " + isoTime(time_));
+        endpoint.failBecause("cannot set the time of", id, FileSystem::Failure::last(),
+                             isLink ? "it is a symbolic link, whose own time no server sets"
+                                    : "the server does not take " + isoTime(time_));
     }
 }
 

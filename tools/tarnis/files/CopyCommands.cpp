@@ -56,7 +56,7 @@ protected:
     virtual int copy(const std::vector<std::string>& operands) = 0;
 
     /// Copies each source to where it belongs under the target; the exit code.
-    int copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
+    int copyAll(RemoteEndpoint& remote, Endpoint& from, const Sources& sources, Endpoint& to,
                 const std::string& target) const;
 
     const CopyOptions& options() const noexcept { return options_; }
@@ -76,18 +76,18 @@ private:
 
 /// The remote paths, with patterns replaced by what they stand for. One that stands for nothing is
 /// reported. Throws Failure when the connection is lost.
-Sources expandSources(RemotePlace& place, const std::vector<RemotePath>& paths)
+Sources expandSources(RemoteEndpoint& endpoint, const std::vector<RemotePath>& paths)
 {
     Sources sources;
     sources.namedCount = paths.size();
     const auto note = [&](const Failure& failure) {
-        place.requireAlive();
+        endpoint.requireAlive();
         report(failure.what());
         sources.isComplete = false;
     };
     for (const RemotePath& path : paths) {
         try {
-            const auto found = pathsFor(place, fileIdOf(path.path), "cannot copy", note);
+            const auto found = pathsFor(endpoint, fileIdOf(path.path), "cannot copy", note);
             sources.ids.insert(sources.ids.end(), found.begin(), found.end());
         } catch (const Failure& failure) {
             note(failure);
@@ -203,8 +203,8 @@ void CopyCommand::checkOptions() const
     }
 }
 
-int CopyCommand::copyAll(RemotePlace& remote, Place& from, const Sources& sources, Place& to,
-                         const std::string& target) const
+int CopyCommand::copyAll(RemoteEndpoint& remote, Endpoint& from, const Sources& sources,
+                         Endpoint& to, const std::string& target) const
 {
     if (sources.ids.empty()) {
         return ExitCode::failure;
@@ -224,7 +224,7 @@ public:
 
 private:
     int copy(const std::vector<std::string>& operands) override;
-    void writeInto(StreamTarget& target, RemotePlace& remote, const std::string& source) const;
+    void writeInto(StreamTarget& target, RemoteEndpoint& remote, const std::string& source) const;
 };
 
 constexpr const char* onlyOne = "only one file goes to standard output";
@@ -254,11 +254,11 @@ int GetCommand::copy(const std::vector<std::string>& operands)
     if (isToOutput && paths.size() > 1) {
         throw UsageError(onlyOne);
     }
-    // In this order: secrets and the target may be descriptors that the user passed, and none of
-    // them is to be mistaken for what is opened here.
+    // Secrets and the target come before the connection: they may be descriptors that the user
+    // passed, whose numbers a socket opened earlier could have taken.
     const LoginSecrets secrets = LoginSecrets::fetch(loginOptions());
     StreamTarget stream(target);
-    RemotePlace remote(paths.front().target, loginOptions(), secrets);
+    RemoteEndpoint remote(paths.front().target, loginOptions(), secrets);
     const Sources sources = expandSources(remote, paths);
     const bool isOne = sources.ids.size() == 1 && sources.count() == 1;
     if (isOne && stream.kind() != TargetKind::Ordinary) {
@@ -269,14 +269,14 @@ int GetCommand::copy(const std::vector<std::string>& operands)
         throw Failure(FailureKind::FileProblem, "cannot copy",
                       remote.display(fileIdOf(paths.front().path)), onlyOne);
     }
-    LocalPlace local;
+    LocalEndpoint local;
     return copyAll(remote, remote, sources, local, target);
 }
 
-void GetCommand::writeInto(StreamTarget& target, RemotePlace& remote,
+void GetCommand::writeInto(StreamTarget& target, RemoteEndpoint& remote,
                            const std::string& source) const
 {
-    LocalPlace local;
+    LocalEndpoint local;
     if (target.kind() == TargetKind::Refused) {
         local.refuse("cannot copy to", target.path(), "it leads to a disk or a socket");
     }
@@ -330,8 +330,8 @@ int PutCommand::copy(const std::vector<std::string>& operands)
         requireLocalPath(*path, "put copies from this machine, and only the last path is remote");
         sources.ids.push_back(fileIdOf(*path));
     }
-    RemotePlace remote(target.target, loginOptions());
-    LocalPlace local;
+    RemoteEndpoint remote(target.target, loginOptions());
+    LocalEndpoint local;
     return copyAll(remote, local, sources, remote, target.path);
 }
 
@@ -343,7 +343,7 @@ int PutCommand::putInput(const std::vector<std::string>& operands)
         throw UsageError("standard input (\"-\") goes alone, and with --inplace at most");
     }
     const RemotePath target = remotePath(operands.back());
-    RemotePlace remote(target.target, loginOptions());
+    RemoteEndpoint remote(target.target, loginOptions());
     const Destination destination(remote, target.path, 1);
     const std::string id = fileIdOf(target.path);
     if (destination.isDirectory()) {
@@ -378,7 +378,7 @@ int CpCommand::copy(const std::vector<std::string>& operands)
     auto paths = remotePaths(operands);
     const std::string target = paths.back().path;
     paths.pop_back();
-    RemotePlace remote(paths.front().target, loginOptions());
+    RemoteEndpoint remote(paths.front().target, loginOptions());
     return copyAll(remote, remote, expandSources(remote, paths), remote, target);
 }
 

@@ -18,7 +18,7 @@ using FileSystem::FailureCode;
 namespace {
 
 /// What writing in place may do about it.
-std::string hintAtInPlace(const Place& to, const std::string& target)
+std::string hintAtInPlace(const Endpoint& to, const std::string& target)
 {
     return to.system().fileType(target)
                ? "no file can be made beside it; --inplace writes into the file itself"
@@ -28,13 +28,13 @@ std::string hintAtInPlace(const Place& to, const std::string& target)
 
 } // namespace
 
-std::string copyHint(Place& to, const std::string& target, const FileSystem::Failure& why)
+std::string copyHint(Endpoint& to, const std::string& target, const FileSystem::Failure& why)
 {
     if (why.code() == FailureCode::OnlyInPlace && why.entry() == target) {
         return hintAtInPlace(to, target);
     }
     if (why.code() == FailureCode::Exists) {
-        // The library knows of the sources of this call.
+        // The library's text says so where the file came from another source of this call.
         const bool isKnown = why.path() == target && !why.text().empty();
         return isKnown ? why.text()
                        : "another source of this call has gone there, or somebody else's file has "
@@ -44,13 +44,13 @@ std::string copyHint(Place& to, const std::string& target, const FileSystem::Fai
         return "a pipe, a socket or a device stands there, or is where the link leads: that is not "
                "replaced";
     }
-    // What is not there may be the directory that the file was to go to.
+    // The missing entry may be the directory that the file was to go to.
     const bool isUnexplained =
         why.code() == FailureCode::Other || why.code() == FailureCode::NotFound;
     return isUnexplained ? to.writingProblem(target) : "";
 }
 
-Failure copyFailure(const std::string& what, const std::string& source, Place& to,
+Failure copyFailure(const std::string& what, const std::string& source, Endpoint& to,
                     const std::string& target, const FileSystem::Failure& why)
 {
     const std::string& about = why.entry();

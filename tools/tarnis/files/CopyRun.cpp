@@ -56,7 +56,7 @@ std::string counted(std::uint64_t count, const char* one, const char* many)
 
 } // namespace
 
-CopyRun::CopyRun(RemotePlace& remote, Place& from, Place& to, const CopyOptions& options,
+CopyRun::CopyRun(RemoteEndpoint& remote, Endpoint& from, Endpoint& to, const CopyOptions& options,
                  const Cancellation& cancellation)
     : remote_(remote)
     , from_(from)
@@ -197,7 +197,7 @@ void CopyRun::skipped(const TreeEntry& entry)
     leftBytes_ += sizeOf(entry);
 }
 
-/// What is not copied for its name is not removed for it either.
+/// Entries that the filter leaves out are not removed from the target either.
 bool CopyRun::removes(const TreeEntry& entry)
 {
     return options_.filter.takes(entry.below, isDirectory(entry));
@@ -225,7 +225,7 @@ void CopyRun::kept(const TreeEntry& entry, const std::string& path, FileSystem::
     } else if (part == Part::Returned) {
         returned_.insert(entry.target);
     }
-    // Its failure counts.
+    // Not counted: the failure that led to it is.
     bar_.clear();
     report(text + to_.display(path) + whereItGoesOn);
 }
@@ -243,7 +243,7 @@ void CopyRun::noteSettled(const std::string& target)
     }
 }
 
-/// For whoever ends the program before that is where it was.
+/// These words are printed if the program ends before the file has its name again.
 void CopyRun::sayLast()
 {
     lastWords_.reset();

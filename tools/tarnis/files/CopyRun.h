@@ -46,7 +46,7 @@ struct CopyOptions
     EntryFilter filter;
 };
 
-/// Copies files and trees from one place to another, many at a time, and tells the user of it.
+/// Copies files and trees from one endpoint to another, many at a time, and tells the user of it.
 ///
 /// Without CopyOptions::isRecursive a link is followed to the file that it leads to; with it, links
 /// are copied as links and nothing is reached through one, on either side. What fails is reported
@@ -57,8 +57,8 @@ public:
     using Paths = std::vector<FileSystem::TreeCopyPath>;
 
     /// \param options must outlive this object.
-    /// \param remote the server that one of the places, or both, are on.
-    CopyRun(RemotePlace& remote, Place& from, Place& to, const CopyOptions& options,
+    /// \param remote the server that one of the endpoints, or both, are on.
+    CopyRun(RemoteEndpoint& remote, Endpoint& from, Endpoint& to, const CopyOptions& options,
             const Cancellation& cancellation);
 
     /// Throws Failure when the connection is lost, and when it was cancelled.
@@ -91,9 +91,9 @@ private:
     void throwIfCancelled();
     std::string whatIsHalfWritten() const;
 
-    RemotePlace& remote_;
-    Place& from_;
-    Place& to_;
+    RemoteEndpoint& remote_;
+    Endpoint& from_;
+    Endpoint& to_;
     const CopyOptions& options_;
     const Cancellation& cancellation_;
     ProgressBar bar_;

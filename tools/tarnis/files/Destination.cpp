@@ -11,7 +11,7 @@ namespace {
 using FileSystem::FailureCode;
 
 /// Whether a directory, or a link to one, stands where the system sees none. A server need not tell
-/// what its entries are: then what holds itself is one.
+/// the types of its entries; then an entry with a "." in it is a directory.
 bool isUntoldDirectory(const FileSystem::FileSystem2& system, const std::string& path)
 {
     const auto type = system.fileType(system.pathRemoveTrailingSlash(path));
@@ -20,24 +20,24 @@ bool isUntoldDirectory(const FileSystem::FileSystem2& system, const std::string&
 
 } // namespace
 
-Destination::Destination(Place& place, const std::string& target, std::size_t sourceCount)
+Destination::Destination(Endpoint& endpoint, const std::string& target, std::size_t sourceCount)
     : target_(fileIdOf(target))
 {
-    const auto& system = place.system();
+    const auto& system = endpoint.system();
     const bool isSeen = target_ == "." || system.directoryExists(target_);
     const auto why = isSeen ? FileSystem::Failure() : FileSystem::Failure::last();
     isDirectory_ =
-        isSeen ? target_ == "." || place.isDirectoryItself(target_)
+        isSeen ? target_ == "." || endpoint.isDirectoryItself(target_)
                : why.code() == FailureCode::NotDirectory && isUntoldDirectory(system, target_);
     const bool mustBeDirectory = sourceCount > 1 || target_.back() == '/';
     if (!mustBeDirectory || isDirectory_) {
         return;
     }
-    // A place that does not answer the question has not said that there is none.
+    // An endpoint that does not answer the question has not said that there is none.
     if (why && why.code() != FailureCode::NotFound && why.code() != FailureCode::NotDirectory) {
-        place.failBecause("cannot copy or move into", target_, why);
+        endpoint.failBecause("cannot copy or move into", target_, why);
     }
-    place.refuse("cannot copy or move into", target_, "there is no such directory");
+    endpoint.refuse("cannot copy or move into", target_, "there is no such directory");
 }
 
 std::string Destination::pathFor(const std::string& source) const

@@ -14,7 +14,7 @@ class Destination
 public:
     /// \param target      as the user wrote it, without a server.
     /// \param sourceCount several can only go into a directory: throws Failure otherwise.
-    Destination(Place& place, const std::string& target, std::size_t sourceCount);
+    Destination(Endpoint& endpoint, const std::string& target, std::size_t sourceCount);
 
     /// Whether things go into the target.
     bool isDirectory() const noexcept { return isDirectory_; }

@@ -14,8 +14,8 @@ namespace TarnisTool {
 
 namespace {
 
-/// The server may have ended the file transfer and kept the connection: only a question tells. One
-/// of the two is answered by any server that is there.
+/// The server may have ended the file transfer and kept the connection, so it is asked. Every
+/// server that still transfers files answers one of the two questions.
 bool isAnswering(const FileSystem::FileSystem2& system)
 {
     return system.isValid() && (system.absolutePath(".") || system.fileInfo("/"));
@@ -23,14 +23,14 @@ bool isAnswering(const FileSystem::FileSystem2& system)
 
 } // namespace
 
-bool Place::leadsToNoFile(const std::string& path) const
+bool Endpoint::leadsToNoFile(const std::string& path) const
 {
     static_cast<void>(path);
     return false;
 }
 
-// A directory holds itself. What may not be entered passes for one.
-bool Place::isDirectoryItself(const std::string& path) const
+// A directory has a ".". One that may not be entered counts as a directory.
+bool Endpoint::isDirectoryItself(const std::string& path) const
 {
     using FileSystem::FailureCode;
     if (system().getType() == FileSystem::StorageSystemType::Local ||
@@ -41,7 +41,7 @@ bool Place::isDirectoryItself(const std::string& path) const
     return code != FailureCode::NotFound && code != FailureCode::NotDirectory;
 }
 
-std::string Place::writingProblem(const std::string& path)
+std::string Endpoint::writingProblem(const std::string& path)
 {
     if (system().directoryExists(path, false)) {
         return "a directory stands there";
@@ -53,7 +53,7 @@ std::string Place::writingProblem(const std::string& path)
     return {};
 }
 
-std::string Place::obstacleAt(const std::string& path, const FileSystem::Failure& why) const
+std::string Endpoint::obstacleAt(const std::string& path, const FileSystem::Failure& why) const
 {
     const bool isUnexplained = why.code() == FileSystem::FailureCode::Other ||
                                why.code() == FileSystem::FailureCode::NotFound;
@@ -68,7 +68,7 @@ std::string Place::obstacleAt(const std::string& path, const FileSystem::Failure
     return isOrphan ? "its directory does not exist" : "";
 }
 
-FileSystem::StorageSystemFileInfo Place::find(const std::string& path)
+FileSystem::StorageSystemFileInfo Endpoint::find(const std::string& path)
 {
     auto info = system().fileInfo(path);
     if (!info) {
@@ -77,7 +77,7 @@ FileSystem::StorageSystemFileInfo Place::find(const std::string& path)
     return std::move(*info);
 }
 
-std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& directory)
+std::vector<FileSystem::StorageSystemFileInfo> Endpoint::list(const std::string& directory)
 {
     auto entries = system().directoryReadFully(directory);
     if (!entries) {
@@ -91,13 +91,13 @@ std::vector<FileSystem::StorageSystemFileInfo> Place::list(const std::string& di
     return *std::move(entries);
 }
 
-void Place::throwLost(const FileSystem::Failure& why)
+void Endpoint::throwLost(const FileSystem::Failure& why)
 {
     throw Failure(FailureKind::ConnectionLost, "lost", "the files", reasonOf(why));
 }
 
-Failure Place::failureBecause(const std::string& what, const std::string& path,
-                              const FileSystem::Failure& why, const std::string& hint)
+Failure Endpoint::failureBecause(const std::string& what, const std::string& path,
+                                 const FileSystem::Failure& why, const std::string& hint)
 {
     if (isLoss(why)) {
         throwLost(why);
@@ -107,26 +107,26 @@ Failure Place::failureBecause(const std::string& what, const std::string& path,
                    display(path), hint.empty() ? reasonOf(why) : joinReasons(hint, why.text()));
 }
 
-void Place::failBecause(const std::string& what, const std::string& path,
-                        const FileSystem::Failure& why, const std::string& hint)
+void Endpoint::failBecause(const std::string& what, const std::string& path,
+                           const FileSystem::Failure& why, const std::string& hint)
 {
     throw failureBecause(what, path, why, hint);
 }
 
-Failure Place::refusal(const std::string& what, const std::string& path,
-                       const std::string& reason) const
+Failure Endpoint::refusal(const std::string& what, const std::string& path,
+                          const std::string& reason) const
 {
     return Failure(FailureKind::FileProblem, what, display(path), reason);
 }
 
-void Place::refuse(const std::string& what, const std::string& path, const std::string& reason)
+void Endpoint::refuse(const std::string& what, const std::string& path, const std::string& reason)
 {
-    // What looks absent may be out of reach.
+    // A lost connection makes files look absent.
     requireAlive();
     throw refusal(what, path, reason);
 }
 
-bool LocalPlace::leadsToNoFile(const std::string& path) const
+bool LocalEndpoint::leadsToNoFile(const std::string& path) const
 {
     struct stat status = {};
     return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
@@ -144,7 +144,7 @@ std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession&
     if (!session.isConnected()) {
         throwConnectionLost(target, "cannot start file transfer with", why);
     }
-    // The server was asked after the log-in, and said no to another channel.
+    // After the log-in, Denied means that the server refused to open another channel.
     const bool isSessionRefused = why.code() == FileSystem::FailureCode::Denied;
     throw Failure(isSessionRefused ? FailureKind::SessionRefused : FailureKind::FileTransferRefused,
                   "cannot start file transfer with", target.display(),
@@ -153,35 +153,36 @@ std::unique_ptr<Tarnis::SSHFileSystemSFTP> startFileTransfer(Tarnis::SSHSession&
                               why.text().empty() ? why.cause() : why.text()));
 }
 
-RemotePlace::RemotePlace(Target target, const LoginOptions& options)
-    : RemotePlace(std::move(target), options, LoginSecrets::fetch(options))
+RemoteEndpoint::RemoteEndpoint(Target target, const LoginOptions& options)
+    : RemoteEndpoint(std::move(target), options, LoginSecrets::fetch(options))
 {}
 
-RemotePlace::RemotePlace(Target target, const LoginOptions& options, const LoginSecrets& secrets)
+RemoteEndpoint::RemoteEndpoint(Target target, const LoginOptions& options,
+                               const LoginSecrets& secrets)
     : target_(std::move(target))
 {
     openSession(session_, target_, options, secrets);
     system_ = startFileTransfer(session_, target_);
 }
 
-std::string RemotePlace::display(const std::string& path) const
+std::string RemoteEndpoint::display(const std::string& path) const
 {
     return displayRemote(target_, textOf(path));
 }
 
-bool RemotePlace::isAlive()
+bool RemoteEndpoint::isAlive()
 {
     return isAnswering(*system_);
 }
 
-void RemotePlace::requireAlive()
+void RemoteEndpoint::requireAlive()
 {
     if (!isAnswering(*system_)) {
         throwLost(FileSystem::Failure::last());
     }
 }
 
-void RemotePlace::throwLost(const FileSystem::Failure& why)
+void RemoteEndpoint::throwLost(const FileSystem::Failure& why)
 {
     if (session_.isConnected()) {
         throw Failure(FailureKind::ConnectionLost, "lost the connection to", target_.display(),

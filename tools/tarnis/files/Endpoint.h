@@ -22,26 +22,26 @@ struct LoginSecrets;
 
 /// A file system that a command works on, together with the way in which it explains failures to
 /// the user. The operations here throw Failure with the path, the host and the reason.
-class Place
+class Endpoint
 {
 public:
-    Place() = default;
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
-    virtual ~Place() = default;
+    Endpoint() = default;
+    Endpoint(const Endpoint&) = delete;
+    Endpoint& operator=(const Endpoint&) = delete;
+    virtual ~Endpoint() = default;
 
     virtual const FileSystem::FileSystem2& system() const = 0;
 
     /// The path as messages name it.
     virtual std::string display(const std::string& path) const = 0;
 
-    /// Throws a Failure when the place is gone altogether, as after a lost connection.
+    /// Throws a Failure when the endpoint is gone altogether, as after a lost connection.
     virtual void requireAlive() {}
 
     /// Whether it is not gone.
     virtual bool isAlive() { return true; }
 
-    /// Throws the Failure for a place that is gone.
+    /// Throws the Failure for an endpoint that is gone.
     [[noreturn]] virtual void throwLost(const FileSystem::Failure& why);
 
     /// Why nothing can be written to the path, found out by looking. Empty where nothing speaks
@@ -71,8 +71,8 @@ public:
     /// that cannot be told.
     virtual std::optional<std::uint32_t> mode(const std::string& path) const = 0;
 
-    /// A Failure "<what> <path>: <reason>" for an operation that failed. Throws the one for a place
-    /// that is gone where that is why.
+    /// A Failure "<what> <path>: <reason>" for an operation that failed. Throws the one for an
+    /// endpoint that is gone where that is why.
     /// \param why  what FileSystem::Failure::last() said right after it.
     /// \param hint what the command knows itself; stands before the system's own words.
     Failure failureBecause(const std::string& what, const std::string& path,
@@ -86,13 +86,13 @@ public:
     Failure refusal(const std::string& what, const std::string& path,
                     const std::string& reason) const;
 
-    /// Throws refusal(), unless the place is gone.
+    /// Throws refusal(), unless the endpoint is gone.
     [[noreturn]] void refuse(const std::string& what, const std::string& path,
                              const std::string& reason);
 };
 
 /// The files of this machine.
-class LocalPlace : public Place
+class LocalEndpoint : public Endpoint
 {
 public:
     const FileSystem::FileSystem2& system() const override { return system_; }
@@ -111,14 +111,14 @@ private:
 };
 
 /// The files of a server.
-class RemotePlace : public Place
+class RemoteEndpoint : public Endpoint
 {
 public:
     /// Connects, logs in and starts the file transfer. Throws Failure.
-    RemotePlace(Target target, const LoginOptions& options);
+    RemoteEndpoint(Target target, const LoginOptions& options);
 
     /// The same, with secrets that were fetched already.
-    RemotePlace(Target target, const LoginOptions& options, const LoginSecrets& secrets);
+    RemoteEndpoint(Target target, const LoginOptions& options, const LoginSecrets& secrets);
 
     const FileSystem::FileSystem2& system() const override { return *system_; }
 

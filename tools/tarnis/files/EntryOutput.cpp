@@ -34,7 +34,7 @@ std::string modeText(const FileSystem::StorageSystemFileInfo& info, std::uint32_
     for (std::size_t i = 0; i < specialLetters.size(); ++i) {
         char& place = text[3 * (i + 1)];
         if ((mode >> (letters.size() + 2 - i) & 1U) != 0) {
-            // Without the execute bit beneath, a capital.
+            // The letter is a capital where the execute bit beneath it is not set.
             place = place == 'x' ? specialLetters[i] : specialLetters[i] == 's' ? 'S' : 'T';
         }
     }

@@ -101,8 +101,8 @@ int PathsCommand::work(const std::vector<std::string>& operands)
     std::vector<std::string> paths;
     std::transform(remotes.begin(), remotes.end(), std::back_inserter(paths),
                    [](RemotePath& remote) { return std::move(remote.path); });
-    RemotePlace place(remotes.front().target, loginOptions());
-    workOnAll(place, paths);
+    RemoteEndpoint endpoint(remotes.front().target, loginOptions());
+    workOnAll(endpoint, paths);
     finish();
     flushOutput();
     return hasFailed_ ? ExitCode::failure : ExitCode::success;
@@ -118,21 +118,21 @@ void PathsCommand::note(const Failure& failure)
     report(failure.what());
 }
 
-void PathsCommand::noteUnlessLost(RemotePlace& place, const Failure& failure)
+void PathsCommand::noteUnlessLost(RemoteEndpoint& endpoint, const Failure& failure)
 {
     if (failure.kind() == FailureKind::FileProblem || failure.kind() == FailureKind::NothingThere) {
-        place.requireAlive();
+        endpoint.requireAlive();
     }
     note(failure);
 }
 
-void EachPathCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& paths)
+void EachPathCommand::workOnAll(RemoteEndpoint& endpoint, const std::vector<std::string>& paths)
 {
     for (const std::string& path : paths) {
         try {
-            workOn(place, path);
+            workOn(endpoint, path);
         } catch (const Failure& failure) {
-            noteUnlessLost(place, failure);
+            noteUnlessLost(endpoint, failure);
         }
     }
 }

@@ -63,7 +63,7 @@ protected:
     virtual void prepare(const std::vector<std::string>& operands);
 
     /// \param paths as the user wrote them, without the server. At least one.
-    virtual void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) = 0;
+    virtual void workOnAll(RemoteEndpoint& endpoint, const std::vector<std::string>& paths) = 0;
 
     /// What comes after the last path.
     virtual void finish() {}
@@ -73,7 +73,7 @@ protected:
     void note(const class Failure& failure);
 
     /// The same for a failure that may only look like one of a file, since the connection is lost.
-    void noteUnlessLost(RemotePlace& place, const class Failure& failure);
+    void noteUnlessLost(RemoteEndpoint& endpoint, const class Failure& failure);
 
 private:
     int work(const std::vector<std::string>& operands) final;
@@ -88,10 +88,10 @@ class EachPathCommand : public PathsCommand
 protected:
     using PathsCommand::PathsCommand;
 
-    virtual void workOn(RemotePlace& place, const std::string& path) = 0;
+    virtual void workOn(RemoteEndpoint& endpoint, const std::string& path) = 0;
 
 private:
-    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) final;
+    void workOnAll(RemoteEndpoint& endpoint, const std::vector<std::string>& paths) final;
 };
 
 } // namespace TarnisTool

@@ -19,8 +19,8 @@ void answerNow(const Inquiry::Answer<Result>& answer, const std::optional<Result
 
 } // namespace
 
-Inquiry::Inquiry(const Place& place)
-    : place_(place)
+Inquiry::Inquiry(const Endpoint& endpoint)
+    : endpoint_(endpoint)
 {}
 
 Inquiry::~Inquiry() = default;
@@ -28,7 +28,7 @@ Inquiry::~Inquiry() = default;
 void Inquiry::expect(std::size_t questions)
 {
     if (queue_ == nullptr && questions >= worthAQueue) {
-        queue_ = place_.system().createQueue();
+        queue_ = endpoint_.system().createQueue();
     }
 }
 
@@ -38,17 +38,17 @@ void Inquiry::lookUp(const std::string& path, Answer<FileSystem::StorageSystemFi
         answerNow(answer, lookUpNow(path));
         return;
     }
-    const auto name = place_.system().pathFileName(path);
+    const auto name = endpoint_.system().pathFileName(path);
     queue_->lookUp(path, [path, name, answer = std::move(answer)](const auto& why, const auto& is) {
         answer(why, infoOf(path, name, is));
     });
 }
 
-/// A queue does not take for a directory what only passes for one.
+/// An entry that only passes for a directory gets no type, as a queue answers.
 std::optional<FileSystem::StorageSystemFileInfo> Inquiry::lookUpNow(const std::string& path) const
 {
-    auto info = place_.system().fileInfo(path);
-    if (info && isDirectory(info->type) && !place_.isDirectoryItself(path)) {
+    auto info = endpoint_.system().fileInfo(path);
+    if (info && isDirectory(info->type) && !endpoint_.isDirectoryItself(path)) {
         info->type = {};
     }
     return info;
@@ -60,7 +60,7 @@ void Inquiry::lookUpWithMode(const std::string& path, Answer<FoundEntry> answer)
         answerNow(answer, lookUpWithModeNow(path));
         return;
     }
-    const auto name = place_.system().pathFileName(path);
+    const auto name = endpoint_.system().pathFileName(path);
     queue_->lookUp(path, [path, name, answer = std::move(answer)](const auto& why, const auto& is) {
         FoundEntry found{infoOf(path, name, is), std::nullopt};
         if (is.permissions && is.specialBits && !isSymbolicLink(found.info.type)) {
@@ -77,13 +77,13 @@ std::optional<FoundEntry> Inquiry::lookUpWithModeNow(const std::string& path) co
         return std::nullopt;
     }
     const bool isLink = isSymbolicLink(info->type);
-    return FoundEntry{*std::move(info), isLink ? std::nullopt : place_.mode(path)};
+    return FoundEntry{*std::move(info), isLink ? std::nullopt : endpoint_.mode(path)};
 }
 
 void Inquiry::readLink(const std::string& path, Answer<std::string> answer)
 {
     if (queue_ == nullptr) {
-        answerNow(answer, place_.system().fileSymbolicLinkTarget(path));
+        answerNow(answer, endpoint_.system().fileSymbolicLinkTarget(path));
     } else {
         queue_->readLink(path, std::move(answer));
     }
@@ -93,7 +93,7 @@ void Inquiry::storageInfo(const std::string& path,
                           Answer<FileSystem::StorageSystemStorageInfo> answer)
 {
     if (queue_ == nullptr) {
-        answerNow(answer, place_.system().fileStorageInfo(path));
+        answerNow(answer, endpoint_.system().fileStorageInfo(path));
     } else {
         queue_->storageInfo(path, std::move(answer));
     }

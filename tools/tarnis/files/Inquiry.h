@@ -22,7 +22,7 @@ struct FoundEntry
     std::optional<std::uint32_t> mode;
 };
 
-/// Questions about the paths of a place: in flight together where there are many, and one
+/// Questions about the paths of an endpoint: in flight together where there are many, and one
 /// after the other where there are few, which is sooner over than a queue is opened.
 class Inquiry
 {
@@ -31,7 +31,7 @@ public:
     template <class Result>
     using Answer = std::function<void(const FileSystem::Failure& why, const Result& result)>;
 
-    explicit Inquiry(const Place& place);
+    explicit Inquiry(const Endpoint& endpoint);
     Inquiry(const Inquiry&) = delete;
     Inquiry& operator=(const Inquiry&) = delete;
     ~Inquiry();
@@ -59,7 +59,7 @@ private:
     std::optional<FileSystem::StorageSystemFileInfo> lookUpNow(const std::string& path) const;
     std::optional<FoundEntry> lookUpWithModeNow(const std::string& path) const;
 
-    const Place& place_;
+    const Endpoint& endpoint_;
     std::unique_ptr<FileSystem::StorageSystemQueue> queue_;
 };
 

@@ -50,7 +50,7 @@ struct Block
     std::size_t unanswered = 0;
 };
 
-// More of them take memory.
+// The limit bounds the memory that entries take while they wait.
 constexpr std::size_t mostBlocks = 1'000;
 
 bool isHidden(const std::string& name)
@@ -79,7 +79,7 @@ private:
         Size, ///< The largest first.
     };
 
-    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) override;
+    void workOnAll(RemoteEndpoint& endpoint, const std::vector<std::string>& paths) override;
     void finish() override;
 
     bool isLong_ = false;
@@ -97,10 +97,10 @@ private:
 class LsCommand::Listing : public FileSystem::TreeObserver
 {
 public:
-    Listing(LsCommand& command, RemotePlace& place, std::size_t pathCount)
+    Listing(LsCommand& command, RemoteEndpoint& endpoint, std::size_t pathCount)
         : command_(command)
-        , place_(place)
-        , inquiry_(place)
+        , endpoint_(endpoint)
+        , inquiry_(endpoint)
         , hasHeadings_(!command.isJson_ && (pathCount > 1 || command.isRecursive_))
     {}
 
@@ -121,9 +121,9 @@ public:
         const std::string id = fileIdOf(path);
         std::vector<Entry> entries;
         const auto each = [this](const Failure& failure) {
-            command_.noteUnlessLost(place_, failure);
+            command_.noteUnlessLost(endpoint_, failure);
         };
-        for (auto& match : expandPattern(place_, id, each, command_.showsHidden_)) {
+        for (auto& match : expandPattern(endpoint_, id, each, command_.showsHidden_)) {
             // As the user began it.
             const std::string shown = id == path ? match.path : textOf(match.path);
             entries.push_back({std::move(match.info), shown, shown});
@@ -174,15 +174,15 @@ public:
         if (entry.below.empty() && !entry.attributes.type) {
             ++root_;
         } else if (!isUnfound) {
-            // What was read of it is not all that it holds.
+            // The directory could not be read to its end.
             entries_.clear();
         }
         const std::string id = fileIdOf(pathOf(entry));
         if (why.code() == FailureCode::Changed) {
-            command_.note(place_.refusal("cannot list", id, "it is no directory any more"));
+            command_.note(endpoint_.refusal("cannot list", id, "it is no directory any more"));
         } else {
             command_.note(
-                place_.failureBecause(isUnfound ? "cannot find" : "cannot list", id, why));
+                endpoint_.failureBecause(isUnfound ? "cannot find" : "cannot list", id, why));
         }
         return true;
     }
@@ -211,7 +211,7 @@ private:
         const auto before = std::make_pair(paths_, root_);
         paths_ = &paths;
         root_ = -1;
-        static_cast<void>(walkTree(place_.system(), ids, *this));
+        static_cast<void>(walkTree(endpoint_.system(), ids, *this));
         std::tie(paths_, root_) = before;
     }
 
@@ -226,7 +226,7 @@ private:
     {
         const std::string path = pathOf(root);
         const auto info =
-            infoOf(root.path, place_.system().pathFileName(root.path), root.attributes);
+            infoOf(root.path, endpoint_.system().pathFileName(root.path), root.attributes);
         const bool isFollowed =
             !command_.isLong_ && !command_.showsItself_ && isSymbolicLink(info.type);
         if (command_.showsItself_) {
@@ -234,7 +234,7 @@ private:
             show({{info, path, shown}});
         } else if (isDirectory(info.type)) {
             return true;
-        } else if (isFollowed && place_.system().directoryExists(root.path)) {
+        } else if (isFollowed && endpoint_.system().directoryExists(root.path)) {
             walk({path}, {joinPath(root.path, ".")});
         } else {
             show({{info, path, path}});
@@ -309,7 +309,7 @@ private:
                     const std::string& target)
     {
         if (isLoss(why)) {
-            place_.throwLost(why);
+            endpoint_.throwLost(why);
         }
         --block.unanswered;
         block.targets[index] = why ? std::nullopt : std::make_optional(target);
@@ -353,7 +353,7 @@ private:
     }
 
     LsCommand& command_;
-    RemotePlace& place_;
+    RemoteEndpoint& endpoint_;
     Inquiry inquiry_;
     bool hasHeadings_;
     bool hasListed_ = false;
@@ -395,21 +395,21 @@ LsCommand::LsCommand(CLI::App& program)
 }
 
 /// Runs of names are walked together.
-void LsCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& paths)
+void LsCommand::workOnAll(RemoteEndpoint& endpoint, const std::vector<std::string>& paths)
 {
-    Listing listing(*this, place, paths.size());
+    Listing listing(*this, endpoint, paths.size());
     std::vector<std::string> names;
     const auto listNames = [&] { listing.list(std::exchange(names, {})); };
     for (const std::string& path : paths) {
         try {
-            if (!isPattern(place, fileIdOf(path))) {
+            if (!isPattern(endpoint, fileIdOf(path))) {
                 names.push_back(path);
                 continue;
             }
             listNames();
             listing.listMatches(path);
         } catch (const Failure& failure) {
-            noteUnlessLost(place, failure);
+            noteUnlessLost(endpoint, failure);
         }
     }
     listNames();

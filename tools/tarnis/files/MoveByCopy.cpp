@@ -119,7 +119,7 @@ private:
     std::string why_;
 };
 
-MoveByCopy::MoveByCopy(RemotePlace& place, const Cancellation& cancellation, std::string source,
+MoveByCopy::MoveByCopy(RemoteEndpoint& place, const Cancellation& cancellation, std::string source,
                        FileSystem::StorageSystemFileInfo info, std::string target)
     : place_(place)
     , cancellation_(cancellation)

@@ -22,7 +22,7 @@ class MoveByCopy
 {
 public:
     /// \param info what stands at the source.
-    MoveByCopy(RemotePlace& place, const Cancellation& cancellation, std::string source,
+    MoveByCopy(RemoteEndpoint& place, const Cancellation& cancellation, std::string source,
                FileSystem::StorageSystemFileInfo info, std::string target);
 
     /// Throws Failure.
@@ -44,7 +44,7 @@ private:
     bool takeBack() const;
     [[noreturn]] void fail(const std::string& hint, bool isClean = true);
 
-    RemotePlace& place_;
+    RemoteEndpoint& place_;
     const Cancellation& cancellation_;
     std::string source_;
     FileSystem::StorageSystemFileInfo info_;

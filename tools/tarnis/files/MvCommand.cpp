@@ -14,7 +14,7 @@ namespace TarnisTool {
 namespace {
 
 /// Whether a refused rename may be one to another volume, which a copy can make up for.
-bool canBeCopied(const Place& place, const std::string& source, const std::string& target)
+bool canBeCopied(const Endpoint& place, const std::string& source, const std::string& target)
 {
     return !nameOf(source).empty() && !isWithin(place.system(), target, source) &&
            place.system().directoryExists(place.system().pathParentId(target));
@@ -37,7 +37,7 @@ int MvCommand::work(const std::vector<std::string>& operands)
     auto paths = remotePaths(operands);
     const std::string target = paths.back().path;
     paths.pop_back();
-    RemotePlace remote(paths.front().target, loginOptions());
+    RemoteEndpoint remote(paths.front().target, loginOptions());
     const Destination destination(remote, target, paths.size());
     const Cancellation cancellation(remote.session());
     int code = ExitCode::success;
@@ -62,7 +62,7 @@ int MvCommand::work(const std::vector<std::string>& operands)
     return code;
 }
 
-void MvCommand::move(RemotePlace& place, const Cancellation& cancellation,
+void MvCommand::move(RemoteEndpoint& place, const Cancellation& cancellation,
                      const std::string& source, const std::string& target)
 {
     const auto& system = place.system();

@@ -17,7 +17,7 @@ public:
 private:
     int work(const std::vector<std::string>& operands) override;
 
-    static void move(RemotePlace& place, const Cancellation& cancellation,
+    static void move(RemoteEndpoint& place, const Cancellation& cancellation,
                      const std::string& source, const std::string& target);
 };
 

@@ -151,7 +151,7 @@ void requireLocalPath(const std::string& text, const std::string& rule)
 
 std::string displayRemote(const Target& target, const std::string& path)
 {
-    // As it could be typed again.
+    // The text is one that could be typed again.
     const std::string shown = (isNumber(path) ? "./" : "") + path;
     const bool isIPv6 = target.host.find(':') != std::string::npos;
     if (!isIPv6 || target.port != Target::defaultPort) {

@@ -19,7 +19,8 @@ bool isHidden(const std::string& name)
     return !name.empty() && name.front() == '.';
 }
 
-/// Behind the set of bytes that begins there ("[a;b]"), or there where none does.
+/// The position behind the set of bytes that begins at `start` ("[a;b]"); `start` itself where none
+/// does.
 std::size_t endOfSet(const std::string& pattern, std::size_t start)
 {
     const auto inside = start + 1;
@@ -113,7 +114,7 @@ struct PathParts
 
     std::string start;
     std::vector<std::string> parts;
-    /// A slash at the end says so.
+    /// Set by a slash at the end.
     bool wantsDirectories;
 };
 
@@ -126,8 +127,8 @@ bool hasPattern(const std::string& part)
 class Search
 {
 public:
-    Search(Place& place, const FailureNote& note, const PathParts& parts, bool withHidden)
-        : place_(place)
+    Search(Endpoint& endpoint, const FailureNote& note, const PathParts& parts, bool withHidden)
+        : endpoint_(endpoint)
         , note_(note)
         , parts_(parts)
         , withHidden_(withHidden)
@@ -148,7 +149,7 @@ private:
         std::vector<Match> next;
         for (const Match& match : found_) {
             const std::string path = joinPath(match.path, part);
-            if (!hasPattern(part) || place_.system().fileInfo(path)) {
+            if (!hasPattern(part) || endpoint_.system().fileInfo(path)) {
                 takeName(next, path, isLast);
             } else {
                 takeMatches(next, match.path, part, isLast);
@@ -158,10 +159,11 @@ private:
         found_ = std::move(next);
     }
 
-    /// On the way, what does not exist shows later.
+    /// A name in the middle of the path is not looked up: if it does not exist, the next part finds
+    /// nothing.
     void takeName(std::vector<Match>& next, const std::string& path, bool isLast)
     {
-        auto info = isLast ? place_.system().fileInfo(path)
+        auto info = isLast ? endpoint_.system().fileInfo(path)
                            : std::optional(FileSystem::StorageSystemFileInfo());
         if (info) {
             take(next, {path, std::move(*info)}, isLast);
@@ -183,7 +185,7 @@ private:
     void take(std::vector<Match>& next, Match match, bool isLast) const
     {
         const bool isUnwanted =
-            isLast && parts_.wantsDirectories && !place_.system().directoryExists(match.path);
+            isLast && parts_.wantsDirectories && !endpoint_.system().directoryExists(match.path);
         if (!isUnwanted) {
             next.push_back(std::move(match));
         }
@@ -193,7 +195,7 @@ private:
     bool leadsOn(const std::string& path, const FileSystem::StorageSystemFileInfo& info) const
     {
         return isEntryName(info.name) &&
-               (isDirectory(info.type) || place_.system().directoryExists(path));
+               (isDirectory(info.type) || endpoint_.system().directoryExists(path));
     }
 
     /// One of several directories that cannot be searched does not keep the others back, and one
@@ -201,13 +203,13 @@ private:
     std::vector<FileSystem::StorageSystemFileInfo> entriesOf(const std::string& directory)
     {
         try {
-            return place_.list(directory);
+            return endpoint_.list(directory);
         } catch (const Failure& failure) {
             if (!isSpread_) {
                 throw;
             }
             const bool isNoDirectory = failure.kind() == FailureKind::NothingThere ||
-                                       place_.system().fileExists(directory, false);
+                                       endpoint_.system().fileExists(directory, false);
             if (!isNoDirectory) {
                 note_(failure);
             }
@@ -215,7 +217,7 @@ private:
         }
     }
 
-    Place& place_;
+    Endpoint& endpoint_;
     const FailureNote& note_;
     const PathParts& parts_;
     bool withHidden_;
@@ -225,33 +227,33 @@ private:
 
 } // namespace
 
-bool isPattern(Place& place, const std::string& path)
+bool isPattern(Endpoint& endpoint, const std::string& path)
 {
-    return hasPattern(path) && !place.system().fileInfo(path);
+    return hasPattern(path) && !endpoint.system().fileInfo(path);
 }
 
-std::vector<Match> expandPattern(Place& place, const std::string& path, const FailureNote& note,
-                                 bool withHidden)
+std::vector<Match> expandPattern(Endpoint& endpoint, const std::string& path,
+                                 const FailureNote& note, bool withHidden)
 {
     const PathParts parts(path);
-    auto matches = Search(place, note, parts, withHidden).run();
+    auto matches = Search(endpoint, note, parts, withHidden).run();
     if (matches.empty()) {
-        throw Failure(FailureKind::NothingThere, "cannot find", place.display(path),
+        throw Failure(FailureKind::NothingThere, "cannot find", endpoint.display(path),
                       "nothing matches");
     }
     return matches;
 }
 
-std::vector<std::string> pathsFor(Place& place, const std::string& path, const std::string& what,
-                                  const FailureNote& note)
+std::vector<std::string> pathsFor(Endpoint& endpoint, const std::string& path,
+                                  const std::string& what, const FailureNote& note)
 {
-    if (!isPattern(place, path)) {
+    if (!isPattern(endpoint, path)) {
         return {path};
     }
     std::vector<std::string> paths;
-    for (auto& match : expandPattern(place, path, note)) {
+    for (auto& match : expandPattern(endpoint, path, note)) {
         if (!isEntryName(nameOf(match.path)) || !isEntryName(match.info.name)) {
-            throw Failure(FailureKind::FileProblem, what, place.display(path),
+            throw Failure(FailureKind::FileProblem, what, endpoint.display(path),
                           "a name there would lead elsewhere: \"" + match.info.name + "\"");
         }
         paths.push_back(std::move(match.path));

@@ -41,22 +41,22 @@ protected:
     using Tell = std::function<void()>;
 
     /// Asks about a path. \param done to be called once, when there is no more to be asked.
-    virtual void ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+    virtual void ask(RemoteEndpoint& endpoint, Inquiry& inquiry, const std::string& path,
                      std::function<void(Tell)> done) = 0;
 
 private:
-    void workOnAll(RemotePlace& place, const std::vector<std::string>& paths) final;
+    void workOnAll(RemoteEndpoint& endpoint, const std::vector<std::string>& paths) final;
 };
 
-void LookUpCommand::workOnAll(RemotePlace& place, const std::vector<std::string>& paths)
+void LookUpCommand::workOnAll(RemoteEndpoint& endpoint, const std::vector<std::string>& paths)
 {
     std::vector<Tell> answers(paths.size());
-    Inquiry inquiry(place);
+    Inquiry inquiry(endpoint);
     inquiry.expect(paths.size());
     std::size_t asked = 0;
     for (std::size_t next = 0; next < paths.size(); ++next) {
         for (; asked < paths.size() && asked - next < inquiry.capacity(); ++asked) {
-            ask(place, inquiry, paths[asked],
+            ask(endpoint, inquiry, paths[asked],
                 [&answer = answers[asked]](Tell tell) { answer = std::move(tell); });
         }
         while (!answers[next]) {
@@ -77,7 +77,7 @@ public:
     explicit StatCommand(CLI::App& program);
 
 private:
-    void ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+    void ask(RemoteEndpoint& endpoint, Inquiry& inquiry, const std::string& path,
              std::function<void(Tell)> done) override;
     void finish() override;
     void tell(const std::string& path, const FoundEntry& found,
@@ -96,20 +96,20 @@ StatCommand::StatCommand(CLI::App& program)
         "UTC. In JSON, a name that is no UTF-8 has its bytes in nameBase64.");
 }
 
-void StatCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+void StatCommand::ask(RemoteEndpoint& endpoint, Inquiry& inquiry, const std::string& path,
                       std::function<void(Tell)> done)
 {
     const std::string id = fileIdOf(path);
-    inquiry.lookUpWithMode(id, [=, &place, &inquiry](const auto& why, const FoundEntry& found) {
+    inquiry.lookUpWithMode(id, [=, &endpoint, &inquiry](const auto& why, const FoundEntry& found) {
         if (why) {
-            done([&place, id, why] { place.failBecause("cannot find", id, why); });
+            done([&endpoint, id, why] { endpoint.failBecause("cannot find", id, why); });
         } else if (!isSymbolicLink(found.info.type)) {
             done([=] { tell(path, found, std::nullopt); });
         } else {
-            inquiry.readLink(id, [=, &place](const auto& unread, const std::string& target) {
-                done([=, &place] {
+            inquiry.readLink(id, [=, &endpoint](const auto& unread, const std::string& target) {
+                done([=, &endpoint] {
                     if (isLoss(unread)) {
-                        place.throwLost(unread);
+                        endpoint.throwLost(unread);
                     }
                     tell(path, found, unread ? std::nullopt : std::optional(target));
                 });
@@ -151,7 +151,7 @@ public:
     explicit ReadlinkCommand(CLI::App& program);
 
 private:
-    void ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+    void ask(RemoteEndpoint& endpoint, Inquiry& inquiry, const std::string& path,
              std::function<void(Tell)> done) override;
 };
 
@@ -159,22 +159,22 @@ ReadlinkCommand::ReadlinkCommand(CLI::App& program)
     : LookUpCommand(program, "readlink", "Show where remote symbolic links lead")
 {}
 
-void ReadlinkCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+void ReadlinkCommand::ask(RemoteEndpoint& endpoint, Inquiry& inquiry, const std::string& path,
                           std::function<void(Tell)> done)
 {
     const std::string id = fileIdOf(path);
-    inquiry.lookUp(id, [=, &place, &inquiry](const auto& why, const auto& info) {
+    inquiry.lookUp(id, [=, &endpoint, &inquiry](const auto& why, const auto& info) {
         if (why) {
-            done([=, &place] { place.failBecause("cannot find", id, why); });
+            done([=, &endpoint] { endpoint.failBecause("cannot find", id, why); });
         } else if (!isSymbolicLink(info.type)) {
-            done([=, &place] {
-                throw place.refusal("cannot read the link", id, "it is no symbolic link");
+            done([=, &endpoint] {
+                throw endpoint.refusal("cannot read the link", id, "it is no symbolic link");
             });
         } else {
-            inquiry.readLink(id, [=, &place](const auto& unread, const std::string& target) {
-                done([=, &place] {
+            inquiry.readLink(id, [=, &endpoint](const auto& unread, const std::string& target) {
+                done([=, &endpoint] {
                     if (unread) {
-                        place.failBecause("cannot read the link", id, unread);
+                        endpoint.failBecause("cannot read the link", id, unread);
                     }
                     std::cout << forOutput(target) << '\n';
                 });
@@ -186,7 +186,7 @@ void ReadlinkCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::strin
 constexpr int sizeWidth = 10;
 constexpr int shareWidth = 6;
 
-/// Of what an unprivileged user could ever have, rounded up, as df counts it.
+/// The used share of what an unprivileged user could ever have, rounded up, as df counts it.
 std::string shareInUse(const FileSystem::StorageSystemStorageInfo& room)
 {
     const std::uint64_t used = room.capacity - std::min(room.free, room.capacity);
@@ -211,7 +211,7 @@ private:
         FileSystem::StorageSystemStorageInfo room;
     };
 
-    void ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+    void ask(RemoteEndpoint& endpoint, Inquiry& inquiry, const std::string& path,
              std::function<void(Tell)> done) override;
     void finish() override;
     void printTable() const;
@@ -229,14 +229,14 @@ DfCommand::DfCommand(CLI::App& program)
                            "Print one JSON array with an object for each path, in bytes");
 }
 
-void DfCommand::ask(RemotePlace& place, Inquiry& inquiry, const std::string& path,
+void DfCommand::ask(RemoteEndpoint& endpoint, Inquiry& inquiry, const std::string& path,
                     std::function<void(Tell)> done)
 {
-    inquiry.storageInfo(fileIdOf(path), [=, &place](const auto& why, const auto& room) {
-        done([=, &place] {
+    inquiry.storageInfo(fileIdOf(path), [=, &endpoint](const auto& why, const auto& room) {
+        done([=, &endpoint] {
             if (why) {
-                place.failBecause("cannot tell the room for", fileIdOf(path), why,
-                                  "the server has no figures");
+                endpoint.failBecause("cannot tell the room for", fileIdOf(path), why,
+                                     "the server has no figures");
             }
             rows_.push_back({path, room});
         });
@@ -280,20 +280,20 @@ public:
     explicit CatCommand(CLI::App& program);
 
 private:
-    void workOn(RemotePlace& place, const std::string& path) override;
+    void workOn(RemoteEndpoint& endpoint, const std::string& path) override;
 };
 
 CatCommand::CatCommand(CLI::App& program)
     : EachPathCommand(program, "cat", "Write remote files to standard output")
 {}
 
-void CatCommand::workOn(RemotePlace& place, const std::string& path)
+void CatCommand::workOn(RemoteEndpoint& endpoint, const std::string& path)
 {
     const std::string id = fileIdOf(path);
-    if (place.system().directoryExists(id)) {
-        place.refuse("cannot read", id, "it is a directory");
+    if (endpoint.system().directoryExists(id)) {
+        endpoint.refuse("cannot read", id, "it is a directory");
     }
-    streamFile(place, id, {STDOUT_FILENO, "standard output"});
+    streamFile(endpoint, id, {STDOUT_FILENO, "standard output"});
 }
 
 } // namespace

@@ -50,8 +50,8 @@ std::optional<int> numberOf(const fs::path& directory, const std::string& name)
     return isOwn ? std::optional(std::stoi(name)) : std::nullopt;
 }
 
-/// The number of the descriptor of this program that a path leads to: what stands behind that need
-/// not have a path at all, and is written at the place where it is.
+/// The number of the descriptor of this program that a path leads to. What is open there need not
+/// have a path, and writing goes on at the descriptor's position.
 std::optional<int> descriptorAt(fs::path path)
 {
     for (int links = 0; links < mostLinks; ++links) {
@@ -96,7 +96,8 @@ StreamTarget::StreamTarget(std::string path)
     if (const auto number = isOutput ? std::optional(STDOUT_FILENO) : descriptorAt(path_)) {
         path_ = isOutput ? "standard output" : path_;
         isDescriptor_ = true;
-        // What stands in the place of a closed stream would take everything and keep nothing.
+        // The stream was closed when the program began, and /dev/null stands in its place: writing
+        // there would lose the file without an error.
         if (wasClosed(*number)) {
             error_ = EBADF;
             return;
@@ -148,7 +149,8 @@ FileDescriptor StreamTarget::open(const Cancellation& cancellation)
 int writeAll(int descriptor, const char* bytes, std::size_t size,
              const std::function<bool()>& goesOn)
 {
-    // A write that waits would not let anybody ask.
+    // A write of more than the descriptor takes at once would wait, and goesOn() would not be
+    // asked.
     const std::size_t most = goesOn ? std::min(size, largestReadyWrite(descriptor)) : size;
     while (size > 0) {
         if (!isReadyToWrite(descriptor, goesOn ? lookMilliseconds : -1)) {
@@ -168,7 +170,7 @@ int writeAll(int descriptor, const char* bytes, std::size_t size,
     return 0;
 }
 
-bool streamFile(Place& place, const std::string& id, const Stream& stream,
+bool streamFile(Endpoint& endpoint, const std::string& id, const Stream& stream,
                 const std::function<bool(std::uint64_t done)>& goesOn)
 {
     std::uint64_t written = 0;
@@ -189,16 +191,16 @@ bool streamFile(Place& place, const std::string& id, const Stream& stream,
         written = done;
         return ask();
     };
-    if (readFile(place.system(), id, taker, progress)) {
+    if (readFile(endpoint.system(), id, taker, progress)) {
         return true;
     }
     if (!isStopped) {
-        place.failBecause("cannot read", id, FileSystem::Failure::last());
+        endpoint.failBecause("cannot read", id, FileSystem::Failure::last());
     }
     return false;
 }
 
-StreamedCopy::StreamedCopy(Place& from, std::string source, StreamTarget& target,
+StreamedCopy::StreamedCopy(Endpoint& from, std::string source, StreamTarget& target,
                            const Cancellation& cancellation)
     : from_(from)
     , source_(std::move(source))
@@ -216,7 +218,7 @@ void StreamedCopy::run()
     const FileDescriptor output = target_.open(cancellation_);
     ProgressBar bar(info.size);
     bar.setLabel(nameOf(source_));
-    // A terminal shows what it is given.
+    // The progress would mix with the file's text on a terminal.
     const bool isShown = ::isatty(output.get()) == 0;
     const std::string name = textOf(target_.path());
     std::uint64_t done = 0;
@@ -247,7 +249,7 @@ void StreamedCopy::followLinks()
     source_ = std::move(*target);
 }
 
-InputCopy::InputCopy(RemotePlace& to, std::string target, bool isInPlace,
+InputCopy::InputCopy(RemoteEndpoint& to, std::string target, bool isInPlace,
                      const Cancellation& cancellation)
     : to_(to)
     , target_(std::move(target))
@@ -286,7 +288,7 @@ bool InputCopy::run()
     throw copyFailure(inputName, {}, to_, target_, why);
 }
 
-/// Reading without a look first could wait for ever.
+/// Polls before each read, which could otherwise wait for ever.
 std::optional<std::size_t> InputCopy::read(char* buffer, std::size_t size) const
 {
     while (!cancellation_.isRequested()) {

@@ -63,18 +63,18 @@ struct Stream
     std::string name;
 };
 
-/// Writes a file of a place to a stream.
+/// Writes a file of an endpoint to a stream.
 /// \param goesOn told how far it is; false stops it. Empty for always.
 /// \return false: it was stopped. Throws Failure for everything else that keeps it from being
 ///         written whole.
-bool streamFile(Place& place, const std::string& id, const Stream& stream,
+bool streamFile(Endpoint& endpoint, const std::string& id, const Stream& stream,
                 const std::function<bool(std::uint64_t done)>& goesOn = {});
 
 /// Copies one file into a stream of this machine.
 class StreamedCopy
 {
 public:
-    StreamedCopy(Place& from, std::string source, StreamTarget& target,
+    StreamedCopy(Endpoint& from, std::string source, StreamTarget& target,
                  const Cancellation& cancellation);
 
     /// Throws Failure.
@@ -83,7 +83,7 @@ public:
 private:
     void followLinks();
 
-    Place& from_;
+    Endpoint& from_;
     std::string source_;
     StreamTarget& target_;
     const Cancellation& cancellation_;
@@ -94,7 +94,7 @@ private:
 class InputCopy
 {
 public:
-    InputCopy(RemotePlace& to, std::string target, bool isInPlace,
+    InputCopy(RemoteEndpoint& to, std::string target, bool isInPlace,
               const Cancellation& cancellation);
 
     /// Throws Failure.
@@ -105,7 +105,7 @@ private:
     std::optional<std::size_t> read(char* buffer, std::size_t size) const;
     bool show(std::uint64_t done);
 
-    RemotePlace& to_;
+    RemoteEndpoint& to_;
     std::string target_;
     bool isInPlace_;
     const Cancellation& cancellation_;

@@ -70,7 +70,7 @@ FailureKind kindOf(const std::error_code& code)
             return known.kind;
         }
     }
-    // Before the keys are exchanged, whoever hangs up may be anything.
+    // A connection that ends before the keys are exchanged may be to any kind of server.
     const bool isHangUp = code == std::errc::connection_reset ||
                           code == FileSystem::FailureCode::Protocol ||
                           code == FileSystem::FailureCode::Other;
@@ -98,7 +98,7 @@ void configure(Tarnis::SSHSession& session, const Target& target, const ReachOpt
     const std::string& file = options.knownHostsFile;
     struct stat status = {};
     if (::stat(file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode)) {
-        // It is opened more than once, and each time waited for.
+        // libssh opens the file more than once, and each time would wait for a writer.
         throw UsageError("\"" + file + "\" cannot be a known-hosts file: it is a pipe");
     }
     if (!file.empty() && !session.setKnownHostsFile(withEscapedPercentSigns(file))) {

@@ -39,7 +39,7 @@ public:
     Reason reason = Reason::CheckFailed;
 };
 
-/// For a shell: the command is there to be copied.
+/// Quotes a word for a shell, since the command is there to be copied.
 std::string quoted(const std::string& word)
 {
     std::string result = "'";

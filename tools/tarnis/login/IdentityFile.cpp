@@ -64,7 +64,8 @@ bool readInto(Secret& secret, int file)
         char character = 0;
         const ssize_t count = ::read(file, &character, 1);
         if (count < 0 && errno == EAGAIN) {
-            // Somebody is to write to the pipe. While nobody has it open, it only ends.
+            // A writer has the pipe open and has not written yet. Without a writer, the read would
+            // have ended.
             pollfd ready{file, POLLIN, 0};
             static_cast<void>(::poll(&ready, 1, -1));
         } else if (count < 0 && errno != EINTR) {

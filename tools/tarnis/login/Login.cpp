@@ -82,7 +82,7 @@ void Login::addDefaultKeys(const LoginSecrets& secrets)
 
 void Login::run()
 {
-    // Seldom enough to be let in, but the answer tells which methods the server takes.
+    // The server's answer tells which methods it takes; few servers let anybody in by this one.
     const Result result = context_.attempt(Tarnis::UserAuthenticatorNone());
     if (result == Result::Success) {
         record("without proof", describe(result));
@@ -101,7 +101,7 @@ void Login::run()
     }
 }
 
-/// What was right comes first: whoever reads only of the denial looks for the mistake there.
+/// The accepted steps come first in the message, so that nobody looks for the mistake in them.
 void Login::refuse() const
 {
     std::string first;

@@ -19,7 +19,7 @@ namespace {
 
 using Result = Tarnis::AuthenticateUserResult;
 
-// As often as users are used to.
+// As many attempts as ssh gives.
 constexpr int typingAttempts = 3;
 
 constexpr const char* noneFits = "no pass phrase that fits was typed";
@@ -53,7 +53,7 @@ Result LoginContext::attempt(const Tarnis::UserAuthenticator& authenticator)
     }
     wasServerAsked_ = !isAboutTheKey(why.code());
     if (result == Result::Partial) {
-        // What was denied before is not what the server wants now.
+        // An earlier denial says nothing of the step that the server wants now.
         lastDenial_.clear();
     } else if (wasServerAsked_ && result != Result::Success) {
         lastDenial_ = why.cause();

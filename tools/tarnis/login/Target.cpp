@@ -35,7 +35,7 @@ std::optional<std::string> withoutScheme(const std::string& text)
     return std::nullopt;
 }
 
-/// The text itself stays unsaid: it is the secret's.
+/// The message does not repeat the text, which contains a password.
 void refusePassword(const std::string& authority)
 {
     const auto at = authority.rfind('@');
@@ -116,7 +116,7 @@ std::uint16_t parsePort(std::string_view digits, std::string_view text)
     return port;
 }
 
-/// What a text says of a server: a port that was written is told from none.
+/// What a text says of a server. The port is empty where none was written.
 struct WrittenTarget
 {
     std::string user;

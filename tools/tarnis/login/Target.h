@@ -50,8 +50,9 @@ struct Target
 
 /// Reads `[user@]host[:port]`, or an address `ssh://[user@]host[:port]`, also with `sftp`. An IPv6
 /// address stands in brackets where a port follows and may do so elsewhere, and always does so in
-/// an address. The user name may contain "@". Throws UsageError. \param port what the user gave
-/// apart from the text, if anything; the text must not contradict it.
+/// an address. The user name may contain "@". Throws UsageError.
+/// \param port what the user gave apart from the text, if anything; the text must not contradict
+/// it.
 Target parseTarget(const std::string& text, std::optional<std::uint16_t> port = {});
 
 /// The server in what stands between "ssh://" and the path.

@@ -24,7 +24,7 @@ bool isSecondSetControl(std::string_view sequence)
     return (sequence.size() == 1 || isEncoded) && byte >= 0x80 && byte < 0xA0;
 }
 
-// Asked for on the command line, before there is a second thread.
+// Set while the command line is parsed, before there is a second thread.
 bool wantsQuiet = false;
 
 } // namespace

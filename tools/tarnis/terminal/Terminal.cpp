@@ -159,7 +159,8 @@ std::optional<Terminal> Terminal::open()
 
 void Terminal::write(std::string_view text) const
 {
-    // The question to a terminal that is gone gets no answer.
+    // A failure is not looked at: a terminal that is gone gives no answer, which the reader
+    // notices.
     tryWrite(descriptor_.get(), text);
 }
 
@@ -179,7 +180,8 @@ std::optional<Secret> Terminal::askSecret(std::string_view question) const
         NoEchoInput input(descriptor_.get());
         write(question);
         if (!input.waitForLine()) {
-            // A signal came: it takes effect here, with the terminal as it was.
+            // A signal came. It takes effect when `input` is destroyed, which has restored the
+            // terminal before.
             continue;
         }
         Secret secret;

@@ -19,7 +19,7 @@ constexpr std::size_t fractionDigits = 7;
 struct Moment
 {
     std::time_t seconds = 0;
-    /// Of 100 ns, never negative.
+    /// The rest of the second in units of 100 ns, never negative.
     std::int64_t ticks = 0;
 };
 
@@ -47,7 +47,7 @@ int numberIn(const std::ssub_match& match)
     return match.matched ? std::stoi(match.str()) : 0;
 }
 
-/// Of seven digits, however many were written.
+/// The fraction as a number of seven digits, however many were written.
 std::int64_t fractionIn(const std::ssub_match& match)
 {
     std::string digits = match.str().substr(0, fractionDigits);
@@ -55,7 +55,7 @@ std::int64_t fractionIn(const std::ssub_match& match)
     return std::stoll(digits);
 }
 
-/// Of the zone in seconds, from its sign, hours and minutes.
+/// The zone's offset in seconds, from its sign, hours and minutes.
 std::int64_t offsetIn(const std::ssub_match& sign, const std::ssub_match& hours,
                       const std::ssub_match& minutes)
 {
@@ -75,7 +75,8 @@ std::tm fieldsIn(const std::smatch& match)
     return time;
 }
 
-/// The conversions take any number for any field; a date that they change is none.
+/// timegm() and mktime() take any number for any field and change the others: a date that they
+/// changed was not valid.
 std::time_t secondsOf(std::tm time, bool isUtc, const std::string& text)
 {
     const std::tm asked = time;

@@ -20,7 +20,7 @@ namespace Tarnis {
 /// A child that writes on is heard out for a while, and then until the pipes are empty for once.
 /// One that never lets them run empty ends at the last limit: the command's own output was no more
 /// than what its pipes hold, for which that is ample.
-class QuietProbe
+class DrainDetector
 {
 public:
     using Clock = std::chrono::steady_clock;

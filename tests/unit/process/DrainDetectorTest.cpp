@@ -1,4 +1,4 @@
-#include "process/QuietProbe.h"
+#include "process/DrainDetector.h"
 
 #include "fakes/LibsshMock.h"
 
@@ -9,7 +9,7 @@
 #include <cstdint>
 
 using namespace std::chrono_literals;
-using Tarnis::QuietProbe;
+using Tarnis::DrainDetector;
 using TarnisTest::fakeChannel;
 using TarnisTest::LibsshMock;
 using ::testing::NiceMock;
@@ -22,43 +22,43 @@ using ::testing::_;
 
 constexpr int refused = SSH_ERROR;
 
-class QuietProbeTest : public ::testing::Test
+class DrainDetectorTest : public ::testing::Test
 {
 protected:
     /// One look, `later` after the command's end.
     bool isDrained(std::chrono::milliseconds later)
     {
-        return probe.isDrained(fakeChannel(), progress, end + later);
+        return detector.isDrained(fakeChannel(), progress, end + later);
     }
 
     void SetUp() override { EXPECT_FALSE(isDrained(0ms)); }
 
     NiceMock<LibsshMock> libssh;
-    QuietProbe probe;
+    DrainDetector detector;
     std::uint64_t progress = 7;
 
 private:
-    QuietProbe::Clock::time_point end = QuietProbe::Clock::now();
+    DrainDetector::Clock::time_point end = DrainDetector::Clock::now();
 };
 
 } // namespace
 
-TEST_F(QuietProbeTest, AsksNothingBeforeAMomentOfSilence)
+TEST_F(DrainDetectorTest, AsksNothingBeforeAMomentOfSilence)
 {
     EXPECT_CALL(libssh, ssh_channel_request_env(_, _, _)).Times(0);
-    EXPECT_FALSE(isDrained(QuietProbe::silenceBeforeAsking - 1ms));
+    EXPECT_FALSE(isDrained(DrainDetector::silenceBeforeAsking - 1ms));
 }
 
-TEST_F(QuietProbeTest, TwoAnswersWithoutDataAreEnough)
+TEST_F(DrainDetectorTest, TwoAnswersWithoutDataAreEnough)
 {
     EXPECT_CALL(libssh, ssh_channel_request_env(fakeChannel(), _, _))
         .Times(2)
         .WillRepeatedly(Return(refused));
-    EXPECT_FALSE(isDrained(QuietProbe::silenceBeforeAsking));
-    EXPECT_TRUE(isDrained(QuietProbe::silenceBeforeAsking));
+    EXPECT_FALSE(isDrained(DrainDetector::silenceBeforeAsking));
+    EXPECT_TRUE(isDrained(DrainDetector::silenceBeforeAsking));
 }
 
-TEST_F(QuietProbeTest, DataBetweenTwoAnswersStartsTheCountAgain)
+TEST_F(DrainDetectorTest, DataBetweenTwoAnswersStartsTheCountAgain)
 {
     ON_CALL(libssh, ssh_channel_request_env(_, _, _)).WillByDefault(Return(refused));
     EXPECT_FALSE(isDrained(300ms));
@@ -68,7 +68,7 @@ TEST_F(QuietProbeTest, DataBetweenTwoAnswersStartsTheCountAgain)
     EXPECT_TRUE(isDrained(601ms));
 }
 
-TEST_F(QuietProbeTest, AnUnansweredQuestionIsFollowedUpThoughDataArrives)
+TEST_F(DrainDetectorTest, AnUnansweredQuestionIsFollowedUpThoughDataArrives)
 {
     EXPECT_CALL(libssh, ssh_channel_request_env(_, _, _))
         .Times(3)
@@ -79,39 +79,39 @@ TEST_F(QuietProbeTest, AnUnansweredQuestionIsFollowedUpThoughDataArrives)
     EXPECT_FALSE(isDrained(302ms));
 }
 
-TEST_F(QuietProbeTest, SilenceIsEnoughWhereTheServerDoesNotAnswer)
+TEST_F(DrainDetectorTest, SilenceIsEnoughWhereTheServerDoesNotAnswer)
 {
     ON_CALL(libssh, ssh_channel_request_env(_, _, _)).WillByDefault(Return(SSH_AGAIN));
-    EXPECT_FALSE(isDrained(QuietProbe::silenceWithoutAnswer - 1ms));
-    EXPECT_TRUE(isDrained(QuietProbe::silenceWithoutAnswer));
+    EXPECT_FALSE(isDrained(DrainDetector::silenceWithoutAnswer - 1ms));
+    EXPECT_TRUE(isDrained(DrainDetector::silenceWithoutAnswer));
 }
 
-TEST_F(QuietProbeTest, AChildThatGoesOnWritingIsHeardOutForAWhile)
+TEST_F(DrainDetectorTest, AChildThatGoesOnWritingIsHeardOutForAWhile)
 {
     EXPECT_CALL(libssh, ssh_channel_request_env(_, _, _)).Times(0);
-    for (auto later = 100ms; later < QuietProbe::patience; later += 100ms) {
+    for (auto later = 100ms; later < DrainDetector::patience; later += 100ms) {
         ++progress;
         EXPECT_FALSE(isDrained(later));
     }
 }
 
-TEST_F(QuietProbeTest, AChildThatGoesOnWritingEndsWhenThePipesAreEmptyForOnce)
+TEST_F(DrainDetectorTest, AChildThatGoesOnWritingEndsWhenThePipesAreEmptyForOnce)
 {
     ON_CALL(libssh, ssh_channel_request_env(_, _, _)).WillByDefault(Return(refused));
     ++progress;
-    EXPECT_FALSE(isDrained(QuietProbe::patience));
+    EXPECT_FALSE(isDrained(DrainDetector::patience));
     ++progress;
-    EXPECT_FALSE(isDrained(QuietProbe::patience + 1ms));
-    EXPECT_TRUE(isDrained(QuietProbe::patience + 2ms));
+    EXPECT_FALSE(isDrained(DrainDetector::patience + 1ms));
+    EXPECT_TRUE(isDrained(DrainDetector::patience + 2ms));
 }
 
-TEST_F(QuietProbeTest, AChildThatNeverPausesEndsAtTheLastLimit)
+TEST_F(DrainDetectorTest, AChildThatNeverPausesEndsAtTheLastLimit)
 {
     ON_CALL(libssh, ssh_channel_request_env(_, _, _)).WillByDefault(Return(refused));
-    for (auto later = 100ms; later < QuietProbe::mostAfterTheEnd; later += 100ms) {
+    for (auto later = 100ms; later < DrainDetector::mostAfterTheEnd; later += 100ms) {
         ++progress;
         EXPECT_FALSE(isDrained(later));
     }
     ++progress;
-    EXPECT_TRUE(isDrained(QuietProbe::mostAfterTheEnd));
+    EXPECT_TRUE(isDrained(DrainDetector::mostAfterTheEnd));
 }

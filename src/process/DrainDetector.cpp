@@ -1,4 +1,4 @@
-#include "process/QuietProbe.h"
+#include "process/DrainDetector.h"
 
 namespace Tarnis {
 
@@ -10,7 +10,7 @@ constexpr const char* probeVariable = "TARNIS_PROBE";
 
 } // namespace
 
-bool QuietProbe::isDrained(ssh_channel channel, std::uint64_t progress, Clock::time_point now)
+bool DrainDetector::isDrained(ssh_channel channel, std::uint64_t progress, Clock::time_point now)
 {
     if (!commandEnded_ || progress != lastProgress_) {
         commandEnded_ = commandEnded_.value_or(now);
@@ -21,7 +21,7 @@ bool QuietProbe::isDrained(ssh_channel channel, std::uint64_t progress, Clock::t
     if (isOver(now)) {
         return true;
     }
-    // A question under way is followed up whatever happens, or libssh would take its answer for
+    // A question in flight is followed up whatever happens, or libssh would take its answer for
     // that of another request.
     asked_ = asked_ || isToAsk(now);
     if (asked_ && ssh_channel_request_env(channel, probeVariable, "") != SSH_AGAIN) {
@@ -31,12 +31,12 @@ bool QuietProbe::isDrained(ssh_channel channel, std::uint64_t progress, Clock::t
     return quietAnswers_ >= answersNeeded;
 }
 
-bool QuietProbe::isOver(Clock::time_point now) const
+bool DrainDetector::isOver(Clock::time_point now) const
 {
     return now - lastChange_ >= silenceWithoutAnswer || now - *commandEnded_ >= mostAfterTheEnd;
 }
 
-bool QuietProbe::isToAsk(Clock::time_point now) const
+bool DrainDetector::isToAsk(Clock::time_point now) const
 {
     return now - lastChange_ >= silenceBeforeAsking || now - *commandEnded_ >= patience;
 }
