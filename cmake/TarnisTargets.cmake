@@ -28,11 +28,12 @@ function(tarnis_language_level target)
                                                CXX_EXTENSIONS OFF)
 endfunction()
 
-# tarnis_target(<target>): language level, warnings, hidden visibility and sanitizers. Whoever links
-# with the target may use a later standard.
+# tarnis_target(<target>): language level, warnings, hidden visibility, sanitizers, and the headers
+# that all of the project shares (common/). Whoever links with the target may use a later standard.
 function(tarnis_target target)
     tarnis_language_level(${target})
     target_compile_features(${target} PUBLIC cxx_std_17)
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/common)
     set_target_properties(
         ${target}
         PROPERTIES CXX_VISIBILITY_PRESET hidden

@@ -4,13 +4,13 @@
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
+#include "posix/FileDescriptor.h"
 
 #include <algorithm>
 #include <thread>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <unistd.h>
 
 namespace Tarnis {
 
@@ -70,8 +70,8 @@ bool SSHSocketWait::waitFor(Handle& handle)
         std::this_thread::sleep_for(pause);
         return true;
     }
+    const Posix::FileDescriptor duplicate(socket.fd);
     ::poll(&socket, 1, static_cast<int>(pause.count()));
-    ::close(socket.fd);
     return true;
 }
 

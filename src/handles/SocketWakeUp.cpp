@@ -24,25 +24,20 @@ bool control(int events, int operation, int descriptor, std::uint32_t what) noex
     return ::epoll_ctl(events, operation, descriptor, &event) == 0;
 }
 
-} // namespace
-
-SocketWakeUp::Descriptor::Descriptor(int descriptor)
-    : descriptor_(descriptor)
+int openedOrThrow(int descriptor)
 {
-    if (descriptor_ < 0) {
+    if (descriptor < 0) {
         throw std::system_error(errno, std::generic_category(), "no descriptor to wait on");
     }
+    return descriptor;
 }
 
-SocketWakeUp::Descriptor::~Descriptor()
-{
-    ::close(descriptor_);
-}
+} // namespace
 
 SocketWakeUp::SocketWakeUp()
-    : events_(::epoll_create1(EPOLL_CLOEXEC))
-    , signal_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-    , timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK))
+    : events_(openedOrThrow(::epoll_create1(EPOLL_CLOEXEC)))
+    , signal_(openedOrThrow(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)))
+    , timer_(openedOrThrow(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)))
 {
     if (!control(events_.get(), EPOLL_CTL_ADD, signal_.get(), EPOLLIN) ||
         !control(events_.get(), EPOLL_CTL_ADD, timer_.get(), EPOLLIN)) {
@@ -59,41 +54,37 @@ void SocketWakeUp::watch(ssh_session session) noexcept
 {
     const bool hasOutput = (ssh_get_poll_flags(session) & SSH_WRITE_PENDING) != 0;
     const std::uint32_t what = hasOutput ? EPOLLIN | EPOLLOUT : EPOLLIN;
-    if (socket_ >= 0) {
-        if (what != watched_ && control(events_.get(), EPOLL_CTL_MOD, socket_, what)) {
+    if (socket_.isOpen()) {
+        if (what != watched_ && control(events_.get(), EPOLL_CTL_MOD, socket_.get(), what)) {
             watched_ = what;
         }
         return;
     }
     // Watches a duplicate, since another thread may close the original meanwhile.
-    socket_ = ::fcntl(ssh_get_fd(session), F_DUPFD_CLOEXEC, 0);
-    if (socket_ >= 0 && control(events_.get(), EPOLL_CTL_ADD, socket_, what)) {
+    socket_.reset(::fcntl(ssh_get_fd(session), F_DUPFD_CLOEXEC, 0));
+    if (socket_.isOpen() && control(events_.get(), EPOLL_CTL_ADD, socket_.get(), what)) {
         watched_ = what;
         return;
     }
-    if (socket_ >= 0) {
-        ::close(socket_);
-        socket_ = -1;
-    }
+    socket_.reset();
     // There is no descriptor left: what comes is looked for from time to time.
     lookAgainSoon(false);
 }
 
 void SocketWakeUp::forget() noexcept
 {
-    if (socket_ >= 0) {
+    if (socket_.isOpen()) {
         // epoll would keep watching a descriptor that is only closed, since the original keeps the
         // socket open.
-        static_cast<void>(::epoll_ctl(events_.get(), EPOLL_CTL_DEL, socket_, nullptr));
-        ::close(socket_);
-        socket_ = -1;
+        static_cast<void>(::epoll_ctl(events_.get(), EPOLL_CTL_DEL, socket_.get(), nullptr));
+        socket_.reset();
     }
 }
 
 std::size_t SocketWakeUp::unread() const noexcept
 {
     int count = 0;
-    return socket_ >= 0 && ::ioctl(socket_, FIONREAD, &count) == 0
+    return socket_.isOpen() && ::ioctl(socket_.get(), FIONREAD, &count) == 0
                ? static_cast<std::size_t>(std::max(count, 0))
                : 0;
 }

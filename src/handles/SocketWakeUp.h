@@ -1,5 +1,7 @@
 #pragma once
 
+#include "posix/FileDescriptor.h"
+
 #include <libssh/libssh.h>
 
 #include <chrono>
@@ -81,28 +83,13 @@ public:
     int descriptor() const noexcept { return events_.get(); }
 
 private:
-    /// A descriptor that is closed with it.
-    class Descriptor
-    {
-    public:
-        explicit Descriptor(int descriptor);
-        Descriptor(const Descriptor&) = delete;
-        Descriptor& operator=(const Descriptor&) = delete;
-        ~Descriptor();
-
-        int get() const noexcept { return descriptor_; }
-
-    private:
-        int descriptor_;
-    };
-
     static constexpr std::chrono::milliseconds shortestPause{1};
     static constexpr std::chrono::milliseconds longestPause{16};
 
-    Descriptor events_;
-    Descriptor signal_;
-    Descriptor timer_;
-    int socket_ = -1;
+    Posix::FileDescriptor events_;
+    Posix::FileDescriptor signal_;
+    Posix::FileDescriptor timer_;
+    Posix::FileDescriptor socket_;
     std::uint32_t watched_ = 0;
     bool isAwake_ = false;
     bool isTimed_ = false;

@@ -4,26 +4,8 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace Tarnis {
-
-namespace {
-
-void closeIfOpen(int& descriptor) noexcept
-{
-    if (descriptor >= 0) {
-        ::close(descriptor);
-        descriptor = -1;
-    }
-}
-
-} // namespace
-
-ConnectionSocket::~ConnectionSocket()
-{
-    closeIfOpen(socket_);
-}
 
 std::uint64_t ConnectionSocket::interruptCount() const
 {
@@ -34,19 +16,19 @@ std::uint64_t ConnectionSocket::interruptCount() const
 void ConnectionSocket::expect(std::uint64_t interruptsBefore)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    closeIfOpen(socket_);
+    socket_.reset();
     interruptsBefore_ = interruptsBefore;
 }
 
 void ConnectionSocket::attach(int socket)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (socket < 0 || socket_ >= 0) {
+    if (socket < 0 || socket_.isOpen()) {
         return;
     }
     // A child process of the host must not keep the connection open.
     static_cast<void>(::fcntl(socket, F_SETFD, FD_CLOEXEC));
-    socket_ = ::fcntl(socket, F_DUPFD_CLOEXEC, 0);
+    socket_.reset(::fcntl(socket, F_DUPFD_CLOEXEC, 0));
     if (interrupts_ != interruptsBefore_) {
         ::shutdown(socket, SHUT_RDWR);
     }
@@ -55,15 +37,15 @@ void ConnectionSocket::attach(int socket)
 void ConnectionSocket::detach() noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    closeIfOpen(socket_);
+    socket_.reset();
 }
 
 void ConnectionSocket::interrupt() noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++interrupts_;
-    if (socket_ >= 0) {
-        ::shutdown(socket_, SHUT_RDWR);
+    if (socket_.isOpen()) {
+        ::shutdown(socket_.get(), SHUT_RDWR);
     }
 }
 
@@ -76,10 +58,10 @@ bool ConnectionSocket::isInterrupted() const
 bool ConnectionSocket::isAtEnd() const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (socket_ < 0) {
+    if (!socket_.isOpen()) {
         return false;
     }
-    pollfd socket{socket_, POLLRDHUP, 0};
+    pollfd socket{socket_.get(), POLLRDHUP, 0};
     return ::poll(&socket, 1, 0) > 0;
 }
 
@@ -88,7 +70,7 @@ bool ConnectionSocket::hasUnread() const
     const std::lock_guard<std::mutex> lock(mutex_);
     // Asks by FIONREAD: a read would take the socket's error, which the system tells only once.
     int count = 0;
-    return socket_ >= 0 && ::ioctl(socket_, FIONREAD, &count) == 0 && count > 0;
+    return socket_.isOpen() && ::ioctl(socket_.get(), FIONREAD, &count) == 0 && count > 0;
 }
 
 int ConnectionSocket::takeError() const
@@ -97,7 +79,7 @@ int ConnectionSocket::takeError() const
     int error = 0;
     socklen_t size = sizeof error;
     const bool told =
-        socket_ >= 0 && ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &size) == 0;
+        socket_.isOpen() && ::getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0;
     return told ? error : 0;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "posix/FileDescriptor.h"
+
 #include <cstdint>
 #include <mutex>
 
@@ -15,7 +17,6 @@ public:
     ConnectionSocket() = default;
     ConnectionSocket(const ConnectionSocket&) = delete;
     ConnectionSocket& operator=(const ConnectionSocket&) = delete;
-    ~ConnectionSocket();
 
     /// How often interrupt() has come so far. An attempt to connect asks at its very first moment,
     /// before it waits for anything: what comes later is meant for it.
@@ -52,7 +53,7 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    int socket_ = -1;
+    Posix::FileDescriptor socket_;
     std::uint64_t interrupts_ = 0;
     std::uint64_t interruptsBefore_ = 0;
 };

@@ -3,9 +3,9 @@
 #include "handles/SSHHandleSFTPSession.h"
 #include "sftp/SFTPAttributes.h"
 #include "sftp/SFTPDirectory.h"
-#include "sftp/SFTPNameFilter.h"
 
 #include <FileSystem/FailureScope.h>
+#include <FileSystem/NameFilter.h>
 #include <Tarnis/SSHFileSystemSFTP.h>
 
 #include <set>
@@ -48,11 +48,11 @@ bool forEachEntry(const Handle& sftp, const std::string& path, std::uint64_t lim
 /// The same without the directory itself, its parent, and what the filter does not let through.
 template <class Keep>
 bool forEachMatch(const Handle& sftp, const std::string& path, std::uint64_t limit,
-                  const SFTPNameFilter& filter, Keep keep)
+                  const FileSystem::NameFilter& filter, Keep keep)
 {
     return forEachEntry(sftp, path, limit,
                         [&](const std::string& name, const sftp_attributes_struct& entry) {
-                            if (!isDots(name) && filter.matches(name)) {
+                            if (!isDots(name) && filter.passes(name)) {
                                 keep(name, entry);
                             }
                         });
@@ -71,7 +71,7 @@ Info identify(const std::string& directory, const std::string& name)
 
 /// Adds what is known of the entries that match. False as for forEachEntry().
 bool describeEntries(const Handle& sftp, const std::string& path, std::uint64_t limit,
-                     const SFTPNameFilter& filter, std::vector<StorageSystemFileInfo>& list)
+                     const FileSystem::NameFilter& filter, std::vector<StorageSystemFileInfo>& list)
 {
     return forEachMatch(sftp, path, limit, filter,
                         [&](const std::string& name, const sftp_attributes_struct& entry) {
@@ -89,7 +89,7 @@ SSHFileSystemSFTP::do_directoryList(const std::string& path, const std::string& 
 {
     std::vector<StorageSystemDirectoryInfo> list;
     if (const auto sftp = validHandle()) {
-        forEachMatch(sftp, path, listingLimit(), SFTPNameFilter(filter, type),
+        forEachMatch(sftp, path, listingLimit(), FileSystem::NameFilter(filter, type),
                      [&](const std::string& name, const sftp_attributes_struct& entry) {
                          list.push_back(identify<StorageSystemDirectoryInfo>(path, name));
                          list.back().type = fileTypeOf(entry.permissions);
@@ -104,7 +104,7 @@ SSHFileSystemSFTP::do_directoryFileInfoList(const std::string& path, const std::
 {
     std::vector<StorageSystemFileInfo> list;
     if (const auto sftp = validHandle()) {
-        describeEntries(sftp, path, listingLimit(), SFTPNameFilter(filter, type), list);
+        describeEntries(sftp, path, listingLimit(), FileSystem::NameFilter(filter, type), list);
     }
     return list;
 }
@@ -137,10 +137,10 @@ SSHFileSystemSFTP::do_directoryListFileNames(const std::string& path, const std:
         [&names](const std::string& name, const sftp_attributes_struct&) { names.insert(name); });
     names.erase(".");
     names.erase("..");
-    const SFTPNameFilter nameFilter(filter, type);
+    const FileSystem::NameFilter nameFilter(filter, type);
     std::vector<std::string> list;
     for (const auto& name : names) {
-        if (nameFilter.matches(name)) {
+        if (nameFilter.passes(name)) {
             list.push_back(name);
         }
     }

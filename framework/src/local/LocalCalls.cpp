@@ -30,7 +30,7 @@ bool isRegular(const struct stat& attributes)
                : fail(FailureCode::NotCopyable);
 }
 
-bool isRegular(const FileDescriptor& descriptor)
+bool isRegular(const Posix::FileDescriptor& descriptor)
 {
     const auto attributes = attributesOfOpen(descriptor.get());
     return LocalError::succeeded(attributes.has_value()) && isRegular(*attributes);
@@ -119,14 +119,14 @@ mode_t specialBitsOfDirectory(mode_t mode) noexcept
 
 // Without O_NONBLOCK a pipe that nobody writes to would hold the call up for ever, and without
 // O_NOCTTY a terminal could become the process's own.
-FileDescriptor openFile(int directory, const char* path, int flags, mode_t permissions)
+Posix::FileDescriptor openFile(int directory, const char* path, int flags, mode_t permissions)
 {
-    FileDescriptor none(-1);
+    Posix::FileDescriptor none(-1);
     if (!mayBeOpened(directory, path, flags)) {
         return none;
     }
     const int all = flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    FileDescriptor file(
+    Posix::FileDescriptor file(
         retryInterrupted([&] { return ::openat(directory, path, all, permissions); }));
     return LocalError::succeeded(file.get() != -1) && isRegular(file) ? std::move(file)
                                                                       : std::move(none);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "local/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 #include <FileSystem/StorageSystemRecords.h>
 
@@ -23,7 +23,7 @@ mode_t specialBitsOfDirectory(mode_t mode) noexcept;
 /// Opens a regular file, through a link as well unless the flags say O_NOFOLLOW: Changed then.
 /// Nothing else is opened, not even to be looked at: that alone does something to a device, and
 /// ends what the reader of a pipe waits for. \param flags of open(2).
-FileDescriptor openFile(int directory, const char* path, int flags, mode_t permissions);
+Posix::FileDescriptor openFile(int directory, const char* path, int flags, mode_t permissions);
 
 /// Renames where nothing stands.
 bool rename(int directory, const char* path, int newDirectory, const char* newPath);

@@ -22,7 +22,7 @@ LocalDirectory::LocalDirectory(const std::string& path, std::uint64_t limit)
                                    : LocalError::succeeded(directory_ != nullptr));
 }
 
-LocalDirectory::LocalDirectory(const FileDescriptor& directory)
+LocalDirectory::LocalDirectory(const Posix::FileDescriptor& directory)
 {
     const int descriptor =
         ::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "local/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 #include <FileSystem/StorageSystemFlags.h>
 
@@ -23,7 +23,7 @@ public:
                             std::uint64_t limit = std::numeric_limits<std::uint64_t>::max());
 
     /// The directory that is open.
-    explicit LocalDirectory(const FileDescriptor& directory);
+    explicit LocalDirectory(const Posix::FileDescriptor& directory);
 
     /// The next entry, "." and ".." left out. Null at the end, or when reading fails. Valid until
     /// the next call.

@@ -31,7 +31,7 @@ std::size_t stepOf(std::uint64_t size)
 
 } // namespace
 
-LocalFile::LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
+LocalFile::LocalFile(Posix::FileDescriptor&& descriptor, const std::string& fileId,
                      Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
                      const LocalFileSystem& fileSystem)
     : descriptor_(std::move(descriptor))

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "local/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 #include <FileSystem/FileSystem2File.h>
 
@@ -12,7 +12,7 @@ class LocalFileSystem;
 class LocalFile final : public FileSystem2File
 {
 public:
-    LocalFile(FileDescriptor&& descriptor, const std::string& fileId,
+    LocalFile(Posix::FileDescriptor&& descriptor, const std::string& fileId,
               Utilities::Flags<StorageSystemFileOpenModeFlag> mode,
               const LocalFileSystem& fileSystem);
     ~LocalFile() override;
@@ -29,7 +29,7 @@ private:
     std::uint64_t do_write(const char* buffer, std::uint64_t size) const override;
     const FileSystem2& do_fileSystem() const override;
 
-    const FileDescriptor descriptor_;
+    const Posix::FileDescriptor descriptor_;
     const std::string fileId_;
     const Utilities::Flags<StorageSystemFileOpenModeFlag> mode_;
     const LocalFileSystem& fileSystem_;

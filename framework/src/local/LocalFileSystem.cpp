@@ -1,5 +1,4 @@
 #include "SystemCall.h"
-#include "local/FileDescriptor.h"
 #include "local/LocalAttributes.h"
 #include "local/LocalCalls.h"
 #include "local/LocalDirectory.h"
@@ -7,10 +6,11 @@
 #include "local/LocalFile.h"
 #include "local/LocalQueue.h"
 #include "local/LocalTreeRemoval.h"
-#include "path/NameFilter.h"
+#include "posix/FileDescriptor.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/LocalFileSystem.h>
+#include <FileSystem/NameFilter.h>
 #include <FileSystem/OpenMode.h>
 
 #include <algorithm>
@@ -73,7 +73,7 @@ std::unique_ptr<StorageSystemFile> openFile(const LocalFileSystem& system, const
 /// descriptors must be mounted.
 bool changeMode(int directory, mode_t mode)
 {
-    const FileDescriptor readable(retryInterrupted(
+    const Posix::FileDescriptor readable(retryInterrupted(
         [&] { return ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     const auto byPath = "/proc/self/fd/" + std::to_string(directory);
     return readable.get() != -1 ? ::fchmod(readable.get(), mode) == 0
@@ -143,7 +143,7 @@ LocalFileSystem::LocalFileSystem()
 {
     setDirectoryReader([this](const std::string& path) {
         LocalDirectory directory(path, listingLimit());
-        auto entries = describeEntries(directory, path, NameFilter::all());
+        auto entries = describeEntries(directory, path, NameFilter());
         return directory.isComplete() ? std::make_optional(std::move(entries)) : std::nullopt;
     });
     setStartDirectory([] { return currentDirectory(); });
@@ -248,7 +248,7 @@ bool LocalFileSystem::do_directorySetPermissions(
     const std::string& path, const Utilities::Flags<PosixFilePermissionFlag>& permissions) const
 {
     const auto place = pathRemoveTrailingSlash(path);
-    const FileDescriptor directory(retryInterrupted(
+    const Posix::FileDescriptor directory(retryInterrupted(
         [&] { return ::open(systemPath(place), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
     if (!LocalError::succeeded(directory.get() != -1)) {
         return false;

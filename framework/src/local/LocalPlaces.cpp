@@ -20,9 +20,9 @@ constexpr std::size_t mostOpen = 64;
 
 constexpr int asPlace = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-FileDescriptor openDirectory(int parent, const std::string& name, int flags)
+Posix::FileDescriptor openDirectory(int parent, const std::string& name, int flags)
 {
-    return FileDescriptor(
+    return Posix::FileDescriptor(
         retryInterrupted([&] { return ::openat(parent, systemPath(name), flags); }));
 }
 
@@ -82,7 +82,7 @@ LocalPlaces::Directory LocalPlaces::open(const std::string& root, const std::str
     return parent != nullptr ? keep(directory, openDirectory(parent->get(), name, flags)) : nullptr;
 }
 
-LocalPlaces::Directory LocalPlaces::keep(const std::string& path, FileDescriptor&& directory)
+LocalPlaces::Directory LocalPlaces::keep(const std::string& path, Posix::FileDescriptor&& directory)
 {
     if (directory.get() == -1) {
         const bool isOther = errno == ENOTDIR || errno == ELOOP;
@@ -93,7 +93,7 @@ LocalPlaces::Directory LocalPlaces::keep(const std::string& path, FileDescriptor
     if (open_.size() >= mostOpen) {
         open_.clear();
     }
-    auto kept = std::make_shared<const FileDescriptor>(std::move(directory));
+    auto kept = std::make_shared<const Posix::FileDescriptor>(std::move(directory));
     open_.emplace(path, kept);
     return kept;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "local/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 #include <map>
 #include <memory>
@@ -18,7 +18,7 @@ struct LocalPlace
 
     const char* path() const noexcept { return name.c_str(); }
 
-    std::shared_ptr<const FileDescriptor> directory; ///< Null for a path as it stands.
+    std::shared_ptr<const Posix::FileDescriptor> directory; ///< Null for a path as it stands.
     std::string name;
     bool isConfined; ///< A link in the last component is not to be followed either.
 };
@@ -40,10 +40,10 @@ public:
 
 private:
     const std::string* rootOf(const std::string& path) const;
-    using Directory = std::shared_ptr<const FileDescriptor>;
+    using Directory = std::shared_ptr<const Posix::FileDescriptor>;
 
     Directory open(const std::string& root, const std::string& directory);
-    Directory keep(const std::string& path, FileDescriptor&& directory);
+    Directory keep(const std::string& path, Posix::FileDescriptor&& directory);
 
     std::vector<std::string> roots_;
     std::map<std::string, Directory> open_;

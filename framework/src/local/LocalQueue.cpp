@@ -267,7 +267,7 @@ bool LocalQueue::listNow(const std::string& path, const EntryReceiver& receiver)
         return false;
     }
     const int follow = place->isConfined ? O_NOFOLLOW : 0;
-    const FileDescriptor opened(retryInterrupted([&] {
+    const Posix::FileDescriptor opened(retryInterrupted([&] {
         return ::openat(place->descriptor(), place->path(),
                         O_PATH | O_DIRECTORY | O_CLOEXEC | follow);
     }));

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "local/FileDescriptor.h"
 #include "local/LocalPlaces.h"
+#include "posix/FileDescriptor.h"
 #include "queue/ImmediateQueue.h"
 #include "queue/OpenFiles.h"
 
@@ -53,7 +53,7 @@ private:
     const LocalFileSystem& system_;
     std::shared_ptr<const std::atomic<bool>> isAlive_;
     LocalPlaces places_;
-    OpenFiles<FileDescriptor> files_;
+    OpenFiles<Posix::FileDescriptor> files_;
 };
 
 } // namespace FileSystem

@@ -1,11 +1,11 @@
 #include "local/LocalTreeRemoval.h"
 
 #include "SystemCall.h"
-#include "local/FileDescriptor.h"
 #include "local/LocalDirectory.h"
 #include "local/LocalError.h"
 #include "path/NameCheck.h"
 #include "path/PathText.h"
+#include "posix/FileDescriptor.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -20,10 +20,10 @@ namespace FileSystem {
 
 namespace {
 
-FileDescriptor openDirectory(int parent, const char* name)
+Posix::FileDescriptor openDirectory(int parent, const char* name)
 {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    return FileDescriptor(retryInterrupted([&] { return ::openat(parent, name, flags); }));
+    return Posix::FileDescriptor(retryInterrupted([&] { return ::openat(parent, name, flags); }));
 }
 
 /// A walk that holds one directory open at a time: how deep a tree goes is not for us to say.
@@ -31,7 +31,7 @@ class LocalTreeRemoval
 {
 public:
     /// \param path of the root, for telling where a failure was.
-    LocalTreeRemoval(FileDescriptor&& root, const std::string& path)
+    LocalTreeRemoval(Posix::FileDescriptor&& root, const std::string& path)
         : current_(std::move(root))
         , path_(path)
     {}
@@ -96,7 +96,7 @@ private:
         if (!entry.isDirectory) {
             return unlink(entry.name, 0);
         }
-        FileDescriptor below = openDirectory(current_.get(), entry.name.c_str());
+        Posix::FileDescriptor below = openDirectory(current_.get(), entry.name.c_str());
         if (below.get() == -1) {
             // One that may not be read can still be removed, as long as it is empty.
             const int whyClosed = errno;
@@ -114,7 +114,7 @@ private:
     {
         const std::string name = std::move(levels_.back().name);
         levels_.pop_back();
-        FileDescriptor above = openDirectory(current_.get(), "..");
+        Posix::FileDescriptor above = openDirectory(current_.get(), "..");
         current_ = std::move(above);
         return (isAt(levels_.back()) || fail(FailureCode::Changed, {}, pathOf(name))) &&
                unlink(name, AT_REMOVEDIR);
@@ -145,7 +145,7 @@ private:
         return PathText::childId(path_, names);
     }
 
-    FileDescriptor current_;
+    Posix::FileDescriptor current_;
     std::string path_;
     std::vector<Level> levels_;
 };
@@ -158,7 +158,7 @@ bool removeLocalTree(const std::string& path)
     if (!isName(PathText::fileName(place)) || !isPath(place)) {
         return false;
     }
-    FileDescriptor root = openDirectory(AT_FDCWD, place.c_str());
+    Posix::FileDescriptor root = openDirectory(AT_FDCWD, place.c_str());
     const int whyClosed = root.get() == -1 ? errno : 0;
     if (whyClosed == 0 && !LocalTreeRemoval(std::move(root), place).empty()) {
         return false;

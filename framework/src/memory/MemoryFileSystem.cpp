@@ -3,10 +3,10 @@
 #include "memory/MemoryFile.h"
 #include "memory/MemoryTree.h"
 #include "path/NameCheck.h"
-#include "path/NameFilter.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/MemoryFileSystem.h>
+#include <FileSystem/NameFilter.h>
 
 #include <utility>
 
@@ -54,7 +54,7 @@ class FilteredListing
 {
 public:
     FilteredListing(const MemoryFaults& faults, const MemoryTree& tree, const std::string& path,
-                    std::uint64_t limit, NameFilter wanted = NameFilter::all())
+                    std::uint64_t limit, NameFilter wanted = NameFilter())
         : path_(path)
         , wanted_(std::move(wanted))
     {
@@ -71,7 +71,7 @@ public:
     {
         std::vector<decltype(make(MemoryTree::Entry()))> results;
         for (const auto& entry : listing_.entries) {
-            if (wanted_.passes(entry.name.c_str())) {
+            if (wanted_.passes(entry.name)) {
                 results.push_back(make(entry));
             }
         }

@@ -30,8 +30,8 @@ public:
     int wakeUpDescriptor() const noexcept { return readEnd_.get(); }
 
 private:
-    FileDescriptor readEnd_;
-    FileDescriptor writeEnd_;
+    Posix::FileDescriptor readEnd_;
+    Posix::FileDescriptor writeEnd_;
     struct sigaction formerAction_ = {};
     int delivered_ = 0;
 };

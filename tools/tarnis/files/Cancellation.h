@@ -41,8 +41,8 @@ private:
     bool waitForEvent(int milliseconds) const;
 
     Tarnis::SSHSession& session_;
-    FileDescriptor readEnd_;
-    FileDescriptor writeEnd_;
+    Posix::FileDescriptor readEnd_;
+    Posix::FileDescriptor writeEnd_;
     std::array<struct sigaction, signals.size()> formerActions_{};
     std::atomic<bool> isOver_{false};
     std::thread thread_;

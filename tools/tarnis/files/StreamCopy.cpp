@@ -102,7 +102,7 @@ StreamTarget::StreamTarget(std::string path)
             error_ = EBADF;
             return;
         }
-        descriptor_ = FileDescriptor(::fcntl(*number, F_DUPFD_CLOEXEC, 0));
+        descriptor_ = Posix::FileDescriptor(::fcntl(*number, F_DUPFD_CLOEXEC, 0));
         error_ = errno;
     }
 }
@@ -125,7 +125,7 @@ TargetKind StreamTarget::kind() const
 
 // Without O_NOCTTY a terminal could become the program's own, and without O_NONBLOCK it could not
 // be interrupted while nobody reads.
-FileDescriptor StreamTarget::open(const Cancellation& cancellation)
+Posix::FileDescriptor StreamTarget::open(const Cancellation& cancellation)
 {
     if (isDescriptor_) {
         if (!descriptor_.isOpen()) {
@@ -135,7 +135,8 @@ FileDescriptor StreamTarget::open(const Cancellation& cancellation)
     }
     for (;;) {
         throwIfCancelled(path_, cancellation);
-        FileDescriptor opened(::open(path_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+        Posix::FileDescriptor opened(
+            ::open(path_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
         if (opened.isOpen()) {
             return opened;
         }
@@ -215,7 +216,7 @@ void StreamedCopy::run()
     if (!isRegularFile(info.type)) {
         from_.refuse("cannot copy", source_, "it is no file");
     }
-    const FileDescriptor output = target_.open(cancellation_);
+    const Posix::FileDescriptor output = target_.open(cancellation_);
     ProgressBar bar(info.size);
     bar.setLabel(nameOf(source_));
     // The progress would mix with the file's text on a terminal.

@@ -39,13 +39,13 @@ public:
 
     /// Opens a stream for writing, once. A pipe that nobody reads is waited for. Throws Failure,
     /// also when it is cancelled meanwhile.
-    FileDescriptor open(const Cancellation& cancellation);
+    Posix::FileDescriptor open(const Cancellation& cancellation);
 
 private:
     std::string path_;
     bool isDescriptor_ = false;
     /// A duplicate of the descriptor, or why there is none.
-    FileDescriptor descriptor_;
+    Posix::FileDescriptor descriptor_;
     int error_ = 0;
 };
 

@@ -98,7 +98,8 @@ IdentityFile IdentityFile::inspect(const std::string& path)
 {
     IdentityFile result;
     // Without O_NONBLOCK a pipe that nobody writes to would hold the program up for ever.
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    const Posix::FileDescriptor file(
+        ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     struct stat status = {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         result.problem = std::strerror(errno);

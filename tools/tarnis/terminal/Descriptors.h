@@ -1,54 +1,17 @@
 #pragma once
 
+#include "posix/FileDescriptor.h"
+
 #include <array>
 #include <cerrno>
 #include <cstddef>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace TarnisTool {
-
-/// Owns a file descriptor and closes it.
-class FileDescriptor
-{
-public:
-    FileDescriptor() noexcept = default;
-
-    explicit FileDescriptor(int descriptor) noexcept
-        : descriptor_(descriptor)
-    {}
-
-    FileDescriptor(FileDescriptor&& other) noexcept
-        : descriptor_(std::exchange(other.descriptor_, -1))
-    {}
-
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept
-    {
-        std::swap(descriptor_, other.descriptor_);
-        return *this;
-    }
-
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    ~FileDescriptor()
-    {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-        }
-    }
-
-    int get() const noexcept { return descriptor_; }
-
-    bool isOpen() const noexcept { return descriptor_ >= 0; }
-
-private:
-    int descriptor_ = -1;
-};
 
 /// The two ends of a pipe within this process, neither of which ever waits. Throws
 /// std::system_error when there are no descriptors left.
@@ -60,12 +23,12 @@ struct Pipe
         if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
             throw std::system_error(errno, std::generic_category(), "pipe");
         }
-        readEnd = FileDescriptor(ends[0]);
-        writeEnd = FileDescriptor(ends[1]);
+        readEnd = Posix::FileDescriptor(ends[0]);
+        writeEnd = Posix::FileDescriptor(ends[1]);
     }
 
-    FileDescriptor readEnd;
-    FileDescriptor writeEnd;
+    Posix::FileDescriptor readEnd;
+    Posix::FileDescriptor writeEnd;
 };
 
 /// Writes where nobody can be told that it did not work: to a user whose terminal or standard error

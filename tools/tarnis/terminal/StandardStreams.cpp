@@ -45,7 +45,7 @@ bool wasClosed(int descriptor) noexcept
 
 void closeStandardInput()
 {
-    const FileDescriptor file(::open(nowhere, O_RDONLY | O_CLOEXEC));
+    const Posix::FileDescriptor file(::open(nowhere, O_RDONLY | O_CLOEXEC));
     if (file.isOpen()) {
         ::dup2(file.get(), STDIN_FILENO);
     }

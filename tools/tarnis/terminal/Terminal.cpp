@@ -144,13 +144,13 @@ bool readLine(int terminal, Append append)
 
 } // namespace
 
-Terminal::Terminal(FileDescriptor descriptor)
+Terminal::Terminal(Posix::FileDescriptor descriptor)
     : descriptor_(std::move(descriptor))
 {}
 
 std::optional<Terminal> Terminal::open()
 {
-    FileDescriptor descriptor(::open("/dev/tty", O_RDWR | O_CLOEXEC));
+    Posix::FileDescriptor descriptor(::open("/dev/tty", O_RDWR | O_CLOEXEC));
     if (!descriptor.isOpen()) {
         return std::nullopt;
     }

@@ -28,9 +28,9 @@ public:
     std::optional<Secret> askSecret(std::string_view question) const;
 
 private:
-    explicit Terminal(FileDescriptor descriptor);
+    explicit Terminal(Posix::FileDescriptor descriptor);
 
-    FileDescriptor descriptor_;
+    Posix::FileDescriptor descriptor_;
 };
 
 /// Whether text on this descriptor may be coloured: a terminal that can do it, and a user who has
