@@ -22,16 +22,9 @@ std::string findDropbearKey()
 SshdProcess::Startup checkStartup(ChildProcess& process,
                                   const std::vector<std::uint16_t>& /*ports*/)
 {
-    const bool running = process.isRunning();
-    const std::string log = process.errorOutput();
-    if (log.find("Address already in use") != std::string::npos) {
-        return SshdProcess::Startup::PortTaken;
-    }
-    if (!running) {
-        return SshdProcess::Startup::Failed;
-    }
-    const bool started = log.find("Not backgrounding") != std::string::npos;
-    return started ? SshdProcess::Startup::Listening : SshdProcess::Startup::Pending;
+    return checkStartupLog(process, [](const std::string& log) {
+        return log.find("Not backgrounding") != std::string::npos;
+    });
 }
 
 } // namespace

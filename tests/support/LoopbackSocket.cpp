@@ -22,15 +22,6 @@ UniqueFd newSocket()
     return socket;
 }
 
-sockaddr_in loopbackAddress(std::uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 // The socket calls take every family's address through one generic type.
 const sockaddr* generic(const sockaddr_in& address)
 {
@@ -46,6 +37,15 @@ void setOption(const UniqueFd& socket, int level, int name)
 }
 
 } // namespace
+
+sockaddr_in loopbackAddress(std::uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
 
 UniqueFd listenOnLoopback(std::uint16_t port)
 {

@@ -4,7 +4,12 @@
 
 #include <cstdint>
 
+#include <netinet/in.h>
+
 namespace TarnisTest {
+
+/// 127.0.0.1, for the calls of sockets.
+sockaddr_in loopbackAddress(std::uint16_t port);
 
 /// A TCP socket listening on 127.0.0.1. Port 0 lets the system choose a free one. Throws
 /// std::system_error when the port is taken.

@@ -61,18 +61,11 @@ bool acceptsConnections(std::uint16_t port)
 
 SshdProcess::Startup checkStartup(ChildProcess& process, const std::vector<std::uint16_t>& ports)
 {
-    const bool running = process.isRunning();
-    const std::string log = process.errorOutput();
-    if (log.find("Address already in use") != std::string::npos) {
-        return SshdProcess::Startup::PortTaken;
-    }
-    if (!running) {
-        return SshdProcess::Startup::Failed;
-    }
     // It has bound its socket by the time it says so, and listens a moment later.
-    const bool started = log.find("standalone mode STARTUP") != std::string::npos &&
-                         acceptsConnections(ports.front());
-    return started ? SshdProcess::Startup::Listening : SshdProcess::Startup::Pending;
+    return checkStartupLog(process, [&](const std::string& log) {
+        return log.find("standalone mode STARTUP") != std::string::npos &&
+               acceptsConnections(ports.front());
+    });
 }
 
 } // namespace

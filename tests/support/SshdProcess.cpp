@@ -134,9 +134,10 @@ void providePrivilegeSeparationDirectory()
     }
 }
 
-SshdProcess::Startup checkSshdStartup(ChildProcess& process,
-                                      const std::vector<std::uint16_t>& ports)
+SshdProcess::Startup checkStartupLog(ChildProcess& process,
+                                     const std::function<bool(const std::string& log)>& isListening)
 {
+    // In this order: the log of a process that has ended is complete.
     const bool running = process.isRunning();
     const std::string log = process.errorOutput();
     if (contains(log, "Address already in use")) {
@@ -145,10 +146,17 @@ SshdProcess::Startup checkSshdStartup(ChildProcess& process,
     if (!running) {
         return SshdProcess::Startup::Failed;
     }
-    const bool listening = std::all_of(ports.begin(), ports.end(), [&log](std::uint16_t port) {
-        return contains(log, "listening on 127.0.0.1 port " + std::to_string(port) + ".");
+    return isListening(log) ? SshdProcess::Startup::Listening : SshdProcess::Startup::Pending;
+}
+
+SshdProcess::Startup checkSshdStartup(ChildProcess& process,
+                                      const std::vector<std::uint16_t>& ports)
+{
+    return checkStartupLog(process, [&](const std::string& log) {
+        return std::all_of(ports.begin(), ports.end(), [&log](std::uint16_t port) {
+            return contains(log, "listening on 127.0.0.1 port " + std::to_string(port) + ".");
+        });
     });
-    return listening ? SshdProcess::Startup::Listening : SshdProcess::Startup::Pending;
 }
 
 std::string withoutPenalties()

@@ -73,6 +73,12 @@ std::string findSshd();
 /// unit file makes it on a machine where the service runs; elsewhere it may be missing.
 void providePrivilegeSeparationDirectory();
 
+/// How far a server has come that names a port that is taken in its log.
+/// \param isListening whether its log says so.
+SshdProcess::Startup
+checkStartupLog(ChildProcess& process,
+                const std::function<bool(const std::string& log)>& isListening);
+
 /// OpenSSH's way of saying that it listens, or that it cannot.
 SshdProcess::Startup checkSshdStartup(ChildProcess& process,
                                       const std::vector<std::uint16_t>& ports);

@@ -1,6 +1,7 @@
 // Copies of trees with many files in flight, along each route.
 
 #include "contract/CopyRoutes.h"
+#include "contract/Notes.h"
 #include "support/PseudoRandom.h"
 
 #include <FileSystem/Failure.h>
@@ -9,7 +10,6 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -24,10 +24,7 @@ using FileSystem::Failure;
 using FileSystem::FailureCode;
 using FileSystem::TreeCopyOptions;
 using FileSystem::TreeCopyPath;
-using FileSystem::TreeEntry;
-using FileSystem::TreeObserver;
 using FileSystem::TreePart;
-using FileSystem::TreeProgress;
 using FileSystem::TreeReport;
 using FileSystem::TreeStanding;
 using ::testing::ElementsAre;
@@ -40,65 +37,6 @@ std::chrono::seconds secondsOf(FileSystem::StorageSystemTimePoint time)
 {
     return std::chrono::floor<std::chrono::seconds>(time.time_since_epoch());
 }
-
-/// Writes down what it is told, and answers as it was told to.
-class Notes : public TreeObserver
-{
-public:
-    bool wants(const TreeEntry& entry) override { return unwanted.count(entry.below) == 0; }
-
-    void done(const TreeEntry& entry) override
-    {
-        finished.push_back(entry.below);
-        if (entry.below == throwsAt) {
-            throw std::runtime_error("enough");
-        }
-    }
-
-    void skipped(const TreeEntry& entry) override { leftOut.push_back(entry.below); }
-
-    void kept(const TreeEntry& entry, const std::string& path, TreePart part) override
-    {
-        parts.emplace_back(entry.below, part);
-        lastPart = path;
-    }
-
-    bool removes(const TreeEntry& entry) override { return unwanted.count(entry.below) == 0; }
-
-    void removed(const TreeEntry& entry) override { gone.push_back(entry.below); }
-
-    bool failed(const TreeEntry& entry, const Failure& failure) override
-    {
-        failures.emplace_back(entry.below, failure);
-        return true;
-    }
-
-    bool progress(const TreeProgress& progress) override
-    {
-        last = progress;
-        return progress.bytesDone < mostBytes;
-    }
-
-    std::vector<std::string> failedEntries() const
-    {
-        std::vector<std::string> entries;
-        for (const auto& [entry, failure] : failures) {
-            entries.push_back(entry);
-        }
-        return entries;
-    }
-
-    std::set<std::string> unwanted;
-    std::string throwsAt = "nowhere";
-    std::uint64_t mostBytes = ~std::uint64_t{0};
-    std::vector<std::string> finished;
-    std::vector<std::string> leftOut;
-    std::vector<std::string> gone;
-    std::vector<std::pair<std::string, TreePart>> parts;
-    std::string lastPart;
-    std::vector<std::pair<std::string, Failure>> failures;
-    TreeProgress last;
-};
 
 class CopyTreeContract : public CopyRouteTest
 {

@@ -1,12 +1,12 @@
 // Walks and removals of trees, with many operations in flight.
 
 #include "contract/ContractTest.h"
+#include "contract/Notes.h"
 
 #include <FileSystem/TreeOperations.h>
 
 #include <algorithm>
 #include <functional>
-#include <set>
 #include <stdexcept>
 
 namespace TarnisTest {
@@ -19,71 +19,12 @@ using FileSystem::removeTree;
 using FileSystem::TreeEntry;
 using FileSystem::TreeObserver;
 using FileSystem::TreeOptions;
-using FileSystem::TreeProgress;
 using FileSystem::TreeReport;
 using FileSystem::walkTree;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
-
-/// Writes down what it is told, and answers as it was told to.
-class Notes : public TreeObserver
-{
-public:
-    bool wants(const TreeEntry& entry) override
-    {
-        seen.push_back(entry.below);
-        paths.push_back(entry.path);
-        return unwanted.count(entry.below) == 0;
-    }
-
-    bool comesFirst(const TreeEntry& left, const TreeEntry& right) override
-    {
-        return isBackward ? TreeObserver::comesFirst(right, left)
-                          : TreeObserver::comesFirst(left, right);
-    }
-
-    void done(const TreeEntry& entry) override
-    {
-        finished.push_back(entry.below);
-        if (entry.below == throwsAt) {
-            throw std::runtime_error("enough");
-        }
-    }
-
-    bool failed(const TreeEntry& entry, const Failure& failure) override
-    {
-        failures.emplace_back(entry.below, failure);
-        return goesOn;
-    }
-
-    bool progress(const TreeProgress& progress) override
-    {
-        last = progress;
-        return finished.size() < mostFinished;
-    }
-
-    std::vector<std::string> failedEntries() const
-    {
-        std::vector<std::string> entries;
-        for (const auto& [entry, failure] : failures) {
-            entries.push_back(entry);
-        }
-        return entries;
-    }
-
-    std::set<std::string> unwanted;
-    std::string throwsAt = "nowhere";
-    bool isBackward = false;
-    bool goesOn = true;
-    std::size_t mostFinished = 1'000'000;
-    std::vector<std::string> seen;
-    std::vector<std::string> paths;
-    std::vector<std::string> finished;
-    std::vector<std::pair<std::string, Failure>> failures;
-    TreeProgress last;
-};
 
 class TreeContract : public ContractTest
 {

@@ -46,15 +46,6 @@ bool isInState(int descriptor, int state)
            info.tcpi_state == state;
 }
 
-sockaddr_in loopbackAddress(std::uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 /// A connection that has been asked for and perhaps not answered yet.
 UniqueFd beginConnection(std::uint16_t port)
 {

@@ -42,6 +42,28 @@ void FilesTest::SetUp()
     trust(server_->port(), server_->hostPublicKeyBase64());
 }
 
+void FarFilesTest::SetUp()
+{
+    FilesTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) {
+        return;
+    }
+    proxy_ = std::make_unique<TcpProxy>(server().port());
+    trust(proxy_->port(), server().hostPublicKeyBase64());
+}
+
+void FarFilesTest::setDelay(std::chrono::milliseconds delay)
+{
+    line().setDelay(TcpProxy::ToServer, delay);
+    line().setDelay(TcpProxy::ToClient, delay);
+}
+
+void FarFilesTest::slowDown(std::size_t bytesPerSecond)
+{
+    line().setThrottle(TcpProxy::ToServer, bytesPerSecond);
+    line().setThrottle(TcpProxy::ToClient, bytesPerSecond);
+}
+
 void ScriptedFilesTest::SetUp()
 {
     ToolTest::SetUp();

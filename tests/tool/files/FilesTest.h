@@ -3,8 +3,11 @@
 #include "support/OpenSshServer.h"
 #include "support/RequireServer.h"
 #include "support/ScriptedSftpServer.h"
+#include "support/TcpProxy.h"
 #include "tool/ToolTest.h"
 
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -64,6 +67,27 @@ protected:
 private:
     TemporaryDirectory there_;
     std::unique_ptr<OpenSshServer> server_;
+};
+
+/// With a real server, which is reached directly or through a proxy that can be slow, and cut.
+class FarFilesTest : public FilesTest
+{
+protected:
+    void SetUp() override;
+
+    /// What is sent through the proxy takes so long in each direction.
+    void setDelay(std::chrono::milliseconds delay);
+
+    /// The proxy moves no more in each direction.
+    void slowDown(std::size_t bytesPerSecond);
+
+    TcpProxy& line() { return *proxy_; }
+
+    /// The program's name for a path of the server, through the proxy.
+    std::string far(const std::string& path) const { return at(path, proxy_->port()); }
+
+private:
+    std::unique_ptr<TcpProxy> proxy_;
 };
 
 /// With a server that does what a script says.

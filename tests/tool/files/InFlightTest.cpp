@@ -20,29 +20,16 @@ using testing::Not;
 constexpr std::size_t kMany = 500;
 
 /// On such a line, whoever waits for each answer sends at least a piece for each question.
-class InFlightTest : public FilesTest
+class InFlightTest : public FarFilesTest
 {
 protected:
     void SetUp() override
     {
-        FilesTest::SetUp();
-        if (IsSkipped() || HasFatalFailure()) {
-            return;
+        FarFilesTest::SetUp();
+        if (!IsSkipped() && !HasFatalFailure()) {
+            setDelay(std::chrono::milliseconds(5));
         }
-        proxy_ = std::make_unique<TcpProxy>(server().port());
-        trust(proxy_->port(), server().hostPublicKeyBase64());
-        setDelay(std::chrono::milliseconds(5));
     }
-
-    void setDelay(std::chrono::milliseconds delay)
-    {
-        line().setDelay(TcpProxy::ToServer, delay);
-        line().setDelay(TcpProxy::ToClient, delay);
-    }
-
-    TcpProxy& line() { return *proxy_; }
-
-    std::string far(const std::string& path) const { return at(path, proxy_->port()); }
 
     /// Those of many files or links, of which each has its number for a name.
     std::vector<std::string> farPaths(const std::string& directory) const
@@ -73,9 +60,6 @@ protected:
         EXPECT_LT(pieces, questions / 4) << command;
         return result;
     }
-
-private:
-    std::unique_ptr<TcpProxy> proxy_;
 };
 
 TEST_F(InFlightTest, LookUpsOfManyPathsTakeFewRoundTrips)

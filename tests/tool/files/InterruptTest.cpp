@@ -17,29 +17,16 @@ using testing::IsEmpty;
 constexpr std::size_t kSize = 20'000'000;
 
 /// A transfer that takes its time.
-class TransferTest : public FilesTest
+class TransferTest : public FarFilesTest
 {
 protected:
     void SetUp() override
     {
-        FilesTest::SetUp();
-        if (IsSkipped() || HasFatalFailure()) {
-            return;
+        FarFilesTest::SetUp();
+        if (!IsSkipped() && !HasFatalFailure()) {
+            slowDown(kSize / 10);
         }
-        proxy_ = std::make_unique<TcpProxy>(server().port());
-        trust(proxy_->port(), server().hostPublicKeyBase64());
-        slowDown(kSize / 10);
     }
-
-    void slowDown(std::size_t bytesPerSecond)
-    {
-        line().setThrottle(TcpProxy::ToServer, bytesPerSecond);
-        line().setThrottle(TcpProxy::ToClient, bytesPerSecond);
-    }
-
-    std::string slowly(const std::string& path) const { return at(path, proxy_->port()); }
-
-    TcpProxy& line() { return *proxy_; }
 
     /// Starts it and waits until a part of the file has arrived in the directory.
     std::unique_ptr<ToolRun> begin(const ToolSetup& setup, const std::string& directory) const
@@ -53,15 +40,12 @@ protected:
         })) << tool->errorOutput();
         return tool;
     }
-
-private:
-    std::unique_ptr<TcpProxy> proxy_;
 };
 
 TEST_F(TransferTest, PutThatIsInterruptedLeavesNothing)
 {
     here().write("f", pseudoRandomBytes(1, kSize));
-    const auto tool = begin(setup("put", {here().file("f"), slowly("")}), there().path());
+    const auto tool = begin(setup("put", {here().file("f"), far("")}), there().path());
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(namesIn(there().path()), IsEmpty());
@@ -72,7 +56,7 @@ TEST_F(TransferTest, OnASlowLineNotMuchIsWaitedForAfterAnInterrupt)
 {
     slowDown(kSize / 40);
     here().write("f", pseudoRandomBytes(1, kSize));
-    const auto tool = begin(setup("put", {here().file("f"), slowly("")}), there().path());
+    const auto tool = begin(setup("put", {here().file("f"), far("")}), there().path());
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(tool->errorOutput(), HasSubstr("no half-written file has taken its name"));
@@ -83,7 +67,7 @@ TEST_F(TransferTest, GetThatIsInterruptedLeavesNothing)
 {
     there().write("f", pseudoRandomBytes(1, kSize));
     const std::string target = here().makeDirectory("target");
-    const auto tool = begin(setup("get", {slowly("f"), target}), target);
+    const auto tool = begin(setup("get", {far("f"), target}), target);
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(namesIn(target), IsEmpty());
@@ -95,7 +79,7 @@ TEST_F(TransferTest, AnInterruptedTreeKeepsWhatIsComplete)
     here().write("t/a", "complete");
     here().write("t/b", pseudoRandomBytes(1, kSize));
     there().makeDirectory("t");
-    const auto tool = start(setup("put", {"-r", "-j1", here().file("t"), slowly("")}));
+    const auto tool = start(setup("put", {"-r", "-j1", here().file("t"), far("")}));
     ASSERT_TRUE(waitUntil([&] { return namesIn(there().file("t")).size() > 1; }));
     tool->signal(SIGTERM);
     EXPECT_EQ(tool->wait(), 1);
@@ -107,7 +91,7 @@ TEST_F(TransferTest, APrivateTreeIsPrivateFromTheStart)
 {
     here().makeDirectory("t", 0700);
     here().write("t/f", pseudoRandomBytes(1, kSize), 0600);
-    const auto tool = start(setup("put", {"-rp", here().file("t"), slowly("")}));
+    const auto tool = start(setup("put", {"-rp", here().file("t"), far("")}));
     const std::string copy = there().file("t");
     ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(copy) && !namesIn(copy).empty(); }));
     EXPECT_EQ(std::filesystem::status(copy).permissions(), std::filesystem::perms::owner_all);
@@ -122,7 +106,7 @@ TEST_F(TransferTest, AnInterruptedDownloadOfATreeKeepsWhatIsComplete)
     there().write("t/a", "complete");
     there().write("t/b", pseudoRandomBytes(1, kSize));
     const std::string target = here().makeDirectory("t");
-    const auto tool = start(setup("get", {"-r", "-j1", slowly("t"), here().path().string()}));
+    const auto tool = start(setup("get", {"-r", "-j1", far("t"), here().path().string()}));
     ASSERT_TRUE(waitUntil([&] { return namesIn(target).size() > 1; })) << tool->errorOutput();
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
@@ -134,7 +118,7 @@ TEST_F(TransferTest, CpThatIsInterruptedLeavesNothing)
 {
     there().write("f", pseudoRandomBytes(1, kSize));
     const std::string target = there().makeDirectory("target");
-    const auto tool = begin(setup("cp", {slowly("f"), slowly("target")}), target);
+    const auto tool = begin(setup("cp", {far("f"), far("target")}), target);
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(namesIn(target), IsEmpty());
@@ -144,8 +128,7 @@ TEST_F(TransferTest, CpThatIsInterruptedLeavesNothing)
 TEST_F(TransferTest, ResumingKeepsThePart)
 {
     here().write("f", pseudoRandomBytes(1, kSize));
-    const auto tool =
-        begin(setup("put", {"--resume", here().file("f"), slowly("")}), there().path());
+    const auto tool = begin(setup("put", {"--resume", here().file("f"), far("")}), there().path());
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(namesIn(there().path()), testing::ElementsAre(".f.tarnis-part"));
@@ -157,7 +140,7 @@ TEST_F(TransferTest, TheSecondInterruptOfAResumedUploadSaysWhereTheBeginningMayB
     const std::string data = pseudoRandomBytes(1, kSize);
     here().write("f", data);
     there().write("f", data.substr(0, kSize / 100));
-    const auto tool = start(setup("put", {"--resume", here().file("f"), slowly("")}));
+    const auto tool = start(setup("put", {"--resume", here().file("f"), far("")}));
     ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(there().file(".f.tarnis-part")); }))
         << tool->errorOutput();
     line().stall();
@@ -166,8 +149,8 @@ TEST_F(TransferTest, TheSecondInterruptOfAResumedUploadSaysWhereTheBeginningMayB
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(namesIn(there().path()), testing::ElementsAre(".f.tarnis-part"));
-    EXPECT_THAT(tool->errorOutput(), testing::EndsWith("tarnis: what stood at " + slowly("f") +
-                                                       " may be in " + slowly(".f.tarnis-part") +
+    EXPECT_THAT(tool->errorOutput(), testing::EndsWith("tarnis: what stood at " + far("f") +
+                                                       " may be in " + far(".f.tarnis-part") +
                                                        ": the same command goes on from there\n"));
 }
 
@@ -176,7 +159,7 @@ TEST_F(TransferTest, ResumingABeginningThatStoodThereSaysWhereAPartOfTheFileIs)
     const std::string data = pseudoRandomBytes(1, kSize);
     here().write("f", data);
     there().write("f", data.substr(0, kSize / 100));
-    const auto tool = start(setup("put", {"--resume", here().file("f"), slowly("")}));
+    const auto tool = start(setup("put", {"--resume", here().file("f"), far("")}));
     ASSERT_TRUE(waitUntil([&] {
         const std::string part = there().file(".f.tarnis-part");
         return std::filesystem::exists(part) && std::filesystem::file_size(part) > kSize / 100;
@@ -186,7 +169,7 @@ TEST_F(TransferTest, ResumingABeginningThatStoodThereSaysWhereAPartOfTheFileIs)
     EXPECT_THAT(namesIn(there().path()), testing::ElementsAre("f"));
     EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files, 0 B: a part of the "
                                                "file is in " +
-                                               slowly("f")));
+                                               far("f")));
 }
 
 TEST_F(TransferTest, WritingInPlaceThatIsInterruptedSaysWhatMayBeHalfWritten)
@@ -194,18 +177,18 @@ TEST_F(TransferTest, WritingInPlaceThatIsInterruptedSaysWhatMayBeHalfWritten)
     here().write("f", pseudoRandomBytes(1, kSize));
     there().write("f", "");
     const auto tool =
-        begin(setup("put", {"--inplace", here().file("f"), slowly("f")}), there().path());
+        begin(setup("put", {"--inplace", here().file("f"), far("f")}), there().path());
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
-    EXPECT_THAT(tool->errorOutput(), HasSubstr("interrupted after 0 files, 0 B: " + slowly("f") +
-                                               " may be half-written"));
+    EXPECT_THAT(tool->errorOutput(),
+                HasSubstr("interrupted after 0 files, 0 B: " + far("f") + " may be half-written"));
 }
 
 TEST_F(TransferTest, ResumingADownloadKeepsThePart)
 {
     there().write("f", pseudoRandomBytes(1, kSize));
     const std::string target = here().makeDirectory("target");
-    const auto tool = begin(setup("get", {"--resume", slowly("f"), target}), target);
+    const auto tool = begin(setup("get", {"--resume", far("f"), target}), target);
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
     EXPECT_THAT(namesIn(target), testing::ElementsAre(".f.tarnis-part"));
@@ -216,7 +199,7 @@ TEST_F(TransferTest, OneInterruptIsEnoughThoughTheServerHangs)
 {
     there().write("f", pseudoRandomBytes(1, kSize));
     const std::string target = here().makeDirectory("target");
-    const auto tool = begin(setup("get", {slowly("f"), target}), target);
+    const auto tool = begin(setup("get", {far("f"), target}), target);
     line().stall();
     tool->signal(SIGINT);
     EXPECT_EQ(tool->wait(), 1);
@@ -227,7 +210,7 @@ TEST_F(TransferTest, OneInterruptIsEnoughThoughTheServerHangs)
 TEST_F(TransferTest, TheSecondInterruptEndsTheProgramThoughTheServerHangs)
 {
     here().write("f", pseudoRandomBytes(1, kSize));
-    const auto tool = begin(setup("put", {here().file("f"), slowly("")}), there().path());
+    const auto tool = begin(setup("put", {here().file("f"), far("")}), there().path());
     line().stall();
     tool->signal(SIGINT);
     ASSERT_TRUE(waitUntil([&] { return !tool->errorOutput().empty(); }));
@@ -238,7 +221,7 @@ TEST_F(TransferTest, TheSecondInterruptEndsTheProgramThoughTheServerHangs)
 TEST_F(TransferTest, AnIgnoredInterruptStaysIgnored)
 {
     here().write("f", pseudoRandomBytes(1, kSize));
-    ToolSetup ignoring = setup("put", {here().file("f"), slowly("")});
+    ToolSetup ignoring = setup("put", {here().file("f"), far("")});
     ignoring.ignoresInterrupts = true;
     const auto tool = begin(ignoring, there().path());
     tool->signal(SIGINT);
@@ -250,7 +233,7 @@ TEST_F(TransferTest, AnIgnoredInterruptStaysIgnored)
 TEST_F(TransferTest, ATerminalShowsHowFarItIs)
 {
     here().write("f\x1b[2J", pseudoRandomBytes(1, kSize));
-    ToolSetup atTerminal = setup("put", {here().file("f\x1b[2J"), slowly("f")});
+    ToolSetup atTerminal = setup("put", {here().file("f\x1b[2J"), far("f")});
     atTerminal.hasTerminal = true;
     atTerminal.errorsToTerminal = true;
     const auto tool = start(atTerminal);
@@ -267,7 +250,7 @@ TEST_F(TransferTest, ATerminalShowsHowFarItIs)
 TEST_F(TransferTest, WithoutATerminalThereIsNoBar)
 {
     here().write("f", pseudoRandomBytes(1, kSize / 20));
-    expectQuiet(tarnis("put", {here().file("f"), slowly("")}));
+    expectQuiet(tarnis("put", {here().file("f"), far("")}));
 }
 
 } // namespace

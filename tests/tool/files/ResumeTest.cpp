@@ -34,31 +34,14 @@ void setTime(const std::string& path, time_t seconds)
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
 }
 
-class ResumeTest : public FilesTest
+class ResumeTest : public FarFilesTest
 {
 protected:
-    void SetUp() override
-    {
-        FilesTest::SetUp();
-        if (!IsSkipped() && !HasFatalFailure()) {
-            proxy_ = std::make_unique<TcpProxy>(server().port());
-            trust(proxy_->port(), server().hostPublicKeyBase64());
-        }
-    }
-
-    /// The program's name for a path of the server, on a line that counts.
-    std::string counted(const std::string& path) const { return at(path, proxy_->port()); }
-
-    TcpProxy& line() { return *proxy_; }
-
     const std::string data_ = pseudoRandomBytes(1, kSize);
     /// More than a server may have been sent before it looks at the first byte: where the line is
     /// cut after kEnough, some of it was kept.
     const std::string long_ = pseudoRandomBytes(2, 4 * kSize);
     static constexpr std::uint64_t kEnough = 3 * kSize;
-
-private:
-    std::unique_ptr<TcpProxy> proxy_;
 };
 
 class ScriptedResumeTest : public ScriptedFilesTest
@@ -71,7 +54,7 @@ TEST_F(ResumeTest, PutSendsOnlyWhatIsMissing)
 {
     here().write("f", data_);
     there().write(".f.tarnis-part", data_.substr(0, kBeginning));
-    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), far("")}));
     EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
     EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
     EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kBeginning);
@@ -82,7 +65,7 @@ TEST_F(ResumeTest, PutGoesOnFromAHalfWrittenTarget)
 {
     here().write("f", data_);
     there().write("f", data_.substr(0, kBeginning));
-    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), far("")}));
     EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
     EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kBeginning);
 }
@@ -119,7 +102,7 @@ TEST_F(ResumeTest, WhatIsCompleteIsLeftAlone)
     there().write("f", data_);
     struct stat before = {};
     ASSERT_EQ(::stat(there().file("f").c_str(), &before), 0);
-    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), far("")}));
     struct stat after = {};
     ASSERT_EQ(::stat(there().file("f").c_str(), &after), 0);
     EXPECT_EQ(after.st_ino, before.st_ino);
@@ -140,12 +123,12 @@ TEST_F(ResumeTest, TakesUpAfterALostConnection)
 {
     here().write("f", long_);
     line().cutAfterBytes(TcpProxy::ToServer, kEnough, TcpProxy::Cut::Reset);
-    const ToolResult cut = tarnis("put", {"--resume", here().file("f"), counted("")});
+    const ToolResult cut = tarnis("put", {"--resume", here().file("f"), far("")});
     EXPECT_EQ(cut.exitCode, 1);
     EXPECT_THAT(namesIn(there().path()), ElementsAre(".f.tarnis-part"));
     line().neverCut();
     const auto before = line().forwardedBytes(TcpProxy::ToServer);
-    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), far("")}));
     EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(long_));
     EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
     EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer) - before, long_.size());
@@ -155,10 +138,10 @@ TEST_F(ResumeTest, APrivateFileGathersInAPrivatePart)
 {
     here().write("f", data_, 0600);
     line().cutAfterBytes(TcpProxy::ToServer, 1'500'000, TcpProxy::Cut::Reset);
-    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), counted("")}).exitCode, 1);
+    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), far("")}).exitCode, 1);
     EXPECT_EQ(modeOf(there().file(".f.tarnis-part")), 0600U);
     ::chmod(there().file(".f.tarnis-part").c_str(), 0666);
-    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), counted("")}).exitCode, 1);
+    EXPECT_EQ(tarnis("put", {"-p", "--resume", here().file("f"), far("")}).exitCode, 1);
     EXPECT_EQ(modeOf(there().file(".f.tarnis-part")), 0600U) << "one of an attempt without -p";
 }
 
@@ -216,7 +199,7 @@ TEST_F(ResumeTest, APrivateFileComesIntoAPartThatIsClosedFirst)
     there().write("f", data_ + data_ + data_, 0600);
     const std::string part = here().write(".f.tarnis-part", data_.substr(0, kBeginning), 0644);
     line().cutAfterBytes(TcpProxy::ToClient, 2 * kBeginning + kSize / 2, TcpProxy::Cut::Reset);
-    EXPECT_EQ(tarnis("get", {"--resume", counted("f"), here().path().string()}).exitCode, 1);
+    EXPECT_EQ(tarnis("get", {"--resume", far("f"), here().path().string()}).exitCode, 1);
     EXPECT_EQ(modeOf(part), 0600U);
 }
 
@@ -482,7 +465,7 @@ TEST_F(ResumeTest, APartOfTheOtherDirectionDoesNotKeepAFileFromGoingOn)
     expectQuiet(tarnis("get", {"--resume", at("t/f"), here().file("down")}));
     EXPECT_THAT(namesIn(here().file("down")), ElementsAre("f"));
     EXPECT_EQ(sha256(readFile(here().file("down/f"))), sha256(data_));
-    expectQuiet(tarnis("put", {"--resume", here().file("t/f"), counted("")}));
+    expectQuiet(tarnis("put", {"--resume", here().file("t/f"), far("")}));
     EXPECT_THAT(namesIn(there().path()), ElementsAre("f", "t"));
     EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
     EXPECT_LT(line().forwardedBytes(TcpProxy::ToServer), kBeginning);
@@ -510,7 +493,7 @@ TEST_F(ResumeTest, AFileThatIsNamedLikeAPartDoesNotKeepItsNeighbourFromGoingOn)
     here().write("t/.f.tarnis-part", "precious");
     there().makeDirectory("t");
     line().cutAfterBytes(TcpProxy::ToServer, kEnough, TcpProxy::Cut::Reset);
-    const std::vector<std::string> arguments{"-r", "--resume", here().file("t"), counted("")};
+    const std::vector<std::string> arguments{"-r", "--resume", here().file("t"), far("")};
     EXPECT_EQ(tarnis("put", arguments).exitCode, 1);
     line().neverCut();
     const auto before = line().forwardedBytes(TcpProxy::ToServer);
@@ -527,14 +510,14 @@ TEST_F(ResumeTest, ADownloadThatFailsLeavesTheBeginningThatStoodThere)
     const std::string beginning = data.substr(0, 500'000);
     here().write("f", beginning, 0640);
     line().cutAfterBytes(TcpProxy::ToClient, 3 * kSize, TcpProxy::Cut::Reset);
-    EXPECT_EQ(tarnis("get", {"--resume", counted("f"), here().path().string()}).exitCode, 1);
+    EXPECT_EQ(tarnis("get", {"--resume", far("f"), here().path().string()}).exitCode, 1);
     EXPECT_EQ(sha256(readFile(here().file("f"))), sha256(beginning));
     const std::string part = readFile(here().file(".f.tarnis-part"));
     EXPECT_GE(part.size(), beginning.size());
     EXPECT_EQ(part, data.substr(0, part.size()));
     EXPECT_EQ(modeOf(here().file("f")), 0640U);
     line().neverCut();
-    expectQuiet(tarnis("get", {"--resume", counted("f"), here().path().string()}));
+    expectQuiet(tarnis("get", {"--resume", far("f"), here().path().string()}));
     EXPECT_EQ(sha256(readFile(here().file("f"))), sha256(data));
     EXPECT_EQ(modeOf(here().file("f")), 0640U);
     EXPECT_THAT(namesIn(here().path()), ElementsAre("f"));
@@ -545,13 +528,13 @@ TEST_F(ResumeTest, AnUploadThatLosesItsConnectionSaysWhereTheBeginningIs)
     here().write("f", data_);
     there().write("f", data_.substr(0, 500'000));
     line().cutAfterBytes(TcpProxy::ToServer, 1'500'000, TcpProxy::Cut::Reset);
-    const ToolResult cut = tarnis("put", {"--resume", here().file("f"), counted("")});
+    const ToolResult cut = tarnis("put", {"--resume", here().file("f"), far("")});
     EXPECT_EQ(cut.exitCode, 1);
     EXPECT_THAT(namesIn(there().path()), ElementsAre(".f.tarnis-part"));
     EXPECT_THAT(cut.errorOutput,
-                HasSubstr("what stood at " + counted("f") + " is in " + counted(".f.tarnis-part")));
+                HasSubstr("what stood at " + far("f") + " is in " + far(".f.tarnis-part")));
     line().neverCut();
-    expectQuiet(tarnis("put", {"--resume", here().file("f"), counted("")}));
+    expectQuiet(tarnis("put", {"--resume", here().file("f"), far("")}));
     EXPECT_EQ(sha256(readFile(there().file("f"))), sha256(data_));
     EXPECT_THAT(namesIn(there().path()), ElementsAre("f"));
 }
