@@ -184,7 +184,8 @@ struct TreeCopyOptions : TreeOptions
     /// copied. Not where anything of the source could not be read or copied, there or below, and
     /// not once the copy was stopped. What is there and not wanted from the source stays, and so
     /// does what may be an entry of the source in another spelling, for a system that does not tell
-    /// "a" from "A": the next copy removes it where it was not.
+    /// "a" from "A": the next copy removes it where it was not. A source of this copy stays in any
+    /// case.
     bool removesOthers = false;
 };
 

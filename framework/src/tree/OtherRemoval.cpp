@@ -1,16 +1,18 @@
 #include "tree/OtherRemoval.h"
 
 #include "path/PathText.h"
+#include "tree/CopyClaims.h"
 #include "tree/TreeRemover.h"
 
 namespace FileSystem {
 
 OtherRemoval::OtherRemoval(TreeWork& work, const StorageSystem& target, const std::string& root,
-                           const TreeEntry& directory)
+                           const TreeEntry& directory, const std::set<std::string>& kept)
     : work_(work)
     , target_(target)
     , root_(root)
     , directory_(directory)
+    , kept_(kept)
 {}
 
 OtherRemoval::~OtherRemoval() = default;
@@ -29,7 +31,7 @@ void OtherRemoval::remove(const std::vector<std::string>& names, const TreeOptio
 
 bool OtherRemoval::wants(const TreeEntry& entry)
 {
-    return work_.removes(inTree(entry));
+    return kept_.count(withSmallLetters(entry.path)) == 0 && work_.removes(inTree(entry));
 }
 
 void OtherRemoval::done(const TreeEntry& entry)

@@ -4,6 +4,7 @@
 
 #include <FileSystem/TreeOperations.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,8 +16,9 @@ class OtherRemoval final : public TreeObserver
 public:
     /// \param root that the directory is in, or is: nothing below its target is reached through a
     ///             link.
+    /// \param kept paths, in small letters, of what is not to be removed whatever the source has.
     OtherRemoval(TreeWork& work, const StorageSystem& target, const std::string& root,
-                 const TreeEntry& directory);
+                 const TreeEntry& directory, const std::set<std::string>& kept);
     ~OtherRemoval() override;
 
     void remove(const std::vector<std::string>& names, const TreeOptions& options);
@@ -33,6 +35,7 @@ private:
     const StorageSystem& target_;
     const std::string& root_;
     const TreeEntry& directory_;
+    const std::set<std::string>& kept_;
 };
 
 } // namespace FileSystem

@@ -156,6 +156,7 @@ void TreeCopier::movePieces(std::uint64_t size) noexcept
 TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
 {
     const auto turns = turnsOf(paths);
+    noteSources(paths);
     for (auto i = paths.size(); i-- > 0;) {
         if (!turns[i].isRepeated) {
             Root root{{}, turns[i]};
@@ -384,6 +385,7 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent, bool isSha
         return;
     }
     if (parent == nullptr) {
+        keepSourcesWithin(entry.target);
         context_->source.confine(entry.path);
         context_->target.confine(entry.target);
     }
@@ -523,10 +525,43 @@ void TreeCopier::chooseOthers(Directory& directory)
     std::sort(directory.others.begin(), directory.others.end());
 }
 
+/// Where they lead, and the places of those that are links.
+void TreeCopier::noteSources(const std::vector<TreeCopyPath>& paths)
+{
+    if (!options_.removesOthers || !context_->isOneSystem()) {
+        return;
+    }
+    const auto note = [this](const std::optional<std::string>& place, const std::string& name) {
+        if (place) {
+            sources_.push_back(PathText::childId(*place, {name}));
+        }
+    };
+    for (const auto& [source, target] : paths) {
+        const auto path = PathText::removeTrailingSlash(source);
+        const auto parent = PathText::parentId(path);
+        note(placeOf(source_, path), {});
+        note(placeOf(source_, parent.empty() ? "." : parent), PathText::fileName(path));
+    }
+}
+
+/// A tree may be copied into one that it is part of, and is no less wanted there than the copy.
+void TreeCopier::keepSourcesWithin(const std::string& target)
+{
+    const auto place = sources_.empty() ? std::nullopt : placeOf(target_, target);
+    const auto outer = withSmallLetters(place.value_or(""));
+    for (const std::string& source : sources_) {
+        const auto inner = withSmallLetters(source);
+        if (place && PathText::isWithin(outer, inner)) {
+            const auto below = PathText::removeLeadingSlash(inner.substr(outer.size()));
+            keptSources_.insert(PathText::childId(withSmallLetters(target), {below}));
+        }
+    }
+}
+
 /// Before the directory gets its time and its permissions. What is in flight waits meanwhile.
 void TreeCopier::removeOthers(const Directory& directory)
 {
-    OtherRemoval removal(work_, target_, directory.rootTarget, directory.entry);
+    OtherRemoval removal(work_, target_, directory.rootTarget, directory.entry, keptSources_);
     removal.remove(directory.others, options_);
 }
 

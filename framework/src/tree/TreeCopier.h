@@ -93,6 +93,8 @@ private:
     void chooseOthers(Directory& directory);
     void removeOthers(const Directory& directory);
     bool mayRemoveOthers(const Directory& directory) const;
+    void noteSources(const std::vector<TreeCopyPath>& paths);
+    void keepSourcesWithin(const std::string& target);
     bool isTarget(const std::string& path, const DirectoryPtr& parent) const;
     std::shared_ptr<FileTransfer> newFileTransfer(TreeEntry&& entry, const DirectoryPtr& parent,
                                                   bool mustBeNew);
@@ -110,6 +112,9 @@ private:
     bool hasMadeRoot_ = false;
     std::set<std::string> targets_; ///< Of what was named.
     std::vector<Root> roots_;       ///< Still to be looked at; the next one last.
+    /// All that was named, where it leads; what of it lies within a target is not removed there.
+    std::vector<std::string> sources_;
+    std::set<std::string> keptSources_; ///< As paths of the target, in small letters.
     std::size_t turn_ = 0;
     CopyClaims claims_;
     std::vector<DirectoryPtr> toEnter_;

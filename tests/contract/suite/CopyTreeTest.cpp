@@ -485,6 +485,31 @@ TEST_P(CopyTreeContract, RemovesNothingThatAnotherTreeBringsThere)
     EXPECT_THAT(namesIn("copy"), ElementsAre("of-t", "of-u", "old"));
 }
 
+TEST_P(CopyTreeContract, RemovesNoSourceOfItsOwn)
+{
+    ASSERT_TRUE(target().directoryMakePath(targetPath("all/of/it/deep"), false));
+    ASSERT_TRUE(target().directoryMakePath(targetPath("all/sub"), false));
+    for (const auto* const name : {"all/of/it/deep/1", "all/of/it/2", "all/of/old", "all/sub/3"}) {
+        makeTarget(name, "bytes");
+    }
+    TreeCopyOptions options;
+    options.removesOthers = true;
+    for (const bool isDryRun : {true, false}) {
+        options.isDryRun = isDryRun;
+        notes_.gone.clear();
+        const auto report = copyTree(target(), target(),
+                                     {{targetPath("all/of/it"), targetPath("all")},
+                                      {targetPath("all/of/it/2"), targetPath("copy")}},
+                                     notes_, options);
+        EXPECT_TRUE(report.isComplete()) << report.failure.message();
+        EXPECT_THAT(notes_.gone, UnorderedElementsAre("of/old", "sub", "sub/3"));
+    }
+    EXPECT_THAT(namesIn("all"), ElementsAre("2", "deep", "of"));
+    EXPECT_THAT(namesIn("all/of"), ElementsAre("it"));
+    EXPECT_THAT(namesIn("all/of/it"), ElementsAre("2", "deep"));
+    EXPECT_EQ(targetContent("all/of/it/deep/1"), "bytes");
+}
+
 TEST_P(CopyTreeContract, WritesInPlaceWhenWanted)
 {
     makeSourceDirectory("t");
