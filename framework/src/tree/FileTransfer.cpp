@@ -15,8 +15,8 @@ namespace {
 
 // Where a copy goes on from what has arrived, less is lost of a piece that has not.
 constexpr std::uint64_t resumedPieceSize = 65'536;
-// To see whether a file has grown.
-constexpr std::uint64_t probeSize = 4U << 10U;
+// To see whether a file has grown; more where it has.
+constexpr std::uint64_t firstProbeSize = 4U << 10U;
 // Of one file; together they are bounded by the memory that a copy may take.
 constexpr std::size_t mostLargePieces = 128;
 constexpr std::size_t mostResumedPieces = 256;
@@ -68,6 +68,7 @@ FileTransfer::FileTransfer(CopyContext& context, TreeEntry entry, Standing stand
     , expected_(this->entry().attributes.size.value_or(0))
     , pieceSize_(context.pieceSize)
     , mostPieces_(mostLargePieces)
+    , probeSize_(firstProbeSize)
 {}
 
 FileTransfer::~FileTransfer() = default;
@@ -103,6 +104,8 @@ void FileTransfer::lookedAtSource(const Attributes& now)
         return;
     }
     permissions_ = permissions_ & now.permissions.value_or(permissions_);
+    // It may have been listed long ago.
+    expected_ = now.size.value_or(expected_);
     openTarget(now);
 }
 
@@ -364,20 +367,21 @@ void FileTransfer::readNext()
     isProbing_ = nextRead_ >= expected_;
     const bool isFirst = nextRead_ < firstSize_;
     const auto known = (isFirst ? firstSize_ : expected_) - nextRead_;
-    const auto size = isProbing_ ? probeSize : std::min(pieceSize_, known);
+    const auto size = std::min(pieceSize_, isProbing_ ? probeSize_ : known);
     const Piece piece{newBuffer(context(), size), nextRead_, size};
     nextRead_ += size;
     ++reading_;
     auto& queue = isFirst ? context().target : context().source;
     queue.read(isFirst ? *firstFile_ : *sourceFile_, piece.offset, piece.buffer.get(), size,
-               whatever<std::uint64_t>([this, piece](const Failure& why, std::uint64_t got) {
-                   --reading_;
-                   if (why) {
-                       giveUp(why);
-                   } else {
-                       read(piece, got);
-                   }
-               }));
+               whatever<std::uint64_t>(
+                   [this, piece, isProbe = isProbing_](const Failure& why, std::uint64_t got) {
+                       --reading_;
+                       if (why) {
+                           giveUp(why);
+                       } else {
+                           read(piece, got, isProbe);
+                       }
+                   }));
 }
 
 /// Up to the size that is known. What lies beyond it is read.
@@ -422,11 +426,12 @@ void FileTransfer::copied(std::uint64_t offset, std::uint64_t size, const Failur
     endTemporary();
 }
 
-void FileTransfer::read(const Piece& piece, std::uint64_t got)
+void FileTransfer::read(const Piece& piece, std::uint64_t got, bool isProbe)
 {
-    const bool wasProbe = piece.offset >= expected_;
-    if (wasProbe) {
+    if (isProbe) {
         isProbing_ = false;
+        // Each costs a round trip: what somebody goes on writing to would never be met at its end.
+        probeSize_ = std::min(2 * probeSize_, pieceSize_);
     }
     if (got < piece.size && piece.offset < firstSize_) {
         giveUp(FailureCode::Changed, entry().target, "it was cut meanwhile");

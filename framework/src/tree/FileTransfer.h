@@ -119,7 +119,7 @@ private:
     bool keepsToPermissions() const;
     Permissions permissionsWhileFilled() const;
     void narrowTo(Permissions permissions);
-    void read(const Piece& piece, std::uint64_t got);
+    void read(const Piece& piece, std::uint64_t got, bool isProbe);
     bool mayCopyNext() const noexcept;
     void copyNext();
     void copied(std::uint64_t offset, std::uint64_t size, const Failure& why);
@@ -154,6 +154,7 @@ private:
     bool canWrite_ = false;
     std::uint64_t pieceSize_;
     std::size_t mostPieces_;
+    std::uint64_t probeSize_;
     std::uint64_t nextWrite_ = 0;
     std::optional<File> firstFile_;
     std::uint64_t firstSize_ = 0;

@@ -318,6 +318,34 @@ TEST_F(CopyTreeFaultTest, WhatComesToTheTargetMeanwhileIsKept)
     EXPECT_THAT(hiddenIn(target), testing::IsEmpty());
 }
 
+// Each piece costs a round trip where the source is far away: whoever writes on faster than small
+// ones are read would never be caught up with.
+TEST_F(CopyTreeFaultTest, WhatHasGrownIsNotReadInSmallPieces)
+{
+    constexpr std::size_t size = 4U << 20U;
+    const std::string bytes(size, 'x');
+    const auto other = source_.another();
+    for (const auto kind : {Kind::Open, Kind::Read}) {
+        write(source_, "/log", "x");
+        std::size_t reads = 0;
+        bool hasGrown = false;
+        source_.setFaultFunction([&](const MemoryOperation& step) -> std::optional<MemoryFault> {
+            reads += step.path == "/log" && step.kind == Kind::Read ? 1U : 0U;
+            if (step.path == "/log" && step.kind == kind && !std::exchange(hasGrown, true)) {
+                write(*other, "/log", bytes);
+            }
+            return std::nullopt;
+        });
+        MemoryFileSystem target;
+        Told told;
+        const auto report = copyTree(source_, target, {{"/log", "/log"}}, told, options_);
+        source_.setFaultFunction({});
+        EXPECT_TRUE(report.isComplete()) << report.failure.message();
+        EXPECT_EQ(target.fileSize("/log"), size);
+        EXPECT_LT(reads, 100U);
+    }
+}
+
 TEST_F(CopyTreeFaultTest, WhatAStoppedCopyCannotRemoveIsTold)
 {
     class Stopping : public TreeObserver
