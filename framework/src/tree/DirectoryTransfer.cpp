@@ -215,7 +215,10 @@ void DirectoryTransfer::setFinalMode()
             self->withoutSticky(why);
             return;
         }
-        self->lose(why, "the permissions");
+        // As far as the system has permissions at all.
+        if (self->context_.options.preservesPermissions) {
+            self->lose(why, "the permissions");
+        }
         self->tellFinished();
     });
 }

@@ -353,6 +353,17 @@ TEST_F(CopyPermissions, BestEffortIsNoneForWhatIsNotPreserved)
     EXPECT_THAT(target.paths(), testing::IsEmpty());
 }
 
+TEST_F(CopyPermissions, ThatNobodyAskedForAreNoFailureOfASystemWithoutAny)
+{
+    source.addDirectory("/tree", 0700);
+    source.addFile("/tree/file", "bytes", 0600);
+    target.behaviour.ignoresModes = true;
+    target.behaviour.refusesPermissions = true;
+    EXPECT_TRUE(source.fileCopyAs("/tree", target, "/copy", {}, Option::Recursive))
+        << Failure::last().message();
+    EXPECT_EQ(target.bytesOf("/copy/file"), "bytes");
+}
+
 TEST_F(CopyPermissions, OfADirectoryThatWasThereAreTakenAwayBeforeItIsFilled)
 {
     for (const auto options :
