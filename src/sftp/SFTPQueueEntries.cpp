@@ -210,9 +210,9 @@ void SFTPQueue::do_makeDirectory(const std::string& path, Permissions permission
                 });
             });
     };
-    // mod_sftp answers with success where the directory was there before, so it is looked for
-    // first.
-    whereNothingStands(call, path, server_ != SFTPServerKind::ModSftp, make);
+    // Some servers, ProFTPD's and rclone's among them, answer with success where the directory was
+    // there before, so it is looked for first.
+    whereNothingStands(call, path, isKnownToRefuse_, make);
 }
 
 /// \param isSure the server refuses by itself, or nothing need be asked.

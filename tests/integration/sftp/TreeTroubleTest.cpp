@@ -22,6 +22,8 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace TarnisTest {
 
 namespace {
@@ -429,6 +431,29 @@ TEST(RcloneTreeTest, UploadsDownloadsAndCopiesBetweenOnOneSessionGetThrough)
     for (const auto& target : targets) {
         EXPECT_TRUE(readFile(target + "/one") == content) << target;
         EXPECT_TRUE(readFile(target + "/two") == content) << target;
+    }
+}
+
+/// It says of a directory that stands there that it has made it, and gives all the same
+/// permissions.
+TEST(RcloneTreeTest, ACopyOntoATreeThatIsThereReplacesItsFiles)
+{
+    if (!requireServer(RcloneServer::availability())) {
+        return;
+    }
+    const RcloneServer server;
+    const TemporaryDirectory here;
+    const LocalFileSystem local;
+    SftpClient client(accessTo(server));
+    ASSERT_TRUE(client.hasFiles()) << client.session().getLastError();
+    std::filesystem::create_directories(here.file("tree/private"));
+    ASSERT_EQ(::chmod(here.file("tree/private").c_str(), 0700), 0);
+    for (const std::string content : {"old", "and new"}) {
+        here.write("tree/private/file", content);
+        Trouble told;
+        const auto report = copyTree(local, client.files(), {{here.file("tree"), "/copy"}}, told);
+        EXPECT_TRUE(report.isComplete()) << report.failure.message();
+        EXPECT_EQ(readFile(server.root() + "/copy/private/file"), content);
     }
 }
 
