@@ -77,13 +77,13 @@ public:
 
     /// As fileRenameAs() for a file or a link itself, and a file or a link at the new path is
     /// replaced: in one atomic step where the system can, as this machine's can and many servers.
-    /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.old" beside it,
-    /// once a file from another directory has come near, as ".NAME.XXXXXXXX.part": when the system
-    /// is lost just then, they are found there. One that the system does not remove in the end
-    /// stays at ".NAME.XXXXXXXX.old", which is no failure and told of copies alone (see
-    /// PreserveBestEffort). What is refused in one step is not tried in steps,
-    /// unless the system could not tell why. Where the two paths are two names of
-    /// one file, the old name is removed, by way of such a name too. False: nothing there; a
+    /// Elsewhere what is replaced is set aside for that moment, as ".NAME.XXXXXXXX.tarnis-old"
+    /// beside it, once a file from another directory has come near, as
+    /// ".NAME.XXXXXXXX.tarnis-part": when the system is lost just then, they are found there. One
+    /// that the system does not remove in the end stays at ".NAME.XXXXXXXX.tarnis-old", which is no
+    /// failure and told of copies alone (see PreserveBestEffort). What is refused in one step is
+    /// not tried in steps, unless the system could not tell why. Where the two paths are two names
+    /// of one file, the old name is removed, by way of such a name too. False: nothing there; a
     /// directory, a pipe, a socket or a device at either path, or a link to one of the last three
     /// at the new one; the new parent is missing or on another volume; a refusal; both are where
     /// they were. When a connection was lost, nothing
@@ -99,8 +99,8 @@ public:
     /// Copies a file, a symbolic link as a link, or with Recursive a directory with all below it,
     /// to a path of this or another system. Never follows a link below `path`; never leaves a
     /// half-written file under its final name, unless InPlace says so: the bytes go to a hidden
-    /// name beside it (".NAME.XXXXXXXX.part"), which takes the final one when complete, as by
-    /// fileReplaceAs(). What is to be preserved and cannot be makes the copy fail (but see
+    /// name beside it (".NAME.XXXXXXXX.tarnis-part"), which takes the final one when complete, as
+    /// by fileReplaceAs(). What is to be preserved and cannot be makes the copy fail (but see
     /// PreserveBestEffort); of a link it is the text alone. A remote source that ends before the
     /// size that it is told to have makes the copy fail, as does a file that becomes a link before
     /// it is opened, and a hidden file that is no longer the one that was written
@@ -182,7 +182,7 @@ public:
     /// from its place, a refusal; the directory is where it was then. False as well when something
     /// in it was changed or added after it was copied, or could not be removed: what was not
     /// removed is where it was, and the copy is complete. While it is removed it stands beside its
-    /// place, named ".name.1a2b3c4d.old".
+    /// place, named ".NAME.XXXXXXXX.tarnis-old".
     [[nodiscard]] bool directoryMoveAs(const std::string& path, const std::string& newPath) const;
 
     /// The names in the directory of the path that match its last component as a search pattern, in

@@ -5,7 +5,7 @@
 #include "path/PathText.h"
 #include "tree/CopyClaims.h"
 #include "tree/FileComparison.h"
-#include "tree/PartName.h"
+#include "tree/HiddenName.h"
 
 #include <limits>
 #include <utility>

@@ -5,10 +5,10 @@
 #include "path/PathText.h"
 #include "tree/DirectoryTransfer.h"
 #include "tree/FileTransfer.h"
+#include "tree/HiddenName.h"
 #include "tree/InPlaceTransfer.h"
 #include "tree/LinkTransfer.h"
 #include "tree/OtherRemoval.h"
-#include "tree/PartName.h"
 #include "tree/ResumeTransfer.h"
 #include "tree/TreeLimits.h"
 

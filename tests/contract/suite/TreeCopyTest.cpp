@@ -44,7 +44,7 @@ protected:
     void expectNothingHalfWritten(const std::string& name) const
     {
         for (const auto& entry : target().directoryList(targetPath(name))) {
-            EXPECT_THAT(entry.name, testing::Not(testing::EndsWith(".part")));
+            EXPECT_THAT(entry.name, testing::Not(testing::EndsWith(".tarnis-part")));
             if (isDirectory(entry.type)) {
                 expectNothingHalfWritten(name + "/" + entry.name);
             }

@@ -184,7 +184,7 @@ TEST_P(ClaimedSizeTest, OfAnUploadThatIsAnotherFailsIt)
 {
     here().write("target/file", content_);
     put("copy", "old");
-    misbehave({{onPath(every(SftpPacket::Lstat), ".part"),
+    misbehave({{onPath(every(SftpPacket::Lstat), ".tarnis-part"),
                 answer(SftpPacket::Attrs, attributes(GetParam()))}});
     EXPECT_FALSE(upload(target() + "/file", "copy"));
     EXPECT_THAT(namesIn(root()), ElementsAre("copy"));
@@ -468,7 +468,7 @@ protected:
     void expectNoPartials()
     {
         for (const auto& entry : fs::recursive_directory_iterator(targetRoot())) {
-            EXPECT_NE(entry.path().extension(), ".part") << entry.path();
+            EXPECT_NE(entry.path().extension(), ".tarnis-part") << entry.path();
         }
     }
 

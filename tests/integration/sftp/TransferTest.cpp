@@ -256,7 +256,7 @@ TEST_F(RefusalReasonTest, OfAWriteIsTheServers)
 
 TEST_F(RefusalReasonTest, OfAClosingIsTheServers)
 {
-    const auto failure = failureOfUpload({onPath(every(SftpPacket::Close), ".part"),
+    const auto failure = failureOfUpload({onPath(every(SftpPacket::Close), ".tarnis-part"),
                                           SftpActions::refuse(SftpStatus::PermissionDenied)});
     EXPECT_EQ(failure.code(), FileSystem::FailureCode::Denied) << failure.message();
     EXPECT_EQ(failure.number(), 3);

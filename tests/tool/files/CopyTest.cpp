@@ -49,7 +49,7 @@ TEST_F(CopyTest, TellsTheReasonOfThisMachine)
     const std::string target = "/proc/none"; // Nobody may make files there.
     const ToolResult result = tarnis("get", {at("f"), target});
     expectFailure(result, "cannot copy " + at("f") + " to " + target + ": /proc/.none.");
-    EXPECT_THAT(result.errorOutput, EndsWith(".part: No such file or directory\n"));
+    EXPECT_THAT(result.errorOutput, EndsWith(".tarnis-part: No such file or directory\n"));
 }
 
 TEST_F(CopyTest, ADirectoryAsTargetKeepsTheName)
@@ -309,7 +309,7 @@ TEST_F(ScriptedCopyTest, SaysWhereTheOldFileIsThatTheServerDoesNotRemove)
     here().write("f", "new");
     put("f", "old");
     SftpScript script;
-    script.rules = {{onPath(every(SftpPacket::Remove), ".old"),
+    script.rules = {{onPath(every(SftpPacket::Remove), ".tarnis-old"),
                      SftpActions::refuse(SftpStatus::PermissionDenied)}};
     sftp().setScript(script);
     const ToolResult result = tarnis("put", {here().file("f"), at("f")});

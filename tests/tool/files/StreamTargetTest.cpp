@@ -320,7 +320,7 @@ TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereNothingCanBeMadeBesideTheFile)
     here().write("f", "new");
     put("f", "old");
     SftpScript script;
-    script.rules = {{onPath(every(SftpPacket::Open), ".part"),
+    script.rules = {{onPath(every(SftpPacket::Open), ".tarnis-part"),
                      SftpActions::refuse(SftpStatus::PermissionDenied)}};
     sftp().setScript(script);
     expectFailure(tarnis("put", {here().file("f"), at("f")}),
@@ -351,7 +351,7 @@ TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereTheFileCannotGetItsName)
 TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerTakesNoHiddenNames)
 {
     expectHelpForANewFile(
-        {onPath(every(SftpPacket::Open), ".part"), SftpActions::refuse(SftpStatus::NoSuchFile)});
+        {onPath(every(SftpPacket::Open), ".tarnis-part"), SftpActions::refuse(SftpStatus::NoSuchFile)});
 }
 
 TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerDoesNotRename)

@@ -368,7 +368,7 @@ TEST_F(LocalCopyFailure, InADirectoryThatMayNotBeWrittenSaysWhatWouldHelp)
 TEST_F(CopyFailure, TellsOfAHiddenFileThatCannotBeRemoved)
 {
     target.behaviour.onCall = [this](const std::string&, const std::string& path) {
-        if (path.find(".part") != std::string::npos) {
+        if (path.find(".tarnis-part") != std::string::npos) {
             target.behaviour.refusesToRemove.insert(path);
         }
     };

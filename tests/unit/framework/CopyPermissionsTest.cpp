@@ -38,7 +38,7 @@ protected:
         target.behaviour.isSuperuser = true;
         const auto watches = [this](std::uint64_t, std::uint64_t) {
             for (const auto& path : target.paths()) {
-                if (path.find(".part") != std::string::npos) {
+                if (path.find(".tarnis-part") != std::string::npos) {
                     whileFilled |= target.at(path).permissions.raw();
                 }
             }
@@ -123,7 +123,7 @@ TEST_F(CopyPermissions, ToWriteAreNobodyElsesWhileAPublicFileIsMade)
     source.addFile("/tree/two", "bytes", 0644);
     const auto watches = [this](std::uint64_t done, std::uint64_t) {
         for (const auto& path : target.paths()) {
-            EXPECT_TRUE(done == 0 || path.find(".part") == std::string::npos ||
+            EXPECT_TRUE(done == 0 || path.find(".tarnis-part") == std::string::npos ||
                         target.at(path).permissions.raw() == 0644U);
         }
         return true;

@@ -200,7 +200,7 @@ void refuseWhatIsMade(MemoryFileSystem& system, const std::string& part)
 
 TEST_F(CopyTarget, ThatIsMadeUnderAHiddenNameAndNotHandedOutIsRemoved)
 {
-    refuseWhatIsMade(target, ".part");
+    refuseWhatIsMade(target, ".tarnis-part");
     EXPECT_FALSE(copyTo("/directory/new"));
     EXPECT_THAT(target.paths(), ElementsAre("/device", "/directory", "/pipe", "/socket"));
 }

@@ -245,6 +245,49 @@ TEST_F(CopyTreeFaultTest, ACopyThatResumesLosesNothingWhateverFails)
     }
 }
 
+TEST_F(CopyTreeFaultTest, WhatIsToBeGoneOnFromHasANameOfWholeCharacters)
+{
+    class Parts : public TreeObserver
+    {
+    public:
+        void kept(const TreeEntry& /*entry*/, const std::string& path,
+                  FileSystem::TreePart /*part*/) override
+        {
+            names.push_back(path.substr(1));
+        }
+
+        std::vector<std::string> names;
+    };
+
+    std::string umlauts;
+    for (int i = 0; i < 127; ++i) {
+        umlauts += "\xC3\xBC";
+    }
+    options_.standing = TreeStanding::Resume;
+    for (const auto& name : {umlauts, "x" + umlauts, std::string(255, 'n')}) {
+        write(source_, "/" + name, "bytes");
+        MemoryFileSystem target;
+        target.setFaultFunction(faultAt(
+            [](const MemoryOperation& operation) { return operation.kind == Kind::Replace; }));
+        Parts parts;
+        EXPECT_EQ(copyTree(source_, target, {{"/" + name, "/" + name}}, parts, options_).failed,
+                  1U);
+        target.setFaultFunction({});
+        ASSERT_EQ(parts.names.size(), 1U);
+        const auto& part = parts.names.front();
+        EXPECT_EQ(TarnisTest::contentOf(target, "/" + part), "bytes");
+        EXPECT_EQ(part.substr(0, 200), "." + name.substr(0, 199));
+        EXPECT_THAT(part, testing::EndsWith(".tarnis-part"));
+        constexpr std::size_t added = 16 + 12;
+        const auto lead = static_cast<unsigned char>(part[part.size() - added - 1]);
+        EXPECT_NE(lead, 0xC3U) << "half a character";
+        Told told;
+        EXPECT_TRUE(
+            copyTree(source_, target, {{"/" + name, "/" + name}}, told, options_).isComplete());
+        EXPECT_THAT(target.directoryListFileNames("/"), testing::ElementsAre(name));
+    }
+}
+
 TEST_F(CopyTreeFaultTest, NothingIsRemovedWhereTheSourceCannotBeReadToItsEnd)
 {
     MemoryFileSystem target;

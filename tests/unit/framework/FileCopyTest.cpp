@@ -261,7 +261,7 @@ TEST_F(FileCopying, WritesToAHiddenNameBesideTheTarget)
 {
     target.behaviour.onCall = [this](const std::string& operation, const std::string& path) {
         if (operation.rfind("write", 0) == 0) {
-            EXPECT_THAT(path, MatchesRegex("/there/\\.file\\.[0-9a-f]{8}\\.part"));
+            EXPECT_THAT(path, MatchesRegex("/there/\\.file\\.[0-9a-f]{8}\\.tarnis-part"));
             EXPECT_FALSE(target.has("/there/file"));
         }
     };
@@ -288,7 +288,7 @@ TEST_F(FileCopying, KeepsTheHiddenNameShortEnoughForALongName)
         EXPECT_LE(hidden.size(), 255U);
         EXPECT_GE(hidden.size(), 252U);
         // What is cut is never half a character.
-        const auto end = hidden.size() - std::string(".12345678.part").size();
+        const auto end = hidden.size() - std::string(".12345678.tarnis-part").size();
         EXPECT_NE(hidden[end - 1], '\xC3');
     }
 }
@@ -381,7 +381,7 @@ TEST_F(FileCopying, BringsTheOldTargetBackWhereTheNewCannotTakeItsName)
         return to == "/there/file" && from != aside;
     };
     EXPECT_FALSE(copy());
-    EXPECT_THAT(aside, MatchesRegex("/there/\\.file\\.[0-9a-f]+\\.old"));
+    EXPECT_THAT(aside, MatchesRegex("/there/\\.file\\.[0-9a-f]+\\.tarnis-old"));
     EXPECT_THAT(target.paths(), ElementsAre("/there", "/there/file"));
     EXPECT_EQ(target.bytesOf("/there/file"), "old");
 }

@@ -721,7 +721,7 @@ TEST_F(Moving, ADirectoryOnItsWayOutIsHiddenBesideItsPlace)
     refuseRenaming("/tree");
     EXPECT_TRUE(system.directoryMove("/tree", "/volume"));
     EXPECT_THAT(system.calls(),
-                Contains(testing::MatchesRegex("remove /\\.tree\\.[0-9a-f]+\\.old/file")));
+                Contains(testing::MatchesRegex("remove /\\.tree\\.[0-9a-f]+\\.tarnis-old/file")));
 }
 
 TEST_F(Moving, ADirectoryNeverReplacesNorLeadsIntoItself)

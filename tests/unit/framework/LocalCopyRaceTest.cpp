@@ -53,7 +53,7 @@ protected:
     std::optional<fs::path> part(const std::string& name = {}) const
     {
         for (const auto& entry : fs::directory_iterator(directory.path() / name)) {
-            if (entry.path().extension() == ".part") {
+            if (entry.path().extension() == ".tarnis-part") {
                 return entry.path();
             }
         }

@@ -149,8 +149,8 @@ TEST_F(LocalSuccession, OpensNothingToTheMakersOwnGroupWhileItIsMade)
     const auto watches = [this](std::uint64_t, std::uint64_t) {
         for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
             const auto path = entry.path().string();
-            EXPECT_TRUE(entry.path().extension() != ".part" || statusOf(path).st_gid == group ||
-                        (modeOf(path) & 070U) == 0);
+            EXPECT_TRUE(entry.path().extension() != ".tarnis-part" ||
+                        statusOf(path).st_gid == group || (modeOf(path) & 070U) == 0);
         }
         return true;
     };

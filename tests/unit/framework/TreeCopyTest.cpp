@@ -169,7 +169,7 @@ TEST_F(TreeCopying, StoppedByAnyReportLeavesCompleteFilesOnly)
         reports.clear();
         EXPECT_FALSE(copy(Option::Recursive, collectReports(stop))) << stop;
         for (const auto& path : target.paths()) {
-            EXPECT_EQ(path.find(".part"), std::string::npos) << path;
+            EXPECT_EQ(path.find(".tarnis-part"), std::string::npos) << path;
             const auto original = "/tree" + path.substr(std::string("/copy").size());
             EXPECT_EQ(target.bytesOf(path), source.bytesOf(original));
         }
