@@ -82,6 +82,8 @@ struct Capabilities
     Capability refusesImpossiblePositions;
     /// A file opened for reading refuses to be written, one for writing to be read.
     Capability enforcesTheOpenMode;
+    /// An open file is read to where it ends by now. Lacking: to where it ended when it was opened.
+    Capability readsWhatHasBeenAdded;
 };
 
 /// To be called first in a test: answers whether it can go on. If not, the test has been marked as

@@ -20,6 +20,8 @@ Capabilities capabilities()
         Capability::lacking("the server opens directories from version 1.3.9 on");
     capabilities.refusesToOpenPipes =
         Capability::lacking("the server opens pipes, and does not wait for their other end");
+    capabilities.readsWhatHasBeenAdded =
+        Capability::lacking("the server keeps to the size that it has found");
     return capabilities;
 }
 

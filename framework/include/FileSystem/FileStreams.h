@@ -52,11 +52,13 @@ struct WriteFileOptions
                                                const WriteFileOptions& options = {});
 
 /// Hands a file to a taker, from its start to its end, in order and without a hole; what comes next
-/// is read ahead. What the file becomes meanwhile is handed on as it was met.
+/// is read ahead, as much as the way takes in two seconds. What the file becomes meanwhile is
+/// handed on as it was met.
 ///
 /// Blocks until the file is at its end or it fails; calls the functions on the calling thread, one
 /// after the other, and passes on what they throw. Any thread, as of the file system's operations.
-/// \param progress called at the start, after every step and at the end.
+/// \param progress called at the start, after every step, at the end, and at least ten times a
+///                 second while the system takes its time.
 /// \return false: it was not handed on to its end, for the system's reason, or Changed where it
 ///         ended before its size. Cancelled where a function said stop.
 [[nodiscard]] FILESYSTEM_EXPORT bool readFile(const StorageSystem& system, const std::string& path,

@@ -7,17 +7,19 @@
 #include "tree/FlightLimit.h"
 #include "tree/GivenBytes.h"
 #include "tree/InPlaceTransfer.h"
-#include "tree/TakerFile.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileStreams.h>
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/StorageSystem.h>
-#include <FileSystem/StorageSystemFile.h>
 
+#include <algorithm>
 #include <chrono>
+#include <deque>
 #include <exception>
 #include <memory>
+#include <optional>
+#include <utility>
 
 namespace FileSystem {
 
@@ -28,6 +30,203 @@ constexpr std::chrono::milliseconds longestWait{100};
 
 // A file is read up to its size in large pieces, and what may lie beyond that in small ones.
 constexpr std::uint64_t anySize = std::uint64_t{1} << 62U;
+
+/// Reads one file, several pieces at the same time, and hands them on in their order.
+class FileReading
+{
+public:
+    FileReading(const StorageSystem& system, const std::string& path, const ByteTaker& taker,
+                const ByteProgress& progress)
+        : path_(path)
+        , taker_(taker)
+        , progress_(progress)
+        , queue_(system.createQueue())
+        , pieceSize_(queue_->descriptor() != -1 ? sentPieceSize : immediatePieceSize)
+    {}
+
+    /// Why it was not handed on to its end.
+    Failure run()
+    {
+        goOn();
+        open();
+        pumpUntil([this] { return opening_ == 0; });
+        while (!failure_ && !isAtEnd_) {
+            readMore();
+            queue_->pump(longestWait);
+            goOn();
+            handOn();
+        }
+        if (file_ && !isStopped_) {
+            close();
+        }
+        return failure_;
+    }
+
+private:
+    // What OpenSSH's server takes as one request.
+    static constexpr std::uint64_t sentPieceSize = 261'120;
+    // Where each is waited for, a system that has something in flight for one has more of it.
+    static constexpr std::uint64_t immediatePieceSize = std::uint64_t{1} << 20U;
+    // To see whether a file goes on beyond its size: more each time that it does.
+    static constexpr std::uint64_t firstProbeSize = 4U << 10U;
+    static constexpr std::uint64_t largestProbeSize = std::uint64_t{4} << 20U;
+
+    struct Piece
+    {
+        std::unique_ptr<char[]> buffer;
+        std::uint64_t size;
+        bool isRead = false;
+        std::uint64_t count = 0;
+        Failure failure = {};
+    };
+
+    /// What it is is asked together with the opening: a round trip less, and its size is no more
+    /// than what is read at once.
+    void open()
+    {
+        opening_ = 2;
+        queue_->open(path_, StorageSystemFileOpenModeFlag::Read, {},
+                     [this](const Failure& why, StorageSystemQueue::File file) {
+                         --opening_;
+                         file_ = why ? std::nullopt : std::make_optional(file);
+                         giveUp(why);
+                     });
+        queue_->lookThrough(path_, [this](const Failure& why, const StorageSystemAttributes& now) {
+            --opening_;
+            if (!why && now.type && isDirectory(*now.type)) {
+                giveUp(newFailure("read", path_, FailureCode::IsDirectory));
+            }
+            expected_ = now.size.value_or(0);
+        });
+    }
+
+    /// Up to the size that is known, and then what may lie beyond it.
+    void readMore()
+    {
+        limit_.note(done_);
+        while (!isProbing_ && held_ < limit_.bytes()) {
+            isProbing_ = next_ >= expected_;
+            read(isProbing_ ? probeSize_ : std::min(pieceSize_, expected_ - next_));
+        }
+    }
+
+    void read(std::uint64_t size)
+    {
+        // Not filled with zeros.
+        pieces_.push_back({std::unique_ptr<char[]>(new char[size]), size});
+        auto& piece = pieces_.back();
+        held_ += size;
+        queue_->read(*file_, std::exchange(next_, next_ + size), piece.buffer.get(), size,
+                     [&piece](const Failure& why, std::uint64_t count) {
+                         piece.isRead = true;
+                         piece.count = count;
+                         piece.failure = why;
+                     });
+    }
+
+    /// A piece that is not full is the last one: what was read behind it has come since.
+    void handOn()
+    {
+        while (!failure_ && !isAtEnd_ && !pieces_.empty() && pieces_.front().isRead) {
+            const Piece piece = std::move(pieces_.front());
+            pieces_.pop_front();
+            held_ -= piece.size;
+            giveUp(piece.failure);
+            take(piece);
+            isAtEnd_ = piece.count < piece.size;
+            if (isProbing_ && pieces_.empty()) {
+                isProbing_ = false;
+                probeSize_ = std::min(4 * probeSize_, largestProbeSize);
+            }
+        }
+    }
+
+    void take(const Piece& piece)
+    {
+        if (failure_ || piece.count == 0) {
+            return;
+        }
+        {
+            const CallbackScope callback;
+            isStopped_ = !taker_(piece.buffer.get(), static_cast<std::size_t>(piece.count));
+        }
+        done_ += isStopped_ ? 0 : piece.count;
+        goOn();
+    }
+
+    /// Asks whether to.
+    void goOn()
+    {
+        if (!isStopped_ && progress_) {
+            const CallbackScope callback;
+            isStopped_ = !progress_(done_);
+        }
+        if (isStopped_) {
+            giveUp(newFailure("read", path_, FailureCode::Cancelled));
+        }
+    }
+
+    /// A file that has been cut since ends there; any other early end is not its own.
+    void close()
+    {
+        if (!failure_ && done_ < expected_) {
+            queue_->look(*file_, [this](const Failure& why, const StorageSystemAttributes& now) {
+                if (why || now.size != done_) {
+                    giveUp(newFailure("read", path_, FailureCode::Changed,
+                                      "it ended before its size"));
+                }
+            });
+        }
+        queue_->close(*file_, [](const Failure&) {});
+        // Its way through the queue stays open for the next one where nothing is in flight.
+        pumpUntil([this] { return queue_->pending() == 0; });
+    }
+
+    template <class IsDone>
+    void pumpUntil(IsDone isDone)
+    {
+        while (!isStopped_ && !isDone()) {
+            queue_->pump(longestWait);
+            goOn();
+        }
+    }
+
+    void giveUp(const Failure& why)
+    {
+        if (!failure_) {
+            failure_ = why;
+        }
+    }
+
+    const std::string& path_;
+    const ByteTaker& taker_;
+    const ByteProgress& progress_;
+    std::deque<Piece> pieces_; ///< In their order. Lent to the queue, so they come before it.
+    std::unique_ptr<StorageSystemQueue> queue_;
+    std::uint64_t pieceSize_;
+    std::uint64_t probeSize_ = firstProbeSize;
+    FlightLimit limit_;
+    std::optional<StorageSystemQueue::File> file_;
+    int opening_ = 0; ///< How many of its questions are not answered.
+    std::uint64_t expected_ = 0;
+    std::uint64_t next_ = 0;
+    std::uint64_t done_ = 0;
+    std::uint64_t held_ = 0; ///< Bytes read and not handed on, or being read.
+    bool isProbing_ = false; ///< What lies beyond the expected end is being read.
+    bool isAtEnd_ = false;
+    bool isStopped_ = false;
+    Failure failure_;
+};
+
+/// Ends an operation for this reason, or without one.
+bool ended(FailureScope& scope, Failure&& failure)
+{
+    const bool isDone = !failure;
+    if (!isDone) {
+        noteAgain(std::move(failure));
+    }
+    return scope.result(isDone);
+}
 
 /// The copy of one file from a queue that has nothing else.
 class FileWriting
@@ -128,22 +327,7 @@ bool readFile(const StorageSystem& system, const std::string& path, const ByteTa
               const ByteProgress& progress)
 {
     FailureScope scope("readFile", path);
-    const auto file = system.fileOpen(path, StorageSystemFileOpenModeFlag::Read);
-    if (file == nullptr) {
-        return scope.result(false);
-    }
-    TakerFile output(taker);
-    std::uint64_t expected = 0;
-    const auto follow = [&](std::uint64_t done, std::uint64_t total) {
-        expected = total;
-        return !progress || progress(done);
-    };
-    if (!file->copy(output, follow)) {
-        return scope.result(output.isOver() ? fail(FailureCode::Cancelled) : false);
-    }
-    // A file that has been cut since ends there; any other early end is not its own.
-    const bool isWhole = output.taken() >= expected || file->size() == output.taken();
-    return scope.result(isWhole || fail(FailureCode::Changed, "it ended before its size"));
+    return ended(scope, FileReading(system, path, taker, progress).run());
 }
 
 bool writeFile(const StorageSystem& system, const std::string& path, const ByteGiver& giver,
@@ -153,13 +337,8 @@ bool writeFile(const StorageSystem& system, const std::string& path, const ByteG
     // What has no name of its own cannot be a file.
     const bool isName =
         !path.empty() && path.back() != '/' && PathText::isEntryName(PathText::fileName(path));
-    auto failure = isName ? FileWriting(system, path, giver, options).run()
-                          : newFailure("writeFile", path, FailureCode::BadName);
-    const bool isWritten = !failure;
-    if (!isWritten) {
-        noteAgain(std::move(failure));
-    }
-    return scope.result(isWritten);
+    return ended(scope, isName ? FileWriting(system, path, giver, options).run()
+                               : newFailure("writeFile", path, FailureCode::BadName));
 }
 
 } // namespace FileSystem

@@ -3,9 +3,11 @@
 
 #include <FileSystem/Failure.h>
 #include <FileSystem/FileStreams.h>
+#include <FileSystem/StorageSystemQueue.h>
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 
 namespace TarnisTest {
@@ -231,6 +233,82 @@ TEST_P(FileStreamsContract, WhatCannotBeReadIsAFailure)
     EXPECT_TRUE(Failure::last());
 }
 
+/// Files that change once the first bytes of them were taken.
+class ChangingStreamContract : public FileStreamsContract
+{
+protected:
+    /// What was taken of "file". \param change is called after the first piece.
+    std::string readWhile(const std::function<void()>& change, bool isExpected)
+    {
+        std::string taken;
+        const auto taker = [&](const char* part, std::size_t size) {
+            if (taken.empty()) {
+                change();
+            }
+            taken.append(part, size);
+            return true;
+        };
+        EXPECT_EQ(readFile(system(), path("file"), taker), isExpected) << Failure::last().message();
+        return taken;
+    }
+
+    void cut(std::uint64_t size) const
+    {
+        const auto queue = system().createQueue();
+        queue->open(path("file"), OpenFlag::Write, {}, [&](const Failure& why, auto file) {
+            EXPECT_FALSE(why) << why.message();
+            FileSystem::StorageSystemAttributes attributes;
+            attributes.size = size;
+            queue->setAttributes(file, attributes, [](const Failure& failure) {
+                EXPECT_FALSE(failure) << failure.message();
+            });
+            queue->close(file, [](const Failure&) {});
+        });
+        queue->finish();
+    }
+
+    const std::string bytes_ = pseudoRandomBytes(9, 20'000'000);
+};
+
+TEST_P(ChangingStreamContract, IsReadToWhereItWasCut)
+{
+    makeFile("file", bytes_);
+    constexpr std::size_t rest = 15'000'000;
+    const auto taken = readWhile([&] { cut(rest); }, true);
+    EXPECT_FALSE(Failure::last());
+    EXPECT_EQ(taken.size(), rest);
+    EXPECT_TRUE(taken == bytes_.substr(0, taken.size()));
+}
+
+TEST_P(ChangingStreamContract, IsReadToItsNewEnd)
+{
+    if (!require(capabilities().readsWhatHasBeenAdded)) {
+        return;
+    }
+    const auto more = pseudoRandomBytes(10, 6'000'000);
+    makeFile("file", bytes_);
+    const auto taken = readWhile(
+        [&] {
+            const auto file = system().fileOpen(path("file"), OpenFlag::Write);
+            ASSERT_NE(file, nullptr);
+            ASSERT_TRUE(file->seek(bytes_.size()));
+            ASSERT_TRUE(file->writeFully(more.data(), more.size()));
+        },
+        true);
+    EXPECT_EQ(taken.size(), bytes_.size() + more.size());
+    EXPECT_TRUE(taken == bytes_ + more);
+}
+
+TEST_P(ChangingStreamContract, OfWhichMoreWasTakenThanIsLeftIsAFailure)
+{
+    makeFile("file", bytes_);
+    readWhile([&] { cut(0); }, false);
+    EXPECT_EQ(Failure::last().code(), FailureCode::Changed);
+    EXPECT_EQ(Failure::last().path(), path("file"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Contract, ChangingStreamContract, testing::ValuesIn(backends()),
+                         backendName);
 INSTANTIATE_TEST_SUITE_P(Contract, FileStreamsContract, testing::ValuesIn(backends()), backendName);
 
 } // namespace

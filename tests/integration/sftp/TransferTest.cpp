@@ -6,6 +6,7 @@
 #include "support/sftp/SftpWire.h"
 
 #include <FileSystem/Failure.h>
+#include <FileSystem/FileStreams.h>
 #include <FileSystem/LocalFileSystem.h>
 
 #include <algorithm>
@@ -515,6 +516,61 @@ TEST_F(TransferTest, CopiesOpenWhatTheyMakeForWritingAlone)
     EXPECT_EQ(readFile(path("standing")), "new");
     EXPECT_TRUE(local.fileCopyAs(tree, files(), path("tree"), {}, Option::Recursive));
     EXPECT_EQ(readFile(path("tree/file")), "new");
+}
+
+/// What a file gives that is read as a stream.
+std::string streamed(const FileSystem::FileSystem2& files, const std::string& path)
+{
+    std::string content;
+    EXPECT_TRUE(FileSystem::readFile(files, path, [&content](const char* bytes, std::size_t size) {
+        content.append(bytes, size);
+        return true;
+    })) << FileSystem::Failure::last().message();
+    return content;
+}
+
+TEST_F(OpenSshSftpTest, AStreamEndsWhereAFileWithoutASizeDoes)
+{
+    const std::string table = "/proc/filesystems";
+    ASSERT_EQ(files().fileSize(table), 0U);
+    const FileSystem::LocalFileSystem local;
+    const auto content = streamed(files(), table);
+    EXPECT_FALSE(content.empty());
+    EXPECT_EQ(content, readFile(table));
+    EXPECT_EQ(content, streamed(local, table));
+}
+
+TEST_F(ScriptedSftpTest, AStreamIsWholeWhereAnswersAreShortAndOutOfOrder)
+{
+    SftpScript script;
+    script.order = SftpOrder::Reversed;
+    script.heldReplies = 5;
+    script.idleMilliseconds = 20;
+    script.maxReadReply = 10'001;
+    start();
+    const auto content = pseudoRandomBytes(61, 700'001);
+    const auto path = put("file", content);
+    server().sftp().setScript(script);
+    EXPECT_TRUE(streamed(files(), path) == content);
+}
+
+TEST_F(ScriptedSftpTest, AStreamThatLosesItsServerIsAFailure)
+{
+    start();
+    const auto content = pseudoRandomBytes(62, 3'000'000);
+    const auto path = put("file", content);
+    SftpScript script;
+    script.rules = {{nth(SftpPacket::Read, 9), SftpActions::exit()}};
+    server().sftp().setScript(script);
+    std::string taken;
+    EXPECT_FALSE(FileSystem::readFile(files(), path, [&taken](const char* bytes, std::size_t size) {
+        taken.append(bytes, size);
+        return true;
+    }));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
+    EXPECT_EQ(FileSystem::Failure::last().path(), path);
+    EXPECT_LT(taken.size(), content.size());
+    EXPECT_TRUE(taken == content.substr(0, taken.size()));
 }
 
 } // namespace
