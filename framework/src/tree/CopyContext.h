@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tree/FlightLimit.h"
+
 #include <FileSystem/StorageSystemQueue.h>
 #include <FileSystem/TreeOperations.h>
 
@@ -36,9 +38,8 @@ struct CopyContext
     bool copiesItself = false;
     /// What is to be preserved and cannot be is a failure: the entry is not copied.
     bool isStrict = false;
-    /// Bytes that one operation moves. One request of the SFTP queue: a little more would be two,
-    /// of which it has no more in flight for that.
-    std::uint64_t pieceSize = 229'376;
+    /// Bytes that one operation moves.
+    std::uint64_t pieceSize = sentPieceSize;
     /// The copy was stopped: what is not done yet is not to be done any more.
     bool isStopped = false;
     /// What every new file that was looked at had. A permission that has been missing once is given

@@ -63,8 +63,6 @@ public:
     }
 
 private:
-    // What OpenSSH's server takes as one request.
-    static constexpr std::uint64_t sentPieceSize = 261'120;
     // Where each is waited for, a system that has something in flight for one has more of it.
     static constexpr std::uint64_t immediatePieceSize = std::uint64_t{1} << 20U;
     // To see whether a file goes on beyond its size: more each time that it does.

@@ -5,6 +5,10 @@
 
 namespace FileSystem {
 
+/// Bytes that one operation moves where many are in flight. One request of the SFTP queue: a little
+/// more would be two, and of requests it has no more in flight for that.
+inline constexpr std::uint64_t sentPieceSize = 229'376;
+
 /// How many bytes a copy may have in flight: about what the way takes in two seconds. Fewer would
 /// wait for answers on a long way, and more would make whoever stops the copy wait on a slow one.
 class FlightLimit
