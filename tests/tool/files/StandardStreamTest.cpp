@@ -8,6 +8,9 @@
 #include <csignal>
 #include <filesystem>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 namespace TarnisTest {
 namespace {
 
@@ -183,6 +186,47 @@ TEST_F(StandardStreamTest, ManyPiecesAreOnTheirWayAtATime)
     const auto little = timeToPut("x");
     // Whoever waits for the answer to each write of a quarter of a megabyte waits six seconds.
     EXPECT_LT(timeToPut(pseudoRandomBytes(1, 8'000'000)), little + std::chrono::seconds(4));
+}
+
+/// With a server that writes down what it is asked.
+class WaitingStreamTest : public ScriptedFilesTest
+{
+protected:
+    /// Whether the server is asked again and again, as many drop a client that is silent.
+    bool isAskedWhileWaiting()
+    {
+        const auto asked = [this] { return sftp().requestCount(SftpPacket::Lstat); };
+        const auto before = asked();
+        constexpr std::size_t more = 4;
+        return waitUntil([&] { return asked() >= before + more; });
+    }
+};
+
+TEST_F(WaitingStreamTest, TheServerIsAskedWhileNoInputComes)
+{
+    ToolSetup put = setup("put", {"-", at("f")});
+    put.inputKind = Input::Pipe;
+    const auto tool = start(put);
+    tool->writeInput("text");
+    EXPECT_TRUE(isAskedWhileWaiting()) << tool->errorOutput();
+    tool->endInput();
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+    EXPECT_EQ(readFile(sftp().path("f")), "text");
+}
+
+TEST_F(WaitingStreamTest, TheServerIsAskedWhileNobodyTakesTheOutput)
+{
+    const auto data = pseudoRandomBytes(1, 3'000'000);
+    put("f", data);
+    const std::string pipe = here().file("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const auto tool = start(setup("get", {at("f"), pipe}));
+    EXPECT_TRUE(isAskedWhileWaiting()) << tool->errorOutput();
+    const UniqueFd end(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK));
+    ASSERT_TRUE(end.isOpen());
+    EXPECT_TRUE(isAskedWhileWaiting()) << tool->errorOutput();
+    EXPECT_TRUE(readFile(pipe) == data);
+    EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
 }
 
 } // namespace

@@ -125,7 +125,7 @@ TargetKind StreamTarget::kind() const
 
 // Without O_NOCTTY a terminal could become the program's own, and without O_NONBLOCK it could not
 // be interrupted while nobody reads.
-Posix::FileDescriptor StreamTarget::open(const Cancellation& cancellation)
+Posix::FileDescriptor StreamTarget::open(const Cancellation& cancellation, KeepAlive& keepAlive)
 {
     if (isDescriptor_) {
         if (!descriptor_.isOpen()) {
@@ -144,6 +144,7 @@ Posix::FileDescriptor StreamTarget::open(const Cancellation& cancellation)
             failToOpen(path_, errno);
         }
         ::poll(nullptr, 0, lookMilliseconds);
+        keepAlive.wait();
     }
 }
 
@@ -180,8 +181,13 @@ bool streamFile(Endpoint& endpoint, const std::string& id, const Stream& stream,
         isStopped = isStopped || (goesOn && !goesOn(written));
         return !isStopped;
     };
+    KeepAlive keepAlive(endpoint);
+    const auto wait = [&] {
+        keepAlive.wait();
+        return ask();
+    };
     const auto taker = [&](const char* bytes, std::size_t size) {
-        const int error = writeAll(stream.descriptor, bytes, size, ask);
+        const int error = writeAll(stream.descriptor, bytes, size, wait);
         if (error != 0 && !isStopped) {
             throw Failure(FailureKind::LocalProblem, "cannot write to", stream.name,
                           std::strerror(error));
@@ -216,7 +222,8 @@ void StreamedCopy::run()
     if (!isRegularFile(info.type)) {
         from_.refuse("cannot copy", source_, "it is no file");
     }
-    const Posix::FileDescriptor output = target_.open(cancellation_);
+    KeepAlive keepAlive(from_);
+    const Posix::FileDescriptor output = target_.open(cancellation_, keepAlive);
     ProgressBar bar(info.size);
     bar.setLabel(nameOf(source_));
     // The progress would mix with the file's text on a terminal.
@@ -256,6 +263,7 @@ InputCopy::InputCopy(RemoteEndpoint& to, std::string target, bool isInPlace,
     , target_(std::move(target))
     , isInPlace_(isInPlace)
     , cancellation_(cancellation)
+    , keepAlive_(to)
 {
     bar_.setLabel(nameOf(target_));
 }
@@ -290,11 +298,12 @@ bool InputCopy::run()
 }
 
 /// Polls before each read, which could otherwise wait for ever.
-std::optional<std::size_t> InputCopy::read(char* buffer, std::size_t size) const
+std::optional<std::size_t> InputCopy::read(char* buffer, std::size_t size)
 {
     while (!cancellation_.isRequested()) {
         pollfd input{STDIN_FILENO, POLLIN, 0};
         if (::poll(&input, 1, lookMilliseconds) <= 0) {
+            keepAlive_.wait();
             continue;
         }
         const ssize_t count = ::read(STDIN_FILENO, buffer, size);

@@ -2,6 +2,7 @@
 
 #include "files/Cancellation.h"
 #include "files/Endpoint.h"
+#include "files/KeepAlive.h"
 #include "terminal/Descriptors.h"
 #include "terminal/ProgressBar.h"
 
@@ -39,7 +40,7 @@ public:
 
     /// Opens a stream for writing, once. A pipe that nobody reads is waited for. Throws Failure,
     /// also when it is cancelled meanwhile.
-    Posix::FileDescriptor open(const Cancellation& cancellation);
+    Posix::FileDescriptor open(const Cancellation& cancellation, KeepAlive& keepAlive);
 
 private:
     std::string path_;
@@ -102,7 +103,7 @@ public:
     bool run();
 
 private:
-    std::optional<std::size_t> read(char* buffer, std::size_t size) const;
+    std::optional<std::size_t> read(char* buffer, std::size_t size);
     bool show(std::uint64_t done);
 
     RemoteEndpoint& to_;
@@ -110,6 +111,7 @@ private:
     bool isInPlace_;
     const Cancellation& cancellation_;
     ProgressBar bar_;
+    KeepAlive keepAlive_;
     std::uint64_t done_ = 0;
 };
 
