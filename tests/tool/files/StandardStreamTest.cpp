@@ -188,6 +188,17 @@ TEST_F(StandardStreamTest, ManyPiecesAreOnTheirWayAtATime)
     EXPECT_LT(timeToPut(pseudoRandomBytes(1, 8'000'000)), little + std::chrono::seconds(4));
 }
 
+TEST_F(StandardStreamTest, ALimitOfTheSystemLeavesNothing)
+{
+    there().write("f", std::string(3'000'000, 'x'));
+    ToolSetup get = setup("get", {at("f"), here().file("f")});
+    get.arguments.insert(get.arguments.begin(),
+                         {"-c", "ulimit -f 100; exec \"$0\" \"$@\"", TARNIS_TOOL});
+    get.program = "/bin/bash";
+    expectFailure(run(get), "File too large");
+    EXPECT_THAT(namesIn(here().path()), IsEmpty());
+}
+
 /// With a server that writes down what it is asked.
 class WaitingStreamTest : public ScriptedFilesTest
 {

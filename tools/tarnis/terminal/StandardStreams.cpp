@@ -32,6 +32,7 @@ void fill(int stream, int flags)
 void prepareStandardStreams()
 {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     fill(STDIN_FILENO, O_RDONLY);
     fill(STDOUT_FILENO, O_RDONLY);
     fill(STDERR_FILENO, O_WRONLY);
