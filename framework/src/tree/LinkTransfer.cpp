@@ -10,6 +10,17 @@ LinkTransfer::LinkTransfer(CopyContext& context, TreeEntry entry, Standing stand
 
 LinkTransfer::~LinkTransfer() = default;
 
+/// In place, for a system that does not rename.
+bool LinkTransfer::takeTemporaryPath()
+{
+    if (!context().options.isInPlace || standing()) {
+        return EntryTransfer::takeTemporaryPath();
+    }
+    const bool isFirst = temporaryPath().empty();
+    useFinalPath();
+    return isFirst;
+}
+
 void LinkTransfer::begin()
 {
     context().source.readLink(entry().path,
@@ -31,8 +42,9 @@ void LinkTransfer::make()
                                       return;
                                   }
                                   // Also a link that does not read back as it should may have been
-                                  // made.
-                                  if (why.code() != FailureCode::Exists) {
+                                  // made. Under its own name it may be somebody else's.
+                                  const bool isHidden = temporaryPath() != entry().target;
+                                  if (!why || (isHidden && why.code() != FailureCode::Exists)) {
                                       ownTemporary();
                                   }
                                   if (why) {

@@ -14,6 +14,7 @@ public:
     ~LinkTransfer() override;
 
 private:
+    bool takeTemporaryPath() override;
     void begin() override;
     void goOnAfterLook() override;
     void make();

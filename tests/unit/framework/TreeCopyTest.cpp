@@ -236,6 +236,17 @@ TEST_F(TreeCopying, FailsWhereWhatIsToBePreservedCannotBe)
     EXPECT_FALSE(copy(preserveAll));
 }
 
+TEST_F(TreeCopying, NeedsNoRenamingInPlace)
+{
+    source.addFile("/tree/file", "bytes");
+    source.addLink("/tree/link", "file");
+    target.behaviour.refusesRename = [](const std::string&, const std::string&) { return true; };
+    EXPECT_FALSE(copy());
+    EXPECT_TRUE(copy(Option::Recursive | Option::InPlace)) << FileSystem::Failure::last().message();
+    EXPECT_THAT(target.paths(), ElementsAre("/copy", "/copy/file", "/copy/link"));
+    EXPECT_EQ(target.at("/copy/link").bytes, "file");
+}
+
 TEST_F(TreeCopying, FillsADirectoryThatIsThere)
 {
     source.addFile("/tree/a", "new");
