@@ -292,5 +292,17 @@ TEST_F(HostileServerTest, AFileThatIsShorterThanItSaysIsNoSuccess)
     EXPECT_THAT(namesIn(targetDirectory()), IsEmpty());
 }
 
+/// Servers have no status for a volume that is full.
+TEST_F(HostileServerTest, WhereWritingFailsItSaysHowMuchRoomThereIs)
+{
+    SftpScript script;
+    script.rules = {{every(SftpPacket::Write), SftpActions::refuse(SftpStatus::Failure)}};
+    sftp().setScript(script);
+    const auto result = tarnis("put", {here().write("f", "text"), at("f")});
+    expectFailure(result, "cannot copy " + here().file("f") + " to " + at("f") +
+                              ": it could not be written, with ");
+    EXPECT_THAT(result.errorOutput, testing::HasSubstr(" free on its volume"));
+}
+
 } // namespace
 } // namespace TarnisTest

@@ -1,6 +1,7 @@
 #include "files/CopyFailure.h"
 
 #include "files/Paths.h"
+#include "terminal/Sizes.h"
 
 namespace TarnisTool {
 
@@ -16,6 +17,15 @@ std::optional<std::string> lossOf(const FileSystem::Failure& failure)
 using FileSystem::FailureCode;
 
 namespace {
+
+/// Servers have no status of their own for a volume without room. Empty where the room is not told.
+std::string hintAtRoom(const Endpoint& to, const std::string& target)
+{
+    const auto room = to.system().fileStorageInfo(target);
+    return room ? "it could not be written, with " + humanSize(room->available) +
+                      " free on its volume"
+                : "";
+}
 
 /// What writing in place may do about it.
 std::string hintAtInPlace(const Endpoint& to, const std::string& target)
@@ -43,6 +53,9 @@ std::string copyHint(Endpoint& to, const std::string& target, const FileSystem::
     if (why.code() == FailureCode::NotCopyable) {
         return "a pipe, a socket or a device stands there, or is where the link leads: that is not "
                "replaced";
+    }
+    if (why.code() == FailureCode::Other && why.operation() == "write") {
+        return hintAtRoom(to, target);
     }
     // The missing entry may be the directory that the file was to go to.
     const bool isUnexplained =
