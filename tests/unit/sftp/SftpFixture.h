@@ -87,6 +87,8 @@ protected:
         , files(std::shared_ptr<Tarnis::SSHHandleSFTPSession>(handle))
     {
         libssh.connected = 1;
+        // No further channel for a queue, which would wait for the fake server's answers.
+        ON_CALL(libssh, ssh_channel_open_session).WillByDefault(::testing::Return(SSH_ERROR));
     }
 
     std::shared_ptr<Tarnis::SSHHandleSFTPSessionFile> openFile()
