@@ -3,14 +3,17 @@
 #include "integration/sftp/QueueTest.h"
 #include "support/PseudoRandom.h"
 #include "support/TcpProxy.h"
+#include "support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <libssh/libssh.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <deque>
 #include <fstream>
+#include <future>
 #include <set>
 
 namespace TarnisTest {
@@ -260,6 +263,43 @@ TEST_F(QueueLanesTest, AServerMaySendFurtherAheadForOneFile)
     ASSERT_TRUE(finishInTime(queue()));
     EXPECT_TRUE(isRead);
     EXPECT_TRUE(buffer == content);
+}
+
+// So four threads with ten questions each take one round trip for all of them.
+TEST_F(QueueLanesTest, ThreadsThatShareASessionAskBeforeAnybodyHasAnAnswer)
+{
+    constexpr std::size_t threads = 4;
+    constexpr std::size_t questions = 10;
+    startFar({}, milliseconds(0));
+    std::vector<std::unique_ptr<StorageSystemQueue>> queues;
+    for (std::size_t number = 0; number < threads; ++number) {
+        queues.push_back(client().files().createQueue());
+        ASSERT_FALSE(*lookUpFailure(*queues.back(), server().root()));
+    }
+    const auto asked = [&, before = server().requestCount(SftpPacket::Lstat)] {
+        return server().requestCount(SftpPacket::Lstat) - before;
+    };
+    std::atomic<std::size_t> answers{0};
+    proxy().stall(TcpProxy::ToClient);
+    std::vector<std::future<void>> work;
+    for (const auto& own : queues) {
+        work.push_back(std::async(std::launch::async, [&, own = own.get()] {
+            for (std::size_t question = 0; question < questions; ++question) {
+                own->lookUp(server().root(), [&answers](const Failure& failure, const auto&) {
+                    EXPECT_FALSE(failure) << failure.message();
+                    ++answers;
+                });
+            }
+            EXPECT_TRUE(finishInTime(*own));
+        }));
+    }
+    EXPECT_TRUE(waitUntil([&] { return asked() == threads * questions; })) << asked();
+    EXPECT_EQ(answers, 0U);
+    proxy().resume();
+    for (auto& each : work) {
+        each.get();
+    }
+    EXPECT_EQ(answers, threads * questions);
 }
 
 TEST_F(QueueLanesTest, ManyQuestionsFarAwayAreSpreadToo)
