@@ -26,10 +26,10 @@ public:
         return unwanted.count(entry.below) == 0;
     }
 
-    bool comesFirst(const FileSystem::TreeEntry& left, const FileSystem::TreeEntry& right) override
+    bool comesFirst(const FileSystem::TreeEntry& one, const FileSystem::TreeEntry& other) override
     {
-        return isBackward ? TreeObserver::comesFirst(right, left)
-                          : TreeObserver::comesFirst(left, right);
+        return isBackward ? TreeObserver::comesFirst(other, one)
+                          : TreeObserver::comesFirst(one, other);
     }
 
     void done(const FileSystem::TreeEntry& entry) override

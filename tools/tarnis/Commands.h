@@ -7,7 +7,7 @@
 namespace TarnisTool {
 
 // The sub-commands, of which nobody needs more than that they can be run. A new one is a class of
-// its own, a line in here and one in main.cpp.
+// its own, a line in here and one in Program.cpp.
 
 std::unique_ptr<Command> makeExecCommand(CLI::App& program);
 std::unique_ptr<Command> makeHostKeyCommand(CLI::App& program);

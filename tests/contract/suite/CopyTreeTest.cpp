@@ -23,7 +23,6 @@ using FileSystem::copyTree;
 using FileSystem::Failure;
 using FileSystem::FailureCode;
 using FileSystem::TreeCopyOptions;
-using FileSystem::TreeCopyPath;
 using FileSystem::TreePart;
 using FileSystem::TreeReport;
 using FileSystem::TreeStanding;

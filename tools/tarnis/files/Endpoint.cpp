@@ -103,8 +103,8 @@ Failure Endpoint::failureBecause(const std::string& what, const std::string& pat
         throwLost(why);
     }
     const bool isNothingThere = why.code() == FileSystem::FailureCode::NotFound;
-    return Failure(isNothingThere ? FailureKind::NothingThere : FailureKind::FileProblem, what,
-                   display(path), hint.empty() ? reasonOf(why) : joinReasons(hint, why.text()));
+    return {isNothingThere ? FailureKind::NothingThere : FailureKind::FileProblem, what,
+            display(path), hint.empty() ? reasonOf(why) : joinReasons(hint, why.text())};
 }
 
 void Endpoint::failBecause(const std::string& what, const std::string& path,
@@ -116,7 +116,7 @@ void Endpoint::failBecause(const std::string& what, const std::string& path,
 Failure Endpoint::refusal(const std::string& what, const std::string& path,
                           const std::string& reason) const
 {
-    return Failure(FailureKind::FileProblem, what, display(path), reason);
+    return {FailureKind::FileProblem, what, display(path), reason};
 }
 
 void Endpoint::refuse(const std::string& what, const std::string& path, const std::string& reason)

@@ -156,9 +156,9 @@ public:
         return isWanted;
     }
 
-    bool comesFirst(const TreeEntry& left, const TreeEntry& right) override
+    bool comesFirst(const TreeEntry& one, const TreeEntry& other) override
     {
-        return command_.isReversed_ ? isBefore(right, left) : isBefore(left, right);
+        return command_.isReversed_ ? isBefore(other, one) : isBefore(one, other);
     }
 
     void done(const TreeEntry& directory) override
