@@ -79,10 +79,10 @@ struct StorageSystemEntry
 /// needs another to be done first is started by that one's completion.
 ///
 /// Failures: a failure belongs to its operation and names it and its path. When the system has lost
-/// its resources every operation under way fails with ConnectionLost. A completion that throws ends
+/// its resources every operation in flight fails with ConnectionLost. A completion that throws ends
 /// pump(), which passes the exception on; the others are called by the next one.
 ///
-/// Ownership: the queue owns what it has opened. Destroying it gives up what is under way, without
+/// Ownership: the queue owns what it has opened. Destroying it gives up what is in flight, without
 /// calling any completion, and closes its files; whether an operation that was given up was done is
 /// not known. Memory that is lent to an operation must last until its completion, or until the
 /// queue is destroyed. A queue that outlives its storage system fails every operation.
@@ -119,7 +119,7 @@ public:
     /// \return how many completions were called.
     std::size_t pump(std::chrono::milliseconds limit = std::chrono::milliseconds::max());
 
-    /// pump() until nothing is under way. Blocks for as long as the system likes.
+    /// pump() until nothing is in flight. Blocks for as long as the system likes.
     void finish();
 
     /// From now on nothing below this directory is reached through a symbolic link, as far as the
@@ -128,10 +128,10 @@ public:
     /// way to it leads is left to the path.
     void confine(const std::string& directory);
 
-    /// How many operations are under way.
+    /// How many operations are in flight.
     std::size_t pending() const noexcept;
 
-    /// How many operations under way are worth it; more only take memory.
+    /// How many operations in flight are worth it; more only take memory.
     std::size_t capacity() const noexcept;
 
     /// A descriptor that can be read from when pump() has something to do, for a host that waits

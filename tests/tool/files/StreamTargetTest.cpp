@@ -350,8 +350,8 @@ TEST_F(ScriptedInPlaceTest, IsNotSaidToHelpWhereTheFileCannotGetItsName)
 
 TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerTakesNoHiddenNames)
 {
-    expectHelpForANewFile(
-        {onPath(every(SftpPacket::Open), ".tarnis-part"), SftpActions::refuse(SftpStatus::NoSuchFile)});
+    expectHelpForANewFile({onPath(every(SftpPacket::Open), ".tarnis-part"),
+                           SftpActions::refuse(SftpStatus::NoSuchFile)});
 }
 
 TEST_F(ScriptedInPlaceTest, IsSaidToHelpWhereAServerDoesNotRename)
