@@ -3,10 +3,10 @@
 #include "path/LinkResolution.h"
 #include "path/NameCheck.h"
 #include "path/PathText.h"
-#include "tree/FileReplacement.h"
-#include "tree/MoveByCopy.h"
 #include "tree/SlotCopy.h"
+#include "tree/SlotMove.h"
 #include "tree/SlotRemoval.h"
+#include "tree/SlotReplacement.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
@@ -151,7 +151,7 @@ bool FileSystem2::fileReplaceAs(const std::string& path, const std::string& newP
         return scope.result(false);
     }
     return scope.result(pathCanonize(path) == pathCanonize(newPath) ||
-                        FileReplacement::replaceByAny(*this, path, *source, newPath, target));
+                        replaceForSlot(*this, path, *source, newPath, target));
 }
 
 bool FileSystem2::fileMoveAs(const std::string& path, const std::string& newPath) const
@@ -612,7 +612,7 @@ bool FileSystem2::do_fileMoveAs(const std::string& path, const std::string& newP
     if (!existsAsFile(path) || !isFree(newPath)) {
         return false;
     }
-    return renameTo(path, newPath) || moveFileByCopy(*this, path, newPath);
+    return renameTo(path, newPath) || moveByCopyForSlot(*this, path, newPath);
 }
 
 bool FileSystem2::do_fileCopyAs(const std::string& path, const StorageSystem& target,
@@ -679,7 +679,7 @@ bool FileSystem2::do_directoryMoveAs(const std::string& path, const std::string&
     // Before a whole tree is read for nothing.
     const auto parent = pathParentId(newPath);
     return (parent.empty() || do_directoryExists(parent)) &&
-           moveTreeByCopy(*this, pathRemoveTrailingSlash(path), pathRemoveTrailingSlash(newPath));
+           moveByCopyForSlot(*this, path, newPath);
 }
 
 std::vector<std::string>

@@ -1,4 +1,3 @@
-#include "failure/FailureWatch.h"
 #include "path/LinkResolution.h"
 #include "path/NameCheck.h"
 #include "path/PathText.h"
@@ -7,6 +6,7 @@
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
 #include <FileSystem/StorageSystemFile.h>
+#include <FileSystem/StorageSystemServices.h>
 
 #include <algorithm>
 #include <regex>
@@ -30,7 +30,9 @@ auto listed(const std::string& path, const List& list) -> decltype(list())
 
 } // namespace
 
-StorageSystem::StorageSystem() = default;
+StorageSystem::StorageSystem()
+    : services_(std::make_unique<StorageSystemServices>(*this))
+{}
 
 StorageSystem::~StorageSystem()
 {
@@ -102,18 +104,6 @@ StorageSystem::fileOpen(const std::string& path,
 {
     FailureScope scope("fileOpen", path);
     return scope.result(namesEntry(path) ? own(do_fileOpen(path, mode, permissions)) : nullptr);
-}
-
-/// Where the system cannot refuse to follow a link, it follows one.
-std::unique_ptr<StorageSystemFile>
-StorageSystem::openItself(const std::string& path,
-                          Utilities::Flags<StorageSystemFileOpenModeFlag> mode) const
-{
-    if (!selfOpener_) {
-        return fileOpen(path, mode);
-    }
-    FailureScope scope("fileOpen", path);
-    return scope.result(namesEntry(path) ? own(selfOpener_(path, mode)) : nullptr);
 }
 
 std::unique_ptr<StorageSystemFile>
@@ -365,13 +355,7 @@ StorageSystem::directoryReadFully(const std::string& path) const
     if (!namesEntry(path)) {
         return scope.result(std::optional<std::vector<StorageSystemFileInfo>>());
     }
-    if (directoryReader_) {
-        return scope.result(directoryReader_(path));
-    }
-    const FailureWatch watch;
-    auto entries = directoryFileInfoList(path);
-    const bool isWhole = !watch.noted() && directoryExists(path, true);
-    return scope.result(isWhole ? std::make_optional(std::move(entries)) : std::nullopt);
+    return scope.result(services_->readDirectory(path));
 }
 
 std::optional<std::string> StorageSystem::absolutePath(const std::string& path) const
@@ -383,62 +367,21 @@ std::optional<std::string> StorageSystem::absolutePath(const std::string& path) 
     if (PathText::isAbsolute(path)) {
         return scope.result(std::make_optional(path));
     }
-    const auto start = startDirectory_ ? startDirectory_() : std::nullopt;
+    const auto start = services_->startDirectory();
     return scope.result(start && PathText::isAbsolute(*start)
                             ? std::make_optional(PathText::childId(*start, {path}))
                             : std::nullopt);
 }
 
-void StorageSystem::setStartDirectory(std::function<std::optional<std::string>()> start)
+void StorageSystem::setServices(std::unique_ptr<StorageSystemServices> services)
 {
-    startDirectory_ = std::move(start);
-}
-
-void StorageSystem::setReplacer(
-    std::function<bool(const std::string&, const std::string&)> replacer)
-{
-    replacer_ = std::move(replacer);
-}
-
-void StorageSystem::setSelfOpener(SelfOpener opener)
-{
-    selfOpener_ = std::move(opener);
-}
-
-void StorageSystem::setQueueMaker(QueueMaker maker)
-{
-    queueMaker_ = std::move(maker);
+    services_ = std::move(services);
 }
 
 std::unique_ptr<StorageSystemQueue> StorageSystem::createQueue() const
 {
-    auto queue = queueMaker_ ? queueMaker_(alive_) : nullptr;
+    auto queue = services_->createQueue(alive_);
     return queue != nullptr ? std::move(queue) : std::make_unique<SlotQueue>(*this, alive_);
-}
-
-void StorageSystem::setOwnerLooker(OwnerLooker looker)
-{
-    ownerLooker_ = std::move(looker);
-}
-
-std::optional<StorageSystem::OwnedFileInfo>
-StorageSystem::lookWithOwner(const std::string& path) const
-{
-    if (ownerLooker_) {
-        return ownerLooker_(path);
-    }
-    auto info = fileInfo(path);
-    return info ? std::make_optional(OwnedFileInfo{*std::move(info)}) : std::nullopt;
-}
-
-void StorageSystem::setLinkLooker(std::function<bool(const std::string&)> looker)
-{
-    linkLooker_ = std::move(looker);
-}
-
-void StorageSystem::setDirectoryReader(DirectoryReader reader)
-{
-    directoryReader_ = std::move(reader);
 }
 
 std::vector<std::string>

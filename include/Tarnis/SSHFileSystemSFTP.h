@@ -157,12 +157,14 @@ protected:
                                           bool failIfLinkExists) const override;
 
 private:
+    class Services;
+
     std::shared_ptr<SSHHandleSFTPSession> handle() const;
     std::shared_ptr<SSHHandleSFTPSession> validHandle() const;
     std::optional<std::vector<FileSystem::StorageSystemFileInfo>>
     readDirectoryFully(const std::string& path) const;
     std::optional<std::string> startDirectory() const;
-    std::optional<OwnedFileInfo> lookAtOwned(const std::string& path) const;
+    std::optional<FileSystem::StorageSystemAttributes> lookAtOwned(const std::string& path) const;
     bool replaceByLink(const std::string& target, const std::string& linkPath) const;
 
     std::shared_ptr<SSHHandleSFTPSession> sftp_;

@@ -8,6 +8,7 @@
 #include "sftp/SFTPReplacingRename.h"
 
 #include <FileSystem/OpenMode.h>
+#include <FileSystem/StorageSystemServices.h>
 #include <Tarnis/SSHDefaultDeleter.h>
 #include <Tarnis/SSHFileSystemSFTP.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
@@ -44,6 +45,50 @@ void readFromStart(SSHHandleSFTPSessionFile& file)
 
 } // namespace
 
+class SSHFileSystemSFTP::Services final : public FileSystem::StorageSystemServices
+{
+public:
+    explicit Services(const SSHFileSystemSFTP& system)
+        : StorageSystemServices(system)
+        , system_(system)
+    {}
+
+    std::unique_ptr<FileSystem::StorageSystemQueue>
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive) const override
+    {
+        auto handle = system_.validHandle();
+        return handle != nullptr ? SFTPQueue::create(std::move(handle), system_, isAlive) : nullptr;
+    }
+
+    std::optional<std::vector<FileSystem::StorageSystemFileInfo>>
+    readDirectory(const std::string& path) const override
+    {
+        return system_.readDirectoryFully(path);
+    }
+
+    std::optional<std::string> startDirectory() const override { return system_.startDirectory(); }
+
+    bool replace(const std::string& path, const std::string& newPath) const override
+    {
+        const auto handle = system_.validHandle();
+        return handle != nullptr && renameReplacing(*handle, path, newPath);
+    }
+
+    bool leadsToNoFile(const std::string& path) const override
+    {
+        const auto handle = system_.validHandle();
+        return handle != nullptr && isSeenToBeNoFile(*handle, path);
+    }
+
+    std::optional<FileSystem::StorageSystemAttributes> look(const std::string& path) const override
+    {
+        return system_.lookAtOwned(path);
+    }
+
+private:
+    const SSHFileSystemSFTP& system_;
+};
+
 SSHFileSystemSFTP::SSHFileSystemSFTP()
     : SSHFileSystemSFTP(nullptr)
 {}
@@ -51,21 +96,7 @@ SSHFileSystemSFTP::SSHFileSystemSFTP()
 SSHFileSystemSFTP::SSHFileSystemSFTP(std::shared_ptr<SSHHandleSFTPSession>&& sftp)
     : sftp_(std::move(sftp))
 {
-    setDirectoryReader([this](const std::string& path) { return readDirectoryFully(path); });
-    setStartDirectory([this] { return startDirectory(); });
-    setReplacer([this](const std::string& path, const std::string& newPath) {
-        const auto handle = validHandle();
-        return handle != nullptr && renameReplacing(*handle, path, newPath);
-    });
-    setQueueMaker([this](const std::shared_ptr<const std::atomic<bool>>& isAlive) {
-        auto handle = validHandle();
-        return handle != nullptr ? SFTPQueue::create(std::move(handle), *this, isAlive) : nullptr;
-    });
-    setOwnerLooker([this](const std::string& path) { return lookAtOwned(path); });
-    setLinkLooker([this](const std::string& path) {
-        const auto handle = validHandle();
-        return handle != nullptr && isSeenToBeNoFile(*handle, path);
-    });
+    setServices(std::make_unique<Services>(*this));
 }
 
 SSHFileSystemSFTP::~SSHFileSystemSFTP()

@@ -3,6 +3,7 @@
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
 
+#include <FileSystem/StorageSystemServices.h>
 #include <Tarnis/SSHFileSystemSFTP.h>
 
 namespace Tarnis {
@@ -69,7 +70,7 @@ std::optional<StorageSystemFileInfo> SSHFileSystemSFTP::do_fileInfo(const std::s
                                  : std::nullopt;
 }
 
-std::optional<SSHFileSystemSFTP::OwnedFileInfo>
+std::optional<FileSystem::StorageSystemAttributes>
 SSHFileSystemSFTP::lookAtOwned(const std::string& path) const
 {
     const auto sftp = validHandle();
@@ -77,14 +78,14 @@ SSHFileSystemSFTP::lookAtOwned(const std::string& path) const
     if (attributes == nullptr) {
         return std::nullopt;
     }
-    OwnedFileInfo owned{infoOf(*this, path, *attributes)};
+    auto told = FileSystem::StorageSystemServices::attributesOf(infoOf(*this, path, *attributes));
     if ((attributes->flags & SSH_FILEXFER_ATTR_UIDGID) != 0) {
-        owned.owner = FileSystem::StorageSystemOwner{attributes->uid, attributes->gid};
+        told.owner = FileSystem::StorageSystemOwner{attributes->uid, attributes->gid};
     }
     if ((attributes->flags & SSH_FILEXFER_ATTR_PERMISSIONS) != 0) {
-        owned.isSticky = (attributes->permissions & stickyBit) != 0;
+        told.specialBits = attributes->permissions & stickyBit;
     }
-    return owned;
+    return told;
 }
 
 std::optional<std::uint32_t> SSHFileSystemSFTP::fileMode(const std::string& path) const

@@ -16,6 +16,7 @@
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/MemoryFileSystem.h>
 #include <FileSystem/StorageSystemBulkTransfer.h>
+#include <FileSystem/StorageSystemServices.h>
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
 #include <Tarnis/RemoteSession.h>
@@ -256,6 +257,23 @@ struct OpenFile : Base
     bool do_error() const override;
     std::uint64_t do_read(char* buffer, std::uint64_t size) const override;
     std::uint64_t do_write(const char* buffer, std::uint64_t size) const override;
+};
+
+struct StorageSystemServices : FileSystem::StorageSystemServices
+{
+    using FileSystem::StorageSystemServices::StorageSystemServices;
+
+    ~StorageSystemServices() override;
+    std::unique_ptr<StorageSystemQueue>
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive) const override;
+    std::optional<std::vector<StorageSystemFileInfo>>
+    readDirectory(const std::string& path) const override;
+    std::optional<std::string> startDirectory() const override;
+    bool replace(const std::string& path, const std::string& newPath) const override;
+    std::unique_ptr<FileSystem::StorageSystemFile> openItself(const std::string& path,
+                                                              OpenMode mode) const override;
+    bool leadsToNoFile(const std::string& path) const override;
+    std::optional<StorageSystemAttributes> look(const std::string& path) const override;
 };
 
 struct StorageSystemFile : OpenFile<FileSystem::StorageSystemFile>

@@ -82,6 +82,8 @@ protected:
                                           bool failIfLinkExists) const override;
 
 private:
+    class Services;
+
     bool replaceByLink(const std::string& target, const std::string& linkPath) const;
 };
 

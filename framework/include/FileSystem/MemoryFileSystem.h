@@ -182,6 +182,8 @@ protected:
                                           bool failIfLinkExists) const override;
 
 private:
+    class Services;
+
     explicit MemoryFileSystem(std::shared_ptr<MemoryTree> tree);
 
     std::unique_ptr<StorageSystemFile> open(const std::string& path,

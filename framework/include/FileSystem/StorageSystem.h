@@ -17,6 +17,8 @@
 
 namespace FileSystem {
 
+class StorageSystemServices;
+
 /// A tree of directories and files, wherever it is kept. A host works with every storage system
 /// through this interface, and copies from any to any.
 ///
@@ -333,68 +335,14 @@ public:
     std::string displayPath(const std::string& path) const;
 
 protected:
-    /// Reads a whole directory, as directoryReadFully().
-    using DirectoryReader =
-        std::function<std::optional<std::vector<StorageSystemFileInfo>>(const std::string& path)>;
-
     StorageSystem();
 
     /// Makes a file that this system has opened know when the system goes. Null gives null.
     std::unique_ptr<StorageSystemFile> own(std::unique_ptr<StorageSystemFile>&& file) const;
 
-    /// For a system that can tell whether a listing broke off. To be called while nobody else uses
-    /// the system, at best on construction.
-    void setDirectoryReader(DirectoryReader reader);
-
-    /// For a system that can tell the directory in which it starts relative paths. As
-    /// setDirectoryReader(). \param start gives the absolute path of it; empty when it fails.
-    void setStartDirectory(std::function<std::optional<std::string>()> start);
-
-    /// For a system that can rename onto a file and replace it in one atomic step, a symbolic link
-    /// as itself, and never a directory. As setDirectoryReader(). \param replacer is given the old
-    /// and the new path; false when nothing has changed, as far as the system tells. With no
-    /// failure noted, or one that tells nothing (Unsupported, Other), the file
-    /// is replaced in steps instead; any other failure stands.
-    void setReplacer(std::function<bool(const std::string&, const std::string&)> replacer);
-
-    /// Opens what stands at a path itself. Null as for do_fileOpen(), and for a symbolic link.
-    using SelfOpener = std::function<std::unique_ptr<StorageSystemFile>(
-        const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode)>;
-
-    /// For a system that can refuse to follow a link when it opens a file: copies then open what
-    /// they have seen to be a file. As setDirectoryReader().
-    void setSelfOpener(SelfOpener opener);
-
-    /// For a system that can tell what a symbolic link leads to without opening it: copies then do
-    /// not replace a link to a pipe, a socket or a device. As setDirectoryReader(). \param looker
-    /// is given the path of a link; true where it is seen to lead to something that is neither a
-    /// regular file nor a directory. It notes no failure.
-    void setLinkLooker(std::function<bool(const std::string&)> looker);
-
-    /// What stands at a path, whose it is and whether it has the sticky bit, where the system tells
-    /// that.
-    struct OwnedFileInfo
-    {
-        StorageSystemFileInfo info;
-        std::optional<StorageSystemOwner> owner = {};
-        std::optional<bool> isSticky = {};
-    };
-
-    using OwnerLooker = std::function<std::optional<OwnedFileInfo>(const std::string& path)>;
-
-    /// For a system that can tell whose an entry is: a copy that replaces a file is given to that
-    /// file's owner, and to nobody else. As setDirectoryReader(). \param looker as do_fileInfo().
-    /// Where it tells of sticky bits, do_directorySetPermissions() may be given one (01000), and
-    /// fails where the directory does not get it.
-    void setOwnerLooker(OwnerLooker looker);
-
-    /// Makes a queue that may outlive the system, and is told whether that is still there. Null
-    /// where it cannot just now: the operations are done one after the other then.
-    using QueueMaker = std::function<std::unique_ptr<StorageSystemQueue>(
-        const std::shared_ptr<const std::atomic<bool>>& isAlive)>;
-
-    /// For a system that can have many operations under way at once. As setDirectoryReader().
-    void setQueueMaker(QueueMaker maker);
+    /// For a system that can do more than its operations; see StorageSystemServices. To be called
+    /// while nobody else uses the system, at best on construction.
+    void setServices(std::unique_ptr<StorageSystemServices> services);
 
     virtual std::string do_hostName() const = 0;
     virtual StorageSystemType do_getType() const = 0;
@@ -492,26 +440,14 @@ protected:
     virtual std::string do_displayPath(const std::string& path) const = 0;
 
 private:
-    friend class FileReplacement;
     friend class SlotQueue;
     friend class StorageSystemFile;
     friend bool leadsToNoFile(const StorageSystem& system, const std::string& path);
 
-    std::unique_ptr<StorageSystemFile>
-    openItself(const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) const;
-
-    std::optional<OwnedFileInfo> lookWithOwner(const std::string& path) const;
-
     /// False when the system is gone; outlives it in the files that it has opened.
     std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
     std::atomic<std::uint64_t> listingLimit_{defaultListingLimit};
-    DirectoryReader directoryReader_;
-    std::function<std::optional<std::string>()> startDirectory_;
-    std::function<bool(const std::string&, const std::string&)> replacer_;
-    SelfOpener selfOpener_;
-    QueueMaker queueMaker_;
-    std::function<bool(const std::string&)> linkLooker_;
-    OwnerLooker ownerLooker_;
+    std::unique_ptr<StorageSystemServices> services_;
 };
 
 } // namespace FileSystem

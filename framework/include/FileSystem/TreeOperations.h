@@ -232,4 +232,48 @@ FILESYSTEM_EXPORT TreeReport copyTree(const StorageSystem& source, const Storage
                                       const std::vector<TreeCopyPath>& paths,
                                       TreeObserver& observer, const TreeCopyOptions& options = {});
 
+/// Where everything is after a move.
+enum class TreeMoveOutcome : std::uint32_t
+{
+    Failed,     ///< Where it was; nothing of a copy is left but what TreeReport::left says.
+    Renamed,    ///< At its new path.
+    Copied,     ///< At its new path, as a copy; the original is removed.
+    NotRemoved, ///< The copy is complete, and not all of the original could be removed.
+};
+
+/// What became of a move. Of one by copying, the counts are those of the copy.
+struct TreeMoveReport : TreeReport
+{
+    TreeMoveOutcome outcome = TreeMoveOutcome::Failed;
+    /// With NotRemoved: where the original is, or what is left of it; empty where that is not
+    /// known.
+    std::string rest;
+};
+
+/// Moves a file, a symbolic link itself or a tree to a path where nothing stands, within one
+/// system: renames it, or where the system does not, as between volumes, copies it with permissions
+/// and times and then removes the original. What has changed or come since it was copied is not
+/// removed, nor are the directories that it is in.
+///
+/// Nothing is lost, whatever fails: until all is copied the original is whole, and a copy that is
+/// given up is removed again. So is one whose original may not leave its place, which a tree does
+/// in one step: while it is removed it stands beside its place, as ".NAME.XXXXXXXX.tarnis-old", and
+/// what is left of it goes back. A system that is lost while it removes may yet do what it was
+/// asked for last; the copy stays then.
+///
+/// \param observer is told of each entry that was copied, or of the root that was renamed, by
+///                 done(), and of what keeps it from moving by failed(): the copy ends at its first
+///                 failure, the removal goes on. progress() may stop either. Not asked what it
+///                 wants. The paths of entries are those of the original's place.
+///
+/// Failures: where something stands at the new path already (Exists), nothing at the old one
+/// (NotFound), the new path is below it (IntoItself), one of them has no name of its own (BadName),
+/// something in the tree cannot be read or copied; what was not removed, with Changed for what has
+/// come or was changed since. A lost connection ends the move, and is told once.
+///
+/// Blocks until it is done. Any thread; takes no lock while it waits.
+FILESYSTEM_EXPORT TreeMoveReport moveTree(const StorageSystem& system, const std::string& path,
+                                          const std::string& newPath, TreeObserver& observer,
+                                          const TreeOptions& options = {});
+
 } // namespace FileSystem

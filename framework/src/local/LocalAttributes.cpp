@@ -58,6 +58,22 @@ void setAttributes(StorageSystemFileInfo& info, const struct stat& attributes) n
     info.permissions = permissionsOf(attributes.st_mode);
 }
 
+StorageSystemAttributes toAttributes(const struct stat& now)
+{
+    constexpr mode_t specialBits = 07000;
+    StorageSystemFileInfo info;
+    setAttributes(info, now);
+    StorageSystemAttributes attributes;
+    attributes.type = S_ISLNK(now.st_mode) ? StorageSystemFileTypeFlag::SymbolicLink : info.type;
+    attributes.size = info.size;
+    attributes.modTime = info.modTime;
+    attributes.permissions = info.permissions;
+    attributes.specialBits = static_cast<std::uint32_t>(now.st_mode & specialBits);
+    attributes.owner = StorageSystemOwner{now.st_uid, now.st_gid};
+    attributes.identity = StorageSystemIdentity{now.st_dev, now.st_ino};
+    return attributes;
+}
+
 StorageSystemTimePoint toTimePoint(const timespec& moment) noexcept
 {
     constexpr std::int64_t lastSecond =

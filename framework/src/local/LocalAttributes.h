@@ -1,5 +1,6 @@
 #pragma once
 
+#include <FileSystem/StorageSystemQueue.h>
 #include <FileSystem/StorageSystemRecords.h>
 
 #include <ctime>
@@ -26,6 +27,9 @@ Utilities::Flags<StorageSystemFileTypeFlag> typeOfMode(mode_t mode) noexcept;
 /// Kind, size, time, permissions into `info`. The size is what the system says, for a
 /// directory too.
 void setAttributes(StorageSystemFileInfo& info, const struct stat& attributes) noexcept;
+
+/// All that is known of an entry.
+StorageSystemAttributes toAttributes(const struct stat& now);
 
 /// The tick that holds the moment; the nearest one there is for a moment beyond the ticks.
 StorageSystemTimePoint toTimePoint(const timespec& moment) noexcept;

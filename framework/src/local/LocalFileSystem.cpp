@@ -12,6 +12,7 @@
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/NameFilter.h>
 #include <FileSystem/OpenMode.h>
+#include <FileSystem/StorageSystemServices.h>
 
 #include <algorithm>
 #include <array>
@@ -139,25 +140,56 @@ std::optional<std::string> currentDirectory()
 
 } // namespace
 
-LocalFileSystem::LocalFileSystem()
+class LocalFileSystem::Services final : public StorageSystemServices
 {
-    setDirectoryReader([this](const std::string& path) {
-        LocalDirectory directory(path, listingLimit());
+public:
+    explicit Services(const LocalFileSystem& system)
+        : StorageSystemServices(system)
+        , system_(system)
+    {}
+
+    std::unique_ptr<StorageSystemQueue>
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive) const override
+    {
+        return std::make_unique<LocalQueue>(system_, isAlive);
+    }
+
+    std::optional<std::vector<StorageSystemFileInfo>>
+    readDirectory(const std::string& path) const override
+    {
+        LocalDirectory directory(path, system_.listingLimit());
         auto entries = describeEntries(directory, path, NameFilter());
         return directory.isComplete() ? std::make_optional(std::move(entries)) : std::nullopt;
-    });
-    setStartDirectory([] { return currentDirectory(); });
-    setReplacer([](const std::string& path, const std::string& newPath) {
+    }
+
+    std::optional<std::string> startDirectory() const override { return currentDirectory(); }
+
+    bool replace(const std::string& path, const std::string& newPath) const override
+    {
         return LocalError::succeeded(::rename(systemPath(path), systemPath(newPath)) == 0);
-    });
-    setQueueMaker([this](const std::shared_ptr<const std::atomic<bool>>& isAlive) {
-        return std::make_unique<LocalQueue>(*this, isAlive);
-    });
-    setLinkLooker([](const std::string& path) {
+    }
+
+    bool leadsToNoFile(const std::string& path) const override
+    {
         struct stat target = {};
         return ::stat(systemPath(path), &target) == 0 && !S_ISREG(target.st_mode) &&
                !S_ISDIR(target.st_mode);
-    });
+    }
+
+    std::optional<StorageSystemAttributes> look(const std::string& path) const override
+    {
+        const auto now = FileSystem::attributesOf(path);
+        return LocalError::answered(now.has_value()) ? std::make_optional(toAttributes(*now))
+                                                     : std::nullopt;
+    }
+
+private:
+    const LocalFileSystem& system_;
+};
+
+LocalFileSystem::LocalFileSystem()
+{
+    setServices(std::make_unique<Services>(*this));
 }
 
 LocalFileSystem::~LocalFileSystem() = default;

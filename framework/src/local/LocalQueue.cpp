@@ -36,21 +36,6 @@ constexpr std::uint64_t largestStep = 0x7ffff000;
 // How many entries are handed over at a time.
 constexpr std::size_t portion = 1'000;
 
-StorageSystemAttributes toAttributes(const struct stat& now)
-{
-    StorageSystemFileInfo info;
-    setAttributes(info, now);
-    StorageSystemAttributes attributes;
-    attributes.type = S_ISLNK(now.st_mode) ? StorageSystemFileTypeFlag::SymbolicLink : info.type;
-    attributes.size = info.size;
-    attributes.modTime = info.modTime;
-    attributes.permissions = info.permissions;
-    attributes.specialBits = static_cast<std::uint32_t>(now.st_mode & specialBits);
-    attributes.owner = StorageSystemOwner{now.st_uid, now.st_gid};
-    attributes.identity = StorageSystemIdentity{now.st_dev, now.st_ino};
-    return attributes;
-}
-
 std::optional<StorageSystemAttributes> told(const std::optional<struct stat>& now)
 {
     return LocalError::answered(now.has_value()) ? std::make_optional(toAttributes(*now))

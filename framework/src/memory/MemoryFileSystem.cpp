@@ -7,6 +7,7 @@
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/MemoryFileSystem.h>
 #include <FileSystem/NameFilter.h>
+#include <FileSystem/StorageSystemServices.h>
 
 #include <utility>
 
@@ -91,6 +92,60 @@ private:
 
 } // namespace
 
+class MemoryFileSystem::Services final : public StorageSystemServices
+{
+public:
+    explicit Services(const MemoryFileSystem& system)
+        : StorageSystemServices(system)
+        , system_(system)
+    {}
+
+    std::optional<std::vector<StorageSystemFileInfo>>
+    readDirectory(const std::string& path) const override
+    {
+        const FilteredListing listing(*system_.faults_, *system_.tree_, path,
+                                      system_.listingLimit());
+        return listing.isWhole() ? std::make_optional(listing.infos()) : std::nullopt;
+    }
+
+    std::optional<std::string> startDirectory() const override { return "/"; }
+
+    bool replace(const std::string& path, const std::string& newPath) const override
+    {
+        return system_.faults_->let(stepAt(Kind::Replace, path, newPath)) &&
+               system_.tree_->rename(path, newPath, true);
+    }
+
+    std::unique_ptr<StorageSystemFile> openItself(const std::string& path,
+                                                  OpenMode mode) const override
+    {
+        return system_.open(path, mode, defaultFilePermissions, false);
+    }
+
+    bool leadsToNoFile(const std::string& path) const override
+    {
+        // Outside of all operations nothing is noted.
+        const CallbackScope scope;
+        const auto target = system_.faults_->let(stepAt(Kind::LookUp, path))
+                                ? system_.tree_->lookBehindLink(path)
+                                : std::nullopt;
+        return target && target->type.isEmpty();
+    }
+
+    std::optional<StorageSystemAttributes> look(const std::string& path) const override
+    {
+        const auto info = system_.do_fileInfo(path);
+        auto attributes = info ? std::make_optional(attributesOf(*info)) : std::nullopt;
+        if (attributes) {
+            attributes->owner = theUser;
+        }
+        return attributes;
+    }
+
+private:
+    const MemoryFileSystem& system_;
+};
+
 MemoryFileSystem::MemoryFileSystem()
     : MemoryFileSystem(std::make_shared<MemoryTree>(defaultCapacity))
 {}
@@ -99,32 +154,7 @@ MemoryFileSystem::MemoryFileSystem(std::shared_ptr<MemoryTree> tree)
     : tree_(std::move(tree))
     , faults_(std::make_shared<MemoryFaults>())
 {
-    setDirectoryReader(
-        [this](const std::string& path) -> std::optional<std::vector<StorageSystemFileInfo>> {
-            const FilteredListing listing(*faults_, *tree_, path, listingLimit());
-            return listing.isWhole() ? std::make_optional(listing.infos()) : std::nullopt;
-        });
-    setStartDirectory([] { return std::string("/"); });
-    setReplacer([this](const std::string& path, const std::string& newPath) {
-        return faults_->let(stepAt(Kind::Replace, path, newPath)) &&
-               tree_->rename(path, newPath, true);
-    });
-    setSelfOpener(
-        [this](const std::string& path, Utilities::Flags<StorageSystemFileOpenModeFlag> mode) {
-            return open(path, mode, defaultFilePermissions, false);
-        });
-    setOwnerLooker([this](const std::string& path) -> std::optional<OwnedFileInfo> {
-        auto info = do_fileInfo(path);
-        return info ? std::make_optional(OwnedFileInfo{*std::move(info), theUser, std::nullopt})
-                    : std::nullopt;
-    });
-    setLinkLooker([this](const std::string& path) {
-        // Outside of all operations nothing is noted.
-        const CallbackScope scope;
-        const auto target =
-            faults_->let(stepAt(Kind::LookUp, path)) ? tree_->lookBehindLink(path) : std::nullopt;
-        return target && target->type.isEmpty();
-    });
+    setServices(std::make_unique<Services>(*this));
 }
 
 // An open file, which may live on, asks nobody any more; what the function has captured need not.

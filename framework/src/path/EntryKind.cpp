@@ -5,6 +5,7 @@
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/StorageSystem.h>
+#include <FileSystem/StorageSystemServices.h>
 
 namespace FileSystem {
 
@@ -25,7 +26,7 @@ bool isFileOrLink(const StorageSystem& system, const std::string& path,
 bool leadsToNoFile(const StorageSystem& system, const std::string& path)
 {
     const FailureKeeper keeper;
-    return system.linkLooker_ && system.linkLooker_(path);
+    return system.services_->leadsToNoFile(path);
 }
 
 bool isReplaceable(const StorageSystem& system, const std::string& path,

@@ -6,6 +6,7 @@
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/FileSystem2.h>
+#include <FileSystem/StorageSystemServices.h>
 
 #include <utility>
 
@@ -17,33 +18,10 @@ using ReadStatus = StorageSystemReadResult::Status;
 
 constexpr std::uint32_t stickyBit = 01000;
 
-/// One kind alone: a socket, for one, can have the flags of a file and of a directory.
-Utilities::Flags<StorageSystemFileTypeFlag> kindOf(Utilities::Flags<StorageSystemFileTypeFlag> type)
-{
-    if (isSymbolicLink(type)) {
-        return StorageSystemFileTypeFlag::SymbolicLink;
-    }
-    return isRegularFile(type) || isDirectory(type) ? type
-                                                    : Utilities::Flags<StorageSystemFileTypeFlag>();
-}
-
-StorageSystemAttributes attributesOf(const StorageSystemFileInfo& info)
-{
-    StorageSystemAttributes attributes;
-    attributes.size = info.size;
-    attributes.modTime = info.modTime;
-    // A system that tells neither has left them out: what is there has some kind or permissions.
-    if (!info.type.isEmpty() || !info.permissions.isEmpty()) {
-        attributes.type = kindOf(info.type);
-        attributes.permissions = info.permissions;
-    }
-    return attributes;
-}
-
 /// Of an entry of a list. One without a type is to be asked for: not every list tells it.
 StorageSystemAttributes attributesInList(const StorageSystemFileInfo& info)
 {
-    auto attributes = attributesOf(info);
+    auto attributes = StorageSystemServices::attributesOf(info);
     if (info.type.isEmpty()) {
         attributes.type.reset();
     }
@@ -55,6 +33,10 @@ StorageSystemAttributes attributesInList(const StorageSystemFileInfo& info)
 SlotQueue::SlotQueue(const StorageSystem& system, std::shared_ptr<const std::atomic<bool>> isAlive)
     : system_(system)
     , isAlive_(std::move(isAlive))
+{}
+
+SlotQueue::SlotQueue(const StorageSystem& system)
+    : SlotQueue(system, std::make_shared<const std::atomic<bool>>(true))
 {}
 
 SlotQueue::~SlotQueue() = default;
@@ -91,7 +73,7 @@ std::optional<StorageSystemQueue::File> SlotQueue::openNow(const std::string& pa
 std::optional<StorageSystemQueue::File> SlotQueue::openItselfNow(const std::string& path,
                                                                  OpenMode mode)
 {
-    return keep(path, {system_.openItself(path, mode), true});
+    return keep(path, {system_.own(system_.services_->openItself(path, mode)), true});
 }
 
 std::optional<std::uint64_t> SlotQueue::readNow(File file, std::uint64_t offset, char* buffer,
@@ -170,18 +152,11 @@ bool SlotQueue::closeNow(File file)
 
 std::optional<StorageSystemAttributes> SlotQueue::lookUpNow(const std::string& path)
 {
-    const auto told = system_.lookWithOwner(path);
-    if (!told) {
-        return std::nullopt;
-    }
-    auto attributes = attributesOf(told->info);
+    auto attributes = system_.services_->look(path);
     // What passes for a directory may be a device.
-    if (isDirectory(told->info.type) && !isDirectoryItself(system_, path)) {
-        attributes.type = Utilities::Flags<StorageSystemFileTypeFlag>();
-    }
-    attributes.owner = told->owner;
-    if (told->isSticky) {
-        attributes.specialBits = *told->isSticky ? stickyBit : 0U;
+    if (attributes && attributes->type && isDirectory(*attributes->type) &&
+        !isDirectoryItself(system_, path)) {
+        attributes->type = Utilities::Flags<StorageSystemFileTypeFlag>();
     }
     return attributes;
 }
@@ -255,8 +230,7 @@ bool SlotQueue::renameNow(const std::string& path, const std::string& newPath)
 
 bool SlotQueue::replaceNow(const std::string& path, const std::string& newPath)
 {
-    const auto& replacer = system_.replacer_;
-    return replacer ? replacer(path, newPath) : fail(FailureCode::Unsupported);
+    return system_.services_->replace(path, newPath);
 }
 
 bool SlotQueue::makeLinkNow(const std::string& target, const std::string& path)

@@ -19,6 +19,8 @@ class SlotQueue final : public ImmediateQueue
 public:
     /// \param isAlive whether the system is still there.
     SlotQueue(const StorageSystem& system, std::shared_ptr<const std::atomic<bool>> isAlive);
+    /// \param system outlives this.
+    explicit SlotQueue(const StorageSystem& system);
     ~SlotQueue() override;
 
 private:

@@ -3,6 +3,7 @@
 #include "failure/NewFailure.h"
 #include "path/PathText.h"
 #include "tree/HiddenName.h"
+#include "tree/Replacement.h"
 #include "tree/TreeWork.h"
 
 #include <chrono>
@@ -14,12 +15,6 @@ namespace {
 
 constexpr const char* operation = "copy";
 constexpr int mostNameTries = 8;
-
-/// Whether a failure tells nothing of why a system does not replace in one step.
-bool isVague(const Failure& failure)
-{
-    return failure.code() == FailureCode::Unsupported || failure.code() == FailureCode::Other;
-}
 
 } // namespace
 
@@ -209,10 +204,8 @@ void EntryTransfer::skip()
 /// Gives up where it is not.
 bool EntryTransfer::isReplaceable(const Attributes& now)
 {
-    if (isDirectory(now)) {
-        giveUp(FailureCode::IsDirectory, entry_.target);
-    } else if (now.type && now.type->isEmpty()) {
-        giveUp(FailureCode::NotCopyable, entry_.target);
+    if (const auto reason = Replacement::reasonToKeep(now)) {
+        giveUp(*reason, entry_.target);
     }
     return !isGivenUp();
 }
@@ -275,20 +268,28 @@ void EntryTransfer::publish()
         takeFreeName();
         return;
     }
-    context_.target.replace(temporaryPath_, entry_.target, whatever<>([this](const Failure& why) {
-                                // One that the server was not asked for has taken no time.
-                                const bool isStillFree =
-                                    isTargetFree_ && why.source() != FailureSource::Server;
-                                if (!why) {
-                                    published();
-                                } else if (isVague(why) && isStillFree) {
-                                    takeFreeName();
-                                } else if (isVague(why) && !context_.isTargetLocal) {
-                                    replaceAfterLooking(why);
-                                } else {
-                                    refusedName(why);
-                                }
-                            }));
+    Replacement::Task task{temporaryPath_, entry_.target};
+    task.isLocal = context_.isTargetLocal;
+    task.isFree = std::exchange(isTargetFree_, false);
+    Replacement::start(context_.target, operation, std::move(task),
+                       always<const Replacement::Outcome&>(
+                           [this](const Failure& why, const Replacement::Outcome& outcome) {
+                               replaced(why, outcome);
+                           }));
+}
+
+void EntryTransfer::replaced(const Failure& why, const Replacement::Outcome& outcome)
+{
+    if (why) {
+        outcome.isRefused ? refusedName(why) : giveUp(why);
+        return;
+    }
+    if (!outcome.left.empty()) {
+        lose(newFailure(operation, entry_.target, FailureCode::NotRemoved,
+                        "what stood there is left at " + outcome.left + ": " +
+                            outcome.whyLeft.cause()));
+    }
+    published();
 }
 
 void EntryTransfer::takeFreeName()
@@ -319,99 +320,10 @@ void EntryTransfer::keepWhatHasCome(const Failure& why)
                                               }));
 }
 
-// Some servers replace whatever stands there, a directory with all below it as well.
-void EntryTransfer::replaceAfterLooking(const Failure& why)
-{
-    context_.target.lookUp(entry_.target, whatever<const Attributes&>(
-                                              [this, why](const Failure& failure, const auto& now) {
-                                                  if (failure.code() == FailureCode::NotFound) {
-                                                      takeFreeName();
-                                                  } else if (failure) {
-                                                      giveUp(why);
-                                                  } else if (isReplaceable(now)) {
-                                                      replaceInSteps();
-                                                  }
-                                              }));
-}
-
 void EntryTransfer::rename(const std::string& from, const std::string& to,
                            std::function<void(const Failure&)> done)
 {
-    context_.target.rename(
-        from, to, always<>([this, from, to, done](const Failure& why) {
-            if (!why) {
-                done({});
-                return;
-            }
-            const auto isThere = [done, why](const Failure& failure, const Attributes&) {
-                done(failure ? why : Failure());
-            };
-            const auto isGone = [this, to, done, why, isThere](const Failure& failure,
-                                                               const Attributes&) {
-                if (failure.code() == FailureCode::NotFound) {
-                    context_.target.lookUp(to, always<const Attributes&>(isThere));
-                } else {
-                    done(why);
-                }
-            };
-            context_.target.lookUp(from, always<const Attributes&>(isGone));
-        }));
-}
-
-/// Many servers refuse to rename onto something: it makes room, and is back when its place cannot
-/// be taken after all.
-void EntryTransfer::replaceInSteps()
-{
-    const auto aside = hiddenPath(entry_.target, HiddenNameUse::SetAside);
-    rename(entry_.target, aside, [this, aside](const Failure& why) {
-        if (why) {
-            refusedName(why);
-        } else {
-            takePlaceOf(aside);
-        }
-    });
-}
-
-void EntryTransfer::takePlaceOf(const std::string& aside)
-{
-    rename(temporaryPath_, entry_.target, [this, aside](const Failure& why) {
-        if (why) {
-            bringBack(aside, why);
-        } else {
-            removeReplaced(aside);
-            published();
-        }
-    });
-}
-
-void EntryTransfer::bringBack(const std::string& aside, const Failure& why)
-{
-    rename(aside, entry_.target, [this, aside, why](const Failure& failure) {
-        const auto said = why.text().empty() ? "" : why.text() + "; ";
-        giveUp(failure ? withText(why, said + "what stood there is at " + aside) : why);
-    });
-}
-
-/// Under its hidden name nobody would look for it.
-void EntryTransfer::removeReplaced(const std::string& aside)
-{
-    context_.target.removeFile(aside, whatever<>([this, aside](const Failure& why) {
-                                   if (why && why.code() != FailureCode::NotFound) {
-                                       tellReplacedLeft(aside, why);
-                                   }
-                               }));
-}
-
-/// Unless it is gone: a removal that is reported as failed may have been done all the same.
-void EntryTransfer::tellReplacedLeft(const std::string& aside, const Failure& why)
-{
-    context_.target.lookUp(
-        aside, whatever<const Attributes&>([this, aside, why](const Failure& failure, const auto&) {
-            if (failure.code() != FailureCode::NotFound) {
-                lose(newFailure(operation, entry_.target, FailureCode::NotRemoved,
-                                "what stood there is left at " + aside + ": " + why.cause()));
-            }
-        }));
+    Replacement::rename(context_.target, from, to, always<>(std::move(done)));
 }
 
 void EntryTransfer::published()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tree/CopyContext.h"
+#include "tree/Replacement.h"
 
 #include <FileSystem/Failure.h>
 
@@ -198,13 +199,8 @@ private:
     bool isReplaceable(const Attributes& now);
     void lookedAgain(const Failure& failure, const Attributes& now);
     void takeFreeName();
+    void replaced(const Failure& why, const Replacement::Outcome& outcome);
     void keepWhatHasCome(const Failure& why);
-    void replaceAfterLooking(const Failure& why);
-    void replaceInSteps();
-    void takePlaceOf(const std::string& aside);
-    void bringBack(const std::string& aside, const Failure& why);
-    void removeReplaced(const std::string& aside);
-    void tellReplacedLeft(const std::string& aside, const Failure& why);
     void published();
     void cleanUp();
     void removeTemporary();

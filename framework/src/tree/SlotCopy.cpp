@@ -7,7 +7,7 @@
 #include "path/PathText.h"
 #include "tree/CopyLosses.h"
 #include "tree/TreeCopier.h"
-#include "tree/TreeWalker.h"
+#include "tree/TreeSurvey.h"
 
 #include <FileSystem/StorageSystem.h>
 
@@ -19,69 +19,6 @@ namespace FileSystem {
 namespace {
 
 using Option = StorageSystemCopyOptionFlag;
-
-constexpr const char* noLinksThere = "the target has no symbolic links";
-
-/// Looks through a tree before anything is copied: how much it is, and whether all of it can be
-/// copied.
-class Survey final : public TreeObserver
-{
-public:
-    explicit Survey(const SlotCopyTask& task)
-        : task_(task)
-        , hasLinks_(task.target.hasSymbolicLinks())
-    {}
-
-    bool wants(const TreeEntry& entry) override
-    {
-        const auto type =
-            entry.attributes.type.value_or(Utilities::Flags<StorageSystemFileTypeFlag>());
-        if (isRegularFile(type)) {
-            bytes_ += entry.attributes.size.value_or(0);
-        } else if (type.isEmpty()) {
-            refuse(FailureCode::NotCopyable, {}, entry.path);
-        } else if (isSymbolicLink(entry.attributes) && !hasLinks_) {
-            refuse(FailureCode::Unsupported, noLinksThere, entry.path);
-        }
-        return !refusal_;
-    }
-
-    bool failed(const TreeEntry& entry, const Failure& failure) override
-    {
-        const bool isForIt = failure && failure.entry() == entry.path &&
-                             failure.code() != FailureCode::ConnectionLost;
-        if (isForIt && isDirectory(entry.attributes) &&
-            !isDirectoryItself(task_.source, entry.path)) {
-            refuse(FailureCode::NotCopyable, {}, entry.path);
-        } else {
-            refusal_ = failure;
-        }
-        return false;
-    }
-
-    bool progress(const TreeProgress& /*progress*/) override
-    {
-        if (!refusal_ && !goesOn(task_.progress, 0, bytes_)) {
-            refuse(FailureCode::Cancelled, {}, task_.sourcePath);
-        }
-        return !refusal_;
-    }
-
-    std::uint64_t bytes() const noexcept { return bytes_; }
-
-    const Failure& refusal() const noexcept { return refusal_; }
-
-private:
-    void refuse(FailureCode code, std::string text, const std::string& path)
-    {
-        refusal_ = newFailure("copy", path, code, std::move(text));
-    }
-
-    const SlotCopyTask& task_;
-    bool hasLinks_;
-    std::uint64_t bytes_ = 0;
-    Failure refusal_;
-};
 
 /// Tells the caller's progress function, and ends the copy at the first failure.
 class Follower final : public TreeObserver
@@ -150,6 +87,16 @@ bool failAs(const Failure& why, const std::string& left = {})
     return fail(why.code(), why.source(), why.number(), why.text() + separator + left, why.entry());
 }
 
+/// Looks through a tree that is to be copied: how many bytes it has. Empty: not all of it can be
+/// copied, or the progress function said stop.
+std::optional<std::uint64_t> surveyTree(const SlotCopyTask& task)
+{
+    TreeSurvey survey(task.source, task.target,
+                      [&task](std::uint64_t bytes) { return goesOn(task.progress, 0, bytes); });
+    const bool isCopyable = survey.survey(task.sourcePath) || failAs(survey.refusal());
+    return isCopyable ? std::make_optional(survey.bytes()) : std::nullopt;
+}
+
 /// How much there is to copy of a file or a link. Empty: it cannot be copied.
 std::optional<std::uint64_t> surveyEntry(const SlotCopyTask& task)
 {
@@ -182,16 +129,6 @@ TreeCopyOptions optionsOf(const SlotCopyTask& task)
 }
 
 } // namespace
-
-std::optional<std::uint64_t> surveyTree(const SlotCopyTask& task)
-{
-    Survey survey(task);
-    if (survey.progress({})) {
-        static_cast<void>(TreeWalker(task.source, survey, {}).walk({task.sourcePath}));
-    }
-    const auto& why = survey.refusal();
-    return !why || failAs(why) ? std::make_optional(survey.bytes()) : std::nullopt;
-}
 
 bool copyForSlot(const SlotCopyTask& task)
 {

@@ -25,10 +25,6 @@ struct SlotCopyTask
     std::optional<std::uint64_t> bufferSize;
 };
 
-/// Looks through a tree that is to be copied: how many bytes it has. Empty: not all of it can be
-/// copied, or the progress function said stop.
-std::optional<std::uint64_t> surveyTree(const SlotCopyTask& task);
-
 /// Copies for these operations: all or, from the first failure on, nothing more. What cannot be
 /// copied at all is found before anything is made.
 bool copyForSlot(const SlotCopyTask& task);

@@ -1,6 +1,7 @@
 #include "failure/FailureWatch.h"
 #include "failure/NewFailure.h"
 #include "tree/TreeCopier.h"
+#include "tree/TreeMover.h"
 #include "tree/TreeRemover.h"
 #include "tree/TreeWalker.h"
 
@@ -12,7 +13,8 @@ namespace FileSystem {
 namespace {
 
 /// Ends an operation by its report: its failure is the first of its entries'.
-TreeReport reported(FailureScope& scope, TreeReport report)
+template <class Report>
+Report reported(FailureScope& scope, Report report)
 {
     if (!report.isComplete()) {
         auto first =
@@ -89,6 +91,14 @@ TreeReport copyTree(const StorageSystem& source, const StorageSystem& target,
     const auto first = paths.empty() ? TreeCopyPath() : paths.front();
     FailureScope scope("copyTree", first.source, first.target);
     return reported(scope, TreeCopier(source, target, observer, options).copy(paths));
+}
+
+TreeMoveReport moveTree(const StorageSystem& system, const std::string& path,
+                        const std::string& newPath, TreeObserver& observer,
+                        const TreeOptions& options)
+{
+    FailureScope scope("moveTree", path, newPath);
+    return reported(scope, TreeMover(system, path, newPath, observer, options).move());
 }
 
 } // namespace FileSystem

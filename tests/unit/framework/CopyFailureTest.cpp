@@ -51,13 +51,13 @@ class UnreadableFileSystem final : public MemoryFileSystem
 public:
     UnreadableFileSystem()
     {
-        setDirectoryReader([this](const std::string& path) {
+        behaviour.readsDirectory = [this](const std::string& path) {
             if (path == "/tree/it") {
                 FileSystem::fail(FailureCode::Denied);
                 return std::optional<std::vector<FileSystem::StorageSystemFileInfo>>();
             }
             return std::make_optional(directoryFileInfoList(path));
-        });
+        };
     }
 };
 

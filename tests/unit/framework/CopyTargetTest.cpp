@@ -298,12 +298,12 @@ class ReplacingFileSystem final : public MemoryFileSystem
 public:
     ReplacingFileSystem()
     {
-        setReplacer([this](const std::string& path, const std::string& newPath) {
+        behaviour.replaces = [this](const std::string& path, const std::string& newPath) {
             if (&at(path) == (has(newPath) ? &at(newPath) : nullptr)) {
                 return true;
             }
             return (!has(newPath) || fileRemove(newPath)) && fileRenameAs(path, newPath);
-        });
+        };
     }
 };
 
@@ -349,14 +349,14 @@ class BusyFileSystem final : public MemoryFileSystem
 public:
     BusyFileSystem()
     {
-        setReplacer([this](const std::string& path, const std::string& newPath) {
+        behaviour.replaces = [this](const std::string& path, const std::string& newPath) {
             const auto time = at(path).modTime;
             static_cast<void>(!has(newPath) || fileRemove(newPath));
             static_cast<void>(fileRenameAs(path, newPath));
             addFile(path, "next");
             setModTime(path, time);
             return true;
-        });
+        };
         addFile("/status.tmp", "this");
     }
 
@@ -409,7 +409,7 @@ class RefusingFileSystem final : public MemoryFileSystem
 public:
     explicit RefusingFileSystem(FailureCode code)
     {
-        setReplacer([code](const std::string&, const std::string&) { return fail(code); });
+        behaviour.replaces = [code](const std::string&, const std::string&) { return fail(code); };
         addFile("/file", "new");
         addFile("/target", "old");
     }

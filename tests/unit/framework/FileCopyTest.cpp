@@ -75,11 +75,11 @@ class ReplacingFileSystem final : public MemoryFileSystem
 public:
     ReplacingFileSystem()
     {
-        setReplacer([this](const std::string& path, const std::string& newPath) {
+        behaviour.replaces = [this](const std::string& path, const std::string& newPath) {
             replaced.push_back(newPath);
             return succeeds && (!has(newPath) || fileRemove(newPath)) &&
                    fileRenameAs(path, newPath);
-        });
+        };
     }
 
     bool succeeds = true;

@@ -4,6 +4,7 @@
 
 #include <FileSystem/DirectoryListing.h>
 #include <FileSystem/FailureScope.h>
+#include <FileSystem/StorageSystemServices.h>
 
 #include <algorithm>
 #include <regex>
@@ -89,21 +90,45 @@ bool isDirectory(const std::shared_ptr<MemoryNode>& node)
 
 } // namespace
 
+class MemoryFileSystem::Services final : public FileSystem::StorageSystemServices
+{
+public:
+    explicit Services(const MemoryFileSystem& system)
+        : StorageSystemServices(system)
+        , system_(system)
+    {}
+
+    std::optional<std::vector<FileSystem::StorageSystemFileInfo>>
+    readDirectory(const std::string& path) const override
+    {
+        const auto& reads = system_.behaviour.readsDirectory;
+        return reads ? reads(path) : StorageSystemServices::readDirectory(path);
+    }
+
+    bool replace(const std::string& path, const std::string& newPath) const override
+    {
+        const auto& replaces = system_.behaviour.replaces;
+        return replaces ? replaces(path, newPath) : StorageSystemServices::replace(path, newPath);
+    }
+
+    std::optional<FileSystem::StorageSystemAttributes> look(const std::string& path) const override
+    {
+        auto attributes = StorageSystemServices::look(path);
+        if (attributes && system_.behaviour.filesSucceed) {
+            attributes->owner = system_.existing(path, false)->owner;
+        }
+        return attributes;
+    }
+
+private:
+    const MemoryFileSystem& system_;
+};
+
 MemoryFileSystem::MemoryFileSystem()
 {
     nodes_[root] = std::make_shared<MemoryNode>(
         MemoryNode{MemoryNode::Kind::Directory, {}, Permissions(0755U), now()});
-    setOwnerLooker([this](const std::string& path) -> std::optional<OwnedFileInfo> {
-        auto info = fileInfo(path);
-        if (!info) {
-            return std::nullopt;
-        }
-        OwnedFileInfo owned{*std::move(info)};
-        if (behaviour.filesSucceed) {
-            owned.owner = existing(path, false)->owner;
-        }
-        return owned;
-    });
+    setServices(std::make_unique<Services>(*this));
 }
 
 MemoryFileSystem::~MemoryFileSystem() = default;

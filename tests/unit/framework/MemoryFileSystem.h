@@ -105,6 +105,11 @@ struct MemoryBehaviour
         inventedEntries;
     /// Types that listings give for a path, instead of its own.
     std::map<std::string, Utilities::Flags<FileSystem::StorageSystemFileTypeFlag>> listedTypes;
+    /// Replaces in one step; empty where the system cannot.
+    std::function<bool(const std::string&, const std::string&)> replaces;
+    /// Reads whole directories; empty where the system cannot tell whether a listing broke off.
+    std::function<std::optional<std::vector<FileSystem::StorageSystemFileInfo>>(const std::string&)>
+        readsDirectory;
     /// Called before every operation with its name and path; may throw.
     std::function<void(const std::string&, const std::string&)> onCall;
 };
@@ -199,6 +204,8 @@ protected:
                                           bool failIfLinkExists) const override;
 
 private:
+    class Services;
+
     void add(const std::string& path, MemoryNode node);
     Permissions permissionsOfNew(Permissions asked, unsigned everybodys) const;
     bool mayReplace(const std::string& from, const std::string& to) const;

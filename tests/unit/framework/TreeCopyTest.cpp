@@ -54,10 +54,10 @@ class BrokenOffFileSystem final : public MemoryFileSystem
 public:
     BrokenOffFileSystem()
     {
-        setDirectoryReader([this](const std::string& path) {
+        behaviour.readsDirectory = [this](const std::string& path) {
             return path == "/tree/b" ? std::nullopt
                                      : std::make_optional(directoryFileInfoList(path));
-        });
+        };
     }
 };
 

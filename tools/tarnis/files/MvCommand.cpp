@@ -1,9 +1,13 @@
 #include "files/MvCommand.h"
 
 #include "Failure.h"
+#include "files/Cancellation.h"
 #include "files/Destination.h"
-#include "files/MoveByCopy.h"
+#include "files/Paths.h"
 #include "terminal/Messages.h"
+#include "terminal/ProgressBar.h"
+
+#include <FileSystem/TreeOperations.h>
 
 #include <CLI/CLI.hpp>
 
@@ -13,12 +17,125 @@ namespace TarnisTool {
 
 namespace {
 
-/// Whether a refused rename may be one to another volume, which a copy can make up for.
-bool canBeCopied(const Endpoint& place, const std::string& source, const std::string& target)
+using FileSystem::TreeEntry;
+using FileSystem::TreeMoveOutcome;
+using FileType = Utilities::Flags<FileSystem::StorageSystemFileTypeFlag>;
+
+/// Moves one file, link or tree, and says what became of it.
+class Move : private FileSystem::TreeObserver
 {
-    return !nameOf(source).empty() && !isWithin(place.system(), target, source) &&
-           place.system().directoryExists(place.system().pathParentId(target));
-}
+public:
+    Move(RemoteEndpoint& endpoint, const Cancellation& cancellation, std::string source,
+         std::string target)
+        : endpoint_(endpoint)
+        , cancellation_(cancellation)
+        , source_(std::move(source))
+        , target_(std::move(target))
+    {
+        bar_.setLabel(nameOf(source_));
+    }
+
+    /// Throws Failure.
+    void run()
+    {
+        const auto report = moveTree(endpoint_.system(), source_, target_, *this);
+        if (report.isComplete()) {
+            return;
+        }
+        bar_.clear();
+        if (report.outcome == TreeMoveOutcome::NotRemoved) {
+            failToRemove(report);
+        }
+        fail(report);
+    }
+
+private:
+    void done(const TreeEntry& entry) override
+    {
+        if (entry.below.empty()) {
+            isCopied_ = true;
+            isTree_ = isDirectory(entry.attributes.type.value_or(FileType()));
+        }
+    }
+
+    bool failed(const TreeEntry& entry, const FileSystem::Failure& why) override
+    {
+        if (reason_.empty()) {
+            reason_ = reasonOf(why);
+            failed_ = entry;
+        }
+        return true;
+    }
+
+    bool progress(const FileSystem::TreeProgress& progress) override
+    {
+        WorkProgress all;
+        all.bytes = DoneOf{progress.bytesDone, progress.bytesFound};
+        all.areTotalsKnown = progress.isAllFound;
+        bar_.show(all);
+        return !cancellation_.isRequested();
+    }
+
+    [[noreturn]] void failToRemove(const FileSystem::TreeMoveReport& report)
+    {
+        const FailureKind kind = cancellation_.isRequested() ? FailureKind::Cancelled
+                                 : isLoss(report.failure)    ? FailureKind::ConnectionLost
+                                                             : FailureKind::FileProblem;
+        const std::string rest =
+            report.rest.empty() ? "" : ", the rest is in " + endpoint_.display(report.rest);
+        const std::string why = failed_.below.empty() ? reason_ : failed_.below + ": " + reason_;
+        throw Failure(
+            kind, "copied but did not remove",
+            (isTree_ ? "all of " : "") + endpoint_.display(source_),
+            joinReasons("the copy " + endpoint_.display(target_) + " is complete" + rest, why));
+    }
+
+    /// Why nothing was moved.
+    std::string hint(const FileSystem::Failure& why) const
+    {
+        const bool isOfRoot = failed_.below.empty();
+        if (isCopied_) {
+            return joinReasons("it cannot be removed from its place", reason_);
+        }
+        if (isOfRoot && why.code() == FileSystem::FailureCode::Exists) {
+            return "something stands there already";
+        }
+        const std::string reason =
+            isOfRoot ? reason_ : endpoint_.display(failed_.path) + ": " + reason_;
+        const bool isOfSource = why.operation() == "list" || why.operation() == "lookUp";
+        return isOfSource ? joinReasons("not all of it can be read", reason) : reason;
+    }
+
+    [[noreturn]] void fail(const FileSystem::TreeMoveReport& report)
+    {
+        const std::string left =
+            report.left.empty() ? ""
+                                : "a part of the copy may be left at " + endpoint_.display(target_);
+        if (cancellation_.isRequested()) {
+            throw Failure(FailureKind::Cancelled, "interrupted the move of",
+                          endpoint_.display(source_),
+                          !endpoint_.isAlive() ? joinReasons("the connection was given up", left)
+                          : left.empty()       ? "nothing was moved"
+                                               : left);
+        }
+        const auto& why = report.failure;
+        if (failed_.below.empty() && !isCopied_ && why.operation() == "lookUp") {
+            endpoint_.failBecause("cannot find", source_, why);
+        }
+        endpoint_.refuse("cannot move " + endpoint_.display(source_) + " to", target_,
+                         joinReasons(left, hint(why)));
+    }
+
+    RemoteEndpoint& endpoint_;
+    const Cancellation& cancellation_;
+    std::string source_;
+    std::string target_;
+    ProgressBar bar_;
+    bool isCopied_ = false; ///< All of it.
+    bool isTree_ = false;
+    std::string reason_; ///< The first one.
+    TreeEntry failed_;   ///< What it was of.
+};
 
 } // namespace
 
@@ -48,7 +165,7 @@ int MvCommand::work(const std::vector<std::string>& operands)
                 throw Failure(FailureKind::Cancelled, "interrupted before the move of",
                               remote.display(source), "what was named before it is done");
             }
-            move(remote, cancellation, source, destination.pathFor(source));
+            Move(remote, cancellation, source, destination.pathFor(source)).run();
         } catch (const Failure& failure) {
             if (failure.kind() == FailureKind::Cancelled ||
                 failure.kind() == FailureKind::ConnectionLost) {
@@ -60,25 +177,6 @@ int MvCommand::work(const std::vector<std::string>& operands)
         }
     }
     return code;
-}
-
-void MvCommand::move(RemoteEndpoint& place, const Cancellation& cancellation,
-                     const std::string& source, const std::string& target)
-{
-    const auto& system = place.system();
-    auto info = place.find(source);
-    if (system.fileInfo(target)) {
-        place.refuse("cannot move " + place.display(source) + " to", target,
-                     "something stands there already");
-    }
-    if (system.fileRenameAs(source, target)) {
-        return;
-    }
-    const auto why = FileSystem::Failure::last();
-    if (!canBeCopied(place, source, target)) {
-        place.failBecause("cannot move " + place.display(source) + " to", target, why);
-    }
-    MoveByCopy(place, cancellation, source, std::move(info), target).run();
 }
 
 } // namespace TarnisTool

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "files/Cancellation.h"
 #include "files/FileCommand.h"
 
 #include <string>
@@ -16,9 +15,6 @@ public:
 
 private:
     int work(const std::vector<std::string>& operands) override;
-
-    static void move(RemoteEndpoint& place, const Cancellation& cancellation,
-                     const std::string& source, const std::string& target);
 };
 
 } // namespace TarnisTool

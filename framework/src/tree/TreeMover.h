@@ -1,0 +1,73 @@
+#pragma once
+
+#include "queue/SlotQueue.h"
+
+#include <FileSystem/TreeOperations.h>
+
+#include <string>
+#include <unordered_map>
+
+namespace FileSystem {
+
+/// Moves a file, a link or a tree within a system. Until a copy of it is complete the original is
+/// whole, and nothing of it is removed that was not copied or has changed since.
+class TreeMover
+{
+public:
+    TreeMover(const StorageSystem& system, const std::string& path, const std::string& newPath,
+              TreeObserver& observer, const TreeOptions& options);
+    TreeMover(const TreeMover&) = delete;
+    TreeMover& operator=(const TreeMover&) = delete;
+    ~TreeMover();
+
+    /// Renames, or moves by copying where the system does not.
+    TreeMoveReport move();
+
+    /// Moves what the system does not rename, as between volumes: a copy with permissions and
+    /// times, then the removal of the original.
+    TreeMoveReport moveByCopy();
+
+private:
+    class Copying;
+    class Removal;
+
+    enum class Presence
+    {
+        There,
+        Gone,
+        Unknown,
+    };
+
+    bool isTree() const;
+    bool isNamed();
+    bool look();
+    bool isTargetFree();
+    void renameOrCopy();
+    bool isWorthCopying(const Failure& why);
+    void renamed();
+    void copyAndRemove();
+    bool canBeCopied();
+    bool copy();
+    void takeBack();
+    void removeFile();
+    void removeTree();
+    void removeCopied(Removal& removal, const std::string& place);
+    Presence presenceOf(const std::string& path);
+    Failure rename(const std::string& from, const std::string& to);
+    bool tell(const TreeEntry& entry, const Failure& why);
+    bool tell(const Failure& why);
+    bool askWhetherToGoOn(const TreeProgress& progress);
+
+    const StorageSystem& system_;
+    TreeObserver& observer_;
+    TreeOptions options_;
+    SlotQueue queue_; ///< Of the single steps.
+    TreeEntry root_;
+    TreeMoveReport report_;
+    TreeProgress progress_; ///< Of the copy.
+    /// What was copied, by its path below the root; nothing else is to be removed.
+    std::unordered_map<std::string, StorageSystemAttributes> copied_;
+    bool isRootMade_ = false; ///< Something of the copy may stand at the new path.
+};
+
+} // namespace FileSystem
