@@ -48,7 +48,7 @@ Failure backUp(const FileSystem2& source, const std::string& directory, const Fi
 bool write(const FileSystem2& system, const std::string& path, const std::string& bytes)
 {
     const auto file = system.fileCreateAs(path, false, true);
-    return file && file->writeFully(bytes.data(), bytes.size()) && file->commit();
+    return file && file->writeFully(bytes.data(), bytes.size()) && file->close();
 }
 
 std::string read(const FileSystem2& system, const std::string& path)

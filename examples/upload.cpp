@@ -20,7 +20,7 @@ bool writeInput(FileSystem::StorageSystemFile& file, std::uint64_t pieceSize)
             return false;
         }
     }
-    return file.commit();
+    return file.close();
 }
 
 } // namespace
@@ -45,7 +45,7 @@ int main(int argc, char** argv)
     const std::string unfinished = target + ".part";
     auto file = remote->fileOpen(unfinished, Mode::Write | Mode::Create | Mode::Truncate);
     // Some servers tell only at the end that they could not keep it all.
-    if (!file || !writeInput(*file, remote->recommendedWriteBufferSize()) || !file->commit()) {
+    if (!file || !writeInput(*file, remote->recommendedWriteBufferSize())) {
         failed();
         file.reset();
         static_cast<void>(remote->fileRemove(unfinished));

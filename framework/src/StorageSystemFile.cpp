@@ -1,4 +1,3 @@
-#include "ByteStream.h"
 #include "GoneFileSystem.h"
 #include "RequestSize.h"
 #include "failure/CallbackScope.h"
@@ -10,6 +9,7 @@
 #include <FileSystem/StorageSystemFile.h>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace FileSystem {
@@ -56,43 +56,34 @@ private:
     std::uint64_t total_;
 };
 
+std::optional<std::uint64_t> positionOf(const StorageSystemFile& file)
+{
+    // Asking for the position changes nothing, though the interface does not say so.
+    return const_cast<StorageSystemFile&>(file).tell();
+}
+
 /// Makes a file that has met its end look for it anew.
 bool forgetEnd(const StorageSystemFile& file)
 {
-    // Asking for the position changes nothing, though the interface does not say so.
-    const auto position = const_cast<StorageSystemFile&>(file).tell();
+    const auto position = positionOf(file);
     return position && file.seek(*position);
 }
 
-/// Moves all bytes, `step` at a time. False: a failure, or the report said stop.
-bool moveBytes(ByteSource& source, ByteSink& sink, std::uint64_t step, const Report& report)
+/// Whether 64 bits count where every range ends.
+template <class Range>
+bool areCountable(const std::vector<Range>& ranges)
 {
-    using Status = StorageSystemReadResult::Status;
-    // Not filled with zeros: a tree of small files would pay for every one of them.
-    const std::unique_ptr<char[]> buffer(new char[step]);
-    std::uint64_t done = 0;
-    auto status = Status::Complete;
-    while (status == Status::Complete) {
-        const auto got = source.read(buffer.get(), step);
-        status = got.status;
-        if (status == Status::Error || got.count > step ||
-            (status == Status::Complete && got.count < step)) {
-            return false;
-        }
-        if (got.count == 0) {
-            break;
-        }
-        done += got.count;
-        if (!sink.write(buffer.get(), got.count) || !report(done)) {
-            return false;
-        }
-    }
-    return sink.finish() && report(done);
+    return std::all_of(ranges.begin(), ranges.end(), [](const Range& range) {
+        return range.size <= std::numeric_limits<std::uint64_t>::max() - range.offset ||
+               fail(FailureCode::TooLarge);
+    });
 }
 
 } // namespace
 
-StorageSystemFile::StorageSystemFile() = default;
+StorageSystemFile::StorageSystemFile()
+    : services_(std::make_unique<StorageSystemFileServices>())
+{}
 
 StorageSystemFile::~StorageSystemFile() = default;
 
@@ -213,6 +204,66 @@ bool StorageSystemFile::writeInSteps(const char* buffer, std::uint64_t size) con
     return true;
 }
 
+bool StorageSystemFile::readRanges(std::vector<StorageSystemReadRange>& ranges) const
+{
+    FailureScope scope("readRanges");
+    for (auto& range : ranges) {
+        range.result = {0, StorageSystemReadResult::Status::Error};
+    }
+    if (!hasSystem() || !areCountable(ranges)) {
+        return scope.result(false);
+    }
+    const auto done = services_->readRanges(ranges);
+    return scope.result(done ? *done : readInTurn(ranges));
+}
+
+bool StorageSystemFile::readInTurn(std::vector<StorageSystemReadRange>& ranges) const
+{
+    using Status = StorageSystemReadResult::Status;
+    const auto position = positionOf(*this);
+    if (!position) {
+        return false;
+    }
+    std::optional<FailureKeeper> firstFailure;
+    for (auto& range : ranges) {
+        if (range.size == 0 || seek(range.offset)) {
+            range.result = readFully(range.buffer, range.size);
+        }
+        if (range.result.status == Status::Error && !firstFailure) {
+            firstFailure.emplace();
+        }
+    }
+    return seek(*position) && !firstFailure;
+}
+
+bool StorageSystemFile::writeRanges(const std::vector<StorageSystemWriteRange>& ranges) const
+{
+    FailureScope scope("writeRanges");
+    if (!hasSystem() || !areCountable(ranges)) {
+        return scope.result(false);
+    }
+    if (isAppendedTo()) {
+        return scope.result(
+            fail(FailureCode::Unsupported, "the file is open for appending to it alone"));
+    }
+    const auto done = services_->writeRanges(ranges);
+    return scope.result(done ? *done : writeInTurn(ranges));
+}
+
+bool StorageSystemFile::writeInTurn(const std::vector<StorageSystemWriteRange>& ranges) const
+{
+    const auto position = positionOf(*this);
+    const bool isWritten =
+        position && std::all_of(ranges.begin(), ranges.end(), [this](const auto& range) {
+            return range.size == 0 || (seek(range.offset) && writeFully(range.bytes, range.size));
+        });
+    std::optional<FailureKeeper> failure;
+    if (!isWritten) {
+        failure.emplace();
+    }
+    return position && seek(*position) && isWritten;
+}
+
 Utilities::Flags<PosixFilePermissionFlag> StorageSystemFile::permissions()
 {
     FailureScope scope("permissions");
@@ -295,19 +346,73 @@ bool StorageSystemFile::do_copy(const StorageSystemProgress& progress,
     if (target == nullptr) {
         return false;
     }
-    const auto total = progress ? std::make_optional(size()) : std::nullopt;
-    const Report report(progress, total.value_or(0));
-    ByteSource source(*this, bulkTransfer_.get());
-    ByteSink sink(*target, target->bulkTransfer_.get());
+    const auto total = progress ? size() : 0;
+    const Report report(progress, total);
     const auto step = stepSize(storageSystem(), target->storageSystem(), bufferSize);
-    return report(0) && source.start(total) && sink.start() &&
-           moveBytes(source, sink, step, report);
+    return report(0) && seek(0) && copyInSteps(*target, step, report);
 }
 
-bool StorageSystemFile::commit()
+bool StorageSystemFile::copyInSteps(StorageSystemFile& target, std::uint64_t step,
+                                    const std::function<bool(std::uint64_t)>& report) const
 {
-    FailureScope scope("commit");
-    return scope.result(hasSystem() && (!commit_ || commit_()));
+    using Status = StorageSystemReadResult::Status;
+    const auto start = target.tell();
+    if (!start) {
+        return false;
+    }
+    // Not filled with zeros: a tree of small files would pay for every one of them.
+    const std::unique_ptr<char[]> buffer(new char[step]);
+    std::uint64_t done = 0;
+    auto status = Status::Complete;
+    while (status == Status::Complete) {
+        const auto got = readNext(done, buffer.get(), step);
+        status = got.status;
+        const bool isPart = status == Status::Complete && got.count < step;
+        if (status == Status::Error || got.count > step || isPart) {
+            return false;
+        }
+        if (got.count == 0) {
+            break;
+        }
+        if (!target.writeNext(*start + done, buffer.get(), got.count)) {
+            return false;
+        }
+        done += got.count;
+        if (!report(done)) {
+            return false;
+        }
+    }
+    return report(done);
+}
+
+/// Reads at an offset, which is the position of a file that has no ranges.
+StorageSystemReadResult StorageSystemFile::readNext(std::uint64_t offset, char* buffer,
+                                                    std::uint64_t size) const
+{
+    std::vector<StorageSystemReadRange> range{
+        {offset, buffer, size, {0, StorageSystemReadResult::Status::Error}}};
+    return services_->readRanges(range) ? range.front().result : readFully(buffer, size);
+}
+
+/// Writes at an offset, which is the position, and moves that.
+bool StorageSystemFile::writeNext(std::uint64_t offset, const char* buffer,
+                                  std::uint64_t size) const
+{
+    const auto done =
+        isAppendedTo() ? std::nullopt : services_->writeRanges({{offset, buffer, size}});
+    return done ? *done && seek(offset + size) : writeFully(buffer, size);
+}
+
+bool StorageSystemFile::close()
+{
+    FailureScope scope("close");
+    return scope.result(hasSystem() && services_->close().value_or(true));
+}
+
+bool StorageSystemFile::isAppendedTo() const
+{
+    // Asking for the mode changes nothing, either.
+    return const_cast<StorageSystemFile*>(this)->mode().has(StorageSystemFileOpenModeFlag::Append);
 }
 
 void StorageSystemFile::belongTo(const StorageSystem& system)
@@ -329,25 +434,14 @@ bool StorageSystemFile::hasSystem() const
            fail(FailureCode::ConnectionLost, "the file's storage system is gone");
 }
 
-void StorageSystemFile::setCommit(std::function<bool()> commit)
-{
-    commit_ = std::move(commit);
-}
-
-void StorageSystemFile::setAttributeKeeper(AttributeKeeper keeper)
-{
-    attributeKeeper_ = std::move(keeper);
-}
-
 StorageSystemFile* StorageSystemFile::copyTarget() const noexcept
 {
     return copyTarget_;
 }
 
-void StorageSystemFile::setBulkTransfer(
-    std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer) noexcept
+void StorageSystemFile::provide(std::unique_ptr<StorageSystemFileServices> services) noexcept
 {
-    bulkTransfer_ = std::move(bulkTransfer);
+    services_ = std::move(services);
 }
 
 } // namespace FileSystem

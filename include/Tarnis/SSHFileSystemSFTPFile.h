@@ -27,7 +27,11 @@ class SSHHandleSFTPSessionFile;
 /// the first answer; each answer lands where its request belongs, so a short one leaves a hole.
 /// Any failed request makes it return 0. write() sends one package after the other, each when the
 /// one before was answered; a failure makes it return 0 whatever was written before. readFully(),
-/// writeFully() and copy() keep clear of both.
+/// writeFully(), readRanges(), writeRanges() and copy() keep clear of both.
+///
+/// readRanges(), writeRanges() and with them copy() send requests of at most 32 KiB, of which up to
+/// 64 are in flight: of reads 960 KiB, of writes what the server's window has room for. All open
+/// files of the file system share that, in equal parts.
 ///
 /// Threads: one thread at a time works with a file; calls take turns with those on the SSH session
 /// and everything made from it, request by request. Each request blocks until the server has

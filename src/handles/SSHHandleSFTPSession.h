@@ -71,27 +71,6 @@ public:
 
     void markTellsLinks() noexcept { tellsLinks_ = true; }
 
-    /// How the writes of a bulk transfer are sent, as far as the first of them has shown.
-    enum class BulkWriting
-    {
-        Unknown,
-        Pipelined,
-        OneByOne,
-    };
-
-    BulkWriting getBulkWriting() const noexcept { return bulkWriting_; }
-
-    void setBulkWriting(BulkWriting how) noexcept { bulkWriting_ = how; }
-
-    /// Counts the bulk transfers that may write. Whoever reads beside them has to keep what it asks
-    /// for within the channel's window: a server that waits for room in there may not take more
-    /// writes meanwhile.
-    void addBulkWriter() noexcept { ++bulkWriters_; }
-
-    void removeBulkWriter() noexcept { --bulkWriters_; }
-
-    bool hasBulkWriters() const noexcept { return bulkWriters_ > 0; }
-
     /// Whether the channel or the connection was seen at its end: no call can succeed any more. The
     /// handle keeps what it owns, as others may be using it, until it is invalidated.
     bool isLost() const noexcept { return *lost_; }
@@ -102,7 +81,7 @@ public:
 
     const std::shared_ptr<std::atomic<bool>>& sharedLossMark() const noexcept { return lost_; }
 
-    /// What its bulk transfers share; outlives the handle with those.
+    /// What the ranges of its open files share; outlives the handle with those.
     const std::shared_ptr<SFTPFlow>& sharedFlow() const noexcept { return flow_; }
 
     /// Keeps a channel for whoever comes next, unless there is one already; it goes with this
@@ -126,8 +105,6 @@ private:
     std::atomic<LinkPathOrder> linkPathOrder_{LinkPathOrder::Unknown};
     std::atomic<bool> leftLinks_{false};
     std::atomic<bool> tellsLinks_{false};
-    std::atomic<BulkWriting> bulkWriting_{BulkWriting::Unknown};
-    std::atomic<int> bulkWriters_{0};
     std::shared_ptr<std::atomic<bool>> lost_ = std::make_shared<std::atomic<bool>>(false);
     std::unique_ptr<SpareChannel> spare_;
     std::shared_ptr<SFTPFlow> flow_ = std::make_shared<SFTPFlow>();

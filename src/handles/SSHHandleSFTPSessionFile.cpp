@@ -24,15 +24,15 @@ void SSHHandleSFTPSessionFile::abandon() noexcept
     }
 }
 
-bool SSHHandleSFTPSessionFile::commit()
+bool SSHHandleSFTPSessionFile::close()
 {
     const auto lock = getLock();
     const sftp_file file = takeFile();
     if (file != nullptr) {
-        committed_ = close(file);
+        isClosedWell_ = closeFile(file);
     }
     HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
-    return committed_;
+    return isClosedWell_;
 }
 
 bool SSHHandleSFTPSessionFile::isAtEnd() const
@@ -49,12 +49,12 @@ void SSHHandleSFTPSessionFile::do_invalidate()
     HandleObjectCore::do_invalidate(); // NOLINT(bugprone-parent-virtual-call)
     const sftp_file file = takeFile();
     if (file != nullptr) {
-        close(file);
+        closeFile(file);
     }
 }
 
 /// Whether the server confirmed it.
-bool SSHHandleSFTPSessionFile::close(sftp_file file)
+bool SSHHandleSFTPSessionFile::closeFile(sftp_file file)
 {
     if (file->handle == nullptr) {
         // Abandoned: the SFTP session may be gone altogether, and nobody is asked.

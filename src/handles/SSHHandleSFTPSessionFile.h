@@ -39,7 +39,7 @@ public:
     /// Blocks until the server has answered. False: it refused, the connection is lost, or the
     /// handle was invalidated before; on a lost SFTP session, at once. Any further call
     /// answers as the first.
-    bool commit();
+    bool close();
 
     /// Whether a read has met the end of the file; false when the handle is invalid. Takes no lock,
     /// so that it answers at once while another thread works on the session.
@@ -65,7 +65,7 @@ public:
     /// As the SFTP session's.
     std::atomic<bool>& lossMark() const noexcept { return *lost_; }
 
-    /// What the bulk transfers of the SFTP session share. To be used under the lock.
+    /// What the ranges of all open files of the SFTP session share.
     SFTPFlow& flow() const noexcept { return *flow_; }
 
 protected:
@@ -73,12 +73,12 @@ protected:
 
 private:
     sftp_file takeFile();
-    bool close(sftp_file file);
+    bool closeFile(sftp_file file);
 
     // Keeps the file from being freed while somebody looks at it without the lock; held for that
     // look alone.
     mutable std::mutex looking_;
-    bool committed_ = false;
+    bool isClosedWell_ = false;
     std::uint64_t appendEnd_ = 0;
     std::shared_ptr<std::atomic<bool>> lost_;
     std::shared_ptr<SFTPFlow> flow_;

@@ -160,7 +160,7 @@ void SFTPConnection::takeIn()
 void SFTPConnection::keepWide()
 {
     const ssh_channel channel = channel_->getResource();
-    if (channel == nullptr || phase_ != Phase::Ready || arrived_ < SFTPFlow::arrivalStep) {
+    if (channel == nullptr || phase_ != Phase::Ready || arrived_ < SFTPReceiveWindow::arrivalStep) {
         return;
     }
     const SocketWakeUp::Awake awake(*wakeUp_);

@@ -185,7 +185,7 @@ private:
     Clock::time_point restingSince_;
     SFTPPacketSplitter splitter_;
     SFTPReceiveWindow window_;
-    std::uint64_t arrived_ = SFTPFlow::arrivalStep; ///< Since the window was widened.
+    std::uint64_t arrived_ = SFTPReceiveWindow::arrivalStep; ///< Since the window was widened.
     Phase phase_ = Phase::Opening;
     bool hasMoved_ = false;
     std::string error_;

@@ -10,13 +10,6 @@ constexpr std::uint32_t widest = std::uint32_t{32} << 20U;
 
 } // namespace
 
-void SFTPReceiveWindow::keepWide(sftp_file file, SFTPFlow& flow)
-{
-    if (flow.takeArrived()) {
-        widen(file->sftp->channel);
-    }
-}
-
 void SFTPReceiveWindow::widen(ssh_channel channel)
 {
     if (spare_ == nullptr) {

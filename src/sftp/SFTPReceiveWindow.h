@@ -1,9 +1,8 @@
 #pragma once
 
-#include "handles/SFTPFlow.h"
+#include <libssh/libssh.h>
 
-#include <libssh/sftp.h>
-
+#include <cstdint>
 #include <memory>
 
 namespace Tarnis {
@@ -15,13 +14,12 @@ namespace Tarnis {
 class SFTPReceiveWindow
 {
 public:
-    /// To be called under the lock when more is asked for than libssh lets through by itself, each
-    /// time, as the window shrinks with what arrives. Does not wait for the server. From libssh
-    /// 0.11 on the window stays at 2 MiB.
-    void keepWide(sftp_file file, SFTPFlow& flow);
+    /// What may arrive before it is widened again.
+    static constexpr std::uint64_t arrivalStep = std::uint64_t{1} << 20U;
 
     /// Widens the window of a channel whose error output nobody wants. To be called under the lock
-    /// again whenever SFTPFlow::arrivalStep bytes have come. Does not wait for the server.
+    /// again whenever `arrivalStep` bytes have come, as the window shrinks with what arrives. Does
+    /// not wait for the server. From libssh 0.11 on the window stays at 2 MiB.
     void widen(ssh_channel channel);
 
 private:

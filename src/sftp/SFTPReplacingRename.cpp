@@ -1,56 +1,18 @@
 #include "sftp/SFTPReplacingRename.h"
 
+#include "sftp/LibsshRequests.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
-#include "sftp/SFTPReplies.h"
-#include "sftp/SFTPRequest.h"
+#include "sftp/wire/SFTPPacketWriter.h"
+#include "sftp/wire/SFTPReplyFields.h"
 
-#include <memory>
 #include <optional>
-#include <string_view>
 
 namespace Tarnis {
 
 namespace {
 
 constexpr const char* posixRename = "posix-rename@openssh.com";
-
-struct StringDeleter
-{
-    void operator()(ssh_string text) const noexcept { ssh_string_free(text); }
-};
-
-/// What libssh takes for a file where it needs one to find the SFTP session.
-class NoFile
-{
-public:
-    explicit NoFile(sftp_session sftp)
-        : handle_(ssh_string_new(0))
-    {
-        file_.sftp = sftp;
-        file_.handle = handle_.get();
-    }
-
-    sftp_file get() noexcept { return handle_ != nullptr ? &file_ : nullptr; }
-
-private:
-    std::unique_ptr<ssh_string_struct, StringDeleter> handle_;
-    sftp_file_struct file_ = {};
-};
-
-bool sendPosixRename(sftp_session sftp, std::uint32_t id, const std::string& path,
-                     const std::string& newPath)
-{
-    const std::string_view extension = posixRename;
-    std::vector<char> packet;
-    SFTPRequestWriter writer(packet, extendedPacket, id,
-                             3 * SFTPRequestWriter::textOverhead + extension.size() + path.size() +
-                                 newPath.size());
-    writer.text(extension);
-    writer.text(path);
-    writer.text(newPath);
-    return sendRequest(sftp, packet);
-}
 
 /// From this version on libssh sends the extension by itself, where it is offered.
 bool libsshReplaces() noexcept
@@ -59,22 +21,29 @@ bool libsshReplaces() noexcept
 }
 
 /// The status of the answer, if one comes.
-std::optional<std::uint32_t> askToRename(sftp_session sftp, SFTPReplyStream& stream,
+std::optional<std::uint32_t> askToRename(sftp_session sftp, std::atomic<bool>& lost,
                                          const std::string& path, const std::string& newPath)
 {
-    NoFile file(sftp);
-    const auto id = file.get() != nullptr ? newRequestId(file.get()) : std::nullopt;
-    if (!id || !sendPosixRename(sftp, *id, path, newPath)) {
+    LibsshRequests requests(lost);
+    const auto number = requests.takeNumber(sftp);
+    if (!number) {
         return std::nullopt;
     }
-    return collectStatusAlone(file.get(), *id, stream);
+    std::string packet;
+    SFTPPacketWriter(packet).posixRename(*number, path, newPath);
+    const auto reply =
+        LibsshRequests::send(sftp, packet) ? requests.await(sftp, *number) : std::nullopt;
+    const bool isStatus = reply && reply->type() == SFTPPacketType::Status;
+    const auto status = isStatus ? decodeStatus(reply->fields()) : std::nullopt;
+    return status ? std::make_optional(static_cast<std::uint32_t>(status->code)) : std::nullopt;
 }
 
 bool renameByOwnRequest(SSHHandleSFTPSession& sftp, const std::string& path,
                         const std::string& newPath)
 {
-    SFTPReplyStream stream(sftp.lossMark());
-    const auto ask = [&](sftp_session raw) { return askToRename(raw, stream, path, newPath); };
+    const auto ask = [&](sftp_session raw) {
+        return askToRename(raw, sftp.lossMark(), path, newPath);
+    };
     const auto status = askForStatus(sftp, newPath, ask);
     return status && (*status == SSH_FX_OK || failBySftpStatus(*status, {}, newPath));
 }

@@ -1,9 +1,9 @@
 #include "handles/SSHSessionOptions.h"
+#include "sftp/LibsshRequests.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPLookUp.h"
 #include "sftp/SFTPModificationTime.h"
 #include "sftp/SFTPObstacle.h"
-#include "sftp/SFTPPlainRename.h"
 #include "sftp/SFTPQueue.h"
 #include "sftp/SFTPReplacingRename.h"
 

@@ -1,12 +1,13 @@
 #include "handles/LibsshCompatibility.h"
-#include "sftp/SFTPBulkTransfer.h"
+#include "sftp/LibsshRequests.h"
 #include "sftp/SFTPCall.h"
-#include "sftp/SFTPReplies.h"
+#include "sftp/SFTPRanges.h"
 
 #include <Tarnis/SSHFileSystemSFTP.h>
 #include <Tarnis/SSHFileSystemSFTPFile.h>
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -93,21 +94,45 @@ ssize_t append(SSHHandleSFTPSessionFile& handle, sftp_file file, const char* dat
     return written;
 }
 
-/// Closes the file and says why that failed.
-bool commitFile(SSHHandleSFTPSessionFile& file, const std::string& path)
+class FileServices final : public FileSystem::StorageSystemFileServices
 {
-    const auto lock = file.getLock();
-    const sftp_file open = file.getResource();
-    if (open == nullptr || file.isLost()) {
-        return file.commit() || failForLostSftp(path);
+public:
+    FileServices(std::shared_ptr<SSHHandleSFTPSessionFile> file, std::string path)
+        : file_(std::move(file))
+        , path_(std::move(path))
+    {}
+
+    std::optional<bool> readRanges(std::vector<FileSystem::StorageSystemReadRange>& ranges) override
+    {
+        return Tarnis::readRanges(*file_, path_, ranges);
     }
-    const sftp_session sftp = open->sftp;
-    const bool committed = file.commit();
-    if (!committed) {
-        noteSftpFailure(sftp, file.lossMark(), path, SFTPNotes::All, SFTPSubject::OpenFile);
+
+    std::optional<bool>
+    writeRanges(const std::vector<FileSystem::StorageSystemWriteRange>& ranges) override
+    {
+        return Tarnis::writeRanges(*file_, path_, ranges);
     }
-    return committed;
-}
+
+    /// Says why it failed.
+    std::optional<bool> close() override
+    {
+        const auto lock = file_->getLock();
+        const sftp_file open = file_->getResource();
+        if (open == nullptr || file_->isLost()) {
+            return file_->close() || failForLostSftp(path_);
+        }
+        const sftp_session sftp = open->sftp;
+        const bool isClosed = file_->close();
+        if (!isClosed) {
+            noteSftpFailure(sftp, file_->lossMark(), path_, SFTPNotes::All, SFTPSubject::OpenFile);
+        }
+        return isClosed;
+    }
+
+private:
+    const std::shared_ptr<SSHHandleSFTPSessionFile> file_;
+    const std::string path_;
+};
 
 } // namespace
 
@@ -121,14 +146,11 @@ SSHFileSystemSFTPFile::SSHFileSystemSFTPFile(std::shared_ptr<SSHHandleSFTPSessio
     , mode_(mode)
 {
     belongTo(fileSystem);
-    setBulkTransfer(std::make_unique<SFTPBulkTransfer>(file_, fileId_, mode));
-    setCommit([file = file_, path = fileId] { return commitFile(*file, path); });
+    provide(std::make_unique<FileServices>(file_, fileId_));
 }
 
 SSHFileSystemSFTPFile::~SSHFileSystemSFTPFile()
 {
-    // It collects what is under way, so it goes while the file is open.
-    setBulkTransfer(nullptr);
     try {
         file_->deleteMe();
     } catch (...) {

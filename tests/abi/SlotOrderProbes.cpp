@@ -15,7 +15,7 @@
 #include <FileSystem/HandleObjectCoreComposite.h>
 #include <FileSystem/LocalFileSystem.h>
 #include <FileSystem/MemoryFileSystem.h>
-#include <FileSystem/StorageSystemBulkTransfer.h>
+#include <FileSystem/StorageSystemFileServices.h>
 #include <FileSystem/StorageSystemServices.h>
 #include <Tarnis/HostAuthenticator.h>
 #include <Tarnis/HostAuthenticatorResponse.h>
@@ -286,15 +286,6 @@ struct StorageSystemFile : OpenFile<FileSystem::StorageSystemFile>
 struct FileSystem2File : OpenFile<FileSystem::FileSystem2File>
 {
     const FileSystem::FileSystem2& do_fileSystem() const override;
-};
-
-struct StorageSystemBulkTransfer : FileSystem::StorageSystemBulkTransfer
-{
-    bool start(std::uint64_t offset) override;
-    StorageSystemReadResult read(char* buffer, std::uint64_t size) override;
-    bool write(const char* buffer, std::uint64_t size) override;
-    bool finish() override;
-    void expectEnd(std::uint64_t offset) override;
 };
 
 } // namespace FrameworkProbe

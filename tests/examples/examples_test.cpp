@@ -377,7 +377,7 @@ TEST_F(ScriptedExamples, UploadHearsOfAFullDiskAtTheEnd)
     sftp().setScript(script);
     const auto result = runWith("upload", sftp().path("up"), "data");
     EXPECT_EQ(result.status.code, 1);
-    EXPECT_THAT(result.errorOutput, StartsWith("commit"));
+    EXPECT_THAT(result.errorOutput, StartsWith("close"));
     EXPECT_TRUE(std::filesystem::is_empty(sftp().root()));
 }
 

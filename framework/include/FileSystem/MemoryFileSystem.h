@@ -28,7 +28,7 @@ enum class MemoryOperationKind : std::uint32_t
     Read,            ///< Reads from an open file.
     Write,           ///< Writes into an open file.
     Truncate,        ///< Drops what an open file holds beyond a size.
-    Commit,          ///< Ends the writing of an open file. Closing a file without that cannot fail.
+    Close,           ///< Ends the writing of an open file. Destroying it without that cannot fail.
     MakeDirectory,   ///< Makes one directory.
     RemoveDirectory, ///< Removes an empty directory.
     RemoveFile,      ///< Removes a file or a link.

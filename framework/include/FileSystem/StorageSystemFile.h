@@ -1,7 +1,7 @@
 #pragma once
 
 #include <FileSystem/Export.h>
-#include <FileSystem/StorageSystemBulkTransfer.h>
+#include <FileSystem/StorageSystemFileServices.h>
 #include <FileSystem/StorageSystemFlags.h>
 #include <FileSystem/StorageSystemReadResult.h>
 #include <FileSystem/StorageSystemRecords.h>
@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace FileSystem {
 
@@ -82,14 +83,39 @@ public:
 
     /// Reads exactly `size` bytes from the position on, however little each answer brings; asks for
     /// no more than 229,376 bytes at a time, and for less once the system keeps giving less. Blocks
-    /// until the buffer is full, the file ends, or a read fails.
+    /// until the buffer is full, the file ends, or a read fails. Stops and waits for each answer:
+    /// many bytes of a system far away come sooner by readRanges().
     /// \return how many bytes stand at the front of the buffer, without a hole, and why no more.
     ///         After Error the position is undefined.
     [[nodiscard]] StorageSystemReadResult readFully(char* buffer, std::uint64_t size) const;
 
-    /// Writes exactly `size` bytes from the position on, no more than 256,000 at a time. False: a
+    /// Writes exactly `size` bytes from the position on, no more than 256,000 at a time. Stops and
+    /// waits for each answer: many bytes go sooner to a system far away by writeRanges(). False: a
     /// write failed; how much of the bytes the file holds now, and the position, are undefined.
     [[nodiscard]] bool writeFully(const char* buffer, std::uint64_t size) const;
+
+    /// Reads each range as readFully() would at its offset, however long it is, and tells what came
+    /// of it in the range. Over SFTP several requests are in flight, of ranges that follow each
+    /// other in the vector too; a system that has nothing of the kind reads one range after the
+    /// other. Ranges may overlap in the file. One of no bytes is Complete, and asked for nowhere.
+    ///
+    /// The position plays no part and stays as it was; what eof() says afterwards is undefined.
+    /// Blocks until everything is answered; SSHSession::interrupt() and the loss of the server end
+    /// it soon, and what has come in front of each range by then counts.
+    /// \return false: a range ended in Error. The others are right all the same. With a range that
+    ///         ends beyond what 64 bits count (FailureCode::TooLarge), and with a storage system
+    ///         that is gone, every one does. When it throws, no result counts.
+    [[nodiscard]] bool readRanges(std::vector<StorageSystemReadRange>& ranges) const;
+
+    /// Writes each range at its offset, in the same way. Where ranges overlap, the file holds in
+    /// the end what the later one in the vector has. Between the old end of the file and a range
+    /// beyond it there are zeros. The position stays as it was.
+    ///
+    /// A file that is appended to takes no ranges (FailureCode::Unsupported): its system chooses
+    /// where bytes go.
+    /// \return false: a write failed, after which no other is begun, and it is undefined how much
+    ///         of all ranges the file holds now.
+    [[nodiscard]] bool writeRanges(const std::vector<StorageSystemWriteRange>& ranges) const;
 
     /// The permissions of the file as its path has them now; none when that cannot be told.
     Utilities::Flags<PosixFilePermissionFlag> permissions();
@@ -106,7 +132,9 @@ public:
 
     /// Copies the file from its start to its end into `target`, at the target's position; the
     /// target's storage system may be another one. The copy holds what was read, in order; a file
-    /// that changes meanwhile is copied as it was met.
+    /// that changes meanwhile is copied as it was met. Each step is read and then written, with
+    /// several requests in flight as in readRanges(). The position of the target is behind the copy
+    /// then, that of this file undefined.
     /// \param progress   may be empty; called at the start, after every step and at the end. The
     ///                   total is the size at the start.
     /// \param bufferSize bytes per step; by default what the storage systems recommend.
@@ -116,10 +144,11 @@ public:
 
     /// Ends the writing of the file. True: the system has taken what was written, as far as it
     /// tells at this point; some find out only now that they have no room, or that they cannot. May
-    /// ask the server. The file must not be used afterwards, only destroyed.
-    [[nodiscard]] bool commit();
+    /// ask the server. It makes nothing durable: bytes may be lost with the power of a machine. The
+    /// file must not be used afterwards, only destroyed.
+    [[nodiscard]] bool close();
 
-    /// Closes the file. What fails now is not told: see commit().
+    /// Closes the file. What fails now is not told: see close().
     virtual ~StorageSystemFile();
 
 protected:
@@ -155,58 +184,28 @@ protected:
     /// The target of the copy under way, for do_copy(); null outside one.
     StorageSystemFile* copyTarget() const noexcept;
 
-    /// Gives the file a faster way to move many bytes than read() and write(), which a copy then
-    /// takes. Null takes it away.
-    void setBulkTransfer(std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer) noexcept;
-
-    /// For a system that tells at the end of writing whether it has taken everything.
-    void setCommit(std::function<bool()> commit);
-
-    /// What an open file is, as its system tells it. Two with the same volume and number are one.
-    struct OpenFileState
-    {
-        Utilities::Flags<PosixFilePermissionFlag> permissions;
-        std::uint64_t size = 0;
-        std::uint64_t volume = 0;
-        std::uint64_t number = 0;
-    };
-
-    /// Sees to the attributes of the open file itself, whatever its path leads to meanwhile. They
-    /// answer false, or nothing, where the system refuses or does not tell. Each may be missing.
-    struct AttributeKeeper
-    {
-        using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
-
-        /// Gives the file this owner and this group. False where it does not get both.
-        std::function<bool(const StorageSystemOwner&)> own = {};
-
-        /// Gives the file these permissions and no others.
-        std::function<bool(Permissions)> set = {};
-
-        /// Looks at the file.
-        std::function<std::optional<OpenFileState>()> look = {};
-
-        /// Drops what the file holds beyond a number of bytes.
-        std::function<bool(std::uint64_t)> cut = {};
-    };
-
-    /// For a system that can do that and has no queue of its own. What copies files looks and sets
-    /// the permissions by path otherwise, cuts none and sets no owner.
-    void setAttributeKeeper(AttributeKeeper keeper);
+    /// Gives the file what its storage system can do beyond the slots. To be called once, by the
+    /// constructor of a file class. It goes with this base, after that class.
+    void provide(std::unique_ptr<StorageSystemFileServices> services) noexcept;
 
 private:
     friend class SlotQueue;
     friend class StorageSystem;
 
     bool hasSystem() const;
+    bool isAppendedTo() const;
 
     StorageSystemReadResult readInSteps(char* buffer, std::uint64_t size) const;
     bool writeInSteps(const char* buffer, std::uint64_t size) const;
+    bool readInTurn(std::vector<StorageSystemReadRange>& ranges) const;
+    bool writeInTurn(const std::vector<StorageSystemWriteRange>& ranges) const;
+    bool copyInSteps(StorageSystemFile& target, std::uint64_t step,
+                     const std::function<bool(std::uint64_t)>& report) const;
+    StorageSystemReadResult readNext(std::uint64_t offset, char* buffer, std::uint64_t size) const;
+    bool writeNext(std::uint64_t offset, const char* buffer, std::uint64_t size) const;
 
-    std::unique_ptr<StorageSystemBulkTransfer> bulkTransfer_;
-    std::function<bool()> commit_;
+    std::unique_ptr<StorageSystemFileServices> services_;
     std::shared_ptr<const std::atomic<bool>> systemAlive_;
-    AttributeKeeper attributeKeeper_;
     StorageSystemFile* copyTarget_ = nullptr;
 };
 

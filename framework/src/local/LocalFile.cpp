@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <utility>
 
 #include <fcntl.h>
@@ -29,6 +30,27 @@ std::size_t stepOf(std::uint64_t size)
     return static_cast<std::size_t>(std::min(size, largestStep));
 }
 
+class LocalFileServices final : public StorageSystemFileServices
+{
+public:
+    LocalFileServices(const FileDescriptor& descriptor, const std::string& fileId)
+        : descriptor_(descriptor)
+        , fileId_(fileId)
+    {}
+
+    // Closing any descriptor of it makes a network file system say what became of the bytes, and
+    // costs a local one nothing.
+    std::optional<bool> close() override
+    {
+        const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
+        return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
+    }
+
+private:
+    const FileDescriptor& descriptor_;
+    const std::string& fileId_;
+};
+
 } // namespace
 
 LocalFile::LocalFile(Posix::FileDescriptor&& descriptor, const std::string& fileId,
@@ -40,12 +62,7 @@ LocalFile::LocalFile(Posix::FileDescriptor&& descriptor, const std::string& file
     , fileSystem_(fileSystem)
 {
     belongTo(fileSystem);
-    // Closing any descriptor of it makes a network file system say what became of the bytes, and
-    // costs a local one nothing.
-    setCommit([this] {
-        const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
-        return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
-    });
+    provide(std::make_unique<LocalFileServices>(descriptor_, fileId_));
 }
 
 LocalFile::~LocalFile() = default;

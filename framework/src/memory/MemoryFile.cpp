@@ -15,6 +15,63 @@ using Kind = MemoryOperationKind;
 // As on this machine.
 constexpr auto largestOffset = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 
+class MemoryFileServices final : public StorageSystemFileServices
+{
+public:
+    MemoryFileServices(std::shared_ptr<MemoryTree> tree, std::shared_ptr<const MemoryFaults> faults,
+                       MemoryTree::Node node, std::string fileId)
+        : tree_(std::move(tree))
+        , faults_(std::move(faults))
+        , node_(std::move(node))
+        , fileId_(std::move(fileId))
+    {}
+
+    std::optional<bool> close() override { return lets(Kind::Close); }
+
+    std::optional<bool> set(Permissions permissions) override
+    {
+        const bool isLet = lets(Kind::SetPermissions);
+        if (isLet) {
+            tree_->setPermissionsOf(*node_, permissions);
+        }
+        return isLet;
+    }
+
+    std::optional<StorageSystemOpenFileState> look() override
+    {
+        if (!lets(Kind::LookUp)) {
+            return std::nullopt;
+        }
+        const auto now = tree_->attributesOf(*node_);
+        StorageSystemOpenFileState state;
+        state.permissions = now.permissions;
+        state.size = now.size;
+        // One address is one file, for as long as it is open.
+        state.number = reinterpret_cast<std::uintptr_t>(node_.get());
+        return state;
+    }
+
+    std::optional<bool> cut(std::uint64_t size) override
+    {
+        const bool isLet = lets(Kind::Truncate, size);
+        if (isLet) {
+            tree_->cut(*node_, size);
+        }
+        return isLet;
+    }
+
+private:
+    bool lets(Kind kind, std::uint64_t size = 0) const
+    {
+        return faults_->let({kind, fileId_, {}, 0, size, {}});
+    }
+
+    const std::shared_ptr<MemoryTree> tree_;
+    const std::shared_ptr<const MemoryFaults> faults_;
+    const MemoryTree::Node node_;
+    const std::string fileId_;
+};
+
 } // namespace
 
 MemoryFile::MemoryFile(const MemoryFileSystem& fileSystem, std::shared_ptr<MemoryTree> tree,
@@ -29,51 +86,10 @@ MemoryFile::MemoryFile(const MemoryFileSystem& fileSystem, std::shared_ptr<Memor
     , mode_(mode)
 {
     belongTo(fileSystem);
-    setCommit([this] { return faults_->let({Kind::Commit, fileId_, {}, 0, 0, {}}); });
-    setAttributeKeeper(attributeKeeper());
+    provide(std::make_unique<MemoryFileServices>(tree_, faults_, node_, fileId_));
 }
 
 MemoryFile::~MemoryFile() = default;
-
-/// For as long as the file lives.
-MemoryFile::AttributeKeeper MemoryFile::attributeKeeper() const
-{
-    using Permissions = Utilities::Flags<PosixFilePermissionFlag>;
-    AttributeKeeper keeper;
-    keeper.set = [this](Permissions permissions) { return setPermissions(permissions); };
-    keeper.look = [this] { return look(); };
-    keeper.cut = [this](std::uint64_t size) {
-        const bool isLet = faults_->let({Kind::Truncate, fileId_, {}, 0, size, {}});
-        if (isLet) {
-            tree_->cut(*node_, size);
-        }
-        return isLet;
-    };
-    return keeper;
-}
-
-bool MemoryFile::setPermissions(Utilities::Flags<PosixFilePermissionFlag> permissions) const
-{
-    const bool isLet = faults_->let({Kind::SetPermissions, fileId_, {}, 0, 0, {}});
-    if (isLet) {
-        tree_->setPermissionsOf(*node_, permissions);
-    }
-    return isLet;
-}
-
-std::optional<MemoryFile::OpenFileState> MemoryFile::look() const
-{
-    if (!faults_->let({Kind::LookUp, fileId_, {}, 0, 0, {}})) {
-        return std::nullopt;
-    }
-    const auto now = tree_->attributesOf(*node_);
-    OpenFileState state;
-    state.permissions = now.permissions;
-    state.size = now.size;
-    // One address is one file, for as long as it is open.
-    state.number = reinterpret_cast<std::uintptr_t>(node_.get());
-    return state;
-}
 
 bool MemoryFile::do_isValid() const
 {

@@ -23,10 +23,6 @@ public:
     ~MemoryFile() override;
 
 private:
-    AttributeKeeper attributeKeeper() const;
-    bool setPermissions(Utilities::Flags<PosixFilePermissionFlag> permissions) const;
-    std::optional<OpenFileState> look() const;
-
     bool do_isValid() const override;
     std::string do_fileId() override;
     Utilities::Flags<StorageSystemFileOpenModeFlag> do_mode() override;

@@ -101,8 +101,7 @@ std::optional<StorageSystemAttributes> SlotQueue::lookNow(File file)
     if (open == nullptr) {
         return std::nullopt;
     }
-    const auto& look = open->file->attributeKeeper_.look;
-    const auto state = look && open->file->isValid() ? look() : std::nullopt;
+    const auto state = open->file->isValid() ? open->file->services_->look() : std::nullopt;
     auto attributes = open->isItself ? lookUpNow(pathOf(file)) : lookThroughNow(pathOf(file));
     if (state && attributes) {
         attributes->permissions = state->permissions;
@@ -112,31 +111,32 @@ std::optional<StorageSystemAttributes> SlotQueue::lookNow(File file)
     return attributes;
 }
 
+/// What the open file can be given itself, it is given; its path gets the others.
 bool SlotQueue::setOfFileNow(File file, const Attributes& attributes)
 {
     const auto* const open = find(file);
     if (open == nullptr) {
         return false;
     }
-    const auto& keeper = open->attributeKeeper_;
-    if (attributes.size && !(keeper.cut && keeper.cut(*attributes.size))) {
-        return keeper.cut ? false : fail(FailureCode::Unsupported);
-    }
+    auto& services = *open->services_;
     Attributes others = attributes;
-    others.size.reset();
-    if (keeper.own && attributes.owner) {
-        if (!keeper.own(*attributes.owner)) {
-            return false;
+    const auto give = [](auto& attribute, const auto& service) {
+        const auto isGiven = attribute ? service(*attribute) : std::nullopt;
+        if (isGiven) {
+            attribute.reset();
         }
-        others.owner.reset();
+        return isGiven.value_or(true);
+    };
+    if (!give(others.size, [&](std::uint64_t size) { return services.cut(size); })) {
+        return false;
     }
-    if (keeper.set && attributes.permissions) {
-        if (!keeper.set(*attributes.permissions)) {
-            return false;
-        }
-        others.permissions.reset();
+    if (others.size) {
+        return fail(FailureCode::Unsupported);
     }
-    return setOfPathNow(pathOf(file), others);
+    const auto own = [&](const StorageSystemOwner& owner) { return services.own(owner); };
+    const auto set = [&](Permissions permissions) { return services.set(permissions); };
+    return give(others.owner, own) && give(others.permissions, set) &&
+           setOfPathNow(pathOf(file), others);
 }
 
 bool SlotQueue::closeNow(File file)
@@ -145,7 +145,7 @@ bool SlotQueue::closeNow(File file)
     if (open == nullptr) {
         return false;
     }
-    const bool isKept = !open->mode().has(StorageSystemFileOpenModeFlag::Write) || open->commit();
+    const bool isKept = !open->mode().has(StorageSystemFileOpenModeFlag::Write) || open->close();
     files_.remove(file);
     return isKept;
 }

@@ -94,9 +94,19 @@ std::vector<Operation> operationsOnFile()
              return file.readFully(&byte, 1).status == ReadStatus::Error;
          }},
         {"WriteFully", [](Files, File file, Path) { return !file.writeFully("x", 1); }},
+        {"ReadRanges",
+         [](Files, File file, Path) {
+             char byte = 0;
+             std::vector<FileSystem::StorageSystemReadRange> ranges{{0, &byte, 1, {}}};
+             return !file.readRanges(ranges) && ranges[0].result.status == ReadStatus::Error;
+         }},
+        {"WriteRanges",
+         [](Files, File file, Path) {
+             return !file.writeRanges({{0, "x", 1}});
+         }},
         {"Size", [](Files, File file, Path) { return file.size() == 0; }},
         {"FileInfoOfAFile", [](Files, File file, Path) { return file.fileInfo().size == 0; }},
-        {"Commit", [](Files, File file, Path) { return !file.commit(); }},
+        {"Close", [](Files, File file, Path) { return !file.close(); }},
     };
 }
 

@@ -224,7 +224,7 @@ TEST_F(ScriptedRefusalTest, OfAWriteHasItToo)
     EXPECT_EQ(file->read(&byte, 1), 0U);
     expectRefusal(FailureCode::Denied, 3);
     answerWith(SftpPacket::Close, SftpActions::pretend(SftpStatus::Failure));
-    EXPECT_FALSE(file->commit());
+    EXPECT_FALSE(file->close());
     expectRefusal(FailureCode::Other, 4);
 }
 

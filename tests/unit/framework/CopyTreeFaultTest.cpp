@@ -43,7 +43,7 @@ void write(const MemoryFileSystem& system, const std::string& path, const std::s
     const auto file = system.fileOpen(path, Mode::Write | Mode::Create | Mode::Truncate);
     ASSERT_NE(file, nullptr) << path;
     ASSERT_TRUE(file->writeFully(bytes.data(), bytes.size()));
-    ASSERT_TRUE(file->commit());
+    ASSERT_TRUE(file->close());
 }
 
 std::string contentOf(const MemoryFileSystem& system, const std::string& path)

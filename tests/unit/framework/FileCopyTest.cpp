@@ -137,7 +137,7 @@ TEST_F(FileCopying, BringsAFileThatWasCutMeanwhileAsItWasMet)
 
 TEST_F(FileCopying, FailsWhereTheTargetCannotKeepWhatWasWritten)
 {
-    target.behaviour.commitFails = true;
+    target.behaviour.closingFails = true;
     EXPECT_FALSE(copy());
     expectNothingNew();
 }
@@ -235,7 +235,7 @@ TEST_F(FileCopying, ThatFailsToReadLeavesNothing)
     source.behaviour.unreadableFrom = 5;
     EXPECT_FALSE(copy());
     expectNothingNew();
-    source.behaviour.hasBulkTransfer = true;
+    source.behaviour.hasRanges = true;
     EXPECT_FALSE(copy());
     expectNothingNew();
 }
@@ -245,7 +245,7 @@ TEST_F(FileCopying, ThatFailsToWriteLeavesNothing)
     target.behaviour.unwritableFrom = 5;
     EXPECT_FALSE(copy());
     expectNothingNew();
-    target.behaviour.hasBulkTransfer = true;
+    target.behaviour.hasRanges = true;
     EXPECT_FALSE(copy());
     expectNothingNew();
 }

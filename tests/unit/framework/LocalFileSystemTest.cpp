@@ -690,7 +690,7 @@ TEST_F(LocalFileSystemTest, AbsolutePathsStartAtTheCurrentDirectory)
     EXPECT_EQ(system_.absolutePath(std::string("a\0b", 3)), std::nullopt);
 }
 
-TEST_F(LocalFileSystemTest, CommitTellsWhatTheSystemSaysToClosing)
+TEST_F(LocalFileSystemTest, CloseTellsWhatTheSystemSaysToClosing)
 {
     const auto target = system_.fileOpen(file("new"), StorageSystemFileOpenModeFlag::Write |
                                                           StorageSystemFileOpenModeFlag::Create);
@@ -699,10 +699,10 @@ TEST_F(LocalFileSystemTest, CommitTellsWhatTheSystemSaysToClosing)
     {
         const ResourceLimit noMoreDescriptors(RLIMIT_NOFILE, nextDescriptor());
         LocalFileSystem::clearLastError();
-        EXPECT_FALSE(target->commit());
+        EXPECT_FALSE(target->close());
         EXPECT_EQ(LocalFileSystem::getLastError(), std::strerror(EMFILE));
     }
-    EXPECT_TRUE(target->commit());
+    EXPECT_TRUE(target->close());
     EXPECT_EQ(fs::file_size(file("new")), 4U);
 }
 

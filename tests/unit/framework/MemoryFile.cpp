@@ -2,69 +2,83 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
+using FileSystem::StorageSystemReadRange;
 using FileSystem::StorageSystemReadResult;
 using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+using Status = StorageSystemReadResult::Status;
 
 namespace TarnisTest {
 
 namespace {
 
-/// Keeps what is written to itself until it is told to finish, as a transfer with requests under
-/// way may.
-class MemoryBulkTransfer : public FileSystem::StorageSystemBulkTransfer
+class Services : public FileSystem::StorageSystemFileServices
 {
 public:
-    explicit MemoryBulkTransfer(const MemoryFile& file)
+    Services(const MemoryFile& file, std::shared_ptr<MemoryNode> node)
         : file_(file)
+        , node_(std::move(node))
     {}
 
-    bool start(std::uint64_t offset) override
+    std::optional<bool> readRanges(std::vector<StorageSystemReadRange>& ranges) override
     {
-        file_.note("bulk.start " + std::to_string(offset));
-        offset_ = offset;
-        pending_.clear();
-        return !file_.behaviour().bulkStartFails;
-    }
-
-    void expectEnd(std::uint64_t offset) override
-    {
-        file_.note("bulk.expectEnd " + std::to_string(offset));
-    }
-
-    StorageSystemReadResult read(char* buffer, std::uint64_t size) override
-    {
-        using Status = StorageSystemReadResult::Status;
-        file_.note("bulk.read " + std::to_string(size));
-        const auto left = file_.length() - std::min(file_.length(), offset_);
-        const auto wanted = std::min(size, left);
-        const auto got = file_.readAt(offset_, buffer, wanted);
-        offset_ += got;
-        if (got < wanted) {
-            return {got, Status::Error};
+        if (!file_.behaviour().hasRanges) {
+            return std::nullopt;
         }
-        const bool isComplete = got == size || file_.behaviour().bulkReadsClaimComplete;
-        return {got, isComplete ? Status::Complete : Status::EndOfFile};
+        bool isRead = true;
+        for (auto& range : ranges) {
+            file_.note("range.read " + std::to_string(range.offset) + "+" +
+                       std::to_string(range.size));
+            range.result = read(range);
+            isRead = isRead && range.result.status != Status::Error;
+        }
+        return isRead;
     }
 
-    bool write(const char* buffer, std::uint64_t size) override
+    std::optional<bool>
+    writeRanges(const std::vector<FileSystem::StorageSystemWriteRange>& ranges) override
     {
-        file_.note("bulk.write " + std::to_string(size));
-        pending_.append(buffer, size);
+        if (!file_.behaviour().hasRanges) {
+            return std::nullopt;
+        }
+        return std::all_of(ranges.begin(), ranges.end(), [this](const auto& range) {
+            file_.note("range.write " + std::to_string(range.offset) + "+" +
+                       std::to_string(range.size));
+            return file_.writeAt(range.offset, range.bytes, range.size) == range.size;
+        });
+    }
+
+    std::optional<bool> own(const FileSystem::StorageSystemOwner& owner) override
+    {
+        if (!file_.behaviour().filesSucceed) {
+            return std::nullopt;
+        }
+        node_->owner = owner;
         return true;
     }
 
-    bool finish() override
+    std::optional<bool> close() override
     {
-        file_.note("bulk.finish");
-        const auto written = file_.writeAt(offset_, pending_.data(), pending_.size());
-        return written == pending_.size() && !file_.behaviour().bulkFinishFails;
+        file_.note("close");
+        return !file_.behaviour().closingFails;
     }
 
 private:
+    StorageSystemReadResult read(const StorageSystemReadRange& range) const
+    {
+        const auto left = file_.length() - std::min(file_.length(), range.offset);
+        const auto wanted = std::min(range.size, left);
+        const auto got = file_.readAt(range.offset, range.buffer, wanted);
+        if (got < wanted) {
+            return {got, Status::Error};
+        }
+        const bool isComplete = got == range.size || file_.behaviour().rangesClaimComplete;
+        return {got, isComplete ? Status::Complete : Status::EndOfFile};
+    }
+
     const MemoryFile& file_;
-    std::uint64_t offset_ = 0;
-    std::string pending_;
+    const std::shared_ptr<MemoryNode> node_;
 };
 
 } // namespace
@@ -78,21 +92,7 @@ MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNod
     , openFiles_(std::move(openFiles))
 {
     ++*openFiles_;
-    if (system_.behaviour.hasBulkTransfer) {
-        setBulkTransfer(std::make_unique<MemoryBulkTransfer>(*this));
-    }
-    if (system_.behaviour.filesSucceed) {
-        AttributeKeeper keeper;
-        keeper.own = [this](const FileSystem::StorageSystemOwner& owner) {
-            node_->owner = owner;
-            return true;
-        };
-        setAttributeKeeper(std::move(keeper));
-    }
-    setCommit([this] {
-        note("commit");
-        return !system_.behaviour.commitFails;
-    });
+    provide(std::make_unique<Services>(*this, node_));
 }
 
 MemoryFile::~MemoryFile()

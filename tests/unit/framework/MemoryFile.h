@@ -21,7 +21,7 @@ public:
                Mode mode, std::shared_ptr<std::size_t> openFiles);
     ~MemoryFile() override;
 
-    // For its bulk transfer.
+    // For its services.
 
     std::uint64_t readAt(std::uint64_t offset, char* buffer, std::uint64_t size) const;
     std::uint64_t writeAt(std::uint64_t offset, const char* buffer, std::uint64_t size) const;

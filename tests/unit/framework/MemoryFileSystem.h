@@ -70,12 +70,10 @@ struct MemoryBehaviour
     bool overcounts = false;
     /// The end of a file is told with its last byte and not by a read behind it.
     bool endsEarly = false;
-    /// Files offer a bulk transfer.
-    bool hasBulkTransfer = false;
-    bool bulkStartFails = false;
-    bool bulkFinishFails = false;
-    /// A bulk transfer says Complete whatever it read.
-    bool bulkReadsClaimComplete = false;
+    /// Files read and write ranges themselves.
+    bool hasRanges = false;
+    /// A range that is read so is Complete, whatever was read.
+    bool rangesClaimComplete = false;
 
     /// What a read at one of these positions brings at most.
     std::map<std::uint64_t, std::uint64_t> shortReads{};
@@ -90,8 +88,8 @@ struct MemoryBehaviour
     std::set<std::string> refusesToRemove;
     /// Removals, and renames by their old path, that are done and reported as failed.
     std::set<std::string> deniesItsDoing;
-    /// Files cannot be committed.
-    bool commitFails = false;
+    /// Ending the writing of a file fails.
+    bool closingFails = false;
     /// Where files seem to end, whatever is told of their size.
     std::uint64_t seemsToEndAt = std::numeric_limits<std::uint64_t>::max();
     /// Reading at the end of a file fails, and leaves what was told of its end before.

@@ -148,7 +148,7 @@ const std::vector<Step>& steps()
          }},
         {Kind::Write, "/open",
          [](System, File f) { return f.seek(0) && f.writeFully("new bytes", 9); }},
-        {Kind::Commit, "/open", [](System, File f) { return f.commit(); }},
+        {Kind::Close, "/open", [](System, File f) { return f.close(); }},
         {Kind::MakeDirectory, "/new directory",
          [](System s, File) { return s.directoryCreateAs("/new directory", true); }},
         {Kind::MakeLink, "/new link",
@@ -235,7 +235,7 @@ TEST_F(MemoryFileSystemTest, ThereIsAFaultForEveryStepOfACopyInPlace)
     write(system_, "/file", "short");
     ASSERT_TRUE(system_.fileSetModTime("/file", FileSystem::StorageSystemTimePoint()));
     for (const Kind kind : {Kind::LookUp, Kind::Open, Kind::Read, Kind::Write, Kind::Truncate,
-                            Kind::SetPermissions, Kind::SetModTime, Kind::Commit}) {
+                            Kind::SetPermissions, Kind::SetModTime, Kind::Close}) {
         SCOPED_TRACE(static_cast<int>(kind));
         write(system_, "/copy", "longer than what is copied");
         const auto copy = [this] {

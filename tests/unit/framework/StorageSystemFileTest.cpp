@@ -22,6 +22,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::Pair;
 using Mode = FileSystem::StorageSystemFileOpenModeFlag;
+using Modes = Utilities::Flags<Mode>;
 using Status = StorageSystemReadResult::Status;
 
 namespace {
@@ -426,6 +427,13 @@ TEST(OpenFileOfASystemThatIsGone, IsInvalidAndFailsCleanly)
         EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
         EXPECT_EQ(file->readFully(&byte, 1).status, Status::Error);
         EXPECT_EQ(file->write(&byte, 1), 0U);
+        std::vector<FileSystem::StorageSystemReadRange> ranges{{0, &byte, 1, {}}};
+        EXPECT_FALSE(file->readRanges(ranges));
+        EXPECT_EQ(ranges[0].result.status, Status::Error);
+        EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
+        EXPECT_FALSE(file->writeRanges({{0, &byte, 1}}));
+        EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::ConnectionLost);
+        EXPECT_FALSE(file->close());
         EXPECT_FALSE(file->seek(0));
         EXPECT_FALSE(file->tell());
         EXPECT_EQ(file->size(), 0U);
@@ -450,13 +458,16 @@ TEST_F(OpenFile, CopyFailsWhenThePositionOfTheTargetIsNotKnown)
 
 namespace {
 
-/// Copies between two systems of which either, both or none have bulk transfers.
-class BulkCopy : public OpenFile
+/// Copies between two systems of which either, both or none have ranges of their own.
+class RangeCopy : public OpenFile
 {
 protected:
-    std::unique_ptr<StorageSystemFile> openTarget()
+    std::unique_ptr<StorageSystemFile> openTarget(Modes mode = Mode::Write | Mode::Create)
     {
-        return other.fileOpen("/target", Mode::Write | Mode::Create);
+        auto file = other.fileOpen("/target", mode);
+        EXPECT_NE(file, nullptr);
+        other.calls().clear();
+        return file;
     }
 
     MemoryFileSystem other;
@@ -464,42 +475,29 @@ protected:
 
 } // namespace
 
-TEST_F(BulkCopy, TakesTheBulkTransferOfWhicheverSideHasOne)
+TEST_F(RangeCopy, TakesTheRangesOfWhicheverSideHasThem)
 {
     const auto bytes = variedBytes(50'000);
     for (const bool sourceHas : {false, true}) {
         for (const bool targetHas : {false, true}) {
-            system.behaviour.hasBulkTransfer = sourceHas;
-            other.behaviour.hasBulkTransfer = targetHas;
+            system.behaviour.hasRanges = sourceHas;
+            other.behaviour.hasRanges = targetHas;
             const auto source = openWith(bytes);
             const auto target = openTarget();
-            other.calls().clear();
             EXPECT_TRUE(source->copy(*target, {}, 20'000));
             EXPECT_EQ(other.bytesOf("/target"), bytes);
-            EXPECT_EQ(testing::Value(system.calls(), Contains("bulk.read 20000 /file")), sourceHas);
-            EXPECT_EQ(testing::Value(other.calls(), Contains("bulk.write 20000 /target")),
+            EXPECT_EQ(testing::Value(system.calls(), Contains("range.read 20000+20000 /file")),
+                      sourceHas);
+            EXPECT_EQ(testing::Value(other.calls(), Contains("range.write 20000+20000 /target")),
                       targetHas);
+            EXPECT_EQ(target->tell(), 50'000U);
         }
     }
 }
 
-TEST_F(BulkCopy, FinishesWhatItStartedOnceAndInOrder)
+TEST_F(RangeCopy, StartsAtTheTargetsPositionAndLeavesItBehindTheBytes)
 {
-    system.behaviour.hasBulkTransfer = true;
-    other.behaviour.hasBulkTransfer = true;
-    const auto source = openWith("12345");
-    const auto target = openTarget();
-    other.calls().clear();
-    EXPECT_TRUE(source->copy(*target, {}, 100));
-    EXPECT_THAT(system.calls(),
-                ElementsAre("bulk.start 0 /file", "bulk.read 100 /file", "bulk.finish /file"));
-    EXPECT_THAT(other.calls(), ElementsAre("bulk.start 0 /target", "bulk.write 5 /target",
-                                           "bulk.finish /target", "seek 5 /target"));
-}
-
-TEST_F(BulkCopy, StartsAtTheTargetsPositionAndLeavesItBehindTheBytes)
-{
-    other.behaviour.hasBulkTransfer = true;
+    other.behaviour.hasRanges = true;
     const auto source = openWith("12345");
     const auto target = openTarget();
     ASSERT_TRUE(target->writeFully("head:", 5));
@@ -509,55 +507,215 @@ TEST_F(BulkCopy, StartsAtTheTargetsPositionAndLeavesItBehindTheBytes)
     EXPECT_EQ(other.bytesOf("/target"), "head:12345:tail");
 }
 
-TEST_F(BulkCopy, GoesOnWithoutABulkTransferThatDoesNotStart)
+TEST_F(RangeCopy, StartsAtTheBeginningOfTheSource)
 {
-    system.behaviour.hasBulkTransfer = true;
-    system.behaviour.bulkStartFails = true;
-    other.behaviour = system.behaviour;
+    system.behaviour.hasRanges = true;
     const auto source = openWith("12345");
-    const auto target = openTarget();
+    ASSERT_TRUE(source->seek(3));
+    EXPECT_TRUE(source->copy(*openTarget()));
+    EXPECT_EQ(other.bytesOf("/target"), "12345");
+}
+
+TEST_F(RangeCopy, AppendsToAFileThatIsAppendedTo)
+{
+    other.behaviour.hasRanges = true;
+    other.addFile("/target", "");
+    const auto source = openWith("12345");
+    const auto target = openTarget(Mode::Write | Mode::Append);
     EXPECT_TRUE(source->copy(*target));
     EXPECT_EQ(other.bytesOf("/target"), "12345");
-    EXPECT_THAT(system.calls(), Not(Contains("bulk.finish /file")));
+    EXPECT_THAT(other.calls(), ElementsAre("write 5 /target"));
 }
 
-TEST_F(BulkCopy, FailsWhenTheLastBytesCannotBeWritten)
+TEST_F(RangeCopy, FailsWhenARangeDoes)
 {
-    other.behaviour.hasBulkTransfer = true;
-    other.behaviour.bulkFinishFails = true;
+    system.behaviour.hasRanges = true;
+    other.behaviour.hasRanges = true;
     const auto source = openWith("12345");
     const auto target = openTarget();
+    other.behaviour.unwritableFrom = 3;
     EXPECT_FALSE(source->copy(*target));
-}
-
-TEST_F(BulkCopy, FinishesBothSidesWhenItIsStoppedOrFails)
-{
-    system.behaviour.hasBulkTransfer = true;
-    other.behaviour.hasBulkTransfer = true;
-    const auto source = openWith(std::string(100, 'x'));
-    const auto target = openTarget();
-    const auto throws = [](std::uint64_t done, std::uint64_t) -> bool {
-        return done == 0 ? true : throw std::logic_error("enough");
-    };
-    EXPECT_THROW(static_cast<void>(source->copy(*target, throws, 10)), std::logic_error);
-    EXPECT_THAT(system.calls(), Contains("bulk.finish /file"));
-    EXPECT_THAT(other.calls(), Contains("bulk.finish /target"));
-}
-
-TEST_F(BulkCopy, FailsWhenABulkReadDoes)
-{
-    system.behaviour.hasBulkTransfer = true;
+    other.behaviour.unwritableFrom = 1'000;
     system.behaviour.unreadableFrom = 3;
+    EXPECT_FALSE(source->copy(*target));
+}
+
+TEST_F(RangeCopy, DistrustsARangeThatCallsAPartComplete)
+{
+    system.behaviour.hasRanges = true;
+    system.behaviour.rangesClaimComplete = true;
     const auto source = openWith("12345");
     const auto target = openTarget();
     EXPECT_FALSE(source->copy(*target));
 }
 
-TEST_F(BulkCopy, DistrustsABulkReadThatCallsAPartComplete)
+namespace {
+
+using FileSystem::StorageSystemReadRange;
+using FileSystem::StorageSystemWriteRange;
+
+/// Ranges of a file whose system has none of its own.
+class Ranges : public OpenFile
 {
-    system.behaviour.hasBulkTransfer = true;
-    system.behaviour.bulkReadsClaimComplete = true;
-    const auto source = openWith("12345");
-    const auto target = openTarget();
-    EXPECT_FALSE(source->copy(*target));
+protected:
+    /// Reads them all, each into a text of its own.
+    bool read(const StorageSystemFile& file, std::vector<StorageSystemReadRange>& ranges)
+    {
+        texts.clear();
+        for (auto& range : ranges) {
+            texts.emplace_back(range.size, 'x');
+        }
+        for (std::size_t index = 0; index < ranges.size(); ++index) {
+            ranges[index].buffer = texts[index].data();
+        }
+        return file.readRanges(ranges);
+    }
+
+    static StorageSystemReadRange at(std::uint64_t offset, std::uint64_t size)
+    {
+        return {offset, nullptr, size, {}};
+    }
+
+    static StorageSystemWriteRange at(std::uint64_t offset, const std::string& bytes)
+    {
+        return {offset, bytes.data(), bytes.size()};
+    }
+
+    std::vector<std::string> texts;
+};
+
+} // namespace
+
+TEST_F(Ranges, AreReadOneAfterTheOtherAndThePositionStays)
+{
+    const auto file = openWith("0123456789");
+    ASSERT_TRUE(file->seek(4));
+    std::vector<StorageSystemReadRange> ranges{at(7, 2), at(0, 3), at(1, 4)};
+    EXPECT_TRUE(read(*file, ranges));
+    EXPECT_THAT(texts, ElementsAre("78", "012", "1234"));
+    for (const auto& range : ranges) {
+        EXPECT_EQ(range.result.status, Status::Complete);
+        EXPECT_EQ(range.result.count, range.size);
+    }
+    EXPECT_EQ(file->tell(), 4U);
+}
+
+TEST_F(Ranges, ThatReachBeyondTheEndAreCutThere)
+{
+    const auto file = openWith("0123456789");
+    std::vector<StorageSystemReadRange> ranges{at(8, 5), at(10, 1), at(1'000, 1), at(2, 1)};
+    EXPECT_TRUE(read(*file, ranges));
+    EXPECT_THAT(texts, ElementsAre("89xxx", "x", "x", "2"));
+    EXPECT_EQ(ranges[0].result.count, 2U);
+    for (std::size_t index = 0; index < 3; ++index) {
+        EXPECT_EQ(ranges[index].result.status, Status::EndOfFile) << index;
+    }
+    EXPECT_EQ(ranges[1].result.count + ranges[2].result.count, 0U);
+    EXPECT_EQ(ranges[3].result.status, Status::Complete);
+}
+
+TEST_F(Ranges, OfNoBytesAreDoneAndNoRangesToo)
+{
+    const auto file = openWith("0123456789");
+    std::vector<StorageSystemReadRange> ranges;
+    EXPECT_TRUE(file->readRanges(ranges));
+    EXPECT_TRUE(file->writeRanges({}));
+    ranges = {{1'000, nullptr, 0, {}}};
+    EXPECT_TRUE(file->readRanges(ranges));
+    EXPECT_EQ(ranges[0].result.status, Status::Complete);
+    EXPECT_EQ(ranges[0].result.count, 0U);
+    EXPECT_TRUE(file->writeRanges({{1'000, nullptr, 0}}));
+    EXPECT_EQ(system.bytesOf("/file"), "0123456789");
+}
+
+TEST_F(Ranges, OfWhichOneFailsAreRightOtherwise)
+{
+    const auto file = openWith("0123456789");
+    ASSERT_TRUE(file->seek(1));
+    system.behaviour.unreadableFrom = 6;
+    std::vector<StorageSystemReadRange> ranges{at(0, 2), at(4, 4), at(2, 2)};
+    EXPECT_FALSE(read(*file, ranges));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::Other);
+    EXPECT_EQ(ranges[0].result.status, Status::Complete);
+    EXPECT_EQ(ranges[1].result.status, Status::Error);
+    EXPECT_EQ(ranges[1].result.count, 2U);
+    EXPECT_EQ(ranges[2].result.status, Status::Complete);
+    EXPECT_THAT(texts, ElementsAre("01", "45xx", "23"));
+    EXPECT_EQ(file->tell(), 1U);
+}
+
+TEST_F(Ranges, AreWrittenInTheirOrderAndThePositionStays)
+{
+    const auto file = openWith("0123456789");
+    ASSERT_TRUE(file->seek(4));
+    const std::string first = "aaaa";
+    const std::string second = "bb";
+    const std::string behind = "c";
+    EXPECT_TRUE(file->writeRanges({at(2, first), at(3, second), at(12, behind)}));
+    EXPECT_EQ(system.bytesOf("/file"), std::string("01abba6789\0\0c", 13));
+    EXPECT_EQ(file->tell(), 4U);
+}
+
+TEST_F(Ranges, AreNotWrittenAfterAFailure)
+{
+    const auto file = openWith("0123456789");
+    system.behaviour.unwritableFrom = 6;
+    const std::string bytes = "aa";
+    EXPECT_FALSE(file->writeRanges({at(0, bytes), at(7, bytes), at(2, bytes)}));
+    EXPECT_EQ(system.bytesOf("/file"), "aa23456789");
+    EXPECT_EQ(file->tell(), 0U);
+}
+
+TEST_F(Ranges, OfAFileThatIsAppendedToAreNotWritten)
+{
+    system.addFile("/log", "old");
+    for (const bool has : {false, true}) {
+        system.behaviour.hasRanges = has;
+        const auto file = system.fileOpen("/log", Mode::Read | Mode::Write | Mode::Append);
+        ASSERT_NE(file, nullptr);
+        const std::string bytes = "new";
+        EXPECT_FALSE(file->writeRanges({at(0, bytes)}));
+        EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::Unsupported);
+        EXPECT_EQ(system.bytesOf("/log"), "old");
+        std::vector<StorageSystemReadRange> ranges{at(0, 3)};
+        EXPECT_TRUE(read(*file, ranges));
+        EXPECT_THAT(texts, ElementsAre("old"));
+    }
+}
+
+TEST_F(Ranges, ThatEndBeyondWhatCanBeCountedAreRefusedTogether)
+{
+    const auto file = openWith("0123456789");
+    std::vector<StorageSystemReadRange> ranges{at(0, 2), at(~std::uint64_t{0}, 1)};
+    EXPECT_FALSE(read(*file, ranges));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::TooLarge);
+    EXPECT_EQ(ranges[0].result.status, Status::Error);
+    EXPECT_FALSE(file->writeRanges({{~std::uint64_t{0}, "x", 1}}));
+    EXPECT_EQ(FileSystem::Failure::last().code(), FileSystem::FailureCode::TooLarge);
+    EXPECT_THAT(system.calls(), IsEmpty());
+}
+
+TEST_F(Ranges, GoToASystemThatHasThem)
+{
+    const auto file = openWith("0123456789");
+    system.behaviour.hasRanges = true;
+    std::vector<StorageSystemReadRange> ranges{at(8, 5), at(0, 1)};
+    EXPECT_TRUE(read(*file, ranges));
+    EXPECT_EQ(ranges[0].result.status, Status::EndOfFile);
+    EXPECT_THAT(system.calls(), ElementsAre("range.read 8+5 /file", "range.read 0+1 /file"));
+    system.calls().clear();
+    const std::string bytes = "aa";
+    EXPECT_TRUE(file->writeRanges({at(3, bytes)}));
+    EXPECT_THAT(system.calls(), ElementsAre("range.write 3+2 /file"));
+}
+
+TEST_F(Ranges, AreNotMovedWhereThePositionIsNotKnown)
+{
+    const auto file = openWith("0123456789");
+    system.behaviour.isValid = false;
+    std::vector<StorageSystemReadRange> ranges{at(0, 2)};
+    EXPECT_FALSE(read(*file, ranges));
+    EXPECT_EQ(ranges[0].result.status, Status::Error);
+    EXPECT_FALSE(file->writeRanges({{0, "x", 1}}));
+    EXPECT_EQ(system.bytesOf("/file"), "0123456789");
 }

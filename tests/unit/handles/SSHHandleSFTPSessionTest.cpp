@@ -137,60 +137,60 @@ TEST_F(SftpHandle, AFileThatGoesWithItsSessionAsksTheServerForNothing)
     EXPECT_FALSE(opened->isValid());
 }
 
-TEST_F(SftpHandle, AFileIsCommittedWhenTheServerConfirmsThatItIsClosed)
+TEST_F(SftpHandle, AFileIsClosedWellWhenTheServerConfirmsIt)
 {
     const auto opened = openFile();
     EXPECT_CALL(libssh, ssh_set_blocking).Times(0);
     EXPECT_CALL(libssh, sftp_close(&file)).WillOnce(Return(SSH_OK));
-    EXPECT_TRUE(opened->commit());
+    EXPECT_TRUE(opened->close());
     EXPECT_NE(file.handle, nullptr);
     EXPECT_FALSE(opened->isValid());
     EXPECT_EQ(opened->getResource(), nullptr);
     EXPECT_TRUE(handle->isValid());
-    EXPECT_TRUE(opened->commit());
+    EXPECT_TRUE(opened->close());
     opened->deleteMe();
-    EXPECT_TRUE(opened->commit());
+    EXPECT_TRUE(opened->close());
     ::testing::Mock::VerifyAndClearExpectations(&libssh);
 }
 
-TEST_F(SftpHandle, AFileIsNotCommittedWhenTheServerRefusesToCloseIt)
+TEST_F(SftpHandle, AFileIsNotClosedWellWhenTheServerRefuses)
 {
     for (const int answer : {SSH_ERROR, SSH_AGAIN}) {
         const auto opened = openFile();
         EXPECT_CALL(libssh, sftp_close(&file)).WillOnce(Return(answer));
-        EXPECT_FALSE(opened->commit());
+        EXPECT_FALSE(opened->close());
         EXPECT_FALSE(opened->isValid());
-        EXPECT_FALSE(opened->commit());
+        EXPECT_FALSE(opened->close());
         opened->deleteMe();
     }
 }
 
-TEST_F(SftpHandle, AFileIsNotCommittedOnceItWasClosed)
+TEST_F(SftpHandle, AFileIsNotClosedWellOnceItWasInvalidated)
 {
     const auto opened = openFile();
     EXPECT_CALL(libssh, sftp_close(&file)).Times(1);
     opened->invalidate();
-    EXPECT_FALSE(opened->commit());
+    EXPECT_FALSE(opened->close());
 }
 
-TEST_F(SftpHandle, AFileWhoseSessionHasEndedIsNotCommittedAndAsksForNothing)
+TEST_F(SftpHandle, AFileWhoseSessionHasEndedIsNotClosedWellAndAsksForNothing)
 {
     const auto opened = openFile();
     session.retireChildren();
     EXPECT_CALL(libssh, sftp_close).Times(0);
-    EXPECT_FALSE(opened->commit());
+    EXPECT_FALSE(opened->close());
 }
 
-TEST_F(SftpHandle, AFileThatCannotBeCommittedIsInvalidAllTheSame)
+TEST_F(SftpHandle, AFileThatCannotBeClosedIsInvalidAllTheSame)
 {
     const auto opened = openFile();
     EXPECT_CALL(libssh, sftp_close(&file)).WillOnce(::testing::Throw(std::runtime_error("broken")));
-    EXPECT_THROW(opened->commit(), std::runtime_error);
+    EXPECT_THROW(opened->close(), std::runtime_error);
     EXPECT_FALSE(opened->isValid());
-    EXPECT_FALSE(opened->commit());
+    EXPECT_FALSE(opened->close());
 }
 
-TEST_F(SftpHandle, AFileIsCommittedUnderTheLock)
+TEST_F(SftpHandle, AFileIsClosedUnderTheLock)
 {
     const auto opened = openFile();
     std::unique_ptr<Background> other;
@@ -199,7 +199,7 @@ TEST_F(SftpHandle, AFileIsCommittedUnderTheLock)
         EXPECT_TRUE(other->isHeldUp());
         return SSH_OK;
     });
-    EXPECT_TRUE(opened->commit());
+    EXPECT_TRUE(opened->close());
     EXPECT_TRUE(other->ends());
 }
 

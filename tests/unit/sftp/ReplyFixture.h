@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sftp/SFTPReplies.h"
+#include "sftp/LibsshRequests.h"
 #include "sftp/SftpFixture.h"
 
 #include <cstdint>
@@ -36,6 +36,7 @@ class ReplyFixture : public SftpFixture
 protected:
     ReplyFixture()
     {
+        ON_CALL(libssh, ssh_string_new).WillByDefault(::testing::Return(fakeString()));
         ON_CALL(libssh, ssh_buffer_get).WillByDefault([this](ssh_buffer payload) {
             return static_cast<void*>(payloads.at(payload).data());
         });

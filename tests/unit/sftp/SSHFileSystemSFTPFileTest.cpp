@@ -350,7 +350,7 @@ TEST_F(SftpOpenFile, IsAskedForItsStateWhileAnotherThreadHoldsTheLock)
     EXPECT_TRUE(asking.ends());
 }
 
-TEST_F(SftpOpenFile, CommitsByClosingAndTellsWhatTheServerSays)
+TEST_F(SftpOpenFile, ClosesAndTellsWhatTheServerSays)
 {
     for (const int answer : {SSH_OK, SSH_ERROR}) {
         auto another = std::make_unique<sftp_file_struct>(file);
@@ -358,7 +358,7 @@ TEST_F(SftpOpenFile, CommitsByClosingAndTellsWhatTheServerSays)
         EXPECT_CALL(libssh, sftp_close(another.get())).WillOnce(Return(answer));
         const auto written = files.fileOpen("/b", StorageSystemFileOpenModeFlag::Write);
         ASSERT_NE(written, nullptr);
-        EXPECT_EQ(written->commit(), answer == SSH_OK);
+        EXPECT_EQ(written->close(), answer == SSH_OK);
     }
 }
 

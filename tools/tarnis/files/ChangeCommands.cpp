@@ -289,7 +289,7 @@ bool makeFile(const FileSystem::FileSystem2& system, const std::string& path)
 {
     using Mode = FileSystem::StorageSystemFileOpenModeFlag;
     const auto file = system.fileOpen(path, Mode::Write | Mode::Create);
-    return file != nullptr && file->commit();
+    return file != nullptr && file->close();
 }
 
 /// `tarnis touch`: sets the modification time of remote files.

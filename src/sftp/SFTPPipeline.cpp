@@ -1,0 +1,197 @@
+#include "sftp/SFTPPipeline.h"
+
+#include "sftp/SFTPCall.h"
+
+#include <FileSystem/FailureScope.h>
+
+#include <algorithm>
+
+namespace Tarnis {
+
+namespace {
+
+constexpr std::size_t mostInFlight = 64;
+
+// Length, type and number of a write request, two lengths of texts, and the position.
+constexpr std::uint32_t overheadBesideHandle = 4 + 1 + 4 + 4 + 4 + 8;
+
+std::string_view handleOf(sftp_file file)
+{
+    return {static_cast<const char*>(ssh_string_data(file->handle)), ssh_string_len(file->handle)};
+}
+
+} // namespace
+
+SFTPPipeline::SFTPPipeline(SSHHandleSFTPSessionFile& file, const std::string& path,
+                           SFTPFlow::Direction direction)
+    : file_(file)
+    , path_(path)
+    , direction_(direction)
+    , share_(file.flow(), direction)
+    , requests_(file.lossMark())
+    , socket_(SSHSocketWait::Clock::time_point::max())
+{}
+
+SFTPPipeline::~SFTPPipeline()
+{
+    const FileSystem::FailureKeeper keeper;
+    try {
+        for (; !inFlight_.empty(); inFlight_.pop_front()) {
+            callUnlessLost(file_, [this](sftp_file file) {
+                return requests_.await(file->sftp, inFlight_.front().number).has_value();
+            });
+        }
+    } catch (...) {
+        // Nobody is left to tell; the answers are dropped with the SFTP session.
+    }
+}
+
+std::optional<bool> SFTPPipeline::run(SFTPPieces& pieces)
+{
+    auto piece = pieces.next();
+    while (piece || !inFlight_.empty()) {
+        const Attempt sending = piece ? attempt(pieces, *piece) : Attempt::TooEarly;
+        if (sending == Attempt::NotAble && !hasSent_) {
+            return std::nullopt;
+        }
+        if (sending == Attempt::TooEarly) {
+            waitOrCollect(pieces);
+        } else if (sending != Attempt::Sent) {
+            giveUp(pieces);
+        }
+        piece = pieces.next();
+    }
+    return !hasFailed_;
+}
+
+bool SFTPPipeline::mayFollow(const SFTPPieces& pieces, const SFTPPiece& piece) const
+{
+    return inFlight_.size() < mostInFlight &&
+           std::none_of(inFlight_.begin(), inFlight_.end(), [&](const Request& request) {
+               return pieces.hasToFollow(piece, request.piece);
+           });
+}
+
+SFTPPipeline::Attempt SFTPPipeline::attempt(SFTPPieces& pieces, const SFTPPiece& piece)
+{
+    if (!mayFollow(pieces, piece)) {
+        return Attempt::TooEarly;
+    }
+    const auto done =
+        callUnlessLost(file_, [&](sftp_file file) { return sendNow(file, pieces, piece); });
+    if (!done) {
+        noteLost();
+    }
+    return done.value_or(Attempt::Failed);
+}
+
+SFTPPipeline::Attempt SFTPPipeline::sendNow(sftp_file file, SFTPPieces& pieces,
+                                            const SFTPPiece& piece)
+{
+    const sftp_session sftp = file->sftp;
+    sftp->errnum = SSH_FX_OK;
+    const std::string_view handle = handleOf(file);
+    const std::uint32_t size = allowed(sftp, piece, handle.size());
+    if (requests_.isBroken()) {
+        return noteUnsent(sftp);
+    }
+    if (size == 0) {
+        return Attempt::TooEarly;
+    }
+    if (direction_ == SFTPFlow::Direction::Reads && file_.flow().mayNarrow()) {
+        receiveWindow_.widen(sftp->channel);
+    }
+    const auto number = requests_.takeNumber(sftp);
+    if (!number) {
+        return Attempt::NotAble;
+    }
+    const SFTPPiece part{piece.range, piece.from, size};
+    packet_.clear();
+    SFTPPacketWriter writer(packet_);
+    pieces.encode(writer, *number, handle, part);
+    if (!LibsshRequests::send(sftp, packet_)) {
+        return noteUnsent(sftp);
+    }
+    inFlight_.push_back({*number, part});
+    share_.add(size);
+    pieces.advance(size);
+    socket_.progressed();
+    hasSent_ = true;
+    return Attempt::Sent;
+}
+
+SFTPPipeline::Attempt SFTPPipeline::noteUnsent(sftp_session sftp)
+{
+    if (!hasFailed_) {
+        noteSftpFailure(sftp, file_.lossMark(), path_, SFTPNotes::All, SFTPSubject::OpenFile);
+    }
+    return Attempt::Failed;
+}
+
+std::uint32_t SFTPPipeline::allowed(sftp_session sftp, const SFTPPiece& piece,
+                                    std::size_t handleSize)
+{
+    const auto overhead = static_cast<std::uint32_t>(overheadBesideHandle + handleSize);
+    const std::uint32_t size = share_.allowed(sftp, piece.size, overhead);
+    // A server may read on only when it has got rid of its replies, whomever they are for.
+    const bool takesIn = size == 0 && inFlight_.empty() && requests_.takeIn(sftp);
+    return takesIn ? share_.allowed(sftp, piece.size, overhead) : size;
+}
+
+/// The server has read everything before what it answers. Whoever has nothing in flight waits for
+/// the others' answers, without the lock.
+void SFTPPipeline::waitOrCollect(SFTPPieces& pieces)
+{
+    if (!inFlight_.empty()) {
+        collectOldest(pieces);
+    } else {
+        // Where it is lost, the next attempt says so.
+        static_cast<void>(unlessLost(file_, [this] { return socket_.wait(file_); }));
+    }
+}
+
+void SFTPPipeline::collectOldest(SFTPPieces& pieces)
+{
+    const Request request = inFlight_.front();
+    inFlight_.pop_front();
+    const auto isTaken =
+        callUnlessLost(file_, [&](sftp_file file) { return collect(file, pieces, request); });
+    share_.remove(request.piece.size);
+    if (!isTaken) {
+        noteLost();
+    }
+    if (!isTaken.value_or(false)) {
+        hasFailed_ = true;
+        pieces.fail(request.piece);
+    }
+}
+
+bool SFTPPipeline::collect(sftp_file file, SFTPPieces& pieces, const Request& request)
+{
+    file->sftp->errnum = SSH_FX_OK;
+    const auto reply = requests_.await(file->sftp, request.number);
+    const auto refusal =
+        reply ? pieces.take(request.piece, *reply) : std::make_optional<SFTPRefusal>();
+    if (refusal && !hasFailed_) {
+        noteRefusal(file->sftp, file_.lossMark(), *refusal, path_);
+    }
+    return !refusal;
+}
+
+void SFTPPipeline::noteLost()
+{
+    if (!hasFailed_) {
+        failForLostSftp(path_);
+    }
+}
+
+/// Nothing more can be sent.
+void SFTPPipeline::giveUp(SFTPPieces& pieces)
+{
+    hasFailed_ = true;
+    while (const auto piece = pieces.next()) {
+        pieces.fail(*piece);
+    }
+}
+
+} // namespace Tarnis
