@@ -133,7 +133,7 @@ using Mode = FileSystem::StorageSystemFileOpenModeFlag;
 /// Why the text cannot be written; empty where it can.
 std::string problemOfWriting(FileSystem::StorageSystemFile& file, const std::string& text)
 {
-    const bool isWritten = file.writeFully(text.data(), text.size()) && file.commit();
+    const bool isWritten = file.writeFully(text.data(), text.size()) && file.close();
     return isWritten ? std::string() : FileSystem::Failure::last().cause();
 }
 
