@@ -26,7 +26,7 @@ class SSHHandleSFTPSession;
 /// Failures: told by results, as the base classes say; FileSystem::Failure::last() has the reason.
 /// What the server refused has FailureSource::Server with the status of its answer and its text;
 /// where the status says little ("failure"), the library looks what stands there and gives the code
-/// for that. SSHSession::getLastError() has the server's message too.
+/// for that. SSHSession::getLastError() has the server's message too, except of ranges and copies.
 ///
 /// A lost server: an operation that finds the channel or the connection at its end, or a packet
 /// that cannot be read, fails with FailureCode::ConnectionLost, and this object and its files are

@@ -527,7 +527,10 @@ TEST_F(RcloneFlowTest, OpenFilesAreCopiedWhileAnotherWritesWithoutLookingForRoom
     const auto fetch = [this](const std::string& to) {
         return copyOpenFile(client_->files(), "/source", local_, to);
     };
-    expectAllGetThrough(6, fetch, 0, {});
+    const auto send = [this](const std::string& to) {
+        return copyOpenFile(local_, here_.file("source"), client_->files(), to);
+    };
+    expectAllGetThrough(6, fetch, 3, send);
     isOver = true;
     expectDone(writing, *client_);
     EXPECT_EQ(sha256(readFile(server_->root() + "/plain")), sha256(content_));

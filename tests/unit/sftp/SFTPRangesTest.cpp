@@ -348,6 +348,19 @@ TEST_F(SftpRanges, AreErrorsOnALostSession)
     EXPECT_TRUE(asked.empty());
 }
 
+TEST_F(SftpRanges, GiveUpOnceSomebodyElseHasLostTheSession)
+{
+    content = bytes(3'000'000);
+    onAnswer = [this] { fileHandle->lossMark() = answers == 5; };
+    EXPECT_FALSE(read({{0, 2'000'000}, {2'000'000, 100}}));
+    // The fifth answer may have come in time.
+    EXPECT_EQ(ranges[0].result.status, Status::Error);
+    EXPECT_LE(ranges[0].result.count, 5 * largest);
+    expectRange(1, Status::Error, 0);
+    EXPECT_EQ(Failure::last().code(), FailureCode::ConnectionLost);
+    EXPECT_EQ(answers, 5);
+}
+
 TEST_F(SftpRanges, ThrowOnceTheSessionHasEnded)
 {
     content = bytes(1'000'000);
