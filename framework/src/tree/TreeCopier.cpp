@@ -234,7 +234,7 @@ bool TreeCopier::hasStep() const
 
 bool TreeCopier::hasSteps() const
 {
-    return !toEnter_.empty() || !toFill_.empty() || !toLeave_.empty();
+    return !toEnter_.empty() || !toFill_.empty() || !toLeave_.empty() || !waiting_.empty();
 }
 
 /// Whoever shares a place with another comes when that one is there.
@@ -261,6 +261,8 @@ void TreeCopier::beginStep()
     const bool mayRead = reading_ < mostReading && held_ < enoughHeld;
     if (!toLeave_.empty()) {
         leave(takeLast(toLeave_));
+    } else if (!waiting_.empty()) {
+        beginAgain(takeLast(waiting_));
     } else if (!toEnter_.empty() && (mayRead || toFill_.empty())) {
         beginDirectory(takeLast(toEnter_));
     } else if (!toFill_.empty()) {
@@ -706,6 +708,7 @@ void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bo
         transfer = readers_.back();
     }
     work_.begin();
+    isAlone_ = transfers_.empty();
     transfers_.push_back(transfer);
     transfer->start([this, parent](EntryTransfer& over) { ended(over, parent); });
 }
@@ -720,6 +723,16 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
     work_.end();
     if (transfer.isToBeRepeated()) {
         beginTransfer(TreeEntry(transfer.entry()), parent, transfer.mustBeNew());
+        return;
+    }
+    const bool isOlder = older_ > 0;
+    older_ -= isOlder ? 1 : 0;
+    if (waitsForRoom(transfer)) {
+        if (!isOlder) {
+            older_ = transfers_.size();
+            work_.limit((transfers_.size() + 1) / 2);
+        }
+        waiting_.push_back({transfer.entry(), parent, transfer.mustBeNew()});
         return;
     }
     finishEntry(parent);
@@ -741,6 +754,18 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
     } else {
         work_.done(transfer.entry());
     }
+}
+
+/// Whether it failed since too many files were open, and others than its own.
+bool TreeCopier::waitsForRoom(const EntryTransfer& transfer) const
+{
+    return transfer.outcome() == EntryTransfer::Outcome::Failed && !work_.isOver() &&
+           transfer.failure().code() == FailureCode::NoResources && !isAlone_;
+}
+
+void TreeCopier::beginAgain(const Waiting& waiting)
+{
+    beginTransfer(TreeEntry(waiting.entry), waiting.parent, waiting.mustBeNew);
 }
 
 /// What came through a link that has taken the directory's place is not the tree's.

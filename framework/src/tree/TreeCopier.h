@@ -58,6 +58,14 @@ private:
         CopyTurn turn;
     };
 
+    /// A file or a link that is to be copied once something else has been closed.
+    struct Waiting
+    {
+        TreeEntry entry;
+        DirectoryPtr parent;
+        bool mustBeNew;
+    };
+
     void run();
     void abandon();
     void tellProgress();
@@ -85,6 +93,8 @@ private:
     void beginNextEntry();
     void beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bool mustBeNew);
     void ended(EntryTransfer& transfer, const DirectoryPtr& parent);
+    bool waitsForRoom(const EntryTransfer& transfer) const;
+    void beginAgain(const Waiting& waiting);
     void leave(const DirectoryPtr& directory);
     void finish(const DirectoryPtr& directory);
     void finished(const DirectoryPtr& directory, const std::vector<Failure>& losses);
@@ -120,6 +130,9 @@ private:
     std::vector<DirectoryPtr> toEnter_;
     std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.
     std::vector<DirectoryPtr> toLeave_;
+    std::vector<Waiting> waiting_;
+    bool isAlone_ = false;  ///< What was begun last had nothing else in flight beside it.
+    std::size_t older_ = 0; ///< How much in flight was begun before the limit was lowered.
     /// Those whose files are being copied, in the order in which they were begun.
     std::list<std::shared_ptr<EntryTransfer>> transfers_;
     std::list<std::shared_ptr<FileTransfer>> readers_;

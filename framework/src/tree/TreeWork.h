@@ -3,6 +3,7 @@
 #include <FileSystem/Failure.h>
 #include <FileSystem/TreeOperations.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -38,6 +39,9 @@ public:
 
     /// Nobody is told anything any more, and nothing else begun.
     void mute() noexcept { isOver_ = isMuted_ = true; }
+
+    /// From now on, no more than that is in flight at once.
+    void limit(std::size_t most) noexcept { limit_ = std::clamp<std::size_t>(most, 1, limit_); }
 
     void begin() noexcept { ++inFlight_; }
 

@@ -141,6 +141,26 @@ TEST_P(CopyTreeContract, HasNoMoreFilesOpenThanPay)
     EXPECT_EQ(report.files, 300U);
 }
 
+TEST_P(CopyTreeContract, GoesOnWithFewerFilesWhereNoMoreCanBeOpen)
+{
+    makeSourceDirectory("t");
+    for (int i = 0; i < 300; ++i) {
+        makeSource("t/" + std::to_string(i), std::to_string(i));
+    }
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = 120;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    TreeCopyOptions options;
+    options.inFlight = 300;
+    const auto report = copy("t", "copy", options);
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.files, 300U);
+    EXPECT_EQ(namesIn("copy").size(), 300U);
+}
+
 TEST_P(CopyTreeContract, OneOperationInFlightIsEnough)
 {
     makeTree();
