@@ -33,7 +33,7 @@ std::size_t stepOf(std::uint64_t size)
 class LocalFileServices final : public StorageSystemFileServices
 {
 public:
-    LocalFileServices(const FileDescriptor& descriptor, const std::string& fileId)
+    LocalFileServices(const Posix::FileDescriptor& descriptor, const std::string& fileId)
         : descriptor_(descriptor)
         , fileId_(fileId)
     {}
@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    const FileDescriptor& descriptor_;
+    const Posix::FileDescriptor& descriptor_;
     const std::string& fileId_;
 };
 
