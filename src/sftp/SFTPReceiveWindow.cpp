@@ -5,7 +5,8 @@ namespace Tarnis {
 namespace {
 
 // As much as copies have in flight at most, so that the window is never what they wait for: 100 ms
-// away 6 MiB would be 60 MB per second. What arrives is handed over at once and takes no memory here.
+// away 6 MiB would be 60 MB per second. What arrives is handed over at once and takes no memory
+// here.
 constexpr std::uint32_t widest = std::uint32_t{32} << 20U;
 
 } // namespace

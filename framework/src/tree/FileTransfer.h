@@ -33,7 +33,6 @@ public:
     void readNext();
 
 protected:
-
     /// Opens what is written to, when it is known what the source is, and begins to write. \param
     /// source as it is open.
     virtual void openTarget(const Attributes& source);

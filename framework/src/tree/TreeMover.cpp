@@ -203,9 +203,8 @@ void TreeMover::renameOrCopy()
 /// not read for nothing.
 bool TreeMover::isWorthCopying(const Failure& why)
 {
-    const auto hopeless = {FailureCode::Exists, FailureCode::NotFound,
-                             FailureCode::ConnectionLost, FailureCode::BadName,
-                             FailureCode::IntoItself};
+    const auto hopeless = {FailureCode::Exists, FailureCode::NotFound, FailureCode::ConnectionLost,
+                           FailureCode::BadName, FailureCode::IntoItself};
     if (std::any_of(hopeless.begin(), hopeless.end(),
                     [&why](FailureCode code) { return why.code() == code; })) {
         return false;
