@@ -17,6 +17,13 @@ constexpr CopyContext::Permissions allOfTheOwner{0700U};
 constexpr auto writtenByOthers =
     PosixFilePermissionFlag::GroupWrite | PosixFilePermissionFlag::OthersWrite;
 
+/// Some systems have none of their own, or the same for all directories. Not Unsupported: so this
+/// machine refuses to follow a link that stands there.
+bool isForWantOfPermissions(const Failure& failure)
+{
+    return failure.code() == FailureCode::NotKept || failure.code() == FailureCode::Denied;
+}
+
 } // namespace
 
 DirectoryTransfer::DirectoryTransfer(CopyContext& context, const TreeEntry& entry)
@@ -215,8 +222,7 @@ void DirectoryTransfer::setFinalMode()
             self->withoutSticky(why);
             return;
         }
-        // As far as the system has permissions at all.
-        if (self->context_.options.preservesPermissions) {
+        if (self->context_.options.preservesPermissions || !isForWantOfPermissions(why)) {
             self->lose(why, "the permissions");
         }
         self->tellFinished();

@@ -263,7 +263,7 @@ TEST_F(ScriptedPermissionsTest, OfADirectoryAreNotGivenToWhatALinkInItsPlaceLead
         std::filesystem::rename(target + "/t/d", target + "/aside");
         std::filesystem::create_symlink(victim, target + "/t/d");
         sftp().setScript({});
-        EXPECT_EQ(tool->wait(), 1);
+        EXPECT_EQ(tool->wait(), 1) << option << tool->errorOutput();
         EXPECT_EQ(modeOf(victim), 0600U) << option << tool->errorOutput();
     }
     ::chmod(sftp().path("t/d").c_str(), 0700);
