@@ -375,7 +375,9 @@ std::optional<std::string> StorageSystem::absolutePath(const std::string& path) 
 
 void StorageSystem::setServices(std::unique_ptr<StorageSystemServices> services)
 {
-    services_ = std::move(services);
+    if (services != nullptr) {
+        services_ = std::move(services);
+    }
 }
 
 std::unique_ptr<StorageSystemQueue> StorageSystem::createQueue() const

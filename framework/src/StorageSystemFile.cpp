@@ -385,13 +385,19 @@ bool StorageSystemFile::copyInSteps(StorageSystemFile& target, std::uint64_t ste
     return report(done);
 }
 
-/// Reads at an offset, which is the position of a file that has no ranges.
+/// Reads at an offset. Ranges leave the position alone, and what went before may have been one.
 StorageSystemReadResult StorageSystemFile::readNext(std::uint64_t offset, char* buffer,
                                                     std::uint64_t size) const
 {
     std::vector<StorageSystemReadRange> range{
         {offset, buffer, size, {0, StorageSystemReadResult::Status::Error}}};
-    return services_->readRanges(range) ? range.front().result : readFully(buffer, size);
+    if (services_->readRanges(range)) {
+        return range.front().result;
+    }
+    const auto position = positionOf(*this);
+    const bool isThere = position && (*position == offset || seek(offset));
+    return isThere ? readFully(buffer, size)
+                   : StorageSystemReadResult{0, StorageSystemReadResult::Status::Error};
 }
 
 /// Writes at an offset, which is the position, and moves that.
@@ -441,7 +447,9 @@ StorageSystemFile* StorageSystemFile::copyTarget() const noexcept
 
 void StorageSystemFile::provide(std::unique_ptr<StorageSystemFileServices> services) noexcept
 {
-    services_ = std::move(services);
+    if (services != nullptr) {
+        services_ = std::move(services);
+    }
 }
 
 } // namespace FileSystem

@@ -57,6 +57,9 @@ std::optional<bool> SFTPPipeline::run(SFTPPieces& pieces)
         if (sending == Attempt::TooEarly) {
             waitOrCollect(pieces);
         } else if (sending != Attempt::Sent) {
+            if (sending == Attempt::NotAble && !hasFailed_) {
+                FileSystem::fail(FileSystem::FailureCode::NoResources, {}, path_);
+            }
             giveUp(pieces);
         }
         piece = pieces.next();
@@ -154,8 +157,7 @@ void SFTPPipeline::collectOldest(SFTPPieces& pieces)
 {
     const Request request = inFlight_.front();
     inFlight_.pop_front();
-    const auto isTaken =
-        callUnlessLost(file_, [&](sftp_file file) { return collect(file, pieces, request); });
+    const auto isTaken = takeAnswer(pieces, request);
     share_.remove(request.piece.size);
     if (!isTaken) {
         noteLost();
@@ -163,6 +165,19 @@ void SFTPPipeline::collectOldest(SFTPPieces& pieces)
     if (!isTaken.value_or(false)) {
         hasFailed_ = true;
         pieces.fail(request.piece);
+    }
+}
+
+/// What has come before the SFTP session was lost counts. Empty: it is closed.
+std::optional<bool> SFTPPipeline::takeAnswer(SFTPPieces& pieces, const Request& request)
+{
+    try {
+        return callLocked(file_, [&](sftp_file file) { return collect(file, pieces, request); });
+    } catch (const FileSystem::handle_fatal_error&) {
+        if (!file_.isLost()) {
+            throw;
+        }
+        return std::nullopt;
     }
 }
 

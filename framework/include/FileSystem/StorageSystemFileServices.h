@@ -57,7 +57,7 @@ public:
     virtual ~StorageSystemFileServices();
 
     /// As StorageSystemFile::readRanges(), and without moving the position. Every result is given
-    /// as {0, Error}, and what it says when this throws counts. Not able: nothing was asked for.
+    /// as {0, Error}, and none counts when this throws. Not able: nothing was asked for.
     virtual std::optional<bool> readRanges(std::vector<StorageSystemReadRange>& ranges);
 
     /// As StorageSystemFile::writeRanges(), and without moving the position. Not called for a file

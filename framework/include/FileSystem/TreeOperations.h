@@ -184,8 +184,8 @@ struct TreeCopyOptions : TreeOptions
     /// copied. Not where anything of the source could not be read or copied, there or below, and
     /// not once the copy was stopped. What is there and not wanted from the source stays, and so
     /// does what may be an entry of the source in another spelling, for a system that does not tell
-    /// "a" from "A": the next copy removes it where it was not. A source of this copy stays in any
-    /// case.
+    /// "a" from "A": the next copy removes it where it was not. A source of this copy on the same
+    /// storage system stays in any case.
     bool removesOthers = false;
 };
 
@@ -235,7 +235,8 @@ FILESYSTEM_EXPORT TreeReport copyTree(const StorageSystem& source, const Storage
 /// Where everything is after a move.
 enum class TreeMoveOutcome : std::uint32_t
 {
-    Failed,     ///< Where it was; nothing of a copy is left but what TreeReport::left says.
+    Failed,     ///< Where it was, or at its new path where the connection was lost while it was
+                ///< renamed; nothing of a copy is left but what TreeReport::left says.
     Renamed,    ///< At its new path.
     Copied,     ///< At its new path, as a copy; the original is removed.
     NotRemoved, ///< The copy is complete, and not all of the original could be removed.
@@ -259,7 +260,10 @@ struct TreeMoveReport : TreeReport
 /// given up is removed again. So is one whose original may not leave its place, which a tree does
 /// in one step: while it is removed it stands beside its place, as ".NAME.XXXXXXXX.tarnis-old", and
 /// what is left of it goes back. A system that is lost while it removes may yet do what it was
-/// asked for last; the copy stays then.
+/// asked for last; the copy stays then, as it does where the original is not seen in its place any
+/// more. What others have put into a copy that is given up stays. Where an exception of the
+/// observer ends the removal, what is left of a tree goes back to its place as far as the system
+/// takes it.
 ///
 /// \param observer is told of each entry that was copied, or of the root that was renamed, by
 ///                 done(), and of what keeps it from moving by failed(): the copy ends at its first

@@ -169,7 +169,9 @@ private:
     {
         if (!failure_ && done_ < expected_) {
             queue_->look(*file_, [this](const Failure& why, const StorageSystemAttributes& now) {
-                if (why || now.size != done_) {
+                if (why) {
+                    giveUp(why);
+                } else if (now.size && *now.size != done_) {
                     giveUp(newFailure("read", path_, FailureCode::Changed,
                                       "it ended before its size"));
                 }

@@ -4,6 +4,8 @@
 #include "tree/CopyClaims.h"
 #include "tree/TreeRemover.h"
 
+#include <algorithm>
+
 namespace FileSystem {
 
 OtherRemoval::OtherRemoval(TreeWork& work, const StorageSystem& target, const std::string& root,
@@ -31,7 +33,18 @@ void OtherRemoval::remove(const std::vector<std::string>& names, const TreeOptio
 
 bool OtherRemoval::wants(const TreeEntry& entry)
 {
-    return kept_.count(withSmallLetters(entry.path)) == 0 && work_.removes(inTree(entry));
+    return !mayBeKept(entry.path) && work_.removes(inTree(entry));
+}
+
+/// Beyond ASCII a volume may have another spelling of its own.
+bool OtherRemoval::mayBeKept(const std::string& path) const
+{
+    const auto isBeyondAscii = [](const std::string& text) {
+        return std::any_of(text.begin(), text.end(),
+                           [](char byte) { return static_cast<unsigned char>(byte) > 0x7F; });
+    };
+    return kept_.count(withSmallLetters(path)) != 0 ||
+           (isBeyondAscii(path) && std::any_of(kept_.begin(), kept_.end(), isBeyondAscii));
 }
 
 void OtherRemoval::done(const TreeEntry& entry)

@@ -24,6 +24,7 @@ public:
     void remove(const std::vector<std::string>& names, const TreeOptions& options);
 
 private:
+    bool mayBeKept(const std::string& path) const;
     bool wants(const TreeEntry& entry) override;
     void done(const TreeEntry& entry) override;
     bool failed(const TreeEntry& entry, const Failure& failure) override;

@@ -1,6 +1,7 @@
 #include "tree/SlotMove.h"
 
 #include "failure/FailureWatch.h"
+#include "path/PathText.h"
 #include "tree/TreeMover.h"
 
 #include <FileSystem/FailureScope.h>
@@ -15,9 +16,15 @@ bool moveByCopyForSlot(const StorageSystem& system, const std::string& path,
     const auto report = TreeMover(system, path, newPath, nobody, {}).moveByCopy();
     if (!report.isComplete()) {
         const auto& why = report.failure;
-        const auto* const separator = why.text().empty() || report.left.empty() ? "" : "; ";
-        fail(why.code(), why.source(), why.number(), why.text() + separator + report.left,
-             why.entry());
+        std::string text = why.text();
+        const auto add = [&text](const std::string& more) {
+            text += (text.empty() || more.empty() ? "" : "; ") + more;
+        };
+        add(report.left);
+        if (!report.rest.empty() && report.rest != PathText::removeTrailingSlash(path)) {
+            add("what is left of it is at " + report.rest);
+        }
+        fail(why.code(), why.source(), why.number(), text, why.entry());
     }
     return report.isComplete();
 }

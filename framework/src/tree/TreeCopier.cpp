@@ -771,7 +771,9 @@ void TreeCopier::beginAgain(const Waiting& waiting)
 /// What came through a link that has taken the directory's place is not the tree's.
 void TreeCopier::leave(const DirectoryPtr& directory)
 {
-    if (!directory->others.empty() && !directory->hasFailures) {
+    // Another one may stand in its place, through a link, that has nothing.
+    if (!directory->others.empty() && !directory->hasFailures &&
+        source_.directoryExists(directory->entry.path, false)) {
         removeOthers(*directory);
     }
     work_.begin();
@@ -782,8 +784,10 @@ void TreeCopier::leave(const DirectoryPtr& directory)
     context_->source.lookUp(
         directory->entry.path, [this, directory](const Failure& failure, const auto& now) {
             if (failure) {
+                noteFailure(directory->parent);
                 work_.lose(directory->entry, failure);
             } else if (now.type && !isDirectory(now) && !directory->contents.failure) {
+                noteFailure(directory->parent);
                 work_.lose(directory->entry,
                            newFailure("copy", directory->entry.path, FailureCode::Changed));
             }

@@ -73,6 +73,8 @@ public:
         : mover_(mover)
     {}
 
+    void done(const TreeEntry& entry) override { isGone_ = isGone_ || entry.below.empty(); }
+
     bool wants(const TreeEntry& entry) override
     {
         const auto copied = mover_.copied_.find(entry.below);
@@ -95,8 +97,9 @@ public:
         return mover_.askWhetherToGoOn(mover_.progress_);
     }
 
-    /// Whether all is gone, as far as the system tells.
-    bool isDone() const noexcept { return kept_.empty() && !mover_.report_.isStopped; }
+    /// Whether all is gone, as far as the system tells. What stands at the path by now is no longer
+    /// the original.
+    bool isDone() const noexcept { return isGone_; }
 
     /// Nobody knows what became of what was asked for last.
     bool isLost() const
@@ -125,6 +128,26 @@ private:
 
     TreeMover& mover_;
     std::vector<std::pair<TreeEntry, Failure>> kept_;
+    bool isGone_ = false; ///< The root, and so all that was in it.
+};
+
+/// Removes a copy. What others have put into it meanwhile stays, with the directories that it is
+/// in.
+class TreeMover::TakingBack final : public TreeObserver
+{
+public:
+    explicit TakingBack(const TreeMover& mover)
+        : mover_(mover)
+    {}
+
+    bool wants(const TreeEntry& entry) override
+    {
+        return entry.below.empty() || isDirectory(entry.attributes) ||
+               mover_.copied_.count(entry.below) != 0;
+    }
+
+private:
+    const TreeMover& mover_;
 };
 
 TreeMover::TreeMover(const StorageSystem& system, const std::string& path,
@@ -183,8 +206,11 @@ bool TreeMover::look()
 
 bool TreeMover::isTargetFree()
 {
-    return presenceOf(root_.target) != Presence::There ||
-           tell(newFailure("move", root_.target, FailureCode::Exists));
+    Failure why;
+    if (lookNow(queue_, root_.target, why)) {
+        return tell(newFailure("move", root_.target, FailureCode::Exists));
+    }
+    return why.code() == FailureCode::NotFound || tell(why);
 }
 
 void TreeMover::renameOrCopy()
@@ -193,7 +219,8 @@ void TreeMover::renameOrCopy()
     if (!why) {
         renamed();
     } else if (!isWorthCopying(why)) {
-        static_cast<void>(tell(why));
+        static_cast<void>(
+            tell(isLoss(why) ? withText(why, "it may stand at " + root_.target) : why));
     } else {
         copyAndRemove();
     }
@@ -249,8 +276,11 @@ void TreeMover::copyAndRemove()
 /// What cannot be copied at all is found before anything is made.
 bool TreeMover::canBeCopied()
 {
-    if (leadsIntoItself(system_, root_.path, system_, root_.target)) {
-        return tell(newFailure("move", root_.target, FailureCode::IntoItself));
+    // A link is moved as itself, wherever it leads.
+    if (isTree() && leadsIntoItself(system_, root_.path, system_, root_.target)) {
+        Failure why;
+        const bool isLost = !lookNow(queue_, root_.path, why) && isLoss(why);
+        return tell(isLost ? why : newFailure("move", root_.target, FailureCode::IntoItself));
     }
     TreeSurvey survey(system_, system_, [this](std::uint64_t bytes) {
         TreeProgress progress;
@@ -290,6 +320,11 @@ bool TreeMover::copy()
     report_.links = copied.links;
     report_.bytes = copied.bytes;
     report_.left = copied.left;
+    const auto root = copied_.find(std::string());
+    if (root != copied_.end()) {
+        // It may have become something else since it was looked at first.
+        root_.attributes = root->second;
+    }
     return copied.isComplete() && isRootMade_;
 }
 
@@ -297,11 +332,15 @@ bool TreeMover::copy()
 void TreeMover::takeBack()
 {
     if (!isRootMade_) {
+        if (isLoss(report_.failure)) {
+            report_.left += (report_.left.empty() ? "" : "; ") +
+                            ("a part of the copy may be left beside " + root_.target);
+        }
         return;
     }
-    TreeObserver nobody;
-    const auto removed = TreeRemover(system_, nobody, {}).remove({root_.target});
-    if (!removed.isComplete() && presenceOf(root_.target) != Presence::Gone) {
+    TakingBack taking(*this);
+    const auto removed = TreeRemover(system_, taking, {}).remove({root_.target});
+    if (presenceOf(root_.target) != Presence::Gone) {
         report_.left += (report_.left.empty() ? "" : "; ") +
                         ("a part of the copy may be left at " + root_.target);
     }
@@ -317,7 +356,7 @@ void TreeMover::removeFile()
                           : removal.isLost() ? Presence::Unknown
                                              : presenceOf(root_.path);
     if (presence == Presence::Gone) {
-        report_.outcome = TreeMoveOutcome::Copied;
+        copied();
         return;
     }
     if (presence == Presence::There) {
@@ -333,14 +372,15 @@ void TreeMover::removeTree()
 {
     const auto aside = hiddenPath(root_.path, HiddenNameUse::SetAside);
     const auto why = rename(root_.path, aside);
-    if (isLoss(why)) {
-        report_.outcome = TreeMoveOutcome::NotRemoved;
-        static_cast<void>(tell(withText(why, "it may stand at " + aside)));
-        return;
-    }
     if (why) {
-        takeBack();
-        static_cast<void>(tell(why));
+        // Only what is seen to be whole in its place makes up for the copy.
+        const bool isThere = !isLoss(why) && presenceOf(root_.path) == Presence::There;
+        if (isThere) {
+            takeBack();
+        } else {
+            report_.outcome = TreeMoveOutcome::NotRemoved;
+        }
+        static_cast<void>(tell(isThere ? why : withText(why, "it may stand at " + aside)));
         return;
     }
     Removal removal(*this);
@@ -351,12 +391,19 @@ void TreeMover::removeTree()
         throw;
     }
     if (removal.isDone() || presenceOf(aside) == Presence::Gone) {
-        report_.outcome = TreeMoveOutcome::Copied;
+        copied();
         return;
     }
     report_.outcome = TreeMoveOutcome::NotRemoved;
     report_.rest = rename(aside, root_.path) ? aside : root_.path;
     removal.tell();
+}
+
+/// Whoever has said stop meanwhile has said it too late.
+void TreeMover::copied()
+{
+    report_.outcome = TreeMoveOutcome::Copied;
+    report_.isStopped = false;
 }
 
 void TreeMover::removeCopied(Removal& removal, const std::string& place)

@@ -30,6 +30,7 @@ public:
 private:
     class Copying;
     class Removal;
+    class TakingBack;
 
     enum class Presence
     {
@@ -51,6 +52,7 @@ private:
     void takeBack();
     void removeFile();
     void removeTree();
+    void copied();
     void removeCopied(Removal& removal, const std::string& place);
     Presence presenceOf(const std::string& path);
     Failure rename(const std::string& from, const std::string& to);

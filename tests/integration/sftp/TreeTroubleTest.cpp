@@ -326,6 +326,56 @@ std::string nameOfWay(const testing::TestParamInfo<Way>& way)
 INSTANTIATE_TEST_SUITE_P(Ways, TreeTroubleTest, testing::Values(Way::Up, Way::Down), nameOfWay);
 
 /// A server that refuses, in the middle of many.
+class MirrorTest : public OpenSshSftpTest
+{};
+
+// A server goes through a link in the path of what it lists.
+TEST_F(MirrorTest, RemovesNothingForADirectoryThatALinkToAnEmptyOneHasReplaced)
+{
+    class Swapping final : public TreeObserver
+    {
+    public:
+        explicit Swapping(std::string root)
+            : root_(std::move(root))
+        {}
+
+        bool wants(const TreeEntry& entry) override
+        {
+            if (entry.below == "sub") {
+                std::filesystem::rename(root_ + "/sub", root_ + "/moved");
+                std::filesystem::create_directory_symlink(root_ + "/../outside", root_ + "/sub");
+            }
+            return true;
+        }
+
+        bool failed(const TreeEntry& /*entry*/, const Failure& failure) override
+        {
+            codes.push_back(failure.code());
+            return true;
+        }
+
+        std::vector<std::error_code> codes;
+
+    private:
+        std::string root_;
+    } observer(path("from"));
+
+    for (const char* const name : {"outside", "from/sub", "to/sub"}) {
+        std::filesystem::create_directories(path(name));
+    }
+    directory().write("from/sub/a", "a");
+    directory().write("to/sub/kept", "kept");
+    directory().write("to/kept", "kept");
+    FileSystem::TreeCopyOptions options;
+    options.removesOthers = true;
+    const LocalFileSystem local;
+    const auto report = copyTree(files(), local, {{path("from"), path("to")}}, observer, options);
+    EXPECT_EQ(report.removed, 0U);
+    EXPECT_EQ(observer.codes, std::vector<std::error_code>{FailureCode::Changed});
+    EXPECT_EQ(readFile(path("to/sub/kept")), "kept");
+    EXPECT_EQ(readFile(path("to/kept")), "kept");
+}
+
 class TreeRefusalTest : public ScriptedSftpTest
 {
 protected:

@@ -206,7 +206,7 @@ protected:
     /// Whether the server is asked again and again, as many drop a client that is silent.
     bool isAskedWhileWaiting()
     {
-        const auto asked = [this] { return sftp().requestCount(SftpPacket::Lstat); };
+        const auto asked = [this] { return sftp().requestCount(SftpPacket::Realpath); };
         const auto before = asked();
         constexpr std::size_t more = 4;
         return waitUntil([&] { return asked() >= before + more; });
@@ -238,6 +238,23 @@ TEST_F(WaitingStreamTest, TheServerIsAskedWhileNobodyTakesTheOutput)
     EXPECT_TRUE(isAskedWhileWaiting()) << tool->errorOutput();
     EXPECT_TRUE(readFile(pipe) == data);
     EXPECT_EQ(tool->wait(), 0) << tool->errorOutput();
+}
+
+/// On a line that can be cut.
+class CutStreamTest : public FarFilesTest
+{};
+
+TEST_F(CutStreamTest, ALostConnectionIsNoticedWhileNoInputComes)
+{
+    ToolSetup put = setup("put", {"-", far("f")});
+    put.inputKind = Input::Pipe;
+    const auto tool = start(put);
+    tool->writeInput("text");
+    ASSERT_TRUE(waitUntil([this] { return !namesIn(there().path()).empty(); }));
+    line().cut(TcpProxy::Cut::Reset);
+    EXPECT_EQ(tool->wait(), 1) << tool->errorOutput();
+    EXPECT_THAT(tool->errorOutput(), HasSubstr("lost the connection"));
+    EXPECT_THAT(namesIn(there().path()), testing::Not(testing::Contains("f")));
 }
 
 } // namespace

@@ -257,6 +257,137 @@ TEST_F(MoveTreeFaultTest, AStepThatIsDoneThoughItFailsIsSeenToBeDone)
     }
 }
 
+TEST_F(MoveTreeFaultTest, TheCopyOfWhatIsGoneMeanwhileStays)
+{
+    for (const auto what : {What::File, What::Tree}) {
+        start(what);
+        system_->setFaultFunction([&](const MemoryOperation& operation) {
+            // When it is complete, whoever has the original takes it away.
+            const bool isRemoval = operation.kind == Kind::RemoveFile ||
+                                   (operation.kind == Kind::Rename && !usual(operation));
+            if (isRemoval && operation.path == "/from/t") {
+                EXPECT_TRUE(others_->fileRenameAs("/from", "/elsewhere"));
+                EXPECT_TRUE(others_->directoryCreateAs("/from", true));
+            }
+            return usual(operation);
+        });
+        Told told;
+        const auto report = move(told);
+        EXPECT_NE(report.outcome, TreeMoveOutcome::Failed);
+        EXPECT_EQ(treeAt(*others_, "/to/t"), original_);
+        EXPECT_EQ(treeAt(*others_, "/elsewhere/t"), original_);
+    }
+}
+
+TEST_F(MoveTreeFaultTest, TheCopyOfWhatIsNotSeenAnyMoreStays)
+{
+    start(What::Tree);
+    bool isUnseen = false;
+    system_->setFaultFunction([&](const MemoryOperation& operation) {
+        const bool isAside =
+            operation.kind == Kind::Rename && operation.path == "/from/t" && !usual(operation);
+        isUnseen = isUnseen || isAside;
+        return isUnseen && operation.path.rfind("/from", 0) == 0
+                   ? std::make_optional(MemoryFault::failure(FailureCode::Other))
+                   : usual(operation);
+    });
+    Told told;
+    const auto report = move(told);
+    EXPECT_TRUE(isUnseen);
+    EXPECT_EQ(report.outcome, TreeMoveOutcome::NotRemoved);
+    EXPECT_EQ(report.rest, "");
+    EXPECT_EQ(treeAt(*others_, "/to/t"), original_);
+}
+
+TEST_F(MoveTreeFaultTest, WhatHasComeIntoACopyThatIsGivenUpStays)
+{
+    start(What::Tree);
+    system_->setFaultFunction([&](const MemoryOperation& operation) {
+        if (operation.kind == Kind::Rename && operation.path == "/from/t" && !usual(operation)) {
+            write(*others_, "/to/t/d/new", "new");
+            return std::make_optional(MemoryFault::failure(FailureCode::Denied));
+        }
+        return usual(operation);
+    });
+    Told told;
+    const auto report = move(told);
+    EXPECT_EQ(report.outcome, TreeMoveOutcome::Failed);
+    EXPECT_EQ(treeAt(*others_, "/from/t"), original_);
+    EXPECT_EQ(treeAt(*others_, "/to/t"),
+              (Contents{{"", "directory"}, {"/d", "directory"}, {"/d/new", "new"}}));
+    EXPECT_THAT(report.left, HasSubstr("/to/t"));
+}
+
+TEST_F(MoveTreeFaultTest, AStopThatComesWhenAllIsRemovedIsTooLate)
+{
+    class Stopping : public Told
+    {
+    public:
+        explicit Stopping(const FileSystem2& system)
+            : system_(system)
+        {}
+
+        bool progress(const FileSystem::TreeProgress& /*progress*/) override
+        {
+            return !system_.directoryListFileNames("/from").empty();
+        }
+
+    private:
+        const FileSystem2& system_;
+    };
+
+    for (const auto what : {What::File, What::Tree}) {
+        start(what);
+        system_->setFaultFunction(usual);
+        Stopping observer(*others_);
+        const auto report = move(observer);
+        EXPECT_EQ(report.outcome, TreeMoveOutcome::Copied);
+        expectAsReported(report);
+    }
+}
+
+TEST_F(MoveTreeFaultTest, AFileThatAppearsWhereTheOriginalWasIsNotTheOriginal)
+{
+    class Stopping : public Told
+    {
+    public:
+        explicit Stopping(const FileSystem2& system)
+            : system_(system)
+        {}
+
+        bool progress(const FileSystem::TreeProgress& /*progress*/) override
+        {
+            if (!system_.directoryListFileNames("/from").empty()) {
+                return true;
+            }
+            write(system_, "/from/t", "new");
+            return false;
+        }
+
+    private:
+        const FileSystem2& system_;
+    };
+
+    start(What::File);
+    system_->setFaultFunction(usual);
+    Stopping observer(*others_);
+    EXPECT_EQ(move(observer).outcome, TreeMoveOutcome::Copied);
+    EXPECT_EQ(treeAt(*others_, "/to/t"), original_);
+    EXPECT_EQ(contentOf(*others_, "/from/t"), "new");
+}
+
+TEST_F(MoveTreeFaultTest, ALinkGoesWhereItLeads)
+{
+    start(What::Tree);
+    system_->setFaultFunction(usual);
+    ASSERT_TRUE(others_->fileSymbolicLinkCreateAs("/to", "/from/link", true));
+    Told told;
+    const auto report = moveTree(*system_, "/from/link", "/to/link", told);
+    EXPECT_EQ(report.outcome, TreeMoveOutcome::Copied) << report.failure.message();
+    EXPECT_EQ(others_->fileSymbolicLinkTarget("/to/link"), "/to");
+    EXPECT_THAT(others_->directoryListFileNames("/from"), ElementsAre("t"));
+}
+
 TEST_F(MoveTreeFaultTest, WhatHasChangedSinceItWasCopiedStays)
 {
     start(What::Tree);

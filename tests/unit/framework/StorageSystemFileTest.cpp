@@ -507,6 +507,22 @@ TEST_F(RangeCopy, StartsAtTheTargetsPositionAndLeavesItBehindTheBytes)
     EXPECT_EQ(other.bytesOf("/target"), "head:12345:tail");
 }
 
+TEST_F(RangeCopy, GoesOnWhereASystemIsAbleToNoMoreRanges)
+{
+    const auto bytes = variedBytes(50'000);
+    system.behaviour.hasRanges = other.behaviour.hasRanges = true;
+    const auto source = openWith(bytes);
+    const auto target = openTarget();
+    const auto stopBeingAble = [this](std::uint64_t done, std::uint64_t /*total*/) {
+        system.behaviour.hasRanges = other.behaviour.hasRanges = done == 0;
+        return true;
+    };
+    EXPECT_TRUE(source->copy(*target, stopBeingAble, 20'000));
+    EXPECT_EQ(other.bytesOf("/target"), bytes);
+    EXPECT_THAT(system.calls(), Contains("range.read 0+20000 /file"));
+    EXPECT_THAT(system.calls(), Not(Contains("range.read 20000+20000 /file")));
+}
+
 TEST_F(RangeCopy, StartsAtTheBeginningOfTheSource)
 {
     system.behaviour.hasRanges = true;

@@ -13,16 +13,16 @@ class KeepAlive
 {
 public:
     /// \param endpoint must outlive this.
-    explicit KeepAlive(const Endpoint& endpoint);
+    explicit KeepAlive(Endpoint& endpoint);
 
     /// To be called again and again while nothing is to be done. Asks the endpoint something, and
-    /// waits for the answer, once a second.
+    /// waits for the answer, once a second. Throws Failure where the connection is lost.
     void wait();
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    const Endpoint& endpoint_;
+    Endpoint& endpoint_;
     Clock::time_point next_;
 };
 

@@ -108,9 +108,7 @@ private:
 
     [[noreturn]] void fail(const FileSystem::TreeMoveReport& report)
     {
-        const std::string left =
-            report.left.empty() ? ""
-                                : "a part of the copy may be left at " + endpoint_.display(target_);
+        const std::string left = textOf(report.left);
         if (cancellation_.isRequested()) {
             throw Failure(FailureKind::Cancelled, "interrupted the move of",
                           endpoint_.display(source_),
