@@ -42,6 +42,11 @@ check_layers() {
     scripts/lint/layers.sh
 }
 
+check_structures() {
+    echo "-- structures: members of libssh's are touched in one file"
+    scripts/lint/structures.sh
+}
+
 check_documents() {
     echo "-- documents"
     scripts/lint/documents.sh
@@ -51,6 +56,7 @@ check_format
 check_shell
 check_presets
 check_layers
+check_structures
 check_documents
 [ "${1:-}" = style ] || check_tidy
 echo "lint: clean"

@@ -4,7 +4,6 @@
 #include <libssh/sftp.h>
 
 #include <cstdint>
-#include <limits>
 
 /// Functions that newer versions of libssh call deprecated. They are called here alone, so that a
 /// change of libssh's is met in one place. For each, the newer function is used where there is one
@@ -67,18 +66,5 @@ inline int waitRead(sftp_file file, void* data, std::uint32_t size, std::uint32_
 }
 
 #pragma GCC diagnostic pop
-
-/// Makes sftp_write of an SFTP session that has begun write whatever is asked for where the server
-/// says that it has no limit: it says 0, and libssh, which asks from 0.11 on, would write nothing.
-inline void allowUnlimitedWrites(sftp_session sftp)
-{
-#if LIBSSH_VERSION_INT >= SSH_VERSION_INT(0, 11, 0)
-    if (sftp->limits != nullptr && sftp->limits->max_write_length == 0) {
-        sftp->limits->max_write_length = std::numeric_limits<std::uint64_t>::max();
-    }
-#else
-    static_cast<void>(sftp);
-#endif
-}
 
 } // namespace Tarnis::Compatibility

@@ -1,5 +1,7 @@
 #include "handles/SFTPFlow.h"
 
+#include "handles/LibsshStructures.h"
+
 #include <algorithm>
 
 namespace Tarnis {
@@ -36,7 +38,7 @@ SFTPFlow::Share::~Share()
 std::uint32_t SFTPFlow::Share::allowed(sftp_session sftp, std::uint32_t wanted,
                                        std::uint32_t overhead)
 {
-    const std::uint32_t window = ssh_channel_window_size(sftp->channel);
+    const std::uint32_t window = ssh_channel_window_size(channelOf(sftp));
     flow_.largestWindow_ = std::max(flow_.largestWindow_, window);
     const std::uint64_t most = flow_.most(direction_);
     const Way& way = flow_.way(direction_);

@@ -1,5 +1,7 @@
 #include "handles/SFTPLoss.h"
 
+#include "handles/LibsshStructures.h"
+
 #include <Tarnis/SessionBlockingGuard.h>
 
 #include <algorithm>
@@ -15,7 +17,7 @@ namespace {
 bool isClosedToWriting(sftp_session sftp) noexcept
 {
     const SessionBlockingGuard guard(sftp, 0);
-    return ssh_channel_write(sftp->channel, "", 0) < 0;
+    return ssh_channel_write(channelOf(sftp), "", 0) < 0;
 }
 
 } // namespace
@@ -26,11 +28,11 @@ bool isClosedToWriting(sftp_session sftp) noexcept
 // for all channels of the session, until the next failure that has a text. So the channel is tried.
 bool isUnsendable(sftp_session sftp) noexcept
 {
-    if (sftp->errnum == SSH_FX_EOF || ssh_get_error_code(sftp->session) != SSH_REQUEST_DENIED) {
+    if (statusOf(sftp) == SSH_FX_EOF || ssh_get_error_code(sessionOf(sftp)) != SSH_REQUEST_DENIED) {
         // The end of a file or of a directory leaves what an earlier call has said.
         return false;
     }
-    const char* const text = ssh_get_error(sftp->session);
+    const char* const text = ssh_get_error(sessionOf(sftp));
     return text != nullptr && std::string_view(text) == "Remote channel is closed" &&
            isClosedToWriting(sftp);
 }
@@ -51,7 +53,7 @@ bool isOutOfStep(ssh_session errors, int status) noexcept
 
 bool markIfLost(sftp_session sftp, std::atomic<bool>& lost) noexcept
 {
-    return markIfLost(sftp, lost, sftp->session);
+    return markIfLost(sftp, lost, sessionOf(sftp));
 }
 
 bool markIfLost(sftp_session sftp, std::atomic<bool>& lost, ssh_session errors) noexcept
@@ -59,9 +61,9 @@ bool markIfLost(sftp_session sftp, std::atomic<bool>& lost, ssh_session errors) 
     // A channel counts as closed when its connection has gone, too; one whose server program has
     // ended tells so itself while the connection lives on. Replies that have arrived are read
     // before a channel counts as being at its end.
-    const bool isLost = ssh_channel_is_closed(sftp->channel) != 0 ||
-                        ssh_channel_is_eof(sftp->channel) != 0 || isUnsendable(sftp) ||
-                        isOutOfStep(errors, sftp->errnum);
+    const bool isLost = ssh_channel_is_closed(channelOf(sftp)) != 0 ||
+                        ssh_channel_is_eof(channelOf(sftp)) != 0 || isUnsendable(sftp) ||
+                        isOutOfStep(errors, statusOf(sftp));
     if (isLost) {
         lost = true;
     }

@@ -1,6 +1,7 @@
 #include "handles/SSHHandleSFTPSession.h"
 
 #include "handles/CString.h"
+#include "handles/LibsshStructures.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHChannelClose.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
@@ -40,7 +41,7 @@ void SSHHandleSFTPSession::do_invalidate()
     }
     const sftp_session sftp = getResource();
     const SessionBlockingGuard guard(sftp, 0);
-    queueChannelClose(sftp != nullptr ? sftp->channel : nullptr);
+    queueChannelClose(sftp != nullptr ? channelOf(sftp) : nullptr);
     SSHHandleObjectWrapper::do_invalidate();
 }
 

@@ -1,5 +1,6 @@
 #include "handles/SSHHandleSFTPSessionFile.h"
 
+#include "handles/LibsshStructures.h"
 #include "handles/SFTPLoss.h"
 
 namespace Tarnis {
@@ -18,9 +19,8 @@ SSHHandleSFTPSessionFile::~SSHHandleSFTPSessionFile()
 void SSHHandleSFTPSessionFile::abandon() noexcept
 {
     const sftp_file file = getResource();
-    if (file != nullptr && file->handle != nullptr) {
-        ssh_string_free(file->handle);
-        file->handle = nullptr;
+    if (file != nullptr) {
+        dropHandle(file);
     }
 }
 
@@ -39,7 +39,7 @@ bool SSHHandleSFTPSessionFile::isAtEnd() const
 {
     const std::lock_guard<std::mutex> look(looking_);
     const sftp_file file = getResource();
-    return file != nullptr && file->eof == 1;
+    return file != nullptr && Tarnis::isAtEnd(file);
 }
 
 void SSHHandleSFTPSessionFile::do_invalidate()
@@ -56,13 +56,13 @@ void SSHHandleSFTPSessionFile::do_invalidate()
 /// Whether the server confirmed it.
 bool SSHHandleSFTPSessionFile::closeFile(sftp_file file)
 {
-    if (file->handle == nullptr) {
+    if (!hasHandle(file)) {
         // Abandoned: the SFTP session may be gone altogether, and nobody is asked.
         sftp_close(file);
         return false;
     }
-    const sftp_session sftp = file->sftp;
-    sftp->errnum = SSH_FX_OK;
+    const sftp_session sftp = sftpOf(file);
+    clearStatus(sftp);
     const int result = sftp_close(file);
     if (result < 0) {
         // A reply that could not be read may have been another one, which somebody waits for.

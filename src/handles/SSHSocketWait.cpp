@@ -1,6 +1,7 @@
 #include "handles/SSHSocketWait.h"
 
 #include "handles/Deadline.h"
+#include "handles/LibsshStructures.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHHandleSFTPSessionFile.h"
@@ -34,7 +35,7 @@ pollfd socketOf(ssh_channel channel)
 
 pollfd socketOf(sftp_file file)
 {
-    return duplicateSocket(file->sftp->session);
+    return duplicateSocket(sessionOf(sftpOf(file)));
 }
 
 } // namespace

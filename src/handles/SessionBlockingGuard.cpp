@@ -1,3 +1,5 @@
+#include "handles/LibsshStructures.h"
+
 #include <Tarnis/SessionBlockingGuard.h>
 
 #include <libssh/libssh.h>
@@ -7,14 +9,14 @@ namespace Tarnis {
 
 namespace {
 
-ssh_session sessionOf(ssh_channel channel)
+ssh_session sessionBehind(ssh_channel channel)
 {
     return channel != nullptr ? ssh_channel_get_session(channel) : nullptr;
 }
 
-ssh_session sessionOf(sftp_session sftp)
+ssh_session sessionBehind(sftp_session sftp)
 {
-    return sftp != nullptr ? sftp->session : nullptr;
+    return sftp != nullptr ? sessionOf(sftp) : nullptr;
 }
 
 } // namespace
@@ -25,11 +27,11 @@ SessionBlockingGuard::SessionBlockingGuard(ssh_session_struct* session)
 {}
 
 SessionBlockingGuard::SessionBlockingGuard(ssh_channel_struct* channel)
-    : SessionBlockingGuard(sessionOf(channel))
+    : SessionBlockingGuard(sessionBehind(channel))
 {}
 
 SessionBlockingGuard::SessionBlockingGuard(sftp_session_struct* sftp)
-    : SessionBlockingGuard(sessionOf(sftp))
+    : SessionBlockingGuard(sessionBehind(sftp))
 {}
 
 SessionBlockingGuard::SessionBlockingGuard(ssh_session_struct* session, int blocking)
@@ -41,11 +43,11 @@ SessionBlockingGuard::SessionBlockingGuard(ssh_session_struct* session, int bloc
 }
 
 SessionBlockingGuard::SessionBlockingGuard(ssh_channel_struct* channel, int blocking)
-    : SessionBlockingGuard(sessionOf(channel), blocking)
+    : SessionBlockingGuard(sessionBehind(channel), blocking)
 {}
 
 SessionBlockingGuard::SessionBlockingGuard(sftp_session_struct* sftp, int blocking)
-    : SessionBlockingGuard(sessionOf(sftp), blocking)
+    : SessionBlockingGuard(sessionBehind(sftp), blocking)
 {}
 
 SessionBlockingGuard::~SessionBlockingGuard()

@@ -4,49 +4,14 @@
 #include "handles/SFTPLoss.h"
 #include "sftp/wire/SFTPReplyFields.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <utility>
 
 namespace Tarnis {
 
 namespace {
 
-constexpr std::uint32_t noRequest = 0;
 constexpr int noTimeLimit = -1;
-
-/// Where the queue has a reply; its end when it has not.
-sftp_request_queue* findArrived(sftp_session sftp, std::uint32_t number) noexcept
-{
-    sftp_request_queue* place = &sftp->queue;
-    while (*place != nullptr && (*place)->message->id != number) {
-        place = &(*place)->next;
-    }
-    return place;
-}
-
-std::optional<LibsshReply> takeArrived(sftp_session sftp, std::uint32_t number) noexcept
-{
-    sftp_request_queue* const place = findArrived(sftp, number);
-    const sftp_request_queue entry = *place;
-    if (entry == nullptr) {
-        return std::nullopt;
-    }
-    LibsshReply reply(entry->message);
-    *place = entry->next;
-    std::free(entry); // NOLINT(cppcoreguidelines-no-malloc)
-    return reply;
-}
-
-bool readArrivals(sftp_session sftp) noexcept
-{
-    sftp_file_struct standIn = {};
-    standIn.sftp = sftp;
-    standIn.nonblocking = 1;
-    char nothing = 0;
-    return Compatibility::waitRead(&standIn, &nothing, 0, noRequest) == SSH_AGAIN;
-}
 
 SFTPRefusal refusalFor(const char* what)
 {
@@ -65,48 +30,35 @@ int concludeRead(sftp_file file, const LibsshReply& reply, char* data, std::uint
     const SFTPReadOutcome outcome = takeData(reply, data, size);
     if (outcome.refusal) {
         why = *outcome.refusal;
-        file->sftp->errnum = static_cast<int>(why.status.value_or(SSH_FX_OK));
+        setStatus(sftpOf(file), static_cast<int>(why.status.value_or(SSH_FX_OK)));
         return SSH_ERROR;
     }
     if (outcome.isEnd) {
-        file->sftp->errnum = SSH_FX_EOF;
-        file->eof = 1;
+        setStatus(sftpOf(file), SSH_FX_EOF);
+        setAtEnd(file, true);
         return 0;
     }
-    file->offset -= size - outcome.count;
+    movePositionBack(file, size - outcome.count);
     return static_cast<int>(outcome.count);
 }
 
 } // namespace
 
-void LibsshReply::Deleter::operator()(sftp_message message) const noexcept
+SFTPPacketType typeOf(const LibsshReply& reply) noexcept
 {
-    ssh_buffer_free(message->payload);
-    std::free(message); // NOLINT(cppcoreguidelines-no-malloc)
-}
-
-SFTPPacketType LibsshReply::type() const noexcept
-{
-    return static_cast<SFTPPacketType>(message_->packet_type);
-}
-
-std::string_view LibsshReply::fields() const noexcept
-{
-    const auto* const bytes = static_cast<const char*>(ssh_buffer_get(message_->payload));
-    return bytes != nullptr ? std::string_view(bytes, ssh_buffer_get_len(message_->payload))
-                            : std::string_view();
+    return static_cast<SFTPPacketType>(reply.type());
 }
 
 SFTPReadOutcome takeData(const LibsshReply& reply, char* data, std::uint32_t size)
 {
-    if (reply.type() == SFTPPacketType::Status) {
+    if (typeOf(reply) == SFTPPacketType::Status) {
         const auto status = decodeStatus(reply.fields());
         if (status && status->code == SFTPStatusCode::EndOfFile) {
             return {0, true, std::nullopt};
         }
         return {0, false, status ? refusalBy(*status) : refusalFor("the server's status is none")};
     }
-    if (reply.type() != SFTPPacketType::Data) {
+    if (typeOf(reply) != SFTPPacketType::Data) {
         return {0, false, refusalFor("the server's reply is none to a read")};
     }
     const auto bytes = decodeData(reply.fields());
@@ -122,7 +74,7 @@ SFTPReadOutcome takeData(const LibsshReply& reply, char* data, std::uint32_t siz
 std::optional<SFTPRefusal> refusalIn(const LibsshReply& reply)
 {
     const auto status =
-        reply.type() == SFTPPacketType::Status ? decodeStatus(reply.fields()) : std::nullopt;
+        typeOf(reply) == SFTPPacketType::Status ? decodeStatus(reply.fields()) : std::nullopt;
     if (!status) {
         return refusalFor("the server's reply is no status");
     }
@@ -137,40 +89,28 @@ LibsshRequests::LibsshRequests(std::atomic<bool>& lost)
 
 std::optional<std::uint32_t> LibsshRequests::takeNumber(sftp_session sftp) noexcept
 {
-    if (noHandle_ == nullptr) {
-        return std::nullopt;
-    }
-    sftp_file_struct standIn = {};
-    standIn.sftp = sftp;
-    standIn.handle = noHandle_.get();
-    const std::uint32_t before = sftp->id_counter;
-    const int status = sftp->errnum;
-    const ssh_channel channel = std::exchange(sftp->channel, nullptr);
-    const int sent = Compatibility::beginRead(&standIn, 0);
-    sftp->channel = channel;
-    sftp->errnum = status;
-    const bool isNumbered = sent < 0 && sftp->id_counter == before + 1;
-    return isNumbered ? std::optional(sftp->id_counter) : std::nullopt;
+    return noHandle_ != nullptr ? takeRequestNumber(sftp, noHandle_.get()) : std::nullopt;
 }
 
 bool LibsshRequests::send(sftp_session sftp, std::string_view request) noexcept
 {
     const auto size = static_cast<std::uint32_t>(request.size());
-    const int written = ssh_channel_write(sftp->channel, request.data(), size);
+    const int written = ssh_channel_write(channelOf(sftp), request.data(), size);
     return written >= 0 && static_cast<std::uint32_t>(written) == size;
 }
 
 bool LibsshRequests::takeIn(sftp_session sftp) noexcept
 {
-    const int arrived = isBroken_ || lost_ ? SSH_ERROR : ssh_channel_poll(sftp->channel, 0);
+    const int arrived = isBroken_ || lost_ ? SSH_ERROR : ssh_channel_poll(channelOf(sftp), 0);
     noteReadable(sftp, arrived == 0 || (arrived > 0 && readArrivals(sftp)));
     return !isBroken_;
 }
 
 std::optional<LibsshReply> LibsshRequests::await(sftp_session sftp, std::uint32_t number) noexcept
 {
-    while (!isBroken_ && *findArrived(sftp, number) == nullptr) {
-        noteReadable(sftp, !lost_ && ssh_channel_poll_timeout(sftp->channel, noTimeLimit, 0) > 0 &&
+    while (!isBroken_ && !hasArrived(sftp, number)) {
+        noteReadable(sftp, !lost_ &&
+                               ssh_channel_poll_timeout(channelOf(sftp), noTimeLimit, 0) > 0 &&
                                readArrivals(sftp));
     }
     return takeArrived(sftp, number);
@@ -189,25 +129,18 @@ void LibsshRequests::noteReadable(sftp_session sftp, bool isReadable) noexcept
 int collectRead(sftp_file file, char* data, std::uint32_t size, std::uint32_t number,
                 SFTPRefusal& why)
 {
-    const int eofBefore = std::exchange(file->eof, 0);
-    const auto arrived = takeArrived(file->sftp, number);
+    const bool wasAtEnd = isAtEnd(file);
+    setAtEnd(file, false);
+    const auto arrived = takeArrived(sftpOf(file), number);
     const int result = arrived ? concludeRead(file, *arrived, data, size, why)
                                : Compatibility::waitRead(file, data, size, number);
-    if (result == 0 && file->eof != 0 && file->offset >= size) {
+    if (result == 0 && isAtEnd(file) && positionOf(file) >= size) {
         // libssh takes a short answer off the position, but not one without anything.
-        file->offset -= size;
+        movePositionBack(file, size);
     }
-    if (eofBefore != 0) {
-        file->eof = eofBefore;
+    if (wasAtEnd) {
+        setAtEnd(file, true);
     }
-    return result;
-}
-
-int renamePlainly(sftp_session sftp, const char* path, const char* newPath) noexcept
-{
-    const sftp_ext extensions = std::exchange(sftp->ext, nullptr);
-    const int result = sftp_rename(sftp, path, newPath);
-    sftp->ext = extensions;
     return result;
 }
 

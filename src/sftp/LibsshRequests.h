@@ -1,5 +1,6 @@
 #pragma once
 
+#include "handles/LibsshStructures.h"
 #include "sftp/SFTPRefusal.h"
 #include "sftp/wire/SFTPProtocol.h"
 
@@ -13,56 +14,7 @@
 
 namespace Tarnis {
 
-// What reaches into libssh's structures for more than its functions give: requests of our own on
-// libssh's SFTP session, and the replies to them. All of it is to be called under the lock. What it
-// relies on was read in the sources of 0.10.6, 0.11.5 and 0.12.2 and is the same in all three,
-// except where it says otherwise. Where the names of tests stand, those run with the real libssh
-// and fail where it no longer holds.
-//
-// 1. A number. sftp_async_read_begin() takes the next number before it sends, and leaves the file's
-//    position alone where it cannot send. Without a channel it cannot, and sets nothing but the
-//    status. From 0.11 on a reply with a number that libssh has not taken itself is an error, so
-//    that counting `id_counter` up would not do. TransferTest.ReadsAreUnderWayTogether and
-//    WritesAreUnderWayTogether: without a number, ranges are moved one after the other.
-// 2. Replies that have come. sftp_async_read() reads them into the queue while it waits for the one
-//    that it was asked for, and gives up with SSH_AGAIN where nothing more has come and it must not
-//    block. So it is asked to wait for number 0, which no request has: they count from 1. Of the
-//    file it uses nothing but the SFTP session, `eof` and `nonblocking`, so that a structure of our
-//    own does, open or not. TransferTest.WritesAreUnderWayTogether, FlowTest.
-// 3. The queue. `queue` is a list with one entry for each reply, in the order in which they came;
-//    an entry and its message were made with malloc(), and the message's payload holds what follows
-//    the number. SftpReplies (over the real list) and, with the real libssh, ReadBehaviourTest.
-// 4. Replies that came out of turn. Up to 0.11.5 sftp_async_read() reads one more reply before it
-//    looks into the queue, for ever where none is to come; from 0.12 on it looks first. The end of
-//    the file in a reply leaves the position behind what was asked for.
-//    ReadBehaviourTest.APlainReadOfManyPackagesEnds.
-// 5. A rename that replaces nothing. From 0.11 on sftp_rename() sends posix-rename@openssh.com
-// where
-//    sftp_extension_supported() says that the server offers it, and that says no while the SFTP
-//    session has no list of extensions: the member `ext`, which sftp_init() alone fills, and which
-//    nothing else looks at during the call. RenameRequestTest.
-
-/// A reply that has arrived. Owns what libssh made of it.
-class LibsshReply
-{
-public:
-    explicit LibsshReply(sftp_message message) noexcept
-        : message_(message)
-    {}
-
-    SFTPPacketType type() const noexcept;
-
-    /// What follows the request's number.
-    std::string_view fields() const noexcept;
-
-private:
-    struct Deleter
-    {
-        void operator()(sftp_message message) const noexcept;
-    };
-
-    std::unique_ptr<sftp_message_struct, Deleter> message_;
-};
+SFTPPacketType typeOf(const LibsshReply& reply) noexcept;
 
 /// What the reply to a read brings.
 struct SFTPReadOutcome
@@ -78,7 +30,8 @@ SFTPReadOutcome takeData(const LibsshReply& reply, char* data, std::uint32_t siz
 /// Why a reply that should say "ok" does not; empty where it does.
 std::optional<SFTPRefusal> refusalIn(const LibsshReply& reply);
 
-/// Requests of one caller's on an SFTP session, of which several may be in flight.
+/// Requests of one caller's own on libssh's SFTP session, of which several may be in flight. To be
+/// called under the lock; what of libssh it relies on stands in LibsshStructures.h.
 class LibsshRequests
 {
 public:
@@ -127,9 +80,5 @@ private:
 /// \param why  is set where a reply that had arrived brings nothing, and else left alone.
 int collectRead(sftp_file file, char* data, std::uint32_t size, std::uint32_t number,
                 SFTPRefusal& why);
-
-/// sftp_rename, but always with the protocol's own request, which does not replace what stands at
-/// the new path (as most servers take it). Result as sftp_rename's.
-int renamePlainly(sftp_session sftp, const char* path, const char* newPath) noexcept;
 
 } // namespace Tarnis

@@ -17,8 +17,8 @@ namespace {
 /// itself gets a status too, but is fatal to it.
 bool isAnswer(sftp_session sftp) noexcept
 {
-    return sftp->errnum > SSH_FX_EOF && ssh_get_error_code(sftp->session) == SSH_REQUEST_DENIED &&
-           !isUnsendable(sftp);
+    return statusOf(sftp) > SSH_FX_EOF &&
+           ssh_get_error_code(sessionOf(sftp)) == SSH_REQUEST_DENIED && !isUnsendable(sftp);
 }
 
 } // namespace
@@ -38,7 +38,7 @@ bool failBySftpStatus(std::uint32_t status, std::string text, const std::string&
 
 std::string sftpErrorText(sftp_session sftp)
 {
-    const char* const error = ssh_get_error(sftp->session);
+    const char* const error = ssh_get_error(sessionOf(sftp));
     std::string_view text(error != nullptr ? error : "");
     for (const std::string_view prefix : {"SFTP server: ", "SFTP server : "}) {
         if (text.substr(0, prefix.size()) == prefix) {
@@ -55,17 +55,17 @@ void noteSftpFailure(sftp_session sftp, std::atomic<bool>& lost, const std::stri
     const bool ended = markIfLost(sftp, lost);
     if (answered) {
         if (notes == SFTPNotes::All) {
-            failBySftpStatus(static_cast<std::uint32_t>(sftp->errnum), sftpErrorText(sftp), entry,
+            failBySftpStatus(static_cast<std::uint32_t>(statusOf(sftp)), sftpErrorText(sftp), entry,
                              subject);
         }
     } else if (ended) {
         fail(FailureCode::ConnectionLost, FailureSource::Transport,
-             ssh_get_error_code(sftp->session), transportFailureText(sftp->session), entry);
+             ssh_get_error_code(sessionOf(sftp)), transportFailureText(sessionOf(sftp)), entry);
     } else if (lost) {
         // Another call has noticed the loss before; nothing was sent here.
         failForLostSftp(entry);
     } else if (notes == SFTPNotes::All) {
-        fail(FailureCode::Protocol, FailureSource::Transport, ssh_get_error_code(sftp->session),
+        fail(FailureCode::Protocol, FailureSource::Transport, ssh_get_error_code(sessionOf(sftp)),
              sftpErrorText(sftp), entry);
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "handles/LibsshStructures.h"
 #include "handles/SFTPLoss.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHHandleSFTPSession.h"
@@ -60,16 +61,6 @@ inline SFTPSubject subjectOf(sftp_file /*file*/) noexcept
     return SFTPSubject::OpenFile;
 }
 
-inline sftp_session sftpOf(sftp_session sftp) noexcept
-{
-    return sftp;
-}
-
-inline sftp_session sftpOf(sftp_file file) noexcept
-{
-    return file->sftp;
-}
-
 /// What `function` gives; empty where the SFTP session is lost, which is still to be noted. The
 /// owner of a lost one may retire it at any moment, so that its handles are invalid all at once.
 template <class Handle, class Function>
@@ -107,7 +98,7 @@ auto callSftpNoting(SFTPNotes notes, Handle& handle, const std::string& entry, F
     auto answer = callUnlessLost(handle, [&](Resource resource) {
         const sftp_session sftp = sftpOf(resource);
         // libssh leaves an old status where an answer has none.
-        sftp->errnum = SSH_FX_OK;
+        clearStatus(sftp);
         Result result = std::invoke(function, resource, args...);
         bool failed = false;
         if constexpr (std::is_integral_v<Result>) {

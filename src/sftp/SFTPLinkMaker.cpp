@@ -77,8 +77,8 @@ SFTPLinkMaker::Answer SFTPLinkMaker::tryOrder(Order order, const std::string& ta
 SFTPLinkMaker::Guess SFTPLinkMaker::guess() const
 {
     const auto guessed = callUnlessLost(sftp_, [](sftp_session sftp) {
-        const SFTPServerKind server = sftpServerKindOf(sftp->session);
-        const bool libsshSendsTargetFirst = ssh_get_openssh_version(sftp->session) != 0;
+        const SFTPServerKind server = sftpServerKindOf(sessionOf(sftp));
+        const bool libsshSendsTargetFirst = ssh_get_openssh_version(sessionOf(sftp)) != 0;
         const bool exchange = server != SFTPServerKind::Other && !libsshSendsTargetFirst;
         return Guess{exchange ? Order::Exchanged : Order::AsLibsshSends,
                      server == SFTPServerKind::OpenSsh};

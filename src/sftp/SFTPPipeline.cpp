@@ -15,11 +15,6 @@ constexpr std::size_t mostInFlight = 64;
 // Length, type and number of a write request, two lengths of texts, and the position.
 constexpr std::uint32_t overheadBesideHandle = 4 + 1 + 4 + 4 + 4 + 8;
 
-std::string_view handleOf(sftp_file file)
-{
-    return {static_cast<const char*>(ssh_string_data(file->handle)), ssh_string_len(file->handle)};
-}
-
 } // namespace
 
 SFTPPipeline::SFTPPipeline(SSHHandleSFTPSessionFile& file, const std::string& path,
@@ -38,7 +33,7 @@ SFTPPipeline::~SFTPPipeline()
     try {
         for (; !inFlight_.empty(); inFlight_.pop_front()) {
             callUnlessLost(file_, [this](sftp_file file) {
-                return requests_.await(file->sftp, inFlight_.front().number).has_value();
+                return requests_.await(sftpOf(file), inFlight_.front().number).has_value();
             });
         }
     } catch (...) {
@@ -91,8 +86,8 @@ SFTPPipeline::Attempt SFTPPipeline::attempt(SFTPPieces& pieces, const SFTPPiece&
 SFTPPipeline::Attempt SFTPPipeline::sendNow(sftp_file file, SFTPPieces& pieces,
                                             const SFTPPiece& piece)
 {
-    const sftp_session sftp = file->sftp;
-    sftp->errnum = SSH_FX_OK;
+    const sftp_session sftp = sftpOf(file);
+    clearStatus(sftp);
     const std::string_view handle = handleOf(file);
     const std::uint32_t size = allowed(sftp, piece, handle.size());
     if (requests_.isBroken()) {
@@ -102,7 +97,7 @@ SFTPPipeline::Attempt SFTPPipeline::sendNow(sftp_file file, SFTPPieces& pieces,
         return Attempt::TooEarly;
     }
     if (direction_ == SFTPFlow::Direction::Reads && file_.flow().mayNarrow()) {
-        receiveWindow_.widen(sftp->channel);
+        receiveWindow_.widen(channelOf(sftp));
     }
     const auto number = requests_.takeNumber(sftp);
     if (!number) {
@@ -183,12 +178,12 @@ std::optional<bool> SFTPPipeline::takeAnswer(SFTPPieces& pieces, const Request& 
 
 bool SFTPPipeline::collect(sftp_file file, SFTPPieces& pieces, const Request& request)
 {
-    file->sftp->errnum = SSH_FX_OK;
-    const auto reply = requests_.await(file->sftp, request.number);
+    clearStatus(sftpOf(file));
+    const auto reply = requests_.await(sftpOf(file), request.number);
     const auto refusal =
         reply ? pieces.take(request.piece, *reply) : std::make_optional<SFTPRefusal>();
     if (refusal && !hasFailed_) {
-        noteRefusal(file->sftp, file_.lossMark(), *refusal, path_);
+        noteRefusal(sftpOf(file), file_.lossMark(), *refusal, path_);
     }
     return !refusal;
 }

@@ -33,7 +33,7 @@ std::optional<std::uint32_t> askToRename(sftp_session sftp, std::atomic<bool>& l
     SFTPPacketWriter(packet).posixRename(*number, path, newPath);
     const auto reply =
         LibsshRequests::send(sftp, packet) ? requests.await(sftp, *number) : std::nullopt;
-    const bool isStatus = reply && reply->type() == SFTPPacketType::Status;
+    const bool isStatus = reply && typeOf(*reply) == SFTPPacketType::Status;
     const auto status = isStatus ? decodeStatus(reply->fields()) : std::nullopt;
     return status ? std::make_optional(static_cast<std::uint32_t>(status->code)) : std::nullopt;
 }

@@ -1,5 +1,7 @@
 #include "sftp/SFTPServerKind.h"
 
+#include "handles/LibsshStructures.h"
+
 #include <string_view>
 
 namespace Tarnis {
@@ -22,7 +24,7 @@ SFTPServerKind sftpServerKindOf(ssh_session session)
 
 bool isModSftp(sftp_session sftp)
 {
-    return sftpServerKindOf(sftp->session) == SFTPServerKind::ModSftp;
+    return sftpServerKindOf(sessionOf(sftp)) == SFTPServerKind::ModSftp;
 }
 
 bool isOpenSshSftpServer(sftp_session sftp)
@@ -30,7 +32,7 @@ bool isOpenSshSftpServer(sftp_session sftp)
     const auto offers = [sftp](const char* name, const char* data) {
         return sftp_extension_supported(sftp, name, data) != 0;
     };
-    const SFTPServerKind server = sftpServerKindOf(sftp->session);
+    const SFTPServerKind server = sftpServerKindOf(sessionOf(sftp));
     return (server == SFTPServerKind::OpenSsh || server == SFTPServerKind::Dropbear) &&
            offers("posix-rename@openssh.com", "1") && offers("statvfs@openssh.com", "2") &&
            offers("fstatvfs@openssh.com", "2") && offers("hardlink@openssh.com", "1") &&

@@ -1,4 +1,5 @@
 #include "handles/LibsshCompatibility.h"
+#include "handles/LibsshStructures.h"
 #include "sftp/LibsshRequests.h"
 #include "sftp/SFTPCall.h"
 #include "sftp/SFTPRanges.h"
@@ -67,10 +68,10 @@ int collectNoting(SSHHandleSFTPSessionFile& file, const std::string& path, char*
 {
     const auto collected = callUnlessLost(file, [&](sftp_file native) {
         SFTPRefusal why;
-        native->sftp->errnum = SSH_FX_OK;
+        clearStatus(sftpOf(native));
         const int count = collectRead(native, destination, request.length, request.id, why);
         if (count < 0) {
-            noteRefusal(native->sftp, file.lossMark(), why, path);
+            noteRefusal(sftpOf(native), file.lossMark(), why, path);
         }
         return count;
     });
@@ -86,11 +87,11 @@ int collectNoting(SSHHandleSFTPSessionFile& file, const std::string& path, char*
 ssize_t append(SSHHandleSFTPSessionFile& handle, sftp_file file, const char* data,
                std::size_t length)
 {
-    if (file->offset != handle.getAppendEnd()) {
+    if (positionOf(file) != handle.getAppendEnd()) {
         sftp_seek64(file, handle.getAppendEnd());
     }
     const ssize_t written = sftp_write(file, data, length);
-    handle.setAppendEnd(file->offset);
+    handle.setAppendEnd(positionOf(file));
     return written;
 }
 
@@ -121,7 +122,7 @@ public:
         if (open == nullptr || file_->isLost()) {
             return file_->close() || failForLostSftp(path_);
         }
-        const sftp_session sftp = open->sftp;
+        const sftp_session sftp = sftpOf(open);
         const bool isClosed = file_->close();
         if (!isClosed) {
             noteSftpFailure(sftp, file_->lossMark(), path_, SFTPNotes::All, SFTPSubject::OpenFile);

@@ -1,7 +1,7 @@
 // The remote file trees that a session hands out.
 
 #include "handles/ChannelOpening.h"
-#include "handles/LibsshCompatibility.h"
+#include "handles/LibsshStructures.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHFailure.h"
 #include "handles/SSHHandleChannel.h"
@@ -126,12 +126,13 @@ bool initialise(SSHHandleSFTPSession& sftp)
     const auto lock = sftp.getLock();
     const SessionBlockingGuard guard(sftp.getResource(), 1);
     if (callLocked(sftp, sftp_init) == SSH_OK) {
-        Compatibility::allowUnlimitedWrites(sftp.getResource());
+        allowUnlimitedWrites(sftp.getResource());
         return true;
     }
     // The channel is there, but nobody at its other end speaks SFTP.
-    ssh_session session = sftp.getResource()->session;
-    if (ssh_is_connected(session) != 0 && ssh_channel_is_closed(sftp.getResource()->channel) != 0) {
+    ssh_session session = sessionOf(sftp.getResource());
+    if (ssh_is_connected(session) != 0 &&
+        ssh_channel_is_closed(channelOf(sftp.getResource())) != 0) {
         // libssh has nothing to say of that, or that it could not write.
         return fail(FailureCode::Unsupported, "the SFTP server has ended");
     }

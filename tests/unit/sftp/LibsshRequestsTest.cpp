@@ -8,7 +8,6 @@
 #include <string>
 
 using Tarnis::LibsshRequests;
-using Tarnis::SFTPPacketType;
 using TarnisTest::dataPacket;
 using TarnisTest::fakeChannel;
 using TarnisTest::namePacket;
@@ -160,7 +159,7 @@ TEST_F(SftpReplies, AreAwaitedThroughThoseToOthersWithoutAnyFile)
         });
     const auto reply = requests.await(&sftp, 7);
     ASSERT_TRUE(reply.has_value());
-    EXPECT_EQ(reply->type(), SFTPPacketType::Status);
+    EXPECT_EQ(typeOf(*reply), Tarnis::SFTPPacketType::Status);
     EXPECT_EQ(reply->fields(), number(SSH_FX_OK));
     EXPECT_TRUE(isQueued(6));
     EXPECT_TRUE(isQueued(8));
