@@ -276,7 +276,8 @@ private:
     std::size_t pending_ = 0;
     std::size_t completed_ = 0;
     std::map<File, std::shared_ptr<OpenFile>> files_;
-    std::vector<std::shared_ptr<OpenFile>> spreading_; ///< Those that are open on more lanes.
+    std::vector<std::shared_ptr<OpenFile>>
+        spreading_; ///< Those on more lanes, or on the way there.
     std::uint64_t lastFile_ = 0;
 };
 

@@ -21,6 +21,8 @@ namespace {
 
 // Of one file in flight: twice of what one channel carries in a round trip.
 constexpr std::uint64_t worthSpreading = std::uint64_t{4} << 20U;
+// It is found out whether that may be while the channel still takes questions at once.
+constexpr std::uint64_t worthProving = std::uint64_t{1} << 20U;
 constexpr std::uint32_t regularKind = 0x8000;
 constexpr std::uint32_t othersMayWrite = 0022;
 constexpr std::uint32_t stickyBit = 01000;
@@ -138,7 +140,6 @@ private:
         spread = isDoubted_ ? OpenFile::Spread::Over : OpenFile::Spread::Possible;
         if (!isDoubted_) {
             file_->onlyPath = (directory_ == "/" ? "" : directory_) + "/" + name_;
-            queue_.spreading_.push_back(file_);
         }
     }
 
@@ -317,8 +318,9 @@ void SFTPQueue::spreadIfWorthIt(const std::shared_ptr<OpenFile>& open)
     const bool isQuiet = open->asking == 0 && open->reading == 0;
     // Some other servers empty whatever is opened to be written.
     if (isKnownToRefuse_ && isFar_ && opensMore_ && open->isNew &&
-        open->spread == OpenFile::Spread::Untried && open->writing >= worthSpreading && isQuiet) {
+        open->spread == OpenFile::Spread::Untried && open->writing >= worthProving && isQuiet) {
         open->spread = OpenFile::Spread::Proving;
+        spreading_.push_back(open);
         std::make_shared<SpreadProof>(*this, open)->start();
     }
 }
@@ -343,10 +345,12 @@ void SFTPQueue::spreadFiles()
     }
 }
 
+/// Also while it is found out: the channels are opened in the round trips that this takes.
 bool SFTPQueue::isAnySpread() const
 {
     return std::any_of(spreading_.begin(), spreading_.end(), [](const auto& open) {
-        return open->spread == OpenFile::Spread::Possible && open->mayOpenMore;
+        return open->spread != OpenFile::Spread::Over && open->mayOpenMore &&
+               open->writing >= worthSpreading;
     });
 }
 
