@@ -43,7 +43,8 @@ std::uint32_t SFTPFlow::Share::allowed(sftp_session sftp, std::uint32_t wanted,
     const std::uint64_t most = flow_.most(direction_);
     const Way& way = flow_.way(direction_);
     const std::uint64_t share = std::max<std::uint64_t>(most / way.transfers, smallestPiece);
-    const auto size = static_cast<std::uint32_t>(std::min<std::uint64_t>(wanted, share));
+    const auto size =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>({wanted, share, way.largest}));
     if (inFlight_ + size > share || way.inFlight + size > most) {
         return 0;
     }
@@ -73,6 +74,17 @@ bool SFTPFlow::mayNarrow() noexcept
     }
     askedFor_ = 0;
     return true;
+}
+
+void SFTPFlow::setLimits(std::uint64_t read, std::uint64_t write) noexcept
+{
+    const auto within = [](std::uint64_t most) {
+        return most == 0 ? largestPiece
+                         : static_cast<std::uint32_t>(std::min<std::uint64_t>(most, largestPiece));
+    };
+    way(Direction::Reads).largest = within(read);
+    way(Direction::Writes).largest = within(write);
+    areLimitsKnown_ = true;
 }
 
 std::uint32_t SFTPFlow::reserve() const noexcept

@@ -56,11 +56,19 @@ public:
     /// window may become too small for it. Under the lock.
     bool mayNarrow() noexcept;
 
+    /// What one request may ask for, and what it may write, for a server that has told less than
+    /// the largest piece; 0: it has no such limit. Under the lock, as the next.
+    void setLimits(std::uint64_t read, std::uint64_t write) noexcept;
+
+    /// Whether they were set.
+    bool areLimitsKnown() const noexcept { return areLimitsKnown_; }
+
 private:
     struct Way
     {
         std::atomic<std::uint64_t> inFlight{0};
         std::atomic<std::uint32_t> transfers{0};
+        std::uint32_t largest = largestPiece; ///< Of one request.
     };
 
     Way& way(Direction direction) noexcept { return ways_[static_cast<std::size_t>(direction)]; }
@@ -73,6 +81,7 @@ private:
     static constexpr std::uint64_t widenEvery = std::uint64_t{1} << 20U;
 
     std::array<Way, 2> ways_;
+    bool areLimitsKnown_ = false;
     std::uint32_t largestWindow_ = 0;
     std::uint64_t askedFor_ = widenEvery; ///< Since it was widened.
 };

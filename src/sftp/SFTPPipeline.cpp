@@ -1,6 +1,8 @@
 #include "sftp/SFTPPipeline.h"
 
 #include "sftp/SFTPCall.h"
+#include "sftp/SFTPServerKind.h"
+#include "sftp/wire/SFTPReplyFields.h"
 
 #include <FileSystem/FailureScope.h>
 
@@ -14,6 +16,25 @@ constexpr std::size_t mostInFlight = 64;
 
 // Length, type and number of a write request, two lengths of texts, and the position.
 constexpr std::uint32_t overheadBesideHandle = 4 + 1 + 4 + 4 + 4 + 8;
+
+/// What the server says that it takes and gives in one request, as far as it is not known without
+/// asking that this is more than any request here is for. To be called under the lock.
+SFTPLimits askLimits(LibsshRequests& requests, sftp_session sftp)
+{
+    constexpr SFTPLimits none{};
+    const bool isOffered = sftp_extension_supported(sftp, "limits@openssh.com", "1") != 0;
+    const auto number =
+        isOffered && !isOpenSshSftpServer(sftp) ? requests.takeNumber(sftp) : std::nullopt;
+    if (!number) {
+        return none;
+    }
+    std::string packet;
+    SFTPPacketWriter(packet).limits(*number);
+    const auto reply =
+        LibsshRequests::send(sftp, packet) ? requests.await(sftp, *number) : std::nullopt;
+    const bool isTold = reply && typeOf(*reply) == SFTPPacketType::ExtendedReply;
+    return isTold ? decodeLimits(reply->fields()).value_or(none) : none;
+}
 
 } // namespace
 
@@ -89,6 +110,7 @@ SFTPPipeline::Attempt SFTPPipeline::sendNow(sftp_file file, SFTPPieces& pieces,
     const sftp_session sftp = sftpOf(file);
     clearStatus(sftp);
     const std::string_view handle = handleOf(file);
+    learnLimits(sftp);
     const std::uint32_t size = allowed(sftp, piece, handle.size());
     if (requests_.isBroken()) {
         return noteUnsent(sftp);
@@ -124,6 +146,17 @@ SFTPPipeline::Attempt SFTPPipeline::noteUnsent(sftp_session sftp)
         noteSftpFailure(sftp, file_.lossMark(), path_, SFTPNotes::All, SFTPSubject::OpenFile);
     }
     return Attempt::Failed;
+}
+
+/// Once for each SFTP session, where the server may have any to tell.
+void SFTPPipeline::learnLimits(sftp_session sftp)
+{
+    SFTPFlow& flow = file_.flow();
+    if (flow.areLimitsKnown()) {
+        return;
+    }
+    const SFTPLimits told = askLimits(requests_, sftp);
+    flow.setLimits(told.readSize, told.writeSize);
 }
 
 std::uint32_t SFTPPipeline::allowed(sftp_session sftp, const SFTPPiece& piece,

@@ -94,6 +94,7 @@ private:
     Attempt attempt(SFTPPieces& pieces, const SFTPPiece& piece);
     Attempt sendNow(sftp_file file, SFTPPieces& pieces, const SFTPPiece& piece);
     Attempt noteUnsent(sftp_session sftp);
+    void learnLimits(sftp_session sftp);
     std::uint32_t allowed(sftp_session sftp, const SFTPPiece& piece, std::size_t handleSize);
     void waitOrCollect(SFTPPieces& pieces);
     void collectOldest(SFTPPieces& pieces);

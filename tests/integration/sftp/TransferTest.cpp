@@ -189,14 +189,13 @@ protected:
         expectSame(content, path("target"));
     }
 
-    std::uint32_t longestWrite()
+    std::uint32_t longest(SftpPacket request)
     {
-        std::uint32_t longest = 0;
+        std::uint32_t length = 0;
         for (const auto& event : server().sftp().events()) {
-            longest =
-                event.request == SftpPacket::Write ? std::max(longest, event.length) : longest;
+            length = event.request == request ? std::max(length, event.length) : length;
         }
-        return longest;
+        return length;
     }
 };
 
@@ -207,7 +206,51 @@ TEST_F(WriteLimitTest, OfWhatEveryServerTakesIsKeptTo)
     start(script);
     expectCopied(3'000'000);
     expectTheFileSystemWorks();
-    EXPECT_EQ(longestWrite(), 32'768U);
+    EXPECT_EQ(longest(SftpPacket::Write), 32'768U);
+}
+
+/// Every way of moving bytes, between open files and by path.
+class ToldLimitTest : public WriteLimitTest
+{
+protected:
+    static constexpr std::uint32_t kMostRead = 9'000;
+    static constexpr std::uint32_t kMostWrite = 7'000;
+
+    void SetUp() override
+    {
+        SftpScript script = limitedTo(kMostRead, kMostWrite);
+        script.fatalReadLength = kMostRead;
+        script.maxWrite = kMostWrite;
+        start(script);
+    }
+
+    void expectKeptTo()
+    {
+        EXPECT_EQ(longest(SftpPacket::Read), kMostRead);
+        EXPECT_EQ(longest(SftpPacket::Write), kMostWrite);
+        EXPECT_TRUE(files().isValid());
+    }
+
+    const FileSystem::LocalFileSystem local_;
+    const TemporaryDirectory here_;
+};
+
+TEST_F(ToldLimitTest, IsKeptToBetweenOpenFiles)
+{
+    expectCopied(1'000'000);
+    expectKeptTo();
+    // It is asked for once, of which the copy's other file knows too.
+    expectCopied(1'000'000);
+    EXPECT_EQ(server().sftp().requestCount(SftpPacket::Extended), 1U);
+}
+
+TEST_F(ToldLimitTest, IsKeptToByPath)
+{
+    const std::string content = pseudoRandomBytes(12, 1'000'000);
+    EXPECT_TRUE(local_.fileCopyAs(here_.write("source", content), files(), path("target")));
+    EXPECT_TRUE(files().fileCopyAs(path("target"), local_, here_.file("back")));
+    expectSame(content, here_.file("back"));
+    expectKeptTo();
 }
 
 TEST_F(WriteLimitTest, OfZeroIsNone)
@@ -284,19 +327,25 @@ TEST_F(TransferTest, WritesAreUnderWayTogether)
     EXPECT_GE(server().sftp().mostInFlight(SftpPacket::Write), 4U);
 }
 
+// Longer requests would each be answered in part, and go on in a further round trip.
 TEST_F(TransferTest, AShortCapMakesRequestsSmall)
 {
     start(cappedAt("", 32'768).script);
-    constexpr std::uint64_t size = 8'000'000;
-    EXPECT_TRUE(copy(put("source", std::string(size, 's')), path("target")));
-    std::uint32_t lastLength = 0;
+    constexpr std::uint64_t size = 40'000'000;
+    const FileSystem::LocalFileSystem local;
+    const TemporaryDirectory here;
+    EXPECT_TRUE(
+        files().fileCopyAs(put("source", std::string(size, 's')), local, here.file("target")));
+    std::vector<std::uint32_t> lengths;
     for (const auto& event : server().sftp().events()) {
-        if (event.kind == SftpEvent::Kind::Received && event.request == SftpPacket::Read &&
-            event.length > 0 && event.offset + event.length <= size) {
-            lastLength = event.length;
+        if (event.kind == SftpEvent::Kind::Received && event.request == SftpPacket::Read) {
+            lengths.push_back(event.length);
         }
     }
-    EXPECT_EQ(lastLength, 32'768U);
+    ASSERT_GT(lengths.size(), 1'000U);
+    EXPECT_GT(lengths.front(), 32'768U);
+    // Once it has been seen what the server gives.
+    EXPECT_EQ(*std::max_element(lengths.end() - 500, lengths.end()), 32'768U);
 }
 
 TEST_F(TransferTest, NoRequestIsLargerThanACarefulServerTakes)
