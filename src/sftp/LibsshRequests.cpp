@@ -116,13 +116,16 @@ std::optional<LibsshReply> LibsshRequests::await(sftp_session sftp, std::uint32_
     return takeArrived(sftp, number);
 }
 
-/// Where the replies cannot be read any more, the SFTP session may be over, for everybody: a reply
-/// that was thrown away may have been somebody else's. To be called at once.
+/// Where the replies cannot be read any more the SFTP session is over, for everybody: a reply that
+/// was thrown away may have been somebody else's, and those to what is in flight here would come
+/// without anybody who takes them. To be called at once.
 void LibsshRequests::noteReadable(sftp_session sftp, bool isReadable) noexcept
 {
     isBroken_ = !isReadable;
-    if (!isReadable) {
-        markIfLost(sftp, lost_);
+    if (!isReadable && !markIfLost(sftp, lost_)) {
+        // What libssh says of a reply that nobody has asked for is no answer to anybody.
+        sftp->errnum = SSH_FX_OK;
+        lost_ = true;
     }
 }
 

@@ -35,8 +35,8 @@ std::optional<SFTPRefusal> refusalIn(const LibsshReply& reply);
 class LibsshRequests
 {
 public:
-    /// \param lost the SFTP session's mark, set where the replies to come are of no use to anybody;
-    ///             it has to outlive this.
+    /// \param lost the SFTP session's mark, set where a reply could not be read: those to come are
+    ///             of no use to anybody then. It has to outlive this.
     explicit LibsshRequests(std::atomic<bool>& lost);
 
     /// A number for the next request, which has to be sent then. Empty: the libssh at hand gives

@@ -5,6 +5,7 @@
 #include "integration/sftp/SftpTest.h"
 #include "support/PseudoRandom.h"
 #include "support/Sha256.h"
+#include "support/sftp/SftpWire.h"
 
 #include <FileSystem/LocalFileSystem.h>
 
@@ -201,9 +202,26 @@ std::vector<SftpAction> unreadableAnswers()
             SftpActions::claimLength(0x80000000)};
 }
 
+/// An answer to nobody, as every request has another number.
+SftpAction answerToNoRequest()
+{
+    const std::string body = SftpWriter().number(4).text("to nobody").text("en").bytes();
+    return SftpActions::sendRaw(encodeSftp({SftpPacket::Status, 0, body}));
+}
+
+std::vector<SftpAction> uselessAnswers()
+{
+    auto answers = unreadableAnswers();
+    answers.push_back(answerToNoRequest());
+    return answers;
+}
+
 /// As the name of a test.
 std::string nameOf(const SftpAction& answer)
 {
+    if (answer.kind == SftpAction::Kind::SendRaw) {
+        return "NumberOfNoRequest";
+    }
     if (answer.kind == SftpAction::Kind::Answer) {
         return "UnknownType";
     }
@@ -248,7 +266,7 @@ TEST_P(UnreadableReplyTest, EndsTheSftpSessionForAll)
     EXPECT_EQ(contentOf(files(), path("file")).size(), 10 * kStep);
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, UnreadableReplyTest, ::testing::ValuesIn(unreadableAnswers()),
+INSTANTIATE_TEST_SUITE_P(Of, UnreadableReplyTest, ::testing::ValuesIn(uselessAnswers()),
                          [](const auto& answer) { return nameOf(answer.param); });
 
 /// Something that is done beside a copy, and the request for it whose answer cannot be read.

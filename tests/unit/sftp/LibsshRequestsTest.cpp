@@ -191,7 +191,23 @@ TEST_F(SftpReplies, AreNotWaitedForWhenTheConnectionBroke)
         EXPECT_CALL(libssh, sftp_async_read).Times(0);
         EXPECT_FALSE(these.await(&sftp, 5).has_value());
         EXPECT_FALSE(these.await(&sftp, 6).has_value());
+        EXPECT_TRUE(handle->lossMark().exchange(false));
     }
+}
+
+// Not even those that the connection, which stands, could still bring.
+TEST_F(SftpReplies, AreNotWaitedForByAnybodyAfterOneThatAnswersNoRequest)
+{
+    EXPECT_CALL(libssh, ssh_channel_poll_timeout).WillOnce(Return(1));
+    EXPECT_CALL(libssh, sftp_async_read(_, _, 0, 0)).WillOnce([](sftp_file asked, auto...) {
+        asked->sftp->errnum = SSH_FX_FAILURE;
+        return SSH_ERROR;
+    });
+    EXPECT_FALSE(requests.await(&sftp, 5).has_value());
+    EXPECT_TRUE(handle->isLost());
+    EXPECT_EQ(sftp.errnum, SSH_FX_OK);
+    LibsshRequests others(handle->lossMark());
+    EXPECT_FALSE(others.await(&sftp, 6).has_value());
 }
 
 TEST_F(SftpReplies, AreTakenInForOthersWithoutWaiting)
