@@ -58,6 +58,9 @@ public:
     /// failure's code is Busy), or the
     /// channel or the command was refused (the state is Failed; start() may be called again). When
     /// it throws, as on a session that is gone, the state stays Starting.
+    ///
+    /// Where the server opens no further channel and a queue of the session has several, it waits
+    /// up to two seconds for one of these, while others use the session.
     [[nodiscard]] bool start();
 
     /// setCommandLine(), then start().
@@ -97,6 +100,7 @@ protected:
     bool do_close() override;
 
 private:
+    bool startAtOnce();
     void checkState() const;
     bool hasBegunToRun() const;
     SSHCommandLineProcessState currentState() const;

@@ -93,6 +93,7 @@ bool ChannelOpening::makeRoom(SSHHandleSession& session)
     areOthersAsked_ = asksOthers_ && extra.users > 0;
     if (areOthersAsked_) {
         ++extra.timesAsked;
+        extraBefore_ = extra.count;
     }
     return session.closeSpares() || areOthersAsked_;
 }
@@ -108,7 +109,9 @@ bool ChannelOpening::hasRoom()
     if (hasEnded || now >= deadline_) {
         return true;
     }
-    const bool isGivenBack = !areOthersAsked_ || session->extraChannels()->count == 0;
+    // One is enough, and some cannot be given back before the file on it is closed.
+    const std::size_t extra = session->extraChannels()->count;
+    const bool isGivenBack = !areOthersAsked_ || extra == 0 || extra < extraBefore_;
     return session->areSparesClosed() && isGivenBack && now >= nextTry_;
 }
 

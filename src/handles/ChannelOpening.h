@@ -3,6 +3,7 @@
 #include "handles/SSHHandleChannel.h"
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 
 namespace Tarnis {
@@ -54,6 +55,7 @@ private:
     bool isAsked_ = false;
     bool asksOthers_ = true;
     bool areOthersAsked_ = false;
+    std::size_t extraBefore_ = 0; ///< What those others had then.
     Clock::time_point nextTry_;
     Clock::time_point deadline_;
 };

@@ -1,4 +1,5 @@
 #include "handles/CString.h"
+#include "handles/ChannelsOfOthers.h"
 #include "handles/SSHCall.h"
 #include "handles/SSHFailure.h"
 #include "handles/SSHHandleChannel.h"
@@ -73,13 +74,23 @@ bool SSHProcess::setCommandLine(const std::string& commandLine)
 bool SSHProcess::start()
 {
     FailureScope scope("start");
+    bool isStarted = startAtOnce();
+    const std::shared_ptr<SSHHandleChannel> channel = getChannel();
+    if (!isStarted && channel != nullptr) {
+        ChannelsOfOthers others(*channel);
+        while (!isStarted && others.awaitOne()) {
+            isStarted = startAtOnce();
+        }
+    }
+    return scope.result(isStarted);
+}
+
+bool SSHProcess::startAtOnce()
+{
     const std::shared_ptr<SSHHandleChannel> channel = getChannel();
     // Of two threads that start it, the second one must find it running.
     const auto lock = channel != nullptr ? std::make_optional(channel->getLock()) : std::nullopt;
-    if (hasBegunToRun()) {
-        return scope.result(fail(FailureCode::Busy, hasBegun));
-    }
-    return scope.result(open());
+    return hasBegunToRun() ? fail(FailureCode::Busy, hasBegun) : open();
 }
 
 bool SSHProcess::start(const std::string& commandLine)

@@ -216,6 +216,7 @@ private:
     void askAtOnce(const Lane& lane, Write write, Handler handler);
     void spreadIfWorthIt(const std::shared_ptr<OpenFile>& open);
     void spreadFiles();
+    void leaveLanes(const std::shared_ptr<OpenFile>& open);
     void beforeClosing(const std::shared_ptr<OpenFile>& open,
                        std::function<void(const std::optional<Answer>&)> then);
     void closeOther(const Lane& lane, const std::string& handle, Handler handler);

@@ -227,7 +227,7 @@ void SFTPQueue::RangeWrite::share(const Other& other)
 /// lane that has room first takes that.
 void SFTPQueue::RangeWrite::sendNext(const Other& other, std::uint64_t place)
 {
-    if (next_ == size_ || (other != nullptr && other->isRefused)) {
+    if (next_ == size_ || (other != nullptr && (other->isRefused || other->lane->isLeaving))) {
         return;
     }
     const Piece piece{next_, pieceOf(size_ - next_, queue_.writeSize_)};
@@ -235,6 +235,7 @@ void SFTPQueue::RangeWrite::sendNext(const Other& other, std::uint64_t place)
     ++inFlight_;
     if (other != nullptr) {
         other->isUsed = true;
+        ++other->writing;
     }
     send(piece, other);
     if (next_ < size_) {
@@ -260,6 +261,9 @@ void SFTPQueue::RangeWrite::send(const Piece& piece, const Other& other)
 /// piece whose answer was lost with its channel is not: the server may still write it later.
 void SFTPQueue::RangeWrite::take(const Answer& answer, const Piece& piece, const Other& other)
 {
+    if (other != nullptr) {
+        --other->writing;
+    }
     if (other != nullptr && !Call<>::isOk(answer) && !answer.isLost && !failure_) {
         other->isRefused = true;
         queue_.waitFor(file_->lane,

@@ -29,8 +29,9 @@ struct SFTPQueue::OpenFile
     {
         std::string handle;
         Lane lane;
-        bool isUsed = false;    ///< Something was written through it.
-        bool isRefused = false; ///< A write was.
+        bool isUsed = false;     ///< Something was written through it.
+        bool isRefused = false;  ///< A write was.
+        std::size_t writing = 0; ///< Pieces in flight.
     };
 
     enum class Spread
@@ -43,12 +44,15 @@ struct SFTPQueue::OpenFile
 
     bool isNew = false; ///< This opening has made it, to be written.
     Spread spread = Spread::Untried;
-    std::string onlyPath;      ///< Without a link, once it is possible.
-    bool mayOpenMore = true;   ///< None was refused.
-    std::size_t asking = 0;    ///< Questions and settings that are in flight.
-    std::size_t openings = 0;  ///< Of other handles, until it is known whether they are used.
+    std::string onlyPath;    ///< Without a link, once it is possible.
+    bool mayOpenMore = true; ///< None was refused.
+    std::size_t asking = 0;  ///< Questions and settings that are in flight.
+    /// Of other handles, until it is known whether they are used, and closings of those whose lane
+    /// others need.
+    std::size_t openings = 0;
     std::uint64_t writing = 0; ///< Bytes of the writes in flight.
     std::vector<std::shared_ptr<OtherHandle>> others;
+    std::optional<Answer> refusal;   ///< Of a closing: what was written may not have been kept.
     std::vector<RangeWrite*> writes; ///< In flight.
     /// What has to wait until other lanes are through with what was started before.
     std::deque<std::function<void()>> held;

@@ -270,9 +270,10 @@ private:
                 writer.fstat(id, open->handle);
             },
             [self = shared_from_this()](const Answer& answer) {
-                const bool isIt = areOfOne(*self->found_, attributesIn(answer));
-                isIt && self->file_->spread == OpenFile::Spread::Possible ? self->use()
-                                                                          : self->giveBack();
+                const bool isUseful = self->file_->spread == OpenFile::Spread::Possible &&
+                                      !self->lane_->isLeaving &&
+                                      areOfOne(*self->found_, attributesIn(answer));
+                isUseful ? self->use() : self->giveBack();
             });
     }
 
@@ -325,6 +326,27 @@ void SFTPQueue::spreadIfWorthIt(const std::shared_ptr<OpenFile>& open)
     }
 }
 
+/// Closes the files on lanes that others need, as soon as nothing is in flight there.
+void SFTPQueue::leaveLanes(const std::shared_ptr<OpenFile>& open)
+{
+    auto& others = open->others;
+    const auto leaving = std::partition(others.begin(), others.end(), [](const auto& other) {
+        return !other->lane->isLeaving || other->writing > 0;
+    });
+    const std::vector<std::shared_ptr<OpenFile::OtherHandle>> left(leaving, others.end());
+    others.erase(leaving, others.end());
+    for (const auto& other : left) {
+        ++open->openings;
+        closeOther(other->lane, other->handle, [open, other](const Answer& answer) {
+            if (other->isUsed && !Call<>::isOk(answer)) {
+                open->refusal = answer;
+            }
+            --open->openings;
+            open->goOn();
+        });
+    }
+}
+
 /// Opens the files that may be on those lanes that have none.
 void SFTPQueue::spreadFiles()
 {
@@ -335,6 +357,7 @@ void SFTPQueue::spreadFiles()
     spreading_.erase(std::remove_if(spreading_.begin(), spreading_.end(), isOver),
                      spreading_.end());
     for (const auto& open : spreading_) {
+        leaveLanes(open);
         for (const Lane& lane : lanes_) {
             const bool isFree = lane->isReady() && !lane->isLeaving && lane->handles == 0;
             if (isFree && open->spread == OpenFile::Spread::Possible && open->mayOpenMore &&
@@ -379,7 +402,7 @@ void SFTPQueue::closeOthers(const std::shared_ptr<OpenFile>& open,
                             std::function<void(const std::optional<Answer>&)> then)
 {
     if (open->others.empty()) {
-        then(std::nullopt);
+        then(open->refusal);
         return;
     }
 
@@ -389,14 +412,14 @@ void SFTPQueue::closeOthers(const std::shared_ptr<OpenFile>& open,
         std::optional<Answer> refusal;
     };
 
-    const auto closing = std::make_shared<Closing>(Closing{open->others.size(), std::nullopt});
-    for (const auto& other : open->others) {
-        closeOther(other->lane, other->handle, [open, other, closing, then](const Answer& answer) {
+    const auto closed = std::exchange(open->others, {});
+    const auto closing = std::make_shared<Closing>(Closing{closed.size(), open->refusal});
+    for (const auto& other : closed) {
+        closeOther(other->lane, other->handle, [other, closing, then](const Answer& answer) {
             if (other->isUsed && !Call<>::isOk(answer)) {
                 closing->refusal = answer;
             }
             if (--closing->left == 0) {
-                open->others.clear();
                 then(closing->refusal);
             }
         });

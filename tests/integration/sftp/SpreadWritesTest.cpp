@@ -4,10 +4,14 @@
 #include "support/PseudoRandom.h"
 #include "support/TcpProxy.h"
 
+#include <Tarnis/SSHProcess.h>
+
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
+#include <future>
 #include <set>
 
 #include <sys/stat.h>
@@ -35,10 +39,17 @@ class SpreadWritesTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        if (!requireServer(ScriptedSftpServer::availability())) {
-            return;
+        if (requireServer(ScriptedSftpServer::availability())) {
+            start({});
         }
-        server_ = std::make_unique<ScriptedSftpServer>(likeOpenSsh());
+    }
+
+    void start(const OpenSshOptions& options)
+    {
+        queue_.reset();
+        client_.reset();
+        proxy_.reset();
+        server_ = std::make_unique<ScriptedSftpServer>(likeOpenSsh(), options);
         proxy_ = std::make_unique<TcpProxy>(server_->ssh().port());
         proxy_->setDelay(TcpProxy::ToServer, milliseconds(10));
         proxy_->setDelay(TcpProxy::ToClient, milliseconds(10));
@@ -49,6 +60,8 @@ protected:
     }
 
     StorageSystemQueue& queue() { return *queue_; }
+
+    Tarnis::SSHSession& session() { return client_->session(); }
 
     void dropQueue() { queue_.reset(); }
 
@@ -216,6 +229,35 @@ TEST_F(SpreadWritesTest, GoOverSeveralChannels)
     close(file);
     expectWhole();
     // All handles are closed.
+    EXPECT_EQ(server().requestCount(SftpPacket::Open), server().requestCount(SftpPacket::Close));
+}
+
+TEST_F(SpreadWritesTest, LeaveTheirChannelsToCommandsBeforeTheFileIsClosed)
+{
+    // One is the file system's, and one the file was opened on.
+    constexpr int most = 6;
+    OpenSshOptions options;
+    options.maxSessions = most;
+    start(options);
+    const File file = open();
+    writeUntilSpread(file, 3);
+    std::atomic<bool> areDone{false};
+    auto commands = std::async(std::launch::async, [&] {
+        std::vector<std::unique_ptr<Tarnis::SSHProcess>> processes;
+        for (int number = 0; number < most - 3; ++number) {
+            processes.push_back(session().createProcess("cat"));
+            EXPECT_TRUE(processes.back()->start()) << number << Failure::last().message();
+        }
+        EXPECT_TRUE(session().execute("true").succeeded()) << Failure::last().message();
+        areDone = true;
+    });
+    writeWhile(file, [&] { return !areDone; });
+    commands.get();
+    writeWhile(file, [this] { return next_ < cycle; });
+    write(file, cycle, pieces);
+    close(file);
+    EXPECT_GT(writers().size(), 2U);
+    expectWhole();
     EXPECT_EQ(server().requestCount(SftpPacket::Open), server().requestCount(SftpPacket::Close));
 }
 
