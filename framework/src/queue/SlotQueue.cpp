@@ -8,7 +8,9 @@
 #include <FileSystem/FileSystem2.h>
 #include <FileSystem/StorageSystemServices.h>
 
+#include <limits>
 #include <utility>
+#include <vector>
 
 namespace FileSystem {
 
@@ -80,17 +82,34 @@ std::optional<std::uint64_t> SlotQueue::readNow(File file, std::uint64_t offset,
                                                 std::uint64_t size)
 {
     auto* const open = find(file);
-    if (open == nullptr || !open->seek(offset)) {
+    if (open == nullptr) {
         return std::nullopt;
     }
-    const auto got = open->readFully(buffer, size);
-    return got.status != ReadStatus::Error ? std::make_optional(got.count) : std::nullopt;
+    std::vector<StorageSystemReadRange> range{{offset, buffer, size, {0, ReadStatus::Error}}};
+    auto& result = range.front().result;
+    if (!takesRanges(*open, offset, size) || !open->services_->readRanges(range)) {
+        result = open->seek(offset) ? open->readFully(buffer, size) : result;
+    }
+    return result.status != ReadStatus::Error ? std::make_optional(result.count) : std::nullopt;
 }
 
 bool SlotQueue::writeNow(File file, std::uint64_t offset, const char* bytes, std::uint64_t size)
 {
     auto* const open = find(file);
-    return open != nullptr && open->seek(offset) && open->writeFully(bytes, size);
+    if (open == nullptr) {
+        return false;
+    }
+    const bool takesRange = takesRanges(*open, offset, size) && !open->isAppendedTo();
+    const auto done =
+        takesRange ? open->services_->writeRanges({{offset, bytes, size}}) : std::nullopt;
+    return done ? *done : open->seek(offset) && open->writeFully(bytes, size);
+}
+
+/// Whether it can be asked to move a range of bytes, of which some systems have several requests in
+/// flight.
+bool SlotQueue::takesRanges(const StorageSystemFile& file, std::uint64_t offset, std::uint64_t size)
+{
+    return file.hasSystem() && size <= std::numeric_limits<std::uint64_t>::max() - offset;
 }
 
 /// A system that cannot refuse to follow a link when it opens what stands at a path is asked what

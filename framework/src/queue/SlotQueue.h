@@ -56,6 +56,8 @@ private:
 
     std::optional<File> keep(const std::string& path, OpenFile&& open);
     StorageSystemFile* find(File file);
+    static bool takesRanges(const StorageSystemFile& file, std::uint64_t offset,
+                            std::uint64_t size);
     bool setPermissions(const std::string& path, const Attributes& attributes) const;
 
     const StorageSystem& system_;

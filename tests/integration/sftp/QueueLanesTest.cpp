@@ -349,6 +349,37 @@ TEST_F(QueueLanesTest, AQueueThatIsRefusedItsChannelDoesNotWaitForItself)
     EXPECT_LT(proxy().forwardedBytes(TcpProxy::ToServer) - before, 1'000U);
 }
 
+// It goes through the operations of the file system then, and each range through one of these.
+TEST_F(QueueLanesTest, AQueueWithoutAChannelHasManyRequestsForARangeInFlight)
+{
+    startFar(withSessions(1), milliseconds(0));
+    ASSERT_LT(queue().descriptor(), 0);
+    const std::string content = pseudoRandomBytes(3, fileSize);
+    const std::string name = server().path("file");
+    SftpScript script;
+    script.order = SftpOrder::Reversed;
+    script.heldRequest = SftpPacket::Write;
+    server().setScript(script);
+    const auto written = openFile(queue(), name, kWriteNew);
+    queue().write(written, 0, content.data(), content.size(),
+                  [](const Failure& why) { EXPECT_FALSE(why) << why.message(); });
+    queue().close(written, [](const Failure& why) { EXPECT_FALSE(why) << why.message(); });
+    ASSERT_TRUE(finishInTime(queue()));
+    script.heldRequest = SftpPacket::Read;
+    server().setScript(script);
+    const auto read = openFile(queue(), name, kRead);
+    std::string buffer(content.size() + 10, '?');
+    queue().read(read, 0, buffer.data(), buffer.size(),
+                 [&](const Failure& why, std::uint64_t count) {
+                     EXPECT_FALSE(why) << why.message();
+                     EXPECT_EQ(count, content.size());
+                 });
+    ASSERT_TRUE(finishInTime(queue()));
+    EXPECT_TRUE(buffer.substr(0, content.size()) == content);
+    EXPECT_GE(server().mostInFlight(SftpPacket::Write), 4U);
+    EXPECT_GE(server().mostInFlight(SftpPacket::Read), 4U);
+}
+
 INSTANTIATE_TEST_SUITE_P(OfOneConnection, QueueSessionsTest, ::testing::Values(1, 2, 3, 10));
 
 TEST_F(QueueLanesTest, AChannelThatIsLostTakesNoOtherWithIt)
