@@ -125,15 +125,36 @@ TEST_F(StandardStreamTest, SaysWhyItCannot)
 
 TEST_F(StandardStreamTest, GoesAlone)
 {
-    for (const char* const option :
-         {"-r", "-p", "--resume", "--update", "--no-clobber", "--dry-run", "-j2"}) {
+    for (const char* const option : {"-r", "-p", "--resume", "--update", "--no-clobber",
+                                     "--dry-run", "-j2", "--exclude=x", "--include=x"}) {
         expectFailure(tarnis("put", {option, "-", "host:f"}), "standard input (\"-\") goes alone",
                       2);
+        expectFailure(tarnis("get", {option, "host:f", "-"}),
+                      "standard output (\"-\") takes one file", 2);
     }
+    expectFailure(tarnis("put", {"-r", "--delete", "-", "host:f"}), "goes alone", 2);
+    expectFailure(tarnis("get", {"-r", "--delete", "host:f", "-"}), "takes one file", 2);
+    expectFailure(tarnis("get", {"--inplace", "host:f", "-"}), "takes one file", 2);
     expectFailure(tarnis("put", {"-", "f", "host:"}), "standard input (\"-\") goes alone", 2);
     expectFailure(tarnis("put", {"-", "-", "host:"}), "standard input (\"-\") goes alone", 2);
     expectFailure(tarnis("get", {"host:f", "host:g", "-"}), "only one file goes to standard output",
                   2);
+}
+
+TEST_F(StandardStreamTest, IsNamedWhereEachEntryIs)
+{
+    ToolSetup put = putting(at("f"), {"-v"});
+    put.inputKind = Input::File;
+    put.input = "text";
+    const ToolResult result = run(put);
+    expectQuiet(result);
+    EXPECT_EQ(result.output, "copied standard input\n");
+    for (const char* const target : {"-", "/dev/stdout"}) {
+        const ToolResult got = tarnis("get", {"-v", at("f"), target});
+        EXPECT_EQ(got.exitCode, 0);
+        EXPECT_EQ(got.output, "text") << target;
+        EXPECT_THAT(got.errorOutput, HasSubstr("copied " + at("f") + "\n"));
+    }
 }
 
 TEST_F(StandardStreamTest, AFileOfThatNameHasADirectoryInFront)
@@ -165,7 +186,7 @@ TEST_F(StandardStreamTest, AFileGoesToStandardOutput)
     get.outputDescriptor = -1;
     expectFailure(run(get), "cannot write to standard output: Bad file descriptor");
     expectFailure(tarnis("get", {at("[fg]"), "-"}), "only one file goes to standard output");
-    expectFailure(tarnis("get", {"-r", at("d"), "-"}), "it is no file");
+    expectFailure(tarnis("get", {at("d"), "-"}), "it is no file");
     expectFailure(tarnis("get", {at("x*"), "-"}), "nothing matches");
     EXPECT_THAT(namesIn(here().path()), IsEmpty());
 }

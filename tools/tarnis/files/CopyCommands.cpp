@@ -12,11 +12,13 @@
 #include "files/StreamCopy.h"
 #include "login/Login.h"
 #include "terminal/Messages.h"
+#include "terminal/StandardStreams.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstddef>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,6 +62,10 @@ protected:
                 const std::string& target) const;
 
     const CopyOptions& options() const noexcept { return options_; }
+
+    /// Whether there is an option for trees, for many files, or for what stands at the target: it
+    /// means nothing where one file goes through a standard stream.
+    bool hasOptionsOfFiles() const;
 
 private:
     int work(const std::vector<std::string>& operands) final;
@@ -203,6 +209,14 @@ void CopyCommand::checkOptions() const
     }
 }
 
+bool CopyCommand::hasOptionsOfFiles() const
+{
+    const bool chooses = options_.updates || options_.keepsStanding || options_.removesOthers ||
+                         !included_.empty() || !excluded_.empty();
+    return chooses || options_.isRecursive || options_.preserves || options_.resumes ||
+           options_.isDryRun || options_.inFlight != 0;
+}
+
 int CopyCommand::copyAll(RemoteEndpoint& remote, Endpoint& from, const Sources& sources,
                          Endpoint& to, const std::string& target) const
 {
@@ -237,7 +251,8 @@ GetCommand::GetCommand(CLI::App& program)
     commandLine().footer(
         "The last of several paths is the local one; without it: the current directory. Into a\n"
         "directory, files go under their own names. Each part of a remote path may be a pattern.\n"
-        "The local path \"-\" is standard output, for one file.\n"
+        "The local path \"-\" is standard output, for one file; of the options above it goes with\n"
+        "-v alone, which writes its line to standard error then.\n"
         "A file takes its name when it is complete; what stood there is replaced, also a symbolic "
         "link.\n\n"
         "Example: tarnis get -rp alice@example.org:project .");
@@ -253,6 +268,9 @@ int GetCommand::copy(const std::vector<std::string>& operands)
     const bool isToOutput = target == standardStream;
     if (isToOutput && paths.size() > 1) {
         throw UsageError(onlyOne);
+    }
+    if (isToOutput && (hasOptionsOfFiles() || options().isInPlace)) {
+        throw UsageError("standard output (\"-\") takes one file, and of these options -v at most");
     }
     // Secrets and the target come before the connection: they may be descriptors that the user
     // passed, whose numbers a socket opened earlier could have taken.
@@ -288,6 +306,10 @@ void GetCommand::writeInto(StreamTarget& target, RemoteEndpoint& remote,
     }
     const Cancellation cancellation(remote.session());
     StreamedCopy(remote, source, target, cancellation).run();
+    // Standard output may be where the file has gone.
+    if (options().isVerbose) {
+        reportNote("copied " + remote.display(source));
+    }
 }
 
 /// `tarnis put`: copies files of this machine to a server.
@@ -309,7 +331,9 @@ PutCommand::PutCommand(CLI::App& program)
     commandLine().footer(
         "Into a directory (\"host:\" is the login directory), files go under their own names. A\n"
         "file takes its name when it is complete; a file or link that stood there is replaced.\n"
-        "A local path \"-\" is standard input, which is read to its end.\n"
+        "A local path \"-\" is standard input, which is read to its end. It goes alone, and of "
+        "the\n"
+        "options above with --inplace and -v.\n"
         "With --resume, a file there that is the beginning of the source has the name of the part\n"
         "meanwhile (\".NAME.tarnis-part\"), and keeps it after a lost connection, a second Ctrl-C\n"
         "or a sudden end of the program; the same command goes on from there.\n\n"
@@ -337,10 +361,8 @@ int PutCommand::copy(const std::vector<std::string>& operands)
 
 int PutCommand::putInput(const std::vector<std::string>& operands)
 {
-    const CopyOptions& how = options();
-    const bool isTree = operands.size() > 2 || how.isRecursive || how.preserves || how.resumes;
-    if (isTree || how.updates || how.keepsStanding || how.isDryRun || how.inFlight != 0) {
-        throw UsageError("standard input (\"-\") goes alone, and with --inplace at most");
+    if (operands.size() > 2 || hasOptionsOfFiles()) {
+        throw UsageError("standard input (\"-\") goes alone, and with --inplace and -v at most");
     }
     const RemotePath target = remotePath(operands.back());
     RemoteEndpoint remote(target.target, loginOptions());
@@ -351,7 +373,11 @@ int PutCommand::putInput(const std::vector<std::string>& operands)
                       "a directory is there, and standard input has no name");
     }
     const Cancellation cancellation(remote.session());
-    const bool isComplete = InputCopy(remote, id, how.isInPlace, cancellation).run();
+    const bool isComplete = InputCopy(remote, id, options().isInPlace, cancellation).run();
+    if (options().isVerbose) {
+        std::cout << "copied standard input\n";
+        flushOutput();
+    }
     return isComplete ? ExitCode::success : ExitCode::failure;
 }
 
