@@ -43,7 +43,8 @@ struct WriteFileOptions
 /// same promises.
 ///
 /// Blocks until the giver is at its end and all is written, or it fails; calls the functions on the
-/// calling thread, one after the other. What they throw is passed on, and nothing is left behind.
+/// calling thread, one after the other. What they throw is passed on, and nothing is left behind;
+/// where it is thrown while the file takes its name, that is there, and whole.
 /// Any thread; takes no lock while it waits.
 /// \return false: nothing was written, or, with NotRemoved, not all of what it replaced is gone.
 ///         Cancelled where a function said stop.
@@ -53,7 +54,8 @@ struct WriteFileOptions
 
 /// Hands a file to a taker, from its start to its end, in order and without a hole; what comes next
 /// is read ahead, as much as the way takes in two seconds. What the file becomes meanwhile is
-/// handed on as it was met.
+/// handed on as it was met, and what this machine tells another size of than it has, as it does of
+/// files in /sys, up to its end.
 ///
 /// Blocks until the file is at its end or it fails; calls the functions on the calling thread, one
 /// after the other, and passes on what they throw. Any thread, as of the file system's operations.

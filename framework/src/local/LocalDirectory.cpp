@@ -22,14 +22,20 @@ LocalDirectory::LocalDirectory(const std::string& path, std::uint64_t limit)
                                    : LocalError::succeeded(directory_ != nullptr));
 }
 
-LocalDirectory::LocalDirectory(const Posix::FileDescriptor& directory)
+LocalDirectory::LocalDirectory(Posix::FileDescriptor&& directory)
 {
-    const int descriptor =
-        ::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
-    if (LocalError::succeeded(descriptor != -1)) {
-        directory_.reset(::fdopendir(descriptor));
+    if (directory.isOpen()) {
+        directory_.reset(::fdopendir(directory.get()));
+    }
+    if (LocalError::succeeded(directory_ != nullptr)) {
+        static_cast<void>(directory.release());
     }
 }
+
+LocalDirectory::LocalDirectory(const Posix::FileDescriptor& directory)
+    : LocalDirectory(Posix::FileDescriptor(
+          ::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW)))
+{}
 
 const dirent* LocalDirectory::next()
 {

@@ -22,6 +22,9 @@ public:
     explicit LocalDirectory(const std::string& path,
                             std::uint64_t limit = std::numeric_limits<std::uint64_t>::max());
 
+    /// The directory that is open for reading, or none, which has no entries.
+    explicit LocalDirectory(Posix::FileDescriptor&& directory);
+
     /// The directory that is open.
     explicit LocalDirectory(const Posix::FileDescriptor& directory);
 

@@ -6,6 +6,7 @@
 #include <FileSystem/LocalFileSystem.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <memory>
 #include <utility>
@@ -33,21 +34,22 @@ std::size_t stepOf(std::uint64_t size)
 class LocalFileServices final : public StorageSystemFileServices
 {
 public:
-    LocalFileServices(const Posix::FileDescriptor& descriptor, const std::string& fileId)
+    LocalFileServices(Posix::FileDescriptor& descriptor, const std::string& fileId)
         : descriptor_(descriptor)
         , fileId_(fileId)
     {}
 
-    // Closing any descriptor of it makes a network file system say what became of the bytes, and
-    // costs a local one nothing.
+    // A network file system says now what became of the bytes. The file's own descriptor and not a
+    // duplicate of it, which there might be no room for. Not again after EINTR: it is gone then,
+    // too.
     std::optional<bool> close() override
     {
-        const int copy = ::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0);
-        return LocalError::succeeded(copy != -1 && ::close(copy) == 0, fileId_);
+        const bool isClosed = ::close(descriptor_.release()) == 0 || errno == EINTR;
+        return LocalError::succeeded(isClosed, fileId_);
     }
 
 private:
-    const Posix::FileDescriptor& descriptor_;
+    Posix::FileDescriptor& descriptor_;
     const std::string& fileId_;
 };
 

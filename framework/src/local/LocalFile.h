@@ -29,7 +29,7 @@ private:
     std::uint64_t do_write(const char* buffer, std::uint64_t size) const override;
     const FileSystem2& do_fileSystem() const override;
 
-    const Posix::FileDescriptor descriptor_;
+    Posix::FileDescriptor descriptor_;
     const std::string fileId_;
     const Utilities::Flags<StorageSystemFileOpenModeFlag> mode_;
     const LocalFileSystem& fileSystem_;

@@ -76,10 +76,14 @@ LocalPlaces::Directory LocalPlaces::open(const std::string& root, const std::str
     const auto name = PathText::fileName(directory);
     const int flags = PathText::isEntryName(name) ? asPlace | O_NOFOLLOW : asPlace;
     if (directory.size() <= root.size()) {
-        return keep(directory, openDirectory(AT_FDCWD, directory, flags));
+        return keep(directory,
+                    openWithRoom([&] { return openDirectory(AT_FDCWD, directory, flags); }));
     }
     const auto parent = open(root, PathText::parentId(directory));
-    return parent != nullptr ? keep(directory, openDirectory(parent->get(), name, flags)) : nullptr;
+    return parent != nullptr
+               ? keep(directory,
+                      openWithRoom([&] { return openDirectory(parent->get(), name, flags); }))
+               : nullptr;
 }
 
 LocalPlaces::Directory LocalPlaces::keep(const std::string& path, Posix::FileDescriptor&& directory)

@@ -2,6 +2,7 @@
 
 #include "posix/FileDescriptor.h"
 
+#include <cerrno>
 #include <map>
 #include <memory>
 #include <optional>
@@ -37,6 +38,21 @@ public:
 
     /// To be called when another directory may stand at a path from now on.
     void forget(const std::string& path);
+
+    /// Opens something; where there are no descriptors left, without the directories that are kept
+    /// open for those that come next.
+    /// \param open gives a descriptor, or none and errno.
+    template <class Open>
+    Posix::FileDescriptor openWithRoom(Open open)
+    {
+        auto opened = open();
+        const bool isShort = !opened.isOpen() && (errno == EMFILE || errno == ENFILE);
+        if (isShort && !open_.empty()) {
+            open_.clear();
+            opened = open();
+        }
+        return opened;
+    }
 
 private:
     const std::string* rootOf(const std::string& path) const;

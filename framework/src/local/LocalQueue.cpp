@@ -165,7 +165,8 @@ std::optional<StorageSystemQueue::File> LocalQueue::openAt(const std::string& pa
         return std::nullopt;
     }
     const int all = place->isConfined ? flags | O_NOFOLLOW : flags;
-    auto file = LocalCalls::openFile(place->descriptor(), place->path(), all, permissions);
+    auto file = places_.openWithRoom(
+        [&] { return LocalCalls::openFile(place->descriptor(), place->path(), all, permissions); });
     return file.get() != -1 ? std::make_optional(files_.add(path, std::move(file))) : std::nullopt;
 }
 
@@ -252,14 +253,12 @@ bool LocalQueue::listNow(const std::string& path, const EntryReceiver& receiver)
         return false;
     }
     const int follow = place->isConfined ? O_NOFOLLOW : 0;
-    const Posix::FileDescriptor opened(retryInterrupted([&] {
-        return ::openat(place->descriptor(), place->path(),
-                        O_PATH | O_DIRECTORY | O_CLOEXEC | follow);
+    LocalDirectory directory(places_.openWithRoom([&] {
+        return Posix::FileDescriptor(retryInterrupted([&] {
+            return ::openat(place->descriptor(), place->path(),
+                            O_RDONLY | O_DIRECTORY | O_CLOEXEC | follow);
+        }));
     }));
-    if (!LocalError::succeeded(opened.get() != -1)) {
-        return false;
-    }
-    LocalDirectory directory(opened);
     std::vector<StorageSystemEntry> entries;
     while (const dirent* const next = directory.next()) {
         if (auto entry = describe(directory, *next)) {

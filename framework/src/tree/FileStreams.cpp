@@ -40,6 +40,7 @@ public:
         : path_(path)
         , taker_(taker)
         , progress_(progress)
+        , isLocal_(system.getType() == StorageSystemType::Local)
         , queue_(system.createQueue())
         , pieceSize_(queue_->descriptor() != -1 ? sentPieceSize : immediatePieceSize)
     {}
@@ -172,14 +173,36 @@ private:
                 if (why) {
                     giveUp(why);
                 } else if (now.size && *now.size != done_) {
-                    giveUp(newFailure("read", path_, FailureCode::Changed,
-                                      "it ended before its size"));
+                    doubtEnd(*now.size);
                 }
             });
+            pumpUntil([this] { return queue_->pending() == 0; });
         }
         queue_->close(*file_, [](const Failure&) {});
         // Its way through the queue stays open for the next one where nothing is in flight.
         pumpUntil([this] { return queue_->pending() == 0; });
+    }
+
+    /// Some of this machine's files have sizes that mean nothing, as those of /sys: the size has
+    /// not changed, and there is still nothing behind the end that was met.
+    void doubtEnd(std::uint64_t size)
+    {
+        if (!isLocal_ || size != expected_) {
+            giveUpBeforeSize();
+            return;
+        }
+        queue_->read(*file_, done_, &beyond_, 1, [this](const Failure& why, std::uint64_t count) {
+            if (why) {
+                giveUp(why);
+            } else if (count != 0) {
+                giveUpBeforeSize();
+            }
+        });
+    }
+
+    void giveUpBeforeSize()
+    {
+        giveUp(newFailure("read", path_, FailureCode::Changed, "it ended before its size"));
     }
 
     template <class IsDone>
@@ -201,6 +224,8 @@ private:
     const std::string& path_;
     const ByteTaker& taker_;
     const ByteProgress& progress_;
+    const bool isLocal_;
+    char beyond_ = 0;
     std::deque<Piece> pieces_; ///< In their order. Lent to the queue, so they come before it.
     std::unique_ptr<StorageSystemQueue> queue_;
     std::uint64_t pieceSize_;

@@ -154,6 +154,37 @@ TEST_P(FileStreamsContract, NothingIsLeftAfterAnException)
     EXPECT_THAT(names(), IsEmpty());
 }
 
+TEST_P(FileStreamsContract, AnExceptionOfTheProgressLeavesTheOldFileOrTheNewOne)
+{
+    const auto bytes = pseudoRandomBytes(6, 300'000);
+    for (const std::string old : {"old", ""}) {
+        int thrown = 0;
+        for (int calls = 1; calls < 1'000; ++calls) {
+            if (!old.empty()) {
+                makeFile("file", old);
+            }
+            WriteFileOptions options;
+            options.progress = [left = calls](std::uint64_t /*done*/) mutable {
+                return --left == 0 ? throw std::runtime_error("the progress'") : true;
+            };
+            try {
+                EXPECT_TRUE(write("file", bytes, options)) << Failure::last().message();
+                break;
+            } catch (const std::runtime_error&) {
+                ++thrown;
+            }
+            const auto left = names();
+            const auto content = left.empty() ? std::string() : contentOf(path("file"));
+            EXPECT_TRUE(content == old || content == bytes) << content.size() << " bytes";
+            EXPECT_THAT(left, testing::AnyOf(ElementsAre("file"), IsEmpty()));
+            EXPECT_TRUE(left.empty() || system().fileRemove(path("file")));
+        }
+        EXPECT_GT(thrown, 2);
+        EXPECT_THAT(names(), ElementsAre("file"));
+        EXPECT_TRUE(system().fileRemove(path("file")));
+    }
+}
+
 TEST_P(FileStreamsContract, WhatCannotBeWrittenIsAFailure)
 {
     makeDirectory("directory");
