@@ -51,17 +51,31 @@ void Replacement::rename(StorageSystemQueue& queue, const std::string& from, con
             done({});
             return;
         }
-        const auto isThere = [done, why](const Failure& failure, const Attributes&) {
-            done(failure ? why : Failure());
-        };
         queue.lookUp(from,
-                     [&queue, to, done, why, isThere](const Failure& failure, const Attributes&) {
+                     [&queue, from, to, done, why](const Failure& failure, const Attributes&) {
                          if (failure.code() == FailureCode::NotFound) {
-                             queue.lookUp(to, isThere);
+                             lookWhetherRenamed(queue, from, to, why, done);
                          } else {
                              done(why);
                          }
                      });
+    });
+}
+
+/// Nothing stands where it was renamed from. What the system saw at the new path before it did
+/// anything cannot be what was renamed.
+void Replacement::lookWhetherRenamed(StorageSystemQueue& queue, const std::string& from,
+                                     const std::string& to, const Failure& why,
+                                     const StorageSystemQueue::Completion<>& done)
+{
+    const bool wasTaken =
+        why.code() == FailureCode::Exists && why.source() != FailureSource::Server;
+    queue.lookUp(to, [from, why, done, wasTaken](const Failure& failure, const Attributes&) {
+        if (wasTaken || failure.code() == FailureCode::NotFound) {
+            done(newFailure("rename", from, FailureCode::NotFound));
+        } else {
+            done(failure ? why : Failure());
+        }
     });
 }
 

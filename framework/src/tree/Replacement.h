@@ -39,7 +39,8 @@ public:
     /// \param done      is called once, while the queue is there.
     static void start(StorageSystemQueue& queue, const char* operation, Task task, Done done);
 
-    /// Renames. What is reported as failed may have been done all the same, and is looked at.
+    /// Renames. What is reported as failed may have been done all the same, and is looked at. Fails
+    /// with NotFound where what was to be renamed is gone and did not get there.
     static void rename(StorageSystemQueue& queue, const std::string& from, const std::string& to,
                        StorageSystemQueue::Completion<> done);
 
@@ -50,6 +51,10 @@ private:
     Replacement(StorageSystemQueue& queue, const char* operation, Task task, Done done);
 
     using Attributes = StorageSystemAttributes;
+
+    static void lookWhetherRenamed(StorageSystemQueue& queue, const std::string& from,
+                                   const std::string& to, const Failure& why,
+                                   const StorageSystemQueue::Completion<>& done);
 
     void begin();
     void refused(const Failure& why);

@@ -496,5 +496,31 @@ TEST_F(MoveTreeFaultTest, AnObserverThatThrowsLeavesTheOriginal)
     EXPECT_GT(thrown, 5);
 }
 
+TEST_F(MoveTreeFaultTest, WhatIsGoneBeforeItIsRenamedIsNotFound)
+{
+    for (const bool isTargetTaken : {true, false}) {
+        SCOPED_TRACE(isTargetTaken);
+        start(What::File);
+        // The system sees something at the new path, while the original goes.
+        system_->setFaultFunction(
+            [&](const MemoryOperation& operation) -> std::optional<MemoryFault> {
+                if (operation.kind != Kind::Rename) {
+                    return std::nullopt;
+                }
+                EXPECT_TRUE(others_->fileRemove("/from/t"));
+                if (isTargetTaken) {
+                    write(*others_, "/to/t", "another one");
+                }
+                return MemoryFault::failure(FailureCode::Exists);
+            });
+        Told told;
+        const auto report = move(told);
+        EXPECT_EQ(report.outcome, TreeMoveOutcome::Failed);
+        EXPECT_EQ(report.failure.code(), FailureCode::NotFound) << report.failure.message();
+        EXPECT_EQ(report.failure.path(), "/from/t");
+        EXPECT_EQ(contentOf(*others_, "/to/t"), isTargetTaken ? "another one" : "");
+    }
+}
+
 } // namespace
 } // namespace TarnisTest
