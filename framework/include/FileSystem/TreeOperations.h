@@ -14,7 +14,9 @@ namespace FileSystem {
 class StorageSystem;
 
 // Work on trees of directories, with as many operations in flight as pays. What fails belongs to
-// its entry and keeps nothing else from being done, unless the observer says stop.
+// its entry and keeps nothing else from being done, unless the observer says stop. Where a system
+// has no descriptors, handles or memory left for an entry that is to be copied, or for a directory
+// that is to be read, that waits until others are done, and fewer are in flight for a while.
 
 /// An entry of a tree.
 struct TreeEntry
@@ -31,7 +33,7 @@ struct TreeProgress
 {
     std::uint64_t entriesDone = 0; ///< Done, skipped and failed ones.
     std::uint64_t entriesFound = 0;
-    std::uint64_t bytesDone = 0; ///< Of a copy: of files that were copied or are being copied.
+    std::uint64_t bytesDone = 0; ///< Of a copy: written, also of files that have failed since.
     std::uint64_t bytesFound = 0;
     bool isAllFound = false; ///< Every directory was read, so that nothing more will be found.
 };
@@ -108,7 +110,7 @@ struct TreeReport
     std::uint64_t links = 0;       ///< Done.
     std::uint64_t skipped = 0;     ///< How often TreeObserver::skipped() was called.
     std::uint64_t removed = 0;     ///< By a copy: how often TreeObserver::removed() was called.
-    std::uint64_t bytes = 0;       ///< Of the files that were copied, as far as they were.
+    std::uint64_t bytes = 0;       ///< Of the files that were copied. Those of others do not count.
     std::uint64_t failed = 0;      ///< How often TreeObserver::failed() was called, or would be.
     bool isStopped = false;        ///< The observer said stop, after a failure or at its progress.
     Failure failure;               ///< The first one.
@@ -202,9 +204,10 @@ struct TreeCopyPath
 /// directory is done when all that is in it is.
 ///
 /// Several may go to one place, as far as the texts of the targets tell: directories are merged,
-/// and of files the first is copied and any other fails with Exists, unless it is the same source.
-/// So it is with names that the target does not tell apart, such as "a" and "A" on many volumes.
-/// Those that share a place are copied in the order of the paths.
+/// and preserve the permissions and the time of the last one; of files the first is copied and any
+/// other fails with Exists, unless it is the same source. So it is with names that the target does
+/// not tell apart, such as "a" and "A" on many volumes. Those that share a place are copied in the
+/// order of the paths.
 ///
 /// A file or a link appears under its name complete or not at all: it is gathered under a hidden
 /// name beside it, which is removed again where it fails or the copy is stopped, as long as the

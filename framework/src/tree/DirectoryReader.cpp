@@ -15,6 +15,15 @@ constexpr auto directoryType = StorageSystemFileTypeFlag::Directory;
 
 } // namespace
 
+Failure DirectoryContents::shortage() const
+{
+    const auto isShortage = [](const Failure& why) {
+        return why.code() == FailureCode::NoResources;
+    };
+    const auto found = std::find_if(untold.begin(), untold.end(), isShortage);
+    return isShortage(failure) ? failure : found != untold.end() ? *found : Failure();
+}
+
 void DirectoryReader::read(StorageSystemQueue& queue, std::string path, Done done)
 {
     std::shared_ptr<DirectoryReader>(new DirectoryReader(queue, std::move(path), std::move(done)))

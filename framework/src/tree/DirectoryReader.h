@@ -22,6 +22,10 @@ struct DirectoryContents
     std::vector<Failure> gone;
     /// Why there may be more than these.
     Failure failure;
+
+    /// What is missing is missing for want of descriptors, handles or memory; no failure for all
+    /// other reasons.
+    Failure shortage() const;
 };
 
 /// Reads one directory of a tree, so that nothing that it gives was reached through a link that has

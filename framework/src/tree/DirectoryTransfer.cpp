@@ -26,9 +26,10 @@ bool isForWantOfPermissions(const Failure& failure)
 
 } // namespace
 
-DirectoryTransfer::DirectoryTransfer(CopyContext& context, const TreeEntry& entry)
+DirectoryTransfer::DirectoryTransfer(CopyContext& context, const TreeEntry& entry, bool isOurs)
     : context_(context)
     , entry_(entry)
+    , isOurs_(isOurs)
 {}
 
 DirectoryTransfer::Mode DirectoryTransfer::modeOf(const Attributes& attributes)
@@ -55,6 +56,10 @@ Attributes DirectoryTransfer::toAttributes(const Mode& mode, const Attributes& n
 void DirectoryTransfer::make(Made done)
 {
     made_ = std::move(done);
+    if (isNew_) {
+        lookUpNew();
+        return;
+    }
     if (context_.options.preservesPermissions) {
         final_ = modeOf(entry_.attributes);
         // It says something only where others than the owner may write.
@@ -99,15 +104,20 @@ void DirectoryTransfer::begin()
             return;
         }
         self->isNew_ = true;
-        self->context_.target.lookUp(self->entry_.target,
-                                     [self](const Failure& failure, const auto& made) {
-                                         if (failure) {
-                                             self->tellMade(failure);
-                                         } else {
-                                             self->lookAtNew(made);
-                                         }
-                                     });
+        self->lookUpNew();
     });
+}
+
+void DirectoryTransfer::lookUpNew()
+{
+    context_.target.lookUp(entry_.target,
+                           [self = shared_from_this()](const Failure& failure, const auto& made) {
+                               if (failure) {
+                                   self->tellMade(failure);
+                               } else {
+                                   self->lookAtNew(made);
+                               }
+                           });
 }
 
 /// Whether it could not be made because it is there.
@@ -170,10 +180,13 @@ void DirectoryTransfer::lookAtNew(const Attributes& made)
 
 /// Takes away, before the first entry, what a directory that was there has beyond the source's
 /// permissions, if it is to have these. Where that is refused it is told in the end, when the same
-/// is tried again.
+/// is tried again. What another source has closed to its owner is open again until it is filled.
 void DirectoryTransfer::closeStanding(const Attributes& standing)
 {
     now_ = standing;
+    if (isOurs_ && !final_ && standing.permissions) {
+        final_ = modeOf(standing);
+    }
     if (!final_ || !standing.permissions) {
         tellMade({});
         return;
@@ -199,6 +212,8 @@ void DirectoryTransfer::set(const Attributes& attributes, Made then)
 void DirectoryTransfer::finish(Finished done)
 {
     finished_ = std::move(done);
+    losses_.clear();
+    shortage_ = {};
     if (!context_.options.preservesTimes || !entry_.attributes.modTime) {
         setFinalMode();
         return;
@@ -241,6 +256,9 @@ void DirectoryTransfer::withoutSticky(const Failure& why)
 
 void DirectoryTransfer::lose(const Failure& why, const char* what)
 {
+    if (why.code() == FailureCode::NoResources) {
+        shortage_ = why;
+    }
     if (why && context_.isStrict) {
         losses_.push_back(why);
     } else if (why) {

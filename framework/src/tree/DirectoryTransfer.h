@@ -23,14 +23,20 @@ public:
     /// \param losses what could not be kept.
     using Finished = std::function<void(const std::vector<Failure>& losses)>;
 
-    /// \param entry must outlive this.
-    DirectoryTransfer(CopyContext& context, const TreeEntry& entry);
+    /// \param entry  must outlive this.
+    /// \param isOurs this copy has made it before, for another source.
+    DirectoryTransfer(CopyContext& context, const TreeEntry& entry, bool isOurs);
 
+    /// May be called again where there was no room for it: goes on with what it has made.
     void make(Made done);
 
     /// Gives it its permissions and its time: what is put into a directory changes its time, and
     /// takes permissions that it may not be meant to keep.
     void finish(Finished done);
+
+    /// What finish() could not do for want of descriptors, handles or memory: it may be called
+    /// again.
+    const Failure& shortage() const noexcept { return shortage_; }
 
     /// It was not there before.
     bool isNew() const noexcept { return isNew_; }
@@ -53,6 +59,7 @@ private:
     void tellFinished();
     void begin();
     void refused(const Failure& why);
+    void lookUpNew();
     void lookAtNew(const StorageSystemAttributes& made);
     void closeStanding(const StorageSystemAttributes& standing);
     void adjustStickyBit(std::optional<bool> told);
@@ -66,10 +73,12 @@ private:
     Made made_;
     Finished finished_;
     Permissions asked_; ///< What it was made with.
+    bool isOurs_;
     bool isNew_ = false;
     StorageSystemAttributes now_;
     std::optional<Mode> final_; ///< Empty: what it has is right.
     std::vector<Failure> losses_;
+    Failure shortage_;
 };
 
 } // namespace FileSystem

@@ -100,6 +100,18 @@ void EntryTransfer::repeat(FailureCode code, const std::string& path)
     }
 }
 
+void EntryTransfer::count(std::uint64_t bytes) noexcept
+{
+    bytes_ += bytes;
+    context_.bytesDone += bytes;
+}
+
+void EntryTransfer::discount(std::uint64_t bytes) noexcept
+{
+    bytes_ -= bytes;
+    context_.bytesDone -= bytes;
+}
+
 bool EntryTransfer::replacesFile() const noexcept
 {
     const auto& standing = standing_.attributes;
@@ -262,6 +274,10 @@ void EntryTransfer::publish()
         published();
         return;
     }
+    // Whoever says stop as the last bytes arrive is in time.
+    if (isEnding()) {
+        return;
+    }
     isPublishing_ = true;
     const auto how = context_.options.standing;
     if (mustBeNew_ || how == TreeStanding::Fail || how == TreeStanding::Keep) {
@@ -353,6 +369,7 @@ void EntryTransfer::removeTemporary()
                                 failure.code() == FailureCode::ConnectionLost;
             if (failure && !isGone) {
                 isToBeRepeated_ = false;
+                isAnythingLeft_ = true;
                 const auto text = failure_.text().empty() ? "" : failure_.text() + "; ";
                 failure_ =
                     withText(failure_, text + temporaryPath_ + " cannot be removed and is left");

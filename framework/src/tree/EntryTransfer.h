@@ -61,6 +61,12 @@ public:
     /// Why it failed.
     const Failure& failure() const noexcept { return failure_; }
 
+    /// Something that it has made could not be removed, as its failure says.
+    bool isAnythingLeft() const noexcept { return isAnythingLeft_; }
+
+    /// How many bytes of the context's it has counted.
+    std::uint64_t bytes() const noexcept { return bytes_; }
+
     /// What was to be kept or removed and is not, of what was copied.
     const std::vector<Failure>& losses() const noexcept { return losses_; }
 
@@ -137,6 +143,12 @@ protected:
     /// The hidden file was closed, and nothing was seen to stand at the target's name then. To be
     /// told anew before each publish().
     void noteTargetFree(bool isFree) noexcept { isTargetFree_ = isFree; }
+
+    /// Bytes of the entry have arrived.
+    void count(std::uint64_t bytes) noexcept;
+
+    /// They are to arrive anew.
+    void discount(std::uint64_t bytes) noexcept;
 
     /// Something was not kept, which is no reason to give up.
     void lose(const Failure& failure) { losses_.push_back(failure); }
@@ -220,6 +232,8 @@ private:
     bool isTemporaryOwned_ = false;
     bool isTargetFree_ = false;
     bool isToBeRepeated_ = false;
+    bool isAnythingLeft_ = false;
+    std::uint64_t bytes_ = 0;
     bool isKept_ = false; ///< Something has come to the target, and is to stay.
     Outcome outcome_ = Outcome::Failed;
     Failure failure_;

@@ -275,7 +275,7 @@ void FileTransfer::checkForeseen()
     const bool isAsForeseen = !isWider && finalPermissions() == now_;
     if (!isAsForeseen && !context().options.preservesPermissions) {
         context().keepsPermissions = false;
-        context().bytesDone -= written_;
+        discount(written_);
         repeat(FailureCode::NotKept, temporaryPath());
     }
 }
@@ -420,7 +420,7 @@ void FileTransfer::copied(std::uint64_t offset, std::uint64_t size, const Failur
     }
     reached_ = std::max(reached_, sent_);
     written_ += size;
-    context().bytesDone += size;
+    count(size);
     context().written();
     endBytes();
     endTemporary();
@@ -483,7 +483,7 @@ void FileTransfer::write(const Piece& piece)
                                    return;
                                }
                                written_ += piece.size;
-                               context().bytesDone += piece.size;
+                               count(piece.size);
                                context().written();
                                endBytes();
                                endTemporary();

@@ -5,13 +5,15 @@
 #include "tree/TreeRemover.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace FileSystem {
 
-OtherRemoval::OtherRemoval(TreeWork& work, const StorageSystem& target, const std::string& root,
-                           const TreeEntry& directory, const std::set<std::string>& kept)
+OtherRemoval::OtherRemoval(TreeWork& work, std::shared_ptr<StorageSystemQueue> queue,
+                           const std::string& root, const TreeEntry& directory,
+                           const std::set<std::string>& kept)
     : work_(work)
-    , target_(target)
+    , queue_(std::move(queue))
     , root_(root)
     , directory_(directory)
     , kept_(kept)
@@ -26,7 +28,7 @@ void OtherRemoval::remove(const std::vector<std::string>& names, const TreeOptio
     for (const std::string& name : names) {
         paths.push_back(PathText::childId(directory_.target, {name}));
     }
-    TreeRemover remover(target_, *this, options);
+    TreeRemover remover(queue_, *this, options);
     remover.confine(root_);
     static_cast<void>(remover.remove(paths));
 }

@@ -4,6 +4,7 @@
 
 #include <FileSystem/TreeOperations.h>
 
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,10 +15,11 @@ namespace FileSystem {
 class OtherRemoval final : public TreeObserver
 {
 public:
+    /// \param queue of the target, for this alone: what is removed is waited for.
     /// \param root that the directory is in, or is: nothing below its target is reached through a
     ///             link.
     /// \param kept paths, in small letters, of what is not to be removed whatever the source has.
-    OtherRemoval(TreeWork& work, const StorageSystem& target, const std::string& root,
+    OtherRemoval(TreeWork& work, std::shared_ptr<StorageSystemQueue> queue, const std::string& root,
                  const TreeEntry& directory, const std::set<std::string>& kept);
     ~OtherRemoval() override;
 
@@ -33,7 +35,7 @@ private:
     TreeEntry inTree(const TreeEntry& entry) const;
 
     TreeWork& work_;
-    const StorageSystem& target_;
+    std::shared_ptr<StorageSystemQueue> queue_;
     const std::string& root_;
     const TreeEntry& directory_;
     const std::set<std::string>& kept_;

@@ -519,7 +519,8 @@ ResumeTransfer::Permissions ResumeTransfer::permissionsOfPart() const
 
 void ResumeTransfer::fillFrom(std::uint64_t offset)
 {
-    context().bytesDone = context().bytesDone - counted_ + offset;
+    discount(counted_);
+    count(offset);
     counted_ = offset;
     startAt(offset, size_);
     beginWriting();
@@ -559,7 +560,7 @@ void ResumeTransfer::checkEnds(const std::string& copied, const std::string& wan
     } else if (copied == beginning_->ends) {
         giveUp(FailureCode::Changed, entry().path, changedMeanwhile);
     } else {
-        context().bytesDone -= size_ - counted_;
+        discount(size_ - counted_);
         context().target.close(*target(), whatever<>([this](const Failure&) { beginAnew(); }));
     }
 }

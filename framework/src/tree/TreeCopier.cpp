@@ -107,9 +107,13 @@ struct TreeCopier::Directory
     DirectoryPtr parent; ///< Null for a root.
     std::shared_ptr<DirectoryTransfer> transfer;
     DirectoryContents contents;
+    TreeWork::Beginning beginning = 0;
+    int unanswered = 0; ///< Of reading it and making it.
     bool isRead = false;
     bool isMade = false;
     bool isFailed = false;
+    Failure whyNotMade;
+    Failure shortage;              ///< Why its reading or its making has to be tried again.
     std::size_t unfinished = 0;    ///< How much of what is in it is neither copied nor has failed.
     bool isNew = false;            ///< Its target was not there before.
     bool isShared = false;         ///< Other sources may go to its target, or below it.
@@ -176,7 +180,6 @@ TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
         abandon();
         throw;
     }
-    work_.report().bytes = context_->bytesDone;
     return work_.report();
 }
 
@@ -286,21 +289,24 @@ void TreeCopier::beginReads()
 void TreeCopier::beginRoot(Root&& root)
 {
     turn_ = root.turn.turn;
-    work_.begin();
+    const auto beginning = work_.begin();
     const auto path = root.entry.path;
-    work_.queue(0).lookUp(
-        path, [this, root = std::move(root)](const Failure& failure, const auto& is) mutable {
-            work_.end();
-            root.entry.attributes = is;
-            if (failure) {
-                work_.fail(root.entry, failure);
-            } else if (!work_.wants(root.entry)) {
-                work_.passed();
-            } else {
-                work_.progress().bytesFound += sizeOf(is);
-                beginNamed(std::move(root.entry), root.turn.isShared);
-            }
-        });
+    work_.queue(0).lookUp(path, [this, beginning, root = std::move(root)](const Failure& failure,
+                                                                          const auto& is) mutable {
+        const bool waits = work_.waitsForRoom(failure, beginning);
+        work_.end();
+        root.entry.attributes = is;
+        if (waits) {
+            roots_.push_back(std::move(root));
+        } else if (failure) {
+            work_.fail(root.entry, failure);
+        } else if (!work_.wants(root.entry)) {
+            work_.passed();
+        } else {
+            work_.progress().bytesFound += sizeOf(is);
+            beginNamed(std::move(root.entry), root.turn.isShared);
+        }
+    });
 }
 
 void TreeCopier::beginNamed(TreeEntry&& root, bool isShared)
@@ -403,14 +409,26 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent, bool isSha
 /// Made and read at the same time.
 void TreeCopier::beginDirectory(const DirectoryPtr& directory)
 {
-    work_.begin();
+    directory->beginning = work_.begin();
     ++reading_;
-    DirectoryReader::read(context_->source, directory->entry.path,
-                          [this, directory](DirectoryContents& contents) {
-                              directory->contents = std::move(contents);
-                              directory->isRead = true;
-                              takeEntries(directory);
-                          });
+    directory->shortage = {};
+    directory->unanswered = (directory->isRead ? 0 : 1) + (directory->isMade ? 0 : 1);
+    if (directory->unanswered == 0) {
+        takeEntries(directory);
+        return;
+    }
+    if (!directory->isRead) {
+        DirectoryReader::read(
+            context_->source, directory->entry.path,
+            [this, directory](DirectoryContents& contents) { read(directory, contents); });
+    }
+    if (!directory->isMade) {
+        beginMaking(directory);
+    }
+}
+
+void TreeCopier::beginMaking(const DirectoryPtr& directory)
+{
     if (work_.isDryRun()) {
         context_->target.lookUp(directory->entry.target,
                                 [this, directory](const Failure& failure, const auto&) {
@@ -418,10 +436,58 @@ void TreeCopier::beginDirectory(const DirectoryPtr& directory)
                                 });
         return;
     }
-    directory->transfer = std::make_shared<DirectoryTransfer>(*context_, directory->entry);
+    // What was made before there was no room to look at it is gone on with.
+    if (directory->transfer == nullptr) {
+        const bool isOurs = directory->isShared && claims_.isNew(directory->entry.target);
+        directory->transfer =
+            std::make_shared<DirectoryTransfer>(*context_, directory->entry, isOurs);
+    }
     directory->transfer->make([this, directory](const Failure& failure) {
         made(directory, failure, directory->transfer->isNew());
     });
+}
+
+void TreeCopier::read(const DirectoryPtr& directory, DirectoryContents& contents)
+{
+    directory->contents = std::move(contents);
+    directory->isRead = true;
+    noteShortage(*directory, directory->contents.shortage());
+    answered(directory);
+}
+
+void TreeCopier::noteShortage(Directory& directory, const Failure& why)
+{
+    if (why.code() == FailureCode::NoResources) {
+        directory.shortage = why;
+    }
+}
+
+/// Both are known, or one is to be asked for again.
+void TreeCopier::answered(const DirectoryPtr& directory)
+{
+    if (--directory->unanswered == 0 && !waitsForRoom(directory)) {
+        takeEntries(directory);
+    }
+}
+
+/// Whether it is begun once more, with what there was no room for.
+bool TreeCopier::waitsForRoom(const DirectoryPtr& directory)
+{
+    if (!work_.waitsForRoom(directory->shortage, directory->beginning)) {
+        return false;
+    }
+    work_.end();
+    --reading_;
+    if (directory->contents.shortage()) {
+        directory->contents = {};
+        directory->isRead = false;
+    }
+    if (directory->whyNotMade.code() == FailureCode::NoResources) {
+        directory->whyNotMade = {};
+        directory->isMade = false;
+    }
+    toEnter_.push_back(directory);
+    return true;
 }
 
 void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, bool isNew)
@@ -429,11 +495,8 @@ void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, boo
     const bool isInTheWay = !failure && !isNew && areRootsNew_ && directory->parent == nullptr;
     const auto why =
         isInTheWay ? newFailure("copy", directory->entry.target, FailureCode::Exists) : failure;
-    if (why) {
-        directory->isFailed = true;
-        noteFailure(directory->parent);
-        work_.fail(directory->entry, why);
-    }
+    directory->whyNotMade = why;
+    noteShortage(*directory, why);
     directory->isMade = true;
     directory->isNew = isNew;
     if (directory->isShared) {
@@ -443,13 +506,15 @@ void TreeCopier::made(const DirectoryPtr& directory, const Failure& failure, boo
         }
     }
     hasMadeRoot_ = hasMadeRoot_ || (isNew && directory->parent == nullptr);
-    takeEntries(directory);
+    answered(directory);
 }
 
 void TreeCopier::takeEntries(const DirectoryPtr& directory)
 {
-    if (!directory->isMade || !directory->isRead) {
-        return;
+    if (directory->whyNotMade && !directory->isFailed) {
+        directory->isFailed = true;
+        noteFailure(directory->parent);
+        work_.fail(directory->entry, directory->whyNotMade);
     }
     const bool isOld = !directory->isFailed && !directory->isNew;
     if (isOld && !directory->isTargetAsked) {
@@ -487,6 +552,12 @@ void TreeCopier::listTarget(const DirectoryPtr& directory)
             return true;
         },
         [this, directory](const Failure& failure) {
+            noteShortage(*directory, failure);
+            if (waitsForRoom(directory)) {
+                directory->isTargetAsked = false;
+                directory->standing.clear();
+                return;
+            }
             // Otherwise each is looked at by itself.
             directory->isTargetListed = !failure;
             if (failure && mayRemoveOthers(*directory)) {
@@ -563,8 +634,18 @@ void TreeCopier::keepSourcesWithin(const std::string& target)
 /// Before the directory gets its time and its permissions. What is in flight waits meanwhile.
 void TreeCopier::removeOthers(const Directory& directory)
 {
-    OtherRemoval removal(work_, target_, directory.rootTarget, directory.entry, keptSources_);
-    removal.remove(directory.others, options_);
+    // Each queue costs round trips.
+    if (removals_ == nullptr) {
+        removals_ = target_.createQueue();
+    }
+    try {
+        OtherRemoval(work_, removals_, directory.rootTarget, directory.entry, keptSources_)
+            .remove(directory.others, options_);
+    } catch (...) {
+        // What it has in flight has nobody to go to any more.
+        removals_ = nullptr;
+        throw;
+    }
 }
 
 /// Whether something else of this copy goes to a path beside a file's target.
@@ -707,36 +788,35 @@ void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bo
         readers_.push_back(newFileTransfer(std::move(entry), parent, mustBeNew));
         transfer = readers_.back();
     }
-    work_.begin();
-    isAlone_ = transfers_.empty();
+    const auto beginning = work_.begin();
     transfers_.push_back(transfer);
-    transfer->start([this, parent](EntryTransfer& over) { ended(over, parent); });
+    transfer->start(
+        [this, parent, beginning](EntryTransfer& over) { ended(over, parent, beginning); });
 }
 
-void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
+void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent,
+                       TreeWork::Beginning beginning)
 {
     const auto isIt = [&transfer](const auto& one) { return one.get() == &transfer; };
     readers_.remove_if(isIt);
     const auto found = std::find_if(transfers_.begin(), transfers_.end(), isIt);
     const auto kept = *found;
     transfers_.erase(found);
+    const bool hasFailed = transfer.outcome() == EntryTransfer::Outcome::Failed;
+    const bool mayWait = hasFailed && !transfer.isToBeRepeated() && !transfer.isAnythingLeft();
+    const bool waits = mayWait && work_.waitsForRoom(transfer.failure(), beginning);
     work_.end();
     if (transfer.isToBeRepeated()) {
         beginTransfer(TreeEntry(transfer.entry()), parent, transfer.mustBeNew());
         return;
     }
-    const bool isOlder = older_ > 0;
-    older_ -= isOlder ? 1 : 0;
-    if (waitsForRoom(transfer)) {
-        if (!isOlder) {
-            older_ = transfers_.size();
-            work_.limit((transfers_.size() + 1) / 2);
-        }
+    if (waits) {
+        context_->bytesDone -= transfer.bytes();
         waiting_.push_back({transfer.entry(), parent, transfer.mustBeNew()});
         return;
     }
     finishEntry(parent);
-    if (transfer.outcome() == EntryTransfer::Outcome::Failed) {
+    if (hasFailed) {
         noteFailure(parent);
         if (!context_->isStopped || transfer.failure().code() != FailureCode::Cancelled) {
             work_.fail(transfer.entry(), transfer.failure());
@@ -752,15 +832,9 @@ void TreeCopier::ended(EntryTransfer& transfer, const DirectoryPtr& parent)
     if (transfer.outcome() == EntryTransfer::Outcome::Skipped) {
         work_.skipped(transfer.entry());
     } else {
+        work_.report().bytes += transfer.bytes();
         work_.done(transfer.entry());
     }
-}
-
-/// Whether it failed since too many files were open, and others than its own.
-bool TreeCopier::waitsForRoom(const EntryTransfer& transfer) const
-{
-    return transfer.outcome() == EntryTransfer::Outcome::Failed && !work_.isOver() &&
-           transfer.failure().code() == FailureCode::NoResources && !isAlone_;
 }
 
 void TreeCopier::beginAgain(const Waiting& waiting)
@@ -776,13 +850,17 @@ void TreeCopier::leave(const DirectoryPtr& directory)
         source_.directoryExists(directory->entry.path, false)) {
         removeOthers(*directory);
     }
-    work_.begin();
+    directory->others.clear();
+    directory->beginning = work_.begin();
     if (work_.isDryRun()) {
         finish(directory);
         return;
     }
     context_->source.lookUp(
         directory->entry.path, [this, directory](const Failure& failure, const auto& now) {
+            if (leavesLater(directory, failure)) {
+                return;
+            }
             if (failure) {
                 noteFailure(directory->parent);
                 work_.lose(directory->entry, failure);
@@ -795,14 +873,28 @@ void TreeCopier::leave(const DirectoryPtr& directory)
         });
 }
 
+/// Whether there is no room for what is left to be done with it.
+bool TreeCopier::leavesLater(const DirectoryPtr& directory, const Failure& why)
+{
+    const bool waits = work_.waitsForRoom(why, directory->beginning);
+    if (waits) {
+        work_.end();
+        toLeave_.push_back(directory);
+    }
+    return waits;
+}
+
 void TreeCopier::finish(const DirectoryPtr& directory)
 {
     if (work_.isDryRun()) {
         finished(directory, {});
         return;
     }
-    directory->transfer->finish(
-        [this, directory](const std::vector<Failure>& losses) { finished(directory, losses); });
+    directory->transfer->finish([this, directory](const std::vector<Failure>& losses) {
+        if (!leavesLater(directory, directory->transfer->shortage())) {
+            finished(directory, losses);
+        }
+    });
 }
 
 void TreeCopier::finished(const DirectoryPtr& directory, const std::vector<Failure>& losses)

@@ -84,6 +84,11 @@ private:
     void beginClaimed(TreeEntry&& entry, const DirectoryPtr& parent);
     void beginDoubtful(TreeEntry&& root);
     void beginDirectory(const DirectoryPtr& directory);
+    void beginMaking(const DirectoryPtr& directory);
+    void read(const DirectoryPtr& directory, DirectoryContents& contents);
+    static void noteShortage(Directory& directory, const Failure& why);
+    void answered(const DirectoryPtr& directory);
+    bool waitsForRoom(const DirectoryPtr& directory);
     void made(const DirectoryPtr& directory, const Failure& failure, bool isNew);
     void listTarget(const DirectoryPtr& directory);
     void takeEntries(const DirectoryPtr& directory);
@@ -92,10 +97,10 @@ private:
     static bool mustBeNew(const TreeEntry& entry, const Directory& parent);
     void beginNextEntry();
     void beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bool mustBeNew);
-    void ended(EntryTransfer& transfer, const DirectoryPtr& parent);
-    bool waitsForRoom(const EntryTransfer& transfer) const;
+    void ended(EntryTransfer& transfer, const DirectoryPtr& parent, TreeWork::Beginning beginning);
     void beginAgain(const Waiting& waiting);
     void leave(const DirectoryPtr& directory);
+    bool leavesLater(const DirectoryPtr& directory, const Failure& why);
     void finish(const DirectoryPtr& directory);
     void finished(const DirectoryPtr& directory, const std::vector<Failure>& losses);
     static void noteFailure(const DirectoryPtr& parent);
@@ -115,6 +120,7 @@ private:
     TreeCopyOptions options_;
     /// Counts the buffers of what is in flight, so it comes before the queues.
     std::unique_ptr<CopyContext> context_;
+    std::shared_ptr<StorageSystemQueue> removals_; ///< Of the target, once something is removed.
     FlightLimit limit_;
     TreeWork work_;
     bool areRootsNew_ = false;
@@ -131,8 +137,6 @@ private:
     std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.
     std::vector<DirectoryPtr> toLeave_;
     std::vector<Waiting> waiting_;
-    bool isAlone_ = false;  ///< What was begun last had nothing else in flight beside it.
-    std::size_t older_ = 0; ///< How much in flight was begun before the limit was lowered.
     /// Those whose files are being copied, in the order in which they were begun.
     std::list<std::shared_ptr<EntryTransfer>> transfers_;
     std::list<std::shared_ptr<FileTransfer>> readers_;

@@ -48,6 +48,11 @@ TreeRemover::TreeRemover(const StorageSystem& system, TreeObserver& observer,
     : work_({&system}, observer, options)
 {}
 
+TreeRemover::TreeRemover(std::shared_ptr<StorageSystemQueue> queue, TreeObserver& observer,
+                         const TreeOptions& options)
+    : work_(std::move(queue), observer, options)
+{}
+
 void TreeRemover::confine(const std::string& directory)
 {
     isConfined_ = true;
@@ -170,13 +175,18 @@ void TreeRemover::beginDirectory(const DirectoryPtr& directory)
 
 void TreeRemover::beginReading(const DirectoryPtr& directory)
 {
-    work_.begin();
+    const auto beginning = work_.begin();
     ++reading_;
     DirectoryReader::read(work_.queue(), directory->entry.path,
-                          [this, directory](DirectoryContents& contents) {
+                          [this, directory, beginning](DirectoryContents& contents) {
+                              const bool waits = work_.waitsForRoom(contents.shortage(), beginning);
                               --reading_;
                               work_.end();
-                              take(directory, contents);
+                              if (waits) {
+                                  toRead_.push_back(directory);
+                              } else {
+                                  take(directory, contents);
+                              }
                           });
 }
 

@@ -16,6 +16,10 @@ class TreeRemover
 public:
     TreeRemover(const StorageSystem& system, TreeObserver& observer, const TreeOptions& options);
 
+    /// \param queue with nothing in flight, that others use before and after.
+    TreeRemover(std::shared_ptr<StorageSystemQueue> queue, TreeObserver& observer,
+                const TreeOptions& options);
+
     /// Nothing below this directory is reached through a link; of the trees otherwise.
     void confine(const std::string& directory);
 

@@ -55,7 +55,7 @@ void TreeWalker::readAhead()
 void TreeWalker::begin(Step& step)
 {
     step.isBegun = true;
-    work_.begin();
+    step.beginning = work_.begin();
     if (step.depth == 0) {
         beginRoot(step);
     } else {
@@ -68,8 +68,7 @@ void TreeWalker::beginRoot(Step& root)
     work_.queue().lookUp(root.entry.path, [this, &root](const Failure& failure, const auto& is) {
         root.contents.failure = failure;
         root.entry.attributes = is;
-        root.isAnswered = true;
-        work_.end();
+        end(root);
     });
 }
 
@@ -78,9 +77,16 @@ void TreeWalker::beginDirectory(Step& directory)
     DirectoryReader::read(work_.queue(), directory.entry.path,
                           [this, &directory](DirectoryContents& contents) {
                               directory.contents = std::move(contents);
-                              directory.isAnswered = true;
-                              work_.end();
+                              end(directory);
                           });
+}
+
+/// It is begun once more where there was no room for it.
+void TreeWalker::end(Step& step)
+{
+    step.isBegun = !work_.waitsForRoom(step.contents.shortage(), step.beginning);
+    step.isAnswered = step.isBegun;
+    work_.end();
 }
 
 void TreeWalker::takeNext()

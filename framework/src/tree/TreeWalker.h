@@ -24,6 +24,7 @@ private:
     {
         TreeEntry entry;
         std::size_t depth = 0; ///< 0 for a root that was not looked up.
+        TreeWork::Beginning beginning = 0;
         bool isBegun = false;
         bool isAnswered = false;
         DirectoryContents contents;
@@ -33,6 +34,7 @@ private:
     void begin(Step& step);
     void beginRoot(Step& root);
     void beginDirectory(Step& directory);
+    void end(Step& step);
     void takeNext();
     void tellRoot(Step& root);
     void tellDirectory(Step& directory);

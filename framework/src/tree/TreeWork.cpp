@@ -30,12 +30,54 @@ TreeWork::TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserve
     }
 }
 
+TreeWork::TreeWork(std::shared_ptr<StorageSystemQueue> queue, TreeObserver& observer,
+                   const TreeOptions& options)
+    : observer_(observer)
+    , options_(options)
+{
+    queues_.push_back(std::move(queue));
+    allow(queues_.back()->capacity());
+}
+
 void TreeWork::addQueue(const StorageSystem& system, std::size_t most)
 {
     queues_.push_back(system.createQueue());
-    limit_ = std::max(limit_, std::min(queues_.back()->capacity(), most));
-    if (options_.inFlight != 0) {
-        limit_ = options_.inFlight;
+    allow(std::min(queues_.back()->capacity(), most));
+}
+
+void TreeWork::allow(std::size_t inFlight)
+{
+    limit_ = options_.inFlight != 0 ? options_.inFlight : std::max(limit_, inFlight);
+    room_ = limit_;
+}
+
+TreeWork::Beginning TreeWork::begin() noexcept
+{
+    isAlone_ = inFlight_ == 0;
+    ++inFlight_;
+    return shortages_;
+}
+
+/// Those that were begun before a shortage was met say nothing of the room that is left since.
+bool TreeWork::waitsForRoom(const Failure& why, Beginning beginning) noexcept
+{
+    if (why.code() != FailureCode::NoResources || isOver_ || isAlone_) {
+        return false;
+    }
+    if (beginning == shortages_) {
+        ++shortages_;
+        doneSinceThen_ = 0;
+        room_ = std::max<std::size_t>(1, inFlight_ / 2);
+    }
+    return true;
+}
+
+/// Slowly, so that what is short for long is met seldom.
+void TreeWork::grow() noexcept
+{
+    if (room_ < limit_ && ++doneSinceThen_ >= 2 * room_) {
+        doneSinceThen_ = 0;
+        ++room_;
     }
 }
 
@@ -59,6 +101,7 @@ void TreeWork::done(const TreeEntry& entry)
     if (isMuted_) {
         return;
     }
+    grow();
     auto& count = isDirectory(entry.attributes)      ? report_.directories
                   : isSymbolicLink(entry.attributes) ? report_.links
                                                      : report_.files;

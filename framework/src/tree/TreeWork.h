@@ -3,7 +3,6 @@
 #include <FileSystem/Failure.h>
 #include <FileSystem/TreeOperations.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -24,6 +23,10 @@ public:
              const TreeOptions& options,
              std::size_t most = std::numeric_limits<std::size_t>::max());
 
+    /// \param queue with nothing in flight, that others use before and after.
+    TreeWork(std::shared_ptr<StorageSystemQueue> queue, TreeObserver& observer,
+             const TreeOptions& options);
+
     StorageSystemQueue& queue(std::size_t system = 0) const noexcept { return *queues_[system]; }
 
     /// Takes another queue into use, after the others.
@@ -32,7 +35,7 @@ public:
     bool isDryRun() const noexcept { return options_.isDryRun; }
 
     /// Whether another step may be begun: there is room, and nothing has stopped the work.
-    bool mayBegin() const noexcept { return !isOver_ && inFlight_ < limit_; }
+    bool mayBegin() const noexcept { return !isOver_ && inFlight_ < room_; }
 
     /// Something has stopped the work: what is in flight is waited for, and nothing else begun.
     bool isOver() const noexcept { return isOver_; }
@@ -40,12 +43,17 @@ public:
     /// Nobody is told anything any more, and nothing else begun.
     void mute() noexcept { isOver_ = isMuted_ = true; }
 
-    /// From now on, no more than that is in flight at once.
-    void limit(std::size_t most) noexcept { limit_ = std::clamp<std::size_t>(most, 1, limit_); }
+    /// When a step was begun, for waitsForRoom().
+    using Beginning = std::size_t;
 
-    void begin() noexcept { ++inFlight_; }
+    Beginning begin() noexcept;
 
     void end() noexcept { --inFlight_; }
+
+    /// Whether a step that is about to end with this failure is to be begun once more: the system
+    /// has no descriptors, handles or memory left, and others that were in flight give some back.
+    /// From then on fewer are in flight at once, until enough of them have ended well.
+    bool waitsForRoom(const Failure& why, Beginning beginning) noexcept;
 
     bool isIdle() const noexcept { return inFlight_ == 0; }
 
@@ -95,12 +103,18 @@ public:
 private:
     std::size_t pumpImmediate();
     void wait();
+    void allow(std::size_t inFlight);
+    void grow() noexcept;
 
     TreeObserver& observer_;
     TreeOptions options_;
-    std::vector<std::unique_ptr<StorageSystemQueue>> queues_;
-    std::size_t limit_ = 1;
+    std::vector<std::shared_ptr<StorageSystemQueue>> queues_;
+    std::size_t limit_ = 1; ///< What may be in flight at most.
+    std::size_t room_ = 1;  ///< What may be in flight now.
     std::size_t inFlight_ = 0;
+    bool isAlone_ = false;          ///< What was begun last had nothing else in flight beside it.
+    std::size_t shortages_ = 0;     ///< How often the room was found to be too much.
+    std::size_t doneSinceThen_ = 0; ///< Or since it was last made larger.
     bool isOver_ = false;
     bool isMuted_ = false;
     TreeProgress progress_;

@@ -161,6 +161,33 @@ TEST_P(CopyTreeContract, GoesOnWithFewerFilesWhereNoMoreCanBeOpen)
     EXPECT_EQ(namesIn("copy").size(), 300U);
 }
 
+TEST_P(CopyTreeContract, DirectoriesWaitWhereNoMoreFilesCanBeOpen)
+{
+    constexpr int files = 150;
+    constexpr int directories = 10;
+    makeSourceDirectory("t");
+    for (int i = 0; i < files; ++i) {
+        makeSource("t/before" + std::to_string(i), "");
+    }
+    for (int i = 0; i < directories; ++i) {
+        const auto directory = "t/directory" + std::to_string(i);
+        makeSourceDirectory(directory);
+        makeSource(directory + "/file", directory);
+    }
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = 120;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    TreeCopyOptions options;
+    options.inFlight = 300;
+    const auto report = copy("t", "copy", options);
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.files, files + directories);
+    EXPECT_EQ(report.directories, 1U + directories);
+}
+
 TEST_P(CopyTreeContract, OneOperationInFlightIsEnough)
 {
     makeTree();

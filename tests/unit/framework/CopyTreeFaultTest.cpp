@@ -389,6 +389,66 @@ TEST_F(CopyTreeFaultTest, WhatHasGrownIsNotReadInSmallPieces)
     }
 }
 
+TEST_F(CopyTreeFaultTest, BytesAreThoseThatHaveArrived)
+{
+    const auto bytesOf = [](std::size_t number) { return contentOf(number).size(); };
+    std::size_t all = 0;
+    for (std::size_t i = 0; i < files; ++i) {
+        all += bytesOf(i);
+    }
+    // New files, which are to be new, and such as stand there already.
+    for (const auto& [kind, standing] : {std::pair(Kind::Rename, TreeStanding::Fail),
+                                         std::pair(Kind::Replace, TreeStanding::Replace)}) {
+        options_.standing = standing;
+        MemoryFileSystem target;
+        fillTarget(target);
+        target.setFaultFunction(faultAt([kind = kind](const MemoryOperation& operation) {
+            return operation.kind == kind &&
+                   (operation.otherPath == fileOf(1) || operation.otherPath == fileOf(6));
+        }));
+        Told told;
+        const auto report = copyTree(source_, target, {{"/t", "/t"}}, told, options_);
+        EXPECT_EQ(report.failed, standing == TreeStanding::Fail ? files / 2 + 1 : 2U);
+        EXPECT_EQ(report.files, files - report.failed);
+        std::size_t failed = 0;
+        for (const auto& [below, failure] : told.failures) {
+            failed += bytesOf(static_cast<std::size_t>(below.back() - '0'));
+        }
+        EXPECT_EQ(report.bytes, all - failed);
+    }
+}
+
+TEST_F(CopyTreeFaultTest, ADirectoryThatOneSourceHasClosedTakesTheEntriesOfTheNext)
+{
+    using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+    const Permissions closed{0555U};
+    for (const std::string root : {"/1", "/2"}) {
+        ASSERT_TRUE(source_.directoryMakePath(root + "/d/e", true));
+        write(source_, root + "/d/e/of" + root.substr(1), root);
+        write(source_, root + "/d/of" + root.substr(1), root);
+    }
+    for (const std::string directory : {"/1/d/e", "/1/d", "/1"}) {
+        ASSERT_TRUE(source_.directorySetPermissions(directory, closed));
+    }
+    for (const bool preserves : {true, false}) {
+        SCOPED_TRACE(preserves);
+        options_.preservesPermissions = preserves;
+        MemoryFileSystem target;
+        Told told;
+        const auto report = copyTree(source_, target, {{"/1", "/m"}, {"/2", "/m"}}, told, options_);
+        EXPECT_TRUE(report.isComplete()) << report.failure.message();
+        for (const auto* const path : {"/m/d/e/of1", "/m/d/e/of2", "/m/d/of1", "/m/d/of2"}) {
+            EXPECT_TRUE(target.fileExists(path)) << path;
+        }
+        // Those of the last source where they are kept, and else those that it was made with.
+        for (const std::string directory : {"", "/d", "/d/e"}) {
+            const auto wanted = preserves ? source_.directoryGetPermissions("/2" + directory)
+                                          : std::make_optional(closed);
+            EXPECT_EQ(target.directoryGetPermissions("/m" + directory), wanted) << directory;
+        }
+    }
+}
+
 TEST_F(CopyTreeFaultTest, WhatAStoppedCopyCannotRemoveIsTold)
 {
     class Stopping : public TreeObserver

@@ -4,9 +4,11 @@
 
 #include <FileSystem/DirectoryListing.h>
 #include <FileSystem/FailureScope.h>
+#include <FileSystem/StorageSystemQueue.h>
 #include <FileSystem/StorageSystemServices.h>
 
 #include <algorithm>
+#include <atomic>
 #include <regex>
 #include <utility>
 
@@ -97,6 +99,13 @@ public:
         : StorageSystemServices(system)
         , system_(system)
     {}
+
+    std::unique_ptr<FileSystem::StorageSystemQueue>
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& /*isAlive*/) const override
+    {
+        ++system_.queues_;
+        return nullptr;
+    }
 
     std::optional<std::vector<FileSystem::StorageSystemFileInfo>>
     readDirectory(const std::string& path) const override

@@ -153,6 +153,9 @@ public:
 
     std::size_t openFiles() const { return *openFiles_; }
 
+    /// How many queues it has made.
+    std::size_t queues() const { return queues_; }
+
     MemoryBehaviour behaviour;
     std::string host;
 
@@ -228,6 +231,7 @@ private:
     mutable Nodes nodes_;
     mutable std::vector<std::string> calls_;
     mutable std::int64_t clock_ = 0;
+    mutable std::size_t queues_ = 0;
     std::shared_ptr<std::size_t> openFiles_ = std::make_shared<std::size_t>(0);
 };
 

@@ -1,5 +1,7 @@
 #include "framework/MemoryFileSystem.h"
 
+#include <FileSystem/TreeOperations.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -472,4 +474,21 @@ TEST_F(TreeCopying, CanBeStoppedWhileItLooksAtTheSource)
     EXPECT_FALSE(
         endless.fileCopyAs("/tree", target, "/copy", collectReports(5), Option::Recursive));
     EXPECT_LE(endless.calls().size(), 5U);
+}
+
+TEST_F(TreeCopying, RemovesWhatTheSourceHasNotOnOneQueue)
+{
+    FileSystem::TreeObserver nobody;
+    FileSystem::TreeCopyOptions options;
+    options.removesOthers = true;
+    for (const std::string name : {"a", "b", "c", "d"}) {
+        source.addFile("/tree/" + name + "/file", name);
+        target.addFile("/copy/" + name + "/other", name);
+        target.addFile("/copy/" + name + "/others/below", name);
+    }
+    const auto report = FileSystem::copyTree(source, target, {{"/tree", "/copy"}}, nobody, options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_EQ(report.removed, 12U);
+    EXPECT_EQ(target.queues(), 2U);
+    EXPECT_FALSE(target.has("/copy/a/others"));
 }
