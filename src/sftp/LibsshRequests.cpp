@@ -124,7 +124,7 @@ void LibsshRequests::noteReadable(sftp_session sftp, bool isReadable) noexcept
     isBroken_ = !isReadable;
     if (!isReadable && !markIfLost(sftp, lost_)) {
         // What libssh says of a reply that nobody has asked for is no answer to anybody.
-        sftp->errnum = SSH_FX_OK;
+        clearStatus(sftp);
         lost_ = true;
     }
 }
