@@ -46,8 +46,10 @@ struct SFTPLane
                (connection->isOver() || connection->inFlight() == 0);
     }
 
-    // Enough for the round trips of a long line; more only waits over there.
-    static constexpr std::size_t mostRequests = 128;
+    // Of one large file, enough for the round trips of a long line; more only waits over there.
+    static constexpr std::size_t mostRequests = 224;
+    // So many, of whatever, are worth another lane.
+    static constexpr std::size_t fairShare = 128;
     // What waits for the server to take it is a copy of what is written.
     static constexpr std::size_t mostUnsent = std::size_t{2} << 20U;
     // Where several lanes share the writes of one file, none is to take what another could send.

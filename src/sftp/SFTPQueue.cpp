@@ -264,7 +264,7 @@ std::size_t SFTPQueue::do_pending() const noexcept
 
 std::size_t SFTPQueue::do_capacity() const noexcept
 {
-    return isFar_ ? SFTPLane::mostRequests * mostChannels(server_) : SFTPLane::mostRequests;
+    return isFar_ ? SFTPLane::fairShare * mostChannels(server_) : SFTPLane::fairShare;
 }
 
 int SFTPQueue::do_descriptor() const noexcept

@@ -150,7 +150,7 @@ std::size_t SFTPQueue::lanesWanted() const
     const std::uint64_t inUse = isAnySpread() ? bytes / shareOfALane : handles;
     const std::uint64_t byBytes = std::min<std::uint64_t>(bytes / shareOfALane, inUse);
     const std::uint64_t byCount =
-        1 + (waiting_.size() + SFTPLane::mostRequests - 1) / SFTPLane::mostRequests;
+        1 + (waiting_.size() + SFTPLane::fairShare - 1) / SFTPLane::fairShare;
     return static_cast<std::size_t>(std::max(byBytes, byCount));
 }
 

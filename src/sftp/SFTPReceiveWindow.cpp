@@ -4,10 +4,10 @@ namespace Tarnis {
 
 namespace {
 
-// As much as copies have in flight at most, so that the window is never what they wait for: 100 ms
+// More than copies have in flight at most, so that the window is never what they wait for: 100 ms
 // away 6 MiB would be 60 MB per second. What arrives is handed over at once and takes no memory
 // here.
-constexpr std::uint32_t widest = std::uint32_t{32} << 20U;
+constexpr std::uint32_t widest = std::uint32_t{64} << 20U;
 
 } // namespace
 

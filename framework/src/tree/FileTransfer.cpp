@@ -18,7 +18,7 @@ constexpr std::uint64_t resumedPieceSize = 65'536;
 // To see whether a file has grown; more where it has.
 constexpr std::uint64_t firstProbeSize = 4U << 10U;
 // Of one file; together they are bounded by the memory that a copy may take.
-constexpr std::size_t mostLargePieces = 128;
+constexpr std::size_t mostLargePieces = 224;
 constexpr std::size_t mostResumedPieces = 256;
 // What a system copies by itself before it can be stopped.
 constexpr std::uint64_t copiedPieceSize = 16U << 20U;

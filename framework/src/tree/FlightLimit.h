@@ -15,7 +15,7 @@ class FlightLimit
 {
 public:
     /// For the memory that it takes.
-    static constexpr std::uint64_t most = std::uint64_t{32} << 20U;
+    static constexpr std::uint64_t most = std::uint64_t{48} << 20U;
 
     /// \param bytesDone since the copy began.
     void note(std::uint64_t bytesDone);
