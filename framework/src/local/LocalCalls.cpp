@@ -57,7 +57,8 @@ bool renameByHardLink(int directory, const char* path, int newDirectory, const c
     if (::linkat(directory, path, newDirectory, newPath, 0) != 0) {
         return false;
     }
-    if (::unlinkat(directory, path, 0) != 0) {
+    // Where others have removed the old name meanwhile, the new one is the only one.
+    if (::unlinkat(directory, path, 0) != 0 && errno != ENOENT) {
         static_cast<void>(::unlinkat(newDirectory, newPath, 0));
         return false;
     }

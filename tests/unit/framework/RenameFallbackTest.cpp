@@ -12,9 +12,11 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -25,6 +27,7 @@ int linkError = 0;
 int replaceError = 0;
 int renames = 0;
 std::function<void()> afterRenaming;
+std::function<void()> beforeRemoving;
 
 } // namespace
 
@@ -39,13 +42,23 @@ extern "C" [[gnu::visibility("default")]] int renameat2(int /*from*/, const char
     return -1;
 }
 
-extern "C" [[gnu::visibility("default")]] int link(const char* path, const char* newPath) noexcept
+extern "C" [[gnu::visibility("default")]] int linkat(int from, const char* path, int to,
+                                                     const char* newPath, int flags) noexcept
 {
     if (linkError != 0) {
         errno = linkError;
         return -1;
     }
-    return ::linkat(AT_FDCWD, path, AT_FDCWD, newPath, 0);
+    return static_cast<int>(::syscall(SYS_linkat, from, path, to, newPath, flags));
+}
+
+extern "C" [[gnu::visibility("default")]] int unlinkat(int directory, const char* path,
+                                                       int flags) noexcept
+{
+    if (const auto others = std::exchange(beforeRemoving, nullptr)) {
+        others();
+    }
+    return static_cast<int>(::syscall(SYS_unlinkat, directory, path, flags));
 }
 
 extern "C" [[gnu::visibility("default")]] int rename(const char* path, const char* newPath) noexcept
@@ -164,6 +177,20 @@ INSTANTIATE_TEST_SUITE_P(HardLinks, RenameFallback, testing::Values(0, EPERM),
                          [](const auto& hardLinks) {
                              return hardLinks.param == 0 ? "Known" : "Unknown";
                          });
+
+TEST(LocalRenaming, OfAFileWhoseOldNameOthersRemoveKeepsTheFile)
+{
+    const TemporaryDirectory directory;
+    const FileSystem::LocalFileSystem system;
+    const auto source = directory.write("file", "moved");
+    renameError = EINVAL;
+    linkError = 0;
+    // It has both names by then.
+    beforeRemoving = [&] { fs::remove(source); };
+    EXPECT_TRUE(system.fileRenameAs(source, directory.file("new")));
+    EXPECT_FALSE(beforeRemoving) << "the test has bypassed the fallback";
+    EXPECT_EQ(readFile(directory.file("new")), "moved");
+}
 
 TEST(LocalReplacing, ThatTheSystemRefusesTouchesNothing)
 {
