@@ -124,6 +124,7 @@ struct TreeCopier::Directory
     std::unordered_map<std::string, StorageSystemAttributes> standing;
     std::set<std::string> partNames; ///< Names in the source that a part could have.
     std::vector<std::string> others; ///< What stands there and not in the source, to be removed.
+    bool isLookedAt = false;         ///< Once more, when all in it was copied.
     bool hasFailures = false;        ///< Something in it, or below, was not copied.
     std::string rootTarget;
 };
@@ -852,7 +853,7 @@ void TreeCopier::leave(const DirectoryPtr& directory)
     }
     directory->others.clear();
     directory->beginning = work_.begin();
-    if (work_.isDryRun()) {
+    if (work_.isDryRun() || directory->isLookedAt) {
         finish(directory);
         return;
     }
@@ -861,6 +862,7 @@ void TreeCopier::leave(const DirectoryPtr& directory)
             if (leavesLater(directory, failure)) {
                 return;
             }
+            directory->isLookedAt = true;
             if (failure) {
                 noteFailure(directory->parent);
                 work_.lose(directory->entry, failure);

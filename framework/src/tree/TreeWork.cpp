@@ -116,6 +116,7 @@ void TreeWork::skipped(const TreeEntry& entry)
     if (isMuted_) {
         return;
     }
+    grow();
     ++report_.skipped;
     passed();
     const CallbackScope callback;

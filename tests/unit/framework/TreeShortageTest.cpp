@@ -183,6 +183,24 @@ TEST_F(TreeShortageTest, WhatNeverHasRoomFailsOnce)
     }
 }
 
+TEST_F(TreeShortageTest, WhatWaitsToBeFinishedTellsNothingTwice)
+{
+    options_.preservesTimes = true;
+    const auto there = target_.another();
+    source_.setFaultFunction([&](const MemoryOperation& operation) {
+        // Once all in it was copied it is looked at again.
+        const bool isRefused = operation.kind == Kind::LookUp && operation.path == "/t/b" &&
+                               there->fileExists("/t/b/1") && there->fileExists("/t/b/2");
+        return isRefused ? std::make_optional(MemoryFault::failure(FailureCode::Denied))
+                         : std::nullopt;
+    });
+    const Shortage shortage(target_, Kind::SetModTime, "/t/b");
+    const auto report = copyTree(source_, target_, {{"/t", "/t"}}, told_, options_);
+    EXPECT_TRUE(shortage.isOver());
+    EXPECT_EQ(report.failed, 1U);
+    EXPECT_EQ(report.directories, directories);
+}
+
 TEST_F(TreeShortageTest, OfOneThatIsReadAloneTheFailureIsTold)
 {
     const Shortage shortage(source_, Kind::List, "/t");
