@@ -96,6 +96,39 @@ bool CopyClaims::isDoubtful(const std::string& target) const
     return spelling != spellings_.end() && spelling->second != key;
 }
 
+void CopyClaims::expect(const std::string& target)
+{
+    eachParent(keyOf(target), [this](const std::string& parent) { ++expectedBelow_[parent]; });
+}
+
+void CopyClaims::expectNoMore(const std::string& target)
+{
+    eachParent(keyOf(target), [this](const std::string& parent) { --expectedBelow_[parent]; });
+}
+
+bool CopyClaims::isExpectedBelow(const std::string& directory) const
+{
+    const auto found = expectedBelow_.find(keyOf(directory));
+    return found != expectedBelow_.end() && found->second != 0;
+}
+
+void CopyClaims::keepOpen(const std::string& directory)
+{
+    keptOpen_.insert(keyOf(directory));
+    expect(directory);
+}
+
+void CopyClaims::letGo(const std::string& directory)
+{
+    keptOpen_.erase(keptOpen_.find(keyOf(directory)));
+    expectNoMore(directory);
+}
+
+bool CopyClaims::isKeptOpen(const std::string& directory) const
+{
+    return keptOpen_.count(keyOf(directory)) != 0;
+}
+
 void CopyClaims::noteNew(const std::string& directory)
 {
     newDirectories_.insert(keyOf(directory));

@@ -32,6 +32,20 @@ public:
     /// Whether take() would find it doubtful.
     bool isDoubtful(const std::string& target) const;
 
+    /// Something is still to go to a target, or no more.
+    void expect(const std::string& target);
+    void expectNoMore(const std::string& target);
+
+    /// Whether something is still to go somewhere below this directory.
+    bool isExpectedBelow(const std::string& directory) const;
+
+    /// A directory stays open to what is still to come, or no more. As long as it does, so do those
+    /// that it is in.
+    void keepOpen(const std::string& directory);
+    void letGo(const std::string& directory);
+
+    bool isKeptOpen(const std::string& directory) const;
+
     /// A directory was not there before.
     void noteNew(const std::string& directory);
     bool isNew(const std::string& directory) const;
@@ -40,6 +54,8 @@ private:
     std::unordered_map<std::string, std::string> sources_;
     std::unordered_map<std::string, std::string> spellings_; ///< The first one, by small letters.
     std::unordered_set<std::string> newDirectories_;
+    std::unordered_map<std::string, std::size_t> expectedBelow_;
+    std::unordered_multiset<std::string> keptOpen_;
 };
 
 /// When something that was named is copied, and whether others share its place.

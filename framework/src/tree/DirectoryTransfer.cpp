@@ -184,7 +184,9 @@ void DirectoryTransfer::lookAtNew(const Attributes& made)
 void DirectoryTransfer::closeStanding(const Attributes& standing)
 {
     now_ = standing;
-    if (isOurs_ && !final_ && standing.permissions) {
+    const bool isClosed =
+        standing.permissions && (*standing.permissions & allOfTheOwner) != allOfTheOwner;
+    if (isOurs_ && !final_ && isClosed) {
         final_ = modeOf(standing);
     }
     if (!final_ || !standing.permissions) {

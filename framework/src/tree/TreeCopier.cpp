@@ -104,7 +104,8 @@ struct TreeCopier::Directory
 {
     TreeEntry entry;
     std::size_t depth = 0;
-    DirectoryPtr parent; ///< Null for a root.
+    std::size_t number = 0; ///< Those of one source come before those of the next.
+    DirectoryPtr parent;    ///< Null for a root.
     std::shared_ptr<DirectoryTransfer> transfer;
     DirectoryContents contents;
     TreeWork::Beginning beginning = 0;
@@ -124,6 +125,7 @@ struct TreeCopier::Directory
     std::unordered_map<std::string, StorageSystemAttributes> standing;
     std::set<std::string> partNames; ///< Names in the source that a part could have.
     std::vector<std::string> others; ///< What stands there and not in the source, to be removed.
+    bool isLetGo = false;            ///< It was kept open, and is to be left now.
     bool isLookedAt = false;         ///< Once more, when all in it was copied.
     bool hasFailures = false;        ///< Something in it, or below, was not copied.
     std::string rootTarget;
@@ -168,6 +170,9 @@ TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
             root.entry.path = PathText::removeTrailingSlash(paths[i].source);
             root.entry.target = PathText::removeTrailingSlash(paths[i].target);
             targets_.insert(root.entry.target);
+            if (turns[i].isShared) {
+                claims_.expect(root.entry.target);
+            }
             roots_.push_back(std::move(root));
         }
     }
@@ -186,7 +191,8 @@ TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
 
 void TreeCopier::run()
 {
-    while (!work_.isIdle() || (!work_.isOver() && hasStep())) {
+    while (!work_.isIdle() || (!work_.isOver() && (hasStep() || !keptOpen_.empty()))) {
+        leaveKeptOpen();
         beginSteps();
         beginReads();
         stopTransfers();
@@ -229,6 +235,28 @@ void TreeCopier::abandon()
             // The one that is passed on came first.
         }
     } while (work_.hasPending());
+}
+
+/// Before the next turn, or in the end. One at a time, those of the first source first: of two
+/// sources of one directory the last one has the last word.
+void TreeCopier::leaveKeptOpen()
+{
+    if (keptOpen_.empty() || !work_.isIdle() || hasSteps()) {
+        return;
+    }
+    const auto rankOf = [this](const DirectoryPtr& directory) {
+        return std::pair(claims_.isExpectedBelow(directory->entry.target), directory->number);
+    };
+    const auto next = std::min_element(
+        keptOpen_.begin(), keptOpen_.end(),
+        [&](const auto& one, const auto& other) { return rankOf(one) < rankOf(other); });
+    const auto directory = *next;
+    if (!claims_.isExpectedBelow(directory->entry.target)) {
+        keptOpen_.erase(next);
+        claims_.letGo(directory->entry.target);
+        directory->isLetGo = true;
+        toLeave_.push_back(directory);
+    }
 }
 
 bool TreeCopier::hasStep() const
@@ -299,7 +327,12 @@ void TreeCopier::beginRoot(Root&& root)
         root.entry.attributes = is;
         if (waits) {
             roots_.push_back(std::move(root));
-        } else if (failure) {
+            return;
+        }
+        if (root.turn.isShared) {
+            claims_.expectNoMore(root.entry.target);
+        }
+        if (failure) {
             work_.fail(root.entry, failure);
         } else if (!work_.wants(root.entry)) {
             work_.passed();
@@ -402,6 +435,7 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent, bool isSha
     auto& directory = *toEnter_.back();
     directory.entry = std::move(entry);
     directory.depth = depth;
+    directory.number = entered_++;
     directory.parent = parent;
     directory.isShared = isShared;
     directory.rootTarget = parent != nullptr ? parent->rootTarget : directory.entry.target;
@@ -846,6 +880,14 @@ void TreeCopier::beginAgain(const Waiting& waiting)
 /// What came through a link that has taken the directory's place is not the tree's.
 void TreeCopier::leave(const DirectoryPtr& directory)
 {
+    // Its permissions may keep out what comes next, which would change its time.
+    const auto& target = directory->entry.target;
+    const bool isAwaited = claims_.isExpectedBelow(target) || claims_.isKeptOpen(target);
+    if (directory->isShared && isAwaited && !directory->isLetGo) {
+        keptOpen_.push_back(directory);
+        claims_.keepOpen(target);
+        return;
+    }
     // Another one may stand in its place, through a link, that has nothing.
     if (!directory->others.empty() && !directory->hasFailures &&
         source_.directoryExists(directory->entry.path, false)) {

@@ -70,6 +70,7 @@ private:
     void abandon();
     void tellProgress();
     void stopTransfers();
+    void leaveKeptOpen();
     bool hasStep() const;
     bool isAllRead() const;
     bool hasSteps() const;
@@ -132,10 +133,12 @@ private:
     std::vector<std::string> sources_;
     std::set<std::string> keptSources_; ///< As paths of the target, in small letters.
     std::size_t turn_ = 0;
+    std::size_t entered_ = 0; ///< Directories.
     CopyClaims claims_;
     std::vector<DirectoryPtr> toEnter_;
     std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.
     std::vector<DirectoryPtr> toLeave_;
+    std::vector<DirectoryPtr> keptOpen_; ///< To be left when no other source is to go below them.
     std::vector<Waiting> waiting_;
     /// Those whose files are being copied, in the order in which they were begun.
     std::list<std::shared_ptr<EntryTransfer>> transfers_;

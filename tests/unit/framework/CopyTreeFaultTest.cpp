@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <iterator>
@@ -445,6 +446,48 @@ TEST_F(CopyTreeFaultTest, ADirectoryThatOneSourceHasClosedTakesTheEntriesOfTheNe
             const auto wanted = preserves ? source_.directoryGetPermissions("/2" + directory)
                                           : std::make_optional(closed);
             EXPECT_EQ(target.directoryGetPermissions("/m" + directory), wanted) << directory;
+        }
+    }
+}
+
+TEST_F(CopyTreeFaultTest, ADirectoryThatOneSourceHasClosedTakesWhatIsNamedBelowIt)
+{
+    using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
+    const FileSystem::StorageSystemTimePoint time{std::chrono::seconds(1'000'000'000)};
+    ASSERT_TRUE(source_.directoryMakePath("/1/d/e", true));
+    ASSERT_TRUE(source_.directoryMakePath("/other/d", true));
+    ASSERT_TRUE(source_.directorySetPermissions("/other/d", Permissions(0511U)) &&
+                source_.directorySetPermissions("/other", Permissions(0555U)));
+    for (const std::string directory : {"/1/d/e", "/1/d", "/1"}) {
+        ASSERT_TRUE(source_.directorySetModTime(directory, time));
+        ASSERT_TRUE(source_.directorySetPermissions(directory, Permissions(0555U)));
+    }
+    options_.preservesTimes = true;
+    for (const bool preserves : {true, false}) {
+        SCOPED_TRACE(preserves);
+        options_.preservesPermissions = preserves;
+        MemoryFileSystem target;
+        Told told;
+        const auto report = copyTree(source_, target,
+                                     {{"/other", "/m"},
+                                      {"/1", "/m"},
+                                      {fileOf(1), "/m/d/e/one"},
+                                      {"/t/d", "/m/d/e"},
+                                      {fileOf(2), "/m/two"},
+                                      {fileOf(4), "/m/d/four"}},
+                                     told, options_);
+        EXPECT_TRUE(report.isComplete()) << report.failure.message();
+        for (const auto* const path : {"/m/d/e/one", "/m/d/e/3", "/m/two", "/m/d/four"}) {
+            EXPECT_TRUE(target.fileExists(path)) << path;
+        }
+        EXPECT_EQ(report.directories, 6U);
+        for (const std::string directory : {"/m", "/m/d"}) {
+            const auto info = target.fileInfo(directory);
+            ASSERT_TRUE(info);
+            // Of the last source, or of the one that it was made for.
+            const bool isOther = !preserves && directory == "/m/d";
+            EXPECT_EQ(info->permissions, Permissions(isOther ? 0511U : 0555U)) << directory;
+            EXPECT_EQ(info->modTime, time) << directory;
         }
     }
 }
