@@ -328,22 +328,20 @@ std::size_t SFTPQueue::do_pump(std::chrono::milliseconds limit)
     const Pumping pumping(*this);
     const auto deadline = deadlineAfter(Clock::now(), limit);
     completed_ = 0;
-    for (;;) {
+    for (bool hasLooked = false;; hasLooked = true) {
         callReady();
         handleAnswers();
-        if (completed_ > 0 || pending_ == 0) {
+        const auto now = Clock::now();
+        // Answers may come for as long as a large range is being read.
+        const bool isLate = hasLooked && now >= deadline;
+        if (completed_ > 0 || pending_ == 0 || isLate) {
             // What was started by the completions goes out at once.
             static_cast<void>(advance());
             return completed_;
         }
-        if (advance() || releaseParked()) {
-            continue;
+        if (!advance() && !releaseParked() && now < deadline) {
+            wakeUp_.wait(std::chrono::ceil<std::chrono::milliseconds>(deadline - now));
         }
-        const auto now = Clock::now();
-        if (now >= deadline) {
-            return completed_;
-        }
-        wakeUp_.wait(std::chrono::ceil<std::chrono::milliseconds>(deadline - now));
     }
 }
 
@@ -372,11 +370,12 @@ bool SFTPQueue::advance()
     const auto lock = sftp_->getLock();
     endIfAbandoned();
     spreadFiles();
-    do {
-        dispatch();
-        advanceLanes();
-        // What was sent has made room for more.
-    } while (dispatchOwn() || dispatchAny());
+    sendWaiting();
+    takeIn();
+    // What has come may have made room for more.
+    if (dispatchOwn() || dispatchAny()) {
+        sendWaiting();
+    }
     const auto now = Clock::now();
     for (const Lane& lane : lanes_) {
         for (auto& answered : lane->connection->takeAnswered()) {

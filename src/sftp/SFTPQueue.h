@@ -161,7 +161,9 @@ private:
     void noteRefusedLane();
     void leaveLanesToOthers();
     void countExtraLanes(std::size_t count);
-    void advanceLanes();
+    void sendWaiting();
+    void sendOnLanes();
+    void takeIn();
     void endIfAbandoned();
     void dispatch();
     bool dispatchOwn();

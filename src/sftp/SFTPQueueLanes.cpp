@@ -24,7 +24,16 @@ constexpr std::chrono::seconds longestRest{2};
 
 } // namespace
 
-void SFTPQueue::advanceLanes()
+void SFTPQueue::sendWaiting()
+{
+    do {
+        dispatch();
+        sendOnLanes();
+        // What was sent has made room for more.
+    } while (dispatchOwn() || dispatchAny());
+}
+
+void SFTPQueue::sendOnLanes()
 {
     for (const Lane& lane : lanes_) {
         lane->connection->advance();
@@ -32,6 +41,11 @@ void SFTPQueue::advanceLanes()
             lane->connection->keepWide();
         }
     }
+}
+
+/// Takes in some of what has come, so that who pumps is not kept for as long as more does.
+void SFTPQueue::takeIn()
+{
     const auto reading = std::find_if(lanes_.begin(), lanes_.end(),
                                       [](const Lane& lane) { return !lane->connection->isOver(); });
     if (reading != lanes_.end()) {
