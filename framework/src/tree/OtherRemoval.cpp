@@ -21,7 +21,8 @@ OtherRemoval::OtherRemoval(TreeWork& work, std::shared_ptr<StorageSystemQueue> q
 
 OtherRemoval::~OtherRemoval() = default;
 
-void OtherRemoval::remove(const std::vector<std::string>& names, const TreeOptions& options)
+std::vector<std::string> OtherRemoval::remove(const std::vector<std::string>& names,
+                                              const TreeOptions& options)
 {
     std::vector<std::string> paths;
     paths.reserve(names.size());
@@ -30,7 +31,11 @@ void OtherRemoval::remove(const std::vector<std::string>& names, const TreeOptio
     }
     TreeRemover remover(queue_, *this, options);
     remover.confine(root_);
+    again_.clear();
+    beginning_ = work_.begin();
     static_cast<void>(remover.remove(paths));
+    work_.end();
+    return {again_.begin(), again_.end()};
 }
 
 bool OtherRemoval::wants(const TreeEntry& entry)
@@ -56,7 +61,13 @@ void OtherRemoval::done(const TreeEntry& entry)
 
 bool OtherRemoval::failed(const TreeEntry& entry, const Failure& failure)
 {
-    work_.lose(inTree(entry), failure);
+    if (work_.waitsForRoom(failure, beginning_)) {
+        const auto below =
+            PathText::removeLeadingSlash(entry.path.substr(directory_.target.size()));
+        again_.insert(below.substr(0, below.find('/')));
+    } else if (told_.insert(entry.path).second) {
+        work_.lose(inTree(entry), failure);
+    }
     return !work_.isOver();
 }
 

@@ -23,7 +23,9 @@ public:
                  const TreeEntry& directory, const std::set<std::string>& kept);
     ~OtherRemoval() override;
 
-    void remove(const std::vector<std::string>& names, const TreeOptions& options);
+    /// \return the names of those for which this is to be called again, when there is room for it.
+    std::vector<std::string> remove(const std::vector<std::string>& names,
+                                    const TreeOptions& options);
 
 private:
     bool mayBeKept(const std::string& path) const;
@@ -39,6 +41,9 @@ private:
     const std::string& root_;
     const TreeEntry& directory_;
     const std::set<std::string>& kept_;
+    TreeWork::Beginning beginning_ = 0;
+    std::set<std::string> again_;
+    std::set<std::string> told_; ///< What could not be removed, by its path.
 };
 
 } // namespace FileSystem

@@ -124,6 +124,7 @@ struct TreeCopier::Directory
     bool isTargetListed = false;
     std::unordered_map<std::string, StorageSystemAttributes> standing;
     std::set<std::string> partNames; ///< Names in the source that a part could have.
+    std::shared_ptr<OtherRemoval> removal;
     std::vector<std::string> others; ///< What stands there and not in the source, to be removed.
     bool isLetGo = false;            ///< It was kept open, and is to be left now.
     bool isLookedAt = false;         ///< Once more, when all in it was copied.
@@ -667,15 +668,18 @@ void TreeCopier::keepSourcesWithin(const std::string& target)
 }
 
 /// Before the directory gets its time and its permissions. What is in flight waits meanwhile.
-void TreeCopier::removeOthers(const Directory& directory)
+void TreeCopier::removeOthers(Directory& directory)
 {
     // Each queue costs round trips.
     if (removals_ == nullptr) {
         removals_ = target_.createQueue();
     }
+    if (directory.removal == nullptr) {
+        directory.removal = std::make_shared<OtherRemoval>(work_, removals_, directory.rootTarget,
+                                                           directory.entry, keptSources_);
+    }
     try {
-        OtherRemoval(work_, removals_, directory.rootTarget, directory.entry, keptSources_)
-            .remove(directory.others, options_);
+        directory.others = directory.removal->remove(directory.others, options_);
     } catch (...) {
         // What it has in flight has nobody to go to any more.
         removals_ = nullptr;
@@ -892,8 +896,11 @@ void TreeCopier::leave(const DirectoryPtr& directory)
     if (!directory->others.empty() && !directory->hasFailures &&
         source_.directoryExists(directory->entry.path, false)) {
         removeOthers(*directory);
+        if (!directory->others.empty()) {
+            toLeave_.push_back(directory);
+            return;
+        }
     }
-    directory->others.clear();
     directory->beginning = work_.begin();
     if (work_.isDryRun() || directory->isLookedAt) {
         finish(directory);

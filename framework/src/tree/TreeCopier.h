@@ -107,7 +107,7 @@ private:
     static void noteFailure(const DirectoryPtr& parent);
     void finishEntry(const DirectoryPtr& parent);
     void chooseOthers(Directory& directory);
-    void removeOthers(const Directory& directory);
+    void removeOthers(Directory& directory);
     bool mayRemoveOthers(const Directory& directory) const;
     void noteSources(const std::vector<TreeCopyPath>& paths);
     void keepSourcesWithin(const std::string& target);

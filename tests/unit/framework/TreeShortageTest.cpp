@@ -183,6 +183,42 @@ TEST_F(TreeShortageTest, WhatNeverHasRoomFailsOnce)
     }
 }
 
+TEST_F(TreeShortageTest, WhatIsToBeRemovedWaitsForRoom)
+{
+    options_.removesOthers = true;
+    for (const auto kind : {Kind::List, Kind::RemoveFile, Kind::RemoveDirectory}) {
+        SCOPED_TRACE(static_cast<int>(kind));
+        MemoryFileSystem target;
+        ASSERT_TRUE(target.directoryMakePath("/t/b/others/below", true));
+        write(target, "/t/b/others/below/file", "old");
+        write(target, "/t/b/other", "old");
+        Told told;
+        const auto* const path =
+            kind == Kind::RemoveFile ? "/t/b/others/below/file" : "/t/b/others/below";
+        const Shortage shortage(target, kind, path);
+        const auto report = copyTree(source_, target, {{"/t", "/t"}}, told, options_);
+        EXPECT_TRUE(shortage.isOver());
+        EXPECT_THAT(told.failures, IsEmpty());
+        EXPECT_EQ(report.removed, 4U);
+        EXPECT_THAT(target.directoryListFileNames("/t/b"), ElementsAre("1", "2"));
+    }
+}
+
+TEST_F(TreeShortageTest, WhatCannotBeRemovedIsToldOnceWhateverElseWaits)
+{
+    options_.removesOthers = true;
+    ASSERT_TRUE(target_.directoryMakePath("/t/b/others/locked", true));
+    write(target_, "/t/b/others/locked/file", "old");
+    write(target_, "/t/b/others/file", "old");
+    ASSERT_TRUE(target_.directorySetPermissions("/t/b/others/locked", Permissions(0555U)));
+    const Shortage shortage(target_, Kind::RemoveFile, "/t/b/others/file");
+    const auto report = copyTree(source_, target_, {{"/t", "/t"}}, told_, options_);
+    EXPECT_TRUE(shortage.isOver());
+    EXPECT_EQ(report.removed, 1U);
+    EXPECT_EQ(report.failed, 1U);
+    EXPECT_EQ(told_.failures.size(), 1U);
+}
+
 TEST_F(TreeShortageTest, WhatWaitsToBeFinishedTellsNothingTwice)
 {
     options_.preservesTimes = true;
