@@ -35,7 +35,7 @@
 //    that it was asked for, and gives up with SSH_AGAIN where nothing more has come and it must not
 //    block. So it is asked to wait for number 0, which no request has: they count from 1. Of the
 //    file it uses nothing but the SFTP session, `eof` and `nonblocking`, so that a structure of our
-//    own does, open or not. TransferTest.WritesAreUnderWayTogether, FlowTest.
+//    own does, open or not. TransferTest.WritesAreUnderWayTogether, RcloneFlowTest.
 // 6. The queue. `queue` is a list with one entry for each reply, in the order in which they came;
 //    an entry and its message were made with malloc(), and the message's payload holds what follows
 //    the number. SftpReplies (over the real list) and, with the real libssh, ReadBehaviourTest.

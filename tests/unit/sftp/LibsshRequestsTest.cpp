@@ -1,5 +1,5 @@
 // What is relied on in libssh's structures, over a queue as libssh makes it. With the real libssh
-// it is relied on in TransferTest, FlowTest and RenameRequestTest.
+// it is relied on in TransferTest, RcloneFlowTest and RenameRequestTest.
 
 #include "sftp/LibsshRequests.h"
 

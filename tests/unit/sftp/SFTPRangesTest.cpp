@@ -9,11 +9,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 using FileSystem::Failure;
@@ -568,8 +568,8 @@ TEST_F(SftpRanges, WaitForRoomWithoutTheLockAndTakeRepliesInMeanwhile)
     auto writing = std::async(std::launch::async, [&] {
         return opened.writeRanges({{4, data.data() + 4, 5}});
     });
-    while (looks < 10) {
-        std::this_thread::yield();
+    constexpr std::chrono::milliseconds moment(1);
+    while (looks < 10 && writing.wait_for(moment) != std::future_status::ready) {
     }
     {
         const auto lock = fileHandle->getLock();
