@@ -60,7 +60,7 @@ public:
     /// it throws, as on a session that is gone, the state stays Starting.
     ///
     /// Where the server opens no further channel and a queue of the session has several, it waits
-    /// up to two seconds for one of these, while others use the session.
+    /// up to five seconds for one of these, while others use the session.
     [[nodiscard]] bool start();
 
     /// setCommandLine(), then start().

@@ -12,7 +12,7 @@ namespace Tarnis {
 namespace {
 
 // How long a server may take to close a channel. Then it is asked all the same.
-constexpr std::chrono::seconds closingLimit{2};
+constexpr std::chrono::seconds closingLimit{5};
 
 // The end of what ran on a channel that was given back is not seen here.
 constexpr std::chrono::milliseconds untilNextTry{20};

@@ -9,7 +9,7 @@ namespace Tarnis {
 
 namespace {
 
-constexpr std::chrono::seconds givingLimit{2};
+constexpr std::chrono::seconds givingLimit{5};
 constexpr std::chrono::milliseconds untilNextTry{20};
 constexpr std::chrono::milliseconds pause{1};
 
