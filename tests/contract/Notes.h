@@ -65,6 +65,10 @@ public:
     bool progress(const FileSystem::TreeProgress& progress) override
     {
         last = progress;
+        last.entry = nullptr;
+        if (progress.entry != nullptr) {
+            workedAt.insert(progress.entry->path);
+        }
         return progress.bytesDone < mostBytes && finished.size() < mostFinished;
     }
 
@@ -95,6 +99,7 @@ public:
     std::string lastPart;
     std::vector<std::pair<std::string, FileSystem::Failure>> failures;
     FileSystem::TreeProgress last;
+    std::set<std::string> workedAt;
 };
 
 } // namespace TarnisTest

@@ -31,11 +31,16 @@ struct TreeEntry
 /// How far a tree operation is. What is to be done is known as far as directories were read.
 struct TreeProgress
 {
-    std::uint64_t entriesDone = 0; ///< Done, skipped and failed ones.
+    std::uint64_t entriesDone = 0; ///< Done, skipped, unwanted and failed ones.
     std::uint64_t entriesFound = 0;
-    std::uint64_t bytesDone = 0; ///< Of a copy: written, also of files that have failed since.
+    std::uint64_t filesDone = 0;  ///< Done, skipped and failed ones, of those that are found.
+    std::uint64_t filesFound = 0; ///< Wanted ones that are neither directories nor links.
+    std::uint64_t bytesDone = 0;  ///< Of a copy: written, also of files that have failed since.
     std::uint64_t bytesFound = 0;
     bool isAllFound = false; ///< Every directory was read, so that nothing more will be found.
+    /// What was worked on last: something of it was written, or it was begun, done, skipped or has
+    /// failed. Valid during the call of TreeObserver::progress(); null before the first.
+    const TreeEntry* entry = nullptr;
 };
 
 /// What a copy that resumes has at a path beside a file's target.
@@ -110,7 +115,8 @@ struct TreeReport
     std::uint64_t links = 0;       ///< Done.
     std::uint64_t skipped = 0;     ///< How often TreeObserver::skipped() was called.
     std::uint64_t removed = 0;     ///< By a copy: how often TreeObserver::removed() was called.
-    std::uint64_t bytes = 0;       ///< Of the files that were copied. Those of others do not count.
+    std::uint64_t bytes = 0;       ///< Of the files that were copied, as many as were read, or in a
+                                   ///< dry run their sizes. Those of others do not count.
     std::uint64_t failed = 0;      ///< How often TreeObserver::failed() was called, or would be.
     bool isStopped = false;        ///< The observer said stop, after a failure or at its progress.
     Failure failure;               ///< The first one.

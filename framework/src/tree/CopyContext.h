@@ -50,8 +50,8 @@ struct CopyContext
     bool keepsPermissions = true;
     std::uint64_t bytesHeld = 0; ///< Read and not written yet, or being read.
     std::uint64_t bytesDone = 0; ///< Written.
-    /// Is told when bytes have been written, and may stop the copy.
-    std::function<void()> written = {};
+    /// Is told when bytes of an entry have been written, and may stop the copy.
+    std::function<void(const TreeEntry& entry)> written = {};
     /// Is told what a transfer that resumes has, or leaves, beside the target.
     std::function<void(const TreeEntry& entry, const std::string& path, TreePart part)> kept = {};
     /// Where transfers that resume gather, in small letters: a system may not tell "a" from "A".

@@ -190,6 +190,8 @@ void EntryTransfer::decide()
 void EntryTransfer::proceed()
 {
     if (context_.options.isDryRun) {
+        const auto& attributes = entry_.attributes;
+        count(isSymbolicLink(attributes) ? 0 : attributes.size.value_or(0));
         isOver_ = true;
         outcome_ = Outcome::Copied;
     } else {

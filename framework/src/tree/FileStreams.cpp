@@ -266,7 +266,7 @@ public:
         const bool isLocal = system.getType() == StorageSystemType::Local;
         context_.reset(
             new CopyContext{bytes_, *target_, noSystem_, system, false, isLocal, copyOptions_});
-        context_->written = [this] { askWhetherToGoOn(); };
+        context_->written = [this](const TreeEntry& /*entry*/) { askWhetherToGoOn(); };
         copyOptions_.isInPlace = options.isInPlace;
         TreeEntry entry;
         entry.path = entry.target = path;

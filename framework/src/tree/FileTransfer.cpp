@@ -421,7 +421,7 @@ void FileTransfer::copied(std::uint64_t offset, std::uint64_t size, const Failur
     reached_ = std::max(reached_, sent_);
     written_ += size;
     count(size);
-    context().written();
+    context().written(entry());
     endBytes();
     endTemporary();
 }
@@ -484,7 +484,7 @@ void FileTransfer::write(const Piece& piece)
                                }
                                written_ += piece.size;
                                count(piece.size);
-                               context().written();
+                               context().written(entry());
                                endBytes();
                                endTemporary();
                            }));

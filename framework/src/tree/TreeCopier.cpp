@@ -146,7 +146,10 @@ TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
     }
     context_.reset(new CopyContext{work_.queue(), work_.queue(copiesItself ? 0 : 1), source, target,
                                    isLocal(source), isLocal(target), options_, copiesItself});
-    context_->written = [this] { tellProgress(); };
+    context_->written = [this](const TreeEntry& entry) {
+        work_.turnTo(entry);
+        tellProgress();
+    };
     context_->kept = [this](const TreeEntry& entry, const std::string& path, TreePart part) {
         work_.kept(entry, path, part);
     };
@@ -338,6 +341,7 @@ void TreeCopier::beginRoot(Root&& root)
         } else if (!work_.wants(root.entry)) {
             work_.passed();
         } else {
+            work_.expect(is);
             work_.progress().bytesFound += sizeOf(is);
             beginNamed(std::move(root.entry), root.turn.isShared);
         }
@@ -360,7 +364,7 @@ void TreeCopier::beginClaimed(TreeEntry&& entry, const DirectoryPtr& parent)
 {
     switch (claims_.take(entry.target, entry.path)) {
     case CopyClaims::Answer::Same:
-        work_.passed();
+        work_.passed(entry);
         finishEntry(parent);
         break;
     case CopyClaims::Answer::Taken:
@@ -743,6 +747,7 @@ void TreeCopier::chooseWanted(Directory& directory)
             return true;
         }
         if (work_.wants(entryBelow(directory.entry, StorageSystemEntry(entry)))) {
+            work_.expect(entry.attributes);
             work_.progress().bytesFound += sizeOf(entry.attributes);
             return false;
         }
@@ -829,6 +834,7 @@ void TreeCopier::beginTransfer(TreeEntry&& entry, const DirectoryPtr& parent, bo
     }
     const auto beginning = work_.begin();
     transfers_.push_back(transfer);
+    work_.turnTo(transfer->entry());
     transfer->start(
         [this, parent, beginning](EntryTransfer& over) { ended(over, parent, beginning); });
 }

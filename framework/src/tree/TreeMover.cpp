@@ -450,6 +450,7 @@ bool TreeMover::tell(const Failure& why)
 bool TreeMover::askWhetherToGoOn(const TreeProgress& progress)
 {
     progress_ = progress;
+    progress_.entry = nullptr;
     if (!report_.isStopped) {
         const CallbackScope callback;
         report_.isStopped = !observer_.progress(progress);

@@ -118,6 +118,7 @@ void TreeRemover::beginRoot(TreeEntry&& root)
         } else if (!work_.wants(root)) {
             work_.passed();
         } else {
+            work_.expect(root.attributes);
             begin(std::move(root), nullptr);
         }
     });
@@ -168,6 +169,7 @@ void TreeRemover::beginDirectory(const DirectoryPtr& directory)
                                  beginReading(directory);
                              } else {
                                  directory->entry.attributes = now;
+                                 work_.expect(now);
                                  beginRemoving(std::move(directory->entry), directory->parent);
                              }
                          });
@@ -219,6 +221,7 @@ void TreeRemover::chooseWanted(Directory& directory, DirectoryContents& contents
             return;
         }
         if (work_.wants(entryBelow(directory.entry, StorageSystemEntry(entry)))) {
+            work_.expect(entry.attributes);
             directory.entries.push_back(std::move(entry));
         } else {
             work_.passed();
@@ -260,8 +263,13 @@ void TreeRemover::lookAgain(TreeEntry&& entry, const DirectoryPtr& parent)
     const auto path = entry.path;
     work_.queue().lookUp(path, [this, entry = std::move(entry), parent](const Failure& failure,
                                                                         const auto& now) mutable {
+        work_.dismiss(entry.attributes);
         entry.attributes = failure ? entry.attributes : now;
-        if (failure || !work_.wants(entry)) {
+        const bool isWanted = !failure && work_.wants(entry);
+        if (failure || isWanted) {
+            work_.expect(entry.attributes);
+        }
+        if (!isWanted) {
             endEntry(entry, parent, failure, true);
         } else {
             removeEntry(std::move(entry), parent);

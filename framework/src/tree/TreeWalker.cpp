@@ -142,6 +142,7 @@ void TreeWalker::tell(TreeEntry&& entry, std::size_t depth,
         work_.passed();
         return;
     }
+    work_.expect(entry.attributes);
     if (!isDirectory(entry.attributes)) {
         work_.done(entry);
         return;

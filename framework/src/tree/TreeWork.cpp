@@ -18,6 +18,13 @@ namespace {
 // How long nobody need be asked whether to go on.
 constexpr int longestWait = 100; // Milliseconds.
 
+/// One for what is neither a directory nor a link, as far as is told.
+std::uint64_t filesIn(const StorageSystemAttributes& attributes)
+{
+    const bool isFile = attributes.type && !isDirectory(attributes) && !isSymbolicLink(attributes);
+    return isFile ? 1 : 0;
+}
+
 } // namespace
 
 TreeWork::TreeWork(const std::vector<const StorageSystem*>& systems, TreeObserver& observer,
@@ -96,6 +103,23 @@ bool TreeWork::comesFirst(const TreeEntry& left, const TreeEntry& right)
     return observer_.comesFirst(left, right);
 }
 
+void TreeWork::expect(const StorageSystemAttributes& entry)
+{
+    progress_.filesFound += filesIn(entry);
+}
+
+void TreeWork::dismiss(const StorageSystemAttributes& entry)
+{
+    progress_.filesFound -= filesIn(entry);
+}
+
+void TreeWork::passed(const TreeEntry& entry)
+{
+    passed();
+    progress_.filesDone += filesIn(entry.attributes);
+    turnTo(entry);
+}
+
 void TreeWork::done(const TreeEntry& entry)
 {
     if (isMuted_) {
@@ -106,7 +130,7 @@ void TreeWork::done(const TreeEntry& entry)
                   : isSymbolicLink(entry.attributes) ? report_.links
                                                      : report_.files;
     ++count;
-    passed();
+    passed(entry);
     const CallbackScope callback;
     observer_.done(entry);
 }
@@ -118,7 +142,7 @@ void TreeWork::skipped(const TreeEntry& entry)
     }
     grow();
     ++report_.skipped;
-    passed();
+    passed(entry);
     const CallbackScope callback;
     observer_.skipped(entry);
 }
@@ -149,7 +173,7 @@ void TreeWork::removed(const TreeEntry& entry)
 
 void TreeWork::fail(const TreeEntry& entry, const Failure& failure)
 {
-    passed();
+    passed(entry);
     lose(entry, failure);
 }
 
@@ -220,6 +244,7 @@ void TreeWork::tellProgress(bool isAllFound)
         return;
     }
     progress_.isAllFound = isAllFound;
+    progress_.entry = current_ ? &*current_ : nullptr;
     const CallbackScope callback;
     if (!observer_.progress(progress_)) {
         isOver_ = true;

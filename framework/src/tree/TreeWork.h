@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -84,7 +85,17 @@ public:
 
     void found(std::uint64_t entries) noexcept { progress_.entriesFound += entries; }
 
-    void passed(std::uint64_t entries = 1) noexcept { progress_.entriesDone += entries; }
+    void passed() noexcept { ++progress_.entriesDone; }
+
+    /// An entry that is wanted is, or is not to be worked on after all.
+    void expect(const StorageSystemAttributes& entry);
+    void dismiss(const StorageSystemAttributes& entry);
+
+    /// One that was wanted needs nothing more.
+    void passed(const TreeEntry& entry);
+
+    /// The entry is worked on.
+    void turnTo(const TreeEntry& entry) { current_ = entry; }
 
     TreeProgress& progress() noexcept { return progress_; }
 
@@ -118,6 +129,7 @@ private:
     bool isOver_ = false;
     bool isMuted_ = false;
     TreeProgress progress_;
+    std::optional<TreeEntry> current_;
     TreeReport report_;
 };
 

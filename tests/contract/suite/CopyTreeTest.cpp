@@ -94,6 +94,39 @@ TEST_P(CopyTreeContract, CopiesEverythingBelow)
     EXPECT_TRUE(notes_.last.isAllFound);
 }
 
+TEST_P(CopyTreeContract, FilesAreCountedApartFromDirectoriesAndWhatIsNotWanted)
+{
+    makeTree();
+    notes_.unwanted = {"b/deep"};
+    EXPECT_TRUE(copy("t", "copy").isComplete());
+    EXPECT_EQ(notes_.last.filesDone, 5U);
+    EXPECT_EQ(notes_.last.filesFound, 5U);
+    EXPECT_EQ(notes_.last.entriesDone, notes_.last.entriesFound);
+}
+
+TEST_P(CopyTreeContract, ProgressNamesTheEntryThatIsWorkedOn)
+{
+    makeSource("t", "text");
+    makeSource("u", std::string(3'000'000, 'x'));
+    TreeCopyOptions options;
+    options.inFlight = 1;
+    const auto report = copyTree(
+        source(), target(),
+        {{sourcePath("t"), targetPath("1")}, {sourcePath("u"), targetPath("2")}}, notes_, options);
+    EXPECT_TRUE(report.isComplete()) << report.failure.message();
+    EXPECT_THAT(notes_.workedAt, UnorderedElementsAre(sourcePath("t"), sourcePath("u")));
+}
+
+TEST_P(CopyTreeContract, ADryRunCountsTheSizesOfFiles)
+{
+    makeTree();
+    TreeCopyOptions options;
+    options.isDryRun = true;
+    const auto report = copy("t", "copy", options);
+    EXPECT_EQ(report.bytes, copy("t", "copy").bytes);
+    EXPECT_GT(report.bytes, 0U);
+}
+
 TEST_P(CopyTreeContract, CopiesAFileOfManyPieces)
 {
     const auto bytes = pseudoRandomBytes(7, 3'000'001);

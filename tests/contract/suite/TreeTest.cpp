@@ -88,6 +88,8 @@ TEST_P(TreeContract, AWalkTellsEachDirectorysEntriesAndThenWhatIsBelowThem)
     EXPECT_FALSE(Failure::last());
     EXPECT_EQ(notes_.last.entriesDone, 11U);
     EXPECT_EQ(notes_.last.entriesFound, 11U);
+    EXPECT_EQ(notes_.last.filesDone, 6U);
+    EXPECT_EQ(notes_.last.filesFound, 6U);
     EXPECT_TRUE(notes_.last.isAllFound);
 }
 
@@ -257,6 +259,8 @@ TEST_P(TreeContract, ARemovalTakesAllBelowItsRoot)
                                                       "b/deep/x", "c", "d", "d/3", "empty"));
     EXPECT_EQ(notes_.finished.back(), "");
     EXPECT_EQ(notes_.last.entriesDone, 11U);
+    EXPECT_EQ(notes_.last.filesDone, 6U);
+    EXPECT_EQ(notes_.last.filesFound, 6U);
     EXPECT_TRUE(notes_.last.isAllFound);
 }
 

@@ -208,6 +208,24 @@ TEST_F(CopyOptionsTest, OneAtATimeIsInTheOrderOfTheNames)
     EXPECT_THAT(result.errorOutput,
                 HasSubstr("tarnis: copied 4 files, 1 directory, 0 links, 3.0 MB"));
 }
+TEST_F(CopyOptionsTest, TheSummaryHasTheBytesThatWereCopiedAndNotTheSizesInTheListing)
+{
+    const std::string version = readFile("/proc/version"); // Its size is told as 0.
+    const ToolResult result = tarnis("get", {"-v", at("/proc/version"), here().path().string()});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(readFile(here().file("version")), version);
+    EXPECT_THAT(result.errorOutput, HasSubstr("copied 1 file, 0 directories, 0 links, " +
+                                              std::to_string(version.size()) + " B, in "));
+}
+
+TEST_F(CopyOptionsTest, ADryRunSumsUpTheSizes)
+{
+    there().makeDirectory("t");
+    there().write("t/f", "text");
+    const ToolResult result = tarnis("get", {"-rv", "--dry-run", at("t"), here().path().string()});
+    EXPECT_THAT(result.errorOutput, HasSubstr("would copy 1 file, 1 directory, 0 links, 4 B, in "));
+}
+
 
 TEST_F(CopyOptionsTest, ATerminalShowsASummaryAndNamesThatDoNotSteerIt)
 {

@@ -44,6 +44,14 @@ bool isRegularFile(const TreeEntry& entry)
     return hasType(entry) && isRegularFile(*entry.attributes.type);
 }
 
+/// One for a file, as FileSystem::TreeProgress counts them.
+std::uint64_t filesIn(const TreeEntry& entry)
+{
+    const bool isFile =
+        hasType(entry) && !isDirectory(entry) && !isSymbolicLink(*entry.attributes.type);
+    return isFile ? 1 : 0;
+}
+
 std::uint64_t sizeOf(const TreeEntry& entry)
 {
     return isRegularFile(entry) ? entry.attributes.size.value_or(0) : 0;
@@ -69,12 +77,15 @@ bool CopyRun::run(const Paths& paths)
 {
     const Paths found = options_.isRecursive ? paths : followed(paths);
     const auto report = copyTree(from_.system(), to_.system(), found, *this, engineOptions());
-    const bool isLost = report.failure.code() == FailureCode::ConnectionLost;
-    if (!report.left.empty()) {
+    if (!lost_ && !report.left.empty()) {
         note(report.left);
     }
-    if (report.isStopped || isLost) {
-        throwIfCancelled();
+    if (report.isStopped) {
+        throwIfCancelled(report);
+    }
+    if (lost_) {
+        bar_.clear();
+        remote_.throwLost(*lost_);
     }
     sumUp(report);
     return report.isComplete() && failed_ == 0;
@@ -100,7 +111,7 @@ CopyRun::Paths CopyRun::followed(const Paths& paths)
     inquiry.finish();
     Paths found;
     for (std::size_t i = 0; i < paths.size(); ++i) {
-        throwIfCancelled();
+        throwIfCancelled({});
         try {
             found.push_back(
                 {fileAt(paths[i].source, answers[i].why, answers[i].info), paths[i].target});
@@ -166,10 +177,6 @@ bool CopyRun::wants(const TreeEntry& entry)
     if (isRegularFile(entry) && options_.isInPlace) {
         unfinished_.insert(entry.target);
     }
-    if (isRegularFile(entry) && !hasLabel_) {
-        hasLabel_ = true;
-        bar_.setLabel(nameOf(entry.target));
-    }
     return true;
 }
 
@@ -181,20 +188,15 @@ void CopyRun::done(const TreeEntry& entry)
              std::exchange(losses_, {}));
     }
     tell(options_.isDryRun ? "would copy" : "copied", entry.path);
-    bar_.setLabel(nameOf(entry.target));
     unfinished_.erase(entry.target);
     noteSettled(entry.target);
-    if (!isDirectory(entry)) {
-        ++doneFiles_;
-    }
-    doneBytes_ += sizeOf(entry);
 }
 
 void CopyRun::skipped(const TreeEntry& entry)
 {
     tell(options_.isDryRun ? "would leave" : "left", entry.path);
     unfinished_.erase(entry.target);
-    leftBytes_ += sizeOf(entry);
+    leaveOut(entry);
 }
 
 /// Entries that the filter leaves out are not removed from the target either.
@@ -261,17 +263,25 @@ void CopyRun::sayLast()
 bool CopyRun::failed(const TreeEntry& entry, const FileSystem::Failure& why)
 {
     if (isLoss(why)) {
-        throwIfCancelled();
-        bar_.clear();
-        remote_.throwLost(why);
+        lost_ = why;
+        return false;
     }
     if (const auto loss = lossOf(why)) {
         losses_ += (losses_.empty() ? "" : "; ") + *loss;
     } else {
         note(failureOf(entry, why).what());
-        leftBytes_ += sizeOf(entry);
+        leaveOut(entry);
     }
     return true;
+}
+
+/// What is not removed was not to be copied.
+void CopyRun::leaveOut(const TreeEntry& entry)
+{
+    if (!entry.target.empty()) {
+        leftBytes_ += sizeOf(entry);
+        leftFiles_ += filesIn(entry);
+    }
 }
 
 bool CopyRun::progress(const FileSystem::TreeProgress& progress)
@@ -279,8 +289,12 @@ bool CopyRun::progress(const FileSystem::TreeProgress& progress)
     WorkProgress all;
     all.bytes =
         DoneOf{progress.bytesDone, progress.bytesFound - std::min(leftBytes_, progress.bytesFound)};
-    if (progress.entriesFound > 1) {
-        all.files = DoneOf{progress.entriesDone, progress.entriesFound};
+    if (progress.filesFound > 1) {
+        all.count = DoneOf{progress.filesDone - std::min(leftFiles_, progress.filesDone),
+                           progress.filesFound - std::min(leftFiles_, progress.filesFound)};
+    }
+    if (progress.entry != nullptr) {
+        bar_.setLabel(nameOf(progress.entry->target));
     }
     all.areTotalsKnown = progress.isAllFound;
     bar_.show(all);
@@ -357,7 +371,7 @@ void CopyRun::sumUp(const FileSystem::TreeReport& report)
     reportNote(std::string(options_.isDryRun ? "would copy " : "copied ") +
                counted(report.files, "file", "files") + ", " +
                counted(report.directories, "directory", "directories") + ", " +
-               counted(report.links, "link", "links") + ", " + humanSize(doneBytes_) + ", " +
+               counted(report.links, "link", "links") + ", " + humanSize(report.bytes) + ", " +
                skipped + removed + failed + "in " + humanDuration(took));
 }
 
@@ -368,7 +382,7 @@ void CopyRun::note(const std::string& failure)
     report(failure);
 }
 
-void CopyRun::throwIfCancelled()
+void CopyRun::throwIfCancelled(const FileSystem::TreeReport& report)
 {
     if (!cancellation_.isRequested()) {
         return;
@@ -376,7 +390,7 @@ void CopyRun::throwIfCancelled()
     bar_.clear();
     flushOutput();
     throw Failure(FailureKind::Cancelled, "interrupted after",
-                  counted(doneFiles_, "file", "files") + ", " + humanSize(doneBytes_),
+                  counted(report.files, "file", "files") + ", " + humanSize(report.bytes),
                   remote_.isAlive() && !returned_.empty()
                       ? "a part of the file is in " + to_.display(*returned_.begin())
                       : leftByInterruption(remote_.isAlive(), whatIsHalfWritten()));

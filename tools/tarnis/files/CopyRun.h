@@ -82,13 +82,14 @@ private:
     FileSystem::TreeCopyOptions engineOptions() const;
     Failure failureOf(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
     Failure directoryFailure(const FileSystem::TreeEntry& entry, const FileSystem::Failure& why);
+    void leaveOut(const FileSystem::TreeEntry& entry);
     void tell(const char* what, const std::string& path);
     void sumUp(const FileSystem::TreeReport& report);
     void note(const std::string& failure);
     void noteTaken(const std::string& target, const std::string& part);
     void noteSettled(const std::string& target);
     void sayLast();
-    void throwIfCancelled();
+    void throwIfCancelled(const FileSystem::TreeReport& report);
     std::string whatIsHalfWritten() const;
 
     RemoteEndpoint& remote_;
@@ -97,9 +98,8 @@ private:
     const CopyOptions& options_;
     const Cancellation& cancellation_;
     ProgressBar bar_;
-    std::uint64_t doneFiles_ = 0;
-    std::uint64_t doneBytes_ = 0;
-    std::uint64_t leftBytes_ = 0; ///< Of files that were left out or have failed.
+    std::uint64_t leftFiles_ = 0; ///< Those that were left out or have failed.
+    std::uint64_t leftBytes_ = 0; ///< Of them.
     /// The targets of files that are written in place and are not complete.
     std::set<std::string> unfinished_;
     /// Those that stood there before a part of the rest was added.
@@ -107,8 +107,8 @@ private:
     /// Where that is which stood at a target, while it has another name.
     std::map<std::string, std::string> taken_;
     std::optional<LastWords> lastWords_;
-    std::string losses_; ///< Of the entry that is about to be done.
-    bool hasLabel_ = false;
+    std::string losses_;                      ///< Of the entry that is about to be done.
+    std::optional<FileSystem::Failure> lost_; ///< How the connection was lost.
     std::uint64_t failed_ = 0;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };

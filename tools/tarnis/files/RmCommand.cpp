@@ -183,8 +183,6 @@ public:
         return why.empty();
     }
 
-    void done(const TreeEntry& entry) override { bar_.setLabel(nameOf(entry.path)); }
-
     bool failed(const TreeEntry& entry, const FileSystem::Failure& why) override
     {
         const bool isExpected =
@@ -200,8 +198,12 @@ public:
         amount_ = {doneBefore_.done + progress.entriesDone,
                    doneBefore_.total + progress.entriesFound};
         WorkProgress all;
-        all.files = amount_;
+        all.count = amount_;
+        all.counted = "entries";
         all.areTotalsKnown = progress.isAllFound;
+        if (progress.entry != nullptr) {
+            bar_.setLabel(nameOf(progress.entry->path));
+        }
         bar_.show(all);
         return !cancellation_.isRequested();
     }

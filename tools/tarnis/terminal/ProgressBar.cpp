@@ -51,10 +51,10 @@ std::string bytesText(const DoneOf& bytes, bool isTotalKnown)
     return humanSize(bytes.done) + " of " + humanSize(bytes.total) + (isTotalKnown ? "" : "+");
 }
 
-std::string filesText(const DoneOf& files, bool isTotalKnown)
+std::string countText(const DoneOf& count, const char* counted, bool isTotalKnown)
 {
-    return std::to_string(files.done) + "/" + std::to_string(files.total) +
-           (isTotalKnown ? "" : "+") + " files";
+    return std::to_string(count.done) + "/" + std::to_string(count.total) +
+           (isTotalKnown ? "" : "+") + " " + counted;
 }
 
 /// How long the rest takes, should it go on like this.
@@ -147,11 +147,11 @@ void ProgressBar::draw(std::size_t width) const
     tryWrite(STDERR_FILENO, "\r" + shortened(name + " " + numbers, width - 1) + "\x1b[K");
 }
 
-/// Bytes tell better than files how far the work is: they are what takes the time.
+/// Bytes tell better than a count how far the work is: they are what takes the time.
 std::string ProgressBar::figures(Clock::duration elapsed) const
 {
-    const auto& [bytes, files, areTotalsKnown] = progress_;
-    const DoneOf amount = bytes ? *bytes : files.value_or(DoneOf{});
+    const auto& [bytes, count, counted, areTotalsKnown] = progress_;
+    const DoneOf amount = bytes ? *bytes : count.value_or(DoneOf{});
     const double seconds = std::max(std::chrono::duration<double>(elapsed).count(), 0.001);
     const double rate = static_cast<double>(amount.done) / seconds;
     const auto wholeRate = static_cast<std::uint64_t>(rate);
@@ -159,8 +159,8 @@ std::string ProgressBar::figures(Clock::duration elapsed) const
     if (bytes) {
         text += bytesText(*bytes, areTotalsKnown);
     }
-    if (files) {
-        text += (bytes ? "  " : "") + filesText(*files, areTotalsKnown);
+    if (count) {
+        text += (bytes ? "  " : "") + countText(*count, counted, areTotalsKnown);
     }
     text += "  " + (bytes ? humanSize(wholeRate) : std::to_string(wholeRate)) + "/s";
     return text + (areTotalsKnown ? timeLeft(amount, rate) : "");

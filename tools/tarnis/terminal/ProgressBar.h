@@ -18,7 +18,9 @@ struct DoneOf
 struct WorkProgress
 {
     std::optional<DoneOf> bytes;
-    std::optional<DoneOf> files;
+    std::optional<DoneOf> count;
+    /// What the count is of.
+    const char* counted = "files";
     /// Whether the totals are final. Others may still grow: they say how much was found so far.
     bool areTotalsKnown = true;
 };
