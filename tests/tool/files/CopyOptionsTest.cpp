@@ -12,7 +12,6 @@ namespace {
 using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 class CopyOptionsTest : public FilesTest
@@ -208,6 +207,7 @@ TEST_F(CopyOptionsTest, OneAtATimeIsInTheOrderOfTheNames)
     EXPECT_THAT(result.errorOutput,
                 HasSubstr("tarnis: copied 4 files, 1 directory, 0 links, 3.0 MB"));
 }
+
 TEST_F(CopyOptionsTest, TheSummaryHasTheBytesThatWereCopiedAndNotTheSizesInTheListing)
 {
     const std::string version = readFile("/proc/version"); // Its size is told as 0.
@@ -225,7 +225,6 @@ TEST_F(CopyOptionsTest, ADryRunSumsUpTheSizes)
     const ToolResult result = tarnis("get", {"-rv", "--dry-run", at("t"), here().path().string()});
     EXPECT_THAT(result.errorOutput, HasSubstr("would copy 1 file, 1 directory, 0 links, 4 B, in "));
 }
-
 
 TEST_F(CopyOptionsTest, ATerminalShowsASummaryAndNamesThatDoNotSteerIt)
 {
@@ -262,16 +261,6 @@ TEST_F(CopyOptionsTest, WhatContradictsItselfIsRefused)
     expectRefused({"--include", "//"}, "is no pattern for names");
     expectRefused({"-j", "0"}, "-j");
     expectRefused({"-j", "many"}, "-j");
-}
-
-TEST_F(CopyOptionsTest, NothingIsChosenForAPipe)
-{
-    there().write("f", "text");
-    for (const char* const option : {"--update", "--no-clobber", "--dry-run"}) {
-        const ToolResult result = tarnis("get", {option, at("f"), "/dev/stdout"});
-        expectFailure(result, "cannot choose what goes to /dev/stdout: it is no file");
-        EXPECT_THAT(result.output, IsEmpty());
-    }
 }
 
 } // namespace

@@ -217,13 +217,25 @@ TEST_F(StreamTargetTest, APipeOnTheServerIsNotReplaced)
     EXPECT_THAT(namesIn(there().path()), ElementsAre("pipe"));
 }
 
-TEST_F(StreamTargetTest, OnlyAFileGoesIntoAPipeAndOnlyFromItsStart)
+TEST_F(StreamTargetTest, OnlyAFileGoesIntoAPipe)
 {
-    there().write("f", "text");
     there().makeDirectory("d");
     makePipe(here().file("pipe"));
-    expectFailure(tarnis("get", {"-r", at("d"), here().file("pipe")}), "it is no file");
-    expectFailure(tarnis("get", {"--resume", at("f"), here().file("pipe")}), "cannot go on in");
+    expectFailure(tarnis("get", {at("d"), here().file("pipe")}), "it is no file");
+}
+
+TEST_F(StreamTargetTest, OptionsThatMeanNothingForAStreamAreRefusedBeforeALogin)
+{
+    makePipe(here().file("pipe"));
+    for (const std::string& target : {here().file("pipe"), std::string("/dev/stdout")}) {
+        const std::string refusal = "\"" + target + "\" is no file and takes one file";
+        for (const char* const option :
+             {"-r", "-p", "--inplace", "--resume", "--update", "--no-clobber", "--dry-run", "-j2",
+              "--exclude=x", "--include=x"}) {
+            expectFailure(tarnis("get", {option, "host:f", target}), refusal, 2);
+        }
+        expectFailure(tarnis("get", {"-r", "--delete", "host:f", target}), refusal, 2);
+    }
 }
 
 TEST_F(StreamTargetTest, ALinkToAPipeOnTheServerIsNotReplaced)

@@ -238,9 +238,14 @@ public:
 
 private:
     int copy(const std::vector<std::string>& operands) override;
+
+    /// Whether there is no option that means nothing for what is written into and no file.
+    bool fitsStream() const { return !hasOptionsOfFiles() && !options().isInPlace; }
+
     void writeInto(StreamTarget& target, RemoteEndpoint& remote, const std::string& source) const;
 };
 
+constexpr const char* takesOne = " takes one file, and of these options -v at most";
 constexpr const char* onlyOne = "only one file goes to standard output";
 
 GetCommand::GetCommand(CLI::App& program)
@@ -269,8 +274,10 @@ int GetCommand::copy(const std::vector<std::string>& operands)
     if (isToOutput && paths.size() > 1) {
         throw UsageError(onlyOne);
     }
-    if (isToOutput && (hasOptionsOfFiles() || options().isInPlace)) {
-        throw UsageError("standard output (\"-\") takes one file, and of these options -v at most");
+    if (!fitsStream() && StreamTarget(target).kind() == TargetKind::Stream) {
+        throw UsageError(
+            (isToOutput ? "standard output (\"-\")" : "\"" + textOf(target) + "\" is no file and") +
+            takesOne);
     }
     // Secrets and the target come before the connection: they may be descriptors that the user
     // passed, whose numbers a socket opened earlier could have taken.
@@ -298,11 +305,9 @@ void GetCommand::writeInto(StreamTarget& target, RemoteEndpoint& remote,
     if (target.kind() == TargetKind::Refused) {
         local.refuse("cannot copy to", target.path(), "it leads to a disk or a socket");
     }
-    if (options().resumes) {
-        local.refuse("cannot go on in", target.path(), "it is no file");
-    }
-    if (options().updates || options().keepsStanding || options().isDryRun) {
-        local.refuse("cannot choose what goes to", target.path(), "it is no file");
+    // It was none before the program logged in.
+    if (!fitsStream()) {
+        local.refuse("cannot copy to", target.path(), std::string("it is no file and") + takesOne);
     }
     const Cancellation cancellation(remote.session());
     StreamedCopy(remote, source, target, cancellation).run();
