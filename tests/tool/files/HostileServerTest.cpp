@@ -69,6 +69,17 @@ TEST_F(HostileServerTest, APatternStaysInsideItsTarget)
     EXPECT_THAT(namesIn(targetDirectory()), IsEmpty());
 }
 
+TEST_F(HostileServerTest, ANameThatWouldTakeTheStackMatchesNoPattern)
+{
+    put("src/x", "text");
+    serve({{std::string(1'025, 'a')}});
+    expectFailure(tarnis("ls", {at("src/a*")}), "nothing matches");
+    expectFailure(tarnis("ls", {"-a", at("src/a*")}), "nothing matches");
+    serve({{std::string(1'024, 'a')}});
+    EXPECT_EQ(tarnis("ls", {at("src/a*")}).output,
+              at("src/").substr(at("").size()) + std::string(1'024, 'a') + "\n");
+}
+
 TEST_F(HostileServerTest, ALinkAndADirectoryOfOneNameDoNotLeadOutside)
 {
     const std::string outside = here().makeDirectory("outside");

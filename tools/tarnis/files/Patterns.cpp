@@ -3,8 +3,6 @@
 #include "Failure.h"
 #include "files/Paths.h"
 
-#include <FileSystem/DirectoryListing.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
@@ -13,6 +11,8 @@
 namespace TarnisTool {
 
 namespace {
+
+constexpr auto searchPattern = FileSystem::StorageSystemDirectoryFilterType::SearchPattern;
 
 bool isHidden(const std::string& name)
 {
@@ -49,20 +49,18 @@ std::string hiddenAlternatives(const std::string& pattern)
 
 } // namespace
 
-NameFilter::NameFilter(const std::string& pattern, bool withHidden)
-    : NameFilter(pattern, withHidden ? pattern : hiddenAlternatives(pattern))
-{}
-
-NameFilter::NameFilter(const std::string& pattern, const std::string& hidden)
-    : filter_(FileSystem::DirectoryListing::createSearchFilter(pattern))
-    , hidden_(FileSystem::DirectoryListing::createSearchFilter(hidden))
-    , takesHidden_(!hidden.empty())
-{}
-
-bool NameFilter::takes(const std::string& name) const
+PatternPart::PatternPart(const std::string& pattern, bool withHidden)
+    : all_(pattern, searchPattern)
 {
-    return isHidden(name) ? takesHidden_ && std::regex_match(name, hidden_)
-                          : std::regex_match(name, filter_);
+    const std::string hidden = withHidden ? pattern : hiddenAlternatives(pattern);
+    if (!hidden.empty()) {
+        hidden_.emplace(hidden, searchPattern);
+    }
+}
+
+bool PatternPart::takes(const std::string& name) const
+{
+    return isHidden(name) ? hidden_ && hidden_->passes(name) : all_.passes(name);
 }
 
 void EntryFilter::add(const std::string& pattern, bool isIncluded)
@@ -98,7 +96,7 @@ bool EntryFilter::matches(const Rule& rule, const std::vector<std::string>& part
     }
     return std::equal(
         rule.parts.begin(), rule.parts.end(), parts.begin(), parts.end(),
-        [](const NameFilter& filter, const std::string& part) { return filter.takes(part); });
+        [](const PatternPart& one, const std::string& part) { return one.takes(part); });
 }
 
 namespace {
@@ -173,10 +171,10 @@ private:
     void takeMatches(std::vector<Match>& next, const std::string& directory,
                      const std::string& pattern, bool isLast)
     {
-        const NameFilter filter(pattern, withHidden_ && isLast);
+        const PatternPart wanted(pattern, withHidden_ && isLast);
         for (auto& info : entriesOf(directory.empty() ? "." : directory)) {
             std::string path = joinPath(directory, info.name);
-            if (filter.takes(info.name) && (isLast || leadsOn(path, info))) {
+            if (wanted.takes(info.name) && (isLast || leadsOn(path, info))) {
                 take(next, {std::move(path), std::move(info)}, isLast);
             }
         }

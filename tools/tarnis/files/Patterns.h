@@ -2,8 +2,10 @@
 
 #include "files/Endpoint.h"
 
+#include <FileSystem/NameFilter.h>
+
 #include <functional>
-#include <regex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,19 +13,16 @@ namespace TarnisTool {
 
 /// The names that a part of a path takes, as a pattern. Hidden ones only for an alternative that
 /// begins with a dot itself, unless all are wanted.
-class NameFilter
+class PatternPart
 {
 public:
-    NameFilter(const std::string& pattern, bool withHidden);
+    PatternPart(const std::string& pattern, bool withHidden);
 
     bool takes(const std::string& name) const;
 
 private:
-    NameFilter(const std::string& pattern, const std::string& hidden);
-
-    std::regex filter_;
-    std::regex hidden_;
-    bool takesHidden_;
+    FileSystem::NameFilter all_;
+    std::optional<FileSystem::NameFilter> hidden_;
 };
 
 /// Which entries of a tree are copied: the first rule whose pattern matches one decides, and
@@ -44,7 +43,7 @@ public:
 private:
     struct Rule
     {
-        std::vector<NameFilter> parts;
+        std::vector<PatternPart> parts;
         bool isPath = false; ///< The parts are those of the whole path.
         bool isForDirectories = false;
         bool isIncluded = false;
