@@ -1,7 +1,7 @@
 // What Failure::last() says when a copy, a move or a removal of a tree fails.
 
 #include "framework/ExpectFailure.h"
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 #include "support/TemporaryDirectory.h"
 #include "support/UnprivilegedUser.h"
 
@@ -25,7 +25,7 @@
 using FileSystem::Failure;
 using FileSystem::FailureCode;
 using TarnisTest::expectFailure;
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using TarnisTest::TemporaryDirectory;
 using testing::HasSubstr;
 using Option = FileSystem::StorageSystemCopyOptionFlag;
@@ -46,7 +46,7 @@ bool stopAfterTheFirstByte(std::uint64_t done, std::uint64_t /*total*/)
 }
 
 /// Cannot read "/tree/it".
-class UnreadableFileSystem final : public MemoryFileSystem
+class UnreadableFileSystem final : public ScriptedFileSystem
 {
 public:
     UnreadableFileSystem()
@@ -78,8 +78,8 @@ protected:
         return source.fileCopyAs(path, target, targetPath, {}, options);
     }
 
-    MemoryFileSystem source;
-    MemoryFileSystem target;
+    ScriptedFileSystem source;
+    ScriptedFileSystem target;
 };
 
 TEST_F(CopyFailure, NamesOperationAndPaths)
@@ -219,7 +219,7 @@ TEST_F(CopyFailure, OfATargetThatLosesBytesIsChanged)
 TEST_F(CopyFailure, OfALinkWithoutLinksIsUnsupported)
 {
     source.addLink("/tree/sub/link", "file");
-    const TarnisTest::MemoryFileSystemWithoutLinks plain;
+    const TarnisTest::ScriptedFileSystemWithoutLinks plain;
     EXPECT_FALSE(source.fileCopyAs("/tree/sub/link", plain, "/link"));
     expectFailure(FailureCode::Unsupported, "/tree/sub/link");
     EXPECT_FALSE(source.fileCopyAs("/tree", plain, "/copy", {}, recursive));

@@ -1,7 +1,7 @@
 // Which permissions copies have, while they are made and afterwards.
 
 #include "framework/ExpectFailure.h"
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <FileSystem/Failure.h>
 
@@ -13,7 +13,7 @@
 
 using FileSystem::Failure;
 using FileSystem::FailureCode;
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -49,8 +49,8 @@ protected:
         return target.at("/copy").permissions.raw();
     }
 
-    MemoryFileSystem source;
-    MemoryFileSystem target;
+    ScriptedFileSystem source;
+    ScriptedFileSystem target;
     unsigned whileFilled = 0;
 };
 
@@ -106,7 +106,7 @@ TEST_F(CopyPermissions, OfAFileThatIsClosedMeanwhileStayClosed)
         target.addFile("/copy", "old", 0644);
         const auto closes = [this](std::uint64_t done, std::uint64_t) {
             return done == 0 ||
-                   target.fileSetPermissions("/copy", MemoryFileSystem::Permissions(0600U));
+                   target.fileSetPermissions("/copy", ScriptedFileSystem::Permissions(0600U));
         };
         EXPECT_TRUE(source.fileCopyAs("/file", target, "/copy", closes));
         EXPECT_EQ(target.bytesOf("/copy"), "bytes");
@@ -197,7 +197,8 @@ TEST_F(CopyPermissions, OfNewDirectoriesAreTheSourcesLessTheUmask)
         EXPECT_EQ(target.at("/copy/private").permissions.raw(), 0700U);
         EXPECT_EQ(target.at("/copy/locked").permissions.raw(), 0555U);
         target.behaviour.isSuperuser = true;
-        ASSERT_TRUE(target.fileSetPermissions("/copy/locked", MemoryFileSystem::Permissions(0755)));
+        ASSERT_TRUE(
+            target.fileSetPermissions("/copy/locked", ScriptedFileSystem::Permissions(0755)));
         ASSERT_TRUE(target.directoryRemove("/copy", true));
     }
 }

@@ -1,7 +1,7 @@
 // What a copy and a replacement do with what stands at their target.
 
 #include "framework/ExpectFailure.h"
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <FileSystem/Failure.h>
 #include <FileSystem/FailureScope.h>
@@ -16,7 +16,7 @@ using FileSystem::Failure;
 using FileSystem::FailureCode;
 using FileSystem::FailureSource;
 using TarnisTest::expectFailure;
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::Not;
@@ -42,8 +42,8 @@ protected:
         return source.fileCopyAs("/tree/file", target, path, {}, options);
     }
 
-    MemoryFileSystem source;
-    MemoryFileSystem target;
+    ScriptedFileSystem source;
+    ScriptedFileSystem target;
 };
 
 TEST_F(CopyTarget, ThatIsAPipeASocketOrADeviceIsRefusedBeforeAnythingIsRead)
@@ -82,7 +82,7 @@ TEST_F(CopyTarget, InATreeIsRefusedToo)
             source.addFile("/tree/other" + std::to_string(number), "");
         }
         for (const auto* kind : {"pipe", "socket", "device"}) {
-            MemoryFileSystem there;
+            ScriptedFileSystem there;
             kind == std::string("pipe")     ? there.addPipe("/copy/file")
             : kind == std::string("socket") ? there.addSocket("/copy/file")
                                             : there.addBlockDevice("/copy/file");
@@ -187,7 +187,7 @@ TEST_F(CopyTarget, ThatIsNewIsMadeInPlaceAndRemovedWhereItDoesNotBecomeWhole)
 }
 
 /// Makes an empty file of each that is to be created with this in its path, and refuses it then.
-void refuseWhatIsMade(MemoryFileSystem& system, const std::string& part)
+void refuseWhatIsMade(ScriptedFileSystem& system, const std::string& part)
 {
     system.behaviour.onCall = [&system, part](const std::string& operation,
                                               const std::string& path) {
@@ -293,7 +293,7 @@ TEST_F(CopyTarget, ThatIsWrittenInPlaceIsOpenOnceAtATime)
 }
 
 /// One that replaces in one step, as rename(2) does: of two names of one file both stay.
-class ReplacingFileSystem final : public MemoryFileSystem
+class ReplacingFileSystem final : public ScriptedFileSystem
 {
 public:
     ReplacingFileSystem()
@@ -328,12 +328,12 @@ TEST_F(CopyTarget, ThatBecomesAPipeMeanwhileIsNotReplaced)
 TEST(Replacing, OneNameOfAFileByAnotherLeavesTheNewOne)
 {
     ReplacingFileSystem replacing;
-    MemoryFileSystem renaming;
-    MemoryFileSystem inSteps;
+    ScriptedFileSystem renaming;
+    ScriptedFileSystem inSteps;
     renaming.behaviour.renamingReplaces = true;
     renaming.behaviour.renamingKnowsNames = true;
-    for (MemoryFileSystem* const system :
-         {static_cast<MemoryFileSystem*>(&replacing), &renaming, &inSteps}) {
+    for (ScriptedFileSystem* const system :
+         {static_cast<ScriptedFileSystem*>(&replacing), &renaming, &inSteps}) {
         system->addFile("/old", "bytes");
         system->addName("/new", "/old");
         EXPECT_TRUE(system->fileReplaceAs("/old", "/new"));
@@ -344,7 +344,7 @@ TEST(Replacing, OneNameOfAFileByAnotherLeavesTheNewOne)
 
 /// One where another writer makes its next file at the old path at once, which nothing but its
 /// bytes tells from the one before.
-class BusyFileSystem final : public MemoryFileSystem
+class BusyFileSystem final : public ScriptedFileSystem
 {
 public:
     BusyFileSystem()
@@ -404,7 +404,7 @@ TEST(Replacing, OneNameOfAFileByAnotherFailsWhereTheOldOneCannotGo)
 }
 
 /// One that says why it cannot replace in one step.
-class RefusingFileSystem final : public MemoryFileSystem
+class RefusingFileSystem final : public ScriptedFileSystem
 {
 public:
     explicit RefusingFileSystem(FailureCode code)
@@ -438,7 +438,7 @@ TEST(Replacing, GoesInStepsWhereOneStepCannotBe)
 
 TEST(Replacing, ByAFileThatMayNotLeaveItsPlaceTouchesNothing)
 {
-    MemoryFileSystem system;
+    ScriptedFileSystem system;
     system.addFile("/closed/file", "new");
     system.addDirectory("/closed", 0500);
     system.addFile("/target", "old");
@@ -451,7 +451,7 @@ TEST(Replacing, ByAFileThatMayNotLeaveItsPlaceTouchesNothing)
 TEST(Replacing, FromAnotherDirectoryTakesThePlaceOrIsBack)
 {
     for (const bool isRefused : {false, true}) {
-        MemoryFileSystem system;
+        ScriptedFileSystem system;
         system.addFile("/directory/file", "new");
         system.addFile("/target", "old");
         system.behaviour.refusesRename = [&](const std::string& from, const std::string& to) {
@@ -467,7 +467,7 @@ TEST(Replacing, FromAnotherDirectoryTakesThePlaceOrIsBack)
 
 TEST(Replacing, ThatIsDoneAndReportedAsFailedIsDone)
 {
-    MemoryFileSystem system;
+    ScriptedFileSystem system;
     system.addFile("/file", "new");
     system.addFile("/target", "old");
     // Refuses to replace the file, and would replace it by itself when that is put back.
@@ -483,7 +483,7 @@ TEST(Replacing, ThatIsDoneAndReportedAsFailedIsDone)
 
 TEST(Replacing, AFileByItselfThroughALinkAboveItKeepsTheFile)
 {
-    MemoryFileSystem system;
+    ScriptedFileSystem system;
     system.behaviour.renamingReplaces = true;
     system.behaviour.renamingKnowsNames = true;
     system.addFile("/directory/file", "bytes");
@@ -495,7 +495,7 @@ TEST(Replacing, AFileByItselfThroughALinkAboveItKeepsTheFile)
 
 TEST(Replacing, TakesAndReplacesFilesAndLinksOnly)
 {
-    MemoryFileSystem system;
+    ScriptedFileSystem system;
     system.addFile("/file", "bytes");
     system.addPipe("/pipe");
     system.addSocket("/socket");

@@ -1,4 +1,4 @@
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <FileSystem/Failure.h>
 #include <FileSystem/HandleFatalError.h>
@@ -14,7 +14,7 @@
 #include <vector>
 
 using FileSystem::StorageSystemFileOpenModeFlag;
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
@@ -64,13 +64,13 @@ protected:
     }
 
     const std::string bytes = "some bytes that are copied";
-    MemoryFileSystem source;
-    MemoryFileSystem target;
+    ScriptedFileSystem source;
+    ScriptedFileSystem target;
     Reports reports;
 };
 
 /// Replaces in one step where it is told to.
-class ReplacingFileSystem final : public MemoryFileSystem
+class ReplacingFileSystem final : public ScriptedFileSystem
 {
 public:
     ReplacingFileSystem()
@@ -648,7 +648,7 @@ TEST_F(LinkCopying, ThatCannotBeMadeLeavesNothing)
 
 TEST_F(LinkCopying, FailsOnASystemWithoutLinks)
 {
-    const TarnisTest::MemoryFileSystemWithoutLinks plain;
+    const TarnisTest::ScriptedFileSystemWithoutLinks plain;
     EXPECT_FALSE(source.fileCopyAs("/link", plain, "/link"));
     EXPECT_FALSE(plain.has("/link"));
 }

@@ -1,5 +1,5 @@
 #include "framework/ExpectFailure.h"
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 using FileSystem::FailureCode;
 using TarnisTest::expectFailure;
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -25,7 +25,7 @@ const std::vector<std::string> unsafeNames{"", ".", "..", "a/b", "/", "../escape
 class Tree : public testing::Test
 {
 protected:
-    MemoryFileSystem system;
+    ScriptedFileSystem system;
 };
 
 class Creating : public Tree
@@ -86,7 +86,7 @@ TEST_F(Creating, AFileOpensItForReadingAndWriting)
 {
     system.addDirectory("/directory");
     const auto file =
-        system.fileCreate("/directory", "new", true, false, MemoryFileSystem::Permissions(0600U));
+        system.fileCreate("/directory", "new", true, false, ScriptedFileSystem::Permissions(0600U));
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(file->fileId(), "/directory/new");
     EXPECT_TRUE(file->writeFully("12345", 5));
@@ -154,7 +154,7 @@ TEST_F(Creating, AFileNeedsANameThatIsOneComponent)
 
 TEST_F(Creating, DirectoriesMakesOneBelowTheOther)
 {
-    const MemoryFileSystem::Permissions permissions(0555U);
+    const ScriptedFileSystem::Permissions permissions(0555U);
     EXPECT_EQ(system.directoryCreate("/", {"a", "b", "c"}, true, permissions), "/a/b/c");
     EXPECT_THAT(system.paths(), ElementsAre("/a", "/a/b", "/a/b/c"));
     EXPECT_EQ(system.at("/a/b/c").permissions.raw(), 0555U);
@@ -204,7 +204,7 @@ TEST_F(Creating, DirectoriesNeedsNamesThatAreOneComponentEach)
 
 TEST_F(Creating, APathMakesEveryMissingDirectory)
 {
-    const MemoryFileSystem::Permissions permissions(0500U);
+    const ScriptedFileSystem::Permissions permissions(0500U);
     system.addDirectory("/a");
     EXPECT_TRUE(system.directoryMakePath("/a/b/c/d", true, permissions));
     EXPECT_THAT(system.paths(), ElementsAre("/a", "/a/b", "/a/b/c", "/a/b/c/d"));

@@ -1,11 +1,11 @@
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 
 namespace {
 
@@ -19,7 +19,7 @@ struct Row
 void expectEach(const std::vector<Row>& rows,
                 std::string (FileSystem::FileSystem2::*function)(const std::string&) const)
 {
-    const MemoryFileSystem system;
+    const ScriptedFileSystem system;
     for (const auto& [path, expected] : rows) {
         EXPECT_EQ((system.*function)(path), expected) << '"' << path << '"';
     }
@@ -49,7 +49,7 @@ TEST(PathFunctions, CanonizingDropsSlashesAndDotsThatDoNotMatter)
 
 TEST(PathFunctions, CanonizedIdsAreCanonizedPaths)
 {
-    const MemoryFileSystem system;
+    const ScriptedFileSystem system;
     EXPECT_EQ(system.canonizeFileId("/a//b/./c/"), "/a/b/c");
     EXPECT_EQ(system.canonizeDirectoryId("/a//b/./c/"), "/a/b/c");
 }
@@ -73,7 +73,7 @@ TEST(PathFunctions, TheParentIsThePathWithoutItsLastComponent)
 
 TEST(PathFunctions, AChildIsJoinedWithOneSlash)
 {
-    const MemoryFileSystem system;
+    const ScriptedFileSystem system;
     EXPECT_EQ(system.pathChildId("/a", {"b"}), "/a/b");
     EXPECT_EQ(system.pathChildId("/a/", {"b"}), "/a/b");
     EXPECT_EQ(system.pathChildId("/", {"b"}), "/b");
@@ -86,7 +86,7 @@ TEST(PathFunctions, AChildIsJoinedWithOneSlash)
 
 TEST(PathFunctions, AFilterPathHasAPatternAsItsLastComponent)
 {
-    const MemoryFileSystem system;
+    const ScriptedFileSystem system;
     for (const auto* path : {"*", "/a/*.txt", "/a/b?", "/a/[x]", "a;b", "/a/b*/"}) {
         EXPECT_TRUE(system.pathHasFilterPath(path)) << path;
     }
@@ -97,7 +97,7 @@ TEST(PathFunctions, AFilterPathHasAPatternAsItsLastComponent)
 
 TEST(PathFunctions, AnAbsolutePathStartsAtTheRoot)
 {
-    const MemoryFileSystem system;
+    const ScriptedFileSystem system;
     EXPECT_TRUE(system.pathIsAbsolute("/"));
     EXPECT_TRUE(system.pathIsAbsolute("/a"));
     EXPECT_FALSE(system.pathIsAbsolute("a/b"));
@@ -113,7 +113,7 @@ TEST(PathFunctions, TheExtensionFollowsTheLastDotOrTheFirst)
         std::string complete;
     };
 
-    const MemoryFileSystem system;
+    const ScriptedFileSystem system;
     const std::vector<ExtensionRow> rows{{"a.txt", "txt", "txt"}, {"/x.y/a.tar.gz", "gz", "tar.gz"},
                                          {"a", "", ""},           {"/x.y/a", "", ""},
                                          {".profile", "", ""},    {".profile.old", "old", "old"},
@@ -154,7 +154,7 @@ TEST(PathFunctions, SlashesAtTheEndAreAddedAndTakenAway)
 
 TEST(PathFunctions, AskNoSystem)
 {
-    const MemoryFileSystem system;
+    const ScriptedFileSystem system;
     system.pathCanonize("/a");
     system.pathChildId("/a", {"b"});
     system.pathParentId("/a");

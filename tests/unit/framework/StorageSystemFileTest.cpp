@@ -1,4 +1,4 @@
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <FileSystem/Failure.h>
 #include <FileSystem/FileSystem2File.h>
@@ -15,7 +15,7 @@
 
 using FileSystem::StorageSystemFile;
 using FileSystem::StorageSystemReadResult;
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -67,7 +67,7 @@ protected:
         };
     }
 
-    MemoryFileSystem system;
+    ScriptedFileSystem system;
     Reports reports;
 };
 
@@ -411,7 +411,7 @@ TEST_F(OpenFile, CopyWithoutProgressDoesNotAskForTheSize)
 /// Of any system at all: the file class does nothing for it.
 TEST(OpenFileOfASystemThatIsGone, IsInvalidAndFailsCleanly)
 {
-    auto system = std::make_unique<MemoryFileSystem>();
+    auto system = std::make_unique<ScriptedFileSystem>();
     system->addFile("/a/file", "bytes");
     const auto opened = system->fileOpen("/a/file", Mode::Read);
     const auto created = system->fileCreateAs("/a/new", true, false);
@@ -448,7 +448,7 @@ TEST(OpenFileOfASystemThatIsGone, IsInvalidAndFailsCleanly)
 
 TEST_F(OpenFile, CopyFailsWhenThePositionOfTheTargetIsNotKnown)
 {
-    MemoryFileSystem lost;
+    ScriptedFileSystem lost;
     lost.addFile("/target", "");
     const auto target = lost.fileOpen("/target", Mode::Read | Mode::Write);
     const auto source = openWith("bytes");
@@ -470,7 +470,7 @@ protected:
         return file;
     }
 
-    MemoryFileSystem other;
+    ScriptedFileSystem other;
 };
 
 } // namespace

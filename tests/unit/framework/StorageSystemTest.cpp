@@ -1,5 +1,5 @@
 #include "framework/ExpectFailure.h"
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 using FileSystem::FailureCode;
 using FileSystem::StorageSystemFileTypeFlag;
 using TarnisTest::expectFailure;
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -42,7 +42,7 @@ protected:
         return system.calls().size();
     }
 
-    MemoryFileSystem system;
+    ScriptedFileSystem system;
 };
 
 } // namespace
@@ -169,12 +169,13 @@ TEST_F(Questions, AboutADirectoryAreAnsweredForADirectoryAlone)
 
 TEST_F(Questions, AttributesOfADirectoryAreSetOnADirectoryAlone)
 {
-    EXPECT_TRUE(system.directorySetPermissions("/directory", MemoryFileSystem::Permissions(0700U)));
+    EXPECT_TRUE(
+        system.directorySetPermissions("/directory", ScriptedFileSystem::Permissions(0700U)));
     EXPECT_TRUE(system.directorySetModTime("/directory", TarnisTest::timeAt(77)));
     EXPECT_EQ(system.at("/directory").permissions.raw(), 0700U);
     EXPECT_EQ(system.at("/directory").modTime, TarnisTest::timeAt(77));
     for (const auto* path : {"/file.txt", "/toDirectory", "/none"}) {
-        EXPECT_FALSE(system.directorySetPermissions(path, MemoryFileSystem::Permissions(0U)));
+        EXPECT_FALSE(system.directorySetPermissions(path, ScriptedFileSystem::Permissions(0U)));
         EXPECT_FALSE(system.directorySetModTime(path, TarnisTest::timeAt(1)));
     }
     EXPECT_EQ(system.at("/directory").permissions.raw(), 0700U);
@@ -310,7 +311,7 @@ class NulByte : public Questions
 protected:
     const std::string bad = std::string("/file.txt\0.png", 14);
     const std::string good = "/file.txt";
-    const MemoryFileSystem::Permissions permissions{0600U};
+    const ScriptedFileSystem::Permissions permissions{0600U};
 };
 
 } // namespace
@@ -426,7 +427,7 @@ TEST_F(Questions, AListThatLeftAFailureIsNotWhole)
     EXPECT_EQ(system.directoryFileInfoList("/").size(), 7U);
     EXPECT_FALSE(system.directoryReadFully("/").has_value());
     expectFailure(FailureCode::Protocol, "/");
-    MemoryFileSystem target;
+    ScriptedFileSystem target;
     EXPECT_FALSE(system.fileCopyAs("/", target, "/copy", {},
                                    FileSystem::StorageSystemCopyOptionFlag::Recursive));
     expectFailure(FailureCode::Protocol, "/");

@@ -1,4 +1,4 @@
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <FileSystem/TreeOperations.h>
 
@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-using TarnisTest::MemoryFileSystem;
+using TarnisTest::ScriptedFileSystem;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -45,13 +45,13 @@ protected:
         };
     }
 
-    MemoryFileSystem source;
-    MemoryFileSystem target;
+    ScriptedFileSystem source;
+    ScriptedFileSystem target;
     Reports reports;
 };
 
 /// Tells that it could not read one of its directories to the end.
-class BrokenOffFileSystem final : public MemoryFileSystem
+class BrokenOffFileSystem final : public ScriptedFileSystem
 {
 public:
     BrokenOffFileSystem()
@@ -372,7 +372,7 @@ TEST_F(TreeCopying, RefusesLinksForASystemWithoutThemBeforeItCreatesAnything)
 {
     source.addFile("/tree/a", "1");
     source.addLink("/tree/b/link", "a");
-    const TarnisTest::MemoryFileSystemWithoutLinks plain;
+    const TarnisTest::ScriptedFileSystemWithoutLinks plain;
     EXPECT_FALSE(source.fileCopyAs("/tree", plain, "/copy", {}, Option::Recursive));
     EXPECT_THAT(plain.paths(), IsEmpty());
 }

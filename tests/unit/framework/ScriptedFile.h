@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
 #include <FileSystem/FileSystem2File.h>
 
@@ -11,15 +11,15 @@
 
 namespace TarnisTest {
 
-/// An open file of a MemoryFileSystem. Keeps to the behaviour that the file system has meanwhile.
-class MemoryFile : public FileSystem::FileSystem2File
+/// An open file of a ScriptedFileSystem. Keeps to the behaviour that the file system has meanwhile.
+class ScriptedFile : public FileSystem::FileSystem2File
 {
 public:
     using Mode = Utilities::Flags<FileSystem::StorageSystemFileOpenModeFlag>;
 
-    MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNode> node, std::string path,
-               Mode mode, std::shared_ptr<std::size_t> openFiles);
-    ~MemoryFile() override;
+    ScriptedFile(const ScriptedFileSystem& system, std::shared_ptr<ScriptedNode> node,
+                 std::string path, Mode mode, std::shared_ptr<std::size_t> openFiles);
+    ~ScriptedFile() override;
 
     // For its services.
 
@@ -28,7 +28,7 @@ public:
 
     std::uint64_t length() const { return node_->bytes.size(); }
 
-    const MemoryBehaviour& behaviour() const { return system_.behaviour; }
+    const ScriptedBehaviour& behaviour() const { return system_.behaviour; }
 
     void note(const std::string& operation) const { system_.note(operation, path_); }
 
@@ -47,8 +47,8 @@ protected:
 private:
     std::uint64_t longestRead() const;
 
-    const MemoryFileSystem& system_;
-    std::shared_ptr<MemoryNode> node_;
+    const ScriptedFileSystem& system_;
+    std::shared_ptr<ScriptedNode> node_;
     std::string path_;
     Mode mode_;
     std::shared_ptr<std::size_t> openFiles_;

@@ -14,8 +14,8 @@
 
 namespace TarnisTest {
 
-/// What stands at one path of a MemoryFileSystem.
-struct MemoryNode
+/// What stands at one path of a ScriptedFileSystem.
+struct ScriptedNode
 {
     enum class Kind
     {
@@ -34,8 +34,8 @@ struct MemoryNode
     FileSystem::StorageSystemOwner owner{1, 1};
 };
 
-/// How a MemoryFileSystem and its files misbehave. As it is here they do not.
-struct MemoryBehaviour
+/// How a ScriptedFileSystem and its files misbehave. As it is here they do not.
+struct ScriptedBehaviour
 {
     bool isValid = true;
     /// Directories need not be searchable, nor files and directories readable.
@@ -112,18 +112,23 @@ struct MemoryBehaviour
     std::function<void(const std::string&, const std::string&)> onCall;
 };
 
-/// A tree in memory that implements what FileSystem2 leaves abstract, and nothing else. Keeps to
-/// the owner's permissions, follows links on the way to the last component, and stamps times as
-/// POSIX systems do. A relative path starts at the root.
-class MemoryFileSystem : public FileSystem::FileSystem2
+/// A tree in memory that implements what FileSystem2 leaves abstract, and nothing else: what stands
+/// on it are the inherited slots, and the queue that a system without one of its own gets. And it
+/// may lie, as servers do: of sizes, of types, of what it has done. The framework's own
+/// MemoryFileSystem is no stand-in for either: it has its own queue and services, and fails where
+/// it is told to, but is never wrong.
+///
+/// Keeps to the owner's permissions, follows links on the way to the last component, and stamps
+/// times as POSIX systems do. A relative path starts at the root.
+class ScriptedFileSystem : public FileSystem::FileSystem2
 {
 public:
     using Permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>;
     using Time = FileSystem::StorageSystemTimePoint;
-    using Nodes = std::map<std::string, std::shared_ptr<MemoryNode>>;
+    using Nodes = std::map<std::string, std::shared_ptr<ScriptedNode>>;
 
-    MemoryFileSystem();
-    ~MemoryFileSystem() override;
+    ScriptedFileSystem();
+    ~ScriptedFileSystem() override;
 
     // Building a tree, without asking for permissions; directories on the way are made.
 
@@ -144,7 +149,7 @@ public:
 
     bool has(const std::string& path) const { return nodes_.count(path) != 0; }
 
-    const MemoryNode& at(const std::string& path) const { return *nodes_.at(path); }
+    const ScriptedNode& at(const std::string& path) const { return *nodes_.at(path); }
 
     const std::string& bytesOf(const std::string& path) const { return at(path).bytes; }
 
@@ -156,7 +161,7 @@ public:
     /// How many queues it has made.
     std::size_t queues() const { return queues_; }
 
-    MemoryBehaviour behaviour;
+    ScriptedBehaviour behaviour;
     std::string host;
 
     // For its files.
@@ -207,16 +212,16 @@ protected:
 private:
     class Services;
 
-    void add(const std::string& path, MemoryNode node);
+    void add(const std::string& path, ScriptedNode node);
     Permissions permissionsOfNew(Permissions asked, unsigned everybodys) const;
     bool mayReplace(const std::string& from, const std::string& to) const;
-    std::shared_ptr<MemoryNode> find(const std::string& key) const;
+    std::shared_ptr<ScriptedNode> find(const std::string& key) const;
     std::optional<std::string> resolve(const std::string& path, bool followLast,
                                        int links = 0) const;
-    std::shared_ptr<MemoryNode> existing(const std::string& path, bool followLast) const;
-    bool may(FileSystem::PosixFilePermissionFlag permission, const MemoryNode& node) const;
+    std::shared_ptr<ScriptedNode> existing(const std::string& path, bool followLast) const;
+    bool may(FileSystem::PosixFilePermissionFlag permission, const ScriptedNode& node) const;
     bool mayChangeEntriesOf(const std::string& directory) const;
-    bool insert(const std::string& key, const std::shared_ptr<MemoryNode>& node) const;
+    bool insert(const std::string& key, const std::shared_ptr<ScriptedNode>& node) const;
     bool erase(const std::string& key) const;
     std::vector<std::string> childNames(const std::string& directory) const;
     bool makeLink(const std::string& target, const std::string& linkPath,
@@ -225,7 +230,7 @@ private:
     list(const std::string& path, const std::string& filter,
          FileSystem::StorageSystemDirectoryFilterType type) const;
     FileSystem::StorageSystemFileInfo describe(const std::string& path,
-                                               const MemoryNode& node) const;
+                                               const ScriptedNode& node) const;
 
     // The operations are const because the tree is elsewhere, as a rule.
     mutable Nodes nodes_;
@@ -236,14 +241,14 @@ private:
 };
 
 /// One that says it has no symbolic links.
-class MemoryFileSystemWithoutLinks : public MemoryFileSystem
+class ScriptedFileSystemWithoutLinks : public ScriptedFileSystem
 {
 protected:
     bool do_hasSymbolicLinks() const override { return false; }
 };
 
 /// One where every path is a directory that holds one more, "d".
-class EndlessFileSystem : public MemoryFileSystem
+class EndlessFileSystem : public ScriptedFileSystem
 {
 protected:
     std::optional<FileSystem::StorageSystemFileInfo>

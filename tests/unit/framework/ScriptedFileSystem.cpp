@@ -1,6 +1,6 @@
-#include "framework/MemoryFileSystem.h"
+#include "framework/ScriptedFileSystem.h"
 
-#include "framework/MemoryFile.h"
+#include "framework/ScriptedFile.h"
 
 #include <FileSystem/DirectoryListing.h>
 #include <FileSystem/FailureScope.h>
@@ -66,36 +66,36 @@ std::string joined(const std::vector<std::string>& components, std::size_t from)
     return text;
 }
 
-Type typeOf(const MemoryNode& node)
+Type typeOf(const ScriptedNode& node)
 {
     switch (node.kind) {
-    case MemoryNode::Kind::File:
+    case ScriptedNode::Kind::File:
         return StorageSystemFileTypeFlag::Regular;
-    case MemoryNode::Kind::Directory:
+    case ScriptedNode::Kind::Directory:
         return StorageSystemFileTypeFlag::Directory;
-    case MemoryNode::Kind::Link:
+    case ScriptedNode::Kind::Link:
         return StorageSystemFileTypeFlag::SymbolicLink | StorageSystemFileTypeFlag::Regular;
-    case MemoryNode::Kind::Socket:
+    case ScriptedNode::Kind::Socket:
         return StorageSystemFileTypeFlag::Regular | StorageSystemFileTypeFlag::Directory;
-    case MemoryNode::Kind::BlockDevice:
+    case ScriptedNode::Kind::BlockDevice:
         return StorageSystemFileTypeFlag::Directory;
-    case MemoryNode::Kind::Pipe:
+    case ScriptedNode::Kind::Pipe:
         break;
     }
     return {};
 }
 
-bool isDirectory(const std::shared_ptr<MemoryNode>& node)
+bool isDirectory(const std::shared_ptr<ScriptedNode>& node)
 {
-    return node != nullptr && node->kind == MemoryNode::Kind::Directory;
+    return node != nullptr && node->kind == ScriptedNode::Kind::Directory;
 }
 
 } // namespace
 
-class MemoryFileSystem::Services final : public FileSystem::StorageSystemServices
+class ScriptedFileSystem::Services final : public FileSystem::StorageSystemServices
 {
 public:
-    explicit Services(const MemoryFileSystem& system)
+    explicit Services(const ScriptedFileSystem& system)
         : StorageSystemServices(system)
         , system_(system)
     {}
@@ -130,74 +130,74 @@ public:
     }
 
 private:
-    const MemoryFileSystem& system_;
+    const ScriptedFileSystem& system_;
 };
 
-MemoryFileSystem::MemoryFileSystem()
+ScriptedFileSystem::ScriptedFileSystem()
 {
-    nodes_[root] = std::make_shared<MemoryNode>(
-        MemoryNode{MemoryNode::Kind::Directory, {}, Permissions(0755U), now()});
+    nodes_[root] = std::make_shared<ScriptedNode>(
+        ScriptedNode{ScriptedNode::Kind::Directory, {}, Permissions(0755U), now()});
     setServices(std::make_unique<Services>(*this));
 }
 
-MemoryFileSystem::~MemoryFileSystem() = default;
+ScriptedFileSystem::~ScriptedFileSystem() = default;
 
-void MemoryFileSystem::addDirectory(const std::string& path, unsigned permissions)
+void ScriptedFileSystem::addDirectory(const std::string& path, unsigned permissions)
 {
-    add(path, {MemoryNode::Kind::Directory, {}, Permissions(permissions), now()});
+    add(path, {ScriptedNode::Kind::Directory, {}, Permissions(permissions), now()});
 }
 
-void MemoryFileSystem::addFile(const std::string& path, const std::string& bytes,
-                               unsigned permissions)
+void ScriptedFileSystem::addFile(const std::string& path, const std::string& bytes,
+                                 unsigned permissions)
 {
-    add(path, {MemoryNode::Kind::File, bytes, Permissions(permissions), now()});
+    add(path, {ScriptedNode::Kind::File, bytes, Permissions(permissions), now()});
 }
 
-void MemoryFileSystem::addLink(const std::string& path, const std::string& target)
+void ScriptedFileSystem::addLink(const std::string& path, const std::string& target)
 {
-    add(path, {MemoryNode::Kind::Link, target, Permissions(0777U), now()});
+    add(path, {ScriptedNode::Kind::Link, target, Permissions(0777U), now()});
 }
 
-void MemoryFileSystem::addPipe(const std::string& path)
+void ScriptedFileSystem::addPipe(const std::string& path)
 {
-    add(path, {MemoryNode::Kind::Pipe, {}, Permissions(0644U), now()});
+    add(path, {ScriptedNode::Kind::Pipe, {}, Permissions(0644U), now()});
 }
 
-void MemoryFileSystem::addSocket(const std::string& path)
+void ScriptedFileSystem::addSocket(const std::string& path)
 {
-    add(path, {MemoryNode::Kind::Socket, {}, Permissions(0644U), now()});
+    add(path, {ScriptedNode::Kind::Socket, {}, Permissions(0644U), now()});
 }
 
-void MemoryFileSystem::addBlockDevice(const std::string& path)
+void ScriptedFileSystem::addBlockDevice(const std::string& path)
 {
-    add(path, {MemoryNode::Kind::BlockDevice, {}, Permissions(0644U), now()});
+    add(path, {ScriptedNode::Kind::BlockDevice, {}, Permissions(0644U), now()});
 }
 
-void MemoryFileSystem::addName(const std::string& path, const std::string& existing)
+void ScriptedFileSystem::addName(const std::string& path, const std::string& existing)
 {
     nodes_[path] = nodes_.at(existing);
 }
 
-MemoryFileSystem::Permissions MemoryFileSystem::permissionsOfNew(Permissions asked,
-                                                                 unsigned everybodys) const
+ScriptedFileSystem::Permissions ScriptedFileSystem::permissionsOfNew(Permissions asked,
+                                                                     unsigned everybodys) const
 {
     return Permissions(behaviour.ignoresModes ? everybodys : asked.raw() & ~behaviour.umask);
 }
 
-void MemoryFileSystem::add(const std::string& path, MemoryNode node)
+void ScriptedFileSystem::add(const std::string& path, ScriptedNode node)
 {
     if (!has(parentOf(path))) {
         addDirectory(parentOf(path));
     }
-    nodes_[path] = std::make_shared<MemoryNode>(std::move(node));
+    nodes_[path] = std::make_shared<ScriptedNode>(std::move(node));
 }
 
-void MemoryFileSystem::setModTime(const std::string& path, Time time)
+void ScriptedFileSystem::setModTime(const std::string& path, Time time)
 {
     nodes_.at(path)->modTime = time;
 }
 
-std::vector<std::string> MemoryFileSystem::paths() const
+std::vector<std::string> ScriptedFileSystem::paths() const
 {
     std::vector<std::string> paths;
     for (const auto& [path, node] : nodes_) {
@@ -208,13 +208,13 @@ std::vector<std::string> MemoryFileSystem::paths() const
     return paths;
 }
 
-MemoryFileSystem::Time MemoryFileSystem::now() const
+ScriptedFileSystem::Time ScriptedFileSystem::now() const
 {
     constexpr std::int64_t recently = 17'000'000'000'000'000;
     return timeAt(recently + ++clock_);
 }
 
-void MemoryFileSystem::note(const std::string& operation, const std::string& path) const
+void ScriptedFileSystem::note(const std::string& operation, const std::string& path) const
 {
     calls_.push_back(operation + " " + path);
     if (behaviour.onCall) {
@@ -222,15 +222,15 @@ void MemoryFileSystem::note(const std::string& operation, const std::string& pat
     }
 }
 
-std::shared_ptr<MemoryNode> MemoryFileSystem::find(const std::string& key) const
+std::shared_ptr<ScriptedNode> ScriptedFileSystem::find(const std::string& key) const
 {
     const auto found = nodes_.find(key);
     return found == nodes_.end() ? nullptr : found->second;
 }
 
 // The key of a path. Its last component need not exist; what is before it must be directories.
-std::optional<std::string> MemoryFileSystem::resolve(const std::string& path, bool followLast,
-                                                     int links) const
+std::optional<std::string> ScriptedFileSystem::resolve(const std::string& path, bool followLast,
+                                                       int links) const
 {
     if (!behaviour.isValid || path.empty() || links > maximumLinks) {
         return std::nullopt;
@@ -250,7 +250,7 @@ std::optional<std::string> MemoryFileSystem::resolve(const std::string& path, bo
         const auto next = pathChildId(key + "/", {component});
         const auto node = find(next);
         const bool isLast = index + 1 == components.size() && path.back() != '/';
-        if (node != nullptr && node->kind == MemoryNode::Kind::Link && (followLast || !isLast)) {
+        if (node != nullptr && node->kind == ScriptedNode::Kind::Link && (followLast || !isLast)) {
             const auto base = node->bytes.rfind('/', 0) == 0 ? root : key;
             return resolve(base + "/" + node->bytes + joined(components, index + 1), followLast,
                            links + 1);
@@ -260,26 +260,27 @@ std::optional<std::string> MemoryFileSystem::resolve(const std::string& path, bo
     return key;
 }
 
-std::shared_ptr<MemoryNode> MemoryFileSystem::existing(const std::string& path,
-                                                       bool followLast) const
+std::shared_ptr<ScriptedNode> ScriptedFileSystem::existing(const std::string& path,
+                                                           bool followLast) const
 {
     const auto key = resolve(path, followLast);
     return key ? find(*key) : nullptr;
 }
 
-bool MemoryFileSystem::may(Permission permission, const MemoryNode& node) const
+bool ScriptedFileSystem::may(Permission permission, const ScriptedNode& node) const
 {
     return behaviour.isSuperuser || node.permissions.has(permission);
 }
 
-bool MemoryFileSystem::mayChangeEntriesOf(const std::string& directory) const
+bool ScriptedFileSystem::mayChangeEntriesOf(const std::string& directory) const
 {
     const auto node = find(directory);
     return isDirectory(node) && may(Permission::OwnerWrite, *node) &&
            may(Permission::OwnerExecute, *node);
 }
 
-bool MemoryFileSystem::insert(const std::string& key, const std::shared_ptr<MemoryNode>& node) const
+bool ScriptedFileSystem::insert(const std::string& key,
+                                const std::shared_ptr<ScriptedNode>& node) const
 {
     if (find(parentOf(key)) == nullptr) {
         return fail(FailureCode::NotFound);
@@ -294,7 +295,7 @@ bool MemoryFileSystem::insert(const std::string& key, const std::shared_ptr<Memo
     return true;
 }
 
-bool MemoryFileSystem::erase(const std::string& key) const
+bool ScriptedFileSystem::erase(const std::string& key) const
 {
     if (!mayChangeEntriesOf(parentOf(key)) || behaviour.refusesToRemove.count(key) != 0) {
         return false;
@@ -303,7 +304,7 @@ bool MemoryFileSystem::erase(const std::string& key) const
     return nodes_.erase(key) == 1;
 }
 
-std::vector<std::string> MemoryFileSystem::childNames(const std::string& directory) const
+std::vector<std::string> ScriptedFileSystem::childNames(const std::string& directory) const
 {
     std::vector<std::string> names;
     for (const auto& [key, node] : nodes_) {
@@ -314,24 +315,24 @@ std::vector<std::string> MemoryFileSystem::childNames(const std::string& directo
     return names;
 }
 
-std::string MemoryFileSystem::do_hostName() const
+std::string ScriptedFileSystem::do_hostName() const
 {
     return host;
 }
 
-FileSystem::StorageSystemType MemoryFileSystem::do_getType() const
+FileSystem::StorageSystemType ScriptedFileSystem::do_getType() const
 {
     return FileSystem::StorageSystemType::SFTP;
 }
 
-bool MemoryFileSystem::do_isValid() const
+bool ScriptedFileSystem::do_isValid() const
 {
     return behaviour.isValid;
 }
 
-std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::string& path,
-                                                                 Utilities::Flags<Mode> mode,
-                                                                 Permissions permissions) const
+std::unique_ptr<StorageSystemFile> ScriptedFileSystem::do_fileOpen(const std::string& path,
+                                                                   Utilities::Flags<Mode> mode,
+                                                                   Permissions permissions) const
 {
     note("open", path);
     const bool creates = mode.has(Mode::Create);
@@ -342,12 +343,12 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
     }
     auto node = find(*key);
     if (node == nullptr && creates) {
-        node = std::make_shared<MemoryNode>(MemoryNode{
-            MemoryNode::Kind::File, {}, permissionsOfNew(permissions, 0666U), now(), {1, 2}});
+        node = std::make_shared<ScriptedNode>(ScriptedNode{
+            ScriptedNode::Kind::File, {}, permissionsOfNew(permissions, 0666U), now(), {1, 2}});
         if (!insert(*key, node)) {
             return nullptr;
         }
-    } else if (node == nullptr || node->kind != MemoryNode::Kind::File ||
+    } else if (node == nullptr || node->kind != ScriptedNode::Kind::File ||
                (creates && mode.has(Mode::Exclusive)) || !may(Permission::OwnerRead, *node) ||
                (mode.has(Mode::Write) && !may(Permission::OwnerWrite, *node))) {
         return nullptr;
@@ -355,11 +356,11 @@ std::unique_ptr<StorageSystemFile> MemoryFileSystem::do_fileOpen(const std::stri
     if (mode.has(Mode::Truncate) || (behaviour.emptiesOnOpening && mode.has(Mode::Write))) {
         node->bytes.clear();
     }
-    return std::make_unique<MemoryFile>(*this, node, path, mode, openFiles_);
+    return std::make_unique<ScriptedFile>(*this, node, path, mode, openFiles_);
 }
 
-StorageSystemFileInfo MemoryFileSystem::describe(const std::string& path,
-                                                 const MemoryNode& node) const
+StorageSystemFileInfo ScriptedFileSystem::describe(const std::string& path,
+                                                   const ScriptedNode& node) const
 {
     StorageSystemFileInfo info;
     info.name = pathFileName(path);
@@ -372,7 +373,7 @@ StorageSystemFileInfo MemoryFileSystem::describe(const std::string& path,
     return info;
 }
 
-std::optional<StorageSystemFileInfo> MemoryFileSystem::do_fileInfo(const std::string& path) const
+std::optional<StorageSystemFileInfo> ScriptedFileSystem::do_fileInfo(const std::string& path) const
 {
     note("info", path);
     const auto node = existing(path, false);
@@ -384,7 +385,7 @@ std::optional<StorageSystemFileInfo> MemoryFileSystem::do_fileInfo(const std::st
 }
 
 std::optional<StorageSystemStorageInfo>
-MemoryFileSystem::do_fileStorageInfo(const std::string& path) const
+ScriptedFileSystem::do_fileStorageInfo(const std::string& path) const
 {
     note("storageInfo", path);
     if (existing(path, true) == nullptr) {
@@ -393,7 +394,7 @@ MemoryFileSystem::do_fileStorageInfo(const std::string& path) const
     return StorageSystemStorageInfo{3'000, 2'000, 10'000};
 }
 
-bool MemoryFileSystem::do_fileRemove(const std::string& path) const
+bool ScriptedFileSystem::do_fileRemove(const std::string& path) const
 {
     note("remove", path);
     const auto key = resolve(path, false);
@@ -402,8 +403,8 @@ bool MemoryFileSystem::do_fileRemove(const std::string& path) const
            behaviour.deniesItsDoing.count(path) == 0;
 }
 
-bool MemoryFileSystem::do_fileSetPermissions(const std::string& path,
-                                             const Permissions& permissions) const
+bool ScriptedFileSystem::do_fileSetPermissions(const std::string& path,
+                                               const Permissions& permissions) const
 {
     note("setPermissions", path);
     const auto node = existing(path, true);
@@ -415,7 +416,7 @@ bool MemoryFileSystem::do_fileSetPermissions(const std::string& path,
 }
 
 // Follows a link, as a server does.
-bool MemoryFileSystem::do_fileSetModTime(const std::string& path, const Time time) const
+bool ScriptedFileSystem::do_fileSetModTime(const std::string& path, const Time time) const
 {
     note("setModTime", path);
     const auto node = existing(path, true);
@@ -427,22 +428,23 @@ bool MemoryFileSystem::do_fileSetModTime(const std::string& path, const Time tim
 }
 
 std::optional<std::string>
-MemoryFileSystem::do_fileSymbolicLinkTarget(const std::string& path) const
+ScriptedFileSystem::do_fileSymbolicLinkTarget(const std::string& path) const
 {
     note("readLink", path);
     const auto node = existing(path, false);
-    return node != nullptr && node->kind == MemoryNode::Kind::Link ? std::make_optional(node->bytes)
-                                                                   : std::nullopt;
+    return node != nullptr && node->kind == ScriptedNode::Kind::Link
+               ? std::make_optional(node->bytes)
+               : std::nullopt;
 }
 
-bool MemoryFileSystem::do_fileSymbolicLinkRemove(const std::string& path) const
+bool ScriptedFileSystem::do_fileSymbolicLinkRemove(const std::string& path) const
 {
     return fileIsSymbolicLink(path) && do_fileRemove(path);
 }
 
 std::vector<StorageSystemFileInfo>
-MemoryFileSystem::list(const std::string& path, const std::string& filter,
-                       StorageSystemDirectoryFilterType type) const
+ScriptedFileSystem::list(const std::string& path, const std::string& filter,
+                         StorageSystemDirectoryFilterType type) const
 {
     note("list", path);
     std::vector<StorageSystemFileInfo> entries;
@@ -456,7 +458,7 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
     const auto pattern = type == StorageSystemDirectoryFilterType::SearchPattern
                              ? FileSystem::DirectoryListing::createSearchFilter(filter)
                              : std::regex(filter);
-    const auto keep = [&](const std::string& name, const MemoryNode& node, Type listed) {
+    const auto keep = [&](const std::string& name, const ScriptedNode& node, Type listed) {
         if (filter.empty() || std::regex_match(name, pattern)) {
             entries.push_back(describe(path + "/" + name, node));
             entries.back().name = name;
@@ -476,7 +478,7 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
     const auto invented = behaviour.inventedEntries.find(*key);
     if (invented != behaviour.inventedEntries.end()) {
         for (const auto& [name, listed] : invented->second) {
-            keep(name, MemoryNode{}, listed);
+            keep(name, ScriptedNode{}, listed);
         }
     }
     if (entries.size() > behaviour.listingBreaksOffAfter) {
@@ -487,8 +489,8 @@ MemoryFileSystem::list(const std::string& path, const std::string& filter,
 }
 
 std::vector<StorageSystemDirectoryInfo>
-MemoryFileSystem::do_directoryList(const std::string& path, const std::string& filter,
-                                   StorageSystemDirectoryFilterType type) const
+ScriptedFileSystem::do_directoryList(const std::string& path, const std::string& filter,
+                                     StorageSystemDirectoryFilterType type) const
 {
     std::vector<StorageSystemDirectoryInfo> entries;
     for (auto& entry : list(path, filter, type)) {
@@ -498,15 +500,15 @@ MemoryFileSystem::do_directoryList(const std::string& path, const std::string& f
 }
 
 std::vector<StorageSystemFileInfo>
-MemoryFileSystem::do_directoryFileInfoList(const std::string& path, const std::string& filter,
-                                           StorageSystemDirectoryFilterType type) const
+ScriptedFileSystem::do_directoryFileInfoList(const std::string& path, const std::string& filter,
+                                             StorageSystemDirectoryFilterType type) const
 {
     return list(path, filter, type);
 }
 
 std::vector<std::string>
-MemoryFileSystem::do_directoryListFileNames(const std::string& path, const std::string& filter,
-                                            StorageSystemDirectoryFilterType type) const
+ScriptedFileSystem::do_directoryListFileNames(const std::string& path, const std::string& filter,
+                                              StorageSystemDirectoryFilterType type) const
 {
     std::vector<std::string> names;
     for (auto& entry : list(path, filter, type)) {
@@ -517,18 +519,18 @@ MemoryFileSystem::do_directoryListFileNames(const std::string& path, const std::
 }
 
 std::optional<std::string>
-MemoryFileSystem::do_directorySymbolicLinkTarget(const std::string& path) const
+ScriptedFileSystem::do_directorySymbolicLinkTarget(const std::string& path) const
 {
     return do_fileSymbolicLinkTarget(path);
 }
 
-bool MemoryFileSystem::do_directorySymbolicLinkRemove(const std::string& path) const
+bool ScriptedFileSystem::do_directorySymbolicLinkRemove(const std::string& path) const
 {
     return do_fileSymbolicLinkRemove(path);
 }
 
 /// Makes room for what is renamed.
-bool MemoryFileSystem::mayReplace(const std::string& from, const std::string& to) const
+bool ScriptedFileSystem::mayReplace(const std::string& from, const std::string& to) const
 {
     const auto standing = find(to);
     if (standing == nullptr) {
@@ -549,7 +551,7 @@ bool MemoryFileSystem::mayReplace(const std::string& from, const std::string& to
     return erase(to);
 }
 
-bool MemoryFileSystem::do_fileRenameAs(const std::string& path, const std::string& newPath) const
+bool ScriptedFileSystem::do_fileRenameAs(const std::string& path, const std::string& newPath) const
 {
     note("rename", path);
     const auto from = resolve(path, false);
@@ -582,22 +584,22 @@ bool MemoryFileSystem::do_fileRenameAs(const std::string& path, const std::strin
     return behaviour.deniesItsDoing.count(path) == 0;
 }
 
-bool MemoryFileSystem::do_fileSymbolicLinkCreateAs(const std::string& target,
-                                                   const std::string& linkPath,
-                                                   bool failIfLinkExists) const
+bool ScriptedFileSystem::do_fileSymbolicLinkCreateAs(const std::string& target,
+                                                     const std::string& linkPath,
+                                                     bool failIfLinkExists) const
 {
     return makeLink(target, linkPath, failIfLinkExists && fileIsSymbolicLink(linkPath));
 }
 
-bool MemoryFileSystem::do_directorySymbolicLinkCreateAs(const std::string& target,
-                                                        const std::string& linkPath,
-                                                        bool failIfLinkExists) const
+bool ScriptedFileSystem::do_directorySymbolicLinkCreateAs(const std::string& target,
+                                                          const std::string& linkPath,
+                                                          bool failIfLinkExists) const
 {
     return makeLink(target, linkPath, failIfLinkExists && directoryIsSymbolicLink(linkPath));
 }
 
-bool MemoryFileSystem::makeLink(const std::string& target, const std::string& linkPath,
-                                bool linkIsProtected) const
+bool ScriptedFileSystem::makeLink(const std::string& target, const std::string& linkPath,
+                                  bool linkIsProtected) const
 {
     note("makeLink", linkPath);
     if (linkIsProtected || behaviour.refusesLinks ||
@@ -608,27 +610,27 @@ bool MemoryFileSystem::makeLink(const std::string& target, const std::string& li
     const auto text = behaviour.rewritesLinks ? "/rewritten" + target : target;
     const auto key = resolve(linkPath, false);
     return key &&
-           insert(*key, std::make_shared<MemoryNode>(
-                            MemoryNode{MemoryNode::Kind::Link, text, Permissions(0777U), now()})) &&
+           insert(*key, std::make_shared<ScriptedNode>(ScriptedNode{ScriptedNode::Kind::Link, text,
+                                                                    Permissions(0777U), now()})) &&
            text == target;
 }
 
-bool MemoryFileSystem::do_directoryCreateAs(const std::string& path, bool exclusive,
-                                            Permissions permissions) const
+bool ScriptedFileSystem::do_directoryCreateAs(const std::string& path, bool exclusive,
+                                              Permissions permissions) const
 {
     if (exclusive && directoryExists(path, true)) {
         return false;
     }
     note("makeDirectory", path);
     const auto key = resolve(path, false);
-    return key &&
-           insert(
-               *key,
-               std::make_shared<MemoryNode>(MemoryNode{
-                   MemoryNode::Kind::Directory, {}, permissionsOfNew(permissions, 0777U), now()}));
+    return key && insert(*key, std::make_shared<ScriptedNode>(
+                                   ScriptedNode{ScriptedNode::Kind::Directory,
+                                                {},
+                                                permissionsOfNew(permissions, 0777U),
+                                                now()}));
 }
 
-bool MemoryFileSystem::do_directoryRemove(const std::string& path) const
+bool ScriptedFileSystem::do_directoryRemove(const std::string& path) const
 {
     note("removeDirectory", path);
     const auto key = resolve(path, false);

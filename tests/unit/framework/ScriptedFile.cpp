@@ -1,4 +1,4 @@
-#include "framework/MemoryFile.h"
+#include "framework/ScriptedFile.h"
 
 #include <algorithm>
 #include <utility>
@@ -16,7 +16,7 @@ namespace {
 class Services : public FileSystem::StorageSystemFileServices
 {
 public:
-    Services(const MemoryFile& file, std::shared_ptr<MemoryNode> node)
+    Services(const ScriptedFile& file, std::shared_ptr<ScriptedNode> node)
         : file_(file)
         , node_(std::move(node))
     {}
@@ -77,14 +77,14 @@ private:
         return {got, isComplete ? Status::Complete : Status::EndOfFile};
     }
 
-    const MemoryFile& file_;
-    const std::shared_ptr<MemoryNode> node_;
+    const ScriptedFile& file_;
+    const std::shared_ptr<ScriptedNode> node_;
 };
 
 } // namespace
 
-MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNode> node,
-                       std::string path, Mode mode, std::shared_ptr<std::size_t> openFiles)
+ScriptedFile::ScriptedFile(const ScriptedFileSystem& system, std::shared_ptr<ScriptedNode> node,
+                           std::string path, Mode mode, std::shared_ptr<std::size_t> openFiles)
     : system_(system)
     , node_(std::move(node))
     , path_(std::move(path))
@@ -95,7 +95,7 @@ MemoryFile::MemoryFile(const MemoryFileSystem& system, std::shared_ptr<MemoryNod
     provide(std::make_unique<Services>(*this, node_));
 }
 
-MemoryFile::~MemoryFile()
+ScriptedFile::~ScriptedFile()
 {
     --*openFiles_;
     if (!isSystemAlive()) {
@@ -107,7 +107,7 @@ MemoryFile::~MemoryFile()
     }
 }
 
-std::uint64_t MemoryFile::readAt(std::uint64_t offset, char* buffer, std::uint64_t size) const
+std::uint64_t ScriptedFile::readAt(std::uint64_t offset, char* buffer, std::uint64_t size) const
 {
     const auto end = std::min({std::uint64_t{node_->bytes.size()}, system_.behaviour.unreadableFrom,
                                system_.behaviour.seemsToEndAt});
@@ -115,8 +115,8 @@ std::uint64_t MemoryFile::readAt(std::uint64_t offset, char* buffer, std::uint64
     return node_->bytes.copy(buffer, count, std::min(offset, end));
 }
 
-std::uint64_t MemoryFile::writeAt(std::uint64_t offset, const char* buffer,
-                                  std::uint64_t size) const
+std::uint64_t ScriptedFile::writeAt(std::uint64_t offset, const char* buffer,
+                                    std::uint64_t size) const
 {
     const auto end = system_.behaviour.unwritableFrom;
     const auto count = offset < end ? std::min(size, end - offset) : 0;
@@ -128,27 +128,27 @@ std::uint64_t MemoryFile::writeAt(std::uint64_t offset, const char* buffer,
     return count;
 }
 
-bool MemoryFile::do_isValid() const
+bool ScriptedFile::do_isValid() const
 {
     return system_.isValid();
 }
 
-std::string MemoryFile::do_fileId()
+std::string ScriptedFile::do_fileId()
 {
     return path_;
 }
 
-MemoryFile::Mode MemoryFile::do_mode()
+ScriptedFile::Mode ScriptedFile::do_mode()
 {
     return mode_;
 }
 
-bool MemoryFile::do_eof() const
+bool ScriptedFile::do_eof() const
 {
     return eof_;
 }
 
-bool MemoryFile::do_seek(std::uint64_t offset) const
+bool ScriptedFile::do_seek(std::uint64_t offset) const
 {
     note("seek " + std::to_string(offset));
     position_ = offset;
@@ -156,24 +156,24 @@ bool MemoryFile::do_seek(std::uint64_t offset) const
     return system_.isValid();
 }
 
-std::optional<std::uint64_t> MemoryFile::do_tell()
+std::optional<std::uint64_t> ScriptedFile::do_tell()
 {
     return system_.isValid() ? std::make_optional(position_) : std::nullopt;
 }
 
-bool MemoryFile::do_error() const
+bool ScriptedFile::do_error() const
 {
     return !system_.isValid();
 }
 
-std::uint64_t MemoryFile::longestRead() const
+std::uint64_t ScriptedFile::longestRead() const
 {
     const auto& shortReads = system_.behaviour.shortReads;
     const auto here = shortReads.find(position_);
     return here != shortReads.end() ? here->second : system_.behaviour.longestRead;
 }
 
-std::uint64_t MemoryFile::do_read(char* buffer, std::uint64_t size) const
+std::uint64_t ScriptedFile::do_read(char* buffer, std::uint64_t size) const
 {
     note("read " + std::to_string(size));
     if (!mode_.has(::Mode::Read)) {
@@ -193,7 +193,7 @@ std::uint64_t MemoryFile::do_read(char* buffer, std::uint64_t size) const
     return count;
 }
 
-std::uint64_t MemoryFile::do_write(const char* buffer, std::uint64_t size) const
+std::uint64_t ScriptedFile::do_write(const char* buffer, std::uint64_t size) const
 {
     note("write " + std::to_string(size));
     if (!mode_.has(::Mode::Write)) {
@@ -207,7 +207,7 @@ std::uint64_t MemoryFile::do_write(const char* buffer, std::uint64_t size) const
     return count;
 }
 
-const FileSystem::FileSystem2& MemoryFile::do_fileSystem() const
+const FileSystem::FileSystem2& ScriptedFile::do_fileSystem() const
 {
     return system_;
 }
