@@ -5,7 +5,6 @@
 #include "handles/SSHFailure.h"
 #include "handles/SSHHandleChannel.h"
 #include "handles/SSHSocketWait.h"
-#include "process/ChannelFailure.h"
 #include "process/ChannelRequests.h"
 #include "process/ChannelTransfer.h"
 
@@ -65,6 +64,19 @@ std::size_t moveInChunks(std::size_t size, MoveChunk moveChunk)
             return done;
         }
     }
+}
+
+/// Notes why the last libssh call on a channel failed, as noteTransportFailure() does;
+/// ConnectionLost also where the channel alone has gone. To be called under the session's lock, at
+/// once. False.
+bool noteChannelFailure(ssh_channel channel, FailureCode otherwise = FailureCode::Other)
+{
+    ssh_session session = ssh_channel_get_session(channel);
+    if (ssh_is_connected(session) != 0 && ssh_channel_is_open(channel) == 0) {
+        // What libssh has to say is about something else then.
+        return noteConnectionLost("the channel is not open");
+    }
+    return noteTransportFailure(session, otherwise);
 }
 
 /// Notes that the connection has gone, and the channel with it.

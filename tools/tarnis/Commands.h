@@ -18,6 +18,7 @@ std::unique_ptr<Command> makeCatCommand(CLI::App& program);
 std::unique_ptr<Command> makeGetCommand(CLI::App& program);
 std::unique_ptr<Command> makePutCommand(CLI::App& program);
 std::unique_ptr<Command> makeCpCommand(CLI::App& program);
+std::unique_ptr<Command> makeMvCommand(CLI::App& program);
 std::unique_ptr<Command> makeRmCommand(CLI::App& program);
 std::unique_ptr<Command> makeMkdirCommand(CLI::App& program);
 std::unique_ptr<Command> makeRmdirCommand(CLI::App& program);

@@ -2,7 +2,6 @@
 
 #include "Commands.h"
 #include "Failure.h"
-#include "files/MvCommand.h"
 #include "terminal/Messages.h"
 
 #include <Tarnis/Version.h>
@@ -24,11 +23,6 @@
 namespace TarnisTool {
 
 namespace {
-
-std::unique_ptr<Command> makeMvCommand(CLI::App& program)
-{
-    return std::make_unique<MvCommand>(program);
-}
 
 // In the order in which the help lists them.
 constexpr std::array makers{

@@ -175,4 +175,11 @@ bool setModTime(int directory, const char* path, StorageSystemTimePoint time)
     return false;
 }
 
+bool isOwnFile(const std::string& path)
+{
+    struct stat status = {};
+    return ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_uid == ::geteuid() && status.st_nlink == 1;
+}
+
 } // namespace FileSystem::LocalCalls

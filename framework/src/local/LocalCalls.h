@@ -34,4 +34,8 @@ std::optional<std::string> readLink(int directory, const char* path);
 /// Fails, and changes nothing, where the file system does not know such a time.
 bool setModTime(int directory, const char* path, StorageSystemTimePoint time);
 
+/// Whether a regular file is this user's, and has no other name: nobody else can have put it there
+/// with something of ours behind it. Notes no failure.
+bool isOwnFile(const std::string& path);
+
 } // namespace FileSystem::LocalCalls

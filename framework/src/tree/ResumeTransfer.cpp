@@ -1,7 +1,7 @@
 #include "tree/ResumeTransfer.h"
 
 #include "failure/NewFailure.h"
-#include "local/OwnFile.h"
+#include "local/LocalCalls.h"
 #include "path/PathText.h"
 #include "tree/CopyClaims.h"
 #include "tree/FileComparison.h"
@@ -119,7 +119,7 @@ void ResumeTransfer::lookAtPart(const Failure& failure, const Attributes& now)
 bool ResumeTransfer::isOfSomebodyElse() const
 {
     return context().isTargetLocal && there_ && there_->type && isRegularFile(*there_->type) &&
-           !isOwnFile(part_);
+           !LocalCalls::isOwnFile(part_);
 }
 
 /// What stands beside the source under the part's name may have been copied, or be copied later. A

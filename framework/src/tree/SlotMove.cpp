@@ -1,6 +1,5 @@
 #include "tree/SlotMove.h"
 
-#include "failure/FailureWatch.h"
 #include "path/PathText.h"
 #include "tree/TreeMover.h"
 

@@ -1,8 +1,8 @@
-#include "files/MvCommand.h"
-
+#include "Commands.h"
 #include "Failure.h"
 #include "files/Cancellation.h"
 #include "files/Destination.h"
+#include "files/FileCommand.h"
 #include "files/Paths.h"
 #include "terminal/Messages.h"
 #include "terminal/ProgressBar.h"
@@ -11,7 +11,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace TarnisTool {
 
@@ -135,7 +138,15 @@ private:
     TreeEntry failed_;   ///< What it was of.
 };
 
-} // namespace
+/// `tarnis mv`: renames and moves files within a server.
+class MvCommand : public FileCommand
+{
+public:
+    explicit MvCommand(CLI::App& program);
+
+private:
+    int work(const std::vector<std::string>& operands) override;
+};
 
 MvCommand::MvCommand(CLI::App& program)
     : FileCommand(program, "mv", "Rename and move files within a server", "host:path... host:path",
@@ -175,6 +186,13 @@ int MvCommand::work(const std::vector<std::string>& operands)
         }
     }
     return code;
+}
+
+} // namespace
+
+std::unique_ptr<Command> makeMvCommand(CLI::App& program)
+{
+    return std::make_unique<MvCommand>(program);
 }
 
 } // namespace TarnisTool
