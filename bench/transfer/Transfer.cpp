@@ -34,9 +34,9 @@ Section lineSection(std::chrono::milliseconds roundTrip)
 }
 
 /// A server and the way to it.
-struct Place
+struct Endpoint
 {
-    Place(const std::string& serverOptions, std::chrono::milliseconds roundTrip)
+    Endpoint(const std::string& serverOptions, std::chrono::milliseconds roundTrip)
         : server(serverOptions)
         , line(server.login().port, roundTrip)
     {}
@@ -45,27 +45,28 @@ struct Place
     Line line;
 };
 
-/// The places that contests ask for, made when they are asked for the first time.
-class Places
+/// The endpoints that contests ask for, made when they are asked for the first time.
+class Endpoints
 {
 public:
     /// \param sections gets what a new line does.
-    const Place& placeFor(const Contest& contest, Sections& sections)
+    const Endpoint& endpointFor(const Contest& contest, Sections& sections)
     {
-        auto& place = places_[{contest.cipher, contest.roundTrip}];
-        if (place == nullptr) {
+        auto& endpoint = endpoints_[{contest.cipher, contest.roundTrip}];
+        if (endpoint == nullptr) {
             const std::string cipher(contest.cipher);
-            place = std::make_unique<Place>(cipher.empty() ? "" : "Ciphers " + cipher + "\n",
-                                            contest.roundTrip);
-            if (place->line.isDelayed()) {
+            endpoint = std::make_unique<Endpoint>(cipher.empty() ? "" : "Ciphers " + cipher + "\n",
+                                                  contest.roundTrip);
+            if (endpoint->line.isDelayed()) {
                 sections.push_back(lineSection(contest.roundTrip));
             }
         }
-        return *place;
+        return *endpoint;
     }
 
 private:
-    std::map<std::pair<std::string, std::chrono::milliseconds>, std::unique_ptr<Place>> places_;
+    std::map<std::pair<std::string, std::chrono::milliseconds>, std::unique_ptr<Endpoint>>
+        endpoints_;
 };
 
 bool isWanted(const TransferEffort& effort, const std::string& name)
@@ -98,15 +99,15 @@ Sections measureTransfer(const Bench& bench)
     const TransferEffort& effort = bench.effort.transfer;
     const TarnisTest::TemporaryDirectory directory;
     Workload workload(directory, effort.scale);
-    Places places;
+    Endpoints endpoints;
     Section bars = barsSection();
     Section memory{"Memory of tarnis", "", "", "MiB", {}};
     Sections sections;
     for (const Contest& contest : allContests()) {
         if (isWanted(effort, contest.name)) {
-            const Place& place = places.placeFor(contest, sections);
+            const Endpoint& endpoint = endpoints.endpointFor(contest, sections);
             const Outcome outcome =
-                runContest({place.server, place.line, workload, effort}, contest);
+                runContest({endpoint.server, endpoint.line, workload, effort}, contest);
             // The whole takes long: what is known already is shown meanwhile.
             printTable(std::cerr, {outcome.figures});
             sections.push_back(outcome.figures);

@@ -20,7 +20,7 @@ class SSHHandleSFTPSession;
 ///
 /// Ownership: the SSH session owns the SFTP session; this object shares it. When the SSH session is
 /// disconnected or destroyed, this object stays and is invalid: operations answer false, empty or
-/// null, and one that is under way in another thread throws
+/// null, and one that is in flight in another thread throws
 /// FileSystem::handle_fatal_error("invalid"). Open files that outlive this object are invalid.
 ///
 /// Failures: told by results, as the base classes say; FileSystem::Failure::last() has the reason.

@@ -78,9 +78,9 @@ public:
     void silentDisconnect();
 
     /// Frees every call that is blocked on this session, in any thread, by shutting its connection
-    /// down: a connect() under way, an authentication, a read, a transfer. Each of them fails
+    /// down: a connect() in flight, an authentication, a read, a transfer. Each of them fails
     /// within moments and the session reads as Disconnected, whatever has arrived and was not read;
-    /// connect() may then be called again. A connect() is under way from its first moment on,
+    /// connect() may then be called again. A connect() is in flight from its first moment on,
     /// before it waits for other calls and before there is a socket: it fails, unless it is through
     /// already and it is its connection that has ended. What is called later is not concerned. Does
     /// nothing when there is no connection. Call it from any thread, at any time during the

@@ -29,13 +29,13 @@
 //    sends, and leaves the file's position alone where it cannot send. Without a channel it cannot,
 //    and sets nothing but the status. From 0.11 on a reply with a number that libssh has not taken
 //    itself is an error, so that counting `id_counter` up would not do.
-//    TransferTest.ReadsAreUnderWayTogether and WritesAreUnderWayTogether: without a number, ranges
+//    TransferTest.ReadsAreInFlightTogether and WritesAreInFlightTogether: without a number, ranges
 //    are moved one after the other.
 // 5. Replies that have come. sftp_async_read() reads them into the queue while it waits for the one
 //    that it was asked for, and gives up with SSH_AGAIN where nothing more has come and it must not
 //    block. So it is asked to wait for number 0, which no request has: they count from 1. Of the
 //    file it uses nothing but the SFTP session, `eof` and `nonblocking`, so that a structure of our
-//    own does, open or not. TransferTest.WritesAreUnderWayTogether, RcloneFlowTest.
+//    own does, open or not. TransferTest.WritesAreInFlightTogether, RcloneFlowTest.
 // 6. The queue. `queue` is a list with one entry for each reply, in the order in which they came;
 //    an entry and its message were made with malloc(), and the message's payload holds what follows
 //    the number. SftpReplies (over the real list) and, with the real libssh, ReadBehaviourTest.

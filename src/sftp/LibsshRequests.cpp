@@ -129,7 +129,7 @@ void LibsshRequests::noteReadable(sftp_session sftp, bool isReadable) noexcept
     }
 }
 
-int collectRead(sftp_file file, char* data, std::uint32_t size, std::uint32_t number,
+int receiveRead(sftp_file file, char* data, std::uint32_t size, std::uint32_t number,
                 SFTPRefusal& why)
 {
     const bool wasAtEnd = isAtEnd(file);

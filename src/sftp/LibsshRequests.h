@@ -78,7 +78,7 @@ private:
 ///
 /// \param size as it was asked for.
 /// \param why  is set where a reply that had arrived brings nothing, and else left alone.
-int collectRead(sftp_file file, char* data, std::uint32_t size, std::uint32_t number,
+int receiveRead(sftp_file file, char* data, std::uint32_t size, std::uint32_t number,
                 SFTPRefusal& why);
 
 } // namespace Tarnis

@@ -174,14 +174,14 @@ std::uint32_t SFTPPipeline::allowed(sftp_session sftp, const SFTPPiece& piece,
 void SFTPPipeline::waitOrCollect(SFTPPieces& pieces)
 {
     if (!inFlight_.empty()) {
-        collectOldest(pieces);
+        receiveOldest(pieces);
     } else {
         // Where it is lost, the next attempt says so.
         static_cast<void>(unlessLost(file_, [this] { return socket_.wait(file_); }));
     }
 }
 
-void SFTPPipeline::collectOldest(SFTPPieces& pieces)
+void SFTPPipeline::receiveOldest(SFTPPieces& pieces)
 {
     const Request request = inFlight_.front();
     inFlight_.pop_front();

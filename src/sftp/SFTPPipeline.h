@@ -97,7 +97,7 @@ private:
     void learnLimits(sftp_session sftp);
     std::uint32_t allowed(sftp_session sftp, const SFTPPiece& piece, std::size_t handleSize);
     void waitOrCollect(SFTPPieces& pieces);
-    void collectOldest(SFTPPieces& pieces);
+    void receiveOldest(SFTPPieces& pieces);
     std::optional<bool> takeAnswer(SFTPPieces& pieces, const Request& request);
     bool collect(sftp_file file, SFTPPieces& pieces, const Request& request);
     void noteLost();

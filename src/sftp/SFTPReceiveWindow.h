@@ -9,7 +9,7 @@ namespace Tarnis {
 
 /// How many bytes the server may send ahead on the channel of an SFTP session. libssh lets it send
 /// 1.25 MiB, and more again when half of that is used up: far from the server, that is the limit of
-/// what arrives per round trip, however many requests are under way. The test
+/// what arrives per round trip, however many requests are in flight. The test
 /// LargeReadTest.IsSentFurtherAheadThanTheWindowAllowsByItself notices where it cannot be widened.
 class SFTPReceiveWindow
 {

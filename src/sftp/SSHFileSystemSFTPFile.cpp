@@ -62,14 +62,14 @@ bool issueReads(SSHHandleSFTPSessionFile& file, const std::string& path, std::ui
     return true;
 }
 
-/// collectRead, whose failure is noted.
-int collectNoting(SSHHandleSFTPSessionFile& file, const std::string& path, char* destination,
+/// receiveRead, whose failure is noted.
+int receiveNoting(SSHHandleSFTPSessionFile& file, const std::string& path, char* destination,
                   const ReadRequest& request)
 {
     const auto collected = callUnlessLost(file, [&](sftp_file native) {
         SFTPRefusal why;
         clearStatus(sftpOf(native));
-        const int count = collectRead(native, destination, request.length, request.id, why);
+        const int count = receiveRead(native, destination, request.length, request.id, why);
         if (count < 0) {
             noteRefusal(sftpOf(native), file.lossMark(), why, path);
         }
@@ -219,7 +219,7 @@ std::uint64_t SSHFileSystemSFTPFile::do_read(char* buffer, std::uint64_t size) c
     std::uint64_t total = 0;
     char* destination = buffer;
     for (const auto& request : requests) {
-        const int count = collectNoting(*file_, fileId_, destination, request);
+        const int count = receiveNoting(*file_, fileId_, destination, request);
         destination += request.length;
         if (count < 0) {
             failed = true;

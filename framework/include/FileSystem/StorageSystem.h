@@ -36,7 +36,7 @@ class StorageSystemServices;
 /// Failures are told by results: false, an empty optional, an empty vector, a null pointer; nothing
 /// has changed then unless the operation says otherwise. Absence and refusal look alike in the
 /// questions (fileInfo(), fileExists(), the listings). When the system has lost its resources (its
-/// session ended) isValid() is false and operations fail; one that is under way at that moment
+/// session ended) isValid() is false and operations fail; one that is in flight at that moment
 /// throws handle_fatal_error("invalid").
 ///
 /// Atomicity: one operation is several steps for most systems, and others may change the tree in

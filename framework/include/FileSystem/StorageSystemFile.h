@@ -181,7 +181,7 @@ protected:
     virtual bool do_copy(const StorageSystemProgress& progress,
                          std::optional<std::uint64_t> bufferSize);
 
-    /// The target of the copy under way, for do_copy(); null outside one.
+    /// The target of the copy in flight, for do_copy(); null outside one.
     StorageSystemFile* copyTarget() const noexcept;
 
     /// Gives the file what its storage system can do beyond the slots. To be called once, by the

@@ -42,7 +42,7 @@ std::optional<StorageSystemAttributes> told(const std::optional<struct stat>& no
                                                  : std::nullopt;
 }
 
-std::optional<struct stat> statusOf(const LocalPlace& place, int flags)
+std::optional<struct stat> statusOf(const ResolvedPath& place, int flags)
 {
     struct stat now = {};
     return ::fstatat(place.descriptor(), place.path(), &now, flags) == 0 ? std::make_optional(now)

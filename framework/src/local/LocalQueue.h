@@ -1,6 +1,6 @@
 #pragma once
 
-#include "local/LocalPlaces.h"
+#include "local/PathResolver.h"
 #include "posix/FileDescriptor.h"
 #include "queue/ImmediateQueue.h"
 #include "queue/OpenFiles.h"
@@ -52,7 +52,7 @@ private:
 
     const LocalFileSystem& system_;
     std::shared_ptr<const std::atomic<bool>> isAlive_;
-    LocalPlaces places_;
+    PathResolver places_;
     OpenFiles<Posix::FileDescriptor> files_;
 };
 

@@ -159,7 +159,7 @@ TEST_F(ReplaceTest, ACopyThatMustNotReplaceNeverAsksForIt)
     EXPECT_EQ(sent(SftpPacket::Extended), 0U);
 }
 
-TEST_F(ReplaceTest, LosesNoReplyToAReadThatIsUnderWay)
+TEST_F(ReplaceTest, LosesNoReplyToAReadThatIsInFlight)
 {
     startOffering();
     const std::string content = pseudoRandomBytes(3, 8 * kMebibyte);

@@ -132,7 +132,7 @@ protected:
         promptly("dropping the session", [this] { client().dropSession(); });
     }
 
-    bool isUnderWay() const { return rounds_ > 1; }
+    bool isInFlight() const { return rounds_ > 1; }
 
     /// Waits until the activity comes to a halt, as it does when the server has stopped.
     bool waitUntilItHangs() const
@@ -191,7 +191,7 @@ TEST_P(SftpTearDownFromAnotherThreadTest, IsSafeAndPrompt)
 {
     const auto [activity, ending, state] = GetParam();
     auto busy = std::async(std::launch::async, [this, a = activity] { keepBusy(a); });
-    ASSERT_TRUE(waitUntil([this] { return isUnderWay(); }));
+    ASSERT_TRUE(waitUntil([this] { return isInFlight(); }));
     if (state == ServerState::Stopped) {
         server().suspendAll();
         ASSERT_TRUE(waitUntilItHangs());

@@ -307,7 +307,7 @@ TEST_F(RefusalReasonTest, OfAWriteToAServerThatHasGoneIsTheLoss)
     EXPECT_TRUE(files().fileInfo(path("")).has_value());
 }
 
-TEST_F(TransferTest, ReadsAreUnderWayTogether)
+TEST_F(TransferTest, ReadsAreInFlightTogether)
 {
     start(inOrder("", SftpOrder::Reversed, 8).script);
     const std::string source = put("source", pseudoRandomBytes(6, 20'000'000));
@@ -315,7 +315,7 @@ TEST_F(TransferTest, ReadsAreUnderWayTogether)
     EXPECT_GE(server().sftp().mostInFlight(SftpPacket::Read), 2U);
 }
 
-TEST_F(TransferTest, WritesAreUnderWayTogether)
+TEST_F(TransferTest, WritesAreInFlightTogether)
 {
     SftpScript script;
     script.order = SftpOrder::Reversed;

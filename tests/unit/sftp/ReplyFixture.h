@@ -78,7 +78,7 @@ protected:
     int collect(std::uint32_t id, std::uint32_t size = 8)
     {
         why = {};
-        return Tarnis::collectRead(&file, buffer, size, id, why);
+        return Tarnis::receiveRead(&file, buffer, size, id, why);
     }
 
     bool isQueued(std::uint32_t id) const

@@ -15,7 +15,7 @@ public:
         : done_(std::async(std::launch::async, std::move(action)))
     {}
 
-    /// Whether the action is still under way after a moment: long enough for one that nothing
+    /// Whether the action is still going on after a moment: long enough for one that nothing
     /// holds up to be through.
     bool isHeldUp() const { return done_.wait_for(aMoment) == std::future_status::timeout; }
 

@@ -1,4 +1,4 @@
-#include "local/LocalPlaces.h"
+#include "local/PathResolver.h"
 
 #include "SystemCall.h"
 #include "local/LocalError.h"
@@ -15,10 +15,10 @@ namespace FileSystem {
 
 namespace {
 
-// A tree is worked on in a few places at a time.
+// A tree is worked on in a few directories at a time.
 constexpr std::size_t mostOpen = 64;
 
-constexpr int asPlace = O_PATH | O_DIRECTORY | O_CLOEXEC;
+constexpr int asDirectory = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
 Posix::FileDescriptor openDirectory(int parent, const std::string& name, int flags)
 {
@@ -28,12 +28,12 @@ Posix::FileDescriptor openDirectory(int parent, const std::string& name, int fla
 
 } // namespace
 
-int LocalPlace::descriptor() const noexcept
+int ResolvedPath::descriptor() const noexcept
 {
     return directory != nullptr ? directory->get() : AT_FDCWD;
 }
 
-void LocalPlaces::confine(const std::string& directory)
+void PathResolver::confine(const std::string& directory)
 {
     auto root = PathText::removeTrailingSlash(directory);
     if (std::find(roots_.begin(), roots_.end(), root) == roots_.end()) {
@@ -42,7 +42,7 @@ void LocalPlaces::confine(const std::string& directory)
 }
 
 /// Null: the path is not confined.
-const std::string* LocalPlaces::rootOf(const std::string& path) const
+const std::string* PathResolver::rootOf(const std::string& path) const
 {
     const auto isAbove = [&path](const std::string& root) {
         return path.compare(0, root.size(), root) == 0 &&
@@ -52,29 +52,29 @@ const std::string* LocalPlaces::rootOf(const std::string& path) const
     return root != roots_.end() ? &*root : nullptr;
 }
 
-std::optional<LocalPlace> LocalPlaces::find(const std::string& path)
+std::optional<ResolvedPath> PathResolver::find(const std::string& path)
 {
     const auto place = PathText::removeTrailingSlash(path);
     const auto* const root = rootOf(place);
     auto name = PathText::fileName(place);
     const bool isConfined = root != nullptr && PathText::isEntryName(name);
     if (!isConfined || place == *root) {
-        return LocalPlace{nullptr, isConfined ? place : systemPath(path), isConfined};
+        return ResolvedPath{nullptr, isConfined ? place : systemPath(path), isConfined};
     }
     auto directory = open(*root, PathText::parentId(place));
     return directory != nullptr
-               ? std::make_optional(LocalPlace{std::move(directory), std::move(name), true})
+               ? std::make_optional(ResolvedPath{std::move(directory), std::move(name), true})
                : std::nullopt;
 }
 
-LocalPlaces::Directory LocalPlaces::open(const std::string& root, const std::string& directory)
+PathResolver::Directory PathResolver::open(const std::string& root, const std::string& directory)
 {
     const auto known = open_.find(directory);
     if (known != open_.end()) {
         return known->second;
     }
     const auto name = PathText::fileName(directory);
-    const int flags = PathText::isEntryName(name) ? asPlace | O_NOFOLLOW : asPlace;
+    const int flags = PathText::isEntryName(name) ? asDirectory | O_NOFOLLOW : asDirectory;
     if (directory.size() <= root.size()) {
         return keep(directory,
                     openWithRoom([&] { return openDirectory(AT_FDCWD, directory, flags); }));
@@ -86,7 +86,8 @@ LocalPlaces::Directory LocalPlaces::open(const std::string& root, const std::str
                : nullptr;
 }
 
-LocalPlaces::Directory LocalPlaces::keep(const std::string& path, Posix::FileDescriptor&& directory)
+PathResolver::Directory PathResolver::keep(const std::string& path,
+                                           Posix::FileDescriptor&& directory)
 {
     if (directory.get() == -1) {
         const bool isOther = errno == ENOTDIR || errno == ELOOP;
@@ -102,7 +103,7 @@ LocalPlaces::Directory LocalPlaces::keep(const std::string& path, Posix::FileDes
     return kept;
 }
 
-void LocalPlaces::forget(const std::string& path)
+void PathResolver::forget(const std::string& path)
 {
     const auto place = PathText::removeTrailingSlash(path);
     auto known = open_.lower_bound(place);

@@ -12,7 +12,7 @@
 namespace FileSystem {
 
 /// Where a path is, for system calls: a name below an open directory, or the path as it stands.
-struct LocalPlace
+struct ResolvedPath
 {
     /// For the calls whose names end in "at".
     int descriptor() const noexcept;
@@ -26,7 +26,7 @@ struct LocalPlace
 
 /// Finds what is below certain directories without following a symbolic link on the way: each
 /// directory on it is opened by its name alone, and kept open for those that come next.
-class LocalPlaces
+class PathResolver
 {
 public:
     /// \param directory below which no link is followed; where the way to it leads is left to its
@@ -34,7 +34,7 @@ public:
     void confine(const std::string& directory);
 
     /// Empty, and a failure is noted: there is no way to the path, or a link stands on it.
-    std::optional<LocalPlace> find(const std::string& path);
+    std::optional<ResolvedPath> find(const std::string& path);
 
     /// To be called when another directory may stand at a path from now on.
     void forget(const std::string& path);
