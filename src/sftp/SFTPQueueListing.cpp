@@ -32,8 +32,11 @@ bool canBeEntry(std::string_view name)
 class SFTPQueue::Listing : public std::enable_shared_from_this<Listing>
 {
 public:
-    Listing(SFTPQueue& queue, EntryReceiver receiver, std::shared_ptr<Call<>> call)
+    /// \param limit how many entries are handed over; one more is a failure.
+    Listing(SFTPQueue& queue, std::uint64_t limit, EntryReceiver receiver,
+            std::shared_ptr<Call<>> call)
         : queue_(queue)
+        , left_(limit)
         , receiver_(std::move(receiver))
         , call_(std::move(call))
     {}
@@ -98,10 +101,12 @@ private:
         goOn();
     }
 
+    /// Nobody waits for what is in flight of a listing that was stopped.
     void goOn()
     {
         askOn();
-        if (inFlight_ == 0 && batches_ == 0) {
+        const bool isDone = isStopped_ || (inFlight_ == 0 && batches_ == 0);
+        if (isDone && !std::exchange(isFinished_, true)) {
             finish();
         }
     }
@@ -148,6 +153,12 @@ private:
                 problem_ = "the server names an entry as none can be named";
                 break;
             }
+            if (left_ == 0) {
+                giveUp();
+                hasTooMany_ = true;
+                break;
+            }
+            --left_;
             if (queue_.mayBeFollowed(name.attributes, queue_.listsLinks_)) {
                 doubtful.emplace_back(batch->entries.size(), name.attributes);
             }
@@ -220,6 +231,8 @@ private:
             failFor(*failure_);
         } else if (problem_ != nullptr) {
             call_->failAs(FailureCode::Protocol, problem_);
+        } else if (hasTooMany_) {
+            call_->failAs(FailureCode::TooMany);
         } else {
             call_->succeed();
         }
@@ -246,6 +259,7 @@ private:
     }
 
     SFTPQueue& queue_;
+    std::uint64_t left_; ///< Entries that may still come.
     EntryReceiver receiver_;
     std::shared_ptr<Call<>> call_;
     Lane lane_;
@@ -258,6 +272,8 @@ private:
     bool hasEnded_ = false;   ///< The server has said that there are no more.
     bool isWanted_ = true;
     bool isStopped_ = false;
+    bool isFinished_ = false;
+    bool hasTooMany_ = false;
     std::optional<Answer> failure_;
     const char* problem_ = nullptr;
 };
@@ -266,7 +282,9 @@ void SFTPQueue::do_list(const std::string& path, EntryReceiver receiver, Complet
 {
     auto call = begin("list", path, std::move(done));
     if (isNamed(call)) {
-        std::make_shared<Listing>(*this, std::move(receiver), std::move(call))->start();
+        // A file system that has gone lists nothing.
+        const std::uint64_t limit = *isAlive_ ? system_.listingLimit() : 0;
+        std::make_shared<Listing>(*this, limit, std::move(receiver), std::move(call))->start();
     }
 }
 

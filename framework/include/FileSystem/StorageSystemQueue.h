@@ -202,7 +202,9 @@ public:
 
     /// Reads a directory, without "." and "..", in the order in which the system gives its entries.
     /// An entry whose name is no single component is left out, and is a failure with code Protocol
-    /// in the end. No limit.
+    /// in the end; one more than StorageSystem::listingLimit() is one with code TooMany. A listing
+    /// of which the receiver wants no more ends without a failure, and without waiting for what the
+    /// system still has in flight of it.
     /// \param receiver called as often as entries come, by pump(). What it throws ends pump() as
     ///                 with completions, and no more entries come.
     void list(const std::string& path, EntryReceiver receiver, Completion<> done);

@@ -22,7 +22,8 @@ LocalDirectory::LocalDirectory(const std::string& path, std::uint64_t limit)
                                    : LocalError::succeeded(directory_ != nullptr));
 }
 
-LocalDirectory::LocalDirectory(Posix::FileDescriptor&& directory)
+LocalDirectory::LocalDirectory(Posix::FileDescriptor&& directory, std::uint64_t limit)
+    : left_(limit)
 {
     if (directory.isOpen()) {
         directory_.reset(::fdopendir(directory.get()));

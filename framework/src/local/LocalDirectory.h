@@ -23,7 +23,9 @@ public:
                             std::uint64_t limit = std::numeric_limits<std::uint64_t>::max());
 
     /// The directory that is open for reading, or none, which has no entries.
-    explicit LocalDirectory(Posix::FileDescriptor&& directory);
+    /// \param limit more entries count as a failure.
+    explicit LocalDirectory(Posix::FileDescriptor&& directory,
+                            std::uint64_t limit = std::numeric_limits<std::uint64_t>::max());
 
     /// The directory that is open.
     explicit LocalDirectory(const Posix::FileDescriptor& directory);
@@ -49,7 +51,7 @@ private:
     };
 
     std::unique_ptr<DIR, Close> directory_;
-    std::uint64_t left_ = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t left_;
     bool failed_ = false;
 };
 

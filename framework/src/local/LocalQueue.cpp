@@ -253,12 +253,13 @@ bool LocalQueue::listNow(const std::string& path, const EntryReceiver& receiver)
         return false;
     }
     const int follow = place->isConfined ? O_NOFOLLOW : 0;
-    LocalDirectory directory(places_.openWithRoom([&] {
+    auto opened = places_.openWithRoom([&] {
         return Posix::FileDescriptor(retryInterrupted([&] {
             return ::openat(place->descriptor(), place->path(),
                             O_RDONLY | O_DIRECTORY | O_CLOEXEC | follow);
         }));
-    }));
+    });
+    LocalDirectory directory(std::move(opened), system_.listingLimit());
     std::vector<StorageSystemEntry> entries;
     while (const dirent* const next = directory.next()) {
         if (auto entry = describe(directory, *next)) {

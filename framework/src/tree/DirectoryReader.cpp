@@ -13,6 +13,9 @@ namespace {
 
 constexpr auto directoryType = StorageSystemFileTypeFlag::Directory;
 
+// How many types are asked for at once.
+constexpr std::size_t mostAsked = 256;
+
 } // namespace
 
 Failure DirectoryContents::shortage() const
@@ -24,15 +27,18 @@ Failure DirectoryContents::shortage() const
     return isShortage(failure) ? failure : found != untold.end() ? *found : Failure();
 }
 
-void DirectoryReader::read(StorageSystemQueue& queue, std::string path, Done done)
+void DirectoryReader::read(StorageSystemQueue& queue, std::string path, GoesOn goesOn, Done done)
 {
-    std::shared_ptr<DirectoryReader>(new DirectoryReader(queue, std::move(path), std::move(done)))
+    std::shared_ptr<DirectoryReader>(
+        new DirectoryReader(queue, std::move(path), std::move(goesOn), std::move(done)))
         ->list();
 }
 
-DirectoryReader::DirectoryReader(StorageSystemQueue& queue, std::string path, Done done)
+DirectoryReader::DirectoryReader(StorageSystemQueue& queue, std::string path, GoesOn goesOn,
+                                 Done done)
     : queue_(queue)
     , path_(std::move(path))
+    , goesOn_(std::move(goesOn))
     , done_(std::move(done))
 {}
 
@@ -44,17 +50,27 @@ void DirectoryReader::list()
         [self](std::vector<StorageSystemEntry>& entries) {
             auto& all = self->contents_.entries;
             std::move(entries.begin(), entries.end(), std::back_inserter(all));
-            return true;
+            return !self->isStopped();
         },
         [self](const Failure& failure) {
-            self->contents_.failure = failure;
+            auto& why = self->contents_.failure;
+            why = why ? why : failure;
             self->checkDirectory();
         });
 }
 
+/// Whether nobody wants the rest: what there is may not be all, and is told so.
+bool DirectoryReader::isStopped()
+{
+    if (contents_.failure.code() != FailureCode::Cancelled && !goesOn_()) {
+        contents_.failure = newFailure("list", path_, FailureCode::Cancelled);
+    }
+    return contents_.failure.code() == FailureCode::Cancelled;
+}
+
 void DirectoryReader::checkDirectory()
 {
-    if (contents_.entries.empty()) {
+    if (contents_.entries.empty() || isStopped()) {
         finish();
         return;
     }
@@ -75,15 +91,20 @@ void DirectoryReader::checked(const Failure& failure, const StorageSystemAttribu
 
 void DirectoryReader::askTypes()
 {
-    // One more than there are, so that the last answer finds all of them asked for.
-    asked_ = 1;
-    for (std::size_t i = 0; i < contents_.entries.size(); ++i) {
-        if (!contents_.entries[i].attributes.type) {
-            askType(i);
-        }
-    }
-    if (--asked_ == 0) {
+    askNextTypes();
+    if (asked_ == 0) {
         finish();
+    }
+}
+
+/// Not all at once: nobody could stop those of a large directory.
+void DirectoryReader::askNextTypes()
+{
+    const auto& entries = contents_.entries;
+    for (; next_ < entries.size() && asked_ < mostAsked; ++next_) {
+        if (!entries[next_].attributes.type) {
+            askType(next_);
+        }
     }
 }
 
@@ -101,7 +122,11 @@ void DirectoryReader::askType(std::size_t index)
             const bool isGone = failure.code() == FailureCode::NotFound;
             (isGone ? self->contents_.gone : self->contents_.untold).push_back(failure);
         }
-        if (--self->asked_ == 0) {
+        --self->asked_;
+        if (!self->isStopped()) {
+            self->askNextTypes();
+        }
+        if (self->asked_ == 0) {
             self->finish();
         }
     });

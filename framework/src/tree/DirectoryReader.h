@@ -35,24 +35,32 @@ class DirectoryReader : public std::enable_shared_from_this<DirectoryReader>
 public:
     using Done = std::function<void(DirectoryContents& contents)>;
 
+    /// Whether more is wanted; asked as entries come. Once it says no, the reading ends with
+    /// Cancelled and what it has so far, without asking for anything else.
+    using GoesOn = std::function<bool()>;
+
     /// \param queue must outlive what is in flight on it.
-    static void read(StorageSystemQueue& queue, std::string path, Done done);
+    static void read(StorageSystemQueue& queue, std::string path, GoesOn goesOn, Done done);
 
 private:
-    DirectoryReader(StorageSystemQueue& queue, std::string path, Done done);
+    DirectoryReader(StorageSystemQueue& queue, std::string path, GoesOn goesOn, Done done);
 
     void list();
+    bool isStopped();
     void checkDirectory();
     void checked(const Failure& failure, const StorageSystemAttributes& now);
     void askTypes();
+    void askNextTypes();
     void askType(std::size_t index);
     void finish();
 
     StorageSystemQueue& queue_;
     std::string path_;
+    GoesOn goesOn_;
     Done done_;
     DirectoryContents contents_;
-    std::size_t asked_ = 0; ///< How many types are still to come.
+    std::size_t next_ = 0;  ///< The first entry whose type may have to be asked for.
+    std::size_t asked_ = 0; ///< How many types are in flight.
 };
 
 } // namespace FileSystem

@@ -203,15 +203,17 @@ void TreeCopier::run()
         if (!work_.isIdle()) {
             work_.pump();
         }
-        tellProgress();
+        static_cast<void>(tellProgress());
     }
 }
 
-void TreeCopier::tellProgress()
+/// Whether to go on.
+bool TreeCopier::tellProgress()
 {
     work_.progress().bytesDone = context_->bytesDone;
     work_.tellProgress(isAllRead());
     context_->isStopped = context_->isStopped || work_.isOver();
+    return !work_.isOver();
 }
 
 /// Once the work is over: those that nothing is in flight of would not notice.
@@ -394,13 +396,16 @@ void TreeCopier::beginDoubtful(TreeEntry&& root)
     const auto isThere = std::make_shared<bool>(false);
     context_->target.list(
         directory.empty() ? "." : directory,
-        [name, isThere](std::vector<StorageSystemEntry>& entries) {
+        [this, name, isThere](std::vector<StorageSystemEntry>& entries) {
             *isThere = *isThere || std::any_of(entries.begin(), entries.end(),
                                                [&](const auto& is) { return is.name == name; });
-            return true;
+            return !*isThere && tellProgress();
         },
         [this, isThere, root = std::move(root)](const Failure& /*failure*/) mutable {
             work_.end();
+            if (work_.isOver()) {
+                return;
+            }
             beginTransfer(std::move(root), nullptr, !*isThere);
         });
 }
@@ -459,7 +464,7 @@ void TreeCopier::beginDirectory(const DirectoryPtr& directory)
     }
     if (!directory->isRead) {
         DirectoryReader::read(
-            context_->source, directory->entry.path,
+            context_->source, directory->entry.path, [this] { return tellProgress(); },
             [this, directory](DirectoryContents& contents) { read(directory, contents); });
     }
     if (!directory->isMade) {
@@ -557,7 +562,7 @@ void TreeCopier::takeEntries(const DirectoryPtr& directory)
         work_.fail(directory->entry, directory->whyNotMade);
     }
     const bool isOld = !directory->isFailed && !directory->isNew;
-    if (isOld && !directory->isTargetAsked) {
+    if (isOld && !directory->isTargetAsked && !work_.isOver()) {
         findTwins(*directory);
         const bool isWorthIt = directory->contents.entries.size() > fewEntries ||
                                !directory->twins.empty() || mayRemoveOthers(*directory);
@@ -585,11 +590,11 @@ void TreeCopier::listTarget(const DirectoryPtr& directory)
     directory->isTargetAsked = true;
     context_->target.list(
         directory->entry.target,
-        [directory](std::vector<StorageSystemEntry>& entries) {
+        [this, directory](std::vector<StorageSystemEntry>& entries) {
             for (auto& entry : entries) {
                 directory->standing.emplace(std::move(entry.name), entry.attributes);
             }
-            return true;
+            return tellProgress();
         },
         [this, directory](const Failure& failure) {
             noteShortage(*directory, failure);
@@ -599,7 +604,7 @@ void TreeCopier::listTarget(const DirectoryPtr& directory)
                 return;
             }
             // Otherwise each is looked at by itself.
-            directory->isTargetListed = !failure;
+            directory->isTargetListed = !failure && !work_.isOver();
             if (failure && mayRemoveOthers(*directory)) {
                 work_.lose(directory->entry, failure);
             }

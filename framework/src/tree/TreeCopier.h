@@ -68,7 +68,7 @@ private:
 
     void run();
     void abandon();
-    void tellProgress();
+    bool tellProgress();
     void stopTransfers();
     void leaveKeptOpen();
     bool hasStep() const;

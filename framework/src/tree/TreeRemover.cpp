@@ -73,9 +73,16 @@ TreeReport TreeRemover::remove(const std::vector<std::string>& roots)
         if (!work_.isIdle()) {
             work_.pump();
         }
-        work_.tellProgress(isAllRead());
+        static_cast<void>(tellProgress());
     }
     return work_.report();
+}
+
+/// Whether to go on.
+bool TreeRemover::tellProgress()
+{
+    work_.tellProgress(isAllRead());
+    return !work_.isOver();
 }
 
 bool TreeRemover::hasStep() const
@@ -179,17 +186,18 @@ void TreeRemover::beginReading(const DirectoryPtr& directory)
 {
     const auto beginning = work_.begin();
     ++reading_;
-    DirectoryReader::read(work_.queue(), directory->entry.path,
-                          [this, directory, beginning](DirectoryContents& contents) {
-                              const bool waits = work_.waitsForRoom(contents.shortage(), beginning);
-                              --reading_;
-                              work_.end();
-                              if (waits) {
-                                  toRead_.push_back(directory);
-                              } else {
-                                  take(directory, contents);
-                              }
-                          });
+    DirectoryReader::read(
+        work_.queue(), directory->entry.path, [this] { return tellProgress(); },
+        [this, directory, beginning](DirectoryContents& contents) {
+            const bool waits = work_.waitsForRoom(contents.shortage(), beginning);
+            --reading_;
+            work_.end();
+            if (waits) {
+                toRead_.push_back(directory);
+            } else {
+                take(directory, contents);
+            }
+        });
 }
 
 void TreeRemover::take(const DirectoryPtr& directory, DirectoryContents& contents)

@@ -33,6 +33,7 @@ private:
     struct Directory;
     using DirectoryPtr = std::shared_ptr<Directory>;
 
+    bool tellProgress();
     bool hasStep() const;
     bool isAllRead() const;
     void beginStep();

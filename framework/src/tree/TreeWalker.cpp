@@ -29,12 +29,19 @@ TreeReport TreeWalker::walk(const std::vector<std::string>& roots)
         } else {
             work_.pump();
         }
-        work_.tellProgress(steps_.empty());
+        static_cast<void>(tellProgress());
     }
     while (!work_.isIdle()) {
         work_.pump();
     }
     return work_.report();
+}
+
+/// Whether to go on.
+bool TreeWalker::tellProgress()
+{
+    work_.tellProgress(steps_.empty());
+    return !work_.isOver();
 }
 
 /// Those whose turn comes first begin first. What is far down waits, however wide a tree is.
@@ -74,11 +81,12 @@ void TreeWalker::beginRoot(Step& root)
 
 void TreeWalker::beginDirectory(Step& directory)
 {
-    DirectoryReader::read(work_.queue(), directory.entry.path,
-                          [this, &directory](DirectoryContents& contents) {
-                              directory.contents = std::move(contents);
-                              end(directory);
-                          });
+    DirectoryReader::read(
+        work_.queue(), directory.entry.path, [this] { return tellProgress(); },
+        [this, &directory](DirectoryContents& contents) {
+            directory.contents = std::move(contents);
+            end(directory);
+        });
 }
 
 /// It is begun once more where there was no room for it.

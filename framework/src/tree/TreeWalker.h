@@ -30,6 +30,7 @@ private:
         DirectoryContents contents;
     };
 
+    bool tellProgress();
     void readAhead();
     void begin(Step& step);
     void beginRoot(Step& root);

@@ -45,6 +45,65 @@ protected:
     const LocalFileSystem system_;
 };
 
+TEST_F(LocalQueue, FailsForAListingOfMoreEntriesThanTheLimit)
+{
+    directory_.write("tree/sub/b", "b");
+    LocalFileSystem system;
+    for (const std::size_t limit : {2U, 1U}) {
+        system.setListingLimit(limit);
+        const auto queue = system.createQueue();
+        Failure last;
+        std::size_t count = 0;
+        queue->list(
+            path("tree/sub"),
+            [&count](std::vector<FileSystem::StorageSystemEntry>& entries) {
+                count += entries.size();
+                return true;
+            },
+            [&last](const Failure& failure) { last = failure; });
+        queue->finish();
+        EXPECT_EQ(count, limit);
+        EXPECT_EQ(static_cast<bool>(last), limit == 1);
+        EXPECT_TRUE(!last || last.code() == FailureCode::TooMany);
+    }
+}
+
+/// So that a large one can be stopped.
+TEST_F(LocalQueue, TellsProgressWhileADirectoryIsRead)
+{
+    class Counting : public FileSystem::TreeObserver
+    {
+    public:
+        bool wants(const TreeEntry& entry) override
+        {
+            first_ = entry.below.empty() ? calls_ : first_;
+            last_ = calls_;
+            return true;
+        }
+
+        bool progress(const FileSystem::TreeProgress& /*progress*/) override
+        {
+            ++calls_;
+            return true;
+        }
+
+        /// From when the root was told until its entries were.
+        int callsWhileRead() const { return last_ - first_; }
+
+    private:
+        int calls_ = 0;
+        int first_ = 0;
+        int last_ = 0;
+    };
+
+    for (int number = 0; number < 3'000; ++number) {
+        directory_.write("tree/sub/file" + std::to_string(number), "");
+    }
+    Counting counting;
+    EXPECT_TRUE(walkTree(system_, {path("tree/sub")}, counting).isComplete());
+    EXPECT_GE(counting.callsWhileRead(), 4);
+}
+
 TEST_F(LocalQueue, FollowsLinksOnTheWayUnlessItIsConfined)
 {
     replaceByLink();
