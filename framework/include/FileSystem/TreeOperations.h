@@ -232,7 +232,8 @@ struct TreeCopyPath
 /// its permissions, and not its owner.
 ///
 /// Failures: each entry's own. A directory that cannot be made takes all below it along, and is
-/// told once; one that is found to be no directory any more once it was copied fails with Changed.
+/// told once; one that is found to be no directory any more once it was copied, on either side,
+/// fails with Changed, and nothing is set of what has taken its place at the target.
 /// A pipe, a socket or a device fails with NotCopyable. What was to be preserved and is not fails
 /// with NotKept, and the file stays. A lost connection ends the copy, and is told once.
 ///

@@ -913,8 +913,12 @@ void TreeCopier::leave(const DirectoryPtr& directory)
         }
     }
     directory->beginning = work_.begin();
-    if (work_.isDryRun() || directory->isLookedAt) {
+    if (work_.isDryRun()) {
         finish(directory);
+        return;
+    }
+    if (directory->isLookedAt) {
+        lookAtTarget(directory);
         return;
     }
     context_->source.lookUp(
@@ -931,8 +935,29 @@ void TreeCopier::leave(const DirectoryPtr& directory)
                 work_.lose(directory->entry,
                            newFailure("copy", directory->entry.path, FailureCode::Changed));
             }
-            finish(directory);
+            lookAtTarget(directory);
         });
+}
+
+/// What went through a link that has taken its place is elsewhere, and what the directory was to be
+/// given is not for what that leads to.
+void TreeCopier::lookAtTarget(const DirectoryPtr& directory)
+{
+    const auto& target = directory->entry.target;
+    context_->target.lookUp(target, [this, directory](const Failure& failure, const auto& now) {
+        if (leavesLater(directory, failure)) {
+            return;
+        }
+        const bool isChanged = !failure && now.type && !isDirectory(now);
+        if (!failure && !isChanged) {
+            finish(directory);
+            return;
+        }
+        noteFailure(directory->parent);
+        const auto why =
+            isChanged ? newFailure("copy", directory->entry.target, FailureCode::Changed) : failure;
+        finished(directory, {why});
+    });
 }
 
 /// Whether there is no room for what is left to be done with it.

@@ -102,6 +102,7 @@ private:
     void beginAgain(const Waiting& waiting);
     void leave(const DirectoryPtr& directory);
     bool leavesLater(const DirectoryPtr& directory, const Failure& why);
+    void lookAtTarget(const DirectoryPtr& directory);
     void finish(const DirectoryPtr& directory);
     void finished(const DirectoryPtr& directory, const std::vector<Failure>& losses);
     static void noteFailure(const DirectoryPtr& parent);

@@ -19,7 +19,9 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <sys/stat.h>
@@ -325,7 +327,7 @@ std::string nameOfWay(const testing::TestParamInfo<Way>& way)
 
 INSTANTIATE_TEST_SUITE_P(Ways, TreeTroubleTest, testing::Values(Way::Up, Way::Down), nameOfWay);
 
-/// A server that refuses, in the middle of many.
+/// Copies that remove what the source has not, while somebody else is at work on the server.
 class MirrorTest : public OpenSshSftpTest
 {};
 
@@ -376,6 +378,61 @@ TEST_F(MirrorTest, RemovesNothingForADirectoryThatALinkToAnEmptyOneHasReplaced)
     EXPECT_EQ(readFile(path("to/kept")), "kept");
 }
 
+// What goes through the link then is for the server to see to.
+TEST_F(MirrorTest, GivesWhatALinkLeadsToNothingThatWasForTheDirectoryItHasReplaced)
+{
+    class Swapping final : public TreeObserver
+    {
+    public:
+        explicit Swapping(std::string root)
+            : root_(std::move(root))
+        {}
+
+        void done(const TreeEntry& entry) override
+        {
+            if (entry.below == "sub/a") {
+                std::filesystem::rename(root_ + "/sub", root_ + "/moved");
+                std::filesystem::create_directory_symlink(root_ + "/../outside", root_ + "/sub");
+            }
+        }
+
+        bool failed(const TreeEntry& entry, const Failure& failure) override
+        {
+            failures.emplace_back(entry.below, failure.code());
+            return true;
+        }
+
+        std::vector<std::pair<std::string, std::error_code>> failures;
+
+    private:
+        std::string root_;
+    } observer(path("to"));
+
+    for (const char* const name : {"outside", "from/sub", "to"}) {
+        std::filesystem::create_directories(path(name));
+    }
+    std::filesystem::permissions(path("outside"), std::filesystem::perms(0700));
+    std::filesystem::permissions(path("from/sub"), std::filesystem::perms(0755));
+    directory().write("from/sub/a", "a");
+    directory().write("to/kept", "kept");
+    const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::hours(48);
+    std::filesystem::last_write_time(path("from/sub"), old);
+    const auto timeBefore = std::filesystem::last_write_time(path("outside"));
+    FileSystem::TreeCopyOptions options;
+    options.preservesPermissions = options.preservesTimes = options.removesOthers = true;
+    const LocalFileSystem local;
+    const auto report = copyTree(local, files(), {{path("from"), path("to")}}, observer, options);
+    EXPECT_FALSE(report.isComplete());
+    EXPECT_EQ(observer.failures, (std::vector<std::pair<std::string, std::error_code>>{
+                                     {"sub", make_error_code(FailureCode::Changed)}}));
+    EXPECT_EQ(std::filesystem::status(path("outside")).permissions(), std::filesystem::perms(0700));
+    EXPECT_EQ(std::filesystem::last_write_time(path("outside")), timeBefore);
+    // Nothing is removed above it either.
+    EXPECT_EQ(report.removed, 0U);
+    EXPECT_EQ(readFile(path("to/kept")), "kept");
+}
+
+/// A server that refuses, in the middle of many.
 class TreeRefusalTest : public ScriptedSftpTest
 {
 protected:
