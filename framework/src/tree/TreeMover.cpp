@@ -42,6 +42,14 @@ public:
         : mover_(mover)
     {}
 
+    bool wants(const TreeEntry& entry) override
+    {
+        if (isDirectory(entry.attributes)) {
+            mover_.directories_.insert(entry.below);
+        }
+        return true;
+    }
+
     void done(const TreeEntry& entry) override
     {
         mover_.copied_.emplace(entry.below, entry.attributes);
@@ -142,8 +150,10 @@ public:
 
     bool wants(const TreeEntry& entry) override
     {
-        return entry.below.empty() || isDirectory(entry.attributes) ||
-               mover_.copied_.count(entry.below) != 0;
+        // A directory may have been made and not filled.
+        const bool isOfTheCopy =
+            isDirectory(entry.attributes) && mover_.directories_.count(entry.below) != 0;
+        return entry.below.empty() || isOfTheCopy || mover_.copied_.count(entry.below) != 0;
     }
 
 private:

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace FileSystem {
 
@@ -69,6 +70,8 @@ private:
     TreeProgress progress_; ///< Of the copy.
     /// What was copied, by its path below the root; nothing else is to be removed.
     std::unordered_map<std::string, StorageSystemAttributes> copied_;
+    /// Those of the original, which the copy may have made; by their paths below the root.
+    std::unordered_set<std::string> directories_;
     bool isRootMade_ = false; ///< Something of the copy may stand at the new path.
 };
 

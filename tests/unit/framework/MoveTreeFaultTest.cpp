@@ -318,6 +318,25 @@ TEST_F(MoveTreeFaultTest, WhatHasComeIntoACopyThatIsGivenUpStays)
     EXPECT_THAT(report.left, HasSubstr("/to/t"));
 }
 
+TEST_F(MoveTreeFaultTest, AnEmptyDirectoryThatHasComeIntoACopyThatIsGivenUpStays)
+{
+    start(What::Tree);
+    system_->setFaultFunction([&](const MemoryOperation& operation) {
+        if (operation.kind == Kind::Rename && operation.path == "/from/t" && !usual(operation)) {
+            EXPECT_TRUE(others_->directoryCreateAs("/to/t/d/new", true));
+            return std::make_optional(MemoryFault::failure(FailureCode::Denied));
+        }
+        return usual(operation);
+    });
+    Told told;
+    const auto report = move(told);
+    EXPECT_EQ(report.outcome, TreeMoveOutcome::Failed);
+    EXPECT_EQ(treeAt(*others_, "/from/t"), original_);
+    EXPECT_EQ(treeAt(*others_, "/to/t"),
+              (Contents{{"", "directory"}, {"/d", "directory"}, {"/d/new", "directory"}}));
+    EXPECT_THAT(report.left, HasSubstr("/to/t"));
+}
+
 TEST_F(MoveTreeFaultTest, AStopThatComesWhenAllIsRemovedIsTooLate)
 {
     class Stopping : public Told
