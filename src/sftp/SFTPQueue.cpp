@@ -92,6 +92,12 @@ SFTPQueue::~SFTPQueue()
     }
 }
 
+void SFTPQueue::noteServer(ssh_session session)
+{
+    server_ = sftpServerKindOf(session);
+    libsshSendsTargetFirst_ = ssh_get_openssh_version(session) != 0;
+}
+
 bool SFTPQueue::open()
 {
     if (!takeSpare() && !(connect() && awaitServer())) {
@@ -138,7 +144,7 @@ bool SFTPQueue::takeSpare()
     if (connection->isOver()) {
         return false;
     }
-    server_ = sftpServerKindOf(ssh_channel_get_session(connection->channel().getResource()));
+    noteServer(ssh_channel_get_session(connection->channel().getResource()));
     lock.reset();
     if (rested > SSHCallLimits::trust() && !isAnswering(*connection)) {
         return false;
@@ -192,7 +198,7 @@ bool SFTPQueue::connect()
     if (session == nullptr || session->getResource() == nullptr) {
         return failForLostSftp({});
     }
-    server_ = sftpServerKindOf(session->getResource());
+    noteServer(session->getResource());
     auto connection = SFTPConnection::create(*session, wakeUp_, true);
     if (connection == nullptr) {
         return noteTransportFailure(*session, FailureCode::NoResources);

@@ -100,6 +100,7 @@ private:
     using Handler = SFTPConnection::Handler;
     using Write = std::function<void(SFTPPacketWriter&, std::uint32_t)>;
     using Lane = std::shared_ptr<SFTPLane>;
+    using LinkOrder = SSHHandleSFTPSession::LinkPathOrder;
 
     /// A request that any lane may take.
     struct Request
@@ -119,6 +120,7 @@ private:
     };
 
     bool open();
+    void noteServer(ssh_session session);
     bool connect();
     bool awaitServer();
     void joinUsers();
@@ -201,6 +203,10 @@ private:
                       std::function<void(const SFTPFileAttributes&)> then);
     void unlessFollowed(const std::shared_ptr<Call<>>& call, const std::string& path,
                         std::function<void()> then);
+    bool knowsLinkOrder(const std::string& path) const;
+    void sendLink(const std::shared_ptr<Call<>>& call, const std::string& target);
+    void readLinkBack(const std::shared_ptr<Call<>>& call, const std::string& target);
+    void undoLink(const std::shared_ptr<Call<>>& call);
     void sendAttributes(const std::shared_ptr<Call<>>& call, const SFTPFileAttributes& sent,
                         const Attributes& wanted);
     void sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode, Permissions permissions,
@@ -252,6 +258,7 @@ private:
     /// One at least, which may be over.
     std::vector<Lane> lanes_;
     SFTPServerKind server_ = SFTPServerKind::Other;
+    bool libsshSendsTargetFirst_ = false; ///< Of the two paths of a new link, to this server.
     bool isKnownToRefuse_ = false;
     bool tellsLinks_ = false; ///< Has described a link as such when it was asked for one.
     bool listsLinks_ = false; ///< The same in a listing.

@@ -397,12 +397,88 @@ void SFTPQueue::do_makeLink(const std::string& target, const std::string& path, 
     if (!isNamed(call)) {
         return;
     }
-    whereNothingStands(call, path, false, [call, target] {
+    whereNothingStands(call, path, knowsLinkOrder(path), [this, call, target] {
+        if (knowsLinkOrder(call->path())) {
+            sendLink(call, target);
+            return;
+        }
         // Servers differ in the order of the request's two paths; the file system finds out which
-        // one this server has.
+        // one this server has, by the first link that it makes.
         call->endBySystem([&](const FileSystem::FileSystem2& system) {
             return system.fileSymbolicLinkCreateAs(target, call->path(), true);
         });
+    });
+}
+
+/// Whether a link can be asked for without more ado: the server has shown in which order it takes
+/// the two paths, and refuses where something stands.
+bool SFTPQueue::knowsLinkOrder(const std::string& path) const
+{
+    return isKnownToRefuse_ && path.back() != '/' && !sftp_->hasLeftLinks() &&
+           sftp_->getLinkPathOrder() != LinkOrder::Unknown;
+}
+
+void SFTPQueue::sendLink(const std::shared_ptr<Call<>>& call, const std::string& target)
+{
+    const bool isAsLibsshSends = sftp_->getLinkPathOrder() == LinkOrder::AsLibsshSends;
+    const bool isTargetFirst = isAsLibsshSends == libsshSendsTargetFirst_;
+    ask(
+        [call, target, isTargetFirst](SFTPPacketWriter& writer, std::uint32_t id) {
+            writer.symlink(id, isTargetFirst ? target : call->path(),
+                           isTargetFirst ? call->path() : target);
+        },
+        [this, call, target](const Answer& answer) {
+            if (Call<>::isOk(answer)) {
+                readLinkBack(call, target);
+                return;
+            }
+            explain(call, answer, call->path(), [](std::optional<std::uint32_t> kind) {
+                return reasonIf(kind.has_value(), FailureCode::Exists);
+            });
+        });
+}
+
+void SFTPQueue::readLinkBack(const std::shared_ptr<Call<>>& call, const std::string& target)
+{
+    ask([call](SFTPPacketWriter& writer, std::uint32_t id) { writer.readlink(id, call->path()); },
+        [this, call, target](const Answer& answer) {
+            if (answer.isLost) {
+                call->failFor(answer);
+            } else if (linkTextIn(answer) == target) {
+                call->succeed();
+            } else {
+                undoLink(call);
+            }
+        });
+}
+
+/// Fails for a link that is not what was asked for, and removes it. It is ours: nothing stood there
+/// before.
+void SFTPQueue::undoLink(const std::shared_ptr<Call<>>& call)
+{
+    const auto giveUp = [call] {
+        call->failAs(FailureCode::Protocol, "the server made another link than it was asked for",
+                     call->path());
+    };
+    const auto isLeft = [this, giveUp](std::optional<std::uint32_t> kind) {
+        if (kind == linkKind) {
+            sftp_->markLeftLinks();
+        }
+        giveUp();
+    };
+    askKind(call->path(), [this, call, giveUp, isLeft](std::optional<std::uint32_t> kind) {
+        if (kind != linkKind) {
+            giveUp();
+            return;
+        }
+        ask([call](SFTPPacketWriter& writer, std::uint32_t id) { writer.remove(id, call->path()); },
+            [this, call, giveUp, isLeft](const Answer& answer) {
+                if (Call<>::isOk(answer)) {
+                    giveUp();
+                } else {
+                    askKind(call->path(), isLeft);
+                }
+            });
     });
 }
 

@@ -1,14 +1,18 @@
 // Symbolic links on servers that disagree about the order of the two paths.
 
-#include "integration/sftp/SftpTest.h"
+#include "integration/sftp/QueueTest.h"
 
 #include <filesystem>
+#include <set>
+#include <vector>
 
 namespace TarnisTest {
 
 namespace {
 
 namespace fs = std::filesystem;
+using FileSystem::Failure;
+using FileSystem::FailureCode;
 
 bool stands(const std::string& path)
 {
@@ -181,6 +185,155 @@ TEST_F(ScriptedSftpLinkTest, ThatIsRefusedIsNotTriedTheOtherWayRoundOnOpenSsh)
     start(script);
     EXPECT_FALSE(files().fileSymbolicLinkCreateAs(path("target"), path("link"), false));
     EXPECT_EQ(server().sftp().requestCount(SftpPacket::Symlink), 1U);
+}
+
+/// A server that OpenSSH's own cannot be told from, whatever it does with links.
+class QueueLinkTest : public ScriptedSftpTest
+{
+protected:
+    static SftpScript likeOpenSsh()
+    {
+        SftpScript script;
+        script.extensions = {{"posix-rename@openssh.com", "1"},
+                             {"statvfs@openssh.com", "2"},
+                             {"hardlink@openssh.com", "1"},
+                             {"fsync@openssh.com", "1"},
+                             {"lsetstat@openssh.com", "1"}};
+        return script;
+    }
+
+    /// Makes links to "target 0", "target 1" and so on, all at once.
+    std::vector<Failure> makeLinks(int count, const std::string& name = "link")
+    {
+        std::vector<Failure> failures;
+        const auto queue = files().createQueue();
+        for (int number = 0; number < count; ++number) {
+            queue->makeLink("target " + std::to_string(number), path(name + std::to_string(number)),
+                            [&failures](const Failure& why) { failures.push_back(why); });
+        }
+        EXPECT_TRUE(finishInTime(*queue));
+        return failures;
+    }
+
+    static std::set<std::error_code> codesOf(const std::vector<Failure>& failures)
+    {
+        std::set<std::error_code> codes;
+        for (const Failure& failure : failures) {
+            codes.insert(failure.code());
+        }
+        return codes;
+    }
+
+    static std::set<std::error_code> only(std::error_code code) { return {code}; }
+
+    /// Has made one link, so that the order of the two paths is known.
+    void startWithOneLink()
+    {
+        start(likeOpenSsh());
+        EXPECT_EQ(codesOf(makeLinks(1, "first")), only({}));
+    }
+
+    std::size_t requests(SftpPacket request) { return server().sftp().requestCount(request); }
+};
+
+TEST_F(QueueLinkTest, InEitherOrderManyAreMadeInFlight)
+{
+    for (const auto order : {SftpSymlinkOrder::TargetFirst, SftpSymlinkOrder::LinkFirst}) {
+        SftpScript script = likeOpenSsh();
+        script.symlinkOrder = order;
+        start(script);
+        EXPECT_EQ(codesOf(makeLinks(100)), only({}));
+        for (int number = 0; number < 100; ++number) {
+            const std::string suffix = std::to_string(number);
+            EXPECT_EQ(textOf(path("link" + suffix)), "target " + suffix);
+            EXPECT_FALSE(stands(path("target " + suffix)));
+        }
+        // Nobody waits for an answer before the last question is asked.
+        script.rules = {{nth(SftpPacket::Symlink, 1), SftpActions::stopAnswering()}};
+        server().sftp().setScript(script);
+        const std::size_t before = requests(SftpPacket::Symlink);
+        const auto queue = files().createQueue();
+        int made = 0;
+        for (int number = 0; number < 20; ++number) {
+            queue->makeLink("x", path("more" + std::to_string(number)),
+                            [&made](const Failure& why) { made += why ? 0 : 1; });
+        }
+        EXPECT_TRUE(waitUntil([&] {
+            queue->pump(std::chrono::milliseconds(10));
+            return requests(SftpPacket::Symlink) == before + 20;
+        }));
+        EXPECT_EQ(made, 0);
+        script.rules.clear();
+        server().sftp().setScript(script);
+        EXPECT_TRUE(finishInTime(*queue));
+        EXPECT_EQ(made, 20);
+    }
+}
+
+TEST_F(QueueLinkTest, WhatStandsThereStays)
+{
+    startWithOneLink();
+    put("link0", "kept");
+    fs::create_symlink("kept", path("link1"));
+    fs::create_directory(path("link2"));
+    EXPECT_EQ(codesOf(makeLinks(3)), only(FailureCode::Exists));
+    EXPECT_EQ(readFile(path("link0")), "kept");
+    EXPECT_EQ(textOf(path("link1")), "kept");
+    EXPECT_TRUE(fs::is_directory(path("link2")));
+}
+
+TEST_F(QueueLinkTest, WhereThereIsNoDirectoryIsNotFound)
+{
+    startWithOneLink();
+    EXPECT_EQ(codesOf(makeLinks(2, "none/link")), only(FailureCode::NotFound));
+}
+
+TEST_F(QueueLinkTest, OneThatReadsBackAsAnotherIsRemoved)
+{
+    startWithOneLink();
+    SftpScript script = likeOpenSsh();
+    script.linkTarget = "elsewhere";
+    server().sftp().setScript(script);
+    EXPECT_EQ(codesOf(makeLinks(3)), only(FailureCode::Protocol));
+    EXPECT_TRUE(stands(path("first0")));
+    for (const char* const name : {"link0", "link1", "link2"}) {
+        EXPECT_FALSE(stands(path(name)));
+    }
+}
+
+TEST_F(QueueLinkTest, OneThatDoesNotAppearIsAFailureAndNothingIsRemoved)
+{
+    startWithOneLink();
+    SftpScript script = likeOpenSsh();
+    script.rules = {{every(SftpPacket::Symlink), SftpActions::refuse(SftpStatus::Ok)}};
+    server().sftp().setScript(script);
+    const std::size_t removals = requests(SftpPacket::Remove);
+    EXPECT_EQ(codesOf(makeLinks(3)), only(FailureCode::Protocol));
+    EXPECT_EQ(requests(SftpPacket::Remove), removals);
+}
+
+TEST_F(QueueLinkTest, AfterOneThatCannotBeTakenBackNoMoreAreMade)
+{
+    startWithOneLink();
+    SftpScript script = likeOpenSsh();
+    script.linkTarget = "elsewhere";
+    script.rules = {{every(SftpPacket::Remove), SftpActions::refuse(SftpStatus::PermissionDenied)}};
+    server().sftp().setScript(script);
+    EXPECT_EQ(codesOf(makeLinks(1)), only(FailureCode::Protocol));
+    EXPECT_EQ(codesOf(makeLinks(1, "next")), only(FailureCode::Unsupported));
+    EXPECT_FALSE(stands(path("next0")));
+}
+
+TEST_F(QueueLinkTest, AConnectionThatIsLostIsToldAsThat)
+{
+    startWithOneLink();
+    for (const SftpPacket request : {SftpPacket::Symlink, SftpPacket::Readlink}) {
+        SftpScript script = likeOpenSsh();
+        script.rules = {{every(request), SftpActions::exit()}};
+        server().sftp().setScript(script);
+        EXPECT_EQ(codesOf(makeLinks(3, "link " + std::to_string(static_cast<int>(request)))),
+                  only(FailureCode::ConnectionLost));
+    }
 }
 
 } // namespace

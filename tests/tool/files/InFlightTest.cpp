@@ -132,6 +132,19 @@ TEST_F(InFlightTest, FilesAndTreesAreCopiedInFewRoundTrips)
     EXPECT_EQ(namesIn(there().file("again")).size(), kMany);
 }
 
+TEST_F(InFlightTest, LinksAreMadeInFewRoundTrips)
+{
+    const std::string tree = here().makeDirectory("t");
+    for (std::size_t number = 0; number < kMany; ++number) {
+        const std::string name = std::to_string(number);
+        std::filesystem::create_symlink("to " + name, here().file("t/" + name));
+    }
+    // Four questions for each: to make it, for what it says, for what stands there, and its name.
+    expectQuiet(runsInFewRoundTrips("put", {"-r", tree, far("up")}, 4 * kMany));
+    EXPECT_EQ(namesIn(there().file("up")).size(), kMany);
+    EXPECT_EQ(std::filesystem::read_symlink(there().file("up/77")), "to 77");
+}
+
 TEST_F(InFlightTest, ATerminalShowsHowManyFilesAreCopied)
 {
     makeFiles("t");
