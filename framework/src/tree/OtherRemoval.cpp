@@ -2,7 +2,6 @@
 
 #include "path/PathText.h"
 #include "tree/CopyClaims.h"
-#include "tree/TreeRemover.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,32 +9,28 @@
 namespace FileSystem {
 
 OtherRemoval::OtherRemoval(TreeWork& work, std::shared_ptr<StorageSystemQueue> queue,
-                           const std::string& root, const TreeEntry& directory,
-                           const std::set<std::string>& kept)
+                           const TreeEntry& directory, const std::set<std::string>& kept)
     : work_(work)
     , queue_(std::move(queue))
-    , root_(root)
     , directory_(directory)
     , kept_(kept)
 {}
 
 OtherRemoval::~OtherRemoval() = default;
 
-std::vector<std::string> OtherRemoval::remove(const std::vector<std::string>& names,
-                                              const TreeOptions& options)
+void OtherRemoval::start(const std::vector<std::string>& names, const TreeOptions& options,
+                         TreeWork::Beginning beginning)
 {
     std::vector<std::string> paths;
     paths.reserve(names.size());
     for (const std::string& name : names) {
         paths.push_back(PathText::childId(directory_.target, {name}));
     }
-    TreeRemover remover(queue_, *this, options);
-    remover.confine(root_);
     again_.clear();
-    beginning_ = work_.begin();
-    static_cast<void>(remover.remove(paths));
-    work_.end();
-    return {again_.begin(), again_.end()};
+    beginning_ = beginning;
+    remover_ = std::make_unique<TreeRemover>(queue_, *this, options);
+    remover_->beConfined();
+    remover_->start(paths);
 }
 
 bool OtherRemoval::wants(const TreeEntry& entry)
@@ -73,7 +68,6 @@ bool OtherRemoval::failed(const TreeEntry& entry, const Failure& failure)
 
 bool OtherRemoval::progress(const TreeProgress& /*progress*/)
 {
-    work_.tellProgress(false);
     return !work_.isOver();
 }
 

@@ -129,7 +129,6 @@ struct TreeCopier::Directory
     bool isLetGo = false;            ///< It was kept open, and is to be left now.
     bool isLookedAt = false;         ///< Once more, when all in it was copied.
     bool hasFailures = false;        ///< Something in it, or below, was not copied.
-    std::string rootTarget;
 };
 
 TreeCopier::TreeCopier(const StorageSystem& source, const StorageSystem& target,
@@ -196,6 +195,7 @@ TreeReport TreeCopier::copy(const std::vector<TreeCopyPath>& paths)
 void TreeCopier::run()
 {
     while (!work_.isIdle() || (!work_.isOver() && (hasStep() || !keptOpen_.empty()))) {
+        stepRemovals();
         leaveKeptOpen();
         beginSteps();
         beginReads();
@@ -448,7 +448,6 @@ void TreeCopier::enter(TreeEntry&& entry, const DirectoryPtr& parent, bool isSha
     directory.number = entered_++;
     directory.parent = parent;
     directory.isShared = isShared;
-    directory.rootTarget = parent != nullptr ? parent->rootTarget : directory.entry.target;
 }
 
 /// Made and read at the same time.
@@ -676,24 +675,66 @@ void TreeCopier::keepSourcesWithin(const std::string& target)
     }
 }
 
-/// Before the directory gets its time and its permissions. What is in flight waits meanwhile.
-void TreeCopier::removeOthers(Directory& directory)
+/// Before the directory gets its time and its permissions.
+void TreeCopier::beginOthers(const DirectoryPtr& directory)
 {
-    // Each queue costs round trips.
-    if (removals_ == nullptr) {
-        removals_ = target_.createQueue();
+    directory->beginning = work_.begin();
+    context_->source.lookUp(
+        directory->entry.path, [this, directory](const Failure& failure, const auto& now) {
+            if (leavesLater(directory, failure)) {
+                return;
+            }
+            // Another one may stand in its place, through a link, that has nothing.
+            const auto isThere = [&] {
+                return now.type ? isDirectory(now)
+                                : source_.directoryExists(directory->entry.path, false);
+            };
+            if (!failure && isThere()) {
+                removeOthers(directory);
+            } else {
+                directory->others.clear();
+                work_.end();
+                toLeave_.push_back(directory);
+            }
+        });
+}
+
+/// The whole of it is one step of the copy.
+void TreeCopier::removeOthers(const DirectoryPtr& directory)
+{
+    if (directory->removal == nullptr) {
+        directory->removal =
+            std::make_shared<OtherRemoval>(work_, work_.sharedQueue(context_->copiesItself ? 0 : 1),
+                                           directory->entry, keptSources_);
     }
-    if (directory.removal == nullptr) {
-        directory.removal = std::make_shared<OtherRemoval>(work_, removals_, directory.rootTarget,
-                                                           directory.entry, keptSources_);
+    directory->removal->start(directory->others, options_, directory->beginning);
+    removing_.push_back(directory);
+}
+
+/// All removals together have as much in flight as one might have.
+void TreeCopier::stepRemovals()
+{
+    const std::size_t most =
+        options_.inFlight != 0 ? options_.inFlight : context_->target.capacity();
+    std::size_t inFlight = 0;
+    for (const auto& directory : removing_) {
+        inFlight += directory->removal->inFlight();
     }
-    try {
-        directory.others = directory.removal->remove(directory.others, options_);
-    } catch (...) {
-        // What it has in flight has nobody to go to any more.
-        removals_ = nullptr;
-        throw;
+    for (const auto& directory : removing_) {
+        auto& removal = *directory->removal;
+        inFlight -= removal.inFlight();
+        removal.step(most - std::min(most, inFlight));
+        inFlight += removal.inFlight();
     }
+    const auto firstDone =
+        std::stable_partition(removing_.begin(), removing_.end(),
+                              [](const auto& directory) { return !directory->removal->isDone(); });
+    for (auto done = firstDone; done != removing_.end(); ++done) {
+        (*done)->others = (*done)->removal->namesLeft();
+        work_.end();
+        toLeave_.push_back(*done);
+    }
+    removing_.erase(firstDone, removing_.end());
 }
 
 /// Whether something else of this copy goes to a path beside a file's target.
@@ -903,14 +944,9 @@ void TreeCopier::leave(const DirectoryPtr& directory)
         claims_.keepOpen(target);
         return;
     }
-    // Another one may stand in its place, through a link, that has nothing.
-    if (!directory->others.empty() && !directory->hasFailures &&
-        source_.directoryExists(directory->entry.path, false)) {
-        removeOthers(*directory);
-        if (!directory->others.empty()) {
-            toLeave_.push_back(directory);
-            return;
-        }
+    if (!directory->others.empty() && !directory->hasFailures) {
+        beginOthers(directory);
+        return;
     }
     directory->beginning = work_.begin();
     if (work_.isDryRun()) {

@@ -108,7 +108,9 @@ private:
     static void noteFailure(const DirectoryPtr& parent);
     void finishEntry(const DirectoryPtr& parent);
     void chooseOthers(Directory& directory);
-    void removeOthers(Directory& directory);
+    void beginOthers(const DirectoryPtr& directory);
+    void removeOthers(const DirectoryPtr& directory);
+    void stepRemovals();
     bool mayRemoveOthers(const Directory& directory) const;
     void noteSources(const std::vector<TreeCopyPath>& paths);
     void keepSourcesWithin(const std::string& target);
@@ -122,7 +124,6 @@ private:
     TreeCopyOptions options_;
     /// Counts the buffers of what is in flight, so it comes before the queues.
     std::unique_ptr<CopyContext> context_;
-    std::shared_ptr<StorageSystemQueue> removals_; ///< Of the target, once something is removed.
     FlightLimit limit_;
     TreeWork work_;
     bool areRootsNew_ = false;
@@ -139,6 +140,7 @@ private:
     std::vector<DirectoryPtr> toEnter_;
     std::vector<DirectoryPtr> toFill_; ///< With entries that are still to be copied.
     std::vector<DirectoryPtr> toLeave_;
+    std::vector<DirectoryPtr> removing_; ///< Those that what the source has not is removed from.
     std::vector<DirectoryPtr> keptOpen_; ///< To be left when no other source is to go below them.
     std::vector<Waiting> waiting_;
     /// Those whose files are being copied, in the order in which they were begun.

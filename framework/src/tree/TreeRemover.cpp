@@ -5,6 +5,7 @@
 #include "tree/TreeLimits.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace FileSystem {
@@ -53,23 +54,11 @@ TreeRemover::TreeRemover(std::shared_ptr<StorageSystemQueue> queue, TreeObserver
     : work_(std::move(queue), observer, options)
 {}
 
-void TreeRemover::confine(const std::string& directory)
-{
-    isConfined_ = true;
-    work_.queue().confine(directory);
-}
-
 TreeReport TreeRemover::remove(const std::vector<std::string>& roots)
 {
-    for (auto root = roots.rbegin(); root != roots.rend(); ++root) {
-        // With a slash behind it a link would be taken for the directory that it leads to.
-        roots_.push_back({PathText::removeTrailingSlash(*root), {}, {}});
-    }
-    work_.found(roots.size());
-    while (!work_.isIdle() || (!work_.isOver() && hasStep())) {
-        while (work_.mayBegin() && hasStep()) {
-            beginStep();
-        }
+    start(roots);
+    while (!isDone()) {
+        beginSteps(std::numeric_limits<std::size_t>::max());
         if (!work_.isIdle()) {
             work_.pump();
         }
@@ -83,6 +72,28 @@ bool TreeRemover::tellProgress()
 {
     work_.tellProgress(isAllRead());
     return !work_.isOver();
+}
+
+void TreeRemover::start(const std::vector<std::string>& roots)
+{
+    for (auto root = roots.rbegin(); root != roots.rend(); ++root) {
+        // With a slash behind it a link would be taken for the directory that it leads to.
+        roots_.push_back({PathText::removeTrailingSlash(*root), {}, {}});
+    }
+    work_.found(roots.size());
+}
+
+void TreeRemover::step(std::size_t most)
+{
+    static_cast<void>(tellProgress());
+    beginSteps(most);
+}
+
+void TreeRemover::beginSteps(std::size_t most)
+{
+    while (work_.inFlight() < most && work_.mayBegin() && hasStep()) {
+        beginStep();
+    }
 }
 
 bool TreeRemover::hasStep() const

@@ -16,18 +16,31 @@ class TreeRemover
 public:
     TreeRemover(const StorageSystem& system, TreeObserver& observer, const TreeOptions& options);
 
-    /// \param queue with nothing in flight, that others use before and after.
+    /// \param queue that others use too.
     TreeRemover(std::shared_ptr<StorageSystemQueue> queue, TreeObserver& observer,
                 const TreeOptions& options);
 
-    /// Nothing below this directory is reached through a link; of the trees otherwise.
-    void confine(const std::string& directory);
+    /// What is named is in a directory that the queue was confined to; otherwise it is confined to
+    /// each tree.
+    void beConfined() noexcept { isConfined_ = true; }
 
     /// Each file and link is looked at, and the observer asked, once more before it is removed: a
     /// list may be old by then.
     void lookAgainAtFiles() noexcept { looksAgain_ = true; }
 
     TreeReport remove(const std::vector<std::string>& roots);
+
+    // The same for whoever pumps the queue meanwhile, by steps that do not wait.
+
+    void start(const std::vector<std::string>& roots);
+
+    /// Asks the observer whether to go on, and begins as much as there is room for.
+    /// \param most is in flight at most.
+    void step(std::size_t most);
+
+    std::size_t inFlight() const noexcept { return work_.inFlight(); }
+
+    bool isDone() const { return work_.isIdle() && (work_.isOver() || !hasStep()); }
 
 private:
     struct Directory;
@@ -36,6 +49,7 @@ private:
     bool tellProgress();
     bool hasStep() const;
     bool isAllRead() const;
+    void beginSteps(std::size_t most);
     void beginStep();
     void beginRoot(TreeEntry&& root);
     void begin(TreeEntry&& entry, const DirectoryPtr& parent);

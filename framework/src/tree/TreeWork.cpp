@@ -166,6 +166,9 @@ bool TreeWork::removes(const TreeEntry& entry)
 
 void TreeWork::removed(const TreeEntry& entry)
 {
+    if (isMuted_) {
+        return;
+    }
     ++report_.removed;
     const CallbackScope callback;
     observer_.removed(entry);

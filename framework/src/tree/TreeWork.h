@@ -24,11 +24,17 @@ public:
              const TreeOptions& options,
              std::size_t most = std::numeric_limits<std::size_t>::max());
 
-    /// \param queue with nothing in flight, that others use before and after.
+    /// \param queue that others use too. While they do, they pump it.
     TreeWork(std::shared_ptr<StorageSystemQueue> queue, TreeObserver& observer,
              const TreeOptions& options);
 
     StorageSystemQueue& queue(std::size_t system = 0) const noexcept { return *queues_[system]; }
+
+    /// For a part of the work that counts what it has in flight by itself.
+    std::shared_ptr<StorageSystemQueue> sharedQueue(std::size_t system) const
+    {
+        return queues_[system];
+    }
 
     /// Takes another queue into use, after the others.
     void addQueue(const StorageSystem& system, std::size_t most);
@@ -57,6 +63,8 @@ public:
     bool waitsForRoom(const Failure& why, Beginning beginning) noexcept;
 
     bool isIdle() const noexcept { return inFlight_ == 0; }
+
+    std::size_t inFlight() const noexcept { return inFlight_; }
 
     bool wants(const TreeEntry& entry);
 

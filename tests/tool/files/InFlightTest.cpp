@@ -145,6 +145,34 @@ TEST_F(InFlightTest, LinksAreMadeInFewRoundTrips)
     EXPECT_EQ(std::filesystem::read_symlink(there().file("up/77")), "to 77");
 }
 
+TEST_F(InFlightTest, WhatIsSuperfluousInManyDirectoriesIsRemovedInFewRoundTrips)
+{
+    constexpr std::size_t directories = 200;
+    const auto makeDirectories = [](const TemporaryDirectory& parent, bool areEmpty) {
+        parent.makeDirectory("t");
+        for (std::size_t number = 0; number < directories; ++number) {
+            const std::string directory = "t/" + std::to_string(number);
+            parent.makeDirectory(directory);
+            if (!areEmpty) {
+                parent.write(directory + "/superfluous", "");
+            }
+        }
+    };
+    makeDirectories(here(), true);
+    makeDirectories(there(), false);
+    // Besides, each directory is listed and looked at.
+    expectQuiet(runsInFewRoundTrips("put", {"-r", "--delete", here().file("t"), far(".")},
+                                    4 * directories));
+    makeDirectories(here(), false);
+    expectQuiet(
+        runsInFewRoundTrips("get", {"-r", "--delete", far("t"), here().path()}, 4 * directories));
+    for (std::size_t number = 0; number < directories; ++number) {
+        const std::string directory = "t/" + std::to_string(number);
+        EXPECT_THAT(namesIn(there().file(directory)), IsEmpty());
+        EXPECT_THAT(namesIn(here().file(directory)), IsEmpty());
+    }
+}
+
 TEST_F(InFlightTest, ATerminalShowsHowManyFilesAreCopied)
 {
     makeFiles("t");

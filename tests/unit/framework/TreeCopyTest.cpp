@@ -476,7 +476,7 @@ TEST_F(TreeCopying, CanBeStoppedWhileItLooksAtTheSource)
     EXPECT_LE(endless.calls().size(), 5U);
 }
 
-TEST_F(TreeCopying, RemovesWhatTheSourceHasNotOnOneQueue)
+TEST_F(TreeCopying, RemovesWhatTheSourceHasNotOnItsOwnQueue)
 {
     FileSystem::TreeObserver nobody;
     FileSystem::TreeCopyOptions options;
@@ -489,6 +489,58 @@ TEST_F(TreeCopying, RemovesWhatTheSourceHasNotOnOneQueue)
     const auto report = FileSystem::copyTree(source, target, {{"/tree", "/copy"}}, nobody, options);
     EXPECT_TRUE(report.isComplete()) << report.failure.message();
     EXPECT_EQ(report.removed, 12U);
-    EXPECT_EQ(target.queues(), 2U);
+    EXPECT_EQ(target.queues(), 1U);
     EXPECT_FALSE(target.has("/copy/a/others"));
+}
+
+TEST_F(TreeCopying, TellsNothingAfterAnExceptionAmongWhatIsRemoved)
+{
+    /// Throws at a certain call, and counts those after it.
+    class Throwing final : public FileSystem::TreeObserver
+    {
+    public:
+        explicit Throwing(int left)
+            : left_(left)
+        {}
+
+        bool removes(const FileSystem::TreeEntry& /*entry*/) override { return isReached(); }
+
+        void removed(const FileSystem::TreeEntry& /*entry*/) override
+        {
+            static_cast<void>(isReached());
+        }
+
+        int later = 0;
+
+    private:
+        bool isReached()
+        {
+            later += left_ < 1 ? 1 : 0;
+            return --left_ == 0 ? throw std::logic_error("enough") : true;
+        }
+
+        int left_;
+    };
+
+    FileSystem::TreeCopyOptions options;
+    options.removesOthers = true;
+    for (const std::string name : {"a", "b", "c"}) {
+        source.addFile("/tree/" + name + "/file", name);
+    }
+    const auto makeOthers = [this] {
+        for (const std::string directory : {"a", "b", "c"}) {
+            for (const std::string other : {"1", "2", "3"}) {
+                target.addFile("/copy/" + directory + "/" + other, "");
+            }
+        }
+    };
+    for (int call = 1; call <= 18; ++call) {
+        makeOthers();
+        Throwing observer(call);
+        EXPECT_THROW(static_cast<void>(FileSystem::copyTree(source, target, {{"/tree", "/copy"}},
+                                                            observer, options)),
+                     std::logic_error)
+            << call;
+        EXPECT_EQ(observer.later, 0) << call;
+    }
 }
