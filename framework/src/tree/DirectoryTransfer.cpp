@@ -261,7 +261,8 @@ void DirectoryTransfer::lose(const Failure& why, const char* what)
     if (why.code() == FailureCode::NoResources) {
         shortage_ = why;
     }
-    if (why && context_.isStrict) {
+    const bool isAll = why.code() == FailureCode::ConnectionLost;
+    if (why && (context_.isStrict || isAll)) {
         losses_.push_back(why);
     } else if (why) {
         losses_.push_back(newFailure("copy", entry_.target, FailureCode::NotKept,

@@ -1024,6 +1024,13 @@ void TreeCopier::finished(const DirectoryPtr& directory, const std::vector<Failu
 {
     work_.end();
     finishEntry(directory->parent);
+    const auto lost = std::find_if(losses.begin(), losses.end(), [](const Failure& loss) {
+        return loss.code() == FailureCode::ConnectionLost;
+    });
+    if (lost != losses.end()) {
+        work_.fail(directory->entry, *lost);
+        return;
+    }
     for (const Failure& loss : losses) {
         work_.lose(directory->entry, loss);
     }

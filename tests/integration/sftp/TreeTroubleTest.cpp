@@ -2,11 +2,11 @@
 // name, each failure told once, and an end.
 
 #include "integration/sftp/SftpTest.h"
+#include "integration/sftp/TroubledTree.h"
 #include "support/PseudoRandom.h"
 #include "support/TcpProxy.h"
 
 #include <FileSystem/LocalFileSystem.h>
-#include <FileSystem/TreeOperations.h>
 #include <Tarnis/SSHSession.h>
 
 #include <gmock/gmock.h>
@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -37,91 +36,8 @@ using FileSystem::FailureCode;
 using FileSystem::LocalFileSystem;
 using FileSystem::TreeEntry;
 using FileSystem::TreeObserver;
-using FileSystem::TreeProgress;
 using FileSystem::TreeReport;
 using ::testing::IsEmpty;
-
-constexpr int fileCount = 150;
-
-std::string nameOf(int number)
-{
-    return "d" + std::to_string(number % 3) + "/f" + std::to_string(number);
-}
-
-/// Small files and a few large ones.
-std::string contentOf(int number)
-{
-    const std::size_t size =
-        number % 50 == 0 ? 900'000U : 100U * static_cast<std::size_t>(number + 1);
-    return pseudoRandomBytes(static_cast<std::uint64_t>(number), size);
-}
-
-void makeTree(const std::filesystem::path& root)
-{
-    for (int number = 0; number < fileCount; ++number) {
-        const auto path = root / nameOf(number);
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << contentOf(number);
-    }
-}
-
-/// How many files of the tree are there. Each must be whole.
-int wholeFilesIn(const std::filesystem::path& root)
-{
-    int count = 0;
-    for (int number = 0; number < fileCount; ++number) {
-        const auto path = root / nameOf(number);
-        if (std::filesystem::exists(path)) {
-            EXPECT_TRUE(readFile(path) == contentOf(number)) << path;
-            ++count;
-        }
-    }
-    return count;
-}
-
-std::vector<std::string> hiddenIn(const std::filesystem::path& root)
-{
-    std::vector<std::string> hidden;
-    if (!std::filesystem::exists(root)) {
-        return hidden;
-    }
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-        if (entry.path().filename().string().front() == '.') {
-            hidden.push_back(entry.path());
-        }
-    }
-    return hidden;
-}
-
-/// Calls a function at a place in the copy, and writes down what fails.
-class Trouble : public TreeObserver
-{
-public:
-    bool failed(const TreeEntry& entry, const Failure& failure) override
-    {
-        const bool isNew = failures.emplace(entry.below, failure).second;
-        EXPECT_TRUE(isNew) << entry.below << " told twice: " << failure.message();
-        return true;
-    }
-
-    bool progress(const TreeProgress& progress) override
-    {
-        if (progress.bytesDone >= bytes && !isOver_) {
-            isOver_ = true;
-            return what();
-        }
-        return true;
-    }
-
-    bool hasCome() const { return isOver_; }
-
-    std::uint64_t bytes = 500'000;
-    std::function<bool()> what = [] { return true; };
-    std::map<std::string, Failure> failures;
-
-private:
-    bool isOver_ = false;
-};
 
 enum class Way
 {
@@ -181,6 +97,41 @@ protected:
         if (GetParam() == Way::Down) {
             EXPECT_THAT(hiddenIn(target()), IsEmpty());
         }
+    }
+
+    /// \param silence  from now on nothing is heard of the server.
+    /// \param speak    takes that back.
+    void expectEndOfSilence(const std::function<void()>& silence,
+                            const std::function<void()>& speak)
+    {
+        for (const bool isInterrupted : {true, false}) {
+            SCOPED_TRACE(isInterrupted ? "interrupt()" : "disconnect()");
+            connect();
+            Trouble told;
+            std::thread other;
+            told.what = [&] {
+                silence();
+                other = std::thread([&] {
+                    auto& session = client().session();
+                    isInterrupted ? session.interrupt() : static_cast<void>(session.disconnect());
+                });
+                return true;
+            };
+            const auto report = copy(told);
+            other.join();
+            speak();
+            EXPECT_TRUE(told.hasCome());
+            EXPECT_FALSE(report.isComplete());
+            EXPECT_EQ(told.failures.size(), 1U);
+            EXPECT_EQ(report.failure.code(), FailureCode::ConnectionLost)
+                << report.failure.message();
+            EXPECT_LT(wholeFilesIn(target()), fileCount);
+            if (GetParam() == Way::Down) {
+                EXPECT_THAT(hiddenIn(target()), IsEmpty());
+            }
+            std::filesystem::remove_all(target());
+        }
+        expectNextWorks();
     }
 
     /// The next copy needs nothing but a connection.
@@ -245,30 +196,12 @@ TEST_P(TreeTroubleTest, AKilledServerIsToldOnce)
 
 TEST_P(TreeTroubleTest, AnotherThreadEndsACopyFromASilentServer)
 {
-    for (const bool isInterrupted : {true, false}) {
-        connect();
-        Trouble told;
-        std::thread other;
-        told.what = [&] {
-            server().suspendAll();
-            other = std::thread([&] {
-                auto& session = client().session();
-                isInterrupted ? session.interrupt() : static_cast<void>(session.disconnect());
-            });
-            return true;
-        };
-        const auto report = copy(told);
-        other.join();
-        server().resumeAll();
-        EXPECT_TRUE(told.hasCome());
-        EXPECT_FALSE(report.isComplete());
-        EXPECT_LT(wholeFilesIn(target()), fileCount);
-        if (GetParam() == Way::Down) {
-            EXPECT_THAT(hiddenIn(target()), IsEmpty());
-        }
-        std::filesystem::remove_all(target());
-    }
-    expectNextWorks();
+    expectEndOfSilence([this] { server().suspendAll(); }, [this] { server().resumeAll(); });
+}
+
+TEST_P(TreeTroubleTest, AnotherThreadEndsACopyOverASilentLine)
+{
+    expectEndOfSilence([this] { proxy().stall(); }, [this] { proxy().resume(); });
 }
 
 TEST_P(TreeTroubleTest, AStoppedCopyLeavesNothingHidden)

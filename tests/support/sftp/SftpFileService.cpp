@@ -160,6 +160,15 @@ bool isAnnounced(const SftpScript& script, const std::string& extension)
                        [&](const SftpExtension& known) { return known.name == extension; });
 }
 
+SftpMessage limits()
+{
+    SftpWriter out;
+    for (const std::uint64_t limit : {262'144U, 261'120U, 261'120U, 1'000U}) {
+        out.number64(limit);
+    }
+    return {SftpPacket::ExtendedReply, 0, out.bytes()};
+}
+
 SftpMessage volume(const std::string& path)
 {
     struct statvfs info
@@ -502,8 +511,36 @@ SftpMessage SftpFileService::extended(SftpReader& in) const
     if (name == "statvfs@openssh.com") {
         return volume(absolute(in.text()));
     }
+    if (name == "copy-data") {
+        return copy(in);
+    }
+    if (name == "limits@openssh.com") {
+        return limits();
+    }
     return name == "posix-rename@openssh.com" ? rename(in, true)
                                               : sftpStatus(SftpStatus::OpUnsupported);
+}
+
+SftpMessage SftpFileService::copy(SftpReader& in) const
+{
+    const int source = descriptorOf(in.text());
+    auto from = static_cast<off_t>(in.number64());
+    std::uint64_t left = in.number64();
+    const int target = descriptorOf(in.text());
+    auto to = static_cast<off_t>(in.number64());
+    std::string piece(262'144, '\0');
+    while (left > 0) {
+        const ssize_t count =
+            ::pread(source, piece.data(), std::min<std::uint64_t>(left, piece.size()), from);
+        if (count <= 0 ||
+            ::pwrite(target, piece.data(), static_cast<std::size_t>(count), to) != count) {
+            return sftpStatus(SftpStatus::Failure);
+        }
+        from += count;
+        to += count;
+        left -= static_cast<std::uint64_t>(count);
+    }
+    return sftpStatus(SftpStatus::Ok);
 }
 
 SftpMessage SftpFileService::attributes(int result, const struct stat& info) const

@@ -48,6 +48,7 @@ private:
     SftpMessage readLink(SftpReader& in) const;
     SftpMessage makeLink(SftpReader& in) const;
     SftpMessage extended(SftpReader& in) const;
+    SftpMessage copy(SftpReader& in) const;
 
     SftpMessage attributes(int result, const struct stat& info) const;
     void setModeOfNew(const std::string& path, std::uint32_t asked, std::uint32_t everybodys) const;

@@ -136,8 +136,8 @@ struct SftpScript
 
     // Start of the session
     std::uint64_t version = 3;
-    /// statvfs@openssh.com and posix-rename@openssh.com work; announced, the others are answered
-    /// OpUnsupported like unknown ones.
+    /// copy-data, limits@openssh.com, posix-rename@openssh.com and statvfs@openssh.com work;
+    /// announced, the others are answered OpUnsupported like unknown ones.
     std::vector<SftpExtension> extensions{{"statvfs@openssh.com", "2"}};
     /// An Extended request that was not announced ends the session instead of being refused.
     bool unknownExtensionIsFatal = false;
