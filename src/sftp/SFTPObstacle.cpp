@@ -190,7 +190,7 @@ void explainRenaming(SSHHandleSFTPSession& sftp, const std::string& path,
     explain({SSH_FX_FAILURE}, [&] {
         return kindAt(sftp, newPath)
                    ? std::make_optional(FailureCode::Exists)
-                   : reasonIf(!sftp.isLost() && !kindAt(sftp, path), FailureCode::NotFound);
+                   : reasonIf(!kindAt(sftp, path) && !sftp.isLost(), FailureCode::NotFound);
     });
 }
 

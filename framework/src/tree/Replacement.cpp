@@ -17,6 +17,13 @@ bool isVague(const Failure& failure)
     return failure.code() == FailureCode::Unsupported || failure.code() == FailureCode::Other;
 }
 
+/// Why a step has failed after which something was looked for: everything else fails for a loss.
+const Failure& lossOr(const Failure& why, const Failure& looking)
+{
+    const bool isLost = looking.code() == FailureCode::ConnectionLost;
+    return isLost && why.code() != FailureCode::ConnectionLost ? looking : why;
+}
+
 } // namespace
 
 Replacement::Replacement(StorageSystemQueue& queue, const char* operation, Task task, Done done)
@@ -56,7 +63,7 @@ void Replacement::rename(StorageSystemQueue& queue, const std::string& from, con
                          if (failure.code() == FailureCode::NotFound) {
                              lookWhetherRenamed(queue, from, to, why, done);
                          } else {
-                             done(why);
+                             done(lossOr(why, failure));
                          }
                      });
     });
@@ -74,7 +81,7 @@ void Replacement::lookWhetherRenamed(StorageSystemQueue& queue, const std::strin
         if (wasTaken || failure.code() == FailureCode::NotFound) {
             done(newFailure("rename", from, FailureCode::NotFound));
         } else {
-            done(failure ? why : Failure());
+            done(failure ? lossOr(why, failure) : Failure());
         }
     });
 }

@@ -230,7 +230,7 @@ void TreeMover::renameOrCopy()
         renamed();
     } else if (!isWorthCopying(why)) {
         static_cast<void>(
-            tell(isLoss(why) ? withText(why, "it may stand at " + root_.target) : why));
+            tell(isLoss(why) ? withText(why, "it may stand at " + root_.target) : lossOr(why)));
     } else {
         copyAndRemove();
     }
@@ -248,6 +248,14 @@ bool TreeMover::isWorthCopying(const Failure& why)
     }
     const auto parent = PathText::parentId(root_.target);
     return parent.empty() || system_.directoryExists(parent);
+}
+
+/// A system that is lost says no to every question.
+Failure TreeMover::lossOr(const Failure& why)
+{
+    Failure now;
+    const bool isLost = !lookNow(queue_, root_.path, now) && isLoss(now);
+    return isLost ? now : why;
 }
 
 void TreeMover::renamed()
@@ -288,9 +296,7 @@ bool TreeMover::canBeCopied()
 {
     // A link is moved as itself, wherever it leads.
     if (isTree() && leadsIntoItself(system_, root_.path, system_, root_.target)) {
-        Failure why;
-        const bool isLost = !lookNow(queue_, root_.path, why) && isLoss(why);
-        return tell(isLost ? why : newFailure("move", root_.target, FailureCode::IntoItself));
+        return tell(lossOr(newFailure("move", root_.target, FailureCode::IntoItself)));
     }
     TreeSurvey survey(system_, system_, [this](std::uint64_t bytes) {
         TreeProgress progress;

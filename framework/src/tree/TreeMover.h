@@ -45,6 +45,7 @@ private:
     bool look();
     bool isTargetFree();
     void renameOrCopy();
+    Failure lossOr(const Failure& why);
     bool isWorthCopying(const Failure& why);
     void renamed();
     void copyAndRemove();
