@@ -177,6 +177,59 @@ public:
         });
     }
 
+    void looksThrough(Done done)
+    {
+        queue().lookThrough(path("link/a"), [done](const Failure& failure, const auto& told) {
+            const bool isSize = !told.size || *told.size == 5;
+            done(failure, [isSize] { return isSize; });
+        });
+    }
+
+    void looksAtAnOpenFile(Done done)
+    {
+        withFile("file", kRead, done, [=](StorageSystemQueue::File file) {
+            queue().look(file, [=](const Failure& failure, const auto& told) {
+                const bool isSize = !told.size || *told.size == content_.size();
+                done(failure, [isSize] { return isSize; });
+            });
+        });
+    }
+
+    void setsPermissionsOfAnOpenFile(Done done)
+    {
+        withFile("file", OpenMode::Write, done, [=](StorageSystemQueue::File file) {
+            StorageSystemAttributes wanted;
+            wanted.permissions = StorageSystemQueue::Permissions(0600U);
+            queue().setAttributes(file, wanted, [=](const Failure& failure) {
+                done(failure,
+                     [this] { return fs::status(path("file")).permissions() == fs::perms(0600); });
+            });
+        });
+    }
+
+    void closesAndLooks(Done done) { closesAndLooksAt(path("free"), done); }
+
+    void closesAndLooksWhereAFileStands(Done done) { closesAndLooksAt(path("file"), done); }
+
+    void replaces(Done done)
+    {
+        queue().replace(path("dir/a"), path("file"), [=](const Failure& failure) {
+            done(failure, [this] { return readFile(path("file")) == "dir/a"; });
+        });
+    }
+
+    void copies(Done done)
+    {
+        ASSERT_TRUE(queue().beginCopies());
+        withFile("file", kRead, done, [=](StorageSystemQueue::File from) {
+            withFile("new", kWriteNew, done, [=](StorageSystemQueue::File to) {
+                queue().copy(from, 0, content_.size(), to, 0, [=](const Failure& failure) {
+                    done(failure, [this] { return readFile(path("new")) == content_; });
+                });
+            });
+        });
+    }
+
     void measures(Done done)
     {
         queue().storageInfo(path("file"), [=](const Failure& failure, const auto& info) {
@@ -222,6 +275,35 @@ protected:
     }
 
 private:
+    /// \param start is given the open file.
+    template <class Start>
+    void withFile(const std::string& name, StorageSystemQueue::OpenMode mode, const Done& done,
+                  Start start)
+    {
+        queue().open(path(name), mode, StorageSystemQueue::Permissions(0644U),
+                     [=](const Failure& why, StorageSystemQueue::File file) {
+                         if (why) {
+                             done(why, nullptr);
+                         } else {
+                             start(file);
+                         }
+                     });
+    }
+
+    void closesAndLooksAt(const std::string& newPath, const Done& done)
+    {
+        withFile("new", kWriteNew, done, [=](StorageSystemQueue::File file) {
+            queue().write(file, 0, content_.data(), 1'000, [](const Failure&) {});
+            queue().closeAndLook(
+                file, path("new"), newPath,
+                [=](const Failure& failure, const StorageSystemAttributes& told, bool isFree) {
+                    const bool isSize = !told.size || *told.size == 1'000;
+                    const bool isRight = isSize && !(isFree && fs::exists(newPath));
+                    done(failure, [isRight] { return isRight; });
+                });
+        });
+    }
+
     const std::string content_ = pseudoRandomBytes(11, 600'000);
     std::unique_ptr<StorageSystemQueue> queue_;
 };
@@ -232,6 +314,12 @@ struct Attack
     const char* name;
     SftpOccasion occasion;
     void (HostileQueueTest::*start)(HostileQueueTest::Done);
+    /// What the server offers beyond the protocol.
+    std::vector<SftpExtension> extensions = SftpScript().extensions;
+    /// Whether its reply has nothing but a status to tell, of requests of which some have more.
+    bool isStatusOnly = false;
+    /// Whether the queue asks by itself, before anything else.
+    bool isFromTheStart = false;
 };
 
 // For the messages of failed assertions.
@@ -248,18 +336,27 @@ protected:
         for (const Flaw& flaw : flaws) {
             SCOPED_TRACE(flaw.name);
             fill();
-            openQueue();
-            SftpScript script;
+            SftpScript honest;
+            honest.extensions = GetParam().extensions;
+            SftpScript script = honest;
             script.rules = {{GetParam().occasion, flaw.action}};
+            const auto known = requestCount();
+            follow(GetParam().isFromTheStart ? script : honest);
+            openQueue();
             follow(script);
             expectNoMistake(flaw);
-            follow({});
+            EXPECT_TRUE(
+                waitUntil([&] { return requestCount() >= known + GetParam().occasion.first; }));
+            follow(honest);
             EXPECT_TRUE(returnsWithinASecond([this] { dropQueue(); }));
             expectOthersUnharmed();
         }
     }
 
 private:
+    /// Of the kind that the flaw is for.
+    std::size_t requestCount() { return server().sftp().requestCount(GetParam().occasion.request); }
+
     void expectNoMistake(const Flaw& flaw)
     {
         bool isAnswered = false;
@@ -290,8 +387,9 @@ private:
 
     static bool isPlausible(const Flaw& flaw)
     {
-        return std::count(flaw.plausibleTo.begin(), flaw.plausibleTo.end(),
-                          GetParam().occasion.request) > 0;
+        const auto request =
+            GetParam().isStatusOnly ? SftpPacket::Rename : GetParam().occasion.request;
+        return std::count(flaw.plausibleTo.begin(), flaw.plausibleTo.end(), request) > 0;
     }
 };
 
@@ -328,6 +426,35 @@ const Attack kAttacks[] = {
     {"ReadLink", nth(SftpPacket::Readlink, 1), &Test::readsALink},
     {"SetPermissions", nth(SftpPacket::Setstat, 1), &Test::setsPermissions},
     {"Measure", nth(SftpPacket::Extended, 1), &Test::measures},
+    {"LookThrough", nth(SftpPacket::Stat, 1), &Test::looksThrough},
+    {"Look", nth(SftpPacket::Fstat, 1), &Test::looksAtAnOpenFile},
+    {"SetPermissionsOfAnOpenFile", nth(SftpPacket::Fsetstat, 1),
+     &Test::setsPermissionsOfAnOpenFile},
+    {"SetPermissionsOfAnOpenFileFstat", nth(SftpPacket::Fstat, 1),
+     &Test::setsPermissionsOfAnOpenFile},
+    {"CloseAndLookClose", nth(SftpPacket::Close, 1), &Test::closesAndLooks},
+    {"CloseAndLookLstat", nth(SftpPacket::Lstat, 1), &Test::closesAndLooks},
+    {"CloseAndLookLstatOfTheNewPath", nth(SftpPacket::Lstat, 2), &Test::closesAndLooks},
+    {"CloseAndLookLstatOfWhatStands", nth(SftpPacket::Lstat, 2),
+     &Test::closesAndLooksWhereAFileStands},
+    {"Replace",
+     nth(SftpPacket::Extended, 1),
+     &Test::replaces,
+     {{"posix-rename@openssh.com", "1"}},
+     true},
+    {"Copy", nth(SftpPacket::Extended, 1), &Test::copies, {{"copy-data", "1"}}, true},
+    {"Limits",
+     nth(SftpPacket::Extended, 1),
+     &Test::reads,
+     {{"limits@openssh.com", "1"}},
+     false,
+     true},
+    {"LimitsOfWrites",
+     nth(SftpPacket::Extended, 1),
+     &Test::writes,
+     {{"limits@openssh.com", "1"}},
+     false,
+     true},
 };
 
 INSTANTIATE_TEST_SUITE_P(Of, HostileQueueReplyTest, ::testing::ValuesIn(kAttacks),

@@ -1,6 +1,7 @@
 // The channel that a queue leaves to the next one of its file system.
 
 #include "handles/SSHCallLimits.h"
+#include "integration/sftp/HostileReplies.h"
 #include "integration/sftp/QueueTest.h"
 
 #include <gmock/gmock.h>
@@ -236,6 +237,30 @@ TEST_F(DistrustedChannelTest, IsReplacedWhereItEndsInsteadOfAnswering)
     server().sftp().setScript(script);
     usedQueue();
     EXPECT_EQ(sessionCount(), 3U);
+}
+
+// What is asked is only whether anything is answered at all.
+TEST_F(DistrustedChannelTest, NeitherHarmsNorStopsTheNextQueueWhereItAnswersAmiss)
+{
+    start();
+    auto flaws = wrongReplies();
+    const auto more = wrongPackets();
+    flaws.insert(flaws.end(), more.begin(), more.end());
+    for (const Flaw& flaw : flaws) {
+        // One that never answers is waited for as long as a new channel would be.
+        if (flaw.mayWait) {
+            continue;
+        }
+        SCOPED_TRACE(flaw.name);
+        usedQueue();
+        SftpScript script;
+        script.rules = {{nth(SftpPacket::Realpath, 1), flaw.action}};
+        server().sftp().setScript(script);
+        const auto known = server().sftp().requestCount(SftpPacket::Realpath);
+        usedQueue();
+        EXPECT_GT(server().sftp().requestCount(SftpPacket::Realpath), known);
+        server().sftp().setScript({});
+    }
 }
 
 TEST_F(SpareChannelTest, IsNoneThatSomethingIsInFlightOn)

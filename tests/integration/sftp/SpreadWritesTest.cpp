@@ -3,6 +3,7 @@
 #include "integration/sftp/QueueTest.h"
 #include "support/PseudoRandom.h"
 #include "support/TcpProxy.h"
+#include "support/sftp/SftpWire.h"
 
 #include <Tarnis/SSHProcess.h>
 
@@ -339,10 +340,28 @@ std::string attributes(std::uint32_t user, std::uint32_t mode, char sizeByte)
            number(user) + number(mode);
 }
 
+/// The answer to a question for a real path.
+SftpRule realPathIs(const std::string& path)
+{
+    const SftpWriter name = SftpWriter().number(1).text(path).text(path).number(0);
+    return {every(SftpPacket::Realpath), answer(SftpPacket::Name, name.bytes())};
+}
+
 INSTANTIATE_TEST_SUITE_P(
     That, DoubtfulFileTest,
     ::testing::Values(
         Doubt{"CannotBeOpenedAgain", {{every(SftpPacket::Realpath), refuse(SftpStatus::Failure)}}},
+        Doubt{"IsNowhere",
+              {{every(SftpPacket::Realpath),
+                answer(SftpPacket::Name, SftpWriter().number(0).bytes())}}},
+        Doubt{"IsInPlacesBeyondNumber",
+              {{every(SftpPacket::Realpath),
+                answer(SftpPacket::Name, SftpWriter().number(0xffffffff).bytes())}}},
+        Doubt{"IsInAPlaceWithoutItsEnd", {{every(SftpPacket::Realpath), truncate(9)}}},
+        Doubt{"IsInAPlaceOfAnotherKind",
+              {{every(SftpPacket::Realpath), answer(SftpPacket::Attrs, attributes(0, 0, 0))}}},
+        Doubt{"IsInARelativePlace", {realPathIs("way")}},
+        Doubt{"IsInAnotherPlace", {realPathIs("/")}},
         Doubt{"IsNoFileByItsPath",
               {{onPath(every(SftpPacket::Lstat), "way/file"),
                 answer(SftpPacket::Attrs, attributes(0, 0120777, 1))}}},
