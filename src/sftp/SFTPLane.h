@@ -32,11 +32,16 @@ struct SFTPLane
 
     bool isReady() const noexcept { return connection->phase() == SFTPConnection::Phase::Ready; }
 
-    /// Whether another request pays here. One that is over takes all there is, and fails it.
-    bool hasRoom() const noexcept
+    /// Whether another request pays here, of the files that are open here or of any. One that is
+    /// over takes all there is, and fails it.
+    bool hasRoom() const noexcept { return hasRoomAmong(mostRequests); }
+
+    bool hasRoomForAny() const noexcept { return hasRoomAmong(fairShare); }
+
+    bool hasRoomAmong(std::size_t most) const noexcept
     {
-        return connection->isOver() || (isReady() && connection->inFlight() < mostRequests &&
-                                        connection->unsent() < unsentLimit);
+        return connection->isOver() ||
+               (isReady() && connection->inFlight() < most && connection->unsent() < unsentLimit);
     }
 
     /// Whether nothing would be missed if it were closed.
@@ -46,9 +51,9 @@ struct SFTPLane
                (connection->isOver() || connection->inFlight() == 0);
     }
 
-    // Of one large file, enough for the round trips of a long line; more only waits over there.
+    // Enough for one large file on a long line; more only waits over there.
     static constexpr std::size_t mostRequests = 224;
-    // So many, of whatever, are worth another lane.
+    // With so many in flight another lane is worth it for what any may take.
     static constexpr std::size_t fairShare = 128;
     // What waits for the server to take it is a copy of what is written.
     static constexpr std::size_t mostUnsent = std::size_t{2} << 20U;

@@ -118,7 +118,7 @@ SFTPQueue::Lane SFTPQueue::leastLoaded() const
     for (const Lane& lane : lanes_) {
         isAnyLeft = isAnyLeft || !lane->connection->isOver();
         const bool isToTake =
-            lane->isReady() && lane->hasRoom() && !(isAnyStaying && lane->isLeaving);
+            lane->isReady() && lane->hasRoomForAny() && !(isAnyStaying && lane->isLeaving);
         if (isToTake && (best == nullptr || load(*lane) < load(*best))) {
             best = lane;
         }
