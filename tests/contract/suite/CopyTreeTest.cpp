@@ -269,6 +269,8 @@ TEST_P(CopyTreeContract, KeepsWhatStandsThere)
     EXPECT_EQ(targetContent("copy/a"), "old");
     EXPECT_EQ(targetContent("copy/c"), "bytes of t/c");
     EXPECT_EQ(notes_.last.entriesDone, notes_.last.entriesFound);
+    EXPECT_EQ(notes_.last.filesDone, 6U);
+    EXPECT_EQ(notes_.last.filesFound, 6U);
 }
 
 TEST_P(CopyTreeContract, CopiesOnlyWhatHasChanged)
@@ -389,6 +391,8 @@ TEST_P(CopyTreeContract, OfTwoSourcesThatGoToOnePlaceTheFirstIsThere)
     EXPECT_EQ(targetContent("y"), "bytes of t/b/1");
     EXPECT_EQ(report.files, 2U);
     EXPECT_EQ(notes_.last.entriesDone, notes_.last.entriesFound);
+    EXPECT_EQ(notes_.last.filesDone, 3U); // Of two spellings of one source, one counts.
+    EXPECT_EQ(notes_.last.filesFound, 3U);
 }
 
 TEST_P(CopyTreeContract, DirectoriesThatGoToOnePlaceAreMergedAndTheirFilesReplaceNothing)

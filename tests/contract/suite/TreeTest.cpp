@@ -306,6 +306,8 @@ TEST_P(TreeContract, ARemovalLeavesWhatIsNotWantedAndWhereItIs)
     EXPECT_EQ(report.files, 4U);
     EXPECT_EQ(report.directories, 1U);
     EXPECT_EQ(notes_.last.entriesDone, notes_.last.entriesFound);
+    EXPECT_EQ(notes_.last.filesDone, 4U);
+    EXPECT_EQ(notes_.last.filesFound, 4U);
 }
 
 TEST_P(TreeContract, ADryRemovalChangesNothing)
