@@ -9,6 +9,8 @@
 #   tsan      every test under the thread sanitizer
 #   valgrind  the tests of the libraries under valgrind
 #   fuzz      the fuzzer of SFTP's packets, for a minute or $TARNIS_FUZZ_SECONDS
+#   rounds    copies in both directions at once on one session, twenty times or $TARNIS_TEST_ROUNDS:
+#             stand-stills are rare
 #   lint      formatting, clang-tidy, shell scripts, documents
 #   style     the same without clang-tidy, in seconds
 #   coverage  every test, then the line coverage of src/ and framework/
@@ -53,6 +55,14 @@ lane_valgrind() {
     run_tests valgrind -LE 'slow|tool|packaging|abi'
 }
 
+# Not by ctest, whose limit is for one round: each round has its own.
+lane_rounds() {
+    ensure_packages test
+    build dev
+    TARNIS_TEST_ROUNDS="${TARNIS_TEST_ROUNDS:-20}" \
+        build/dev/tests/integration/sftp/sftp_tree_test --gtest_filter='*RcloneLoadTest*'
+}
+
 # Starts from the inputs in the tree and from what earlier runs have found. An input that fails is
 # left in the build directory.
 lane_fuzz() {
@@ -95,6 +105,7 @@ lane() {
     compile) lane_compile ;;
     valgrind) lane_valgrind ;;
     fuzz) lane_fuzz ;;
+    rounds) lane_rounds ;;
     coverage) lane_coverage ;;
     lint) lane_lint ;;
     debian13) lane_release debian13 trixie ;;
@@ -102,12 +113,12 @@ lane() {
     style) lane_lint style ;;
     all)
         local each
-        for each in lint dev clang asan tsan valgrind fuzz coverage; do
+        for each in lint dev clang asan tsan valgrind fuzz rounds coverage; do
             lane "$each"
         done
         ;;
     *)
-        sed -n '4,19s/^# \{0,1\}//p' "$0" >&2
+        sed -n '4,21s/^# \{0,1\}//p' "$0" >&2
         exit 2
         ;;
     esac

@@ -52,6 +52,16 @@ enum class Route
 class FaultTest : public ScriptedSftpTest
 {
 protected:
+    void SetUp() final
+    {
+        if (requireServer(ScriptedSftpServer::availability())) {
+            prepare();
+        }
+    }
+
+    /// Nothing, where the test starts the server by itself.
+    virtual void prepare() {}
+
     void startFor(Route route)
     {
         route_ = route;
@@ -265,7 +275,7 @@ private:
 class DownloadFaultTest : public FaultTest
 {
 protected:
-    void SetUp() override
+    void prepare() override
     {
         startFor(Route::Down);
         makeTree(source());
@@ -325,7 +335,7 @@ const auto nameOfRoute = [](const auto& route) {
 class RouteFaultTest : public FaultTest, public ::testing::WithParamInterface<Route>
 {
 protected:
-    void SetUp() override { startFor(GetParam()); }
+    void prepare() override { startFor(GetParam()); }
 
     /// Every second one is cut to a half, the others grow.
     void changeAll() const
