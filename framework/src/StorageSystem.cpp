@@ -380,9 +380,10 @@ void StorageSystem::setServices(std::unique_ptr<StorageSystemServices> services)
     }
 }
 
-std::unique_ptr<StorageSystemQueue> StorageSystem::createQueue() const
+std::unique_ptr<StorageSystemQueue>
+StorageSystem::createQueue(const std::function<bool()>& goesOn) const
 {
-    auto queue = services_->createQueue(alive_);
+    auto queue = services_->createQueue(alive_, goesOn);
     return queue != nullptr ? std::move(queue) : std::make_unique<SlotQueue>(*this, alive_);
 }
 

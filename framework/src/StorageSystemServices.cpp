@@ -28,8 +28,9 @@ StorageSystemServices::StorageSystemServices(const StorageSystem& system)
 
 StorageSystemServices::~StorageSystemServices() = default;
 
-std::unique_ptr<StorageSystemQueue> StorageSystemServices::createQueue(
-    const std::shared_ptr<const std::atomic<bool>>& /*isAlive*/) const
+std::unique_ptr<StorageSystemQueue>
+StorageSystemServices::createQueue(const std::shared_ptr<const std::atomic<bool>>& /*isAlive*/,
+                                   const std::function<bool()>& /*goesOn*/) const
 {
     return nullptr;
 }

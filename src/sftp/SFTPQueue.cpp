@@ -25,6 +25,9 @@ using Clock = std::chrono::steady_clock;
 // How long a server may take to open a channel.
 constexpr std::chrono::seconds openingLimit{100};
 
+// How long nobody need be asked whether to go on.
+constexpr std::chrono::milliseconds longestWait{100};
+
 } // namespace
 
 /// A call of pump(). Sees to it that descriptor() tells afterwards of what is left to do.
@@ -56,10 +59,11 @@ private:
 
 std::unique_ptr<SFTPQueue> SFTPQueue::create(std::shared_ptr<SSHHandleSFTPSession> sftp,
                                              const FileSystem::FileSystem2& system,
-                                             std::shared_ptr<const std::atomic<bool>> isAlive)
+                                             std::shared_ptr<const std::atomic<bool>> isAlive,
+                                             const GoesOn& goesOn)
 {
     std::unique_ptr<SFTPQueue> queue(new SFTPQueue(std::move(sftp), system, std::move(isAlive)));
-    return queue->open() ? std::move(queue) : nullptr;
+    return queue->open(goesOn) ? std::move(queue) : nullptr;
 }
 
 SFTPQueue::SFTPQueue(std::shared_ptr<SSHHandleSFTPSession> sftp,
@@ -98,10 +102,10 @@ void SFTPQueue::noteServer(ssh_session session)
     libsshSendsTargetFirst_ = ssh_get_openssh_version(session) != 0;
 }
 
-bool SFTPQueue::open()
+bool SFTPQueue::open(const GoesOn& goesOn)
 {
-    if (!takeSpare() && !(connect() && awaitServer())) {
-        return false;
+    if (!takeSpare(goesOn) && !(!isGivenUp_ && connect() && awaitServer(goesOn))) {
+        return isGivenUp_ && fail(FailureCode::Cancelled);
     }
     joinUsers();
     const auto offers = [this](const SFTPExtension& extension) {
@@ -131,7 +135,7 @@ void SFTPQueue::joinUsers()
 }
 
 /// Goes on with the channel that an earlier queue of the file system has left.
-bool SFTPQueue::takeSpare()
+bool SFTPQueue::takeSpare(const GoesOn& goesOn)
 {
     auto lock = sftp_->getLock();
     // Only leaveSpare() keeps any.
@@ -146,7 +150,7 @@ bool SFTPQueue::takeSpare()
     }
     noteServer(ssh_channel_get_session(connection->channel().getResource()));
     lock.reset();
-    if (rested > SSHCallLimits::trust() && !isAnswering(*connection)) {
+    if (rested > SSHCallLimits::trust() && !isAnswering(*connection, goesOn)) {
         return false;
     }
     lanes_.push_back(std::make_shared<SFTPLane>(std::move(connection)));
@@ -155,7 +159,7 @@ bool SFTPQueue::takeSpare()
 
 /// A server may close a channel that is not used for a while, or end the program that runs on it.
 /// To ask takes one round trip, where opening another one takes two.
-bool SFTPQueue::isAnswering(SFTPConnection& connection)
+bool SFTPQueue::isAnswering(SFTPConnection& connection, const GoesOn& goesOn)
 {
     bool isAnswered = false;
     {
@@ -163,7 +167,7 @@ bool SFTPQueue::isAnswering(SFTPConnection& connection)
         connection.send(
             [](SFTPPacketWriter& writer, std::uint32_t id) { writer.realpath(id, "."); }, nullptr);
     }
-    const bool isInTime = waitUntil(connection, [&] {
+    const bool isInTime = waitUntil(connection, goesOn, [&] {
         isAnswered = connection.phase() == SFTPConnection::Phase::Ready;
         return !isAnswered || connection.inFlight() == 0;
     });
@@ -207,24 +211,26 @@ bool SFTPQueue::connect()
     return true;
 }
 
-bool SFTPQueue::awaitServer()
+bool SFTPQueue::awaitServer(const GoesOn& goesOn)
 {
     SFTPConnection& connection = *lanes_.front()->connection;
     // Not asked again: without the lock, another thread may take in the server's version.
     bool isRefused = false;
-    const bool isInTime = waitUntil(connection, [&] {
+    const bool isInTime = waitUntil(connection, goesOn, [&] {
         isRefused = connection.isOver();
         return isRefused || connection.phase() == SFTPConnection::Phase::Ready;
     });
     if (isRefused) {
         return fail(FailureCode::Denied, FailureSource::Transport, 0, connection.error());
     }
-    return isInTime || fail(FailureCode::TimedOut, "the server does not open a channel");
+    return isInTime || isGivenUp_
+               ? isInTime
+               : fail(FailureCode::TimedOut, "the server does not open a channel");
 }
 
-/// \param isDone is called under the lock. False: it was not within the limit.
+/// \param isDone is called under the lock. False: it was not within the limit, or nobody waits.
 template <class IsDone>
-bool SFTPQueue::waitUntil(SFTPConnection& connection, IsDone isDone)
+bool SFTPQueue::waitUntil(SFTPConnection& connection, const GoesOn& goesOn, IsDone isDone)
 {
     const auto deadline = Clock::now() + openingLimit;
     const auto look = [&] {
@@ -236,10 +242,11 @@ bool SFTPQueue::waitUntil(SFTPConnection& connection, IsDone isDone)
         return isDone();
     };
     while (!look()) {
-        if (Clock::now() >= deadline) {
+        isGivenUp_ = goesOn && !goesOn();
+        if (isGivenUp_ || Clock::now() >= deadline) {
             return false;
         }
-        wakeUp_.wait(openingLimit);
+        wakeUp_.wait(goesOn ? longestWait : openingLimit);
     }
     return true;
 }

@@ -29,13 +29,15 @@ public:
 
     /// Takes the channel that an earlier queue has left, or opens one of the session that an SFTP
     /// session is on, and waits for it, without holding the lock meanwhile. Null: the server opens
-    /// none, or has gone; the failure is noted. \param system  what the single operations are done
-    /// with that are not worth a road of their
+    /// none, or has gone; the failure is noted.
+    /// \param system  what the single operations are done with that are not worth a road of their
     ///                own.
     /// \param isAlive whether that is still there.
+    /// \param goesOn  may be empty; asked every now and then while this waits, without the lock.
     static std::unique_ptr<SFTPQueue> create(std::shared_ptr<SSHHandleSFTPSession> sftp,
                                              const FileSystem::FileSystem2& system,
-                                             std::shared_ptr<const std::atomic<bool>> isAlive);
+                                             std::shared_ptr<const std::atomic<bool>> isAlive,
+                                             const std::function<bool()>& goesOn);
 
     /// Leaves one of its channels to the next queue where nothing is in flight.
     ~SFTPQueue() override;
@@ -119,16 +121,18 @@ private:
         std::function<void()> giveUp;
     };
 
-    bool open();
+    using GoesOn = std::function<bool()>;
+
+    bool open(const GoesOn& goesOn);
     void noteServer(ssh_session session);
     bool connect();
-    bool awaitServer();
+    bool awaitServer(const GoesOn& goesOn);
     void joinUsers();
-    bool takeSpare();
-    bool isAnswering(SFTPConnection& connection);
+    bool takeSpare(const GoesOn& goesOn);
+    bool isAnswering(SFTPConnection& connection, const GoesOn& goesOn);
     void leaveSpare();
     template <class IsDone>
-    bool waitUntil(SFTPConnection& connection, IsDone isDone);
+    bool waitUntil(SFTPConnection& connection, const GoesOn& goesOn, IsDone isDone);
     void askLimits();
 
     /// Does what is to be done later, by pump().
@@ -259,6 +263,7 @@ private:
     std::vector<Lane> lanes_;
     SFTPServerKind server_ = SFTPServerKind::Other;
     bool libsshSendsTargetFirst_ = false; ///< Of the two paths of a new link, to this server.
+    bool isGivenUp_ = false; ///< Whoever has asked for it waits no longer.
     bool isKnownToRefuse_ = false;
     bool tellsLinks_ = false; ///< Has described a link as such when it was asked for one.
     bool listsLinks_ = false; ///< The same in a listing.

@@ -54,10 +54,12 @@ public:
     {}
 
     std::unique_ptr<FileSystem::StorageSystemQueue>
-    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive) const override
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive,
+                const std::function<bool()>& goesOn) const override
     {
         auto handle = system_.validHandle();
-        return handle != nullptr ? SFTPQueue::create(std::move(handle), system_, isAlive) : nullptr;
+        return handle != nullptr ? SFTPQueue::create(std::move(handle), system_, isAlive, goesOn)
+                                 : nullptr;
     }
 
     std::optional<std::vector<FileSystem::StorageSystemFileInfo>>

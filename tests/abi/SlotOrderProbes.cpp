@@ -265,7 +265,8 @@ struct StorageSystemServices : FileSystem::StorageSystemServices
 
     ~StorageSystemServices() override;
     std::unique_ptr<StorageSystemQueue>
-    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive) const override;
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive,
+                const std::function<bool()>& goesOn) const override;
     std::optional<std::vector<StorageSystemFileInfo>>
     readDirectory(const std::string& path) const override;
     std::optional<std::string> startDirectory() const override;

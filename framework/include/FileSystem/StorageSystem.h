@@ -328,7 +328,10 @@ public:
     /// files; see StorageSystemQueue. Where the system can only do one operation after the other,
     /// so does the queue. Over SFTP it has a channel of its own, and waits here until the server
     /// has opened that; where the server opens none, the operations are done one after the other.
-    std::unique_ptr<StorageSystemQueue> createQueue() const;
+    /// \param goesOn may be empty. Asked at least ten times a second while this waits, on the
+    ///               thread that calls; once it says no nothing is waited for, and the operations
+    ///               are done one after the other.
+    std::unique_ptr<StorageSystemQueue> createQueue(const std::function<bool()>& goesOn = {}) const;
 
     /// The path as a person wants to see it, with the host where there is one. Waits as
     /// hostName() does.

@@ -7,6 +7,7 @@
 #include <Utilities/Flags.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -37,8 +38,10 @@ public:
     /// Makes a queue with many operations in flight, which may outlive the system and is told
     /// whether that is still there. Null where it cannot just now: the operations are done one
     /// after the other then. Here it never can.
+    /// \param goesOn as for StorageSystem::createQueue().
     virtual std::unique_ptr<StorageSystemQueue>
-    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive) const;
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive,
+                const std::function<bool()>& goesOn) const;
 
     /// As StorageSystem::directoryReadFully(), for a system that can tell whether a listing broke
     /// off. Here a list without a failure of a directory that is there afterwards is whole.

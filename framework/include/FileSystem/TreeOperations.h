@@ -102,7 +102,10 @@ public:
     /// \return whether to go on with the others.
     virtual bool failed(const TreeEntry& entry, const Failure& failure);
 
-    /// Called after each step, and at least ten times a second while nothing happens.
+    /// Called after each step, and at least ten times a second while nothing happens, also while a
+    /// server is waited for to open a channel. Not while a system does one operation that is done
+    /// here and now (StorageSystemQueue::descriptor()), for as long as that takes: so it is on this
+    /// machine, and where a server opens no channel.
     /// \return whether to go on; what is in flight is waited for, and nothing else begun.
     virtual bool progress(const TreeProgress& progress);
 };

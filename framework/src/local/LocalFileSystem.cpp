@@ -149,7 +149,8 @@ public:
     {}
 
     std::unique_ptr<StorageSystemQueue>
-    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive) const override
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& isAlive,
+                const std::function<bool()>& /*goesOn*/) const override
     {
         return std::make_unique<LocalQueue>(system_, isAlive);
     }

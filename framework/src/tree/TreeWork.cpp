@@ -48,7 +48,10 @@ TreeWork::TreeWork(std::shared_ptr<StorageSystemQueue> queue, TreeObserver& obse
 
 void TreeWork::addQueue(const StorageSystem& system, std::size_t most)
 {
-    queues_.push_back(system.createQueue());
+    queues_.push_back(system.createQueue([this] {
+        tellProgress(false);
+        return !isOver_;
+    }));
     allow(std::min(queues_.back()->capacity(), most));
 }
 

@@ -36,7 +36,8 @@ public:
         return queues_[system];
     }
 
-    /// Takes another queue into use, after the others.
+    /// Takes another queue into use, after the others. Waits until it can be used, or something has
+    /// stopped the work.
     void addQueue(const StorageSystem& system, std::size_t most);
 
     bool isDryRun() const noexcept { return options_.isDryRun; }

@@ -365,6 +365,86 @@ TEST_F(MirrorTest, GivesWhatALinkLeadsToNothingThatWasForTheDirectoryItHasReplac
     EXPECT_EQ(readFile(path("to/kept")), "kept");
 }
 
+/// Says stop after a while.
+class Impatient final : public TreeObserver
+{
+public:
+    bool progress(const TreeProgress& /*progress*/) override { return ++calls < 5; }
+
+    bool failed(const TreeEntry& entry, const Failure& failure) override
+    {
+        ADD_FAILURE() << entry.path << ": " << failure.message();
+        return true;
+    }
+
+    int calls = 0;
+};
+
+/// A server that hangs before the first queue has a channel.
+class HungServerTest : public OpenSshSftpTest
+{
+protected:
+    void SetUp() override
+    {
+        OpenSshSftpTest::SetUp();
+        directory().makeDirectory("from");
+        directory().write("from/a", "a");
+        server().suspendAll();
+    }
+
+    void TearDown() override
+    {
+        server().resumeAll();
+        TreeObserver nobody;
+        EXPECT_EQ(FileSystem::walkTree(files(), {path("from")}, nobody).files, 1U);
+    }
+
+    /// Ends long before the server is given up.
+    template <class Work>
+    static void expectStop(Work work)
+    {
+        Impatient impatient;
+        const auto start = std::chrono::steady_clock::now();
+        const TreeReport report = work(impatient);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+        EXPECT_TRUE(report.isStopped);
+        EXPECT_EQ(impatient.calls, 5);
+    }
+
+    LocalFileSystem local_;
+};
+
+TEST_F(HungServerTest, AStopIsHeardWhileAChannelIsWaitedFor)
+{
+    expectStop([this](TreeObserver& observer) {
+        return FileSystem::walkTree(files(), {path("from")}, observer);
+    });
+    expectStop([this](TreeObserver& observer) {
+        return FileSystem::removeTree(files(), {path("from")}, observer);
+    });
+    expectStop([this](TreeObserver& observer) {
+        return copyTree(files(), local_, {{path("from"), path("to")}}, observer);
+    });
+    expectStop([this](TreeObserver& observer) {
+        return copyTree(local_, files(), {{path("from"), path("to")}}, observer);
+    });
+    EXPECT_FALSE(std::filesystem::exists(path("to")));
+}
+
+TEST_F(HungServerTest, AQueueThatNobodyWaitsForDoesOneOperationAfterTheOther)
+{
+    int calls = 0;
+    const auto queue = files().createQueue([&calls] { return ++calls < 3; });
+    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(queue->descriptor(), -1);
+    server().resumeAll();
+    bool isFound = false;
+    queue->lookUp(path("from/a"),
+                  [&isFound](const Failure& failure, const auto&) { isFound = !failure; });
+    queue->finish();
+    EXPECT_TRUE(isFound);
+}
+
 /// A server that refuses, in the middle of many.
 class TreeRefusalTest : public ScriptedSftpTest
 {

@@ -101,7 +101,8 @@ public:
     {}
 
     std::unique_ptr<FileSystem::StorageSystemQueue>
-    createQueue(const std::shared_ptr<const std::atomic<bool>>& /*isAlive*/) const override
+    createQueue(const std::shared_ptr<const std::atomic<bool>>& /*isAlive*/,
+                const std::function<bool()>& /*goesOn*/) const override
     {
         ++system_.queues_;
         return nullptr;
