@@ -115,6 +115,7 @@ bool SFTPQueue::open(const GoesOn& goesOn)
         server_ == SFTPServerKind::OpenSsh || server_ == SFTPServerKind::Dropbear;
     replaces_ = offers(posixRenameExtension);
     tellsVolumes_ = offers(statvfsExtension);
+    setsUnfollowed_ = offers(lsetstatExtension);
     isKnownToRefuse_ = isLikeOpenSsh && replaces_ && tellsVolumes_ && offers(hardlinkExtension) &&
                        offers(fsyncExtension) && offers(lsetstatExtension);
     if (offers(limitsExtension)) {

@@ -48,6 +48,8 @@ protected:
     std::size_t do_capacity() const noexcept override;
     int do_descriptor() const noexcept override;
     void do_wake() noexcept override;
+    /// Attributes of what is there are set without following a link, where the server can.
+    void do_confine(const std::string& directory) override;
     void do_open(const std::string& path, OpenMode mode, Permissions permissions,
                  Completion<File> done) override;
     void do_openItself(const std::string& path, OpenMode mode, Completion<File> done) override;
@@ -211,8 +213,13 @@ private:
     void sendLink(const std::shared_ptr<Call<>>& call, const std::string& target);
     void readLinkBack(const std::shared_ptr<Call<>>& call, const std::string& target);
     void undoLink(const std::shared_ptr<Call<>>& call);
+    bool isConfined(const std::string& path) const;
     void sendAttributes(const std::shared_ptr<Call<>>& call, const SFTPFileAttributes& sent,
                         const Attributes& wanted);
+    void sendAttributesUnfollowed(const std::shared_ptr<Call<>>& call,
+                                  const SFTPFileAttributes& sent, const Attributes& wanted);
+    void checkAttributes(const std::shared_ptr<Call<>>& call, const Attributes& wanted,
+                         bool follows);
     void sendOpen(const std::shared_ptr<Call<File>>& call, OpenMode mode, Permissions permissions,
                   bool exclusive);
     bool takeOpened(const std::shared_ptr<Call<File>>& call, const Lane& lane, const Answer& answer,
@@ -269,6 +276,8 @@ private:
     bool listsLinks_ = false; ///< The same in a listing.
     bool replaces_ = false;
     bool tellsVolumes_ = false;
+    bool setsUnfollowed_ = false; ///< Can set attributes of a link itself.
+    std::vector<std::string> confined_;
     // Of one request. What every server takes, until it has told its limits: one of OpenSSH's gives
     // more, and cuts what it cannot give.
     std::uint32_t readSize_ = largestPiece;

@@ -2,6 +2,7 @@
 #include "sftp/SFTPQueueAttributes.h"
 #include "sftp/SFTPQueueCall.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Tarnis {
@@ -522,20 +523,75 @@ void SFTPQueue::do_setAttributes(const std::string& path, const Attributes& attr
         return;
     }
     SFTPFileAttributes sent = attributesToSend(attributes);
+    const bool follows = !setsUnfollowed_ || !isConfined(path);
+    const auto send = [this, follows, call, attributes](const SFTPFileAttributes& all) {
+        follows ? sendAttributes(call, all, attributes)
+                : sendAttributesUnfollowed(call, all, attributes);
+    };
     if (!seconds) {
-        sendAttributes(call, sent, attributes);
+        send(sent);
         return;
     }
     // Version 3 sets both times together, so the access time is read first and sent back as it is.
-    ask([path](SFTPPacketWriter& writer, std::uint32_t id) { writer.stat(id, path); },
-        [this, call, sent, attributes, time = *seconds](const Answer& answer) mutable {
+    ask(
+        [path, follows](SFTPPacketWriter& writer, std::uint32_t id) {
+            follows ? writer.stat(id, path) : writer.lstat(id, path);
+        },
+        [call, sent, send, time = *seconds](const Answer& answer) mutable {
             const auto told = attributesIn(answer);
             if (!told) {
                 call->failFor(answer);
                 return;
             }
             sent.times = SFTPFileTimes{told->times ? told->times->access : time, time};
-            sendAttributes(call, sent, attributes);
+            send(sent);
+        });
+}
+
+void SFTPQueue::do_confine(const std::string& directory)
+{
+    confined_.push_back(withoutTrailingSlash(directory));
+}
+
+bool SFTPQueue::isConfined(const std::string& path) const
+{
+    return std::any_of(confined_.begin(), confined_.end(), [&path](const std::string& root) {
+        return path.compare(0, root.size(), root) == 0 &&
+               (path.size() == root.size() || root == "/" || path[root.size()] == '/');
+    });
+}
+
+/// Servers may offer what their machine cannot do, as OpenSSH's does in a root of its own without
+/// /proc; what is seen to be no link is set the usual way then.
+void SFTPQueue::sendAttributesUnfollowed(const std::shared_ptr<Call<>>& call,
+                                         const SFTPFileAttributes& sent, const Attributes& wanted)
+{
+    const auto lookBehindRefusal = [this, call, sent, wanted](const Answer& refusal) {
+        askAttributes(call->path(),
+                      [this, call, sent, wanted, refusal](const auto& told, const Answer&) {
+                          const auto kind = told ? told->permissions.value_or(0) & kindBits : 0;
+                          if (kind == linkKind) {
+                              call->failAs(FailureCode::Changed);
+                          } else if (kind == 0) {
+                              call->failFor(refusal);
+                          } else {
+                              sendAttributes(call, sent, wanted);
+                          }
+                      });
+    };
+    ask([call, sent](SFTPPacketWriter& writer,
+                     std::uint32_t id) { writer.lsetstat(id, call->path(), sent); },
+        [this, call, wanted, lookBehindRefusal](const Answer& answer) {
+            const auto status = Call<>::statusOf(answer);
+            const bool isUnable = status && (status->code == SFTPStatusCode::Failure ||
+                                             status->code == SFTPStatusCode::OperationUnsupported);
+            if (isUnable) {
+                lookBehindRefusal(answer);
+            } else if (!Call<>::isOk(answer)) {
+                call->failFor(answer);
+            } else {
+                checkAttributes(call, wanted, false);
+            }
         });
 }
 
@@ -549,11 +605,19 @@ void SFTPQueue::sendAttributes(const std::shared_ptr<Call<>>& call, const SFTPFi
                 call->failFor(answer);
                 return;
             }
-            ask([call](SFTPPacketWriter& writer,
-                       std::uint32_t id) { writer.stat(id, call->path()); },
-                [call, wanted](const Answer& readBack) {
-                    endBySetting(*call, std::nullopt, readBack, wanted, SFTPSubject::Path);
-                });
+            checkAttributes(call, wanted, true);
+        });
+}
+
+void SFTPQueue::checkAttributes(const std::shared_ptr<Call<>>& call, const Attributes& wanted,
+                                bool follows)
+{
+    ask(
+        [call, follows](SFTPPacketWriter& writer, std::uint32_t id) {
+            follows ? writer.stat(id, call->path()) : writer.lstat(id, call->path());
+        },
+        [call, wanted](const Answer& readBack) {
+            endBySetting(*call, std::nullopt, readBack, wanted, SFTPSubject::Path);
         });
 }
 

@@ -365,6 +365,71 @@ TEST_F(MirrorTest, GivesWhatALinkLeadsToNothingThatWasForTheDirectoryItHasReplac
     EXPECT_EQ(readFile(path("to/kept")), "kept");
 }
 
+/// Sets permissions and time of what stands at a path below a directory that the queue is confined
+/// to.
+Failure setConfined(const FileSystem::FileSystem2& files, const std::string& directory,
+                    const std::string& path)
+{
+    const auto queue = files.createQueue();
+    queue->confine(directory + "/");
+    FileSystem::StorageSystemAttributes attributes;
+    attributes.permissions = Utilities::Flags<FileSystem::PosixFilePermissionFlag>(0751U);
+    attributes.modTime = timeOf(1'000'000'000);
+    Failure answer;
+    queue->setAttributes(path, attributes, [&answer](const Failure& why) { answer = why; });
+    queue->finish();
+    return answer;
+}
+
+void expectSet(const std::string& path)
+{
+    struct stat now
+    {};
+
+    ASSERT_EQ(::stat(path.c_str(), &now), 0);
+    EXPECT_EQ(now.st_mode & 07777U, 0751U);
+    EXPECT_EQ(now.st_mtime, 1'000'000'000);
+}
+
+using ConfinedTest = OpenSshSftpTest;
+
+TEST_F(ConfinedTest, WhereAServerCanAttributesAreNotSetThroughALink)
+{
+    directory().makeDirectory("outside");
+    directory().makeDirectory("tree");
+    directory().makeDirectory("tree/sub");
+    std::filesystem::create_directory_symlink(path("outside"), path("tree/link"));
+    std::filesystem::permissions(path("outside"), std::filesystem::perms(0700));
+    const auto before = std::filesystem::last_write_time(path("outside"));
+    EXPECT_EQ(setConfined(files(), path("tree"), path("tree/link")).code(), FailureCode::Changed);
+    EXPECT_EQ(std::filesystem::status(path("outside")).permissions(), std::filesystem::perms(0700));
+    EXPECT_EQ(std::filesystem::last_write_time(path("outside")), before);
+    EXPECT_FALSE(setConfined(files(), path("tree"), path("tree/sub")));
+    expectSet(path("tree/sub"));
+}
+
+TEST_F(ConfinedTest, OtherPathsAreFollowed)
+{
+    directory().makeDirectory("outside");
+    directory().makeDirectory("tree");
+    std::filesystem::create_directory_symlink(path("outside"), path("tree2"));
+    EXPECT_FALSE(setConfined(files(), path("tree"), path("tree2")));
+    expectSet(path("outside"));
+}
+
+using UnableServerTest = ScriptedSftpTest;
+
+TEST_F(UnableServerTest, SetsAttributesThoughItCannotDoSoWithoutFollowingLinks)
+{
+    SftpScript script;
+    script.extensions.push_back({"lsetstat@openssh.com", "1"});
+    start(script);
+    std::filesystem::create_directories(path("tree/sub"));
+    EXPECT_FALSE(setConfined(files(), path("tree"), path("tree/sub")));
+    expectSet(path("tree/sub"));
+    EXPECT_GE(server().sftp().requestCount(SftpPacket::Extended), 1U);
+}
+
 /// Says stop after a while.
 class Impatient final : public TreeObserver
 {
