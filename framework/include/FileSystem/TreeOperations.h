@@ -293,4 +293,27 @@ FILESYSTEM_EXPORT TreeMoveReport moveTree(const StorageSystem& system, const std
                                           const std::string& newPath, TreeObserver& observer,
                                           const TreeOptions& options = {});
 
+/// What is to be moved, and where to.
+struct TreeMovePath
+{
+    std::string path;
+    std::string newPath;
+    TreeObserver* observer = nullptr; ///< Is told of this one; null: nobody is.
+};
+
+/// Moves many, each as moveTree() does. What is named comes out as if it had been moved in this
+/// order, with renamings in flight where they go into one directory under names that no volume
+/// takes for one; what is copied is copied one after the other.
+///
+/// The progress() of each is also asked before it is begun. When one says stop, or the connection
+/// is lost, nothing more is begun, and what is in flight is waited for, as it is where an observer
+/// throws an exception.
+///
+/// \return a report for each; of what was not begun isStopped.
+///
+/// Blocks until it is done. Any thread; takes no lock while it waits.
+FILESYSTEM_EXPORT std::vector<TreeMoveReport> moveTrees(const StorageSystem& system,
+                                                        const std::vector<TreeMovePath>& paths,
+                                                        const TreeOptions& options = {});
+
 } // namespace FileSystem

@@ -176,15 +176,70 @@ TreeMover::~TreeMover() = default;
 
 TreeMoveReport TreeMover::move()
 {
-    if (isNamed() && look() && (!options_.isDryRun || isTargetFree())) {
-        options_.isDryRun ? renamed() : renameOrCopy();
+    begin(queue_, [] {});
+    queue_.finish();
+    return end();
+}
+
+void TreeMover::begin(StorageSystemQueue& queue, std::function<void()> done)
+{
+    whyNot_ = whyNotNamed();
+    if (whyNot_) {
+        done();
+        return;
+    }
+    queue.lookUp(root_.path,
+                 [this, &queue, done = std::move(done)](const Failure& why, const auto& is) {
+                     root_.attributes = is;
+                     whyNot_ = why;
+                     if (why) {
+                         done();
+                     } else if (options_.isDryRun) {
+                         lookAtTarget(queue, done);
+                     } else {
+                         Replacement::rename(queue, root_.path, root_.target,
+                                             [this, done](const Failure& whyNotRenamed) {
+                                                 whyNotRenamed_ = whyNotRenamed;
+                                                 done();
+                                             });
+                     }
+                 });
+}
+
+void TreeMover::lookAtTarget(StorageSystemQueue& queue, const std::function<void()>& done)
+{
+    queue.lookUp(root_.target, [this, done](const Failure& why, const auto& /*is*/) {
+        if (!why) {
+            whyNot_ = newFailure("move", root_.target, FailureCode::Exists);
+        } else if (why.code() != FailureCode::NotFound) {
+            whyNot_ = why;
+        }
+        done();
+    });
+}
+
+TreeMoveReport TreeMover::end()
+{
+    const Failure& why = whyNotRenamed_;
+    if (whyNot_) {
+        static_cast<void>(tell(whyNot_));
+    } else if (!why) {
+        renamed();
+    } else if (isWorthCopying(why)) {
+        copyAndRemove();
+    } else {
+        static_cast<void>(
+            tell(isLoss(why) ? withText(why, "it may stand at " + root_.target) : lossOr(why)));
     }
     return report_;
 }
 
 TreeMoveReport TreeMover::moveByCopy()
 {
-    if (isNamed() && look()) {
+    const auto why = whyNotNamed();
+    if (why) {
+        static_cast<void>(tell(why));
+    } else if (look()) {
         copyAndRemove();
     }
     return report_;
@@ -195,15 +250,16 @@ bool TreeMover::isTree() const
     return isDirectory(root_.attributes);
 }
 
-bool TreeMover::isNamed()
+Failure TreeMover::whyNotNamed() const
 {
     for (const auto& path : {root_.path, root_.target}) {
         if (!PathText::isEntryName(PathText::fileName(path))) {
-            return tell(newFailure("move", path, FailureCode::BadName));
+            return newFailure("move", path, FailureCode::BadName);
         }
     }
-    return !PathText::isWithin(root_.path, root_.target) ||
-           tell(newFailure("move", root_.target, FailureCode::IntoItself));
+    return PathText::isWithin(root_.path, root_.target)
+               ? newFailure("move", root_.target, FailureCode::IntoItself)
+               : Failure();
 }
 
 bool TreeMover::look()
@@ -212,28 +268,6 @@ bool TreeMover::look()
     const auto found = lookNow(queue_, root_.path, why);
     root_.attributes = found.value_or(StorageSystemAttributes());
     return found || tell(why);
-}
-
-bool TreeMover::isTargetFree()
-{
-    Failure why;
-    if (lookNow(queue_, root_.target, why)) {
-        return tell(newFailure("move", root_.target, FailureCode::Exists));
-    }
-    return why.code() == FailureCode::NotFound || tell(why);
-}
-
-void TreeMover::renameOrCopy()
-{
-    const auto why = rename(root_.path, root_.target);
-    if (!why) {
-        renamed();
-    } else if (!isWorthCopying(why)) {
-        static_cast<void>(
-            tell(isLoss(why) ? withText(why, "it may stand at " + root_.target) : lossOr(why)));
-    } else {
-        copyAndRemove();
-    }
 }
 
 /// Whether a refused renaming may be one to another volume, which a copy can make up for. A tree is

@@ -4,6 +4,7 @@
 
 #include <FileSystem/TreeOperations.h>
 
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -24,6 +25,17 @@ public:
     /// Renames, or moves by copying where the system does not.
     TreeMoveReport move();
 
+    // The same in two steps, of which only the second one tells the observer anything.
+
+    /// Renames, on a queue that is used by others too. \param done is called when that is over.
+    void begin(StorageSystemQueue& queue, std::function<void()> done);
+
+    /// Tells what has come of it, after it has copied what the system does not rename.
+    TreeMoveReport end();
+
+    /// Asks the observer before anything was begun.
+    bool mayBegin() { return askWhetherToGoOn({}); }
+
     /// Moves what the system does not rename, as between volumes: a copy with permissions and
     /// times, then the removal of the original.
     TreeMoveReport moveByCopy();
@@ -41,11 +53,10 @@ private:
     };
 
     bool isTree() const;
-    bool isNamed();
+    Failure whyNotNamed() const;
     bool look();
-    bool isTargetFree();
-    void renameOrCopy();
     Failure lossOr(const Failure& why);
+    void lookAtTarget(StorageSystemQueue& queue, const std::function<void()>& done);
     bool isWorthCopying(const Failure& why);
     void renamed();
     void copyAndRemove();
@@ -68,6 +79,8 @@ private:
     SlotQueue queue_; ///< Of the single steps.
     TreeEntry root_;
     TreeMoveReport report_;
+    Failure whyNot_;        ///< Why it cannot be moved at all.
+    Failure whyNotRenamed_; ///< Where that need not be all.
     TreeProgress progress_; ///< Of the copy.
     /// What was copied, by its path below the root; nothing else is to be removed.
     std::unordered_map<std::string, StorageSystemAttributes> copied_;

@@ -2,11 +2,14 @@
 #include "failure/NewFailure.h"
 #include "tree/TreeCopier.h"
 #include "tree/TreeMover.h"
+#include "tree/TreeMoves.h"
 #include "tree/TreeRemover.h"
 #include "tree/TreeWalker.h"
 
 #include <FileSystem/FailureScope.h>
 #include <FileSystem/TreeOperations.h>
+
+#include <algorithm>
 
 namespace FileSystem {
 
@@ -99,6 +102,19 @@ TreeMoveReport moveTree(const StorageSystem& system, const std::string& path,
 {
     FailureScope scope("moveTree", path, newPath);
     return reported(scope, TreeMover(system, path, newPath, observer, options).move());
+}
+
+std::vector<TreeMoveReport> moveTrees(const StorageSystem& system,
+                                      const std::vector<TreeMovePath>& paths,
+                                      const TreeOptions& options)
+{
+    const auto first = paths.empty() ? TreeMovePath() : paths.front();
+    FailureScope scope("moveTrees", first.path, first.newPath);
+    auto reports = TreeMoves(system, paths, options).move();
+    const auto flawed = std::find_if(reports.begin(), reports.end(),
+                                     [](const auto& report) { return !report.isComplete(); });
+    static_cast<void>(reported(scope, flawed != reports.end() ? *flawed : TreeMoveReport()));
+    return reports;
 }
 
 } // namespace FileSystem

@@ -5,6 +5,8 @@
 #include <FileSystem/Failure.h>
 #include <FileSystem/TreeOperations.h>
 
+#include <stdexcept>
+
 namespace TarnisTest {
 
 namespace {
@@ -12,7 +14,9 @@ namespace {
 using FileSystem::Failure;
 using FileSystem::FailureCode;
 using FileSystem::moveTree;
+using FileSystem::moveTrees;
 using FileSystem::TreeMoveOutcome;
+using FileSystem::TreeMovePath;
 using FileSystem::TreeMoveReport;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -59,6 +63,136 @@ protected:
 
     Notes notes_;
 };
+
+/// Many at once.
+class MoveTreesContract : public ContractTest
+{
+protected:
+    static constexpr std::size_t many = 20;
+
+    /// Files of which each holds its name, to go into the directory "there".
+    std::vector<TreeMovePath> makeFiles()
+    {
+        makeDirectory("there");
+        std::vector<TreeMovePath> paths;
+        for (std::size_t number = 0; number < many; ++number) {
+            const std::string name = "file" + std::to_string(number);
+            makeFile(name, name);
+            paths.push_back({path(name), path("there/" + name)});
+        }
+        return paths;
+    }
+
+    TreeMovePath fromTo(const std::string& from, const std::string& to) const
+    {
+        return {path(from), path(to)};
+    }
+
+    /// Whether a file is whole, in one of its two places and not in the other.
+    bool isInOnePlace(const TreeMovePath& file)
+    {
+        const bool isMoved = system().fileExists(file.newPath, false);
+        return isMoved != system().fileExists(file.path, false) &&
+               contentOf(isMoved ? file.newPath : file.path) ==
+                   file.path.substr(file.path.rfind('/') + 1);
+    }
+};
+
+TEST_P(MoveTreesContract, EachGetsItsPathOrAFailureOfItsOwn)
+{
+    auto paths = makeFiles();
+    makeFile("there/taken", "stays");
+    makeFile("loser", "loser");
+    paths.insert(paths.begin() + 3, fromTo("loser", "there/taken"));
+    paths.insert(paths.begin() + 5, fromTo("missing", "there/missing"));
+    paths.insert(paths.begin() + 7, fromTo("there", "there/below"));
+    std::vector<Notes> notes(paths.size());
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        paths[i].observer = &notes[i];
+    }
+    const auto reports = moveTrees(system(), paths);
+    EXPECT_EQ(Failure::last().code(), FailureCode::Exists);
+    ASSERT_EQ(reports.size(), paths.size());
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        const bool fails = i == 3 || i == 5 || i == 7;
+        EXPECT_EQ(reports[i].outcome, fails ? TreeMoveOutcome::Failed : TreeMoveOutcome::Renamed);
+        EXPECT_EQ(reports[i].files, fails ? 0U : 1U);
+        EXPECT_FALSE(reports[i].isStopped);
+        EXPECT_EQ(notes[i].moved.size(), fails ? 0U : 1U);
+        EXPECT_EQ(notes[i].failures.size(), fails ? 1U : 0U);
+        EXPECT_TRUE(fails || isInOnePlace(paths[i])) << paths[i].path;
+    }
+    EXPECT_EQ(reports[3].failure.code(), FailureCode::Exists);
+    EXPECT_EQ(reports[5].failure.code(), FailureCode::NotFound);
+    EXPECT_EQ(reports[7].failure.code(), FailureCode::IntoItself);
+    EXPECT_EQ(contentOf(path("loser")), "loser");
+    EXPECT_EQ(contentOf(path("there/taken")), "stays");
+    EXPECT_THAT(names(), ElementsAre("loser", "there"));
+}
+
+TEST_P(MoveTreesContract, WhatDependsOnAnotherComesAfterIt)
+{
+    auto paths = makeFiles();
+    makeFile("first", "first");
+    makeFile("second", "second");
+    makeDirectory("tree");
+    makeFile("tree/inner", "inner");
+    for (const auto& move :
+         {fromTo("first", "there/one"), fromTo("second", "there/one"), fromTo("tree", "there/tree"),
+          fromTo("tree/inner", "there/inner"), fromTo("./there/../second", "there/two"),
+          fromTo("there/two", "there/three"), fromTo("first", "there/four")}) {
+        paths.push_back(move);
+    }
+    const auto reports = moveTrees(system(), paths);
+    ASSERT_EQ(reports.size(), many + 7);
+    const auto code = [&](std::size_t i) { return reports[many + i].failure.code(); };
+    EXPECT_EQ(code(0), std::error_code());
+    EXPECT_EQ(code(1), FailureCode::Exists);
+    EXPECT_EQ(code(2), std::error_code());
+    EXPECT_EQ(code(3), FailureCode::NotFound);
+    EXPECT_EQ(code(6), FailureCode::NotFound);
+    EXPECT_EQ(contentOf(path("there/one")), "first");
+    EXPECT_EQ(contentOf(path("there/three")), "second");
+    EXPECT_EQ(contentOf(path("there/tree/inner")), "inner");
+}
+
+TEST_P(MoveTreesContract, NothingMoreIsBegunAfterAStop)
+{
+    class Stopping final : public FileSystem::TreeObserver
+    {
+        bool progress(const FileSystem::TreeProgress& /*progress*/) override { return false; }
+    } stopping;
+
+    auto paths = makeFiles();
+    paths[5].observer = &stopping;
+    const auto reports = moveTrees(system(), paths);
+    EXPECT_EQ(Failure::last().code(), FailureCode::Cancelled);
+    ASSERT_EQ(reports.size(), many);
+    for (std::size_t i = 0; i < many; ++i) {
+        EXPECT_EQ(reports[i].isStopped, i >= 5) << i;
+        EXPECT_EQ(system().fileExists(paths[i].newPath, false), i < 5) << i;
+        EXPECT_TRUE(isInOnePlace(paths[i])) << i;
+    }
+}
+
+TEST_P(MoveTreesContract, NothingIsLostByAnException)
+{
+    class Throwing final : public FileSystem::TreeObserver
+    {
+        void done(const FileSystem::TreeEntry& /*entry*/) override
+        {
+            throw std::runtime_error("enough");
+        }
+    } throwing;
+
+    auto paths = makeFiles();
+    paths[2].observer = &throwing;
+    EXPECT_THROW(static_cast<void>(moveTrees(system(), paths)), std::runtime_error);
+    for (const auto& file : paths) {
+        EXPECT_TRUE(isInOnePlace(file)) << file.path;
+    }
+    EXPECT_TRUE(system().fileExists(paths[2].newPath, false));
+}
 
 TEST_P(MoveTreeContract, AFileATreeAndALinkGetTheirNewPaths)
 {
@@ -125,6 +259,7 @@ TEST_P(MoveTreeContract, ADryRunMovesNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(Contract, MoveTreeContract, testing::ValuesIn(backends()), backendName);
+INSTANTIATE_TEST_SUITE_P(Contract, MoveTreesContract, testing::ValuesIn(backends()), backendName);
 
 } // namespace
 

@@ -13,6 +13,7 @@ namespace TarnisTest {
 namespace {
 
 using testing::ContainsRegex;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -171,6 +172,26 @@ TEST_F(InFlightTest, WhatIsSuperfluousInManyDirectoriesIsRemovedInFewRoundTrips)
         EXPECT_THAT(namesIn(there().file(directory)), IsEmpty());
         EXPECT_THAT(namesIn(here().file(directory)), IsEmpty());
     }
+}
+
+TEST_F(InFlightTest, ManyAreMovedInFewRoundTrips)
+{
+    makeFiles("t");
+    there().makeDirectory("to");
+    there().write("to/7", "stands there");
+    there().makeDirectory("t/500");
+    std::vector<std::string> arguments = farPaths("t");
+    arguments.insert(arguments.begin() + 9, far("t/none"));
+    arguments.push_back(far("t/500"));
+    arguments.push_back(far("to"));
+    // What it is, what stands at the new path, and the renaming.
+    const ToolResult result = runsInFewRoundTrips("mv", arguments, 3 * kMany);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.errorOutput, "tarnis: cannot move " + far("t/7") + " to " + far("to/7") +
+                                      ": something stands there already\ntarnis: cannot find " +
+                                      far("t/none") + ": no such file or directory\n");
+    EXPECT_THAT(namesIn(there().file("t")), ElementsAre("7"));
+    EXPECT_EQ(namesIn(there().file("to")).size(), kMany + 1);
 }
 
 TEST_F(InFlightTest, ATerminalShowsHowManyFilesAreCopied)

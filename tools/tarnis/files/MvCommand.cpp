@@ -11,7 +11,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstddef>
+#include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,7 +28,7 @@ using FileSystem::TreeMoveOutcome;
 using FileType = Utilities::Flags<FileSystem::StorageSystemFileTypeFlag>;
 
 /// Moves one file, link or tree, and says what became of it.
-class Move : private FileSystem::TreeObserver
+class Move : public FileSystem::TreeObserver
 {
 public:
     Move(RemoteEndpoint& endpoint, const Cancellation& cancellation, std::string source,
@@ -34,18 +37,21 @@ public:
         , cancellation_(cancellation)
         , source_(std::move(source))
         , target_(std::move(target))
-    {
-        bar_.setLabel(nameOf(source_));
-    }
+    {}
 
-    /// Throws Failure.
-    void run()
+    /// Throws Failure for one that did not come out well.
+    void check(const FileSystem::TreeMoveReport& report)
     {
-        const auto report = moveTree(endpoint_.system(), source_, target_, *this);
         if (report.isComplete()) {
             return;
         }
-        bar_.clear();
+        if (bar_) {
+            bar_->clear();
+        }
+        if (!isBegun_) {
+            throw Failure(FailureKind::Cancelled, "interrupted before the move of",
+                          endpoint_.display(source_), "what was named before it is done");
+        }
         if (report.outcome == TreeMoveOutcome::NotRemoved) {
             failToRemove(report);
         }
@@ -72,11 +78,24 @@ private:
 
     bool progress(const FileSystem::TreeProgress& progress) override
     {
+        isBegun_ = isBegun_ || !cancellation_.isRequested();
+        if (progress.bytesFound != 0) {
+            show(progress);
+        }
+        return !cancellation_.isRequested();
+    }
+
+    /// Only what is copied takes so long.
+    void show(const FileSystem::TreeProgress& progress)
+    {
+        if (!bar_) {
+            bar_.emplace();
+            bar_->setLabel(nameOf(source_));
+        }
         WorkProgress all;
         all.bytes = DoneOf{progress.bytesDone, progress.bytesFound};
         all.areTotalsKnown = progress.isAllFound;
-        bar_.show(all);
-        return !cancellation_.isRequested();
+        bar_->show(all);
     }
 
     [[noreturn]] void failToRemove(const FileSystem::TreeMoveReport& report)
@@ -131,7 +150,8 @@ private:
     const Cancellation& cancellation_;
     std::string source_;
     std::string target_;
-    ProgressBar bar_;
+    std::optional<ProgressBar> bar_;
+    bool isBegun_ = false;
     bool isCopied_ = false; ///< All of it.
     bool isTree_ = false;
     std::string reason_; ///< The first one.
@@ -166,15 +186,20 @@ int MvCommand::work(const std::vector<std::string>& operands)
     RemoteEndpoint remote(paths.front().target, loginOptions());
     const Destination destination(remote, target, paths.size());
     const Cancellation cancellation(remote.session());
-    int code = ExitCode::success;
+    // They are told, and so stay where they are.
+    std::deque<Move> moves;
+    std::vector<FileSystem::TreeMovePath> named;
     for (const RemotePath& path : paths) {
         const std::string source = fileIdOf(path.path);
+        const std::string newPath = destination.pathFor(source);
+        moves.emplace_back(remote, cancellation, source, newPath);
+        named.push_back({source, newPath, &moves.back()});
+    }
+    const auto reports = moveTrees(remote.system(), named);
+    int code = ExitCode::success;
+    for (std::size_t i = 0; i < reports.size(); ++i) {
         try {
-            if (cancellation.isRequested()) {
-                throw Failure(FailureKind::Cancelled, "interrupted before the move of",
-                              remote.display(source), "what was named before it is done");
-            }
-            Move(remote, cancellation, source, destination.pathFor(source)).run();
+            moves[i].check(reports[i]);
         } catch (const Failure& failure) {
             if (failure.kind() == FailureKind::Cancelled ||
                 failure.kind() == FailureKind::ConnectionLost) {
