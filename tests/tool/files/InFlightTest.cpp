@@ -194,6 +194,25 @@ TEST_F(InFlightTest, ManyAreMovedInFewRoundTrips)
     EXPECT_EQ(namesIn(there().file("to")).size(), kMany + 1);
 }
 
+TEST_F(InFlightTest, ThePlacesOfAPatternAreLookedAtTogether)
+{
+    there().makeDirectory("t");
+    there().makeDirectory("elsewhere");
+    there().write("elsewhere/found", "");
+    std::string expected;
+    for (std::size_t number = 100; number < 300; ++number) {
+        const std::string name = "t/" + std::to_string(number);
+        std::filesystem::create_symlink("../elsewhere", there().file(name));
+        expected += name + "/found\n";
+    }
+    there().write("t/file", "");
+    std::filesystem::create_symlink("file", there().file("t/link"));
+    const ToolResult listing = runsInFewRoundTrips("ls", {"-d", far("t/*/found")}, 2 * 200);
+    expectQuiet(listing);
+    EXPECT_EQ(listing.output, expected);
+    EXPECT_EQ(lineCount(runsInFewRoundTrips("ls", {"-d", far("t/*/")}, 2 * 200).output), 200U);
+}
+
 TEST_F(InFlightTest, ATerminalShowsHowManyFilesAreCopied)
 {
     makeFiles("t");

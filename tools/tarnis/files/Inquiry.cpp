@@ -80,6 +80,17 @@ std::optional<FoundEntry> Inquiry::lookUpWithModeNow(const std::string& path) co
     return FoundEntry{*std::move(info), isLink ? std::nullopt : endpoint_.mode(path)};
 }
 
+void Inquiry::leadsToDirectory(const std::string& path, std::function<void(bool)> answer)
+{
+    if (queue_ == nullptr) {
+        answer(endpoint_.system().directoryExists(path));
+        return;
+    }
+    queue_->lookThrough(path, [answer = std::move(answer)](const auto& why, const auto& is) {
+        answer(!why && is.type && isDirectory(*is.type));
+    });
+}
+
 void Inquiry::readLink(const std::string& path, Answer<std::string> answer)
 {
     if (queue_ == nullptr) {

@@ -39,10 +39,12 @@ public:
     /// Says how many questions are to come.
     void expect(std::size_t questions);
 
-    // The answer comes here and now, or in wait() or finish(). None follows a link.
+    // The answer comes here and now, or in wait() or finish(). None but leadsToDirectory() follows
+    // a link.
 
     void lookUp(const std::string& path, Answer<FileSystem::StorageSystemFileInfo> answer);
     void lookUpWithMode(const std::string& path, Answer<FoundEntry> answer);
+    void leadsToDirectory(const std::string& path, std::function<void(bool)> answer);
     void readLink(const std::string& path, Answer<std::string> answer);
     void storageInfo(const std::string& path, Answer<FileSystem::StorageSystemStorageInfo> answer);
 

@@ -1,11 +1,13 @@
 #include "files/Patterns.h"
 
 #include "Failure.h"
+#include "files/Inquiry.h"
 #include "files/Paths.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 namespace TarnisTool {
@@ -116,6 +118,9 @@ struct PathParts
     bool wantsDirectories;
 };
 
+// With fewer, a queue takes longer to be had than the answers.
+constexpr std::size_t fewPaths = 4;
+
 bool hasPattern(const std::string& part)
 {
     return part.find_first_of("*?[;") != std::string::npos;
@@ -142,58 +147,100 @@ public:
     }
 
 private:
-    void step(const std::string& part, bool isLast)
+    /// What a part may lead to, unless it has to be a directory and is none.
+    struct Candidate
     {
-        std::vector<Match> next;
-        for (const Match& match : found_) {
-            const std::string path = joinPath(match.path, part);
-            if (!hasPattern(part) || endpoint_.system().fileInfo(path)) {
-                takeName(next, path, isLast);
-            } else {
-                takeMatches(next, match.path, part, isLast);
-            }
-        }
-        isSpread_ = isSpread_ || hasPattern(part);
-        found_ = std::move(next);
-    }
+        Match match;
+        bool isDoubtful = false;
+    };
+
+    using Info = FileSystem::StorageSystemFileInfo;
 
     /// A name in the middle of the path is not looked up: if it does not exist, the next part finds
     /// nothing.
-    void takeName(std::vector<Match>& next, const std::string& path, bool isLast)
+    void step(const std::string& part, bool isLast)
     {
-        auto info = isLast ? endpoint_.system().fileInfo(path)
-                           : std::optional(FileSystem::StorageSystemFileInfo());
-        if (info) {
-            take(next, {path, std::move(*info)}, isLast);
+        std::vector<std::string> paths;
+        for (const Match& match : found_) {
+            paths.push_back(joinPath(match.path, part));
         }
+        const auto infos = isLast || hasPattern(part)
+                               ? infosOf(paths)
+                               : std::vector<std::optional<Info>>(paths.size(), Info());
+        const bool isWanted = !isLast || !parts_.wantsDirectories;
+        std::vector<Candidate> candidates;
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            if (infos[i]) {
+                candidates.push_back({{paths[i], *infos[i]}, !isWanted});
+            } else if (hasPattern(part)) {
+                addMatches(candidates, found_[i].path, part, isLast);
+            }
+        }
+        isSpread_ = isSpread_ || hasPattern(part);
+        found_ = chosen(std::move(candidates));
     }
 
-    void takeMatches(std::vector<Match>& next, const std::string& directory,
-                     const std::string& pattern, bool isLast)
+    /// What stands at each path; empty for nothing. They are asked for together.
+    std::vector<std::optional<Info>> infosOf(const std::vector<std::string>& paths) const
+    {
+        std::vector<std::optional<Info>> infos(paths.size());
+        if (paths.size() < fewPaths) {
+            std::transform(paths.begin(), paths.end(), infos.begin(),
+                           [this](const auto& path) { return endpoint_.system().fileInfo(path); });
+            return infos;
+        }
+        Inquiry inquiry(endpoint_);
+        inquiry.expect(paths.size());
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            inquiry.lookUp(paths[i], [&infos, i](const auto& why, const Info& info) {
+                infos[i] = why ? std::nullopt : std::make_optional(info);
+            });
+        }
+        inquiry.finish();
+        return infos;
+    }
+
+    void addMatches(std::vector<Candidate>& candidates, const std::string& directory,
+                    const std::string& pattern, bool isLast)
     {
         const PatternPart wanted(pattern, withHidden_ && isLast);
         for (auto& info : entriesOf(directory.empty() ? "." : directory)) {
             std::string path = joinPath(directory, info.name);
-            if (wanted.takes(info.name) && (isLast || leadsOn(path, info))) {
-                take(next, {std::move(path), std::move(info)}, isLast);
+            if (wanted.takes(info.name) && (isLast || mayLeadOn(info))) {
+                const bool isDoubtful = isLast ? parts_.wantsDirectories : !isDirectory(info.type);
+                candidates.push_back({{std::move(path), std::move(info)}, isDoubtful});
             }
         }
     }
 
-    void take(std::vector<Match>& next, Match match, bool isLast) const
+    /// Whether there may be something below an entry; never for a name that would lead elsewhere.
+    static bool mayLeadOn(const Info& info)
     {
-        const bool isUnwanted =
-            isLast && parts_.wantsDirectories && !endpoint_.system().directoryExists(match.path);
-        if (!isUnwanted) {
-            next.push_back(std::move(match));
-        }
+        return isEntryName(info.name) && !FileSystem::isRegularFile(info.type);
     }
 
-    /// Whether there may be something below an entry; never for a name that would lead elsewhere.
-    bool leadsOn(const std::string& path, const FileSystem::StorageSystemFileInfo& info) const
+    /// Those of which the doubtful ones are, or lead to, directories.
+    std::vector<Match> chosen(std::vector<Candidate> candidates) const
     {
-        return isEntryName(info.name) &&
-               (isDirectory(info.type) || endpoint_.system().directoryExists(path));
+        const auto isDoubtful = [](const Candidate& candidate) { return candidate.isDoubtful; };
+        Inquiry inquiry(endpoint_);
+        inquiry.expect(static_cast<std::size_t>(
+            std::count_if(candidates.begin(), candidates.end(), isDoubtful)));
+        for (Candidate& candidate : candidates) {
+            if (candidate.isDoubtful) {
+                inquiry.leadsToDirectory(candidate.match.path, [&candidate](bool isDirectory) {
+                    candidate.isDoubtful = !isDirectory;
+                });
+            }
+        }
+        inquiry.finish();
+        std::vector<Match> found;
+        for (Candidate& candidate : candidates) {
+            if (!candidate.isDoubtful) {
+                found.push_back(std::move(candidate.match));
+            }
+        }
+        return found;
     }
 
     /// One of several directories that cannot be searched does not keep the others back, and one
