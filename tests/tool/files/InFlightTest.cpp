@@ -398,6 +398,31 @@ TEST_F(ScriptedInFlightTest, ALostConnectionIsToldOnce)
     expectFailure(tarnis("df", {at("u"), at("t"), at("u"), at("t"), at("u")}), loss);
 }
 
+TEST_F(ScriptedInFlightTest, AConnectionThatIsLostWhileManyAreMovedIsToldOnce)
+{
+    std::filesystem::create_directory(sftp().path("to"));
+    for (const SftpPacket request : {SftpPacket::Lstat, SftpPacket::Rename}) {
+        std::vector<std::string> arguments;
+        for (int number = 0; number < 100; ++number) {
+            const std::string name = std::to_string(static_cast<int>(request) * 100 + number);
+            put(name, name);
+            arguments.push_back(at(name));
+        }
+        arguments.push_back(at("to"));
+        SftpScript script;
+        script.rules = {{nth(request, 20), SftpActions::exit()}};
+        sftp().setScript(script);
+        expectFailure(tarnis("mv", arguments), "lost the connection to " +
+                                                   target(server().port(), server().user()) +
+                                                   ": the server ended the file transfer");
+        for (int number = 0; number < 100; ++number) {
+            const std::string name = std::to_string(static_cast<int>(request) * 100 + number);
+            const bool isMoved = std::filesystem::exists(sftp().path("to/" + name));
+            EXPECT_EQ(readFile(sftp().path((isMoved ? "to/" : "") + name)), name);
+        }
+    }
+}
+
 TEST_F(ScriptedInFlightTest, EveryQuestionIsAskedBeforeTheFirstIsAnswered)
 {
     std::vector<std::string> paths;

@@ -139,6 +139,12 @@ private:
                                                : left);
         }
         const auto& why = report.failure;
+        if (isLoss(why)) {
+            if (!left.empty()) {
+                TarnisTool::report(left);
+            }
+            endpoint_.throwLost(why);
+        }
         if (failed_.below.empty() && !isCopied_ && why.operation() == "lookUp") {
             endpoint_.failBecause("cannot find", source_, why);
         }
