@@ -270,7 +270,7 @@ private:
     std::vector<Lane> lanes_;
     SFTPServerKind server_ = SFTPServerKind::Other;
     bool libsshSendsTargetFirst_ = false; ///< Of the two paths of a new link, to this server.
-    bool isGivenUp_ = false; ///< Whoever has asked for it waits no longer.
+    bool isGivenUp_ = false;              ///< Whoever has asked for it waits no longer.
     bool isKnownToRefuse_ = false;
     bool tellsLinks_ = false; ///< Has described a link as such when it was asked for one.
     bool listsLinks_ = false; ///< The same in a listing.
