@@ -36,6 +36,7 @@ using FileSystem::FailureCode;
 using FileSystem::LocalFileSystem;
 using FileSystem::TreeEntry;
 using FileSystem::TreeObserver;
+using FileSystem::TreeProgress;
 using FileSystem::TreeReport;
 using ::testing::IsEmpty;
 
