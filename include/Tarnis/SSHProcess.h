@@ -59,8 +59,8 @@ public:
     /// channel or the command was refused (the state is Failed; start() may be called again). When
     /// it throws, as on a session that is gone, the state stays Starting.
     ///
-    /// Where the server opens no further channel and a queue of the session has several, it waits
-    /// up to five seconds for one of these, while others use the session.
+    /// Where the server opens no further channel and queues of the session are in use, it waits up
+    /// to five seconds for one of theirs, while others use the session.
     [[nodiscard]] bool start();
 
     /// setCommandLine(), then start().

@@ -19,9 +19,10 @@ constexpr std::chrono::milliseconds untilNextTry{20};
 
 } // namespace
 
-ChannelOpening::ChannelOpening(SSHHandleChannel& channel, Renew renew)
+ChannelOpening::ChannelOpening(SSHHandleChannel& channel, Renew renew, bool isOneOfSeveral)
     : channel_(channel)
     , renew_(std::move(renew))
+    , isOneOfSeveral_(isOneOfSeveral)
 {}
 
 int ChannelOpening::advance()
@@ -89,8 +90,9 @@ bool ChannelOpening::asksAgain()
 bool ChannelOpening::makeRoom(SSHHandleSession& session)
 {
     auto& extra = *session.extraChannels();
-    // What one of them has closed just now may count over there.
-    areOthersAsked_ = asksOthers_ && extra.users > 0;
+    // What one of them, or a command before this one, has closed just now may count over there.
+    const std::size_t others = extra.users + (isOneOfSeveral_ ? 0 : extra.opening);
+    areOthersAsked_ = asksOthers_ && others > 0;
     if (areOthersAsked_) {
         ++extra.timesAsked;
         extraBefore_ = extra.count;

@@ -20,8 +20,9 @@ public:
     /// begins to listen to it as to that.
     using Renew = std::function<bool()>;
 
-    /// \param renew null: nothing is closed for it.
-    ChannelOpening(SSHHandleChannel& channel, Renew renew);
+    /// \param renew          null: nothing is closed for it.
+    /// \param isOneOfSeveral whoever opens it is one of those who may have several.
+    ChannelOpening(SSHHandleChannel& channel, Renew renew, bool isOneOfSeveral = false);
 
     /// Goes on, in the session's blocking mode. SSH_OK: the channel is open, and marked so;
     /// SSH_AGAIN: call this again. To be called under the lock.
@@ -53,6 +54,7 @@ private:
     Renew renew_;
     Step step_ = Step::Asking;
     bool isAsked_ = false;
+    bool isOneOfSeveral_ = false;
     bool asksOthers_ = true;
     bool areOthersAsked_ = false;
     std::size_t extraBefore_ = 0; ///< What those others had then.

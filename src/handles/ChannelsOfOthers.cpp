@@ -50,17 +50,20 @@ bool ChannelsOfOthers::ask()
     ExtraChannels& extra = *session->extraChannels();
     before_ = extra.count;
     deadline_ = nextTry_ + givingLimit;
-    extra.timesAsked += before_ > 0 ? 1U : 0U;
-    return before_ > 0;
+    ++extra.timesAsked;
+    return extra.users + extra.opening > 0;
 }
 
 bool ChannelsOfOthers::isWorthATry() const
 {
     const auto lock = channel_.getLock();
     const SSHHandleSession* const session = channel_.getSession();
-    // Where the session has gone, the next try says so.
-    return session == nullptr ||
-           (session->extraChannels()->count < before_ && Clock::now() >= nextTry_);
+    if (session == nullptr) {
+        // The next try says so.
+        return true;
+    }
+    const std::size_t count = session->extraChannels()->count;
+    return (count == 0 || count < before_) && Clock::now() >= nextTry_;
 }
 
 } // namespace Tarnis

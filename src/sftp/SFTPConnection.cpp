@@ -32,12 +32,14 @@ std::unique_ptr<SFTPConnection> SFTPConnection::create(SSHHandleSession& session
 SFTPConnection::SFTPConnection(std::shared_ptr<SSHHandleChannel> channel, SocketWakeUp& wakeUp,
                                bool makesRoom)
     : channel_(std::move(channel))
-    , opening_(*channel_, makesRoom ? ChannelOpening::Renew([this] {
-        const bool isRenewed = channel_->renew();
-        channel_->readInto(*this);
-        return isRenewed;
-    })
-                                    : nullptr)
+    , opening_(*channel_,
+               makesRoom ? ChannelOpening::Renew([this] {
+                   const bool isRenewed = channel_->renew();
+                   channel_->readInto(*this);
+                   return isRenewed;
+               })
+                         : nullptr,
+               true)
     , wakeUp_(&wakeUp)
     , splitter_(*this)
 {

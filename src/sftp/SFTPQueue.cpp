@@ -102,12 +102,49 @@ void SFTPQueue::noteServer(ssh_session session)
     libsshSendsTargetFirst_ = ssh_get_openssh_version(session) != 0;
 }
 
+/// A command that is refused a channel meanwhile waits for one.
+class SFTPQueue::OpeningMark
+{
+public:
+    explicit OpeningMark(SSHHandleSFTPSession& sftp)
+        : sftp_(sftp)
+    {
+        const auto lock = sftp.getLock();
+        if (const SSHHandleSession* const session = sftp.isValid() ? sftp.getSession() : nullptr) {
+            extra_ = session->extraChannels();
+            ++extra_->opening;
+        }
+    }
+
+    OpeningMark(const OpeningMark&) = delete;
+    OpeningMark& operator=(const OpeningMark&) = delete;
+
+    ~OpeningMark()
+    {
+        try {
+            const auto lock = sftp_.getLock();
+            if (extra_ != nullptr) {
+                --extra_->opening;
+            }
+        } catch (...) {
+            // Without the lock commands wait in vain later on, and are refused then.
+        }
+    }
+
+private:
+    SSHHandleSFTPSession& sftp_;
+    std::shared_ptr<ExtraChannels> extra_;
+};
+
 bool SFTPQueue::open(const GoesOn& goesOn)
 {
-    if (!takeSpare(goesOn) && !(!isGivenUp_ && connect() && awaitServer(goesOn))) {
-        return isGivenUp_ && fail(FailureCode::Cancelled);
+    {
+        const OpeningMark mark(*sftp_);
+        if (!takeSpare(goesOn) && !(!isGivenUp_ && connect() && awaitServer(goesOn))) {
+            return isGivenUp_ && fail(FailureCode::Cancelled);
+        }
+        joinUsers();
     }
-    joinUsers();
     const auto offers = [this](const SFTPExtension& extension) {
         return lanes_.front()->connection->offers(extension);
     };

@@ -125,6 +125,8 @@ private:
 
     using GoesOn = std::function<bool()>;
 
+    class OpeningMark;
+
     bool open(const GoesOn& goesOn);
     void noteServer(ssh_session session);
     bool connect();
